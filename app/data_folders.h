@@ -1,0 +1,21 @@
+// Where the program keeps its settings file and what a run saves.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct DataFolders {
+    std::wstring dataRoot;            // the desktop folder and "\KST_Data"
+    std::wstring configPath;          // the settings file
+    std::wstring sessionFolder = L" "; // YYMMDD_hh-mm below the root; a blank until it is made
+    int32_t sessionFolderMade = 0;
+};
+
+extern DataFolders dataFolders;
+
+// Fills the paths and makes the data root where it is not there.
+void prepareDataFolders(DataFolders& folders);
+
+// Makes the session folder, named for the local minute of this first call; later calls do nothing
+// until a failed save has cleared `sessionFolderMade`.
+void ensureSessionFolder(DataFolders& folders);

@@ -1,0 +1,22 @@
+// The one wait of all long work. It keeps the windows alive and lets the operator ask for a stop.
+#pragma once
+
+#include <cstdint>
+
+// 1 while a long process (a map scan, a sweep, ...) runs; the process sets and clears it.
+extern int32_t processRunning;
+
+// 1 once the operator has confirmed a stop or closed the main window; a process clears it when it
+// starts and ends its loop when it finds it 1.
+extern int32_t stopRequested;
+
+enum WaitResult : int {
+    waitStopped = 0,  // the operator confirmed a stop of the running process
+    waitPassed = 1,   // the time passed, or the focus was nudged with Page Up or Page Down
+    waitClicked = 3,  // a click while no process ran: all axes were stopped
+};
+
+// Dispatches messages until `durationMs` has passed. The live view is off during the wait and comes
+// back after it unless a process runs. Only the low 32 bits of the start tick are kept, so that
+// after 49.7 days of system uptime every wait returns at once.
+int waitResponsive(uint32_t durationMs);

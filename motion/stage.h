@@ -1,0 +1,70 @@
+// The three stage axes. Everything above speaks micrometres; a controller counts full motor steps
+// and microsteps. Without a controller an axis acts on its cached position alone.
+#pragma once
+
+#include "motion/libximc.h"
+
+#include <cstdint>
+
+constexpr double umPerFullStep = 250.0 / 200.0; // pitch of the stage's lead screw drive
+constexpr double microstepsPerFullStep = 256.0;
+
+constexpr int32_t motorSpeed = 500; // full steps per second: opening, scans, two-axis moves
+constexpr int32_t focusSpeed = 300; // full steps per second: Z moves typed by the operator
+
+struct StageAxis {
+    uint32_t axisNumber = 0; // 0 no controller, 1 X, 2 Y, 3 Z
+    engine_settings_t engine{};
+    int deviceId = -1;
+    status_t status{};
+    uint32_t rightLimitOn = 0;
+    uint32_t leftLimitOn = 0;
+    double positionUm = 0.0;     // cached, relative to the program's zero
+    int32_t zeroOffsetSteps = 0; // controller step count that the program calls 0 um
+};
+
+extern StageAxis stageX, stageY, stageZ;
+
+// Which found controller drives which axis: index into "XYZ", "XZY", "YXZ", "YZX", "ZXY", "ZYX".
+extern int32_t axisOrder;
+
+extern char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
+extern char ximc_version_str[33];
+
+// Finds and opens the controllers and calls the present place 0 um on every axis. False when no
+// controller was found.
+bool openStages(int32_t order, int32_t speed);
+void closeStage(StageAxis& axis);
+
+// Asks the controller; also refreshes the limit switches. Micrometres.
+double readPosition(StageAxis& axis);
+double currentPositionUm(const StageAxis& axis); // without asking
+void setPosition(StageAxis& axis, double um);    // declares the present place to be `um`
+
+void setSpeed(StageAxis& axis, int32_t speed); // full steps per second, clamped to 0..1000
+
+// True when the move was started or the axis is there already; false without a controller and
+// towards an active limit switch.
+bool startMoveTo(StageAxis& axis, double um);
+
+enum ArrivalCode : int { notArrived = 0, arrived = 1, leftLimit = 2, rightLimit = 3 };
+int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
+
+bool moveTo(StageAxis& axis, double um); // starts and waits
+bool moveBy(StageAxis& axis, double deltaUm);
+
+// Both axes arrive together: the longer distance runs at `speed` (clamped to 10..800). False when
+// the leading axis did not arrive.
+bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed);
+bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed);
+bool moveXYTo(double x, double y, int32_t speed);
+bool moveXYBy(double dx, double dy, int32_t speed);
+
+void stopStage(StageAxis& axis);
+
+// Micrometres to the controller's counts: microsteps 0..255.
+struct StepCount {
+    int32_t fullSteps;
+    int32_t microsteps;
+};
+StepCount stepsOf(double um);

@@ -1,0 +1,20 @@
+// Time as the operating system gives it; virtual in the native tests.
+#pragma once
+
+#include <cstdint>
+
+// Milliseconds since the system started; never runs backwards.
+uint64_t tickCountMs();
+
+// Blocks the thread without taking window messages.
+void sleepMs(uint32_t milliseconds);
+
+struct LocalTime {
+    int year = 2000;
+    int month = 1; // 1..12
+    int day = 1;   // 1..31
+    int hour = 0;
+    int minute = 0;
+};
+
+LocalTime localTime();

@@ -1,0 +1,23 @@
+// Folders and files by wide path; parts of a path are separated by a backslash.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+// The current user's desktop folder without a trailing separator; empty when there is none.
+std::wstring desktopFolder();
+
+// False when the folder was not made, also because it exists already.
+bool makeFolder(const std::wstring& path);
+
+// True when a file or folder of that name is there.
+bool fileExists(const std::wstring& path);
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+// Opens as fopen does; null when it fails. `mode` is that of fopen ("r" and "w" are text modes).
+File openFile(const std::wstring& path, const wchar_t* mode);

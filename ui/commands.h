@@ -1,0 +1,32 @@
+// What the main window does with a command, a key or the mouse. Plain functions that know nothing
+// of the operating system: the window procedure decodes and calls them.
+#pragma once
+
+#include <cstdint>
+
+void onCommand(int id);
+void onKeyDown(uintptr_t virtualKey);
+void onKeyUp();
+void onMouseMove(int x, int y, bool leftButtonHeld);
+void onLeftButtonDown(int x, int y);
+void onLeftButtonUp(int x, int y);
+void onPaint();
+
+// The operator closes the main window. While a process runs the process is asked to stop and the
+// window goes when it has ended; otherwise the window goes at once.
+void onClose();
+
+// Writes the cached positions of the three axes into their read-outs.
+void refreshPositions();
+
+// The texts of a new control column.
+void fillControlColumn();
+
+// Enter in one of the edits: parses, clamps and applies what was typed.
+void enterScanStep();
+void enterPositionX();
+void enterPositionY();
+void enterPositionZ();
+void enterLaserIntensity();
+void enterGain();
+void enterExposure();

@@ -1,0 +1,27 @@
+// The live camera view: timer 1 of the main window and the radio pair 2112/2113.
+#pragma once
+
+constexpr unsigned liveViewPeriodMs = 100;
+
+// Timer and radio button only; the responsive wait uses these around every wait.
+void liveViewTimerOn();
+void liveViewTimerOff();
+
+// mode 1: connect the camera where it is not, compute the scan geometry, timer on.
+// mode 0: timer off. mode 2: back to the state before the last mode 0 or 1.
+// mode 7: timer off and one fresh frame on the screen, on which the scan area is judged.
+void switchLiveView(int mode);
+
+// Connects the camera and opens it with automatic gain and exposure; silent when there is none but
+// for the camera's own status text.
+void connectCamera();
+
+// Grabs one frame and draws it.
+void grabAndDraw();
+
+// One tick of timer 1: counts the idle time, switches the light sources and the camera off after
+// 50 s without input, and otherwise shows a fresh frame, the spot's colour and its mean value.
+void liveViewTick();
+
+// Operator input: the idle time starts anew.
+void resetIdle();

@@ -1,0 +1,74 @@
+// What the core asks of the program's windows: texts, radio buttons, the live-view timer, the
+// picture windows. Provided by the real windows in the program and by memory in the tests.
+#pragma once
+
+#include "platform/window_handle.h"
+
+#include <string>
+
+// The windows that exist once; null until created. Message boxes are owned by the main window.
+extern WindowHandle mainWindow;
+extern WindowHandle mapWindow;      // class "Kestrel": the photocurrent map
+extern WindowHandle confocalWindow; // class "CFI": the confocal maps
+
+enum class Field {
+    Information, // status line 1, the camera's messages
+    Progress,    // status line 2
+    Time,
+    PositionX,
+    PositionY,
+    PositionZ,
+    MeasuredValue,
+    Red,
+    Green,
+    Blue,
+    Gain,
+    Exposure,
+    ScanStep,
+    LaserIntensity,
+    UnitLabel,
+    StartButton,
+};
+
+// Does nothing before the main window exists.
+void setField(Field field, const char* text);
+
+// The field's first `capacity` - 1 characters.
+std::string fieldText(Field field, int capacity);
+
+inline void showInformation(const char* text) {
+    setField(Field::Information, text);
+}
+inline void showProgress(const char* text) {
+    setField(Field::Progress, text);
+}
+
+// Checks one button of the main window's group first..last and unchecks the others.
+void checkRadio(int first, int last, int checked);
+
+// Toggles the check mark of the main window's button `id`; returns whether it is now checked.
+bool toggleCheckMark(int id);
+
+void focusMainWindow();
+void setMainTitle(const char* text);
+
+// Timer 1 of the main window, which drives the live camera view.
+void startTimer(unsigned periodMs);
+void stopTimer();
+
+// Registers the four window classes; returns the result of the last registration.
+int registerWindowClasses();
+
+// Creates, shows and updates the main window with its control column; 0 when that failed.
+int createMainWindow(int showCommand);
+void destroyMainWindow();
+
+// The About box.
+void showAbout();
+
+// Creates the window where it is not there yet, places it (screen pixels, outer size) and shows it.
+void placeMapWindow(int x, int y, int width, int height);
+void placeConfocalWindow(int x, int y, int width, int height);
+
+// Lets a window paint what waits to be painted, before its content is copied or drawn over.
+void paintPending(WindowHandle window);
