@@ -1,0 +1,126 @@
+// The virtual laboratory as tests see it: the truth about the sample and the set-up, the faults
+// that can be made, and the way to the vendors' functions that act on it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// --- Life ------------------------------------------------------------------------------------
+
+// Where the laboratory gets its time, in milliseconds, and how a device that makes its caller wait
+// (the camera) lets time pass. Until this is called time stands still at 0.
+void setLabClock(double (*nowMs)(), void (*sleepMs)(double ms));
+
+// All devices in their initial state, nothing broken, logs empty: the stage stands at controller
+// counts that are not 0, laser and illumination are off. Noise follows from the seed.
+void resetLab(uint64_t seed);
+
+// --- The sample --------------------------------------------------------------------------------
+// Sample coordinates in um; x to the right and y upwards in the picture. (0, 0) is the point under
+// the picture's centre while the stage stands where it stood at resetLab.
+
+constexpr double labUmPerPixel = 180.0 / 1232.0; // picture pixel on the sample
+constexpr int labCentreColumn = 616;             // picture pixel whose sample point is the stage's
+constexpr int labCentreRow = 514;                // position; rows counted from the bottom
+
+struct Rgb {
+    double red = 0, green = 0, blue = 0; // 0..1
+};
+
+struct LabPoint {
+    double x = 0, y = 0; // um
+};
+
+struct LabPixel {
+    int column = 0;
+    int row = 0; // from the bottom
+};
+
+// Photocurrent relative to the strongest place, 0..1, for light in focus.
+double landscapeAt(double xUm, double yUm);
+
+// Reflectance.
+Rgb textureAt(double xUm, double yUm);
+
+// Stage height, in um, at which the surface is in focus.
+double surfaceHeightAt(double xUm, double yUm);
+
+// --- The set-up now ------------------------------------------------------------------------------
+
+enum LabAxis : int { labX = 0, labY = 1, labZ = 2 };
+
+// Where the carriage really is (the controllers know only their motors), um from where it stood at
+// resetLab.
+double labStageUm(int axis);
+
+LabPixel labSpotPixel();       // fixed place of the laser spot in the picture
+LabPoint labLaserSpotSample(); // sample point under the laser spot
+bool labIlluminated();
+int labLaserPwm(); // 0..255, pin 5
+
+// Noiseless voltage at the board's analog input; the input itself ends at 5 V.
+double labPhotoVoltage();
+
+// The same for a laser spot at a sample point, an intensity setting in volts (0..5) and a stage
+// height in um.
+double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm);
+
+constexpr double labAdcStepVolts = 5.0 / 1024.0;
+constexpr double labAdcNoiseVolts = 0.5 * labAdcStepVolts; // rms
+
+// --- What happened ------------------------------------------------------------------------------
+
+struct LabRead {
+    double timeMs;
+    double sampleX, sampleY; // um, under the laser spot
+    double volts;            // as converted, with noise
+};
+
+struct LabCounters {
+    uint64_t analogReads = 0;
+    uint64_t moves = 0; // move commands that a controller took
+    uint64_t frames = 0;
+    uint64_t boardErrors = 0;   // commands that the board did not understand
+    uint64_t cameraDevices = 0; // camera devices made and not destroyed
+    uint64_t openAxes = 0;      // controllers open now
+};
+
+// The references stay valid; the contents change with every call into the laboratory. The logs
+// keep the newest entries, at least half a million.
+const LabCounters& labCounters();
+const std::vector<std::string>& labBoardCommands();
+const std::vector<LabRead>& labReads();
+
+// --- What is broken -----------------------------------------------------------------------------
+
+// Replaces all faults; one on each line, blank lines and lines that begin with '#' are skipped:
+//   camera absent | camera lost | camera sfnc 1
+//   stage absent | stage count 1|2|3
+//   axis x|y|z stalled
+//   limit x|y|z right|left at <um>      true carriage position from resetLab
+//   board absent | board unplugged
+//   backlash x|y|z <um>
+// An empty text mends everything. False, and nothing changed, when a line is not one of these.
+bool applyLabFaults(const std::string& text);
+
+// What opening, reading and writing the board's serial port must answer.
+bool labBoardPresent();   // the port can be opened
+bool labBoardConnected(); // the line has not been unplugged
+
+// --- Ways in ------------------------------------------------------------------------------------
+
+// The far end of the serial line.
+void boardReceive(const void* bytes, size_t count);
+std::string takeBoardReply(); // what the board has sent since the last call
+
+// The vendor's function by file name ("libximc.dll", "PylonC_v9.dll", any case) and name; null when
+// there is none.
+void* virtualLabFunction(const char* library, const char* name);
+
+constexpr int labRawWidth = 2464, labRawHeight = 2056;
+
+// The frame that the camera would take now (8 bits a pixel, rows from the top, red at even columns
+// of even rows), without counting it or letting time pass.
+void renderLabFrame(uint8_t* raw);
