@@ -1,0 +1,24 @@
+// Sets the whole simulated world up before each test and looks for leaks after it.
+#include "tests/doubles/doubles.h"
+
+void LabTest::SetUp() {
+    resetClock();
+    resetScript();
+    resetScreen();
+    resetSurfaces();
+    resetSerial();
+    libraries = {};
+    makeTempDesktop();
+    setLabClock(virtualNowMs, advanceVirtualTime);
+    applyLabFaults("");
+    resetLab(labSeed);
+    resetProgram();
+}
+
+void LabTest::TearDown() {
+    resetProgram(); // lets go of what the program holds before the leaks are counted
+    expectScriptDone();
+    EXPECT_EQ(liveContexts(), 0);
+    EXPECT_EQ(liveBitmaps(), 0);
+    removeTempDesktop();
+}

@@ -1,0 +1,27 @@
+// All that stands in for the operating system, the windows and the laboratory in the native tests,
+// and the fixture that starts every test from the same state.
+#pragma once
+
+#include "tests/doubles/lab_library.h"
+#include "tests/doubles/lab_serial.h"
+#include "tests/doubles/memory_screen.h"
+#include "tests/doubles/memory_surface.h"
+#include "tests/doubles/script.h"
+#include "tests/doubles/temp_files.h"
+#include "tests/doubles/virtual_clock.h"
+#include "virtual_lab/lab.h"
+
+#include <gtest/gtest.h>
+
+// The program's own records as they are before it starts.
+void resetProgram();
+
+// No window is open and nothing is broken when a test begins. At its end no box may have come
+// unexpected, no planned answer be left, no drawing context, bitmap or window context leak.
+class LabTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    static constexpr uint64_t labSeed = 20260307;
+};

@@ -1,0 +1,47 @@
+// Loads "libraries" out of the virtual laboratory.
+#include "tests/doubles/lab_library.h"
+
+#include "virtual_lab/lab.h"
+
+#include <cstring>
+
+struct NativeLibrary {
+    const char* fileName;
+    const char* anyFunction; // the library is there when the laboratory has this one
+};
+
+LibraryDouble libraries;
+
+static NativeLibrary known[] = {{"libximc.dll", "open_device"},
+                                {"PylonC_v9.dll", "PylonInitialize"}};
+
+// The release of the stage library whose ordinals the program knows.
+static const std::map<unsigned, const char*> ximcOrdinals = {
+    {11, "set_engine_settings"}, {13, "get_engine_settings"},
+    {61, "command_stop"},        {63, "command_move"},
+    {504, "open_device"},        {506, "close_device"},
+    {508, "enumerate_devices"},  {509, "free_enumerate_devices"},
+    {513, "get_status"},         {517, "get_device_count"},
+    {518, "get_device_name"},    {520, "ximc_version"},
+    {540, "set_bindy_key"}};
+
+LibraryHandle loadLibrary(const char* fileName) {
+    if (libraries.allAbsent || libraries.absent.count(fileName) != 0) return nullptr;
+    for (NativeLibrary& library : known) {
+        const bool same = std::strcmp(library.fileName, fileName) == 0;
+        if (same && virtualLabFunction(fileName, library.anyFunction)) return &library;
+    }
+    return nullptr;
+}
+
+void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
+    if (libraries.functionsMissing.count(name) != 0) return nullptr;
+    if (libraries.namesMissing.count(name) != 0) {
+        const auto byOrdinal = ximcOrdinals.find(ordinal);
+        if (library != &known[0] || byOrdinal == ximcOrdinals.end()) return nullptr;
+        name = byOrdinal->second;
+    }
+    const auto replaced = libraries.replaced.find(name);
+    if (replaced != libraries.replaced.end()) return replaced->second;
+    return virtualLabFunction(library->fileName, name);
+}

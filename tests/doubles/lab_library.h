@@ -1,0 +1,23 @@
+// The vendors' libraries of the native tests: the laboratory's functions, any of them missing or
+// replaced.
+#pragma once
+
+#include "platform/library.h"
+
+#include <map>
+#include <set>
+#include <string>
+
+struct LibraryDouble {
+    bool allAbsent = false;
+    std::set<std::string> absent;           // by file name
+    std::set<std::string> namesMissing;     // these functions are found by ordinal alone
+    std::set<std::string> functionsMissing; // these not at all
+    std::map<std::string, void*> replaced;  // by function name
+};
+
+extern LibraryDouble libraries;
+
+template <class Function> void replaceFunction(const char* name, Function* function) {
+    libraries.replaced[name] = reinterpret_cast<void*>(function);
+}

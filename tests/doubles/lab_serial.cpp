@@ -1,0 +1,127 @@
+// The serial port of the native tests. A read that gets nothing takes the total time-out, one that
+// gets bytes returns the interval time-out after the last of them.
+#include "tests/doubles/lab_serial.h"
+
+#include "tests/doubles/virtual_clock.h"
+#include "virtual_lab/lab.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+struct NativePort {
+    std::string unread;
+};
+
+SerialDouble serial;
+
+static NativePort thePort;
+static uint32_t lastError = 0;
+
+constexpr uint32_t errorFileNotFound = 2;
+constexpr uint32_t errorAccessDenied = 5;
+constexpr uint32_t errorGenFailure = 31;
+
+void resetSerial() {
+    serial = {};
+    serial.line.baudRate = 115200;
+    serial.line.flags = 0x1011; // what the program must hand back as it was
+    serial.line.byteSize = 7;
+    serial.line.parity = 2;
+    serial.line.stopBits = 2;
+    thePort = {};
+}
+
+static int32_t failWith(uint32_t error) {
+    lastError = error;
+    return 0;
+}
+
+PortHandle openSerialPort(const char* deviceName) {
+    serial.openedNames.push_back(deviceName);
+    if (serial.refuseOpen || !labBoardPresent() || std::strcmp(deviceName, "\\\\.\\COM10") != 0) {
+        failWith(errorFileNotFound);
+        return invalidPort();
+    }
+    if (serial.openPorts != 0) { // not shared
+        failWith(errorAccessDenied);
+        return invalidPort();
+    }
+    serial.openPorts++;
+    thePort = {};
+    return &thePort;
+}
+
+static bool isOpen(PortHandle port) {
+    return port == &thePort && serial.openPorts != 0;
+}
+
+void closeSerialPort(PortHandle port) {
+    EXPECT_TRUE(isOpen(port)) << "a port closed that is not open";
+    serial.openPorts--;
+}
+
+int32_t readLineState(PortHandle port, SerialLineState& state) {
+    if (!isOpen(port) || state.length != sizeof state) return failWith(errorGenFailure);
+    if (serial.failLineState != 0 && --serial.failLineState == 0) return failWith(errorGenFailure);
+    state = serial.line;
+    return 1;
+}
+
+int32_t writeLineState(PortHandle port, const SerialLineState& state) {
+    if (!isOpen(port) || serial.failSetLineState) return failWith(errorGenFailure);
+    serial.line = state;
+    return 1;
+}
+
+int32_t writeTimeouts(PortHandle port, const SerialTimeouts& timeouts) {
+    if (!isOpen(port) || serial.failSetTimeouts) return failWith(errorGenFailure);
+    serial.timeouts = timeouts;
+    return 1;
+}
+
+int32_t readTimeouts(PortHandle port, SerialTimeouts& timeouts) {
+    if (!isOpen(port)) return failWith(errorGenFailure);
+    timeouts = serial.timeouts;
+    return 1;
+}
+
+static std::string arrived() {
+    if (!serial.scripted && serial.replies.empty()) return takeBoardReply();
+    if (serial.replies.empty()) return {};
+    std::string reply = serial.replies.front();
+    serial.replies.pop_front();
+    return reply;
+}
+
+int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& bytesMoved) {
+    bytesMoved = 0;
+    if (!isOpen(port) || !labBoardConnected()) return failWith(errorGenFailure);
+    if (thePort.unread.empty()) thePort.unread = arrived();
+    const SerialTimeouts& wait = serial.timeouts;
+    if (thePort.unread.empty()) {
+        advanceVirtualTime(wait.readTotalMultiplier * capacity + wait.readTotalConstant);
+        return 1;
+    }
+    bytesMoved = std::min(capacity, static_cast<uint32_t>(thePort.unread.size()));
+    std::memcpy(buffer, thePort.unread.data(), bytesMoved);
+    thePort.unread.erase(0, bytesMoved);
+    if (bytesMoved < capacity) advanceVirtualTime(wait.readInterval);
+    return 1;
+}
+
+int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved) {
+    bytesMoved = 0;
+    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite) {
+        return failWith(errorGenFailure);
+    }
+    serial.writes.emplace_back(static_cast<const char*>(bytes), count);
+    if (!serial.scripted) boardReceive(bytes, count);
+    bytesMoved = count;
+    return 1;
+}
+
+uint32_t lastSystemError() {
+    return lastError;
+}

@@ -1,0 +1,28 @@
+// The serial port in front of the laboratory's board, or of a script of replies.
+#pragma once
+
+#include "platform/serial_port.h"
+
+#include <deque>
+#include <string>
+#include <vector>
+
+struct SerialDouble {
+    std::vector<std::string> openedNames;
+    std::vector<std::string> writes; // the bytes of each write, zero bytes included
+    std::deque<std::string> replies; // while any is left, a read gets the next one; the board
+                                     // then hears nothing
+    bool scripted = false;           // replies come from `replies` alone; an empty one: silence
+    bool refuseOpen = false;
+    bool refuseWrite = false;
+    int failLineState = 0; // the n-th call of readLineState fails; 0 none
+    bool failSetLineState = false;
+    bool failSetTimeouts = false;
+    SerialLineState line; // as the port holds it
+    SerialTimeouts timeouts;
+    int openPorts = 0;
+};
+
+extern SerialDouble serial;
+
+void resetSerial();

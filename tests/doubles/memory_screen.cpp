@@ -1,0 +1,144 @@
+// The screen of the native tests.
+#include "tests/doubles/memory_screen.h"
+
+#include "tests/doubles/script.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+
+#include <memory>
+#include <set>
+
+constexpr uint32_t desktopGrey = 0xFFFFFF;
+constexpr Extent mainClient{1446, 1069};
+constexpr Extent windowFrame{16, 39}; // outer size less client size
+
+WindowHandle mainWindow = nullptr;
+WindowHandle mapWindow = nullptr;
+WindowHandle confocalWindow = nullptr;
+bool mainWindowRefused = false;
+int focusCount = 0;
+
+static std::vector<std::unique_ptr<NativeWindow>> windows;
+static std::map<Field, std::vector<std::string>> fields;
+static std::map<int, int> radioGroups;
+static std::set<int> checkMarks;
+static std::string title;
+
+void resetScreen() {
+    mainWindow = mapWindow = confocalWindow = nullptr;
+    mainWindowRefused = false;
+    focusCount = 0;
+    windows.clear();
+    fields.clear();
+    radioGroups.clear();
+    checkMarks.clear();
+    title.clear();
+}
+
+static WindowHandle addWindow(Extent client) {
+    windows.push_back(std::make_unique<NativeWindow>());
+    windows.back()->client = blankBitmap(client.width, client.height, desktopGrey);
+    return windows.back().get();
+}
+
+void openBareWindow() {
+    mainWindow = addWindow(mainClient);
+}
+
+void setField(Field field, const char* text) {
+    if (mainWindow) fields[field].push_back(text);
+}
+
+std::string fieldText(Field field, int capacity) {
+    return textIn(field).substr(0, static_cast<size_t>(capacity) - 1);
+}
+
+void typeInto(Field field, const std::string& text) {
+    fields[field].push_back(text);
+}
+
+std::string textIn(Field field) {
+    const auto& history = historyOf(field);
+    return history.empty() ? "" : history.back();
+}
+
+const std::vector<std::string>& historyOf(Field field) {
+    return fields[field];
+}
+
+void checkRadio(int first, int, int checked) {
+    if (mainWindow) radioGroups[first] = checked;
+}
+
+int checkedRadio(int first) {
+    return radioGroups[first];
+}
+
+bool toggleCheckMark(int id) {
+    if (checkMarks.erase(id) != 0) return false;
+    checkMarks.insert(id);
+    return true;
+}
+
+void focusMainWindow() {
+    focusCount++;
+}
+
+void setMainTitle(const char* text) {
+    title = text;
+}
+
+const std::string& mainTitle() {
+    return title;
+}
+
+void startTimer(unsigned periodMs) {
+    if (mainWindow) setTimer(periodMs);
+}
+
+void stopTimer() {
+    setTimer(0);
+}
+
+int registerWindowClasses() {
+    return 1;
+}
+
+int createMainWindow(int) {
+    if (mainWindowRefused) return 0;
+    openBareWindow();
+    checkRadio(idLaserView, idSampleView, idSampleView);
+    fillControlColumn();
+    return 1;
+}
+
+void destroyMainWindow() {
+    if (!mainWindow) return;
+    mainWindow = nullptr;
+    quitMessageLoop();
+}
+
+void showAbout() {}
+
+static void placeWindow(WindowHandle& window, int x, int y, int width, int height) {
+    const Extent client{width - windowFrame.width, height - windowFrame.height};
+    if (!window) window = addWindow(client);
+    window->x = x;
+    window->y = y;
+    window->outer = {width, height};
+    if (client.width != window->client.width || client.height != window->client.height) {
+        window->client = blankBitmap(client.width, client.height, desktopGrey);
+    }
+}
+
+void placeMapWindow(int x, int y, int width, int height) {
+    placeWindow(mapWindow, x, y, width, height);
+}
+
+void placeConfocalWindow(int x, int y, int width, int height) {
+    placeWindow(confocalWindow, x, y, width, height);
+}
+
+void paintPending(WindowHandle window) {
+    if (window) window->timesPainted++;
+}

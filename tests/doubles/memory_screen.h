@@ -1,0 +1,25 @@
+// The program's windows in memory: what stands in every field, and how it came there.
+#pragma once
+
+#include "tests/doubles/memory_surface.h"
+#include "ui/screen.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+// An empty main window without the program's own texts, for tests of a single part.
+void openBareWindow();
+
+void typeInto(Field field, const std::string& text);
+std::string textIn(Field field);
+const std::vector<std::string>& historyOf(Field field);
+
+// The button of the group that `first` begins that is checked now; 0 when none was.
+int checkedRadio(int first);
+const std::string& mainTitle();
+
+extern bool mainWindowRefused; // createMainWindow fails
+extern int focusCount;         // calls of focusMainWindow
+
+void resetScreen();

@@ -1,0 +1,268 @@
+// The drawing surface of the native tests: real pixels, recorded texts, failures on demand.
+#include "tests/doubles/memory_surface.h"
+
+#include "tests/doubles/temp_files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+
+std::vector<DrawnText> drawnTexts;
+std::vector<SavedImage> savedImages;
+
+static std::map<Drawing, int> failuresLeft;
+static int contexts = 0;
+static int bitmaps = 0;
+static int imaging = 0;
+
+static bool failsNow(Drawing kind) {
+    int& left = failuresLeft[kind];
+    if (left == 0) return false;
+    left--;
+    return true;
+}
+
+void failNextDrawing(Drawing kind, int count) {
+    failuresLeft[kind] = count;
+}
+
+int liveContexts() {
+    return contexts;
+}
+
+int liveBitmaps() {
+    return bitmaps;
+}
+
+int imagingStarts() {
+    return imaging;
+}
+
+void resetSurfaces() {
+    drawnTexts.clear();
+    savedImages.clear();
+    failuresLeft.clear();
+    contexts = bitmaps = imaging = 0;
+}
+
+NativeBitmap blankBitmap(int width, int height, uint32_t pixel) {
+    const auto count = static_cast<size_t>(width) * static_cast<size_t>(height);
+    return {width, height, std::vector<uint32_t>(count, pixel)};
+}
+
+static uint32_t pixelOf(Colour colour) {
+    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+}
+
+static uint32_t* pixelAt(NativeBitmap& bitmap, int x, int y) {
+    if (x < 0 || y < 0 || x >= bitmap.width || y >= bitmap.height) return nullptr;
+    return &bitmap.pixels[static_cast<size_t>(y) * static_cast<size_t>(bitmap.width) +
+                          static_cast<size_t>(x)];
+}
+
+static void plot(ContextHandle context, int x, int y, uint32_t pixel) {
+    if (uint32_t* at = pixelAt(*context->target, x, y)) *at = pixel;
+}
+
+void startImaging() {
+    imaging++;
+}
+
+void stopImaging() {
+    imaging--;
+}
+
+Extent clientExtent(WindowHandle window) {
+    return {window->client.width, window->client.height};
+}
+
+ContextHandle windowContext(WindowHandle window) {
+    if (!window || failsNow(Drawing::GetWindow)) return nullptr;
+    contexts++;
+    return new NativeContext{window, &window->client, {}};
+}
+
+void releaseWindowContext(WindowHandle window, ContextHandle context) {
+    if (!context) return;
+    EXPECT_EQ(context->window, window) << "a context released to another window";
+    contexts--;
+    delete context;
+}
+
+BitmapHandle makeBitmap(ContextHandle like, int width, int height) {
+    if (!like || width <= 0 || height <= 0 || failsNow(Drawing::MakeBitmap)) return nullptr;
+    bitmaps++;
+    return new NativeBitmap(blankBitmap(width, height, 0));
+}
+
+void deleteBitmap(BitmapHandle bitmap) {
+    if (!bitmap) return;
+    EXPECT_EQ(bitmap->selectedIn, nullptr) << "a bitmap deleted while it is selected leaks";
+    bitmaps--;
+    delete bitmap;
+}
+
+ContextHandle makeMemoryContext(ContextHandle like) {
+    if (!like || failsNow(Drawing::MakeContext)) return nullptr;
+    contexts++;
+    auto* context = new NativeContext{nullptr, nullptr, blankBitmap(1, 1, 0)};
+    context->target = &context->stock;
+    return context;
+}
+
+void deleteMemoryContext(ContextHandle context) {
+    if (!context) return;
+    EXPECT_EQ(context->window, nullptr) << "a window's context is released, not deleted";
+    context->target->selectedIn = nullptr;
+    contexts--;
+    delete context;
+}
+
+BitmapHandle selectBitmap(ContextHandle memory, BitmapHandle bitmap) {
+    if (!memory || !bitmap || memory->window || failsNow(Drawing::SelectBitmap)) return nullptr;
+    if (bitmap->selectedIn && bitmap->selectedIn != memory) return nullptr;
+    NativeBitmap* previous = memory->target;
+    previous->selectedIn = nullptr;
+    memory->target = bitmap;
+    bitmap->selectedIn = bitmap == &memory->stock ? nullptr : memory;
+    return previous;
+}
+
+bool setPicture(ContextHandle context, BitmapHandle bitmap, const uint8_t* pixels, int width,
+                int height) {
+    if (!context || !bitmap || !pixels || failsNow(Drawing::SetPicture)) return false;
+    EXPECT_EQ(bitmap->selectedIn, nullptr) << "pixels set on a selected bitmap";
+    for (int y = 0; y < std::min(height, bitmap->height); y++) {
+        const uint8_t* source =
+            pixels + static_cast<size_t>(height - 1 - y) * static_cast<size_t>(width) * 4;
+        uint32_t* to = pixelAt(*bitmap, 0, y);
+        for (int x = 0; x < std::min(width, bitmap->width); x++, source += 4) {
+            to[x] = static_cast<uint32_t>(source[0] | source[1] << 8 | source[2] << 16);
+        }
+    }
+    return true;
+}
+
+void putPixels(ContextHandle context, int x, int y, int width, int height, const uint32_t* pixels) {
+    for (int row = 0; row < height; row++) {
+        for (int column = 0; column < width; column++) {
+            plot(context, x + column, y + row, *pixels++ & 0xFFFFFF);
+        }
+    }
+}
+
+static bool copyScaled(ContextHandle to, int toWidth, int toHeight, ContextHandle from,
+                       int fromWidth, int fromHeight) {
+    for (int y = 0; y < std::min(toHeight, to->target->height); y++) {
+        const int fromY = y * fromHeight / toHeight;
+        for (int x = 0; x < std::min(toWidth, to->target->width); x++) {
+            const uint32_t* source = pixelAt(*from->target, x * fromWidth / toWidth, fromY);
+            if (source) plot(to, x, y, *source);
+        }
+    }
+    return true;
+}
+
+bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
+    if (!to || !from || failsNow(Drawing::CopyArea)) return false;
+    return copyScaled(to, width, height, from, width, height);
+}
+
+bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
+                 int fromHeight) {
+    if (!to || !from || failsNow(Drawing::StretchArea)) return false;
+    return copyScaled(to, toWidth, toHeight, from, fromWidth, fromHeight);
+}
+
+void setPixel(ContextHandle context, int x, int y, Colour colour) {
+    plot(context, x, y, pixelOf(colour));
+}
+
+static void fillBox(ContextHandle context, int left, int top, int right, int bottom,
+                    uint32_t pixel) {
+    for (int y = top; y < bottom; y++) {
+        for (int x = left; x < right; x++) plot(context, x, y, pixel);
+    }
+}
+
+void fillArea(ContextHandle context, int width, int height, Colour colour) {
+    fillBox(context, 0, 0, width, height, pixelOf(colour));
+}
+
+// Bresenham's line; the last point stays out, as the window system has it.
+void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colour) {
+    const int dx = std::abs(x2 - x1), dy = -std::abs(y2 - y1);
+    const int stepX = x1 < x2 ? 1 : -1, stepY = y1 < y2 ? 1 : -1;
+    int error = dx + dy;
+    while (x1 != x2 || y1 != y2) {
+        setPixel(context, x1, y1, colour);
+        const int doubled = 2 * error;
+        if (doubled >= dy) {
+            error += dy;
+            x1 += stepX;
+        }
+        if (doubled <= dx) {
+            error += dx;
+            y1 += stepY;
+        }
+    }
+}
+
+template <class Visit>
+static void walkOutline(int left, int top, int right, int bottom, Visit visit) {
+    for (int x = left; x < right; x++) {
+        visit(x, top);
+        if (bottom - 1 != top) visit(x, bottom - 1);
+    }
+    for (int y = top + 1; y < bottom - 1; y++) {
+        visit(left, y);
+        if (right - 1 != left) visit(right - 1, y);
+    }
+}
+
+void drawRectangle(ContextHandle context, int left, int top, int right, int bottom, Colour pen) {
+    walkOutline(left, top, right, bottom, [&](int x, int y) { setPixel(context, x, y, pen); });
+}
+
+void drawFilledRectangle(ContextHandle context, int left, int top, int right, int bottom,
+                         Colour pen, Colour fill) {
+    fillBox(context, left, top, right, bottom, pixelOf(fill));
+    drawRectangle(context, left, top, right, bottom, pen);
+}
+
+void drawEllipse(ContextHandle context, int left, int top, int right, int bottom, Colour pen) {
+    const double a = (right - 1 - left) / 2.0, b = (bottom - 1 - top) / 2.0;
+    const double centreX = left + a, centreY = top + b;
+    if (a <= 0 || b <= 0) return;
+    const int points = static_cast<int>(8 * (a + b)) + 8;
+    for (int i = 0; i < points; i++) {
+        const double angle = 2 * M_PI * i / points;
+        setPixel(context, static_cast<int>(std::lround(centreX + a * std::cos(angle))),
+                 static_cast<int>(std::lround(centreY + b * std::sin(angle))), pen);
+    }
+}
+
+void invertRectangle(ContextHandle context, int left, int top, int right, int bottom) {
+    walkOutline(std::min(left, right), std::min(top, bottom), std::max(left, right),
+                std::max(top, bottom), [&](int x, int y) {
+                    if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
+                });
+}
+
+void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,
+              bool transparent) {
+    drawnTexts.push_back({context->target, x, y, text, colour, transparent});
+}
+
+// The picture goes into memory and an empty file takes its place: what is tested is where a picture
+// went and what was on it, the encoder is the window system's.
+bool saveBitmapAsPng(BitmapHandle bitmap, const std::wstring& path) {
+    if (!bitmap || failsNow(Drawing::Save)) return false;
+    const File file = openFile(path, L"wb");
+    if (!file) return false;
+    savedImages.push_back({path, bitmap->width, bitmap->height, bitmap->pixels});
+    return true;
+}

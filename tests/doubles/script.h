@@ -1,0 +1,56 @@
+// The scripted operator: what happens when, the messages that come of it, the answers to boxes.
+#pragma once
+
+#include "platform/message_box.h"
+#include "platform/messages.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using Action = std::function<void()>;
+
+constexpr uint32_t messageClose = 0x0010;
+constexpr uint32_t messageKeyUp = 0x0101;
+constexpr uint32_t messageCommand = 0x0111;
+constexpr uint32_t messageTimer = 0x0113;
+constexpr uint32_t messageMouseMove = 0x0200;
+constexpr uint32_t messageLeftButtonUp = 0x0202;
+
+// An action runs while something waits, so it may post messages and break or mend things, but calls
+// nothing that waits itself.
+void at(double testMs, Action action);
+void in(double ms, Action action); // from now
+void when(std::function<bool()> condition, Action action);
+
+// Into the queue of the main window, to be taken and dispatched by whoever pumps.
+void post(uint32_t id, uintptr_t wParam = 0, intptr_t lParam = 0);
+void postCall(Action call); // a message whose dispatch calls `call`, as for Enter in an edit
+void postCommand(int id);
+void postKey(uintptr_t virtualKey);
+void postClick(int x, int y);
+void postDrag(int x1, int y1, int x2, int y2);
+
+size_t waitingMessages();
+
+// Answers the next box whose text holds `part`; `whileOpen` runs before the answer. A box without
+// an answer gets None and fails the test, and so does an answer that no box asked for.
+void answer(const std::string& part, BoxAnswer reply, Action whileOpen = {});
+
+struct ShownBox {
+    std::string text, caption;
+    BoxButtons buttons;
+    WindowHandle owner;
+    double testMs;
+};
+extern std::vector<ShownBox> shownBoxes;
+
+void resetScript();
+void expectScriptDone();
+
+// For the clock and the screen.
+double nextScriptTime(); // of the next event or poll of a condition; infinite when there is none
+void runDueScript();
+void setTimer(unsigned periodMs); // 0 stops
+bool timerRuns();
+void quitMessageLoop(); // as the main window goes, with all that waits for it

@@ -1,0 +1,89 @@
+// Folders and files of the native tests: below a fresh temporary folder, with the names that
+// Windows refuses refused.
+#include "tests/doubles/temp_files.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace fs = std::filesystem;
+
+bool foldersRefused = false;
+std::string refusedFile;
+static fs::path desktop;
+
+void makeTempDesktop() {
+    char name[] = "/tmp/lumascan-XXXXXX";
+    if (!mkdtemp(name)) std::abort();
+    desktop = name;
+    foldersRefused = false;
+    refusedFile.clear();
+}
+
+void removeTempDesktop() {
+    std::error_code ignored;
+    fs::remove_all(desktop, ignored);
+}
+
+// Empty for a name that Windows does not take.
+static fs::path nativePath(std::wstring path) {
+    constexpr size_t longestPath = 259; // MAX_PATH less the terminating zero
+    const size_t unusable = std::wstring_view(path).find_first_of(L":*?\"<>|");
+    if (unusable != std::wstring::npos || path.size() > longestPath) return {};
+    std::replace(path.begin(), path.end(), L'\\', L'/');
+    return path;
+}
+
+std::wstring desktopFolder() {
+    return desktop.wstring();
+}
+
+bool makeFolder(const std::wstring& path) {
+    std::error_code error;
+    const fs::path folder = nativePath(path);
+    return !foldersRefused && !folder.empty() && fs::create_directory(folder, error);
+}
+
+bool fileExists(const std::wstring& path) {
+    std::error_code error;
+    const fs::path file = nativePath(path);
+    return !file.empty() && fs::exists(file, error);
+}
+
+File openFile(const std::wstring& path, const wchar_t* mode) {
+    const fs::path file = nativePath(path);
+    const bool refused = *mode != L'r' && !refusedFile.empty() &&
+                         file.string().find(refusedFile) != std::string::npos;
+    if (file.empty() || refused || fs::is_directory(file)) return nullptr;
+    return File(std::fopen(file.c_str(), fs::path(mode).c_str()));
+}
+
+std::vector<std::string> filesOnDesktop() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(desktop)) {
+        const std::string name = fs::relative(entry.path(), desktop).string();
+        names.push_back(entry.is_directory() ? name + "/" : name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+static std::string slurp(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string contentOf(const std::string& name) {
+    return slurp(desktop / name);
+}
+
+std::string contentOf(const std::wstring& path) {
+    return slurp(nativePath(path));
+}
+
+void writeDesktopFile(const std::string& name, const std::string& content) {
+    fs::create_directories((desktop / name).parent_path());
+    std::ofstream(desktop / name, std::ios::binary) << content;
+}
