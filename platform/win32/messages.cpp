@@ -1,0 +1,61 @@
+// The thread's message queue.
+#include "platform/messages.h"
+
+#include "platform/clock.h"
+#include "platform/win32/handles.h"
+#include "platform/win32/timer_period.h"
+
+#include <algorithm>
+#include <optional>
+
+// The exit code of a quit that a wait came across; the message loop ends with it.
+static std::optional<int> pendingQuit;
+
+bool takeMessage(Message& message) {
+    MSG next;
+    while (PeekMessageW(&next, nullptr, 0, 0, PM_REMOVE)) {
+        if (next.message == WM_QUIT) {
+            pendingQuit = static_cast<int>(next.wParam);
+            continue;
+        }
+        message = {opaque(next.hwnd), next.message, next.wParam, next.lParam};
+        return true;
+    }
+    return false;
+}
+
+void dispatchMessage(const Message& message) {
+    MSG native{};
+    native.hwnd = ::native(message.window);
+    native.message = message.id;
+    native.wParam = message.wParam;
+    native.lParam = message.lParam;
+    TranslateMessage(&native);
+    DispatchMessageW(&native);
+}
+
+void waitForMessage(uint64_t untilTick) {
+    constexpr uint64_t longestSingleWaitMs = 60'000;
+    for (uint64_t now; (now = tickCountMs()) < untilTick;) {
+        // A wait that ends a fraction early goes round once more, so that the caller never spins.
+        uint64_t waitMs = std::min(untilTick - now, longestSingleWaitMs);
+        FineTimerPeriod fine(waitMs);
+        DWORD result = MsgWaitForMultipleObjectsEx(0, nullptr, static_cast<DWORD>(waitMs),
+                                                   QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+        if (result != WAIT_TIMEOUT) return;
+    }
+}
+
+int runMessageLoop() {
+    constexpr WORD acceleratorTable = 109; // a resource of the program
+    HACCEL accelerators =
+        LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(acceleratorTable));
+    MSG message{};
+    while (!pendingQuit && GetMessageW(&message, nullptr, 0, 0) > 0) {
+        // The message's own window, not the main one: the keys of an edit stay with the edit.
+        if (TranslateAcceleratorW(message.hwnd, accelerators, &message)) continue;
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+    return pendingQuit ? *pendingQuit : static_cast<int>(message.wParam);
+}
