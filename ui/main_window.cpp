@@ -1,0 +1,155 @@
+// The main window: its class, its procedure, and what the core asks of it as a whole.
+#include "ui/control_column.h"
+#include "ui/picture_windows.h"
+
+#include "platform/win32/handles.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <windowsx.h>
+
+// Null again once the window is destroyed, so that what the exit sequence still says goes nowhere.
+WindowHandle mainWindow = nullptr;
+
+constexpr UINT_PTR liveViewTimer = 1;
+
+// A screen lower than the window must not shrink it: the picture and the column have fixed sizes.
+static void allowFullSize(MINMAXINFO& limits) {
+    limits.ptMaxTrackSize = {SHRT_MAX, SHRT_MAX};
+}
+
+static void paint(HWND window) {
+    PAINTSTRUCT painting;
+    BeginPaint(window, &painting);
+    EndPaint(window, &painting);
+    onPaint();
+}
+
+static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wParam,
+                                            LPARAM lParam) {
+    switch (message) {
+    case WM_CREATE:
+        mainWindow = opaque(window);
+        createControlColumn(window);
+        fillControlColumn();
+        return 0;
+    case WM_COMMAND:
+        onCommand(LOWORD(wParam));
+        return 0;
+    case WM_TIMER:
+        if (wParam == liveViewTimer) liveViewTick();
+        return 0;
+    case WM_KEYDOWN:
+        onKeyDown(wParam);
+        return 0;
+    case WM_KEYUP:
+        onKeyUp();
+        return 0;
+    case WM_MOUSEMOVE:
+        onMouseMove(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam), (wParam & MK_LBUTTON) != 0);
+        return 0;
+    case WM_LBUTTONDOWN:
+        SetCapture(window); // a drag that leaves the window still ends with its button up
+        onLeftButtonDown(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        return 0;
+    case WM_LBUTTONUP:
+        ReleaseCapture();
+        onLeftButtonUp(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        return 0;
+    case WM_PAINT:
+        paint(window);
+        return 0;
+    case WM_GETMINMAXINFO:
+        allowFullSize(*reinterpret_cast<MINMAXINFO*>(lParam));
+        return 0;
+    case WM_CLOSE:
+        onClose();
+        return 0;
+    case WM_DESTROY:
+        mainWindow = nullptr;
+        forgetControlColumn();
+        PostQuitMessage(0);
+        return 0;
+    default:
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+}
+
+static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wchar_t* menu) {
+    HINSTANCE program = GetModuleHandleW(nullptr);
+    WNDCLASSEXW windowClass{};
+    windowClass.cbSize = sizeof windowClass;
+    windowClass.style = CS_HREDRAW | CS_VREDRAW;
+    windowClass.lpfnWndProc = procedure;
+    windowClass.hInstance = program;
+    windowClass.hIcon = LoadIconW(program, MAKEINTRESOURCEW(idIcon));
+    windowClass.hIconSm = windowClass.hIcon;
+    windowClass.hCursor = LoadCursorW(nullptr, MAKEINTRESOURCEW(32512)); // the arrow
+    windowClass.hbrBackground = reinterpret_cast<HBRUSH>(INT_PTR{COLOR_WINDOW + 1});
+    windowClass.lpszMenuName = menu;
+    windowClass.lpszClassName = name;
+    return RegisterClassExW(&windowClass);
+}
+
+int registerWindowClasses() {
+    registerWindowClass(L"LUMA", mainWindowProcedure, MAKEINTRESOURCEW(idMenu));
+    registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr);
+    registerWindowClass(L"CFI", pictureWindowProcedure, nullptr);
+    return registerWindowClass(L"IV", pictureWindowProcedure, nullptr);
+}
+
+int createMainWindow(int showCommand) {
+    constexpr int width = 1462, height = 1108; // pixels, frame and menu included
+    HWND window = CreateWindowExW(0, L"LUMA", L"Lumascan", WS_OVERLAPPEDWINDOW, 0, 0, width, height,
+                                  nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+    if (!window) return 0;
+    ShowWindow(window, showCommand);
+    UpdateWindow(window);
+    return 1;
+}
+
+void destroyMainWindow() {
+    if (mainWindow) DestroyWindow(native(mainWindow));
+}
+
+void checkRadio(int first, int last, int checked) {
+    if (mainWindow) CheckRadioButton(native(mainWindow), first, last, checked);
+}
+
+bool toggleCheckMark(int id) {
+    if (!mainWindow) return false;
+    bool checked = IsDlgButtonChecked(native(mainWindow), id) != BST_CHECKED;
+    CheckDlgButton(native(mainWindow), id, checked ? BST_CHECKED : BST_UNCHECKED);
+    return checked;
+}
+
+void focusMainWindow() {
+    if (mainWindow) SetFocus(native(mainWindow));
+}
+
+void setMainTitle(const char* text) {
+    if (mainWindow) SetWindowTextA(native(mainWindow), text);
+}
+
+void startTimer(unsigned periodMs) {
+    if (mainWindow) SetTimer(native(mainWindow), liveViewTimer, periodMs, nullptr);
+}
+
+void stopTimer() {
+    if (mainWindow) KillTimer(native(mainWindow), liveViewTimer);
+}
+
+static INT_PTR CALLBACK aboutProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM) {
+    if (message == WM_INITDIALOG) return TRUE;
+    if (message != WM_COMMAND) return FALSE;
+    if (LOWORD(wParam) != IDOK && LOWORD(wParam) != IDCANCEL) return FALSE;
+    EndDialog(dialog, LOWORD(wParam));
+    return TRUE;
+}
+
+void showAbout() {
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idAboutDialog), native(mainWindow),
+                    aboutProcedure, 0);
+}
