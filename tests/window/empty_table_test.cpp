@@ -1,0 +1,121 @@
+// The program on a machine with no device at all.
+#include "tests/window/road.h"
+
+#include <regex>
+
+namespace fs = std::filesystem;
+
+class EmptyTable : public Road {
+protected:
+    void start() {
+        program = startProgram(layDesk(false));
+        answer("Scanner Error", "No devices found", "OK", IDOK);
+        answer("Warning", "Error in  opening serial port", "OK", IDOK);
+        answer("Laser Error", "No Arduino devices found", "OK", IDOK);
+        ASSERT_TRUE(awaitMainWindow(program, patiently));
+        ASSERT_TRUE(await([&] { return isChecked(program, idLiveOn); }, patiently));
+        ASSERT_FALSE(openBox(program).window);
+    }
+
+    // Three columns and two rows with the default step of 1 um (6.84 pixels).
+    void selectSmallArea() { selectArea(600, 500, 615, 507); }
+
+    static std::string mapName(const char* prefix) {
+        return std::string(prefix) + "(3X2)Step1.0um LaserIntensity16.0 Bias0.0V.txt";
+    }
+};
+
+static constexpr const char* zeros =
+    "0.000000,0.000000,0.000000,\r\n0.000000,0.000000,0.000000,\r\n";
+
+TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
+    ASSERT_NO_FATAL_FAILURE(start());
+    EXPECT_FALSE(fs::exists(dataRoot() / "Config.txt"));
+    EXPECT_TRUE(isChecked(program, idIlluminationOn));
+    EXPECT_TRUE(isChecked(program, idLaserOff));
+    EXPECT_TRUE(isChecked(program, idSampleView));
+
+    HWND x = controlById(program, idPositionX);
+    EXPECT_EQ(textOf(x), "0.0");
+    typeAndEnter(x, "25");
+    EXPECT_TRUE(awaitText(x, "25.0", quickly));
+    pressKey(program, VK_LEFT);
+    EXPECT_TRUE(awaitText(x, "-75.0", quickly));
+
+    ASSERT_NO_FATAL_FAILURE(selectSmallArea());
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    EXPECT_EQ(textOf(x), "-75.0");
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+
+    ASSERT_TRUE(std::regex_match(session().filename().string(), std::regex(R"(\d{6}_\d\d-\d\d)")));
+    std::vector<std::string> files{"CONFOCAL(5).jpg",    "CONF_B(4).jpg",      "CONF_G(3).jpg",
+                                   "CONF_R(2).jpg",      mapName("ConfocalB"), mapName("ConfocalG"),
+                                   mapName("ConfocalR"), "KST(1).jpg",         mapName("Kestrel"),
+                                   "optics(0).jpg"};
+    EXPECT_EQ(filesIn(session()), files);
+    EXPECT_EQ(contentOf(session() / mapName("Kestrel")), zeros);
+    for (const std::string& name : files) {
+        if (name.ends_with(".jpg")) {
+            EXPECT_TRUE(contentOf(session() / name).starts_with("\x89PNG\r\n\x1a\n")) << name;
+        }
+    }
+    EXPECT_TRUE(std::regex_match(
+        contentOf(dataRoot() / "Config.txt"),
+        std::regex("step:1\\.0, laser:4\\.00, laser correct:\\(0,0\\), Ammeter:0, GPIB:18, "
+                   "IP:\\d+,\\d+,\\d+,\\d+,1225, Standa:2, arduino_LD:10, 1\r\n")));
+}
+
+TEST_F(EmptyTable, TakesWhatItCanReadOfTheSettings) {
+    struct Case {
+        const char* what;
+        std::string line;
+        const char* step;
+        const char* intensity;
+    };
+    const Case cases[] = {
+        {"ends early", "step:2.5, laser:1", "2.5", "4.0"},
+        {"empty", "", "1.0", "16.0"},
+        {"not text", std::string(1'000'000, '\0'), "1.0", "16.0"},
+        {"enormous", "step:3.0, laser:2.00, laser correct:(" + std::string(5'000'000, '9'), "3.0",
+         "8.0"},
+        {"impossible step", "step:1e308, laser:2.00, laser correct:(7,9)", "40.0", "8.0"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_NO_FATAL_FAILURE(writeSettings(c.line));
+        ASSERT_NO_FATAL_FAILURE(start());
+        EXPECT_EQ(textOf(scanStep()), c.step);
+        EXPECT_EQ(textOf(controlById(program, idLaserIntensity)), c.intensity);
+        ASSERT_NO_FATAL_FAILURE(closeProgram());
+        EXPECT_TRUE(
+            contentOf(dataRoot() / "Config.txt").starts_with("step:" + std::string(c.step)));
+    }
+
+    SCOPED_TRACE("a folder");
+    fs::remove(dataRoot() / "Config.txt");
+    fs::create_directory(dataRoot() / "Config.txt");
+    ASSERT_NO_FATAL_FAILURE(start());
+    EXPECT_EQ(textOf(scanStep()), "1.0");
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+}
+
+TEST_F(EmptyTable, KeepsMapsThatCannotBeSaved) {
+    std::fclose(_wfopen(dataRoot().c_str(), L"wb"));
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(selectSmallArea());
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    for (int map = 0; map < 4; map++) {
+        ASSERT_NO_FATAL_FAILURE(answer("Image save Process",
+                                       "File saving error. New folder will be made.", "OK", IDOK));
+    }
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+
+    fs::remove(dataRoot());
+    fs::create_directory(dataRoot());
+    command(program, idSaveMaps);
+    EXPECT_TRUE(await([&] { return fs::exists(session() / mapName("ConfocalB")); }, quickly));
+    EXPECT_EQ(contentOf(session() / mapName("Kestrel")), zeros);
+    EXPECT_NE(contentOf(session() / mapName("ConfocalG")), zeros) << "the test pattern's colours";
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+}

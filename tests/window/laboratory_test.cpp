@@ -1,0 +1,265 @@
+// Whole roads in the virtual laboratory, whose files are compared with the sample.
+#include "tests/window/road.h"
+#include "virtual_lab/lab.h"
+
+#include <gdiplus.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+// A picture file as it was saved.
+class Picture {
+public:
+    explicit Picture(const fs::path& file) {
+        Gdiplus::GdiplusStartupInput input;
+        Gdiplus::GdiplusStartup(&token, &input, nullptr);
+        bitmap = std::make_unique<Gdiplus::Bitmap>(file.c_str());
+    }
+    ~Picture() {
+        bitmap.reset();
+        Gdiplus::GdiplusShutdown(token);
+    }
+    Picture(const Picture&) = delete;
+
+    Gdiplus::Color at(int x, int y) const {
+        Gdiplus::Color colour;
+        bitmap->GetPixel(x, y, &colour);
+        return colour;
+    }
+
+private:
+    ULONG_PTR token = 0;
+    std::unique_ptr<Gdiplus::Bitmap> bitmap;
+};
+
+static double correlation(const std::vector<double>& a, const std::vector<double>& b) {
+    double n = static_cast<double>(a.size()), sumA = 0, sumB = 0, aa = 0, bb = 0, ab = 0;
+    for (size_t i = 0; i < a.size(); i++) {
+        sumA += a[i], sumB += b[i];
+        aa += a[i] * a[i], bb += b[i] * b[i], ab += a[i] * b[i];
+    }
+    return (ab - sumA * sumB / n) / std::sqrt((aa - sumA * sumA / n) * (bb - sumB * sumB / n));
+}
+
+struct Range {
+    double least, most;
+};
+
+// What the board may read with the spot there: the stage stops within a few microsteps, and the
+// shake of the focus leaves a little of its backlash.
+static Range voltsAround(double x, double y) {
+    Range range{9, -9};
+    for (double dx : {-0.1, 0.0, 0.1}) {
+        for (double dy : {-0.1, 0.0, 0.1}) {
+            for (double z : {0.0, 0.4, 0.8}) {
+                double volts = std::min(expectedVolts(x + dx, y + dy, 4.0, z), 5.0);
+                range.least = std::min(range.least, volts);
+                range.most = std::max(range.most, volts);
+            }
+        }
+    }
+    double slack = 5 * labAdcNoiseVolts + labAdcStepVolts;
+    return {range.least - slack, range.most + slack};
+}
+
+// A rectangle on the picture, in pixels from the top left, and the grid that it makes.
+struct Area {
+    int left, top, right, bottom;
+    double step; // um
+    int columns, rows;
+
+    // Sample point of a map cell; the fixed correction of the spot is 3 and 2 um.
+    LabPoint cell(int column, int row) const {
+        return {(left - labCentreColumn) * labUmPerPixel + 3 + column * step,
+                (labCentreRow - bottom) * labUmPerPixel + 2 + (rows - 1 - row) * step};
+    }
+
+    std::string mapName(const char* prefix) const {
+        char name[100];
+        std::snprintf(name, sizeof name, "%s(%dX%d)Step%.1fum LaserIntensity16.0 Bias0.0V.txt",
+                      prefix, columns, rows, step);
+        return name;
+    }
+};
+
+class Laboratory : public Road {
+protected:
+    void start(double step) {
+        LabPixel spot = labSpotPixel();
+        char line[200];
+        std::snprintf(line, sizeof line, "step:%.1f, laser:4.00, laser correct:(%d,%d)", step,
+                      spot.column, spot.row);
+        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+        program = startProgram(layDesk(true));
+        ASSERT_TRUE(await(
+            [&] {
+                program.window = topWindow(program, "LUMA");
+                return program.window || openBox(program).window;
+            },
+            patiently));
+        ASSERT_FALSE(openBox(program).window);
+        ASSERT_TRUE(await([&] { return isChecked(program, idLiveOn); }, patiently));
+    }
+
+    void select(const Area& area) { selectArea(area.left, area.top, area.right, area.bottom); }
+
+    // The last word of the laboratory's diary on each device.
+    std::string lastState(const std::string& device) const {
+        std::string state;
+        std::istringstream lines(contentOf(program.folder / "virtual_lab_log.txt"));
+        double time = 0;
+        for (std::string name, value; lines >> time >> name >> value;) {
+            if (name == device) state = value;
+        }
+        return state;
+    }
+
+    void expectDark() const {
+        EXPECT_EQ(lastState("laser"), "0");
+        EXPECT_EQ(lastState("illumination"), "off");
+    }
+
+    // Compares the rows that have been scanned, counted from the bottom.
+    static void expectLandscape(const Area& area, int scannedRows) {
+        auto map = readMap(session() / area.mapName("Kestrel"));
+        ASSERT_EQ(map.size(), static_cast<size_t>(area.rows));
+        for (int row = 0; row < area.rows; row++) {
+            ASSERT_EQ(map[row].size(), static_cast<size_t>(area.columns));
+            for (int column = 0; row >= area.rows - scannedRows && column < area.columns;
+                 column++) {
+                LabPoint point = area.cell(column, row);
+                Range range = voltsAround(point.x, point.y);
+                EXPECT_GE(map[row][column], range.least) << column << ", " << row;
+                EXPECT_LE(map[row][column], range.most) << column << ", " << row;
+            }
+        }
+    }
+};
+
+TEST_F(Laboratory, MapsTheLandscape) {
+    // The device from edge to edge, coarsely.
+    const Area area{479, 411, 753, 617, 5.0, 9, 7};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    for (int id : {idPositionX, idPositionY, idPositionZ})
+        EXPECT_EQ(textOf(controlById(program, id)), "0.0");
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+
+    std::vector<std::string> files{"CONFOCAL(5).jpg",         "CONF_B(4).jpg",
+                                   "CONF_G(3).jpg",           "CONF_R(2).jpg",
+                                   area.mapName("ConfocalB"), area.mapName("ConfocalG"),
+                                   area.mapName("ConfocalR"), "KST(1).jpg",
+                                   area.mapName("Kestrel"),   "optics(0).jpg"};
+    EXPECT_EQ(filesIn(session()), files);
+    expectLandscape(area, area.rows);
+
+    // The spot is as bright as what it falls on.
+    auto green = readMap(session() / area.mapName("ConfocalG"));
+    std::vector<double> seen, there;
+    for (int row = 0; row < area.rows; row++) {
+        for (int column = 0; column < area.columns; column++) {
+            LabPoint point = area.cell(column, row);
+            seen.push_back(green[row][column]);
+            there.push_back(textureAt(point.x, point.y).green);
+        }
+    }
+    EXPECT_GT(correlation(seen, there), 0.8);
+
+    // The saved camera picture is the sample, the right way up, outside the marks on it.
+    Picture optics(session() / "optics(0).jpg");
+    seen.clear(), there.clear();
+    for (int y = 20; y < 1000; y += 7) {
+        for (int x = 20; x < 1200; x += 7) {
+            seen.push_back(optics.at(x, y).GetGreen());
+            there.push_back(
+                textureAt((x - labCentreColumn) * labUmPerPixel, (labCentreRow - y) * labUmPerPixel)
+                    .green);
+        }
+    }
+    EXPECT_GT(correlation(seen, there), 0.95);
+
+    // The saved map shows the values in the false colours.
+    Picture drawn(session() / "KST(1).jpg");
+    auto map = readMap(session() / area.mapName("Kestrel"));
+    double least = 9, most = -9;
+    for (const auto& row : map) {
+        for (double value : row) least = std::min(least, value), most = std::max(most, value);
+    }
+    constexpr int cellPx = 390 / 9;
+    for (int row = 0; row < area.rows; row++) {
+        for (int column = 0; column < area.columns; column++) {
+            double level = (map[row][column] - least) * 1023 / (most - least);
+            int red = drawn.at(column * cellPx + cellPx / 2, row * cellPx + cellPx / 2).GetRed();
+            EXPECT_NEAR(red, level / 4, 1.5) << column << ", " << row;
+        }
+    }
+}
+
+TEST_F(Laboratory, StopsOnRequestAndSavesThePart) {
+    const Area area{550, 480, 660, 540, 2.0, 9, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+
+    const char* question = "Do you want to stop process, now ?";
+    ASSERT_TRUE(await([&] { return percentDone() >= 22; }, patiently));
+    click(startButton());
+    ASSERT_NO_FATAL_FAILURE(answer("Warning", question, "Yes No", IDNO));
+    ASSERT_TRUE(await([&] { return percentDone() >= 50; }, patiently));
+    click(startButton());
+    ASSERT_NO_FATAL_FAILURE(answer("Warning", question, "Yes No", IDYES));
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+
+    EXPECT_TRUE(isChecked(program, idLaserOff));
+    EXPECT_EQ(lastState("laser"), "0");
+    EXPECT_EQ(textOf(controlById(program, idPositionX)), "0.0");
+    expectLandscape(area, 2);
+    auto map = readMap(session() / area.mapName("Kestrel"));
+    EXPECT_EQ(map[0], std::vector<double>(map[0].size())) << "a row that was never reached";
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+}
+
+TEST_F(Laboratory, SavesAndGoesDarkWhenClosedInAScan) {
+    const Area area{550, 480, 660, 540, 2.0, 9, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_TRUE(await([&] { return percentDone() >= 40; }, patiently));
+    EXPECT_NE(lastState("laser"), "0");
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+    expectLandscape(area, 1);
+    EXPECT_TRUE(fs::exists(session() / area.mapName("ConfocalB")));
+    EXPECT_TRUE(contentOf(dataRoot() / "Config.txt").starts_with("step:2.0, laser:4.00"));
+}
+
+TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
+    ASSERT_NO_FATAL_FAILURE(start(2.0));
+    // One grid for each, so that no name occurs twice.
+    const Area areas[] = {
+        {600, 490, 630, 520, 2.0, 3, 3},
+        {600, 490, 644, 520, 2.0, 4, 3},
+        {600, 490, 658, 520, 2.0, 5, 3},
+    };
+    const char* faults[] = {"camera lost\n", "axis x stalled\n", "board unplugged\n"};
+    for (int i = 0; i < 3; i++) {
+        SCOPED_TRACE(faults[i]);
+        ASSERT_NO_FATAL_FAILURE(select(areas[i]));
+        ASSERT_NO_FATAL_FAILURE(startScan());
+        ASSERT_TRUE(await([&] { return percentDone() >= 34; }, patiently));
+        breakLaboratory(program.folder, faults[i]);
+        ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+        EXPECT_EQ(readMap(session() / areas[i].mapName("Kestrel")).size(), 3U);
+        if (i == 0) expectLandscape(areas[i], 3);
+        breakLaboratory(program.folder, "");
+    }
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+}

@@ -1,0 +1,144 @@
+#!/bin/bash
+# Runs a Windows program under Wine on a screen, a desktop folder and a serial line of its own.
+#
+#   run_under_wine.sh [--build FOLDER] [--cable] [--show] [--keep FOLDER] PROGRAM [ARGUMENT...]
+#
+#   --build FOLDER  the Windows build tree (build/windows); its prefix is made here once and copied
+#   --cable         lay the null-modem cable: COM10 on one end, COM11 on the other
+#   --show          use the display of $DISPLAY where there is one
+#   --keep FOLDER   run in this folder and keep it; the default is a new one that goes when the
+#                   program has ended well
+#
+# Prints what the program prints and ends with its exit code. Everything that Wine, Xvfb and socat
+# say goes into files of the folder.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+build=$root/build/windows
+cable=no
+show=no
+folder=
+while [[ ${1:-} == --* ]]; do
+    case $1 in
+    --build) build=$(cd "$2" && pwd) && shift 2 ;;
+    --cable) cable=yes && shift ;;
+    --show) show=yes && shift ;;
+    --keep) mkdir -p "$2" && folder=$(cd "$2" && pwd) && shift 2 ;;
+    *) echo "unknown option $1" >&2 && exit 2 ;;
+    esac
+done
+[[ $# -gt 0 ]] || { echo "which program?" >&2 && exit 2; }
+
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml="
+
+temporary=no
+if [[ -z $folder ]]; then
+    mkdir -p "$build/runs"
+    folder=$(mktemp -d "$build/runs/run.XXXXXX")
+    temporary=yes
+fi
+
+own=()
+finish() {
+    local code=$?
+    WINEPREFIX=$folder/prefix wineserver -k >/dev/null 2>&1 || true
+    WINEPREFIX=$folder/prefix timeout 20 wineserver -w >/dev/null 2>&1 || true
+    for pid in "${own[@]}"; do
+        kill "$pid" 2>/dev/null || true
+    done
+    wait
+    if [[ $temporary == yes && $code == 0 ]]; then
+        rm -rf "$folder"
+    elif [[ $code != 0 ]]; then
+        echo "the run's files are in $folder" >&2
+    fi
+    exit "$code"
+}
+trap finish EXIT
+trap 'exit 143' TERM INT HUP
+
+# A new prefix, without crash dialogs; its desktop is a folder inside it, not the user's home.
+make_prefix() {
+    local new=$build/prefix.new
+    rm -rf "$new"
+    (
+        export WINEPREFIX=$new
+        unset DISPLAY
+        timeout 300 wineboot -i
+        wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
+        wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f
+        timeout 60 wineserver -w
+    ) >"$build/wineboot.log" 2>&1
+    local link
+    for link in "$new"/drive_c/users/*/*; do
+        if [[ -L $link ]]; then
+            rm "$link"
+            mkdir "$link"
+        fi
+    done
+    mv "$new" "$build/prefix"
+}
+
+(
+    flock 9
+    [[ -d $build/prefix ]] || make_prefix
+) 9>"$build/prefix.lock"
+
+if [[ ! -d $folder/prefix ]]; then
+    mkdir "$folder/prefix"
+    # The system's files are shared by hard links; the registry and the user's folders are copies.
+    cp -al "$build/prefix/drive_c" "$folder/prefix/drive_c"
+    rm -rf "$folder/prefix/drive_c/users"
+    cp -a "$build/prefix/drive_c/users" "$folder/prefix/drive_c/users"
+    cp -a "$build/prefix/dosdevices" "$build/prefix"/*.reg "$build/prefix/.update-timestamp" \
+        "$folder/prefix/"
+fi
+export WINEPREFIX=$folder/prefix
+
+# Waits until the file has content.
+await_file() {
+    local tries
+    for ((tries = 0; tries < 500; tries++)); do
+        [[ -s $1 ]] && return 0
+        sleep 0.02
+    done
+    echo "nothing came into $1" >&2
+    return 1
+}
+
+if [[ $show == no || -z ${DISPLAY:-} ]]; then
+    rm -f "$folder/display"
+    Xvfb -displayfd 3 -screen 0 2600x1400x24 -dpi 96 -nolisten tcp \
+        3>"$folder/display" >"$folder/xvfb.log" 2>&1 &
+    own+=($!)
+    await_file "$folder/display"
+    DISPLAY=:$(tr -d '[:space:]' <"$folder/display")
+    export DISPLAY
+else
+    # A person's windows get frames and a place in the task bar.
+    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d Y /f >"$folder/managed.log" 2>&1
+fi
+echo "$DISPLAY" >"$folder/display"
+
+rm -f "$WINEPREFIX/dosdevices/com10" "$WINEPREFIX/dosdevices/com11"
+if [[ $cable == yes ]]; then
+    rm -f "$folder/com10" "$folder/com11"
+    socat "pty,raw,echo=0,link=$folder/com10" "pty,raw,echo=0,link=$folder/com11" \
+        >"$folder/socat.log" 2>&1 &
+    own+=($!)
+    for end in com10 com11; do
+        for ((tries = 0; tries < 500; tries++)); do
+            [[ -e $folder/$end ]] && break
+            sleep 0.02
+        done
+        ln -s "$folder/$end" "$WINEPREFIX/dosdevices/$end"
+    done
+fi
+
+wine "$@" >"$folder/program.log" 2>"$folder/wine.log" &
+program=$!
+tail --pid="$program" -s 0.2 -n +1 -f "$folder/program.log" | tr -d '\r'
+code=0
+wait "$program" || code=$?
+exit "$code"
