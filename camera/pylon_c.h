@@ -34,9 +34,7 @@ struct PylonC {
     template <class... A> static constexpr PylonCall<A...> missing() {
         return [](A...) { return pylonMissing; };
     }
-    template <class... A> static constexpr auto absent() {
-        return static_cast<uint8_t (*)(A...)>([](A...) { return uint8_t{0}; });
-    }
+    static uint8_t absentFeature(void*, const char*) { return 0; }
 
     PylonCall<> PylonInitialize = missing<>();
     PylonCall<> PylonTerminate = missing<>();
@@ -49,8 +47,8 @@ struct PylonC {
     PylonCall<void*> PylonDeviceClose = missing<void*>();
     PylonCall<void*, uint8_t*> PylonDeviceIsOpen = missing<void*, uint8_t*>();
 
-    uint8_t (*PylonDeviceFeatureIsReadable)(void*, const char*) = absent<void*, const char*>();
-    uint8_t (*PylonDeviceFeatureIsWritable)(void*, const char*) = absent<void*, const char*>();
+    uint8_t (*PylonDeviceFeatureIsReadable)(void*, const char*) = absentFeature;
+    uint8_t (*PylonDeviceFeatureIsWritable)(void*, const char*) = absentFeature;
     PylonCall<void*, const char*, const char*> PylonDeviceFeatureFromString =
         missing<void*, const char*, const char*>();
     PylonCall<void*, const char*, char*, size_t*> PylonDeviceFeatureToString =

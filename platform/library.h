@@ -22,8 +22,3 @@ bool bindFunction(Function*& function, LibraryHandle library, const char* name,
     function = reinterpret_cast<Function*>(address);
     return true;
 }
-
-// The default of a function that no library has been found for: takes anything, answers `failure`.
-template <auto failure, class... Arguments> auto missingFunction(Arguments...) {
-    return failure;
-}

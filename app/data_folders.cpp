@@ -1,0 +1,28 @@
+// Builds the paths of the data folders and makes them.
+#include "app/data_folders.h"
+
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/text_format.h"
+#include "platform/widen.h"
+
+DataFolders dataFolders;
+
+void prepareDataFolders(DataFolders& folders) {
+    const std::wstring PathDeskTop = desktopFolder();
+    folders.dataRoot = PathDeskTop + L"\\KST_Data";
+    makeFolder(folders.dataRoot); // one that is there already is simply used
+    folders.configPath = folders.dataRoot + L"\\Config.txt";
+    folders.sessionFolder = L" ";
+    folders.sessionFolderMade = 0;
+}
+
+void ensureSessionFolder(DataFolders& folders) {
+    if (folders.sessionFolderMade) return;
+    const LocalTime now = localTime();
+    const std::string TodayDate = formatted("%02d%02d%02d_%02d-%02d", now.year - 2000, now.month,
+                                            now.day, now.hour, now.minute);
+    folders.sessionFolder = folders.dataRoot + L"\\" + widened(TodayDate);
+    makeFolder(folders.sessionFolder);
+    folders.sessionFolderMade = 1;
+}

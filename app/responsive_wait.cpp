@@ -1,0 +1,82 @@
+// Waits while the windows stay alive.
+#include "app/responsive_wait.h"
+
+#include "motion/stage.h"
+#include "platform/clock.h"
+#include "platform/message_box.h"
+#include "platform/messages.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+int32_t processRunning = 0;
+int32_t stopRequested = 0;
+
+namespace {
+
+bool asksForStop(const Message& message) {
+    // Deliberately broad: any message that carries the Start/Stop button's id, and a click anywhere.
+    return (message.wParam & 0xFFFF) == idStart || message.id == messageLeftButtonDown;
+}
+
+bool stopConfirmed() {
+    return showMessageBox(mainWindow, "Do you want to stop process, now ?", "Warning",
+                          BoxButtons::YesNo) == BoxAnswer::Yes;
+}
+
+void nudgeFocus(double um) {
+    moveBy(stageZ, um);
+    refreshPositions();
+}
+
+// What one message makes of a wait; 0 means that the wait goes on.
+constexpr int goOn = -1;
+
+int handleWhileIdle(const Message& message) {
+    if (message.id == messageLeftButtonDown) {
+        for (StageAxis* axis : {&stageX, &stageY, &stageZ}) stopStage(*axis);
+        return waitClicked;
+    }
+    dispatchMessage(message);
+    return goOn;
+}
+
+int handleWhileProcessRuns(const Message& message) {
+    if (asksForStop(message) && stopConfirmed()) {
+        stopRequested = 1;
+        return waitStopped;
+    }
+    if (message.id == messageKeyDown && message.wParam == keyPageUp) {
+        nudgeFocus(1.0);
+        return waitPassed;
+    }
+    if (message.id == messageKeyDown && message.wParam == keyPageDown) {
+        nudgeFocus(-1.0);
+        return waitPassed;
+    }
+    const int32_t stopBefore = stopRequested;
+    dispatchMessage(message);
+    // Closing the window stops the process too; what was asked for earlier has been seen already.
+    return stopRequested && !stopBefore ? int{waitStopped} : goOn;
+}
+
+} // namespace
+
+int waitResponsive(uint32_t durationMs) {
+    const uint32_t start = static_cast<uint32_t>(tickCountMs());
+    liveViewTimerOff();
+    for (;;) {
+        if (tickCountMs() - start >= durationMs) {
+            if (!processRunning) liveViewTimerOn();
+            return waitPassed;
+        }
+        Message message;
+        while (takeMessage(message)) {
+            const int result =
+                processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
+            if (result != goOn) return result;
+        }
+        waitForMessage(start + uint64_t{durationMs});
+    }
+}

@@ -1,0 +1,152 @@
+// Connects the camera, applies its settings and grabs frames.
+#include "camera/camera.h"
+
+#include "camera/Basler_camera.h"
+#include "platform/clock.h"
+#include "ui/screen.h"
+
+#include <cstdio>
+
+CameraState cameraState;
+int32_t cameraAperture = 5;
+
+namespace {
+
+constexpr int maximumTries = 1000; // for one frame
+constexpr int64_t acquisitionFrames = 10;
+
+void fail(CameraState& state) {
+    state.connected = 0;
+    showInformation("No camera detected");
+}
+
+void openAutomatic(CBaslerUniversalInstantCamera& camera) {
+    showInformation("Camera Opening");
+    camera.Open();
+    if (camera.IsGrabbing()) camera.StopGrabbing();
+    if (!camera.PixelFormat.Is(PixelFormat_BayerRG8)) camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    showInformation("Camera Auto Gain Control");
+    autoGainContinuous(camera);
+    showInformation("Camera Auto Exposure ");
+    sleepMs(100);
+    autoExposureContinuous(camera);
+    showInformation("Auto WhiteBalance skipped");
+    if (camera.AcquisitionFrameCount.IsWritable())
+        camera.AcquisitionFrameCount.SetValue(acquisitionFrames);
+}
+
+void applyManual(CameraState& state) {
+    CBaslerUniversalInstantCamera& camera = *state.device;
+    camera.Close();
+    camera.Open();
+    camera.GainAuto.SetValue(Auto_Off);
+    camera.Gain.SetValue(state.gain);
+    camera.ExposureAuto.SetValue(Auto_Off);
+    camera.ExposureTime.SetValue(state.exposureUs);
+    std::snprintf(state.message, sizeof state.message, "exposure time: %.1f", state.exposureUs);
+    showInformation(state.message);
+}
+
+void startGrabbing(CBaslerUniversalInstantCamera& camera, uint32_t count) {
+    camera.StartGrabbing(count, GrabStrategy_LatestImages, GrabLoop_ProvidedByUser);
+}
+
+// One frame into `state.frame`; false when it is given up.
+bool takeFrame(CameraState& state, uint32_t count, uint32_t taken) {
+    CBaslerUniversalInstantCamera& camera = *state.device;
+    for (int attempt = 0; attempt < maximumTries; ++attempt) {
+        if (!camera.IsGrabbing()) {
+            startGrabbing(camera, count);
+            sleepMs(10);
+            continue;
+        }
+        // The frame that is shown keeps its buffer until the next one is there.
+        CGrabResultPtr result;
+        camera.RetrieveResult(waitWithoutLimit, result, TimeoutHandling_ThrowException);
+        if (result->GrabSucceeded()) {
+            if (result->GetPayloadSize() < static_cast<size_t>(state.frameBytes))
+                throw GenericException("The camera's frame is smaller than the picture");
+            state.grabResult = result;
+            state.frame = result->GetBuffer();
+            return true;
+        }
+        if (taken >= count) return false;
+    }
+    return false;
+}
+
+void fillTestPattern(CameraState& state) {
+    state.frame = state.ownFrame.data();
+    state.grabResult.reset();
+    // Byte i is i / 10 + phase: runs of ten equal bytes.
+    const auto bytes = static_cast<size_t>(state.frameBytes);
+    auto value = static_cast<uint8_t>(state.fallbackPhase);
+    for (size_t start = 0; start < bytes; start += 10, ++value)
+        for (size_t i = start; i < start + 10 && i < bytes; ++i) state.frame[i] = value;
+    state.fallbackPhase = static_cast<int32_t>(static_cast<uint32_t>(state.fallbackPhase) + 1);
+}
+
+} // namespace
+
+CameraState::CameraState()
+    : ownFrame(static_cast<size_t>(frameBytes)) {
+    frame = ownFrame.data();
+}
+
+int initCamera(CameraState& state) {
+    state.frameBytes = static_cast<int32_t>(cameraImage.byteCount);
+    try {
+        if (state.device) state.device->Close();
+        PylonInitialize();
+        ++state.runtimeStarts;
+        state.device = std::make_unique<CBaslerUniversalInstantCamera>(
+            CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo()));
+    } catch (const GenericException&) {
+        fail(state);
+        return 0;
+    }
+    state.connected = 1;
+    state.needsInit = 0;
+    return 1;
+}
+
+int controlCamera(CameraState& state, uint32_t mode) {
+    if (!state.connected) {
+        fail(state);
+        return 0;
+    }
+    try {
+        if (mode == cameraAutomatic) openAutomatic(*state.device);
+        if (mode == cameraManual) applyManual(state);
+    } catch (const GenericException&) {
+        fail(state);
+    }
+    return 0;
+}
+
+int grabFrames(CameraState& state, uint32_t count) {
+    bool failed = !state.connected;
+    if (!failed) {
+        try {
+            startGrabbing(*state.device, count);
+            uint32_t taken = 0;
+            for (uint32_t i = 0; i < count; ++i)
+                if (takeFrame(state, count, taken)) ++taken;
+        } catch (const GenericException&) {
+            failed = true;
+        }
+    }
+    if (failed) {
+        fail(state);
+        fillTestPattern(state);
+    }
+    convertBayerFrame(cameraImage, state.frame, cameraImage.pixels.get());
+    return 0;
+}
+
+void releaseCamera(CameraState& state) {
+    state.device.reset();
+    for (; state.runtimeStarts > 0; --state.runtimeStarts) PylonTerminate();
+    state.connected = 0;
+    state.needsInit = 1;
+}

@@ -1,0 +1,53 @@
+// The microscope's one camera: connecting, settings, grabbing. Without a camera, or after any
+// failure of it, every grab gives a moving test pattern and the program stays usable.
+#pragma once
+
+#include "camera/picture.h"
+#include "camera/pylon.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+struct CameraState {
+    CameraState();
+
+    int32_t gain = 1;          // manual gain, dB
+    double exposureUs = 100.0; // manual exposure time
+    uint8_t* frame;            // the current raw frame: `ownFrame`, or the last result's buffer
+    int32_t connected = 0;     // cleared by every failure
+    int32_t needsInit = 1;
+    int32_t fallbackPhase = 0; // of the test pattern
+    std::unique_ptr<CBaslerUniversalInstantCamera> device;
+    CGrabResultPtr grabResult;
+    char message[100] = {};
+    int32_t frameBytes = static_cast<int32_t>(displayPixelCount * 4);
+    std::vector<uint8_t> ownFrame;
+    int32_t runtimeStarts = 0; // SDK starts that releaseCamera must end
+};
+
+extern CameraState cameraState;
+
+// Half the side, in display pixels, of the square whose mean colour is taken at the laser spot.
+extern int32_t cameraAperture;
+
+// What the continuous routines last read: gain in whole units, exposure in whole milliseconds.
+extern int32_t lastAutoGain;
+extern int32_t lastAutoExposureMs;
+
+// Connects to the first camera found. Returns 1, or 0 when there is none.
+int initCamera(CameraState& state);
+
+enum CameraMode : uint32_t {
+    cameraAutomatic = 1, // open, BayerRG8, continuous automatic gain and exposure
+    cameraManual = 4,    // apply `gain` and `exposureUs`
+};
+
+// Any failure disconnects the camera and says so in the information text. Always returns 0.
+int controlCamera(CameraState& state, uint32_t mode);
+
+// Grabs `count` frames and converts the last one into cameraImage.pixels. Always returns 0.
+int grabFrames(CameraState& state, uint32_t count);
+
+// Closes the camera and the SDK; the next live view connects anew.
+void releaseCamera(CameraState& state);

@@ -1,0 +1,181 @@
+// Draws the picture through a bitmap in memory, so that it appears whole with its marks.
+#include "camera/display.h"
+
+#include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "camera/spot.h"
+#include "platform/clock.h"
+#include "platform/text_format.h"
+#include "platform/truncate.h"
+#include "platform/widen.h"
+#include "ui/screen.h"
+
+int32_t cameraImageCounter = 0;
+int32_t windowImageCounter = 0;
+int32_t wideView = 0;
+int32_t wideFactor = 1;
+PictureRectangle drawnRectangle;
+
+namespace {
+
+constexpr int bitmapTries = 5;
+constexpr int pictureTries = 3;
+constexpr int copyTries = 10;
+constexpr int windowImageTries = 20;
+
+// A bitmap, the context that draws on it and the context it is like; released in order.
+struct MemoryBitmap {
+    ContextHandle context = nullptr;
+    BitmapHandle bitmap = nullptr;
+    BitmapHandle previous = nullptr;
+
+    MemoryBitmap() = default;
+    MemoryBitmap(const MemoryBitmap&) = delete;
+    MemoryBitmap& operator=(const MemoryBitmap&) = delete;
+    ~MemoryBitmap() { release(); }
+
+    bool select() {
+        previous = selectBitmap(context, bitmap);
+        return previous != nullptr;
+    }
+    void deselect() {
+        if (previous) selectBitmap(context, previous);
+        previous = nullptr;
+    }
+    void release() {
+        deselect();
+        if (bitmap) deleteBitmap(bitmap);
+        if (context) deleteMemoryContext(context);
+        bitmap = nullptr;
+        context = nullptr;
+    }
+};
+
+struct WindowContext {
+    explicit WindowContext(WindowHandle window) : window(window), context(windowContext(window)) {}
+    WindowContext(const WindowContext&) = delete;
+    WindowContext& operator=(const WindowContext&) = delete;
+    ~WindowContext() {
+        if (context) releaseWindowContext(window, context);
+    }
+    WindowHandle window;
+    ContextHandle context;
+};
+
+// The picture in a bitmap of its own, not yet selected. False when it could not be made.
+bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory) {
+    int bitmapFailures = 0;
+    for (int attempt = 0; attempt < pictureTries;) {
+        memory.bitmap = makeBitmap(like, imageWidth, imageHeight);
+        if (!memory.bitmap) {
+            showInformation(
+                formatted("CreateCompatibleBitmap failed, error count: %d", bitmapFailures).c_str());
+            if (++bitmapFailures == bitmapTries) return false;
+            sleepMs(100);
+            continue;
+        }
+        memory.context = makeMemoryContext(like);
+        if (!memory.context) {
+            showInformation("CreateCompatibleDC has failed");
+        } else if (setPicture(memory.context, memory.bitmap, pixels, imageWidth, imageHeight)) {
+            return true;
+        } else {
+            showInformation(formatted("SetDIBits has failed, error count: %d", attempt).c_str());
+            sleepMs(100);
+        }
+        memory.release();
+        ++attempt;
+    }
+    return false;
+}
+
+void savePicture(const MemoryBitmap& memory) {
+    drawRectangle(memory.context, drawnRectangle.x1, drawnRectangle.y1, drawnRectangle.x2,
+                  drawnRectangle.y2, markGreen);
+    const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
+    saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
+    ++cameraImageCounter;
+}
+
+void showCopyFailure(int count) {
+    showInformation(formatted("BitBlt to window has failed, error count: %d", count).c_str());
+    waitResponsive(100);
+}
+
+} // namespace
+
+int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
+    WindowContext window(mainWindow);
+    MemoryBitmap memory;
+    if (!makePicture(window.context, pixels, memory)) return 0;
+    if (!memory.select()) return 0;
+    drawScaleBar(memory.context, imageWidth, imageHeight);
+    drawApertureMark(memory.context, laserOffset.x,
+                     truncated(static_cast<double>(imageHeight) - laserOffset.y), cameraAperture);
+    if (save) savePicture(memory);
+    for (int failures = 0; !copyArea(window.context, imageWidth, imageHeight, memory.context);) {
+        showCopyFailure(failures);
+        if (++failures == copyTries) break;
+    }
+    return 1;
+}
+
+int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
+                        const char* label) {
+    paintPending(window);
+    int failures = 0;
+    for (; failures < windowImageTries; ++failures) {
+        WindowContext source(window);
+        MemoryBitmap memory;
+        memory.context = makeMemoryContext(source.context);
+        const Extent client = clientExtent(window);
+        const Extent size = pictureSize ? Extent{imageWidth, imageHeight} : client;
+        memory.bitmap = makeBitmap(source.context, size.width, size.height);
+        if (!memory.bitmap) {
+            showInformation("CreateCompatibleBitmap Failed");
+            sleepMs(100);
+            continue;
+        }
+        if (!memory.context || !memory.select()) {
+            showInformation("CreateCompatibleDC has failed");
+            continue;
+        }
+        if (!copyArea(memory.context, size.width, size.height, source.context)) {
+            showCopyFailure(failures);
+            continue;
+        }
+        memory.deselect(); // the encoder reads a bitmap that nobody draws on
+        ensureSessionFolder(folders);
+        const std::string name = formatted("%s(%d).jpg", label, windowImageCounter);
+        saveBitmapAsPng(memory.bitmap, folders.sessionFolder + L"\\" + widened(name));
+        ++windowImageCounter;
+        return 1;
+    }
+    return 0;
+}
+
+void drawScaleBar(ContextHandle context, int width, int height) {
+    constexpr Colour black = 0;
+    constexpr Colour yellow = colourRgb(255, 255, 0);
+    const int x0 = width - 150;
+    const int y0 = height - 100;
+    drawFilledRectangle(context, x0, y0, x0 + width * 10 / 180, y0 + 5, black, yellow);
+    const std::string label = formatted("%d um", wideView ? 30 : 10);
+    // Outlined in black, so that it reads on any picture.
+    drawText(context, x0 + 1, y0 + 5, label.c_str(), black, true);
+    drawText(context, x0 - 1, y0 + 5, label.c_str(), black, true);
+    drawText(context, x0, y0 + 6, label.c_str(), black, true);
+    drawText(context, x0, y0 + 4, label.c_str(), black, true);
+    drawText(context, x0, y0 + 5, label.c_str(), yellow, true);
+}
+
+void drawApertureMark(ContextHandle context, int x, int y, int radius) {
+    const auto edge = [](double value) { return truncated(value); };
+    drawEllipse(context, edge(double{1} * x - radius), edge(double{1} * y - radius),
+                edge(double{1} * x + radius), edge(double{1} * y + radius), markRed);
+}
+
+void drawCircleMark(WindowHandle window, int x, int y, int radius, Colour colour) {
+    WindowContext target(window);
+    drawEllipse(target.context, x - radius, y - radius, x + radius, y + radius, colour);
+}

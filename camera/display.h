@@ -1,0 +1,40 @@
+// Puts the picture on the main window and saves pictures and windows as image files.
+#pragma once
+
+#include "app/data_folders.h"
+#include "platform/surface.h"
+#include "platform/window_handle.h"
+
+#include <cstdint>
+
+extern int32_t cameraImageCounter; // numbers the saved camera pictures of this run
+extern int32_t windowImageCounter; // numbers the saved window images, whatever their label
+
+extern int32_t wideView;   // 1 once a wide view has been made
+extern int32_t wideFactor; // picture scale of the wide view
+
+// The rectangle that the operator drew last, in window pixels; part of a saved camera picture.
+struct PictureRectangle {
+    int32_t x1 = 0, y1 = 0, x2 = 0, y2 = 0;
+};
+extern PictureRectangle drawnRectangle;
+
+constexpr Colour markRed = colourRgb(255, 0, 0);
+constexpr Colour markGreen = colourRgb(0, 255, 0);
+
+// Draws the display picture with the scale bar and the laser spot's mark at the top left of the
+// main window; with `save` also writes it into the session folder, which must be there. Returns 1,
+// or 0 when no bitmap could be made. Each failure is shown in the information text.
+int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save);
+
+// Saves what a window shows as "<label>(<number>).jpg" (PNG inside, as all image files) in the
+// session folder. A non-zero `pictureSize` saves the picture's 1232 x 1028 instead of the client
+// area. Returns 1, or 0 after 20 failures.
+int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
+                        const char* label);
+
+// A scale bar of 10 um (30 um in the wide view) near the lower right corner of a picture.
+void drawScaleBar(ContextHandle context, int width, int height);
+
+void drawCircleMark(WindowHandle window, int x, int y, int radius, Colour colour);
+void drawApertureMark(ContextHandle context, int x, int y, int radius);

@@ -1,0 +1,41 @@
+// The display picture and the conversion of raw frames into it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// Display picture size in pixels: half the sensor's 2464 x 2056 in each direction.
+extern int32_t imageWidth;  // 1232
+extern int32_t imageHeight; // 1028
+constexpr size_t displayPixelCount = 1232 * 1028;
+
+// Field of view: 180 um of the sample over the picture's 1232 pixels.
+constexpr double fieldWidthUm = 180.0;
+constexpr double fieldWidthPx = 1232.0;
+
+struct CameraImage {
+    CameraImage();
+
+    std::unique_ptr<uint8_t[]> spare; // a second block of the picture's size, zero at start
+    // Blue, green, red and a byte that is never written; rows bottom-up.
+    std::unique_ptr<uint8_t[]> pixels;
+    uint64_t byteCount = displayPixelCount * 4; // of the picture, and of one raw frame
+    int32_t width = 2464;                       // raw frame, pixels
+    int32_t height = 2056;
+};
+
+extern CameraImage cameraImage;
+
+// While set, the conversion keeps only the blue channel.
+extern int32_t blueOnly;
+
+// Makes one display pixel of every 2 x 2 cell (red, green / green, blue) of a raw frame of `width` x
+// `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they are.
+void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* out);
+
+// One channel of a display pixel, row counted from the bottom; positions outside the picture give
+// its edge.
+uint32_t pixelRed(const CameraImage& image, int32_t x, int32_t y);
+uint32_t pixelGreen(const CameraImage& image, int32_t x, int32_t y);
+uint32_t pixelBlue(const CameraImage& image, int32_t x, int32_t y);

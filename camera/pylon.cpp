@@ -1,0 +1,335 @@
+// The camera SDK's objects over its C functions.
+#include "camera/pylon.h"
+
+#include <algorithm>
+
+namespace {
+
+PylonC pylon;
+
+[[noreturn]] void throwLastError(const char* what) {
+    char text[256] = "";
+    size_t length = sizeof text;
+    pylon.GenApiGetLastErrorMessage(text, &length);
+    text[sizeof text - 1] = '\0';
+    throw GenericException(std::string(what) + ": " + text);
+}
+
+void check(uint32_t result, const char* what) {
+    if (result != 0) throwLastError(what);
+}
+
+const char* const autoModes[] = {"Continuous", "Off", "Once"};
+const char* const pixelFormats[] = {"BayerRG8"};
+const char* const roiNames[] = {"ROI1", "ROI2"};
+const char* const aoiNames[] = {"AOI1", "AOI2"};
+
+// How often a wait without limit asks whether the camera is still there.
+constexpr uint32_t presenceCheckMs = 1000;
+
+} // namespace
+
+PylonC loadPylonC() {
+    PylonC found;
+    LibraryHandle library = nullptr;
+    for (const char* fileName :
+         {"PylonC_v11.dll", "PylonC_v10.dll", "PylonC_v9.dll", "PylonC_v8_0.dll", "PylonC_v7_5.dll",
+          "PylonC_v7_4.dll", "PylonC_v7_3.dll", "PylonC_v7_2.dll", "PylonC_v7_1.dll",
+          "PylonC_v7_0.dll", "PylonC_v6_3.dll", "PylonC_v6_2.dll", "PylonC_v6_1.dll",
+          "PylonC_v6_0.dll"}) {
+        library = loadLibrary(fileName);
+        if (library) break;
+    }
+    if (!library) return found;
+#define BIND(name) bindFunction(found.name, library, #name)
+    BIND(PylonInitialize);
+    BIND(PylonTerminate);
+    BIND(GenApiGetLastErrorMessage);
+    BIND(PylonEnumerateDevices);
+    BIND(PylonCreateDeviceByIndex);
+    BIND(PylonDestroyDevice);
+    BIND(PylonDeviceOpen);
+    BIND(PylonDeviceClose);
+    BIND(PylonDeviceIsOpen);
+    BIND(PylonDeviceFeatureIsReadable);
+    BIND(PylonDeviceFeatureIsWritable);
+    BIND(PylonDeviceFeatureFromString);
+    BIND(PylonDeviceFeatureToString);
+    BIND(PylonDeviceSetIntegerFeature);
+    BIND(PylonDeviceGetIntegerFeature);
+    BIND(PylonDeviceGetIntegerFeatureMin);
+    BIND(PylonDeviceGetIntegerFeatureMax);
+    BIND(PylonDeviceSetFloatFeature);
+    BIND(PylonDeviceGetFloatFeature);
+    BIND(PylonDeviceSetBooleanFeature);
+    BIND(PylonDeviceExecuteCommandFeature);
+    BIND(PylonDeviceGetStreamGrabber);
+    BIND(PylonStreamGrabberOpen);
+    BIND(PylonStreamGrabberClose);
+    BIND(PylonStreamGrabberSetMaxNumBuffer);
+    BIND(PylonStreamGrabberSetMaxBufferSize);
+    BIND(PylonStreamGrabberGetPayloadSize);
+    BIND(PylonStreamGrabberPrepareGrab);
+    BIND(PylonStreamGrabberRegisterBuffer);
+    BIND(PylonStreamGrabberQueueBuffer);
+    BIND(PylonStreamGrabberStartStreamingIfMandatory);
+    BIND(PylonStreamGrabberStopStreamingIfMandatory);
+    BIND(PylonStreamGrabberGetWaitObject);
+    BIND(PylonWaitObjectWait);
+    BIND(PylonStreamGrabberRetrieveResult);
+    BIND(PylonStreamGrabberFlushBuffersToOutput);
+    BIND(PylonStreamGrabberDeregisterBuffer);
+    BIND(PylonStreamGrabberFinishGrab);
+#undef BIND
+    return found;
+}
+
+void PylonInitialize() {
+    pylon = loadPylonC();
+    check(pylon.PylonInitialize(), "PylonInitialize");
+}
+
+void PylonTerminate() {
+    pylon.PylonTerminate();
+}
+
+IPylonDevice::~IPylonDevice() {
+    pylon.PylonDestroyDevice(handle);
+}
+
+CTlFactory& CTlFactory::GetInstance() {
+    static CTlFactory factory;
+    return factory;
+}
+
+std::unique_ptr<IPylonDevice> CTlFactory::CreateFirstDevice(const CDeviceInfo&) {
+    size_t count = 0;
+    check(pylon.PylonEnumerateDevices(&count), "PylonEnumerateDevices");
+    if (count == 0) throw GenericException("No camera found");
+    void* device = nullptr;
+    check(pylon.PylonCreateDeviceByIndex(0, &device), "PylonCreateDeviceByIndex");
+    return std::make_unique<IPylonDevice>(device);
+}
+
+bool Parameter::IsReadable() const {
+    return pylon.PylonDeviceFeatureIsReadable(device, name) != 0;
+}
+
+bool Parameter::IsWritable() const {
+    return pylon.PylonDeviceFeatureIsWritable(device, name) != 0;
+}
+
+int64_t IntegerParameter::GetValue() const {
+    int64_t value = 0;
+    check(pylon.PylonDeviceGetIntegerFeature(device, name, &value), name);
+    return value;
+}
+
+void IntegerParameter::SetValue(int64_t value) const {
+    check(pylon.PylonDeviceSetIntegerFeature(device, name, value), name);
+}
+
+void IntegerParameter::SetToMinimum() const {
+    int64_t value = 0;
+    check(pylon.PylonDeviceGetIntegerFeatureMin(device, name, &value), name);
+    SetValue(value);
+}
+
+void IntegerParameter::SetToMaximum() const {
+    int64_t value = 0;
+    check(pylon.PylonDeviceGetIntegerFeatureMax(device, name, &value), name);
+    SetValue(value);
+}
+
+double FloatParameter::GetValue() const {
+    double value = 0.0;
+    check(pylon.PylonDeviceGetFloatFeature(device, name, &value), name);
+    return value;
+}
+
+void FloatParameter::SetValue(double value) const {
+    check(pylon.PylonDeviceSetFloatFeature(device, name, value), name);
+}
+
+void BooleanParameter::SetValue(bool value) const {
+    check(pylon.PylonDeviceSetBooleanFeature(device, name, value ? 1 : 0), name);
+}
+
+bool EnumParameter::Is(int value) const {
+    char text[64] = "";
+    size_t length = sizeof text;
+    check(pylon.PylonDeviceFeatureToString(device, name, text, &length), name);
+    text[sizeof text - 1] = '\0';
+    return std::string(text) == entries[value];
+}
+
+void EnumParameter::SetValue(int value) const {
+    check(pylon.PylonDeviceFeatureFromString(device, name, entries[value]), name);
+}
+
+CBaslerUniversalInstantCamera::CBaslerUniversalInstantCamera(std::unique_ptr<IPylonDevice> found)
+    : owner(std::move(found)), device(owner->handle), PixelFormat(device, "PixelFormat", pixelFormats),
+      GainAuto(device, "GainAuto", autoModes), ExposureAuto(device, "ExposureAuto", autoModes),
+      AutoFunctionROISelector(device, "AutoFunctionROISelector", roiNames),
+      AutoFunctionAOISelector(device, "AutoFunctionAOISelector", aoiNames), Gain(device, "Gain"),
+      ExposureTime(device, "ExposureTime"), ExposureTimeAbs(device, "ExposureTimeAbs"),
+      AutoTargetBrightness(device, "AutoTargetBrightness"), GainRaw(device, "GainRaw"),
+      AutoTargetValue(device, "AutoTargetValue"), OffsetX(device, "OffsetX"),
+      OffsetY(device, "OffsetY"), Width(device, "Width"), Height(device, "Height"),
+      AutoFunctionROIOffsetX(device, "AutoFunctionROIOffsetX"),
+      AutoFunctionROIOffsetY(device, "AutoFunctionROIOffsetY"),
+      AutoFunctionROIWidth(device, "AutoFunctionROIWidth"),
+      AutoFunctionROIHeight(device, "AutoFunctionROIHeight"),
+      AutoFunctionAOIOffsetX(device, "AutoFunctionAOIOffsetX"),
+      AutoFunctionAOIOffsetY(device, "AutoFunctionAOIOffsetY"),
+      AutoFunctionAOIWidth(device, "AutoFunctionAOIWidth"),
+      AutoFunctionAOIHeight(device, "AutoFunctionAOIHeight"),
+      AcquisitionFrameCount(device, "AcquisitionFrameCount"),
+      AutoFunctionROIUseBrightness(device, "AutoFunctionROIUseBrightness") {}
+
+CBaslerUniversalInstantCamera::~CBaslerUniversalInstantCamera() {
+    Close();
+}
+
+void CBaslerUniversalInstantCamera::Open() {
+    if (open) return;
+    check(pylon.PylonDeviceOpen(device, pylonAccessControl | pylonAccessStream), "PylonDeviceOpen");
+    open = true;
+    Parameter trigger(device, "TriggerMode");
+    if (trigger.IsWritable())
+        check(pylon.PylonDeviceFeatureFromString(device, "TriggerMode", "Off"), "TriggerMode");
+    check(pylon.PylonDeviceFeatureFromString(device, "AcquisitionMode", "Continuous"),
+          "AcquisitionMode");
+}
+
+void CBaslerUniversalInstantCamera::Close() {
+    if (!open) return;
+    StopGrabbing();
+    pylon.PylonDeviceClose(device);
+    open = false;
+}
+
+void CBaslerUniversalInstantCamera::StartGrabbing(size_t maxImages, EGrabStrategy, EGrabLoop) {
+    if (grabbing) throw GenericException("The camera is grabbing already");
+    grabbing = true; // from here on StopGrabbing has something to undo
+    imagesLeft = maxImages;
+    try {
+        check(pylon.PylonDeviceGetStreamGrabber(device, 0, &stream), "PylonDeviceGetStreamGrabber");
+        check(pylon.PylonStreamGrabberOpen(stream), "PylonStreamGrabberOpen");
+        check(pylon.PylonStreamGrabberGetWaitObject(stream, &waitObject),
+              "PylonStreamGrabberGetWaitObject");
+        size_t payload = 0;
+        check(pylon.PylonStreamGrabberGetPayloadSize(device, stream, &payload),
+              "PylonStreamGrabberGetPayloadSize");
+        check(pylon.PylonStreamGrabberSetMaxNumBuffer(stream, buffers.size()), "SetMaxNumBuffer");
+        check(pylon.PylonStreamGrabberSetMaxBufferSize(stream, payload), "SetMaxBufferSize");
+        check(pylon.PylonStreamGrabberPrepareGrab(stream), "PylonStreamGrabberPrepareGrab");
+        for (StreamBuffer& buffer : buffers) {
+            if (buffer.memory && buffer.memory.use_count() > 1) continue; // somebody looks at it
+            if (!buffer.memory || buffer.memory->size() != payload)
+                buffer.memory = std::make_shared<std::vector<uint8_t>>(payload);
+            check(pylon.PylonStreamGrabberRegisterBuffer(stream, buffer.memory->data(), payload,
+                                                         &buffer.handle),
+                  "PylonStreamGrabberRegisterBuffer");
+        }
+        queueFreeBuffers();
+        check(pylon.PylonStreamGrabberStartStreamingIfMandatory(stream), "StartStreaming");
+        check(pylon.PylonDeviceExecuteCommandFeature(device, "AcquisitionStart"), "AcquisitionStart");
+    } catch (...) {
+        StopGrabbing();
+        throw;
+    }
+}
+
+void CBaslerUniversalInstantCamera::queueFreeBuffers() {
+    for (StreamBuffer& buffer : buffers) {
+        if (!buffer.handle || buffer.queued || buffer.memory.use_count() > 1) continue;
+        check(pylon.PylonStreamGrabberQueueBuffer(stream, buffer.handle, &buffer),
+              "PylonStreamGrabberQueueBuffer");
+        buffer.queued = true;
+    }
+}
+
+void CBaslerUniversalInstantCamera::StopGrabbing() {
+    if (!grabbing) return;
+    grabbing = false;
+    if (!stream) return;
+    // The camera may be gone: whatever fails here has nothing left to stop.
+    pylon.PylonDeviceExecuteCommandFeature(device, "AcquisitionStop");
+    pylon.PylonStreamGrabberStopStreamingIfMandatory(stream);
+    releaseStream();
+}
+
+void CBaslerUniversalInstantCamera::releaseStream() {
+    pylon.PylonStreamGrabberFlushBuffersToOutput(stream);
+    PylonGrabResult_t rest{};
+    uint8_t ready = 1;
+    while (ready) {
+        ready = 0;
+        if (pylon.PylonStreamGrabberRetrieveResult(stream, &rest, &ready) != 0) break;
+    }
+    for (StreamBuffer& buffer : buffers) {
+        if (buffer.handle) pylon.PylonStreamGrabberDeregisterBuffer(stream, buffer.handle);
+        buffer.handle = nullptr;
+        buffer.queued = false;
+    }
+    pylon.PylonStreamGrabberFinishGrab(stream);
+    pylon.PylonStreamGrabberClose(stream);
+    stream = nullptr;
+    waitObject = nullptr;
+}
+
+bool CBaslerUniversalInstantCamera::waitForFrame(uint32_t timeoutMs) {
+    for (;;) {
+        uint8_t ready = 0;
+        const uint32_t slice = std::min(timeoutMs, presenceCheckMs);
+        check(pylon.PylonWaitObjectWait(waitObject, slice, &ready), "PylonWaitObjectWait");
+        if (ready) return true;
+        // A wait without limit must still end when the camera has been unplugged: the gain changes
+        // by itself under automatic control, so that reading it always asks the camera.
+        if (Gain.IsReadable())
+            Gain.GetValue();
+        else
+            GainRaw.GetValue();
+        if (timeoutMs == waitWithoutLimit) continue;
+        timeoutMs -= slice;
+        if (timeoutMs == 0) return false;
+    }
+}
+
+bool CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result,
+                                                   ETimeoutHandling handling) {
+    if (!grabbing) throw GenericException("The camera is not grabbing");
+    result.reset(); // gives its buffer back
+    queueFreeBuffers();
+    if (!waitForFrame(timeoutMs)) {
+        if (handling == TimeoutHandling_ThrowException)
+            throw TimeoutException("No frame within the time-out");
+        return false;
+    }
+    PylonGrabResult_t grabbed{};
+    uint8_t ready = 0;
+    check(pylon.PylonStreamGrabberRetrieveResult(stream, &grabbed, &ready),
+          "PylonStreamGrabberRetrieveResult");
+    if (!ready) throw GenericException("The wait object was set without a frame");
+    const auto* context = static_cast<const StreamBuffer*>(grabbed.Context);
+    StreamBuffer& buffer = buffers.at(static_cast<size_t>(context - buffers.data()));
+    buffer.queued = false;
+    result = std::make_shared<CGrabResult>();
+    result->buffer = buffer.memory;
+    result->succeeded = grabbed.Status == pylonGrabbed;
+    result->payloadSize = buffer.memory->size();
+    if (imagesLeft > 0) --imagesLeft;
+    if (imagesLeft == 0) StopGrabbing();
+    return true;
+}
+
+VersionInfo CBaslerUniversalInstantCamera::GetSfncVersion() const {
+    VersionInfo version;
+    IntegerParameter major(device, "DeviceSFNCVersionMajor");
+    if (!major.IsReadable()) return version;
+    version.major = major.GetValue();
+    version.minor = IntegerParameter(device, "DeviceSFNCVersionMinor").GetValue();
+    version.subMinor = IntegerParameter(device, "DeviceSFNCVersionSubMinor").GetValue();
+    return version;
+}

@@ -1,0 +1,174 @@
+// The part of the camera SDK's C++ interface that the program uses, written over its C library and
+// named as the SDK names it.
+#pragma once
+
+#include "camera/pylon_c.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+class GenericException : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+class TimeoutException : public GenericException {
+    using GenericException::GenericException;
+};
+
+// Loads the SDK and starts its runtime; each call needs one PylonTerminate. Throws
+// GenericException, as everything below does, when the SDK is not there or refuses.
+void PylonInitialize();
+void PylonTerminate();
+
+struct CDeviceInfo {}; // an empty filter: any camera
+
+// A camera found by the transport layers; destroyed with the object.
+class IPylonDevice {
+public:
+    explicit IPylonDevice(void* device) : handle(device) {}
+    ~IPylonDevice();
+    IPylonDevice(const IPylonDevice&) = delete;
+    IPylonDevice& operator=(const IPylonDevice&) = delete;
+    void* const handle;
+};
+
+class CTlFactory {
+public:
+    static CTlFactory& GetInstance();
+    // Throws when there is no camera.
+    std::unique_ptr<IPylonDevice> CreateFirstDevice(const CDeviceInfo& filter);
+};
+
+struct VersionInfo {
+    int64_t major = 0, minor = 0, subMinor = 0;
+    auto operator<=>(const VersionInfo&) const = default;
+};
+constexpr VersionInfo Sfnc_2_0_0{2, 0, 0}; // the standard feature names, second generation
+
+class Parameter {
+public:
+    Parameter(void* device, const char* name) : device(device), name(name) {}
+    bool IsReadable() const;
+    bool IsWritable() const;
+
+protected:
+    void* device;
+    const char* name;
+};
+
+class IntegerParameter : public Parameter {
+public:
+    using Parameter::Parameter;
+    int64_t GetValue() const;
+    void SetValue(int64_t value) const;
+    void SetToMinimum() const;
+    void SetToMaximum() const;
+};
+
+class FloatParameter : public Parameter {
+public:
+    using Parameter::Parameter;
+    double GetValue() const;
+    void SetValue(double value) const;
+};
+
+class BooleanParameter : public Parameter {
+public:
+    using Parameter::Parameter;
+    void SetValue(bool value) const;
+};
+
+// Values are the index of the entry in the alphabetical list that the SDK numbers.
+class EnumParameter : public Parameter {
+public:
+    EnumParameter(void* device, const char* name, const char* const* entries)
+        : Parameter(device, name), entries(entries) {}
+    // True when the camera's present entry is `value`.
+    bool Is(int value) const;
+    void SetValue(int value) const;
+
+private:
+    const char* const* entries;
+};
+
+enum AutoMode : int { Auto_Continuous = 0, Auto_Off = 1, Auto_Once = 2 };
+enum PixelFormatValue : int { PixelFormat_BayerRG8 = 0 };
+
+enum EGrabStrategy : int { GrabStrategy_LatestImages = 2 };
+enum EGrabLoop : int { GrabLoop_ProvidedByUser = 1 };
+enum ETimeoutHandling : int { TimeoutHandling_Return = 0, TimeoutHandling_ThrowException = 1 };
+constexpr uint32_t waitWithoutLimit = 0xFFFFFFFF; // ms
+
+// One grabbed frame; it keeps its buffer until it is destroyed, also beyond the camera.
+class CGrabResult {
+public:
+    bool GrabSucceeded() const { return succeeded; }
+    uint8_t* GetBuffer() const { return buffer->data(); }
+    size_t GetPayloadSize() const { return payloadSize; } // bytes
+
+private:
+    friend class CBaslerUniversalInstantCamera;
+    std::shared_ptr<std::vector<uint8_t>> buffer;
+    bool succeeded = false;
+    size_t payloadSize = 0;
+};
+using CGrabResultPtr = std::shared_ptr<CGrabResult>;
+
+class CBaslerUniversalInstantCamera {
+public:
+    explicit CBaslerUniversalInstantCamera(std::unique_ptr<IPylonDevice> device);
+    ~CBaslerUniversalInstantCamera(); // closes
+    CBaslerUniversalInstantCamera(const CBaslerUniversalInstantCamera&) = delete;
+    CBaslerUniversalInstantCamera& operator=(const CBaslerUniversalInstantCamera&) = delete;
+
+    // Opening sets the camera to free-running continuous acquisition; on an open camera it does
+    // nothing.
+    void Open();
+    void Close();
+
+    bool IsGrabbing() const { return grabbing; }
+    // Grabbing stops by itself after `maxImages` frames.
+    void StartGrabbing(size_t maxImages, EGrabStrategy strategy, EGrabLoop loop);
+    void StopGrabbing();
+
+    // Waits for the next frame. False, or TimeoutException, when none came in time; throws when the
+    // camera is gone.
+    bool RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
+
+    // 0.0.0 for a camera that does not say.
+    VersionInfo GetSfncVersion() const;
+
+private:
+    struct StreamBuffer {
+        std::shared_ptr<std::vector<uint8_t>> memory;
+        void* handle = nullptr; // null while it is not registered
+        bool queued = false;
+    };
+
+    void queueFreeBuffers();
+    void releaseStream();
+    bool waitForFrame(uint32_t timeoutMs);
+
+    std::unique_ptr<IPylonDevice> owner;
+    void* device;
+    void* stream = nullptr;
+    void* waitObject = nullptr;
+    // One for the frame that is being looked at, one that is being filled, one waiting.
+    std::array<StreamBuffer, 3> buffers;
+    size_t imagesLeft = 0;
+    bool open = false;
+    bool grabbing = false;
+
+public:
+    EnumParameter PixelFormat, GainAuto, ExposureAuto, AutoFunctionROISelector,
+        AutoFunctionAOISelector;
+    FloatParameter Gain, ExposureTime, ExposureTimeAbs, AutoTargetBrightness;
+    IntegerParameter GainRaw, AutoTargetValue, OffsetX, OffsetY, Width, Height,
+        AutoFunctionROIOffsetX, AutoFunctionROIOffsetY, AutoFunctionROIWidth, AutoFunctionROIHeight,
+        AutoFunctionAOIOffsetX, AutoFunctionAOIOffsetY, AutoFunctionAOIWidth, AutoFunctionAOIHeight,
+        AcquisitionFrameCount;
+    BooleanParameter AutoFunctionROIUseBrightness;
+};

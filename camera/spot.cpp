@@ -1,0 +1,35 @@
+// Samples the picture around the laser spot.
+#include "camera/spot.h"
+
+#include "platform/text_format.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+
+PicturePoint laserOffset;
+
+Colour sampleSpotColour(PicturePoint spot, int32_t r) {
+    const int64_t left = std::max<int64_t>(int64_t{spot.x} - r, 0);
+    const int64_t right = std::min<int64_t>(int64_t{spot.x} + r, imageWidth);
+    const int64_t bottom = std::max<int64_t>(int64_t{spot.y} - r, 0);
+    const int64_t top = std::min<int64_t>(int64_t{spot.y} + r, imageHeight);
+    if (left >= right || bottom >= top) return 0;
+
+    uint64_t red = 0, green = 0, blue = 0;
+    for (auto x = static_cast<int32_t>(left); x < right; ++x) {
+        for (auto y = static_cast<int32_t>(bottom); y < top; ++y) {
+            red += pixelRed(cameraImage, x, y);
+            green += pixelGreen(cameraImage, x, y);
+            blue += pixelBlue(cameraImage, x, y);
+        }
+    }
+    const auto count = static_cast<uint64_t>((right - left) * (top - bottom));
+    const auto mean = [count](uint64_t sum) { return static_cast<unsigned>(sum / count & 255); };
+    return colourRgb(mean(red), mean(green), mean(blue));
+}
+
+void showSpotColour(Colour colour) {
+    setField(Field::Red, formatted("%u", redOf(colour)).c_str());
+    setField(Field::Green, formatted("%u", greenOf(colour)).c_str());
+    setField(Field::Blue, formatted("%u", blueOf(colour)).c_str());
+}

@@ -1,0 +1,55 @@
+// The one front to every instrument: a reading, a bias, connect and disconnect, by the selected
+// kind.
+#pragma once
+
+#include <cstdint>
+
+enum EquipmentKind : int32_t {
+    kindArduino = 0,
+    kindNiDaq = 1,
+    kindGpibMultimeter = 2,
+    kindGpibSourcemeter = 3,
+    kindUsbSourcemeter = 4,
+    kindOscilloscope = 5,
+    kindAnalyzerEthernet = 6,
+    kindAnalyzerGpib = 7,
+};
+constexpr int equipmentKindCount = 8;
+extern const wchar_t* const equipmentNames[equipmentKindCount];
+
+struct InstrumentLink {
+    int32_t ammeterKind = kindArduino;
+    int32_t gpibAddress = 18; // primary address
+    // The parameter analyzer: a private address that most routers leave free, and its TCP port.
+    int32_t ipAddress[4] = {192, 168, 0, 10};
+    int32_t kxciPort = 1225;
+    int32_t gpibBoard = 0;
+    int32_t gpibDevice = -1;
+    uint32_t visaResourceManager = 0;
+    uint32_t scopeInstrument = 0;
+    float biasVoltage = 0.0f;     // V
+    float currentLimit = 0.0001f; // A
+};
+
+extern InstrumentLink instrumentLink;
+
+// One reading in the unit of the selected kind: volts from the laser board's analog input (kind 0).
+// 0 for the kinds that have no instrument behind them.
+float readPhotocurrent();
+
+// Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source.
+void applyBias(double voltage, double limit);
+
+// Selects and connects `kind`, with a box that says how it went; a failure leaves the previous kind
+// selected. The link of the previous kind is not closed.
+void connectInstrument(int32_t kind);
+
+// At start-up: connects the selected kind. A failure shows its box; kinds 4 to 7 then fall back to
+// the laser board.
+void connectInstrumentAtStart();
+
+// Shuts the selected instrument down at exit: bias 0 V, then its output and its link.
+void disconnectInstrument();
+
+// "V_ph (V)" for the oscilloscope, "I_ph (uA)" otherwise.
+const char* unitLabel();

@@ -1,0 +1,244 @@
+// Talks to the laser controller board.
+#include "instruments/laser_link.h"
+
+#include "app/responsive_wait.h"
+#include "mapping/scan_area.h"
+#include "platform/clock.h"
+#include "platform/message_box.h"
+#include "platform/text_format.h"
+#include "platform/truncate.h"
+#include "ui/control_ids.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+LaserLink laserLink;
+
+namespace {
+
+constexpr size_t boundedCopyCapacity = 8; // with the terminating zero
+constexpr uint32_t replyCapacity = 50;
+constexpr int32_t channelRate = 7000;
+
+constexpr int laserPin = 5;
+constexpr int illuminationPin = 6;
+constexpr int illuminationOnLevel = 5; // what the board expects for "on"
+
+constexpr double outputFullScaleVolts = 5.0;
+constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
+
+double valueOfRaw(const LaserLink& link, int channel, int32_t raw) {
+    return raw * 5.0 / 4.0 / 8.0 / link.channelScale[channel];
+}
+
+int32_t rawOfValue(const LaserLink& link, int channel, double value) {
+    return truncated(value * 0.2 * 4.0 * 8.0 * link.channelScale[channel]);
+}
+
+bool isChannel(int channel) {
+    return channel >= 0 && channel <= 2;
+}
+
+// The board's line: 9600 baud, 8 bits, no parity, one stop bit; the rest stays as the port has it.
+// Returns what opening the link returns.
+int setUpLine(LaserLink& link) {
+    SerialLineState dcbConfig;
+    link.lastResult = readLineState(link.portHandle, dcbConfig);
+    if (!link.lastResult) {
+        std::printf("fail in GetCommState\n");
+        return 2;
+    }
+    std::printf("\nBaudRate = %u, ByteSize = %d, Parity = %d, StopBits = %d\n", dcbConfig.baudRate,
+                dcbConfig.byteSize, dcbConfig.parity, dcbConfig.stopBits);
+    dcbConfig.baudRate = 9600;
+    dcbConfig.byteSize = 8;
+    dcbConfig.parity = 0;
+    dcbConfig.stopBits = 0;
+    if (!writeLineState(link.portHandle, dcbConfig)) return 0;
+    link.lastResult = readLineState(link.portHandle, dcbConfig);
+    if (!link.lastResult) return 0;
+
+    SerialTimeouts CommTimeOuts;
+    CommTimeOuts.readInterval = 10;
+    CommTimeOuts.readTotalMultiplier = 10;
+    CommTimeOuts.readTotalConstant = 50;
+    CommTimeOuts.writeTotalMultiplier = 10;
+    CommTimeOuts.writeTotalConstant = 50;
+    if (!writeTimeouts(link.portHandle, CommTimeOuts)) {
+        std::fprintf(stderr, "Error to Setting Time outs\n");
+        return 0;
+    }
+    if (!readTimeouts(link.portHandle, CommTimeOuts)) std::printf("Error in Get Comm Timeout\n");
+    return 1;
+}
+
+// Formats the channel's letter command with the value in the board's units and sends it.
+void sendChannelCommand(LaserLink& link, const char letters[3], int channel, double value) {
+    std::snprintf(link.commandText, sizeof link.commandText, "%c%d", letters[channel],
+                  rawOfValue(link, channel, value));
+    laserSend(link, link.commandText);
+}
+
+} // namespace
+
+int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
+    const std::string pcCommPort = formatted("\\\\.\\COM%d", link.comPort);
+    if (!link.disconnected && link.portHandle) closeLaserLink(link);
+    link.portHandle = openSerialPort(pcCommPort.c_str());
+    if (link.portHandle == invalidPort()) {
+        showMessageBox(ownerWindow, "Error in  opening serial port", "Warning", BoxButtons::Ok);
+        link.disconnected = 1;
+        return 0;
+    }
+    link.disconnected = 0;
+    const int lineResult = setUpLine(link);
+    if (lineResult != 1) return lineResult;
+    sleepMs(100);
+
+    laserWrite(link, "z");
+    for (int c = 0; c < 3; ++c) link.channelValue[c] = laserChannelValue(link, c);
+    for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
+    for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
+    return 1;
+}
+
+int closeLaserLink(LaserLink& link) {
+    if (link.portHandle == invalidPort() || link.disconnected) return 0;
+    link.disconnected = 1;
+    if (link.portHandle) closeSerialPort(link.portHandle);
+    return 0;
+}
+
+int laserWrite(LaserLink& link, const char* text) {
+    if (link.disconnected) return 0;
+    const auto count = static_cast<uint32_t>(std::strlen(text) + 1);
+    link.lastResult = writeSerial(link.portHandle, text, count, link.bytesMoved);
+    if (link.lastResult) return 1;
+    link.disconnected = 1;
+    return 0;
+}
+
+void laserSend(LaserLink& link, const char* text) {
+    const size_t length = std::strlen(text);
+    if (length >= boundedCopyCapacity) {
+        std::fprintf(stderr, "laser command too long: %s\n", text);
+        std::abort();
+    }
+    std::memcpy(link.wireText, text, length + 1);
+    laserWrite(link, link.wireText);
+}
+
+const char* laserReceive(LaserLink& link) {
+    static char reply[100];
+    std::memset(reply, 0, sizeof reply);
+    reply[0] = '0';
+    if (link.disconnected) return reply;
+    if (link.portHandle == invalidPort()) return nullptr;
+
+    link.lastResult = readSerial(link.portHandle, reply, replyCapacity, link.bytesMoved);
+    const bool failed = !link.lastResult || link.bytesMoved == 0;
+    if (failed) waitResponsive(1);
+    std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%s", failed ? 1 : 0, reply);
+    showInformation(link.commandText);
+    return reply;
+}
+
+float laserAnalogRead(LaserLink& link, int pin, int n) {
+    laserSend(link, formatted("R%d %d", pin, n).c_str());
+    sleepMs(10);
+    const char* reply = laserReceive(link);
+    int raw = 0;
+    // A reply of one character counts as 0: it may be the rest of a longer one.
+    if (reply && std::strlen(reply) >= 2) std::sscanf(reply, "%d", &raw);
+    return static_cast<float>(raw * converterStepVolts);
+}
+
+void laserDigitalWrite(LaserLink& link, int pin, int level) {
+    laserSend(link, formatted("D %d %d", pin, level).c_str());
+}
+
+void laserAnalogWrite(LaserLink& link, int pin, int level) {
+    laserSend(link, formatted("G %d %d", pin, level).c_str());
+}
+
+double laserChannelValue(LaserLink& link, int channel) {
+    if (!isChannel(channel)) return 0.0;
+    if (!link.disconnected) {
+        constexpr const char* queries[] = {"p", "P", "Q"};
+        laserWrite(link, queries[channel]);
+        if (link.portHandle == invalidPort()) return 0.0;
+        if (const char* reply = laserReceive(link)) {
+            std::snprintf(link.wireText, sizeof link.wireText, "%s", reply);
+            int raw = 0;
+            if (std::sscanf(link.wireText, "%d", &raw) == 1)
+                link.channelValue[channel] = valueOfRaw(link, channel, raw);
+        }
+    }
+    return link.channelValue[channel];
+}
+
+void laserChannelSetting(LaserLink& link, int channel, int32_t value) {
+    if (!isChannel(channel)) return;
+    link.channelSetting[channel] = value;
+    sendChannelCommand(link, "sST", channel, value);
+}
+
+void laserChannelRate(LaserLink& link, int channel, int32_t value) {
+    if (!isChannel(channel)) return;
+    sendChannelCommand(link, "aAb", channel, value);
+}
+
+namespace {
+
+// A light that is on or off, with the state before the last switching.
+struct Light {
+    int state = 0;
+    int previous = 0;
+    int radioOn;
+    int radioOff;
+    void (*drive)(bool on);
+};
+
+void driveIllumination(bool on) {
+    laserDigitalWrite(laserLink, illuminationPin, on ? illuminationOnLevel : 0);
+}
+
+void driveLaser(bool on) {
+    const double volts = on ? scanArea.laserLevel : 0.0;
+    const int level = truncated(volts / outputFullScaleVolts * 255.0);
+    laserAnalogWrite(laserLink, laserPin, std::clamp(level, 0, 255));
+}
+
+Light illumination{0, 0, idIlluminationOn, idIlluminationOff, driveIllumination};
+Light laser{0, 0, idLaserOn, idLaserOff, driveLaser};
+
+int switchLight(Light& light, int mode) {
+    bool on = mode == 1;
+    if (mode == 2) {
+        on = light.previous == 1;
+    } else {
+        light.previous = light.state;
+        light.state = on ? 1 : 0;
+    }
+    checkRadio(light.radioOn, light.radioOff, on ? light.radioOn : light.radioOff);
+    light.drive(on);
+    focusMainWindow();
+    return light.previous;
+}
+
+} // namespace
+
+int setLaserOutput(int mode) {
+    return switchLight(illumination, mode);
+}
+
+int setLaserLevel(int mode) {
+    return switchLight(laser, mode);
+}
+
+bool laserIsOn() {
+    return laser.state == 1;
+}

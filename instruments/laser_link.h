@@ -1,0 +1,60 @@
+// The serial link to the laser controller board: laser, illumination, analog input, three channels.
+#pragma once
+
+#include "platform/serial_port.h"
+#include "platform/window_handle.h"
+
+#include <cstdint>
+
+// Laser intensity in microamperes per volt of drive level.
+constexpr double laserScaleFactor = 4.0;
+
+struct LaserLink {
+    PortHandle portHandle = nullptr;
+    uint32_t bytesMoved = 0;     // by the last read or write
+    int32_t lastResult = 0;      // of the last read, write or line-state call
+    char commandText[100] = {};  // commands and the receive notice are formatted here
+    uint8_t disconnected = 0;    // 1 after a failed open, a failed write or a close
+    double channelValue[3] = {}; // last value that each channel reported
+    int32_t channelSetting[3] = {1000, 1000, 1000};
+    double channelMaximum[3] = {10000.0, 10000.0, 10000.0};
+    double channelMinimum[3] = {-10000.0, -10000.0, -10000.0};
+    int32_t channelScale[3] = {-1, -1, -1}; // divisor of the unit conversion
+    int32_t comPort = 10;
+    char wireText[100] = {}; // the last bounded command, or the last channel reply
+};
+
+extern LaserLink laserLink;
+
+// Opens the port at 9600 baud, 8 bits, no parity, one stop bit, and tells the board the remembered
+// settings. Returns 0 (failure), 1 (success) or 2 (opened, but its line state could not be read).
+int openLaserLink(LaserLink& link, WindowHandle ownerWindow);
+int closeLaserLink(LaserLink& link);
+
+// Sends the text with its terminating zero byte. 1, or 0 when the link is down; a failed write
+// takes it down.
+int laserWrite(LaserLink& link, const char* text);
+
+// The same for a command of at most 7 characters; a longer one ends the program, because the board
+// would take its head for another command.
+void laserSend(LaserLink& link, const char* text);
+
+// One reply, without a second attempt: "0" when there is none or the link is down; null without a
+// port. Valid until the next call.
+const char* laserReceive(LaserLink& link);
+
+float laserAnalogRead(LaserLink& link, int pin, int n); // volts, 0..5 in steps of 5/1024
+void laserDigitalWrite(LaserLink& link, int pin, int level);
+void laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
+
+// Channels 0..2. A channel outside sends nothing.
+double laserChannelValue(LaserLink& link, int channel);
+void laserChannelSetting(LaserLink& link, int channel, int32_t value);
+void laserChannelRate(LaserLink& link, int channel, int32_t value);
+
+// Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at the scan area's laser
+// level): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
+// button and the keyboard focus; returns the previous state.
+int setLaserOutput(int mode);
+int setLaserLevel(int mode);
+bool laserIsOn();

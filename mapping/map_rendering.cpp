@@ -1,0 +1,258 @@
+// Draws maps into their windows.
+#include "mapping/map_rendering.h"
+
+#include "app/responsive_wait.h"
+#include "camera/picture.h"
+#include "instruments/ammeter.h"
+#include "mapping/scan_area.h"
+#include "platform/clock.h"
+#include "platform/text_format.h"
+#include "platform/truncate.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr Colour mapGround = colourRgb(0xC8, 0xC8, 0xC8);
+constexpr int highestLevel = 1023;
+constexpr int drawTries = 20;
+
+// Where the picture windows stand on the screen: beside the main window, one above the other.
+constexpr int picturesLeft = 1450;
+
+int shownMapChannel = channelPhotocurrent;
+int shownConfocalChannel = channelConfocal;
+int liveRowsFrom = -1;
+
+int columnsOf(const Map& map) {
+    return static_cast<int>(map.size());
+}
+
+int rowsOf(const Map& map) {
+    return map.empty() ? 0 : static_cast<int>(map.front().size());
+}
+
+struct Extremes {
+    float lowest, highest;
+};
+
+Extremes extremesOfRow(const Map& map, size_t row) {
+    Extremes found{map[0][row], map[0][row]};
+    for (const std::vector<float>& column : map) {
+        found.lowest = std::min(found.lowest, column[row]);
+        found.highest = std::max(found.highest, column[row]);
+    }
+    return found;
+}
+
+int levelOf(float value, float lowest, float highest) {
+    const float level = (value - lowest) * 1023.0f / (highest - lowest);
+    return std::clamp(truncated(static_cast<double>(level)), 0, highestLevel);
+}
+
+// Colour values hold red in the low byte, pixels in the third.
+uint32_t pixelOf(Colour colour) {
+    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+}
+
+uint32_t channelValue(int plane, size_t column, size_t row) {
+    const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
+    return static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
+}
+
+uint32_t confocalPixel(int channel, size_t column, size_t row) {
+    const bool all = channel == channelConfocal;
+    const uint32_t red = all || channel == channelRed ? channelValue(planeRed, column, row) : 0;
+    const uint32_t green = all || channel == channelGreen ? channelValue(planeGreen, column, row) : 0;
+    const uint32_t blue = all || channel == channelBlue ? channelValue(planeBlue, column, row) : 0;
+    return red << 16 | green << 8 | blue;
+}
+
+// Draws one row of cells as squares in one go; `pixelOfColumn` gives a cell's pixel.
+template <class PixelOfColumn>
+void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfColumn) {
+    const int cell = scanArea.cellPx;
+    const int width = columns * cell;
+    if (width <= 0) return; // more points than pixels: nothing to see
+    std::vector<uint32_t> block(static_cast<size_t>(width) * static_cast<size_t>(cell));
+    for (int column = 0; column < columns; ++column)
+        std::fill_n(block.begin() + column * cell, cell, pixelOfColumn(static_cast<size_t>(column)));
+    for (int line = 1; line < cell; ++line)
+        std::copy_n(block.begin(), width, block.begin() + line * width);
+    ContextHandle context = windowContext(window);
+    if (!context) return;
+    putPixels(context, 0, row * cell, width, cell, block.data());
+    releaseWindowContext(window, context);
+}
+
+// The whole map, one pixel a cell, rows top-down.
+std::vector<uint32_t> renderCells(int channel) {
+    const Map& map = scanMap.maps[planePhotocurrent];
+    const size_t columns = map.size();
+    const auto rows = static_cast<size_t>(rowsOf(map));
+    std::vector<uint32_t> cells(columns * rows);
+    if (channel == channelPhotocurrent) {
+        scanMap.mapMin = scanMap.mapMax = map[0][0];
+        for (size_t row = 0; row < rows; ++row) {
+            const Extremes found = extremesOfRow(map, row);
+            scanMap.mapMin = std::min(scanMap.mapMin, found.lowest);
+            scanMap.mapMax = std::max(scanMap.mapMax, found.highest);
+        }
+        // Only the maximum moves here, unlike in a live row.
+        if (scanMap.mapMax == scanMap.mapMin) scanMap.mapMax = scanMap.mapMin + 1.0f;
+    }
+    for (size_t row = 0; row < rows; ++row) {
+        for (size_t column = 0; column < columns; ++column) {
+            uint32_t& cell = cells[row * columns + column];
+            cell = channel == channelPhotocurrent
+                       ? pixelOf(colourOf(
+                             levelOf(map[column][row], scanMap.mapMin, scanMap.mapMax)))
+                       : confocalPixel(channel, column, row);
+        }
+    }
+    return cells;
+}
+
+// One try to draw the map through a bitmap; true when it is on the window.
+bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int columns, int rows,
+                 int failures) {
+    ContextHandle memory = makeMemoryContext(target);
+    if (!memory) {
+        showInformation("CreateCompatibleDC has failed");
+        return false;
+    }
+    BitmapHandle bitmap = makeBitmap(target, columns, rows);
+    BitmapHandle previous = bitmap ? selectBitmap(memory, bitmap) : nullptr;
+    bool drawn = false;
+    if (!previous) {
+        showInformation("CreateCompatibleBitmap Failed");
+        sleepMs(100);
+    } else {
+        putPixels(memory, 0, 0, columns, rows, cells.data());
+        const int cell = scanArea.cellPx; // 0 when there are more points than pixels
+        drawn = cell == 0 ||
+                stretchArea(target, columns * cell, rows * cell, memory, columns, rows);
+        selectBitmap(memory, previous);
+        if (!drawn) {
+            showInformation(
+                formatted("BitBlt to window has failed, error count: %d", failures).c_str());
+            waitResponsive(100);
+        }
+    }
+    if (bitmap) deleteBitmap(bitmap);
+    deleteMemoryContext(memory);
+    return drawn;
+}
+
+} // namespace
+
+Colour colourOf(int level) {
+    const auto part = [](int value) { return static_cast<unsigned>(std::max(value, 0)) & 255; };
+    return colourRgb(part(level / 4), part(std::max(level - 512, 0) / 2), part(level - 768));
+}
+
+void drawMapRow(WindowHandle window, const Map& map, int row) {
+    const auto r = static_cast<size_t>(row);
+    Extremes found = extremesOfRow(map, r);
+    if (found.highest - found.lowest == 0.0f) {
+        found.highest += 1.0f;
+        found.lowest -= 1.0f;
+    }
+    drawRow(window, columnsOf(map), row, [&](size_t column) {
+        return pixelOf(colourOf(levelOf(map[column][r], found.lowest, found.highest)));
+    });
+}
+
+void drawConfocalRow(WindowHandle window, int row) {
+    drawRow(window, columnsOf(scanMap.maps[planeRed]), row, [row](size_t column) {
+        return confocalPixel(channelConfocal, column, static_cast<size_t>(row));
+    });
+}
+
+int drawMap(WindowHandle window, int channel) {
+    ContextHandle target = windowContext(window);
+    if (!target) return 0;
+    const Extent client = clientExtent(window);
+    fillArea(target, client.width, client.height, mapGround);
+    const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
+    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
+    const std::vector<uint32_t> cells = renderCells(channel);
+
+    int failures = 0;
+    while (!drawMapOnce(target, cells, columns, rows, failures))
+        if (++failures == drawTries) break;
+    releaseWindowContext(window, target);
+    (window == mapWindow ? shownMapChannel : shownConfocalChannel) = channel;
+    return failures < drawTries ? 1 : 0;
+}
+
+void drawColourBar(WindowHandle window) {
+    ContextHandle target = windowContext(window);
+    if (!target) return;
+    const int height = truncated(scanArea.mapHeightPx * 0.9);
+    const int left = scanArea.mapWidthPx + 10;
+    for (int i = 0; i < height; ++i) {
+        const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
+        drawLine(target, left, y, left + 20, y, colourOf(i * highestLevel / height));
+    }
+    releaseWindowContext(window, target);
+}
+
+void drawScaleLabels(WindowHandle window) {
+    ContextHandle target = windowContext(window);
+    if (!target) return;
+    const bool volts = instrumentLink.ammeterKind == kindOscilloscope;
+    const auto label = [volts](float value) {
+        return formatted(volts ? "%.2fV" : "%.1fuA", static_cast<double>(value));
+    };
+    const int left = scanArea.mapWidthPx + 10;
+    drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
+    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+    releaseWindowContext(window, target);
+}
+
+void markPoint(ContextHandle view, int x, int y) {
+    const int64_t pixels = int64_t{imageWidth} * imageHeight;
+    for (int j = 0; j < 2; ++j) {
+        for (int i = 0; i < 2; ++i) {
+            const int64_t index = int64_t{x} + i + (int64_t{y} + j) * imageWidth;
+            if (index >= 0 && index < pixels) setPixel(view, x + i, y + j, colourRgb(0, 255, 0));
+        }
+    }
+}
+
+void showMapWindow(int channel) {
+    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+    drawMap(mapWindow, channel);
+    if (channel == channelPhotocurrent) {
+        drawColourBar(mapWindow);
+        drawScaleLabels(mapWindow);
+    }
+}
+
+void setLiveRows(int firstDrawnRow) {
+    liveRowsFrom = firstDrawnRow;
+}
+
+void repaintMapWindow() {
+    if (liveRowsFrom < 0) {
+        drawMap(mapWindow, shownMapChannel);
+        if (shownMapChannel == channelPhotocurrent) {
+            drawColourBar(mapWindow);
+            drawScaleLabels(mapWindow);
+        }
+        return;
+    }
+    const Map& map = scanMap.maps[planePhotocurrent];
+    for (int row = liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
+}
+
+void repaintConfocalWindow() {
+    if (liveRowsFrom < 0) {
+        drawMap(confocalWindow, shownConfocalChannel);
+        return;
+    }
+    for (int row = liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
+        drawConfocalRow(confocalWindow, row);
+}

@@ -1,0 +1,46 @@
+// Draws the maps: live row by row during a scan, whole afterwards.
+#pragma once
+
+#include "mapping/scan_map.h"
+#include "platform/surface.h"
+
+#include <cstdint>
+
+enum MapChannel : int {
+    channelPhotocurrent = 0,
+    channelRed = 1,
+    channelGreen = 2,
+    channelBlue = 3,
+    channelConfocal = 4, // red, green and blue together
+};
+
+// False colour of a level 0..1023: black over red and yellow to white.
+Colour colourOf(int level);
+
+// One row of the photocurrent map, normalised to its own extremes, as squares of cellPx pixels.
+void drawMapRow(WindowHandle window, const Map& map, int row);
+
+// One row of the three colour maps in true colour.
+void drawConfocalRow(WindowHandle window, int row);
+
+// The whole map of a channel, scaled to cellPx pixels a point, on a grey ground. Returns 1, or 0
+// after 20 failures, each shown in the information text.
+int drawMap(WindowHandle window, int channel);
+
+// The colour scale beside the photocurrent map and its extremes as text.
+void drawColourBar(WindowHandle window);
+void drawScaleLabels(WindowHandle window);
+
+// The scan's green marker of 2 x 2 pixels on the camera view.
+void markPoint(ContextHandle view, int x, int y);
+
+// Creates or shows the map window with a channel; channel 0 with its colour scale.
+void showMapWindow(int channel);
+
+// While a scan draws its rows: the first row that is drawn already, counted from the top; rows of
+// the map above it are not measured yet. No scan: -1.
+void setLiveRows(int firstDrawnRow);
+
+// What the two picture windows show, drawn again after they were uncovered.
+void repaintMapWindow();
+void repaintConfocalWindow();

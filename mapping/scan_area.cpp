@@ -1,0 +1,65 @@
+// Computes the scan's geometry.
+#include "mapping/scan_area.h"
+
+#include "camera/picture.h"
+#include "camera/spot.h"
+#include "platform/truncate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+ScanArea scanArea;
+int32_t confocalEnabled = 1;
+
+namespace {
+
+// Fixed corrections of the laser spot's position, um.
+constexpr float spotCorrectionX = 3.0f;
+constexpr float spotCorrectionY = 2.0f;
+
+constexpr int pointsPerMinute = 500;
+
+int32_t pointsAlong(int32_t from, int32_t to, float stepPx) {
+    const auto distance = static_cast<float>(std::abs(from - to));
+    return truncated(distance / stepPx + 1.0f);
+}
+
+} // namespace
+
+int32_t computeScanArea(ScanArea& area) {
+    const double step = area.scanStep >= scanStepLowest ? area.scanStep : scanStepLowest;
+    area.stepPx = static_cast<float>(step / area.viewScale * fieldWidthPx / fieldWidthUm);
+    area.cols = pointsAlong(area.rectX1, area.rectX2, area.stepPx);
+    area.rows = pointsAlong(area.rectY1, area.rectY2, area.stepPx);
+    area.scanWidthUm = area.cols * fieldWidthUm / fieldWidthPx;
+    area.scanHeightUm = area.rows * fieldWidthUm / fieldWidthPx;
+    area.totalPoints = area.cols * area.rows;
+
+    const int32_t longer = area.cols > area.rows ? area.cols : area.rows;
+    area.cellPx = area.mapMaxPx / longer;
+    if (area.cols >= area.mapMaxPx) {
+        area.mapWidthPx = area.cols;
+        area.mapHeightPx = area.rows;
+    } else {
+        area.mapWidthPx = area.mapMaxPx * area.cols / longer;
+        area.mapHeightPx = area.mapMaxPx * area.rows / longer;
+    }
+
+    area.rectLeft = std::min(area.rectX1, area.rectX2);
+    area.rectBottom = std::max(area.rectY1, area.rectY2); // the smallest stage Y
+    area.refToRectX = (area.rectLeft - area.imageRefX) * area.viewScale;
+    area.refToRectY = -(area.rectBottom - area.imageRefY) * area.viewScale;
+    // The laser's distances stay unscaled in the wide view.
+    area.refToLaserX = laserOffset.x - area.imageRefX;
+    area.refToLaserY = laserOffset.y - area.imageRefY;
+    constexpr auto umPerPixel = static_cast<float>(fieldWidthUm) / static_cast<float>(fieldWidthPx);
+    area.offsetXUm =
+        static_cast<float>(area.refToRectX - area.refToLaserX) * umPerPixel + spotCorrectionX;
+    area.offsetYUm =
+        static_cast<float>(area.refToRectY - area.refToLaserY) * umPerPixel + spotCorrectionY;
+
+    const int64_t readings = int64_t{area.totalPoints} * (confocalEnabled ? 2 : 1);
+    area.estimatedMinutes = static_cast<int32_t>(readings / pointsPerMinute) + 2;
+    return area.estimatedMinutes;
+}

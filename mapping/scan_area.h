@@ -1,0 +1,38 @@
+// The scan's geometry: from the rectangle drawn on the picture to a grid of stage positions.
+#pragma once
+
+#include <cstdint>
+
+// Scan steps that the operator can set, um.
+constexpr double scanStepLowest = 0.1;
+constexpr double scanStepHighest = 40.0;
+
+struct ScanArea {
+    double scanStep = 1.0;   // um between neighbouring points
+    double laserLevel = 4.0; // V, the drive sent when the laser is switched on
+
+    int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
+    int32_t cols = 1, rows = 1;                             // points across and down
+    double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
+    int32_t totalPoints = 1;
+    int32_t viewScale = 1; // 1, or 3 in the wide view
+    int32_t mapWidthPx = 0, mapHeightPx = 0;
+    float stepPx = 0.0f;                             // the step in picture pixels
+    double imageRefX = 616.0, imageRefY = 514.0;     // the picture's centre, pixels
+    double offsetXUm = 0.0, offsetYUm = 0.0;         // first point relative to the stage position
+    double refToRectX = 0.0, refToRectY = 0.0;       // pixels
+    double refToLaserX = 0.0, refToLaserY = 0.0;     // pixels
+    int32_t cellPx = 0;                              // map pixels per point
+    int32_t rectLeft = 0, rectBottom = 0;            // picture pixels from the top
+    int32_t mapMaxPx = 390;                          // largest side of the drawn map
+    int32_t estimatedMinutes = 0;
+};
+
+extern ScanArea scanArea;
+
+// 1 when a scan also samples the spot's colour at every point.
+extern int32_t confocalEnabled;
+
+// Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot.
+// Returns the estimated minutes. Steps below scanStepLowest count as scanStepLowest.
+int32_t computeScanArea(ScanArea& area);

@@ -1,0 +1,71 @@
+// Keeps the maps and writes them as text.
+#include "mapping/scan_map.h"
+
+#include "app/data_folders.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "platform/files.h"
+#include "platform/message_box.h"
+#include "platform/text_format.h"
+#include "platform/widen.h"
+#include "ui/screen.h"
+
+ScanMap scanMap;
+
+void allocateMaps() {
+    for (Map& map : scanMap.maps)
+        map.assign(static_cast<size_t>(scanArea.cols),
+                   std::vector<float>(static_cast<size_t>(scanArea.rows), 0.0f));
+}
+
+std::wstring makeMapFileName(const char* prefix) {
+    const std::wstring folder = dataFolders.sessionFolder + L"\\";
+    // The numbered form has a colon behind "Step" where the plain form has none.
+    const auto name = [prefix](const std::string& number, const char* colon) {
+        return widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.txt", prefix,
+                                 number.c_str(), scanArea.cols, scanArea.rows, colon,
+                                 scanArea.scanStep, scanArea.laserLevel * laserScaleFactor,
+                                 static_cast<double>(instrumentLink.biasVoltage)));
+    };
+    std::wstring path = folder + name("", "");
+    for (int number = 0; fileExists(path); ++number)
+        path = folder + name(formatted("(%d)", number), ":");
+    return path;
+}
+
+namespace {
+
+void reportFailure() {
+    showMessageBox(mainWindow, "File saving error. New folder will be made.", "Image save Process",
+                   BoxButtons::Ok);
+    dataFolders.sessionFolderMade = 0;
+}
+
+bool writeRows(FILE* file, const Map& map) {
+    const size_t rows = map.empty() ? 0 : map.front().size();
+    for (size_t row = 0; row < rows; ++row) {
+        for (const std::vector<float>& column : map)
+            if (std::fprintf(file, "%f,", static_cast<double>(column[row])) < 0) return false;
+        if (std::fprintf(file, "\n") < 0) return false;
+    }
+    return std::fflush(file) == 0;
+}
+
+} // namespace
+
+bool writeMapFile(const std::wstring& path, const Map& map) {
+    File file = openFile(path, L"w");
+    const bool written = file && writeRows(file.get(), map);
+    if (!written) reportFailure();
+    return written;
+}
+
+void saveMapFiles() {
+    constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
+    ensureSessionFolder(dataFolders);
+    const size_t planes = confocalEnabled ? 4 : 1;
+    for (size_t plane = 0; plane < planes; ++plane)
+        writeMapFile(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
+    scanMap.saveCount += 1;
+}

@@ -1,0 +1,279 @@
+// Opens the stage axes, moves them and waits for their arrival.
+#include "motion/stage.h"
+
+#include "app/responsive_wait.h"
+#include "platform/clock.h"
+#include "platform/text_format.h"
+#include "platform/truncate.h"
+#include "ui/commands.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+StageAxis stageX, stageY, stageZ;
+int32_t axisOrder = 2;
+char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
+char ximc_version_str[33];
+
+namespace {
+
+Libximc ximc;
+
+constexpr int probeAndNetwork = 5; // enumeration flags: probe each device (1), network (4)
+
+// The addresses of this set-up's network controllers; controllers on USB need none.
+constexpr const char* enumerationHint = "addr=192.168.0.1,192.168.0.2";
+
+// Which found device each axis gets, by axis order.
+constexpr int deviceOfAxis[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
+
+struct AxisSlot {
+    StageAxis& axis;
+    char (&name)[256];
+};
+
+const AxisSlot axes[3] = {{stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
+
+void configureAxis(StageAxis& axis, int32_t speed) {
+    ximc.get_engine_settings(axis.deviceId, &axis.engine);
+    axis.engine.NomSpeed = static_cast<uint32_t>(speed);
+    axis.engine.EngineFlags &= ~ENGINE_ACCEL_ON;
+    ximc.set_engine_settings(axis.deviceId, &axis.engine);
+    sleepMs(10);
+}
+
+} // namespace
+
+StepCount stepsOf(double um) {
+    double steps = um * 200.0 / 250.0;
+    double full = std::floor(steps);
+    StepCount count{truncated(full), truncated((steps - full) * microstepsPerFullStep)};
+    if (count.microsteps >= 256) {
+        count.fullSteps += 1;
+        count.microsteps %= 256;
+    }
+    return count;
+}
+
+bool openStages(int32_t order, int32_t speed) {
+    ximc = loadLibximc();
+    ximc.ximc_version(ximc_version_str);
+    ximc.set_bindy_key("keyfile.sqlite");
+    void* devices = ximc.enumerate_devices(probeAndNetwork, enumerationHint);
+    int count = ximc.get_device_count(devices);
+    if (count <= 0) {
+        ximc.free_enumerate_devices(devices);
+        stageX.axisNumber = 0;
+        return false;
+    }
+
+    const int* deviceOf = deviceOfAxis[order >= 0 && order <= 4 ? order : 5];
+    for (int i = 0; i < 3; ++i) {
+        const AxisSlot& slot = axes[i];
+        slot.axis.axisNumber = 0;
+        if (i >= count || deviceOf[i] >= count) continue; // its device is not there: stays closed
+        const char* found = ximc.get_device_name(devices, deviceOf[i]);
+        std::snprintf(slot.name, sizeof slot.name, "%s", found ? found : "");
+        slot.axis.deviceId = ximc.open_device(slot.name);
+        slot.axis.axisNumber = static_cast<uint32_t>(i + 1);
+    }
+    ximc.free_enumerate_devices(devices);
+
+    for (const AxisSlot& slot : axes) configureAxis(slot.axis, speed);
+    for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
+    return true;
+}
+
+void closeStage(StageAxis& axis) {
+    if (axis.axisNumber != 0) ximc.close_device(&axis.deviceId);
+}
+
+double readPosition(StageAxis& axis) {
+    if (axis.axisNumber == 0) return axis.positionUm;
+    ximc.get_status(axis.deviceId, &axis.status); // the first reading after a move may be old
+    ximc.get_status(axis.deviceId, &axis.status);
+    axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
+    axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
+    double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
+                   axis.status.uCurPosition / microstepsPerFullStep;
+    axis.positionUm = steps * umPerFullStep;
+    return axis.positionUm;
+}
+
+double currentPositionUm(const StageAxis& axis) {
+    return axis.positionUm;
+}
+
+void setPosition(StageAxis& axis, double um) {
+    if (axis.axisNumber == 0) return;
+    ximc.get_status(axis.deviceId, &axis.status);
+    sleepMs(100);
+    if (ximc.get_status(axis.deviceId, &axis.status) != 0) return;
+    axis.zeroOffsetSteps = axis.status.CurPosition - truncated(um * 200.0 / 250.0);
+    axis.positionUm = um;
+}
+
+void setSpeed(StageAxis& axis, int32_t speed) {
+    if (axis.axisNumber == 0) return;
+    auto clamped = static_cast<uint32_t>(std::clamp(speed, 0, 1000));
+    if (clamped == axis.engine.NomSpeed) return;
+    axis.engine.NomSpeed = clamped;
+    ximc.set_engine_settings(axis.deviceId, &axis.engine);
+}
+
+bool startMoveTo(StageAxis& axis, double um) {
+    if (axis.axisNumber == 0) {
+        axis.positionUm = um;
+        return false;
+    }
+    if (um == axis.positionUm) return true;
+    if (axis.rightLimitOn && um > axis.positionUm) return false;
+    if (axis.leftLimitOn && axis.positionUm > um) return false;
+    StepCount steps = stepsOf(um);
+    const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
+    ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps);
+    return true;
+}
+
+int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
+    int count = 0;
+    int code = notArrived;
+    float previous = 1000000.0f;
+    const float target = static_cast<float>(targetUm);
+    const uint64_t start = tickCountMs();
+    while (tickCountMs() - start < timeoutMs) {
+        const float current = static_cast<float>(readPosition(axis));
+        const float errTarget = std::fabs(current - target);
+        const float errStep = std::fabs(current - previous);
+        refreshPositions();
+        if (errTarget < 1.0f) {
+            code = arrived;
+            break;
+        }
+        if (axis.leftLimitOn && current > target) {
+            code = leftLimit;
+            break;
+        }
+        if (axis.rightLimitOn && target > current) {
+            code = rightLimit;
+            break;
+        }
+        const bool stalled = errStep < 1.0f && errTarget > 1.0f && count >= 101;
+        if (stalled) break;
+        if (waitResponsive(50) == waitClicked) {
+            showInformation("stop requested");
+            break;
+        }
+        ++count;
+        previous = current;
+    }
+
+    switch (code) {
+    case arrived:
+        axis.positionUm = targetUm;
+        showInformation(formatted("arrived:count%d", count).c_str());
+        break;
+    // The trailing blanks let a shorter text overwrite a longer one.
+    case leftLimit:
+        showInformation("Limit left Switch on    ");
+        break;
+    case rightLimit:
+        showInformation("Limit right Switch on    ");
+        break;
+    default:
+        showInformation(formatted("Not moving during %d sec     ",
+                                  truncated(static_cast<double>(timeoutMs / 1000)))
+                            .c_str());
+    }
+    refreshPositions();
+    waitResponsive(10);
+    return code;
+}
+
+bool moveTo(StageAxis& axis, double um) {
+    if (axis.axisNumber == 0) {
+        axis.positionUm = um;
+        return true;
+    }
+    // Micrometres less steps, and meant: this only sizes the time-out.
+    const double distance = std::fabs(um - axis.positionUm * 200.0 / 250.0);
+    const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
+    if (axis.positionUm == um) return true;
+    if (!startMoveTo(axis, um)) return false;
+    return waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000) == arrived;
+}
+
+bool moveBy(StageAxis& axis, double deltaUm) {
+    return moveTo(axis, axis.positionUm + deltaUm);
+}
+
+bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+    const double distA = std::fabs(targetA - a.positionUm);
+    const double distB = std::fabs(targetB - b.positionUm);
+    speed = std::clamp(speed, 10, 800);
+
+    const bool aLeads = distA > distB;
+    const double timeMs = std::max(distA, distB) * 1000.0 / speed;
+    const double shorter = std::min(distA, distB);
+    const int32_t shorterSpeed = timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speed;
+    setSpeed(a, aLeads ? speed : shorterSpeed);
+    setSpeed(b, aLeads ? shorterSpeed : speed);
+    startMoveTo(a, targetA);
+    startMoveTo(b, targetB);
+
+    double previousErr = -10.0;
+    int count = 0;
+    bool atTarget = timeMs == 0.0; // no distance, nothing to wait for
+    const uint64_t start = tickCountMs();
+    const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
+    if (!atTarget) {
+        do {
+            readPosition(a);
+            readPosition(b);
+            refreshPositions();
+            const double err =
+                aLeads ? std::fabs(a.positionUm - targetA) : std::fabs(b.positionUm - targetB);
+            if (err <= 3.0 && std::fabs(err - previousErr) < 1.0) {
+                atTarget = true;
+                break;
+            }
+            const bool stalled = err == previousErr && count > 100;
+            if (stalled) break;
+            previousErr = err;
+            if (waitResponsive(50) == waitClicked) break;
+            ++count;
+        } while (tickCountMs() - start < limitMs);
+    }
+
+    setSpeed(a, speed);
+    setSpeed(b, speed);
+    showProgress(
+        formatted("count:%d Dist. to move %.1lfum", count, std::max(distA, distB)).c_str());
+    if (!atTarget) {
+        readPosition(a);
+        readPosition(b);
+        refreshPositions();
+        return false;
+    }
+    a.positionUm = targetA;
+    b.positionUm = targetB;
+    return true;
+}
+
+bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed) {
+    return moveTwoAxesTo(a, b, a.positionUm + deltaA, b.positionUm + deltaB, speed);
+}
+
+bool moveXYTo(double x, double y, int32_t speed) {
+    return moveTwoAxesTo(stageX, stageY, x, y, speed);
+}
+
+bool moveXYBy(double dx, double dy, int32_t speed) {
+    return moveTwoAxesBy(stageX, stageY, dx, dy, speed);
+}
+
+void stopStage(StageAxis& axis) {
+    if (axis.axisNumber != 0) ximc.command_stop(axis.deviceId);
+}
