@@ -1,0 +1,436 @@
+// The virtual camera's devices, and how frames get into the buffers that a program queues. Calls in
+// the wrong order are errors, so that a program that works here works on the real library.
+#include "virtual_lab/faces.h"
+#include "virtual_lab/lab_state.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+constexpr uint32_t errorOrder = 0xC2000005;
+constexpr uint32_t errorHandle = 0xC2000003;
+constexpr uint32_t errorRemoved = 0xC2000010;
+
+constexpr int bayerRG8 = 0x01080009, bayerRG12 = 0x01100011; // PFNC
+constexpr uint32_t waitForever = 0xFFFFFFFF;
+
+static uint32_t fail(uint32_t code, const char* why) {
+    lab.camera.lastError = why;
+    return code;
+}
+
+static LabCameraDevice* findDevice(void* handle) {
+    for (auto& device : lab.camera.devices)
+        if (device.get() == handle) return device.get();
+    return nullptr;
+}
+
+static LabCameraDevice* deviceOfGrabber(const void* handle) {
+    for (auto& device : lab.camera.devices)
+        if (&device->grabber == handle) return device.get();
+    return nullptr;
+}
+
+static LabCameraDevice* deviceOfWaitObject(const void* handle) {
+    for (auto& device : lab.camera.devices)
+        if (&device->grabber.waitObject == handle) return device.get();
+    return nullptr;
+}
+
+static LabBuffer* findBuffer(LabGrabber& grabber, const void* handle) {
+    for (auto& buffer : grabber.buffers)
+        if (buffer.get() == handle) return buffer.get();
+    return nullptr;
+}
+
+void dropLostCamera() {
+    if (!lab.faults.cameraLost && !lab.faults.cameraAbsent) return;
+    for (auto& device : lab.camera.devices) device->lost = true;
+    lab.camera.acquiring = lab.camera.frameDue = false;
+}
+
+// Mean brightness of the automatic functions' region, from every eighth mosaic cell each way.
+static double meanBrightness(const uint8_t* raw) {
+    auto region = [](const char* what) {
+        std::string name = lab.faults.cameraOld ? "AutoFunctionAOI" : "AutoFunctionROI";
+        return static_cast<int>(featureValue((name + what).c_str()));
+    };
+    int left = region("OffsetX") / 2 * 2, top = region("OffsetY") / 2 * 2;
+    int right = left + region("Width") - 1, bottom = top + region("Height") - 1;
+    uint64_t sum = 0, count = 0;
+    for (int row = top; row < bottom; row += 16) {
+        for (int column = left; column < right; column += 16, count += 4) {
+            const uint8_t* cell = raw + static_cast<size_t>(row) * labRawWidth + column;
+            sum += cell[0] + cell[1] + cell[labRawWidth] + cell[labRawWidth + 1];
+        }
+    }
+    return static_cast<double>(sum) / static_cast<double>(std::max<uint64_t>(count, 1));
+}
+
+// Renders into the buffer what the camera is set to send: a part of the sensor, 8 or 12 bits.
+static void takeFrame(uint8_t* memory) {
+    int width = static_cast<int>(featureValue("Width"));
+    int height = static_cast<int>(featureValue("Height"));
+    bool twelveBits = featureValue("PixelFormat") != 0;
+    bool whole = width == labRawWidth && height == labRawHeight && !twelveBits;
+    static std::vector<uint8_t> sensor;
+    if (!whole) sensor.resize(size_t{labRawWidth} * labRawHeight);
+    uint8_t* raw = whole ? memory : sensor.data();
+    renderLabFrame(raw);
+
+    if (!whole) {
+        auto left = static_cast<size_t>(featureValue("OffsetX"));
+        auto top = static_cast<size_t>(featureValue("OffsetY"));
+        for (size_t row = 0; row < static_cast<size_t>(height); ++row) {
+            for (size_t column = 0; column < static_cast<size_t>(width); ++column) {
+                uint8_t value = raw[(top + row) * labRawWidth + left + column];
+                if (twelveBits) {
+                    *memory++ = static_cast<uint8_t>(value << 4);
+                    *memory++ = static_cast<uint8_t>(value >> 4);
+                } else {
+                    *memory++ = value;
+                }
+            }
+        }
+    }
+    if (lab.board.illuminated) adaptExposure(meanBrightness(raw));
+}
+
+// Frames whose exposure has ended by now go into the queued buffers; with none queued they are
+// lost. They show the set-up as it is when they are fetched.
+static void takeDueFrames(LabGrabber& grabber) {
+    LabCamera& camera = lab.camera;
+    double nowMs = labNowMs();
+    while (camera.frameDue && camera.frameDueMs <= nowMs) {
+        bool toBuffer = grabber.streaming && !grabber.queue.empty();
+        double frameMs = cameraFrameMs();
+        double endedMs = camera.frameDueMs;
+        camera.frameDueMs += frameMs;
+        if (!toBuffer && camera.frameDueMs <= nowMs)
+            camera.frameDueMs += std::floor((nowMs - camera.frameDueMs) / frameMs) * frameMs;
+        ++camera.frameNumber;
+        if (featureValue("AcquisitionMode") == 0) camera.frameDue = camera.acquiring = false;
+        if (!toBuffer) continue;
+
+        LabBuffer* buffer = grabber.queue.front();
+        grabber.queue.pop_front();
+        buffer->at = LabBuffer::At::Output;
+        int width = static_cast<int>(featureValue("Width"));
+        int height = static_cast<int>(featureValue("Height"));
+        LabTakenFrame frame = {.buffer = buffer,
+                               .status = pylonGrabbed,
+                               .sizeX = width,
+                               .sizeY = height,
+                               .payload = cameraPayload(),
+                               .timeMs = endedMs,
+                               .number = camera.frameNumber};
+        takeFrame(buffer->memory);
+        grabber.output.push_back(frame);
+        ++lab.counters.frames;
+    }
+}
+
+extern "C" {
+
+uint32_t PylonInitialize() {
+    LabLock lock;
+    ++lab.camera.initialised;
+    return 0;
+}
+
+uint32_t PylonTerminate() {
+    LabLock lock;
+    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
+    --lab.camera.initialised;
+    return 0;
+}
+
+uint32_t PylonEnumerateDevices(size_t* count) {
+    LabLock lock;
+    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
+    if (!count) return fail(errorHandle, "no place for the count");
+    *count = lab.faults.cameraAbsent || lab.faults.cameraLost ? 0 : 1;
+    return 0;
+}
+
+uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
+    LabLock lock;
+    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
+    if (!handle || index > 0 || lab.faults.cameraAbsent || lab.faults.cameraLost)
+        return fail(errorHandle, "there is no such device");
+    lab.camera.devices.push_back(std::make_unique<LabCameraDevice>());
+    *handle = lab.camera.devices.back().get();
+    return 0;
+}
+
+uint32_t PylonDestroyDevice(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device) return fail(errorHandle, "not a device");
+    if (device->access != 0) return fail(errorOrder, "the device is still open");
+    std::erase_if(lab.camera.devices, [&](auto& other) { return other.get() == device; });
+    return 0;
+}
+
+uint32_t PylonDeviceOpen(void* handle, int access) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device) return fail(errorHandle, "not a device");
+    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    for (auto& other : lab.camera.devices)
+        if (other->access != 0 && !other->lost)
+            return fail(errorOrder, "the camera is open already");
+    if (!(access & pylonAccessControl)) return fail(errorOrder, "access without control");
+    device->access = access;
+    return 0;
+}
+
+uint32_t PylonDeviceClose(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device) return fail(errorHandle, "not a device");
+    if (device->grabber.open) return fail(errorOrder, "the stream grabber is still open");
+    if (!device->lost && device->access != 0) lab.camera.acquiring = lab.camera.frameDue = false;
+    device->access = 0;
+    return 0;
+}
+
+uint32_t PylonDeviceIsOpen(void* handle, uint8_t* open) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device || !open) return fail(errorHandle, "not a device");
+    *open = device->access != 0;
+    return 0;
+}
+
+uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device || !grabber || index > 0) return fail(errorHandle, "no such stream grabber");
+    if (!(device->access & pylonAccessStream))
+        return fail(errorOrder, "the device is not open for streaming");
+    *grabber = &device->grabber;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberOpen(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!(device->access & pylonAccessStream) || device->grabber.open)
+        return fail(errorOrder, "open already, or the device is not open");
+    device->grabber.open = true;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberClose(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (device->grabber.prepared) return fail(errorOrder, "the grab has not been finished");
+    device->grabber.open = false;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberSetMaxNumBuffer(void* handle, size_t count) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || count == 0) return fail(errorHandle, "not a stream grabber, or no buffers");
+    if (!device->grabber.open || device->grabber.prepared)
+        return fail(errorOrder, "not open, or grabbing");
+    device->grabber.maxBuffers = count;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberSetMaxBufferSize(void* handle, size_t size) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || size == 0) return fail(errorHandle, "not a stream grabber, or no size");
+    if (!device->grabber.open || device->grabber.prepared)
+        return fail(errorOrder, "not open, or grabbing");
+    device->grabber.maxBufferSize = size;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberGetPayloadSize(void* deviceHandle, void* handle, size_t* size) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || device != findDevice(deviceHandle) || !size)
+        return fail(errorHandle, "not a stream grabber of this device");
+    if (!device->grabber.open) return fail(errorOrder, "not open");
+    *size = cameraPayload();
+    return 0;
+}
+
+uint32_t PylonStreamGrabberPrepareGrab(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    LabGrabber& grabber = device->grabber;
+    if (!grabber.open || grabber.prepared) return fail(errorOrder, "not open, or grabbing");
+    if (grabber.maxBuffers == 0 || grabber.maxBufferSize < cameraPayload())
+        return fail(errorOrder, "number or size of the buffers not set");
+    grabber.prepared = true;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberRegisterBuffer(void* handle, void* memory, size_t size, void** buffer) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || !memory || !buffer) return fail(errorHandle, "not a stream grabber or buffer");
+    LabGrabber& grabber = device->grabber;
+    if (!grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
+    if (grabber.buffers.size() >= grabber.maxBuffers) return fail(errorOrder, "too many buffers");
+    if (size < cameraPayload() || size > grabber.maxBufferSize)
+        return fail(errorOrder, "the buffer is too small or larger than announced");
+    grabber.buffers.push_back(std::make_unique<LabBuffer>(
+        LabBuffer{.memory = static_cast<uint8_t*>(memory), .size = size}));
+    *buffer = grabber.buffers.back().get();
+    return 0;
+}
+
+uint32_t PylonStreamGrabberQueueBuffer(void* handle, void* bufferHandle, const void* context) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
+    if (!buffer) return fail(errorHandle, "not a buffer of this stream grabber");
+    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (buffer->at != LabBuffer::At::Program)
+        return fail(errorOrder, "the buffer is queued already");
+    takeDueFrames(device->grabber); // these came too early for this buffer
+    buffer->at = LabBuffer::At::Queue;
+    buffer->context = context;
+    device->grabber.queue.push_back(buffer);
+    return 0;
+}
+
+uint32_t PylonStreamGrabberStartStreamingIfMandatory(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!device->grabber.prepared || device->grabber.streaming)
+        return fail(errorOrder, "not prepared, or streaming already");
+    device->grabber.streaming = true;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberStopStreamingIfMandatory(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    device->grabber.streaming = false;
+    return 0;
+}
+
+uint32_t PylonStreamGrabberGetWaitObject(void* handle, void** object) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || !object) return fail(errorHandle, "not a stream grabber");
+    if (!device->grabber.open) return fail(errorOrder, "not open");
+    *object = &device->grabber.waitObject;
+    return 0;
+}
+
+uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
+    if (!ready) return errorHandle;
+    *ready = 0;
+    double deadlineMs = -1;
+    for (;;) {
+        double sleepMs = 0;
+        {
+            LabLock lock;
+            LabCameraDevice* device = deviceOfWaitObject(object);
+            if (!device) return fail(errorHandle, "not a wait object");
+            if (device->lost) return fail(errorRemoved, "the device has been removed");
+            takeDueFrames(device->grabber);
+            if (!device->grabber.output.empty()) {
+                *ready = 1;
+                return 0;
+            }
+            bool coming =
+                lab.camera.frameDue && device->grabber.streaming && !device->grabber.queue.empty();
+            if (timeoutMs == waitForever && !coming)
+                return fail(errorOrder, "nothing is coming: this wait would never end");
+            double nowMs = labNowMs();
+            if (deadlineMs < 0)
+                deadlineMs = timeoutMs == waitForever ? std::numeric_limits<double>::infinity()
+                                                      : nowMs + timeoutMs;
+            if (nowMs >= deadlineMs) return 0;
+            // Short enough to notice a camera that is lost meanwhile.
+            constexpr double longestSleepMs = 50;
+            double untilMs = coming ? std::min(deadlineMs, lab.camera.frameDueMs) : deadlineMs;
+            sleepMs = std::min(untilMs - nowMs, longestSleepMs);
+        }
+        labSleepMs(sleepMs);
+    }
+}
+
+uint32_t PylonStreamGrabberRetrieveResult(void* handle, PylonGrabResult_t* result, uint8_t* ready) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device || !result || !ready) return fail(errorHandle, "not a stream grabber");
+    LabGrabber& grabber = device->grabber;
+    if (!grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
+    if (!device->lost) takeDueFrames(grabber);
+    *ready = !grabber.output.empty();
+    if (!*ready) return 0;
+    LabTakenFrame frame = grabber.output.front();
+    grabber.output.pop_front();
+    frame.buffer->at = LabBuffer::At::Program;
+    *result = {.Context = frame.buffer->context,
+               .hBuffer = frame.buffer,
+               .pBuffer = frame.buffer->memory,
+               .Status = frame.status,
+               .PayloadType = 0,
+               .PixelType = featureValue("PixelFormat") == 0 ? bayerRG8 : bayerRG12,
+               .TimeStamp = static_cast<uint64_t>(frame.timeMs * 1e6), // ns
+               .SizeX = frame.sizeX,
+               .SizeY = frame.sizeY,
+               .OffsetX = static_cast<int>(featureValue("OffsetX")),
+               .OffsetY = static_cast<int>(featureValue("OffsetY")),
+               .PaddingX = 0,
+               .PaddingY = 0,
+               .PayloadSize = frame.payload,
+               .ErrorCode = 0,
+               .BlockID = frame.number};
+    return 0;
+}
+
+uint32_t PylonStreamGrabberFlushBuffersToOutput(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    LabGrabber& grabber = device->grabber;
+    for (LabBuffer* buffer : grabber.queue) {
+        buffer->at = LabBuffer::At::Output;
+        grabber.output.push_back({.buffer = buffer, .status = pylonCancelled});
+    }
+    grabber.queue.clear();
+    return 0;
+}
+
+uint32_t PylonStreamGrabberDeregisterBuffer(void* handle, void* bufferHandle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
+    if (!buffer) return fail(errorHandle, "not a buffer of this stream grabber");
+    if (buffer->at != LabBuffer::At::Program)
+        return fail(errorOrder, "the buffer is still queued or not retrieved");
+    std::erase_if(device->grabber.buffers, [&](auto& other) { return other.get() == buffer; });
+    return 0;
+}
+
+uint32_t PylonStreamGrabberFinishGrab(void* handle) {
+    LabLock lock;
+    LabCameraDevice* device = deviceOfGrabber(handle);
+    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (!device->grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
+    if (!device->grabber.buffers.empty()) return fail(errorOrder, "buffers are still registered");
+    device->grabber.prepared = device->grabber.streaming = false;
+    return 0;
+}
+
+} // extern "C"

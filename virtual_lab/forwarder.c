@@ -1,0 +1,2 @@
+// A DLL of nothing but forwarded exports still needs something to compile.
+typedef int forwarder;

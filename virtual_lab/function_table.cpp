@@ -1,0 +1,29 @@
+// The laboratory's functions by library and name, for programs that are linked with it.
+#include "virtual_lab/faces.h"
+#include "virtual_lab/lab.h"
+
+#include <cctype>
+#include <cstring>
+
+struct NamedFunction {
+    const char* library;
+    const char* name;
+    void* address;
+};
+
+#define LIBXIMC_ENTRY(name) {"libximc.dll", #name, reinterpret_cast<void*>(&::name)},
+#define PYLON_ENTRY(name) {"pylonc_v9.dll", #name, reinterpret_cast<void*>(&::name)},
+static const NamedFunction functions[] = {LAB_LIBXIMC_FUNCTIONS(LIBXIMC_ENTRY) LAB_PYLON_FUNCTIONS(
+    PYLON_ENTRY) LAB_FURTHER_PYLON_FUNCTIONS(PYLON_ENTRY)};
+
+static bool sameFileName(const char* lower, const char* name) {
+    for (; *lower && std::tolower(static_cast<unsigned char>(*name)) == *lower; ++lower) ++name;
+    return *lower == *name;
+}
+
+void* virtualLabFunction(const char* library, const char* name) {
+    for (const NamedFunction& function : functions)
+        if (std::strcmp(function.name, name) == 0 && sameFileName(function.library, library))
+            return function.address;
+    return nullptr;
+}

@@ -1,0 +1,135 @@
+// Reset, time, faults and counters of the virtual laboratory.
+#include "virtual_lab/lab_state.h"
+
+#include <sstream>
+
+Lab lab;
+void (*labBeforeCall)() = nullptr;
+
+static std::recursive_mutex labMutex;
+static double (*clockNowMs)() = nullptr;
+static void (*clockSleepMs)(double) = nullptr;
+
+LabLock::LabLock() : held(labMutex) {
+    if (labBeforeCall) labBeforeCall();
+}
+
+void setLabClock(double (*nowMs)(), void (*sleepMs)(double)) {
+    LabLock lock;
+    clockNowMs = nowMs;
+    clockSleepMs = sleepMs;
+}
+
+double labNowMs() {
+    return clockNowMs ? clockNowMs() : 0.0;
+}
+
+void labSleepMs(double ms) {
+    if (clockSleepMs) clockSleepMs(ms);
+}
+
+void resetLab(uint64_t seed) {
+    LabLock lock;
+    lab.seed = seed;
+    lab.noise.seed(seed);
+    lab.faults = {};
+    lab.board = {};
+    lab.counters = {};
+    lab.boardCommands.clear();
+    lab.reads.clear();
+    resetMotors();
+    resetCamera();
+}
+
+static int axisNamed(const std::string& name) {
+    if (name == "x") return labX;
+    if (name == "y") return labY;
+    if (name == "z") return labZ;
+    return -1;
+}
+
+static bool parseFault(const std::string& line, LabFaults& faults) {
+    std::istringstream words(line);
+    std::string device, what, detail, extra;
+    words >> device >> what;
+    int axis = axisNamed(what);
+    double number = 0;
+
+    if (device == "camera" && what == "absent") {
+        faults.cameraAbsent = true;
+    } else if (device == "camera" && what == "lost") {
+        faults.cameraLost = true;
+    } else if (device == "camera" && what == "sfnc") {
+        if (!(words >> number) || number != 1) return false;
+        faults.cameraOld = true;
+    } else if (device == "stage" && what == "absent") {
+        faults.controllers = 0;
+    } else if (device == "stage" && what == "count") {
+        if (!(words >> number) || (number != 1 && number != 2 && number != 3)) return false;
+        faults.controllers = static_cast<int>(number);
+    } else if (device == "axis" && axis >= 0) {
+        if (!(words >> detail) || detail != "stalled") return false;
+        faults.stalled[axis] = true;
+    } else if (device == "limit" && axis >= 0) {
+        std::string at;
+        if (!(words >> detail >> at >> number) || at != "at") return false;
+        if (detail == "right")
+            faults.rightLimitUm[axis] = number;
+        else if (detail == "left")
+            faults.leftLimitUm[axis] = number;
+        else
+            return false;
+    } else if (device == "board" && what == "absent") {
+        faults.boardAbsent = true;
+    } else if (device == "board" && what == "unplugged") {
+        faults.boardUnplugged = true;
+    } else if (device == "backlash" && axis >= 0) {
+        if (!(words >> number) || number < 0) return false;
+        faults.backlashUm[axis] = number;
+    } else {
+        return false;
+    }
+    return !(words >> extra);
+}
+
+bool applyLabFaults(const std::string& text) {
+    LabLock lock;
+    LabFaults faults;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        size_t start = line.find_first_not_of(" \t\r");
+        if (start == std::string::npos || line[start] == '#') continue;
+        if (!parseFault(line, faults)) return false;
+    }
+    advanceMotors(); // up to now they moved under the old faults
+    lab.faults = faults;
+    dropMissingControllers();
+    dropLostCamera();
+    return true;
+}
+
+bool labBoardPresent() {
+    LabLock lock;
+    return !lab.faults.boardAbsent && !lab.faults.boardUnplugged;
+}
+
+bool labBoardConnected() {
+    LabLock lock;
+    return !lab.faults.boardUnplugged;
+}
+
+const LabCounters& labCounters() {
+    LabLock lock;
+    lab.counters.cameraDevices = lab.camera.devices.size();
+    lab.counters.openAxes = 0;
+    for (const LabMotor& motor : lab.motors) lab.counters.openAxes += motor.id >= 0;
+    return lab.counters;
+}
+
+const std::vector<std::string>& labBoardCommands() {
+    return lab.boardCommands;
+}
+
+const std::vector<LabRead>& labReads() {
+    return lab.reads;
+}

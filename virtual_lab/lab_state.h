@@ -1,0 +1,93 @@
+// The one state that all devices of the virtual laboratory share, and the lock around it.
+#pragma once
+
+#include "virtual_lab/camera_state.h"
+#include "virtual_lab/lab.h"
+
+#include <deque>
+#include <mutex>
+#include <random>
+
+struct LabFaults {
+    int controllers = 3; // found on the bus, 0..3
+    bool stalled[3] = {};
+    double rightLimitUm[3] = {5000, 5000, 5000};
+    double leftLimitUm[3] = {-5000, -5000, -5000};
+    double backlashUm[3] = {2.0, 2.0, 0.8};
+    bool boardAbsent = false;
+    bool boardUnplugged = false;
+    bool cameraAbsent = false;
+    bool cameraLost = false;
+    bool cameraOld = false; // feature names from before SFNC 2.0
+};
+
+// One axis: what its controller has been told, where the motor stands and where the carriage is.
+struct LabMotor {
+    int id = -1;                // handle while open
+    double nominalSpeed = 5000; // full steps per second
+    uint32_t engineFlags = 0xF0;
+    int32_t originSteps = 0; // count at resetLab
+    double steps = 0;        // motor, full steps from originSteps
+    double targetSteps = 0;  // the same scale
+    double carriageUm = 0;   // from the place at resetLab
+    double updatedMs = 0;    // time of the three values above
+};
+
+struct LabBoard {
+    std::string input; // bytes of a command not yet ended
+    std::string reply;
+    int laserPwm = 0;
+    bool illuminated = false;
+    int channel[3] = {}; // what the three channels were last set to
+    int channelRate[3] = {};
+};
+
+struct Lab {
+    LabFaults faults;
+    LabMotor motors[3]; // by LabAxis
+    LabBoard board;
+    LabCamera camera;
+    LabCounters counters;
+    std::vector<std::string> boardCommands;
+    std::vector<LabRead> reads;
+    std::mt19937_64 noise;
+    uint64_t seed = 0;
+    int lastStageId = -1;
+};
+
+extern Lab lab;
+
+// Held by every function that the outside can call. The first thing that it does is whatever the
+// surroundings want done regularly (on Windows: look at the fault file).
+class LabLock {
+public:
+    LabLock();
+
+private:
+    std::unique_lock<std::recursive_mutex> held;
+};
+
+extern void (*labBeforeCall)(); // may be null
+
+double labNowMs();
+void labSleepMs(double ms); // not while holding the lock
+
+// A new entry that pushes out the older half when the log is full.
+template <class Entry> void logEntry(std::vector<Entry>& log, Entry entry) {
+    constexpr size_t fullLog = 1'000'000;
+    if (log.size() >= fullLog) log.erase(log.begin(), log.begin() + fullLog / 2);
+    log.push_back(std::move(entry));
+}
+
+// Brings motors and carriages to the present time. Before anything that changes how they move.
+void advanceMotors();
+void resetMotors();
+void dropMissingControllers();
+
+void resetCamera();
+void dropLostCamera();
+
+// How much of the light is left at the spot (1 in focus) and how much wider the spot is, for a
+// surface that lies `defocusUm` from the focus.
+double focusFactor(double defocusUm);
+double spotWidening(double defocusUm);

@@ -1,0 +1,116 @@
+// The laser board: texts ended by a zero byte come in, decimal numbers go out.
+#include "virtual_lab/lab_state.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+constexpr int laserPin = 5;
+constexpr int illuminationPin = 6;
+constexpr int photocurrentPin = 0;
+constexpr size_t longestCommand = 31;
+
+static int convertPhotocurrent() {
+    double volts = labPhotoVoltage();
+    volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
+    return static_cast<int>(std::clamp(std::floor(volts / labAdcStepVolts), 0.0, 1023.0));
+}
+
+static bool analogRead(int pin, int samples) {
+    if (pin < 0 || pin > 5 || samples < 1 || samples > 100) return false;
+    int sum = 0;
+    for (int i = 0; i < samples && pin == photocurrentPin; ++i) { // the others are not connected
+        int counts = convertPhotocurrent();
+        LabPoint spot = labLaserSpotSample();
+        ++lab.counters.analogReads;
+        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts});
+        sum += counts;
+    }
+    lab.board.reply += std::to_string(sum / samples);
+    return true;
+}
+
+static bool digitalWrite(int pin, int level) {
+    if (pin != illuminationPin) return pin >= 0 && pin <= 13;
+    if (level != 0 && level != 5) return false;
+    lab.board.illuminated = level == 5;
+    return true;
+}
+
+static bool analogWrite(int pin, int level) {
+    if (pin < 0 || pin > 13 || level < 0 || level > 255) return false;
+    if (pin == laserPin) lab.board.laserPwm = level;
+    return true;
+}
+
+// Which of three letters it is, or -1.
+static int channelOf(char letter, const char* letters) {
+    for (int channel = 0; channel < 3; ++channel)
+        if (letter == letters[channel]) return channel;
+    return -1;
+}
+
+// The numbers of a command, which must match `format` to its end.
+static bool scan(const std::string& command, const char* format, int& first, int& second) {
+    int end = -1;
+    std::sscanf(command.c_str(), (std::string(format) + "%n").c_str(), &first, &second, &end);
+    return end == static_cast<int>(command.size());
+}
+
+static bool scan(const std::string& command, int& number) {
+    int end = -1;
+    std::sscanf(command.c_str(), "%*c%d%n", &number, &end);
+    return end == static_cast<int>(command.size());
+}
+
+static bool execute(const std::string& command) {
+    LabBoard& board = lab.board;
+    int first = 0, second = 0;
+    if (command.empty()) return false;
+    if (command == "z") return true;
+    if (int channel = channelOf(command[0], "pPQ"); channel >= 0 && command.size() == 1) {
+        board.reply += std::to_string(board.channel[channel]);
+        return true;
+    }
+    if (int channel = channelOf(command[0], "sST"); channel >= 0)
+        return scan(command, board.channel[channel]);
+    if (int channel = channelOf(command[0], "aAb"); channel >= 0)
+        return scan(command, board.channelRate[channel]);
+    if (scan(command, "D %d %d", first, second)) return digitalWrite(first, second);
+    if (scan(command, "G %d %d", first, second)) return analogWrite(first, second);
+    if (scan(command, "R%d %d", first, second)) return analogRead(first, second);
+    return false;
+}
+
+void boardReceive(const void* bytes, size_t count) {
+    LabLock lock;
+    if (!labBoardPresent()) return;
+    for (size_t i = 0; i < count; ++i) {
+        char byte = static_cast<const char*>(bytes)[i];
+        if (byte != '\0') {
+            if (lab.board.input.size() <= longestCommand) lab.board.input += byte;
+            continue;
+        }
+        logEntry(lab.boardCommands, lab.board.input);
+        if (lab.board.input.size() > longestCommand || !execute(lab.board.input))
+            ++lab.counters.boardErrors;
+        lab.board.input.clear();
+    }
+}
+
+std::string takeBoardReply() {
+    LabLock lock;
+    std::string reply;
+    reply.swap(lab.board.reply);
+    return labBoardPresent() ? reply : std::string();
+}
+
+int labLaserPwm() {
+    LabLock lock;
+    return lab.board.laserPwm;
+}
+
+bool labIlluminated() {
+    LabLock lock;
+    return lab.board.illuminated;
+}

@@ -1,0 +1,44 @@
+// The laser spot on the sample and the photocurrent that it makes.
+#include "virtual_lab/lab_state.h"
+
+#include <cmath>
+
+constexpr LabPixel spotPixel = {640, 500};
+
+// Stage height over which the spot's area doubles.
+constexpr double depthOfFocusUm = 3.0;
+
+// At the strongest place, in focus, at an intensity of 4.0 V.
+constexpr double photoVoltsAtReference = 4.6;
+constexpr double referencePwm = 204;
+
+double spotWidening(double defocusUm) {
+    return std::sqrt(1 + (defocusUm / depthOfFocusUm) * (defocusUm / depthOfFocusUm));
+}
+
+double focusFactor(double defocusUm) {
+    return 1 / (1 + (defocusUm / depthOfFocusUm) * (defocusUm / depthOfFocusUm));
+}
+
+static double voltsAt(LabPoint spot, double pwm, double zUm) {
+    return photoVoltsAtReference * landscapeAt(spot.x, spot.y) * pwm / referencePwm *
+           focusFactor(zUm - surfaceHeightAt(spot.x, spot.y));
+}
+
+LabPixel labSpotPixel() {
+    return spotPixel;
+}
+
+LabPoint labLaserSpotSample() {
+    return {labStageUm(labX) + (spotPixel.column - labCentreColumn) * labUmPerPixel,
+            labStageUm(labY) + (spotPixel.row - labCentreRow) * labUmPerPixel};
+}
+
+double labPhotoVoltage() {
+    LabLock lock;
+    return voltsAt(labLaserSpotSample(), lab.board.laserPwm, labStageUm(labZ));
+}
+
+double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {
+    return voltsAt({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0), zUm);
+}

@@ -1,0 +1,200 @@
+// Three stepper stages with play in their drives and limit switches, behind the functions of the
+// controllers' library. Controllers know their motors only, never the carriage. Moves start and
+// end without ramps, whatever the engine flags say.
+#include "virtual_lab/faces.h"
+#include "virtual_lab/lab_state.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+constexpr double umPerStep = 1.25; // full step
+constexpr double microsteps = 256;
+
+constexpr int resultError = -1;
+constexpr int resultValueError = -3;
+
+// The first controller on the bus drives Y, the second X, the third Z.
+constexpr int controllerAxis[3] = {labY, labX, labZ};
+static char controllerNames[3][12] = {"virtual:1", "virtual:2", "virtual:3"};
+constexpr int32_t initialCounts[3] = {12345, -2310, 700}; // by axis
+
+static void advanceMotor(int axis) {
+    LabMotor& motor = lab.motors[axis];
+    const LabFaults& faults = lab.faults;
+    double nowMs = labNowMs();
+    double reach = std::max(0.0, nowMs - motor.updatedMs) / 1000 * motor.nominalSpeed;
+    motor.updatedMs = nowMs;
+    if (faults.stalled[axis]) motor.targetSteps = motor.steps;
+
+    // Moving right the carriage touches the motor's nut, moving left it lags by the play.
+    double rightEnd = std::max(motor.steps, faults.rightLimitUm[axis] / umPerStep);
+    double leftEnd =
+        std::min(motor.steps, (faults.leftLimitUm[axis] - faults.backlashUm[axis]) / umPerStep);
+    motor.targetSteps = std::clamp(motor.targetSteps, leftEnd, rightEnd);
+
+    double way = motor.targetSteps - motor.steps;
+    motor.steps =
+        std::abs(way) <= reach ? motor.targetSteps : motor.steps + std::copysign(reach, way);
+    double motorUm = motor.steps * umPerStep;
+    motor.carriageUm = std::clamp(motor.carriageUm, motorUm, motorUm + faults.backlashUm[axis]);
+}
+
+void advanceMotors() {
+    for (int axis : {labX, labY, labZ}) advanceMotor(axis);
+}
+
+void resetMotors() {
+    for (int axis : {labX, labY, labZ}) {
+        lab.motors[axis] = {};
+        lab.motors[axis].originSteps = initialCounts[axis] + static_cast<int32_t>(lab.seed % 1000);
+        lab.motors[axis].updatedMs = labNowMs();
+    }
+}
+
+void dropMissingControllers() {
+    for (int index = lab.faults.controllers; index < 3; ++index)
+        lab.motors[controllerAxis[index]].id = -1;
+}
+
+double labStageUm(int axis) {
+    LabLock lock;
+    if (axis < labX || axis > labZ) return 0;
+    advanceMotor(axis);
+    return lab.motors[axis].carriageUm;
+}
+
+static int axisOfId(int id) {
+    if (id < 0) return -1;
+    for (int axis : {labX, labY, labZ})
+        if (lab.motors[axis].id == id) return axis;
+    return -1;
+}
+
+extern "C" {
+
+void ximc_version(char* version) {
+    std::strcpy(version, "2.14.27");
+}
+
+int set_bindy_key(const char* path) {
+    return path ? 0 : resultError;
+}
+
+void* enumerate_devices(int, const char*) {
+    LabLock lock;
+    return new int(lab.faults.controllers);
+}
+
+int free_enumerate_devices(void* found) {
+    delete static_cast<int*>(found);
+    return 0;
+}
+
+int get_device_count(void* found) {
+    return found ? *static_cast<int*>(found) : resultError;
+}
+
+char* get_device_name(void* found, int index) {
+    if (!found || index < 0 || index >= *static_cast<int*>(found)) return nullptr;
+    return controllerNames[index];
+}
+
+int open_device(const char* name) {
+    LabLock lock;
+    for (int index = 0; name && index < lab.faults.controllers; ++index) {
+        if (std::strcmp(name, controllerNames[index]) != 0) continue;
+        LabMotor& motor = lab.motors[controllerAxis[index]];
+        if (motor.id >= 0) return resultError; // one program at a time
+        return motor.id = ++lab.lastStageId;
+    }
+    return resultError;
+}
+
+int close_device(int* id) {
+    LabLock lock;
+    int axis = id ? axisOfId(*id) : -1;
+    if (axis < 0) return resultError;
+    lab.motors[axis].id = -1;
+    *id = -1;
+    return 0;
+}
+
+int get_engine_settings(int id, engine_settings_t* settings) {
+    LabLock lock;
+    int axis = axisOfId(id);
+    if (axis < 0 || !settings) return resultError;
+    const LabMotor& motor = lab.motors[axis];
+    *settings = {};
+    settings->NomVoltage = 50;
+    settings->NomCurrent = 670;
+    settings->NomSpeed = static_cast<uint32_t>(motor.nominalSpeed);
+    settings->uNomSpeed =
+        static_cast<uint32_t>((motor.nominalSpeed - std::floor(motor.nominalSpeed)) * microsteps);
+    settings->EngineFlags = motor.engineFlags;
+    settings->Antiplay = 1800;
+    settings->MicrostepMode = 9;
+    settings->StepsPerRev = 200;
+    return 0;
+}
+
+int set_engine_settings(int id, const engine_settings_t* settings) {
+    LabLock lock;
+    int axis = axisOfId(id);
+    if (axis < 0 || !settings) return resultError;
+    if (settings->NomSpeed > 100000 || settings->uNomSpeed > 255 || settings->MicrostepMode != 9)
+        return resultValueError;
+    advanceMotor(axis);
+    lab.motors[axis].nominalSpeed = settings->NomSpeed + settings->uNomSpeed / microsteps;
+    lab.motors[axis].engineFlags = settings->EngineFlags;
+    return 0;
+}
+
+int get_status(int id, status_t* status) {
+    LabLock lock;
+    int axis = axisOfId(id);
+    if (axis < 0 || !status) return resultError;
+    advanceMotor(axis);
+    const LabMotor& motor = lab.motors[axis];
+    double way = motor.targetSteps - motor.steps;
+
+    *status = {};
+    int64_t counts = static_cast<int64_t>(std::floor(motor.steps * microsteps)) +
+                     motor.originSteps * static_cast<int64_t>(microsteps);
+    status->CurPosition = static_cast<int32_t>(counts / 256); // both parts bear the sign
+    status->uCurPosition = static_cast<int32_t>(counts % 256);
+    if (way != 0) {
+        status->MoveSts = 1;
+        status->MvCmdSts = 0x81;
+        status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
+    }
+    if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
+        status->GPIOFlags |= STATE_RIGHT_EDGE;
+    if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6)
+        status->GPIOFlags |= STATE_LEFT_EDGE;
+    return 0;
+}
+
+int command_stop(int id) {
+    LabLock lock;
+    int axis = axisOfId(id);
+    if (axis < 0) return resultError;
+    advanceMotor(axis);
+    LabMotor& motor = lab.motors[axis];
+    motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
+    return 0;
+}
+
+int command_move(int id, int position, int uPosition) {
+    LabLock lock;
+    int axis = axisOfId(id);
+    if (axis < 0) return resultError;
+    if (std::abs(uPosition) > 255) return resultValueError;
+    advanceMotor(axis);
+    lab.motors[axis].targetSteps =
+        static_cast<double>(position) - lab.motors[axis].originSteps + uPosition / microsteps;
+    ++lab.counters.moves;
+    return 0;
+}
+
+} // extern "C"

@@ -1,0 +1,182 @@
+// The laboratory as a DLL: real time, the fault file beside it, and the laser board as a thread at
+// the far end of a null-modem cable.
+#include "virtual_lab/lab_state.h"
+
+#include <windows.h>
+
+// The program's end of the cable is COM10.
+constexpr wchar_t boardPort[] = L"\\\\.\\COM11";
+constexpr DWORD openRetryMs = 500;
+constexpr DWORD faultCheckMs = 100;
+
+static std::wstring laboratoryFolder; // with a backslash at the end
+static HANDLE port = INVALID_HANDLE_VALUE;
+static HANDLE commandLog = INVALID_HANDLE_VALUE;
+
+static double performanceMs() {
+    static const double ticksPerMs = [] {
+        LARGE_INTEGER frequency;
+        QueryPerformanceFrequency(&frequency);
+        return static_cast<double>(frequency.QuadPart) / 1000;
+    }();
+    LARGE_INTEGER ticks;
+    QueryPerformanceCounter(&ticks);
+    return static_cast<double>(ticks.QuadPart) / ticksPerMs;
+}
+
+static void sleepRoundedUp(double ms) {
+    if (ms > 0) Sleep(static_cast<DWORD>(ms) + 1);
+}
+
+static std::string readWholeFile(const std::wstring& path) {
+    std::string text;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                              nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return text;
+    char part[4096];
+    for (DWORD count; ReadFile(file, part, sizeof part, &count, nullptr) && count > 0;)
+        text.append(part, count);
+    CloseHandle(file);
+    return text;
+}
+
+// A file that cannot be understood leaves the faults as they are.
+static void followFaultFile() {
+    static ULONGLONG lastCheck = 0;
+    static WIN32_FILE_ATTRIBUTE_DATA seen = {};
+    ULONGLONG now = GetTickCount64();
+    if (now - lastCheck < faultCheckMs) return;
+    lastCheck = now;
+
+    std::wstring path = laboratoryFolder + L"virtual_lab.txt";
+    WIN32_FILE_ATTRIBUTE_DATA found = {};
+    GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &found);
+    if (CompareFileTime(&found.ftLastWriteTime, &seen.ftLastWriteTime) == 0 &&
+        found.nFileSizeLow == seen.nFileSizeLow)
+        return;
+    seen = found;
+    applyLabFaults(readWholeFile(path));
+}
+
+// --- The board's end of the cable
+// -----------------------------------------------------------------
+
+static bool openBoardPort() {
+    port =
+        CreateFileW(boardPort, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (port == INVALID_HANDLE_VALUE) return false;
+    DCB line = {};
+    line.DCBlength = sizeof line;
+    GetCommState(port, &line);
+    line.BaudRate = 9600;
+    line.ByteSize = 8;
+    line.Parity = NOPARITY;
+    line.StopBits = ONESTOPBIT;
+    SetCommState(port, &line);
+    COMMTIMEOUTS timeouts = {};
+    timeouts.ReadIntervalTimeout = MAXDWORD; // return with the first byte, or after the constant
+    timeouts.ReadTotalTimeoutMultiplier = MAXDWORD;
+    timeouts.ReadTotalTimeoutConstant = 50;
+    timeouts.WriteTotalTimeoutConstant = 500;
+    SetCommTimeouts(port, &timeouts);
+    return true;
+}
+
+static void closeBoardPort() {
+    if (port == INVALID_HANDLE_VALUE) return;
+    CloseHandle(port);
+    port = INVALID_HANDLE_VALUE;
+}
+
+// One command on each line.
+static void logCommands(std::string bytes) {
+    for (char& byte : bytes)
+        if (byte == '\0') byte = '\n';
+    DWORD written;
+    WriteFile(commandLog, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+}
+
+// False when the line is broken. Empty when nothing came.
+static bool readLine(std::string& bytes) {
+    char part[256];
+    DWORD count = 0;
+    if (!ReadFile(port, part, sizeof part, &count, nullptr)) return false;
+    bytes.assign(part, count);
+    if (count > 0) logCommands(bytes);
+    return true;
+}
+
+static bool serveBoard() {
+    std::string bytes;
+    if (!readLine(bytes)) return false;
+    boardReceive(bytes.data(), bytes.size());
+    std::string reply = takeBoardReply();
+    DWORD written;
+    return reply.empty() ||
+           WriteFile(port, reply.data(), static_cast<DWORD>(reply.size()), &written, nullptr);
+}
+
+static DWORD WINAPI runBoard(void*) {
+    for (;;) {
+        if (!labBoardPresent()) {
+            closeBoardPort();
+            Sleep(faultCheckMs);
+        } else if (port == INVALID_HANDLE_VALUE) {
+            if (!openBoardPort()) Sleep(openRetryMs);
+        } else if (!serveBoard()) {
+            closeBoardPort();
+            Sleep(openRetryMs);
+        }
+    }
+}
+
+// --- Life
+// -----------------------------------------------------------------------------------------
+
+static void startLaboratory() {
+    setLabClock(performanceMs, sleepRoundedUp);
+    resetLab(1);
+    commandLog = CreateFileW((laboratoryFolder + L"board_commands.log").c_str(), GENERIC_WRITE,
+                             FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+    // The board outlives the program's use of any one library, so this DLL stays to the end.
+    HMODULE pinned;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<LPCWSTR>(&startLaboratory), &pinned);
+    HANDLE thread = CreateThread(nullptr, 0, runBoard, nullptr, 0, nullptr);
+    if (thread) CloseHandle(thread);
+}
+
+static void beforeCall() {
+    static bool started = false, inside = false; // the laboratory's lock is held
+    if (inside) return;
+    inside = true;
+    if (!started) startLaboratory();
+    started = true;
+    followFaultFile();
+    inside = false;
+}
+
+// At the end of the process the board's thread has gone already, but what the program sent last
+// (the laser off) may still be on the line. The lock is left alone: its owner may be dead.
+static void logLastCommands() {
+    std::string bytes;
+    while (port != INVALID_HANDLE_VALUE && readLine(bytes) && !bytes.empty()) {
+    }
+    closeBoardPort();
+    if (commandLog != INVALID_HANDLE_VALUE) CloseHandle(commandLog);
+}
+
+BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void*) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        DisableThreadLibraryCalls(module);
+        wchar_t path[MAX_PATH] = {};
+        GetModuleFileNameW(module, path, MAX_PATH);
+        laboratoryFolder = path;
+        laboratoryFolder.resize(laboratoryFolder.find_last_of(L'\\') + 1);
+        labBeforeCall = beforeCall;
+    } else if (reason == DLL_PROCESS_DETACH) {
+        labBeforeCall = nullptr;
+        logLastCommands();
+    }
+    return TRUE;
+}
