@@ -11,6 +11,7 @@
 #
 # Prints what the program prints and ends with its exit code. Everything that Wine, Xvfb and socat
 # say goes into files of the folder.
+# shellcheck disable=SC2030,SC2031 # each subshell has its own WINEPREFIX on purpose
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -40,6 +41,7 @@ if [[ -z $folder ]]; then
 fi
 
 own=()
+# shellcheck disable=SC2317 # called by the trap
 finish() {
     local code=$?
     WINEPREFIX=$folder/prefix wineserver -k >/dev/null 2>&1 || true
@@ -138,7 +140,11 @@ fi
 
 wine "$@" >"$folder/program.log" 2>"$folder/wine.log" &
 program=$!
-tail --pid="$program" -s 0.2 -n +1 -f "$folder/program.log" | tr -d '\r'
+# Waiting in the background lets a signal end the run at once.
+tail --pid="$program" -s 0.2 -n +1 -f "$folder/program.log" > >(sed -u 's|\r$||') &
+teller=$!
+own+=("$teller")
 code=0
 wait "$program" || code=$?
+wait "$teller" || true
 exit "$code"
