@@ -30,7 +30,6 @@ desk=$run/desk
 mkdir -p "$desk"
 cp build/windows/Lumascan.exe build/windows/laboratory/*.dll "$desk/"
 : >"$desk/virtual_lab.txt"
-rm -f "$desk/virtual_lab_log.txt"
 # Wine shows the whole file system as drive Z:.
 windows_path() { echo "Z:${1//\//\\}"; }
 under_wine=(tests/window/run_under_wine.sh --build build/windows --cable --show --keep "$run")

@@ -107,20 +107,25 @@ protected:
 
     void select(const Area& area) { selectArea(area.left, area.top, area.right, area.bottom); }
 
-    // The last word of the laboratory's diary on each device.
-    std::string lastState(const std::string& device) const {
-        std::string state;
-        std::istringstream lines(contentOf(program.folder / "virtual_lab_log.txt"));
-        double time = 0;
-        for (std::string name, value; lines >> time >> name >> value;) {
-            if (name == device) state = value;
+    // The level that the board was last told for a pin by that command; -1 when it never was.
+    int lastLevel(char commandLetter, int pin) const {
+        int last = -1;
+        std::istringstream commands(contentOf(program.folder / "board_commands.log"));
+        for (std::string line; std::getline(commands, line);) {
+            char letter = 0;
+            int number = 0, level = 0;
+            if (std::sscanf(line.c_str(), "%c %d %d", &letter, &number, &level) == 3 &&
+                letter == commandLetter && number == pin)
+                last = level;
         }
-        return state;
+        return last;
     }
+    int laserLevel() const { return lastLevel('G', 5); }
+    int illumination() const { return lastLevel('D', 6); }
 
     void expectDark() const {
-        EXPECT_EQ(lastState("laser"), "0");
-        EXPECT_EQ(lastState("illumination"), "off");
+        EXPECT_EQ(laserLevel(), 0);
+        EXPECT_EQ(illumination(), 0);
     }
 
     // Compares the rows that have been scanned, counted from the bottom.
@@ -218,7 +223,7 @@ TEST_F(Laboratory, StopsOnRequestAndSavesThePart) {
     ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
 
     EXPECT_TRUE(isChecked(program, idLaserOff));
-    EXPECT_EQ(lastState("laser"), "0");
+    EXPECT_EQ(laserLevel(), 0);
     EXPECT_EQ(textOf(controlById(program, idPositionX)), "0.0");
     expectLandscape(area, 2);
     auto map = readMap(session() / area.mapName("Kestrel"));
@@ -233,7 +238,7 @@ TEST_F(Laboratory, SavesAndGoesDarkWhenClosedInAScan) {
     ASSERT_NO_FATAL_FAILURE(select(area));
     ASSERT_NO_FATAL_FAILURE(startScan());
     ASSERT_TRUE(await([&] { return percentDone() >= 40; }, patiently));
-    EXPECT_NE(lastState("laser"), "0");
+    EXPECT_EQ(laserLevel(), 204);
     ASSERT_NO_FATAL_FAILURE(closeProgram());
     expectDark();
     expectLandscape(area, 1);
