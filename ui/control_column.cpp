@@ -154,10 +154,17 @@ static WindowKind windowKind(const Control& control) {
     case Kind::Label:
         break;
     }
-    return {L"STATIC", child | SS_LEFT, 0};
+    return {L"STATIC", child | SS_LEFT | SS_CENTERIMAGE, 0};
+}
+
+static bool isEdit(HWND control) {
+    wchar_t className[8] = L"";
+    GetClassNameW(control, className, 8);
+    return lstrcmpiW(className, L"EDIT") == 0;
 }
 
 void createControlColumn(HWND window) {
+    const LPARAM margins = MAKELPARAM(1, 1); // pixels; the longest texts just fit
     const auto font = reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT));
     for (const Control& control : controls) {
         WindowKind kind = windowKind(control);
@@ -166,10 +173,18 @@ void createControlColumn(HWND window) {
                                     reinterpret_cast<HMENU>(static_cast<INT_PTR>(control.id)),
                                     GetModuleHandleW(nullptr), nullptr);
         SendMessageW(made, WM_SETFONT, font, FALSE);
+        if (isEdit(made))
+            SendMessageW(made, EM_SETMARGINS, EC_LEFTMARGIN | EC_RIGHTMARGIN, margins);
         if (control.field != noField) fieldWindows[static_cast<size_t>(control.field)] = made;
     }
     for (KeyedEdit& edit : keyedEdits) answerKeys(edit);
     CheckRadioButton(window, idLaserView, idSampleView, idSampleView);
+}
+
+HBRUSH labelBackground(HWND control, HDC context) {
+    if (isEdit(control)) return nullptr;
+    SetBkColor(context, GetSysColor(COLOR_WINDOW));
+    return GetSysColorBrush(COLOR_WINDOW);
 }
 
 void forgetControlColumn() {

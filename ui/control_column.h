@@ -6,5 +6,9 @@
 // Creates the controls as children of `window`; their texts come from fillControlColumn.
 void createControlColumn(HWND window);
 
+// Answers WM_CTLCOLORSTATIC: labels and radio buttons lie on the window's own background, and what
+// only shows a value stays grey. Null where the system's choice is right.
+HBRUSH labelBackground(HWND control, HDC context);
+
 // The controls are gone with their window: texts are no longer written.
 void forgetControlColumn();

@@ -20,6 +20,17 @@ static void allowFullSize(MINMAXINFO& limits) {
     limits.ptMaxTrackSize = {SHRT_MAX, SHRT_MAX};
 }
 
+// What an edit tells its parent while the operator clicks and types in it is no command.
+static bool isEditNotice(WPARAM wParam, LPARAM lParam) {
+    return lParam != 0 && HIWORD(wParam) >= EN_SETFOCUS;
+}
+
+// A drag that leaves the window still ends with its button up. The button is up already when the
+// click was held back by a question; a capture would then swallow the next click.
+static void captureHeldMouse(HWND window) {
+    if (GetKeyState(VK_LBUTTON) < 0) SetCapture(window);
+}
+
 static void paint(HWND window) {
     PAINTSTRUCT painting;
     BeginPaint(window, &painting);
@@ -36,7 +47,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         fillControlColumn();
         return 0;
     case WM_COMMAND:
-        onCommand(LOWORD(wParam));
+        if (!isEditNotice(wParam, lParam)) onCommand(LOWORD(wParam));
         return 0;
     case WM_TIMER:
         if (wParam == liveViewTimer) liveViewTick();
@@ -51,7 +62,8 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         onMouseMove(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam), (wParam & MK_LBUTTON) != 0);
         return 0;
     case WM_LBUTTONDOWN:
-        SetCapture(window); // a drag that leaves the window still ends with its button up
+        focusMainWindow();
+        captureHeldMouse(window);
         onLeftButtonDown(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
         return 0;
     case WM_LBUTTONUP:
@@ -61,6 +73,12 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
     case WM_PAINT:
         paint(window);
         return 0;
+    case WM_CTLCOLORSTATIC:
+        if (HBRUSH background =
+                labelBackground(reinterpret_cast<HWND>(lParam), reinterpret_cast<HDC>(wParam))) {
+            return reinterpret_cast<LRESULT>(background);
+        }
+        return DefWindowProcW(window, message, wParam, lParam);
     case WM_GETMINMAXINFO:
         allowFullSize(*reinterpret_cast<MINMAXINFO*>(lParam));
         return 0;
