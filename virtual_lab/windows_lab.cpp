@@ -74,8 +74,6 @@ static bool openBoardPort() {
     line.StopBits = ONESTOPBIT;
     SetCommState(port, &line);
     COMMTIMEOUTS timeouts = {};
-    timeouts.ReadIntervalTimeout = MAXDWORD; // return with the first byte, or after the constant
-    timeouts.ReadTotalTimeoutMultiplier = MAXDWORD;
     timeouts.ReadTotalTimeoutConstant = 50;
     timeouts.WriteTotalTimeoutConstant = 500;
     SetCommTimeouts(port, &timeouts);
@@ -88,27 +86,32 @@ static void closeBoardPort() {
     port = INVALID_HANDLE_VALUE;
 }
 
+// False when the line is broken; empty when nothing comes. Byte by byte: a longer read would not
+// return before its time is over.
+static bool readCommand(std::string& bytes) {
+    bytes.clear();
+    do {
+        char byte;
+        DWORD count = 0;
+        if (!ReadFile(port, &byte, 1, &count, nullptr)) return false;
+        if (count == 0) break;
+        bytes += byte;
+    } while (bytes.back() != '\0');
+    return true;
+}
+
 // One command on each line.
-static void logCommands(std::string bytes) {
+static void logCommand(std::string bytes) {
     for (char& byte : bytes)
         if (byte == '\0') byte = '\n';
     DWORD written;
     WriteFile(commandLog, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
-// False when the line is broken. Empty when nothing came.
-static bool readLine(std::string& bytes) {
-    char part[256];
-    DWORD count = 0;
-    if (!ReadFile(port, part, sizeof part, &count, nullptr)) return false;
-    bytes.assign(part, count);
-    if (count > 0) logCommands(bytes);
-    return true;
-}
-
 static bool serveBoard() {
     std::string bytes;
-    if (!readLine(bytes)) return false;
+    if (!readCommand(bytes)) return false;
+    logCommand(bytes);
     boardReceive(bytes.data(), bytes.size());
     std::string reply = takeBoardReply();
     DWORD written;
@@ -160,8 +163,7 @@ static void beforeCall() {
 // (the laser off) may still be on the line. The lock is left alone: its owner may be dead.
 static void logLastCommands() {
     std::string bytes;
-    while (port != INVALID_HANDLE_VALUE && readLine(bytes) && !bytes.empty()) {
-    }
+    while (port != INVALID_HANDLE_VALUE && readCommand(bytes) && !bytes.empty()) logCommand(bytes);
     closeBoardPort();
     if (commandLog != INVALID_HANDLE_VALUE) CloseHandle(commandLog);
 }
