@@ -184,7 +184,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         break;
     default:
         showInformation(formatted("Not moving during %d sec     ",
-                                  truncated(static_cast<double>(timeoutMs / 1000)))
+                                  truncated(static_cast<double>(timeoutMs) / 1000))
                             .c_str());
     }
     refreshPositions();
