@@ -5,8 +5,8 @@
 #include <string>
 
 struct DataFolders {
-    std::wstring dataRoot;            // the desktop folder and "\KST_Data"
-    std::wstring configPath;          // the settings file
+    std::wstring dataRoot;             // the desktop folder and "\KST_Data"
+    std::wstring configPath;           // the settings file
     std::wstring sessionFolder = L" "; // YYMMDD_hh-mm below the root; a blank until it is made
     int32_t sessionFolderMade = 0;
 };

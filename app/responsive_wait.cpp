@@ -16,7 +16,8 @@ int32_t stopRequested = 0;
 namespace {
 
 bool asksForStop(const Message& message) {
-    // Deliberately broad: any message that carries the Start/Stop button's id, and a click anywhere.
+    // Deliberately broad: any message that carries the Start/Stop button's id, and a click
+    // anywhere.
     return (message.wParam & 0xFFFF) == idStart || message.id == messageLeftButtonDown;
 }
 

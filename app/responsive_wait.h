@@ -11,9 +11,9 @@ extern int32_t processRunning;
 extern int32_t stopRequested;
 
 enum WaitResult : int {
-    waitStopped = 0,  // the operator confirmed a stop of the running process
-    waitPassed = 1,   // the time passed, or the focus was nudged with Page Up or Page Down
-    waitClicked = 3,  // a click while no process ran: all axes were stopped
+    waitStopped = 0, // the operator confirmed a stop of the running process
+    waitPassed = 1,  // the time passed, or the focus was nudged with Page Up or Page Down
+    waitClicked = 3, // a click while no process ran: all axes were stopped
 };
 
 // Dispatches messages until `durationMs` has passed. The live view is off during the wait and comes

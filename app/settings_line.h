@@ -5,10 +5,10 @@
 #include <string>
 
 struct SessionSettings {
-    double scanStep;    // um
-    double laserLevel;  // V
+    double scanStep;                    // um
+    double laserLevel;                  // V
     int32_t laserOffsetX, laserOffsetY; // picture pixels, y counted from the bottom
-    int32_t equipmentKind; // 0..7
+    int32_t equipmentKind;              // 0..7
     int32_t gpibAddress;
     int32_t analyzerAddress[5]; // four octets and the TCP port
     int32_t axisOrder;          // 0..5
@@ -17,7 +17,8 @@ struct SessionSettings {
 };
 
 // The values as the records that own them hold them now, and back. A step that no run can have
-// written (not a number, or outside 0.1..40 um) is brought into the range of the step field.
+// written (not a number, or outside 0.1..40 um) is brought into the range of the step field, and a
+// laser level beyond any drive into 1000 V; the drive itself is limited to the board's 0..5 V.
 SessionSettings currentSettings();
 void applySettings(const SessionSettings& settings);
 

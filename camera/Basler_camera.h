@@ -4,7 +4,7 @@
 
 #include "camera/pylon.h"
 
-// Continuous adjustment over the whole sensor towards a mean brightness of 0.3 (older cameras: 80 of
-// 255). Throw GenericException when the camera refuses.
+// Continuous adjustment over the whole sensor towards a mean brightness of 0.3 (older cameras: 80
+// of 255). Throw GenericException when the camera refuses.
 void autoGainContinuous(CBaslerUniversalInstantCamera& camera);
 void autoExposureContinuous(CBaslerUniversalInstantCamera& camera);

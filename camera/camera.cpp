@@ -24,7 +24,8 @@ void openAutomatic(CBaslerUniversalInstantCamera& camera) {
     showInformation("Camera Opening");
     camera.Open();
     if (camera.IsGrabbing()) camera.StopGrabbing();
-    if (!camera.PixelFormat.Is(PixelFormat_BayerRG8)) camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    if (!camera.PixelFormat.Is(PixelFormat_BayerRG8))
+        camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
     showInformation("Camera Auto Gain Control");
     autoGainContinuous(camera);
     showInformation("Camera Auto Exposure ");
@@ -88,8 +89,7 @@ void fillTestPattern(CameraState& state) {
 
 } // namespace
 
-CameraState::CameraState()
-    : ownFrame(static_cast<size_t>(frameBytes)) {
+CameraState::CameraState() : ownFrame(static_cast<size_t>(frameBytes)) {
     frame = ownFrame.data();
 }
 

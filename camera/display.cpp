@@ -69,7 +69,8 @@ bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory
         memory.bitmap = makeBitmap(like, imageWidth, imageHeight);
         if (!memory.bitmap) {
             showInformation(
-                formatted("CreateCompatibleBitmap failed, error count: %d", bitmapFailures).c_str());
+                formatted("CreateCompatibleBitmap failed, error count: %d", bitmapFailures)
+                    .c_str());
             if (++bitmapFailures == bitmapTries) return false;
             sleepMs(100);
             continue;

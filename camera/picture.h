@@ -30,8 +30,9 @@ extern CameraImage cameraImage;
 // While set, the conversion keeps only the blue channel.
 extern int32_t blueOnly;
 
-// Makes one display pixel of every 2 x 2 cell (red, green / green, blue) of a raw frame of `width` x
-// `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they are.
+// Makes one display pixel of every 2 x 2 cell (red, green / green, blue) of a raw frame of `width`
+// x `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they
+// are.
 void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* out);
 
 // One channel of a display pixel, row counted from the bottom; positions outside the picture give

@@ -168,8 +168,9 @@ void EnumParameter::SetValue(int value) const {
 }
 
 CBaslerUniversalInstantCamera::CBaslerUniversalInstantCamera(std::unique_ptr<IPylonDevice> found)
-    : owner(std::move(found)), device(owner->handle), PixelFormat(device, "PixelFormat", pixelFormats),
-      GainAuto(device, "GainAuto", autoModes), ExposureAuto(device, "ExposureAuto", autoModes),
+    : owner(std::move(found)), device(owner->handle),
+      PixelFormat(device, "PixelFormat", pixelFormats), GainAuto(device, "GainAuto", autoModes),
+      ExposureAuto(device, "ExposureAuto", autoModes),
       AutoFunctionROISelector(device, "AutoFunctionROISelector", roiNames),
       AutoFunctionAOISelector(device, "AutoFunctionAOISelector", aoiNames), Gain(device, "Gain"),
       ExposureTime(device, "ExposureTime"), ExposureTimeAbs(device, "ExposureTimeAbs"),
@@ -234,7 +235,8 @@ void CBaslerUniversalInstantCamera::StartGrabbing(size_t maxImages, EGrabStrateg
         }
         queueFreeBuffers();
         check(pylon.PylonStreamGrabberStartStreamingIfMandatory(stream), "StartStreaming");
-        check(pylon.PylonDeviceExecuteCommandFeature(device, "AcquisitionStart"), "AcquisitionStart");
+        check(pylon.PylonDeviceExecuteCommandFeature(device, "AcquisitionStart"),
+              "AcquisitionStart");
     } catch (...) {
         StopGrabbing();
         throw;

@@ -8,9 +8,8 @@
 InstrumentLink instrumentLink;
 
 const wchar_t* const equipmentNames[equipmentKindCount] = {
-    L"Arduino",         L"NI-DAQ",
-    L"GPIB Multimeter", L"GPIB Sourcemeter",
-    L"USB Sourcemeter", L"Tektronix Oscilloscope",
+    L"Arduino",          L"NI-DAQ",          L"GPIB Multimeter",
+    L"GPIB Sourcemeter", L"USB Sourcemeter", L"Tektronix Oscilloscope",
     L"4200 PA Ethernet", L"4200 PA GPIB"};
 
 namespace {

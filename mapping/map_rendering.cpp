@@ -64,7 +64,8 @@ uint32_t channelValue(int plane, size_t column, size_t row) {
 uint32_t confocalPixel(int channel, size_t column, size_t row) {
     const bool all = channel == channelConfocal;
     const uint32_t red = all || channel == channelRed ? channelValue(planeRed, column, row) : 0;
-    const uint32_t green = all || channel == channelGreen ? channelValue(planeGreen, column, row) : 0;
+    const uint32_t green =
+        all || channel == channelGreen ? channelValue(planeGreen, column, row) : 0;
     const uint32_t blue = all || channel == channelBlue ? channelValue(planeBlue, column, row) : 0;
     return red << 16 | green << 8 | blue;
 }
@@ -77,7 +78,8 @@ void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfCol
     if (width <= 0) return; // more points than pixels: nothing to see
     std::vector<uint32_t> block(static_cast<size_t>(width) * static_cast<size_t>(cell));
     for (int column = 0; column < columns; ++column)
-        std::fill_n(block.begin() + column * cell, cell, pixelOfColumn(static_cast<size_t>(column)));
+        std::fill_n(block.begin() + column * cell, cell,
+                    pixelOfColumn(static_cast<size_t>(column)));
     for (int line = 1; line < cell; ++line)
         std::copy_n(block.begin(), width, block.begin() + line * width);
     ContextHandle context = windowContext(window);
@@ -105,10 +107,10 @@ std::vector<uint32_t> renderCells(int channel) {
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell = channel == channelPhotocurrent
-                       ? pixelOf(colourOf(
-                             levelOf(map[column][row], scanMap.mapMin, scanMap.mapMax)))
-                       : confocalPixel(channel, column, row);
+            cell =
+                channel == channelPhotocurrent
+                    ? pixelOf(colourOf(levelOf(map[column][row], scanMap.mapMin, scanMap.mapMax)))
+                    : confocalPixel(channel, column, row);
         }
     }
     return cells;
@@ -131,8 +133,8 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
     } else {
         putPixels(memory, 0, 0, columns, rows, cells.data());
         const int cell = scanArea.cellPx; // 0 when there are more points than pixels
-        drawn = cell == 0 ||
-                stretchArea(target, columns * cell, rows * cell, memory, columns, rows);
+        drawn =
+            cell == 0 || stretchArea(target, columns * cell, rows * cell, memory, columns, rows);
         selectBitmap(memory, previous);
         if (!drawn) {
             showInformation(

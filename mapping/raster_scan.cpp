@@ -97,9 +97,9 @@ bool scanRow(const ScanPlace& place, const CameraView& view, int row, int& count
     goToRow(place, place.startY + row * scanArea.scanStep);
     if (stopRequested) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
-        const bool moved = moveTo(stageX, place.startX + column * scanArea.scanStep);
+        if (!moveTo(stageX, place.startX + column * scanArea.scanStep))
+            showProgress("Motor motion failure");
         showScanProgress(++count);
-        if (!moved) showProgress("Motor motion failure");
         refreshPositions();
         waitResponsive(2);
         if (stopRequested) return false;
@@ -196,7 +196,7 @@ int runMapping() {
     compensateHysteresis();
     if (!stopRequested) {
         showScanAreaForConsent();
-        if (consentGiven()) scanAllRows(place);
+        if (consentGiven() && !stopRequested) scanAllRows(place);
     }
     returnHome(place);
     setLiveRows(-1);

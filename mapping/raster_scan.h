@@ -1,8 +1,8 @@
 // The raster scan: moves the sample point by point and builds the maps.
 #pragma once
 
-// Scans the scan area: to its start, backlash taken up, the operator's consent, row by row, and back
-// to where the stage stood. Saves the map files and images also of a scan that was stopped or
+// Scans the scan area: to its start, backlash taken up, the operator's consent, row by row, and
+// back to where the stage stood. Saves the map files and images also of a scan that was stopped or
 // declined. Always returns 1.
 int runMapping();
 

@@ -17,14 +17,14 @@ struct ScanArea {
     int32_t totalPoints = 1;
     int32_t viewScale = 1; // 1, or 3 in the wide view
     int32_t mapWidthPx = 0, mapHeightPx = 0;
-    float stepPx = 0.0f;                             // the step in picture pixels
-    double imageRefX = 616.0, imageRefY = 514.0;     // the picture's centre, pixels
-    double offsetXUm = 0.0, offsetYUm = 0.0;         // first point relative to the stage position
-    double refToRectX = 0.0, refToRectY = 0.0;       // pixels
-    double refToLaserX = 0.0, refToLaserY = 0.0;     // pixels
-    int32_t cellPx = 0;                              // map pixels per point
-    int32_t rectLeft = 0, rectBottom = 0;            // picture pixels from the top
-    int32_t mapMaxPx = 390;                          // largest side of the drawn map
+    float stepPx = 0.0f;                         // the step in picture pixels
+    double imageRefX = 616.0, imageRefY = 514.0; // the picture's centre, pixels
+    double offsetXUm = 0.0, offsetYUm = 0.0;     // first point relative to the stage position
+    double refToRectX = 0.0, refToRectY = 0.0;   // pixels
+    double refToLaserX = 0.0, refToLaserY = 0.0; // pixels
+    int32_t cellPx = 0;                          // map pixels per point
+    int32_t rectLeft = 0, rectBottom = 0;        // picture pixels from the top
+    int32_t mapMaxPx = 390;                      // largest side of the drawn map
     int32_t estimatedMinutes = 0;
 };
 

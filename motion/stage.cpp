@@ -27,7 +27,8 @@ constexpr int probeAndNetwork = 5; // enumeration flags: probe each device (1), 
 constexpr const char* enumerationHint = "addr=192.168.0.1,192.168.0.2";
 
 // Which found device each axis gets, by axis order.
-constexpr int deviceOfAxis[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
+constexpr int deviceOfAxis[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2},
+                                    {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
 
 struct AxisSlot {
     StageAxis& axis;

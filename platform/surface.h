@@ -38,8 +38,8 @@ void deleteMemoryContext(ContextHandle context);
 // Makes the bitmap the one that `memory` draws on; returns the previous one, null on failure.
 BitmapHandle selectBitmap(ContextHandle memory, BitmapHandle bitmap);
 
-// Copies a bottom-up picture of 4 bytes a pixel (blue, green, red, unused) into a bitmap that is not
-// selected. False on failure.
+// Copies a bottom-up picture of 4 bytes a pixel (blue, green, red, unused) into a bitmap that is
+// not selected. False on failure.
 bool setPicture(ContextHandle context, BitmapHandle bitmap, const uint8_t* pixels, int width,
                 int height);
 

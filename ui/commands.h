@@ -16,11 +16,20 @@ void onPaint();
 // window goes when it has ended; otherwise the window goes at once.
 void onClose();
 
+// The operating system ends the session: lights off, axes stopped, what a running scan has measured
+// and the settings saved.
+void onSessionEnd();
+
+// The next repaint shows the picture without the scan area's rectangle.
+void forgetShownScanArea();
+
 // Writes the cached positions of the three axes into their read-outs.
 void refreshPositions();
 
-// The texts of a new control column.
+// The texts of a new control column, and the parts of it that an edit writes back.
 void fillControlColumn();
+void showScanSettings();
+void showCameraSettings();
 
 // Enter in one of the edits: parses, clamps and applies what was typed.
 void enterScanStep();

@@ -1,0 +1,66 @@
+// Starts everything in a fixed order and ends it in another.
+#include "app/program.h"
+
+#include "app/data_folders.h"
+#include "app/settings_line.h"
+#include "camera/camera.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
+#include "platform/messages.h"
+#include "platform/surface.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+namespace {
+
+void connectDevices() {
+    if (!openStages(axisOrder, motorSpeed))
+        showMessageBox(nullptr, "No devices found", "Scanner Error", BoxButtons::Ok);
+    if (!openLaserLink(laserLink, mainWindow))
+        showMessageBox(nullptr, "No Arduino devices found", "Laser Error", BoxButtons::Ok);
+    connectInstrumentAtStart();
+    connectCamera();
+}
+
+} // namespace
+
+bool startUp(int showCommand) {
+    prepareDataFolders(dataFolders);
+    allocateMaps();
+    registerWindowClasses();
+    startImaging();
+    instrumentLink.ammeterKind = kindArduino;
+    if (readSettingsFile(dataFolders.configPath)) {
+        computeScanArea(scanArea);
+        allocateMaps();
+    }
+    connectDevices();
+    if (!createMainWindow(showCommand)) return false;
+    setLaserLevel(0);
+    switchLiveView(1);
+    setLaserOutput(1);
+    return true;
+}
+
+void shutDown() {
+    writeSettingsFile(dataFolders.configPath);
+    setLaserOutput(0);
+    setLaserLevel(0);
+    switchLiveView(0);
+    stopImaging();
+    closeLaserLink(laserLink);
+    releaseCamera(cameraState);
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+    disconnectInstrument();
+}
+
+int runProgram(int showCommand) {
+    if (!startUp(showCommand)) return 0;
+    const int exitCode = runMessageLoop();
+    shutDown();
+    return exitCode;
+}

@@ -1,0 +1,43 @@
+// Moves the stage to a clicked point.
+#include "mapping/click_positioning.h"
+
+#include "app/responsive_wait.h"
+#include "camera/display.h"
+#include "camera/spot.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
+#include "platform/text_format.h"
+#include "ui/commands.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+void moveToClickedPoint(int x, int y) {
+    const int row = imageHeight - y;
+    if (x < 0 || x > imageWidth || row < 0 || row > imageHeight) return;
+    drawCircleMark(mainWindow, x, y, 2, markGreen);
+    const std::string caption =
+        formatted("Position: (%d,%d), Blue intensity:%u", x, row, pixelBlue(cameraImage, x, row));
+    const BoxAnswer answer =
+        showMessageBox(mainWindow,
+                       "If you want to move this position, \n to center -> press \"YES\", or\n to "
+                       "laser spot -> press \"NO\".",
+                       caption.c_str(), BoxButtons::YesNoCancel);
+    double dx = x;
+    double dy = row;
+    if (answer == BoxAnswer::Yes) {
+        dx -= imageWidth / 2;
+        dy -= imageHeight / 2;
+    } else if (answer == BoxAnswer::No) {
+        dx -= laserOffset.x;
+        dy -= laserOffset.y;
+    } // Cancel moves by the clicked position itself, and that is meant.
+
+    constexpr auto umPerPixel = static_cast<float>(fieldWidthUm / fieldWidthPx);
+    const float scale = umPerPixel * static_cast<float>(wideView ? wideFactor : 1);
+    if (!moveXYBy(static_cast<double>(static_cast<float>(dx) * scale),
+                  static_cast<double>(static_cast<float>(dy) * scale), motorSpeed))
+        showMessageBox(mainWindow, "Motor limited", "Motor error", BoxButtons::Ok);
+    waitResponsive(100);
+    switchLiveView(1);
+    refreshPositions();
+}

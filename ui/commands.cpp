@@ -1,0 +1,372 @@
+// Carries out the operator's commands, keys and mouse actions.
+#include "ui/commands.h"
+
+#include "app/data_folders.h"
+#include "app/responsive_wait.h"
+#include "app/settings_line.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/click_positioning.h"
+#include "mapping/map_rendering.h"
+#include "mapping/raster_scan.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
+#include "platform/messages.h"
+#include "platform/text_format.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+constexpr double focusStepUm = 1.0;
+constexpr double focusFastStepUm = 5.0;
+constexpr double focusKeyStepUm = 50.0;
+constexpr int largestClickPx = 10; // a smaller drag is a click
+
+double xyKeyStep = 100.0; // um
+int keyBusy = 0;
+int spareFlag = 0; // what check box 2111 toggles
+bool dragging = false;
+bool scanAreaShown = false;
+bool closeWanted = false;
+
+void moveAndShow(StageAxis& axis, double um) {
+    moveBy(axis, um);
+    refreshPositions();
+}
+
+void startMapping() {
+    if (processRunning) return; // the click is the question whether to stop
+    processRunning = 1;
+    stopRequested = 0;
+    setField(Field::StartButton, "Stop");
+    showInformation("Writing...");
+    waitResponsive(10);
+    showMapWindow(channelPhotocurrent);
+    runMapping();
+    processRunning = 0;
+    setField(Field::StartButton, "Start");
+    refreshPositions();
+    if (closeWanted) destroyMainWindow();
+}
+
+void readPositions() {
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
+    refreshPositions();
+}
+
+void reconnectStages() {
+    // A new zero in the middle of a process would send its next move to another place.
+    if (processRunning) return;
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+    if (openStages(axisOrder, motorSpeed))
+        showMessageBox(mainWindow, "Standa device found", "Scanner Initialized", BoxButtons::Ok);
+    else
+        showMessageBox(mainWindow, "No devices found", "Scanner Error", BoxButtons::Ok);
+    refreshPositions();
+}
+
+void showLaserView() {
+    checkRadio(idLaserView, idSampleView, idLaserView);
+    setLaserOutput(0);
+    setLaserLevel(1);
+    controlCamera(cameraState, cameraManual);
+    switchLiveView(1);
+}
+
+void showSampleView() {
+    checkRadio(idLaserView, idSampleView, idSampleView);
+    setLaserOutput(1);
+    setLaserLevel(0);
+    controlCamera(cameraState, cameraAutomatic);
+    switchLiveView(1);
+}
+
+void setCameraAutomatic() {
+    blueOnly = 0;
+    controlCamera(cameraState, cameraAutomatic);
+    grabFrames(cameraState, 1);
+    waitResponsive(50);
+    showCameraSettings();
+}
+
+void saveOptics() {
+    saveWindowImage(dataFolders, mainWindow, 1, "optics");
+}
+
+void saveCameraImage() {
+    ensureSessionFolder(dataFolders);
+    if (wideView)
+        saveWindowImage(dataFolders, mainWindow, 1, "wide");
+    else
+        drawCameraFrame(cameraImage.pixels.get(), 1);
+}
+
+void saveMaps() {
+    ensureSessionFolder(dataFolders);
+    saveMapFiles();
+}
+
+void showScanArea() {
+    drawScanAreaRectangle();
+    scanAreaShown = true;
+}
+
+void refuseIvMeasurement() {
+    const int32_t kind = instrumentLink.ammeterKind;
+    if (kind == kindGpibSourcemeter || kind == kindUsbSourcemeter || kind == kindAnalyzerEthernet)
+        return;
+    showMessageBox(mainWindow,
+                   "Please change the current equipment as a sourcemter or parameter analyzer",
+                   "Notice", BoxButtons::Ok);
+}
+
+void runCommand(int id) {
+    switch (id) {
+    case idAbout:
+        return showAbout();
+    case idExit:
+        return onClose();
+    case idShowMap:
+        return showMapWindow(channelPhotocurrent);
+    case idStart:
+        return startMapping();
+    case idReadPositions:
+        return readPositions();
+    case idMoveXPlus:
+        return moveAndShow(stageX, xyKeyStep);
+    case idMoveXMinus:
+        return moveAndShow(stageX, -xyKeyStep);
+    case idMoveYPlus:
+        return moveAndShow(stageY, xyKeyStep);
+    case idMoveYMinus:
+        return moveAndShow(stageY, -xyKeyStep);
+    case idShowConfocal:
+        if (confocalEnabled) showMapWindow(channelConfocal);
+        return;
+    case idIlluminationOn:
+    case idIlluminationOff:
+        setLaserOutput(id == idIlluminationOn ? 1 : 0);
+        return;
+    case idSpareCheck:
+        spareFlag = toggleCheckMark(idSpareCheck) ? 1 : 0;
+        return;
+    case idLiveOn:
+        return switchLiveView(1);
+    case idLiveOff:
+        releaseCamera(cameraState);
+        return switchLiveView(0);
+    case idGain:
+        return enterGain();
+    case idCameraAuto:
+    case idCameraAutoSetting:
+        return setCameraAutomatic();
+    case idLaserOn:
+    case idLaserOff:
+        setLaserLevel(id == idLaserOn ? 1 : 0);
+        return;
+    case idLaserView:
+        return showLaserView();
+    case idSampleView:
+        return showSampleView();
+    case idFocusUp:
+        return moveAndShow(stageZ, focusStepUm);
+    case idFocusDown:
+        return moveAndShow(stageZ, -focusStepUm);
+    case idFocusUpFast:
+        return moveAndShow(stageZ, focusFastStepUm);
+    case idFocusDownFast:
+        return moveAndShow(stageZ, -focusFastStepUm);
+    case idSaveWindowImage:
+        return saveOptics();
+    case idReconnectStages:
+        return reconnectStages();
+    case idBlueOnly:
+        blueOnly = 1;
+        return;
+    case idIvMeasurement:
+        return refuseIvMeasurement();
+    case idSaveCameraImage:
+        return saveCameraImage();
+    case idRefreshPositions:
+        return refreshPositions();
+    case idSaveMaps:
+        return saveMaps();
+    case idShowConfocalMenu:
+        return showMapWindow(channelConfocal);
+    case idShowRed:
+        return showMapWindow(channelRed);
+    case idShowGreen:
+        return showMapWindow(channelGreen);
+    case idShowBlue:
+        return showMapWindow(channelBlue);
+    case idDrawScanArea:
+        switchLiveView(0);
+        return showScanArea();
+    default:
+        return;
+    }
+}
+
+bool inPicture(int x, int y) {
+    return x >= 0 && x <= imageWidth && y >= 0 && y <= imageHeight;
+}
+
+void invertDrag() {
+    ContextHandle view = windowContext(mainWindow);
+    if (!view) return;
+    const PictureRectangle& drag = drawnRectangle;
+    invertRectangle(view, std::min(drag.x1, drag.x2), std::min(drag.y1, drag.y2),
+                    std::max(drag.x1, drag.x2), std::max(drag.y1, drag.y2));
+    releaseWindowContext(mainWindow, view);
+}
+
+bool areaConfirmed(int widthPx, int heightPx) {
+    const double umPerPixel = fieldWidthUm / fieldWidthPx * (wideView ? wideFactor : 1);
+    const std::string caption =
+        formatted("Area: %.1f um x %.1f um", widthPx * umPerPixel, heightPx * umPerPixel);
+    return showMessageBox(mainWindow, "Do you want to set it for next scan area", caption.c_str(),
+                          BoxButtons::YesNo) == BoxAnswer::Yes;
+}
+
+void selectScanArea() {
+    const PictureRectangle& drag = drawnRectangle;
+    scanArea.rectX1 = drag.x1;
+    scanArea.rectY1 = drag.y1;
+    scanArea.rectX2 = drag.x2;
+    scanArea.rectY2 = drag.y2;
+    const int32_t minutes = computeScanArea(scanArea);
+    allocateMaps();
+    showInformation(formatted("%d min. expected", minutes).c_str());
+    showProgress("New scan area was selected.");
+    showScanArea();
+    ensureSessionFolder(dataFolders);
+    saveOptics();
+}
+
+} // namespace
+
+void onCommand(int id) {
+    runCommand(id);
+    focusMainWindow(); // so that the arrow keys go on working
+}
+
+void onKeyDown(uintptr_t virtualKey) {
+    resetIdle();
+    if (keyBusy) return;
+    keyBusy = 1;
+    switch (virtualKey) {
+    case keyPageUp:
+        moveBy(stageZ, focusKeyStepUm);
+        break;
+    case keyPageDown:
+        moveBy(stageZ, -focusKeyStepUm);
+        break;
+    case keyLeft:
+        moveBy(stageX, -xyKeyStep);
+        break;
+    case keyUp:
+        moveBy(stageY, xyKeyStep);
+        break;
+    case keyRight:
+        moveBy(stageX, xyKeyStep);
+        break;
+    case keyDown:
+        moveBy(stageY, -xyKeyStep);
+        break;
+    default:
+        return; // the move keys stay blocked until the next click, and that is meant
+    }
+    refreshPositions();
+    grabAndDraw();
+    keyBusy = 0;
+}
+
+void onKeyUp() {
+    resetIdle();
+}
+
+void onMouseMove(int x, int y, bool leftButtonHeld) {
+    resetIdle();
+    if (!leftButtonHeld || !dragging || !inPicture(x, y)) return;
+    invertDrag();
+    drawnRectangle.x2 = x;
+    drawnRectangle.y2 = y;
+    invertDrag();
+}
+
+void onLeftButtonDown(int x, int y) {
+    keyBusy = 0;
+    resetIdle();
+    switchLiveView(0);
+    // A process keeps the scan area that it works on.
+    if (!inPicture(x, y) || dragging || processRunning) return;
+    drawCircleMark(mainWindow, x, y, 2, markRed);
+    drawnRectangle = {x, y, x, y};
+    dragging = true;
+    invertDrag();
+}
+
+void onLeftButtonUp(int x, int y) {
+    if (!dragging) return;
+    dragging = false;
+    const int width = std::abs(drawnRectangle.x1 - drawnRectangle.x2);
+    const int height = std::abs(drawnRectangle.y1 - drawnRectangle.y2);
+    if (std::max(width, height) > largestClickPx) {
+        const bool selected = areaConfirmed(width, height) && !processRunning;
+        drawCameraFrame(cameraImage.pixels.get(), 0); // erases the dragged rectangle
+        if (selected) selectScanArea();
+    } else if (!processRunning) {
+        moveToClickedPoint(x, y);
+    }
+}
+
+void onPaint() {
+    drawCameraFrame(cameraImage.pixels.get(), 0);
+    if (scanAreaShown) drawScanAreaRectangle();
+    if (dragging) invertDrag();
+}
+
+void forgetShownScanArea() {
+    scanAreaShown = false;
+}
+
+void onClose() {
+    if (processRunning) {
+        stopRequested = 1;
+        closeWanted = true;
+        return;
+    }
+    destroyMainWindow();
+}
+
+void onSessionEnd() {
+    setLaserLevel(0);
+    setLaserOutput(0);
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) stopStage(*axis);
+    if (processRunning) saveMapFiles();
+    writeSettingsFile(dataFolders.configPath);
+}
+
+void refreshPositions() {
+    setField(Field::PositionX, formatted("%.1lf", stageX.positionUm).c_str());
+    setField(Field::PositionY, formatted("%.1lf", stageY.positionUm).c_str());
+    setField(Field::PositionZ, formatted("%.1lf", stageZ.positionUm).c_str());
+}
+
+void fillControlColumn() {
+    showScanSettings();
+    showCameraSettings();
+    setField(Field::UnitLabel, unitLabel());
+    checkRadio(idLaserView, idSampleView, idSampleView);
+    refreshPositions();
+    focusMainWindow();
+}

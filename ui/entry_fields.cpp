@@ -1,0 +1,135 @@
+// What Enter does in the edits of the control column: parse, clamp, apply, write back.
+#include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
+#include "platform/text_format.h"
+#include "ui/commands.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+
+namespace {
+
+constexpr int entryCapacity = 11; // ten characters and the terminator
+constexpr int32_t xyLimitUm = 10000;
+constexpr int32_t zLimitUm = 5000;
+constexpr double farFocusMoveUm = 2000.0;
+constexpr float intensityLowest = 1.0f; // uA
+constexpr float intensityHighest = 20.0f;
+constexpr int gainLowest = 1;
+constexpr int gainHighest = 20;
+constexpr int exposureLowestUs = 100;
+constexpr int exposureHighestUs = 500000;
+
+std::optional<int> typedInteger(Field field) {
+    int value = 0;
+    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%d", &value) != 1) return {};
+    return value;
+}
+
+std::optional<float> typedNumber(Field field) {
+    float value = 0.0f;
+    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%f", &value) != 1) return {};
+    if (std::isnan(value)) return {};
+    return value;
+}
+
+void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
+    setSpeed(axis, speed);
+    waitResponsive(50);
+    moveTo(axis, targetUm);
+    switchLiveView(1);
+    readPosition(axis);
+    refreshPositions();
+}
+
+void enterXyPosition(Field field, StageAxis& axis) {
+    const std::optional<int> typed = typedInteger(field);
+    if (!typed) return;
+    switchLiveView(0);
+    moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);
+}
+
+void applyCameraSettings() {
+    showCameraSettings();
+    controlCamera(cameraState, cameraManual);
+    grabFrames(cameraState, 1);
+}
+
+} // namespace
+
+void showScanSettings() {
+    setField(Field::ScanStep, formatted("%.1f", scanArea.scanStep).c_str());
+    setField(Field::LaserIntensity,
+             formatted("%.1f", scanArea.laserLevel * laserScaleFactor).c_str());
+}
+
+void showCameraSettings() {
+    setField(Field::Gain, formatted("%d", cameraState.gain).c_str());
+    setField(Field::Exposure, formatted("%ld", std::lround(cameraState.exposureUs)).c_str());
+}
+
+void enterScanStep() {
+    // A running process keeps the grid that its maps are made for.
+    if (processRunning) return showScanSettings();
+    const double typed = typedNumber(Field::ScanStep).value_or(0.0f);
+    scanArea.scanStep = std::clamp(typed, scanStepLowest, scanStepHighest);
+    showScanSettings();
+    computeScanArea(scanArea);
+    allocateMaps();
+    focusMainWindow();
+}
+
+void enterPositionX() {
+    enterXyPosition(Field::PositionX, stageX);
+}
+
+void enterPositionY() {
+    enterXyPosition(Field::PositionY, stageY);
+}
+
+void enterPositionZ() {
+    const std::optional<int> typed = typedInteger(Field::PositionZ);
+    if (!typed) return;
+    const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
+    switchLiveView(0);
+    if (target - stageZ.positionUm >= farFocusMoveUm) {
+        const std::string question =
+            formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
+                      target / 1000);
+        if (showMessageBox(mainWindow, question.c_str(), "Warning!", BoxButtons::YesNo) !=
+            BoxAnswer::Yes)
+            return;
+    }
+    moveTyped(stageZ, target, focusSpeed);
+}
+
+void enterLaserIntensity() {
+    if (const std::optional<float> typed = typedNumber(Field::LaserIntensity))
+        scanArea.laserLevel =
+            static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
+            laserScaleFactor;
+    showScanSettings();
+    focusMainWindow();
+    if (laserIsOn()) setLaserLevel(1);
+}
+
+void enterGain() {
+    if (const std::optional<int> typed = typedInteger(Field::Gain))
+        cameraState.gain = std::clamp(*typed, gainLowest, gainHighest);
+    applyCameraSettings();
+}
+
+void enterExposure() {
+    if (const std::optional<int> typed = typedInteger(Field::Exposure))
+        cameraState.exposureUs = std::clamp(*typed, exposureLowestUs, exposureHighestUs);
+    applyCameraSettings();
+}

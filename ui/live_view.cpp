@@ -1,0 +1,94 @@
+// Drives the live camera view.
+#include "ui/live_view.h"
+
+#include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "camera/spot.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "platform/text_format.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+#include "ui/screen.h"
+
+namespace {
+
+constexpr int idleLimitTicks = 500; // 50 s without input
+
+int idleTicks = 0;
+int live = 0;
+int liveBefore = 0;
+
+bool cameraWantsConnecting() {
+    return !cameraState.connected || cameraState.needsInit;
+}
+
+void switchEverythingOff() {
+    switchLiveView(0);
+    releaseCamera(cameraState);
+    setLaserLevel(0);
+    setLaserOutput(0);
+}
+
+void showSpot() {
+    const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
+    showSpotColour(colour);
+    const double mean = (redOf(colour) + greenOf(colour) + blueOf(colour)) / 3.0;
+    setField(Field::MeasuredValue, formatted("%.3f", mean).c_str());
+}
+
+} // namespace
+
+void liveViewTimerOn() {
+    checkRadio(idLiveOn, idLiveOff, idLiveOn);
+    startTimer(liveViewPeriodMs);
+    live = 1;
+}
+
+void liveViewTimerOff() {
+    stopTimer();
+    checkRadio(idLiveOn, idLiveOff, idLiveOff);
+    live = 0;
+}
+
+void connectCamera() {
+    if (initCamera(cameraState)) controlCamera(cameraState, cameraAutomatic);
+}
+
+void grabAndDraw() {
+    grabFrames(cameraState, 1);
+    drawCameraFrame(cameraImage.pixels.get(), 0);
+    forgetShownScanArea();
+}
+
+void switchLiveView(int mode) {
+    if (mode == 2)
+        mode = liveBefore;
+    else
+        liveBefore = live;
+    if (mode == 1) {
+        if (cameraWantsConnecting()) connectCamera();
+        computeScanArea(scanArea);
+        liveViewTimerOn();
+        return;
+    }
+    liveViewTimerOff();
+    if (mode == 7) grabAndDraw();
+}
+
+void resetIdle() {
+    idleTicks = 0;
+}
+
+void liveViewTick() {
+    if (idleTicks == 0 && cameraWantsConnecting()) connectCamera();
+    if (++idleTicks == idleLimitTicks) {
+        switchEverythingOff();
+        return;
+    }
+    if (processRunning || wideView) return;
+    grabAndDraw();
+    showSpot();
+    setField(Field::Time, formatted("idle:%d", idleTicks).c_str());
+}
