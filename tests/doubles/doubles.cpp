@@ -3,16 +3,16 @@
 
 void LabTest::SetUp() {
     resetClock();
+    makeTempDesktop();
+    resetProgram();
     resetScript();
     resetScreen();
     resetSurfaces();
     resetSerial();
     libraries = {};
-    makeTempDesktop();
     setLabClock(virtualNowMs, advanceVirtualTime);
     applyLabFaults("");
     resetLab(labSeed);
-    resetProgram();
 }
 
 void LabTest::TearDown() {

@@ -1,14 +1,48 @@
-// The program's records as its static initialisation leaves them.
+// The program's records as its static initialisation leaves them, whatever a test did before.
 #include "tests/doubles/doubles.h"
 
 #include "app/data_folders.h"
 #include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "camera/spot.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
 #include "motion/stage.h"
 
+#include <cstring>
+
+static void releaseDevices() {
+    releaseCamera(cameraState);
+    closeLaserLink(laserLink);
+    // Twice, because the state before the last one is remembered too.
+    for (int i = 0; i < 2; i++) {
+        setLaserOutput(0);
+        setLaserLevel(0);
+    }
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+}
+
 void resetProgram() {
-    processRunning = 0;
-    stopRequested = 0;
+    releaseDevices();
+    processRunning = stopRequested = 0;
     stageX = stageY = stageZ = {};
     axisOrder = 2;
+    laserLink = {};
+    instrumentLink = {};
+    cameraState = CameraState();
+    cameraAperture = 5;
+    blueOnly = 0;
+    std::memset(cameraImage.pixels.get(), 0, cameraImage.byteCount);
+    laserOffset = {};
+    cameraImageCounter = windowImageCounter = 0;
+    wideView = 0;
+    wideFactor = 1;
+    drawnRectangle = {};
+    scanArea = {};
+    confocalEnabled = 1;
+    scanMap = {};
     prepareDataFolders(dataFolders);
 }

@@ -1,0 +1,69 @@
+// The conversion of raw frames and the readers of the picture.
+#include "camera/picture.h"
+#include "tests/doubles/doubles.h"
+
+#include <random>
+#include <vector>
+
+namespace {
+
+using BayerTest = LabTest;
+
+// The rule as it is written down, one cell after another.
+void convertPlainly(const std::vector<uint8_t>& raw, std::vector<uint8_t>& out, int width,
+                    int height) {
+    for (int y = 0; y < height; y += 2) {
+        for (int x = 0; x < width; x += 2) {
+            int source = x + y * width;
+            if (source >= (height - 2) * (width - 2)) source = (height - 2) * (width - 2);
+            const auto at = [&](int index) { return raw[static_cast<size_t>(index)]; };
+            const int red = blueOnly ? 0 : at(source);
+            const int green1 = blueOnly ? 0 : at(source + width);
+            const int green2 = blueOnly ? 0 : at(source + 1);
+            int target = (height - y - 2) * width + 2 * x;
+            if (target + 4 >= height * width) target = height * width - 4;
+            const auto to = static_cast<size_t>(target);
+            out[to] = at(source + width + 1);
+            out[to + 1] = static_cast<uint8_t>((green1 + green2) / 2);
+            out[to + 2] = static_cast<uint8_t>(red);
+        }
+    }
+}
+
+TEST_F(BayerTest, EqualsTheRuleOnEveryByte) {
+    std::minstd_rand random(1);
+    std::vector<uint8_t> raw(cameraImage.byteCount);
+    for (uint8_t& byte : raw) byte = static_cast<uint8_t>(random() >> 8);
+    for (const int32_t blue : {0, 1}) {
+        blueOnly = blue;
+        std::vector<uint8_t> expected(raw.size(), 0xA5); // shows what is written and what is not
+        std::vector<uint8_t> converted = expected;
+        convertPlainly(raw, expected, cameraImage.width, cameraImage.height);
+        convertBayerFrame(cameraImage, raw.data(), converted.data());
+        EXPECT_TRUE(converted == expected) << "blue only: " << blue;
+    }
+}
+
+TEST_F(BayerTest, ReadersClampToThePicture) {
+    uint8_t* pixels = cameraImage.pixels.get();
+    const auto put = [&](int x, int y, uint8_t blue, uint8_t green, uint8_t red) {
+        uint8_t* at = pixels + (static_cast<size_t>(y) * 1232 + static_cast<size_t>(x)) * 4;
+        at[0] = blue;
+        at[1] = green;
+        at[2] = red;
+    };
+    put(0, 0, 1, 2, 3);
+    put(1231, 1027, 4, 5, 6);
+    put(10, 20, 7, 8, 9);
+    const struct {
+        int x, y;
+        uint32_t blue, green, red;
+    } cases[] = {{-5, -1, 1, 2, 3}, {5000, 1028, 4, 5, 6}, {10, 20, 7, 8, 9}};
+    for (const auto& each : cases) {
+        EXPECT_EQ(pixelBlue(cameraImage, each.x, each.y), each.blue);
+        EXPECT_EQ(pixelGreen(cameraImage, each.x, each.y), each.green);
+        EXPECT_EQ(pixelRed(cameraImage, each.x, each.y), each.red);
+    }
+}
+
+} // namespace

@@ -1,0 +1,116 @@
+// The picture on the main window, the saved images, and every retry of the drawing.
+#include "app/data_folders.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "camera/spot.h"
+#include "tests/doubles/doubles.h"
+
+#include <algorithm>
+
+namespace {
+
+class DisplayTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+        laserOffset = {640, 500};
+    }
+    int64_t draw(uint32_t save = 0) { return drawCameraFrame(cameraImage.pixels.get(), save); }
+};
+
+TEST_F(DisplayTest, PictureStandsTheRightWayUpWithItsMarks) {
+    uint8_t* topLeft = &cameraImage.pixels[size_t{1027} * 1232 * 4];
+    topLeft[0] = 1; // blue
+    topLeft[1] = 2;
+    topLeft[2] = 3;
+    cameraImage.pixels[1231 * 4 + 1] = 255; // green, at the bottom right
+    EXPECT_EQ(draw(), 1);
+    const NativeBitmap& screen = mainWindow->client;
+    EXPECT_EQ(screen.at(0, 0), 0x030201u);
+    EXPECT_EQ(screen.at(1231, 1027), 0x00FF00u);
+    EXPECT_EQ(screen.at(1232, 1027), 0xFFFFFFu);
+    EXPECT_EQ(screen.at(640 - 5, 1028 - 500), 0xFF0000u); // the spot's mark, 5 around
+    EXPECT_EQ(screen.at(640, 1028 - 500), 0u);
+    EXPECT_EQ(screen.at(1232 - 150 + 1, 1028 - 100 + 1), 0xFFFF00u); // scale bar
+    EXPECT_EQ(screen.at(1232 - 150 + 67, 1028 - 100), 0u);           // its black edge ends here
+    EXPECT_EQ(screen.at(1232 - 150 + 68, 1028 - 100 + 2), 0u);
+    ASSERT_EQ(drawnTexts.size(), 5u);
+    for (const DrawnText& text : drawnTexts) EXPECT_EQ(text.text, "10 um");
+    EXPECT_EQ(drawnTexts.back().colour, 0x00FFFFu);
+    EXPECT_TRUE(drawnTexts.back().transparent);
+}
+
+TEST_F(DisplayTest, FailuresAreShownAndRetried) {
+    const struct {
+        Drawing kind;
+        int failures;
+        int64_t result;
+        const char* lastText;
+        double waitedMs;
+    } cases[] = {
+        {Drawing::MakeBitmap, 4, 1, "CreateCompatibleBitmap failed, error count: 3", 400},
+        {Drawing::MakeBitmap, 5, 0, "CreateCompatibleBitmap failed, error count: 4", -1},
+        {Drawing::MakeContext, 2, 1, "CreateCompatibleDC has failed", 0},
+        {Drawing::MakeContext, 3, 0, "CreateCompatibleDC has failed", 0},
+        {Drawing::SetPicture, 2, 1, "SetDIBits has failed, error count: 1", 200},
+        {Drawing::SetPicture, 3, 0, "SetDIBits has failed, error count: 2", -1},
+        {Drawing::CopyArea, 9, 1, "BitBlt to window has failed, error count: 8", 900},
+        {Drawing::CopyArea, 10, 1, "BitBlt to window has failed, error count: 9", 1000},
+    };
+    for (const auto& each : cases) {
+        const double start = testTimeMs();
+        failNextDrawing(each.kind, each.failures);
+        EXPECT_EQ(draw(), each.result) << each.lastText;
+        EXPECT_EQ(textIn(Field::Information), each.lastText);
+        if (each.result != 0) {
+            EXPECT_EQ(testTimeMs() - start, each.waitedMs) << each.lastText;
+        }
+        failNextDrawing(each.kind, 0);
+    }
+}
+
+TEST_F(DisplayTest, CameraImagesAreNumbered) {
+    drawnRectangle = {100, 100, 200, 180};
+    ensureSessionFolder(dataFolders);
+    draw(1);
+    draw(1);
+    EXPECT_EQ(cameraImageCounter, 2);
+    ASSERT_EQ(savedImages.size(), 2u);
+    EXPECT_EQ(savedImages[0].path, dataFolders.sessionFolder + L"\\camera(0).jpg");
+    EXPECT_EQ(savedImages[1].path, dataFolders.sessionFolder + L"\\camera(1).jpg");
+    EXPECT_EQ(savedImages[0].width, 1232);
+    EXPECT_EQ(savedImages[0].pixels[100 * 1232 + 150], 0x00FF00u); // the drawn rectangle
+    EXPECT_EQ(savedImages[0].pixels[150 * 1232 + 150], 0u);
+}
+
+TEST_F(DisplayTest, WindowImagesShareOneNumber) {
+    placeMapWindow(1450, 0, 300, 200);
+    EXPECT_EQ(saveWindowImage(dataFolders, mapWindow, 0, "CONF_R"), 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 1, "optics"), 1);
+    ASSERT_EQ(savedImages.size(), 2u);
+    EXPECT_EQ(savedImages[0].path, dataFolders.sessionFolder + L"\\CONF_R(0).jpg");
+    EXPECT_EQ(savedImages[1].path, dataFolders.sessionFolder + L"\\optics(1).jpg");
+    EXPECT_EQ(savedImages[0].width, 300 - 16);
+    EXPECT_EQ(savedImages[0].height, 200 - 39);
+    EXPECT_EQ(savedImages[1].width, 1232);
+    EXPECT_EQ(mapWindow->timesPainted, 1);
+}
+
+TEST_F(DisplayTest, WindowImageGivesUpAfterTwentyFailures) {
+    for (const Drawing kind : {Drawing::SelectBitmap, Drawing::MakeContext}) {
+        failNextDrawing(kind, 20);
+        EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 0);
+        failNextDrawing(kind, 0);
+    }
+    EXPECT_EQ(textIn(Field::Information), "CreateCompatibleDC has failed");
+    EXPECT_TRUE(savedImages.empty());
+    failNextDrawing(Drawing::CopyArea, 3);
+    failNextDrawing(Drawing::Save, 1); // not reported; the number is used up
+    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
+    ASSERT_EQ(savedImages.size(), 1u);
+    EXPECT_TRUE(savedImages[0].path.ends_with(L"KST(1).jpg"));
+}
+
+} // namespace

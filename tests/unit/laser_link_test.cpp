@@ -1,0 +1,182 @@
+// The laser board's protocol byte by byte, and the two light switches.
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "tests/doubles/doubles.h"
+#include "ui/control_ids.h"
+
+namespace {
+
+class LaserLinkTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+    }
+    void openScripted() {
+        serial.scripted = true;
+        serial.replies = {"0", "0", "0"};
+        ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
+        serial.writes.clear();
+    }
+};
+
+// The writes, with the zero byte that ends each shown as '|'.
+std::string wire() {
+    std::string all;
+    for (const std::string& write : serial.writes) all += write;
+    serial.writes.clear();
+    for (char& byte : all) byte = byte == '\0' ? '|' : byte;
+    return all;
+}
+
+TEST_F(LaserLinkTest, OpeningSaysExactlyThis) {
+    serial.scripted = true;
+    serial.replies = {"32", "64", "-8"};
+    const double start = testTimeMs();
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 1);
+    EXPECT_EQ(wire(), "z|p|P|Q|s-6400|S-6400|T-6400|a-44800|A-44800|b-44800|");
+    EXPECT_EQ(laserLink.channelValue[0], -5.0);
+    EXPECT_EQ(laserLink.channelValue[1], -10.0);
+    EXPECT_EQ(laserLink.channelValue[2], 1.25);
+    EXPECT_EQ(testTimeMs() - start, 100 + 3 * 10);
+    EXPECT_EQ(serial.openedNames, std::vector<std::string>{"\\\\.\\COM10"});
+    EXPECT_EQ(serial.line.baudRate, 9600u);
+    EXPECT_EQ(serial.line.byteSize, 8);
+    EXPECT_EQ(serial.line.parity, 0);
+    EXPECT_EQ(serial.line.stopBits, 0);
+    EXPECT_EQ(serial.line.flags, 0x1011u) << "what is not ours stays as it was";
+    EXPECT_EQ(serial.timeouts.readInterval, 10u);
+    EXPECT_EQ(serial.timeouts.readTotalMultiplier, 10u);
+    EXPECT_EQ(serial.timeouts.readTotalConstant, 50u);
+    EXPECT_EQ(serial.timeouts.writeTotalMultiplier, 10u);
+    EXPECT_EQ(serial.timeouts.writeTotalConstant, 50u);
+    laserChannelSetting(laserLink, 0, 10);
+    serial.replies = {"", "", ""};
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 1) << "the port is closed before it is opened";
+    EXPECT_EQ(wire(), "s-64|z|p|P|Q|s-64|S-6400|T-6400|a-44800|A-44800|b-44800|");
+}
+
+TEST_F(LaserLinkTest, FailedOpenings) {
+    answer("Error in  opening serial port", BoxAnswer::Ok);
+    serial.refuseOpen = true;
+    EXPECT_EQ(openLaserLink(laserLink, mainWindow), 0);
+    EXPECT_EQ(shownBoxes.back().caption, "Warning");
+    EXPECT_EQ(shownBoxes.back().owner, mainWindow);
+    EXPECT_EQ(laserLink.disconnected, 1);
+    EXPECT_EQ(readPhotocurrent(), 0.0f);
+    serial.refuseOpen = false;
+    serial.failLineState = 1;
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 2);
+    serial.failLineState = 2;
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 0);
+    serial.failSetLineState = true;
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 0);
+    serial.failSetLineState = false;
+    serial.failSetTimeouts = true;
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 0);
+    EXPECT_EQ(wire(), "");
+    laserLink.comPort = 7;
+    answer("Error in  opening serial port", BoxAnswer::Ok);
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 0);
+    EXPECT_EQ(serial.openedNames.back(), "\\\\.\\COM7");
+    EXPECT_EQ(serial.openPorts, 0);
+}
+
+TEST_F(LaserLinkTest, RepliesBecomeVolts) {
+    openScripted();
+    const struct {
+        const char* reply;
+        float volts;
+        const char* shown;
+        double waitedMs;
+    } cases[] = {
+        {"512", 2.5f, "Rece.(0):512", 10 + 10},
+        {"1023", 4.9951172f, "Rece.(0):1023", 10 + 10},
+        {"7", 0.0f, "Rece.(0):7", 10 + 10}, // one character counts as 0
+        {"12 rest", 0.05859375f, "Rece.(0):12 rest", 10 + 10},
+        {"x12", 0.0f, "Rece.(0):x12", 10 + 10},
+        {"", 0.0f, "Rece.(1):0", 10 + 550 + 1}, // nothing within the time-out
+    };
+    for (const auto& each : cases) {
+        serial.replies = {each.reply};
+        const double start = testTimeMs();
+        EXPECT_EQ(readPhotocurrent(), each.volts) << each.reply;
+        EXPECT_EQ(testTimeMs() - start, each.waitedMs) << each.reply;
+        EXPECT_EQ(textIn(Field::Information), each.shown);
+        EXPECT_EQ(wire(), "R0 1|");
+    }
+    serial.replies = {std::string(60, '1')}; // only 50 bytes are asked for
+    EXPECT_EQ(std::string(laserReceive(laserLink)), std::string(50, '1'));
+    instrumentLink.ammeterKind = kindNiDaq;
+    EXPECT_EQ(readPhotocurrent(), 0.0f);
+    EXPECT_EQ(wire(), "");
+}
+
+TEST_F(LaserLinkTest, FailedWriteTakesTheLinkDown) {
+    openScripted();
+    laserLink.channelValue[1] = 3.5;
+    serial.refuseWrite = true;
+    EXPECT_EQ(laserWrite(laserLink, "p"), 0);
+    EXPECT_EQ(laserLink.disconnected, 1);
+    serial.refuseWrite = false;
+    laserDigitalWrite(laserLink, 6, 5);
+    EXPECT_EQ(wire(), "");
+    EXPECT_STREQ(laserReceive(laserLink), "0");
+    EXPECT_EQ(laserChannelValue(laserLink, 1), 3.5);
+    EXPECT_EQ(readPhotocurrent(), 0.0f);
+}
+
+TEST_F(LaserLinkTest, CommandsKeepTheirLength) {
+    openScripted();
+    laserChannelSetting(laserLink, 3, 1);
+    laserChannelRate(laserLink, -1, 1);
+    EXPECT_EQ(wire(), "");
+    laserChannelSetting(laserLink, 2, -7);
+    EXPECT_EQ(laserLink.channelSetting[2], -7);
+    laserAnalogWrite(laserLink, 5, 255);
+    EXPECT_EQ(wire(), "T44|G 5 255|");
+    EXPECT_DEATH(laserSend(laserLink, "12345678"), "");
+}
+
+TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
+    openScripted();
+    struct {
+        int (*set)(int);
+        const char *on, *off;
+        int radioOn, radioOff;
+    } lights[] = {{setLaserLevel, "G 5 204|", "G 5 0|", idLaserOn, idLaserOff},
+                  {setLaserOutput, "D 6 5|", "D 6 0|", idIlluminationOn, idIlluminationOff}};
+    for (const auto& light : lights) {
+        const struct {
+            int mode, previous;
+            bool lit;
+        } steps[] = {{1, 0, true}, {2, 0, false}, // restored, and the states stay
+                     {1, 1, true}, {2, 1, true},  {0, 1, false},
+                     {2, 1, true}, {0, 0, false}, {2, 0, false}};
+        for (const auto& step : steps) {
+            EXPECT_EQ(light.set(step.mode), step.previous);
+            EXPECT_EQ(wire(), step.lit ? light.on : light.off);
+            EXPECT_EQ(checkedRadio(light.radioOn), step.lit ? light.radioOn : light.radioOff);
+        }
+    }
+    EXPECT_EQ(focusCount, 16);
+    scanArea.laserLevel = 1.0; // 51.0 of 255
+    setLaserLevel(1);
+    EXPECT_EQ(wire(), "G 5 51|");
+}
+
+TEST_F(LaserLinkTest, TheLaboratorysBoardUnderstandsAll) {
+    ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
+    setLaserOutput(1);
+    setLaserLevel(1);
+    EXPECT_TRUE(labIlluminated());
+    EXPECT_EQ(labLaserPwm(), 204);
+    EXPECT_NEAR(readPhotocurrent(), labPhotoVoltage(), 5 * labAdcStepVolts);
+    EXPECT_EQ(labCounters().boardErrors, 0u);
+    ASSERT_TRUE(applyLabFaults("board unplugged"));
+    EXPECT_EQ(readPhotocurrent(), 0.0f);
+    EXPECT_EQ(laserLink.disconnected, 1);
+}
+
+} // namespace

@@ -1,0 +1,84 @@
+// Names and content of the map files, and what a failed save does.
+#include "app/data_folders.h"
+#include "instruments/ammeter.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "tests/doubles/doubles.h"
+
+namespace {
+
+class MapFilesTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        scanArea.cols = 2;
+        scanArea.rows = 3;
+        scanArea.scanStep = 2.0;
+        scanArea.laserLevel = 7.5;
+        instrumentLink.biasVoltage = 0.5f;
+        allocateMaps();
+    }
+    const std::string folder = "KST_Data/260307_14-05/";
+    const std::string grid = "(2X3)Step2.0um LaserIntensity30.0 Bias0.5V.txt";
+};
+
+TEST_F(MapFilesTest, WritesEveryPlaneRowByRow) {
+    scanMap.maps[planePhotocurrent][0][0] = 1.5f;
+    scanMap.maps[planePhotocurrent][1][2] = -0.0000004f;
+    scanMap.maps[planeBlue][1][0] = 255.0f;
+    confocalEnabled = 1;
+    saveMapFiles();
+    EXPECT_EQ(scanMap.saveCount, 1);
+    EXPECT_EQ(contentOf(folder + "Kestrel" + grid),
+              "1.500000,0.000000,\n0.000000,0.000000,\n0.000000,-0.000000,\n");
+    EXPECT_EQ(contentOf(folder + "ConfocalB" + grid),
+              "0.000000,255.000000,\n0.000000,0.000000,\n0.000000,0.000000,\n");
+    EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
+}
+
+TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndTheThirdANewFolder) {
+    confocalEnabled = 0;
+    saveMapFiles();
+    EXPECT_TRUE(makeMapFileName("Kestrel").ends_with(
+        L"\\260307_14-05\\Kestrel(0)(2X3)Step:2.0um LaserIntensity30.0 Bias0.5V.txt"));
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok);
+    saveMapFiles();
+    EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
+    EXPECT_EQ(dataFolders.sessionFolderMade, 0);
+    advanceVirtualTime(60e3);
+    saveMapFiles();
+    EXPECT_EQ(filesOnDesktop(),
+              (std::vector<std::string>{"KST_Data/", folder, folder + "Kestrel" + grid,
+                                        "KST_Data/260307_14-06/",
+                                        "KST_Data/260307_14-06/Kestrel" + grid}));
+}
+
+TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {
+    confocalEnabled = 1;
+    refusedFile = "ConfocalR";
+    answer("File saving error", BoxAnswer::Ok);
+    saveMapFiles();
+    EXPECT_EQ(filesOnDesktop().size(), 2u + 3u);
+    EXPECT_EQ(scanMap.saveCount, 1);
+}
+
+TEST_F(MapFilesTest, NoFolderAtAllAsksFourTimes) {
+    confocalEnabled = 1;
+    foldersRefused = true;
+    for (int i = 0; i < 4; i++) answer("File saving error", BoxAnswer::Ok);
+    saveMapFiles();
+    EXPECT_EQ(shownBoxes.size(), 4u);
+    EXPECT_EQ(filesOnDesktop(), std::vector<std::string>{"KST_Data/"});
+}
+
+TEST_F(MapFilesTest, AllocationStartsFromZero) {
+    scanMap.maps[planeRed][1][2] = 9.0f;
+    allocateMaps();
+    EXPECT_EQ(scanMap.maps[planeRed][1][2], 0.0f);
+    scanArea.cols = scanArea.rows = 1;
+    allocateMaps();
+    writeMapFile(dataFolders.dataRoot + L"\\one.txt", scanMap.maps[planePhotocurrent]);
+    EXPECT_EQ(contentOf("KST_Data/one.txt"), "0.000000,\n");
+}
+
+} // namespace

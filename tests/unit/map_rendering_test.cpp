@@ -1,0 +1,179 @@
+// Colours, rows, whole maps, the scale beside them and the marker on the picture.
+#include "instruments/ammeter.h"
+#include "mapping/map_rendering.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "tests/doubles/doubles.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr uint32_t grey = 0xC8C8C8;
+
+class MapRenderingTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+        placeMapWindow(1450, 0, 200, 200);
+        scanArea.cols = 4;
+        scanArea.rows = 2;
+        scanArea.cellPx = 3;
+        scanArea.mapWidthPx = 12;
+        scanArea.mapHeightPx = 100;
+        allocateMaps();
+    }
+    void setRow(MapPlane plane, size_t row, std::initializer_list<float> values) {
+        size_t column = 0;
+        for (const float value : values) scanMap.maps[plane][column++][row] = value;
+    }
+    // The colours of a drawn row of cells, each cell checked to be of one colour.
+    std::vector<uint32_t> cells(int row) {
+        std::vector<uint32_t> found;
+        for (int column = 0; column < 4; column++) {
+            found.push_back(at(column * 3, row * 3));
+            for (int i = 1; i < 9; i++) {
+                EXPECT_EQ(at(column * 3 + i % 3, row * 3 + i / 3), found.back()) << column << i;
+            }
+        }
+        return found;
+    }
+    uint32_t at(int x, int y) { return mapWindow->client.at(x, y); }
+};
+
+using Cells = std::vector<uint32_t>;
+
+TEST_F(MapRenderingTest, LevelsBecomeColours) {
+    const struct {
+        int level;
+        Colour colour;
+    } cases[] = {
+        {0, 0},
+        {3, 0},
+        {4, colourRgb(1, 0, 0)},
+        {511, colourRgb(127, 0, 0)},
+        {513, colourRgb(128, 0, 0)},
+        {514, colourRgb(128, 1, 0)},
+        {768, colourRgb(192, 128, 0)},
+        {769, colourRgb(192, 128, 1)},
+        {1023, colourRgb(255, 255, 255)},
+    };
+    for (const auto& each : cases) EXPECT_EQ(colourOf(each.level), each.colour) << each.level;
+}
+
+TEST_F(MapRenderingTest, LiveRowsScaleToThemselvesWholeMapsToAll) {
+    setRow(planePhotocurrent, 0, {5, 5, 5, 5});
+    setRow(planePhotocurrent, 1, {0, 1, 2, 4});
+    for (int row : {0, 1}) drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], row);
+    EXPECT_EQ(cells(0), (Cells{0x7F0000, 0x7F0000, 0x7F0000, 0x7F0000})); // level 511
+    EXPECT_EQ(cells(1), (Cells{0, 0x3F0000, 0x7F0000, 0xFFFFFF}));
+    EXPECT_EQ(at(12, 3), 0xFFFFFFu) << "nothing beside the map is touched";
+
+    setRow(planePhotocurrent, 0, {-5, 5, 0, 0});
+    EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), 1);
+    EXPECT_EQ(scanMap.mapMax, 5.0f);
+    EXPECT_EQ(scanMap.mapMin, -5.0f);
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, 0x7F0000}));
+    EXPECT_EQ(at(12, 3), grey);
+
+    for (size_t row : {0u, 1u}) setRow(planePhotocurrent, row, {5, 5, 5, 5});
+    drawMap(mapWindow, channelPhotocurrent);
+    EXPECT_EQ(cells(1), Cells(4, 0)); // level 0: only the maximum moved
+    EXPECT_EQ(scanMap.mapMax, 6.0f);
+}
+
+TEST_F(MapRenderingTest, ConfocalChannels) {
+    setRow(planeRed, 1, {0, 255, 10.9f, 300});
+    setRow(planeGreen, 1, {1, 2, 3, 4});
+    setRow(planeBlue, 1, {0, 0, 0, 255});
+    const struct {
+        int channel;
+        Cells expected;
+    } cases[] = {
+        {channelRed, {0, 0xFF0000, 0x0A0000, 0x2C0000}},
+        {channelGreen, {0x100, 0x200, 0x300, 0x400}},
+        {channelBlue, {0, 0, 0, 0xFF}},
+        {channelConfocal, {0x100, 0xFF0200, 0x0A0300, 0x2C04FF}},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(drawMap(mapWindow, each.channel), 1);
+        EXPECT_EQ(cells(1), each.expected) << each.channel;
+    }
+    drawMap(mapWindow, channelPhotocurrent);
+    drawConfocalRow(mapWindow, 1);
+    EXPECT_EQ(cells(1), cases[3].expected);
+}
+
+TEST_F(MapRenderingTest, MorePointsThanPixelsDrawNothing) {
+    scanArea.cellPx = 0;
+    setRow(planePhotocurrent, 0, {1, 2, 3, 4});
+    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
+    EXPECT_EQ(at(0, 0), 0xFFFFFFu);
+    EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), 1);
+    EXPECT_EQ(at(0, 0), grey);
+    EXPECT_EQ(scanMap.mapMax, 4.0f);
+}
+
+TEST_F(MapRenderingTest, FailuresAreShownAndRetried) {
+    const struct {
+        Drawing kind;
+        int failures, result;
+        const char* text;
+    } cases[] = {
+        {Drawing::MakeContext, 19, 1, "CreateCompatibleDC has failed"},
+        {Drawing::MakeContext, 20, 0, "CreateCompatibleDC has failed"},
+        {Drawing::MakeBitmap, 3, 1, "CreateCompatibleBitmap Failed"},
+        {Drawing::StretchArea, 12, 1, "BitBlt to window has failed, error count: 11"},
+    };
+    for (const auto& each : cases) {
+        failNextDrawing(each.kind, each.failures);
+        EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), each.result) << each.text;
+        EXPECT_EQ(textIn(Field::Information), each.text);
+        failNextDrawing(each.kind, 0);
+    }
+}
+
+TEST_F(MapRenderingTest, ScaleStandsBesideTheMap) {
+    drawColourBar(mapWindow); // 90 lines
+    const int left = 12 + 10;
+    const struct {
+        int y;
+        uint32_t pixel;
+    } cases[] = {{10, 0xFFFFFF}, {11, 0xFCF9F3}, {55, 0x7F0000}, {100, 0}, {101, 0xFFFFFF}};
+    for (const auto& each : cases) {
+        EXPECT_EQ(at(left, each.y), each.pixel) << each.y;
+        EXPECT_EQ(at(left + 19, each.y), each.pixel) << each.y;
+        EXPECT_EQ(at(left + 20, each.y), 0xFFFFFFu) << each.y;
+    }
+    scanMap.mapMax = 1.25f;
+    scanMap.mapMin = -0.5f;
+    drawScaleLabels(mapWindow);
+    instrumentLink.ammeterKind = kindOscilloscope;
+    drawScaleLabels(mapWindow);
+    ASSERT_EQ(drawnTexts.size(), 4u);
+    const char* const texts[] = {"1.2uA", "-0.5uA", "1.25V", "-0.50V"};
+    for (size_t i = 0; i < 4; i++) {
+        EXPECT_EQ(drawnTexts[i].text, texts[i]);
+        EXPECT_EQ(drawnTexts[i].x, left);
+        EXPECT_EQ(drawnTexts[i].y, i % 2 == 0 ? 0 : 100);
+    }
+}
+
+TEST_F(MapRenderingTest, MarkerStaysInThePicture) {
+    const struct {
+        int x, y;
+        int pixels; // green on the window afterwards
+    } cases[] = {{100, 50, 4}, {0, 1027, 2}, {-1, 0, 2}, {1231, 1027, 1}, {5, -5, 0}, {5, 2000, 0}};
+    for (const auto& each : cases) {
+        auto& client = mainWindow->client;
+        std::fill(client.pixels.begin(), client.pixels.end(), 0);
+        ContextHandle view = windowContext(mainWindow);
+        markPoint(view, each.x, each.y);
+        releaseWindowContext(mainWindow, view);
+        EXPECT_EQ(std::count(client.pixels.begin(), client.pixels.end(), 0x00FF00u), each.pixels)
+            << each.x << ' ' << each.y;
+    }
+}
+
+} // namespace

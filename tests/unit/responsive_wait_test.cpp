@@ -1,0 +1,126 @@
+// The one wait of all long work: what ends it, what is dispatched, and the stopwatches.
+#include "app/responsive_wait.h"
+#include "app/stopwatch.h"
+#include "motion/stage.h"
+#include "tests/doubles/doubles.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+
+namespace {
+
+constexpr const char* stopQuestion = "Do you want to stop process, now ?";
+
+class WaitTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+    }
+};
+
+TEST_F(WaitTest, ZeroDurationDispatchesNothing) {
+    postCall([] { ADD_FAILURE() << "dispatched"; });
+    EXPECT_EQ(waitResponsive(0), waitPassed);
+    EXPECT_EQ(waitingMessages(), 1u);
+    EXPECT_TRUE(timerRuns());
+    EXPECT_EQ(checkedRadio(idLiveOn), idLiveOn);
+}
+
+TEST_F(WaitTest, TakesItsTimeAndDispatchesMeanwhile) {
+    double dispatchedAt = 0;
+    in(30, [&] { postCall([&] { dispatchedAt = testTimeMs(); }); });
+    liveViewTimerOn();
+    EXPECT_EQ(waitResponsive(120), waitPassed); // longer than a tick: the live view is off
+    EXPECT_EQ(testTimeMs(), 120);
+    EXPECT_EQ(dispatchedAt, 30);
+    EXPECT_EQ(labCounters().frames, 0u);
+}
+
+TEST_F(WaitTest, LiveViewStaysOffWhileAProcessRuns) {
+    liveViewTimerOn();
+    processRunning = 1;
+    EXPECT_EQ(waitResponsive(10), waitPassed);
+    EXPECT_FALSE(timerRuns());
+    EXPECT_EQ(checkedRadio(idLiveOn), idLiveOff);
+}
+
+TEST_F(WaitTest, IdleClickStopsAllAxes) {
+    static int stops;
+    stops = 0;
+    replaceFunction(
+        "command_stop", +[](int) { return ++stops, 0; });
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    const double start = testTimeMs();
+    in(20, [] { postClick(3, 3); });
+    EXPECT_EQ(waitResponsive(1000), waitClicked);
+    EXPECT_EQ(testTimeMs() - start, 20);
+    EXPECT_EQ(stops, 3);
+    EXPECT_EQ(stopRequested, 0);
+}
+
+TEST_F(WaitTest, EveryMessageWithTheButtonsNumberAsksForAStop) {
+    processRunning = 1;
+    const Message asking[] = {{nullptr, messageCommand, 2000, 0},
+                              {nullptr, 0x0400, 0x107D0, 0},
+                              {nullptr, messageLeftButtonDown, 1, 0}};
+    for (const Message& message : asking) {
+        stopRequested = 0;
+        post(message.id, message.wParam);
+        answer(stopQuestion, BoxAnswer::Yes);
+        EXPECT_EQ(waitResponsive(100), waitStopped);
+        EXPECT_EQ(stopRequested, 1);
+        EXPECT_EQ(shownBoxes.back().caption, "Warning");
+        EXPECT_EQ(shownBoxes.back().buttons, BoxButtons::YesNo);
+        EXPECT_EQ(shownBoxes.back().owner, mainWindow);
+    }
+    EXPECT_EQ(testTimeMs(), 0);
+}
+
+TEST_F(WaitTest, DeclinedStopLetsTheClickThrough) {
+    processRunning = 1;
+    post(messageLeftButtonDown, 1, 5 << 16 | 5);
+    bool reached = false;
+    postCall([&] { reached = true; });
+    answer(stopQuestion, BoxAnswer::No);
+    EXPECT_EQ(waitResponsive(100), waitPassed);
+    EXPECT_TRUE(reached);
+    EXPECT_EQ(stopRequested, 0);
+    EXPECT_EQ(testTimeMs(), 100);
+}
+
+TEST_F(WaitTest, PageKeysNudgeTheFocusOnceAWait) {
+    processRunning = 1;
+    for (int i = 0; i < 3; i++) post(messageKeyDown, keyPageUp);
+    EXPECT_EQ(waitResponsive(100), waitPassed);
+    EXPECT_EQ(stageZ.positionUm, 1.0);
+    EXPECT_EQ(waitingMessages(), 2u);
+    EXPECT_EQ(textIn(Field::PositionZ), "1.0");
+    waitResponsive(100);
+    waitResponsive(100);
+    post(messageKeyDown, keyPageDown);
+    EXPECT_EQ(waitResponsive(100), waitPassed);
+    EXPECT_EQ(stageZ.positionUm, 2.0);
+}
+
+TEST_F(WaitTest, ReturnsAtOnceAfterFortyNineDays) {
+    const double thirtyTwoBits = 4294967296.0;
+    setVirtualTime(thirtyTwoBits - 10);
+    EXPECT_EQ(waitResponsive(50), waitPassed); // started before the turn: waits it out
+    EXPECT_EQ(virtualNowMs(), thirtyTwoBits + 40);
+    EXPECT_EQ(waitResponsive(1000), waitPassed);
+    EXPECT_EQ(virtualNowMs(), thirtyTwoBits + 40);
+}
+
+TEST_F(WaitTest, StopwatchesCountFromTheirReset) {
+    EXPECT_EQ(intervalElapsed(true, 0), 1);
+    EXPECT_EQ(elapsedMs(true), 0u);
+    advanceVirtualTime(100);
+    EXPECT_EQ(intervalElapsed(false, 100), 0); // more than the limit is asked for
+    EXPECT_EQ(intervalElapsed(false, 99), 1);
+    EXPECT_EQ(elapsedMs(false), 100u);
+    EXPECT_EQ(intervalElapsed(true, 0), 1);
+    EXPECT_EQ(intervalElapsed(false, 0), 0);
+    EXPECT_EQ(elapsedMs(false), 100u);
+}
+
+} // namespace

@@ -1,0 +1,251 @@
+// The stage axes against the laboratory's controllers: assignment, conversion, arrival, limits.
+#include "app/responsive_wait.h"
+#include "motion/stage.h"
+#include "tests/doubles/doubles.h"
+
+#include <cmath>
+
+namespace {
+
+class StageTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+    }
+};
+
+void closeAll() {
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+}
+
+template <class Function> Function* labFunction(const char* name) {
+    return reinterpret_cast<Function*>(virtualLabFunction("libximc.dll", name));
+}
+
+TEST_F(StageTest, MicrometresBecomeStepsAndMicrosteps) {
+    const struct {
+        double um;
+        int32_t full, micro;
+    } cases[] = {
+        {0, 0, 0},
+        {1.25, 1, 0},
+        {12.5, 10, 0},
+        {-1.25, -1, 0},
+        {0.625, 0, 128},
+        {-0.625, -1, 128},
+        {1.2, 0, 245},
+        {-1e-17, 0, 0}, // 256 microsteps carry into the next
+                        // full step
+        {250.0, 200, 0},
+        {-0.001, -1, 255},
+    };
+    for (const auto& each : cases) {
+        const StepCount steps = stepsOf(each.um);
+        EXPECT_EQ(steps.fullSteps, each.full) << each.um;
+        EXPECT_EQ(steps.microsteps, each.micro) << each.um;
+    }
+}
+
+TEST_F(StageTest, EveryOrderGivesEachAxisItsController) {
+    const char* const devices[] = {deviceX_name, deviceY_name, deviceZ_name};
+    const int assignment[][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
+    for (int32_t order = 0; order < 6; order++) {
+        ASSERT_TRUE(openStages(order, motorSpeed));
+        for (int axis = 0; axis < 3; axis++) {
+            EXPECT_EQ(std::string(devices[axis]),
+                      "virtual:" + std::to_string(assignment[order][axis] + 1))
+                << order << axis;
+        }
+        closeAll();
+    }
+    EXPECT_EQ(labCounters().openAxes, 0u);
+    EXPECT_NE(ximc_version_str[0], '\0');
+}
+
+TEST_F(StageTest, OpensAtZeroWithoutRamps) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    for (const StageAxis* axis : {&stageX, &stageY, &stageZ}) {
+        EXPECT_EQ(axis->positionUm, 0.0);
+        EXPECT_NE(axis->zeroOffsetSteps, 0); // the laboratory's controllers count from elsewhere
+        EXPECT_EQ(axis->engine.NomSpeed, 500u);
+        EXPECT_EQ(axis->engine.EngineFlags & ENGINE_ACCEL_ON, 0u);
+    }
+    EXPECT_EQ(stageX.axisNumber, 1u);
+    EXPECT_EQ(stageY.axisNumber, 2u);
+    EXPECT_EQ(stageZ.axisNumber, 3u);
+}
+
+TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
+    const struct {
+        const char* faults;
+        int32_t order;
+        bool found;
+        uint32_t x, y, z;
+    } cases[] = {
+        {"stage absent", 2, false, 0, 0, 0}, {"stage count 1", 0, true, 1, 0, 0},
+        {"stage count 1", 2, true, 0, 0, 0}, // the first controller would be Y's
+        {"stage count 2", 2, true, 1, 2, 0}, {"stage count 2", 1, true, 1, 0, 0},
+    };
+    for (const auto& each : cases) {
+        ASSERT_TRUE(applyLabFaults(each.faults));
+        EXPECT_EQ(openStages(each.order, motorSpeed), each.found) << each.faults;
+        EXPECT_EQ(stageX.axisNumber, each.x) << each.faults << each.order;
+        EXPECT_EQ(stageY.axisNumber, each.y) << each.faults << each.order;
+        EXPECT_EQ(stageZ.axisNumber, each.z) << each.faults << each.order;
+        closeAll();
+    }
+}
+
+TEST_F(StageTest, MissingNamesFallBackToOrdinals) {
+    libraries.namesMissing = {"ximc_version",        "set_bindy_key",   "enumerate_devices",
+                              "get_device_count",    "get_device_name", "free_enumerate_devices",
+                              "open_device",         "close_device",    "get_engine_settings",
+                              "set_engine_settings", "get_status",      "command_move",
+                              "command_stop"};
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_TRUE(moveTo(stageX, 50.0));
+    EXPECT_NEAR(labStageUm(labX), 50.0, 1.0);
+    stopStage(stageX);
+    closeStage(stageX);
+    EXPECT_EQ(labCounters().openAxes, 2u);
+}
+
+TEST_F(StageTest, MovesWhereItIsTold) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_TRUE(moveTo(stageX, 37.3));
+    EXPECT_EQ(stageX.positionUm, 37.3);
+    EXPECT_NEAR(labStageUm(labX), 37.3, umPerFullStep / microstepsPerFullStep);
+    EXPECT_EQ(textIn(Field::Information).substr(0, 13), "arrived:count");
+    EXPECT_TRUE(moveBy(stageY, 10));
+    EXPECT_TRUE(moveBy(stageY, -3)); // the carriage lags by the play of the screw
+    EXPECT_NEAR(labStageUm(labY), 9.0, 0.02);
+    const uint64_t moves = labCounters().moves;
+    EXPECT_TRUE(moveTo(stageX, 37.3));
+    EXPECT_EQ(labCounters().moves, moves) << "nothing is sent for the place where the axis is";
+    setPosition(stageX, 100.0);
+    EXPECT_NEAR(readPosition(stageX), 100.0, umPerFullStep);
+    EXPECT_TRUE(moveTo(stageX, 110.0));
+    EXPECT_NEAR(labStageUm(labX), 47.3, umPerFullStep);
+}
+
+TEST_F(StageTest, FailedStatusKeepsTheZero) {
+    static bool broken;
+    static int (*ask)(int, status_t*);
+    broken = false;
+    ask = labFunction<int(int, status_t*)>("get_status");
+    replaceFunction(
+        "get_status", +[](int id, status_t* status) { return broken ? -1 : ask(id, status); });
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    const int32_t zero = stageX.zeroOffsetSteps;
+    broken = true;
+    setPosition(stageX, 100.0);
+    EXPECT_EQ(stageX.zeroOffsetSteps, zero);
+    EXPECT_EQ(stageX.positionUm, 0.0);
+}
+
+TEST_F(StageTest, LimitSwitchEndsAMoveAndRefusesTheNext) {
+    const struct {
+        const char* faults;
+        double target, further;
+        const char* verdict;
+    } cases[] = {
+        {"limit x right at 25", 60, 70, "Limit right Switch on    "},
+        {"limit x left at -25", -60, -70, "Limit left Switch on    "},
+    };
+    for (const auto& each : cases) {
+        ASSERT_TRUE(applyLabFaults(each.faults));
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        EXPECT_FALSE(moveTo(stageX, each.target));
+        EXPECT_EQ(textIn(Field::Information), each.verdict);
+        const uint64_t moves = labCounters().moves;
+        EXPECT_FALSE(moveTo(stageX, each.further));
+        EXPECT_EQ(labCounters().moves, moves);
+        EXPECT_TRUE(moveTo(stageX, 0.0)) << "away from the switch is allowed";
+        closeAll();
+    }
+}
+
+TEST_F(StageTest, StalledAxisEndsTheWaitAfter101Polls) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(applyLabFaults("axis y stalled"));
+    const double start = testTimeMs();
+    EXPECT_FALSE(moveTo(stageY, 3000.0));
+    EXPECT_GE(testTimeMs() - start, 101 * 50);
+    EXPECT_LT(testTimeMs() - start, 102 * 50 + 100);
+    EXPECT_EQ(textIn(Field::Information), "Not moving during 13 sec     ");
+    EXPECT_FALSE(moveXYBy(0, 2000.0, motorSpeed));
+    EXPECT_EQ(textIn(Field::Progress), "count:101 Dist. to move 2000.0um");
+}
+
+TEST_F(StageTest, TimeOutFollowsFromTheMixedDistance) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    stageX.positionUm = 100.0;
+    ASSERT_TRUE(applyLabFaults("axis x stalled"));
+    const double start = testTimeMs();
+    EXPECT_FALSE(moveTo(stageX, 180.0)); // |180 - 80| / 500 s, twice, and a second
+    EXPECT_GE(testTimeMs() - start, 1400);
+    EXPECT_LT(testTimeMs() - start, 1400 + 60);
+    EXPECT_EQ(textIn(Field::Information), "Not moving during 1 sec     ");
+}
+
+TEST_F(StageTest, ClickStopsAllAxes) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    in(300, [] { postClick(10, 10); });
+    EXPECT_FALSE(moveTo(stageX, 2000.0));
+    const auto& texts = historyOf(Field::Information);
+    ASSERT_GE(texts.size(), 2u);
+    EXPECT_EQ(texts[texts.size() - 2], "stop requested");
+    EXPECT_EQ(texts.back(), "Not moving during 9 sec     ");
+    const double stoppedAt = labStageUm(labX);
+    advanceVirtualTime(1000);
+    EXPECT_EQ(labStageUm(labX), stoppedAt);
+    EXPECT_GT(stoppedAt, 0.0);
+    EXPECT_LT(stoppedAt, 500.0);
+}
+
+TEST_F(StageTest, ClosedAxesActOnTheirNumbers) {
+    EXPECT_TRUE(moveTo(stageX, 12.5));
+    EXPECT_TRUE(moveBy(stageX, 1.0));
+    EXPECT_EQ(currentPositionUm(stageX), 13.5);
+    EXPECT_FALSE(startMoveTo(stageY, 4.0));
+    EXPECT_EQ(readPosition(stageY), 4.0);
+    setPosition(stageY, 9.0);
+    EXPECT_EQ(stageY.positionUm, 4.0);
+    EXPECT_TRUE(moveXYTo(-1.0, -2.0, motorSpeed));
+    EXPECT_EQ(stageX.positionUm, -1.0);
+    EXPECT_EQ(stageY.positionUm, -2.0);
+    const double start = testTimeMs();
+    EXPECT_TRUE(moveXYBy(0, 0, motorSpeed)); // no distance, no division
+    EXPECT_EQ(testTimeMs(), start);
+}
+
+std::vector<uint32_t> speedsSent;
+
+TEST_F(StageTest, TwoAxesArriveTogether) {
+    static int (*send)(int, const engine_settings_t*);
+    send = labFunction<int(int, const engine_settings_t*)>("set_engine_settings");
+    replaceFunction(
+        "set_engine_settings", +[](int id, const engine_settings_t* settings) {
+            speedsSent.push_back(settings->NomSpeed);
+            return send(id, settings);
+        });
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    speedsSent.clear();
+    EXPECT_TRUE(moveXYTo(400.0, 100.0, motorSpeed));
+    EXPECT_EQ(speedsSent, (std::vector<uint32_t>{125, 500})); // Y scaled, and back
+    EXPECT_EQ(stageX.positionUm, 400.0);
+    EXPECT_EQ(stageY.positionUm, 100.0);
+    EXPECT_NEAR(labStageUm(labX), 400.0, 4.0);
+    EXPECT_NEAR(labStageUm(labY), 100.0, 4.0);
+    speedsSent.clear();
+    EXPECT_TRUE(moveXYBy(-50.0, -100.0, 5000)); // clamped to 800
+    EXPECT_EQ(speedsSent, (std::vector<uint32_t>{400, 800, 800}));
+    speedsSent.clear();
+    setSpeed(stageX, 5000);
+    setSpeed(stageX, 1000); // the same: nothing is sent
+    setSpeed(stageX, -1);
+    EXPECT_EQ(speedsSent, (std::vector<uint32_t>{1000, 0}));
+}
+
+} // namespace
