@@ -50,17 +50,17 @@ static int channelOf(char letter, const char* letters) {
     return -1;
 }
 
-// The numbers of a command, which must match `format` to its end.
-static bool scan(const std::string& command, const char* format, int& first, int& second) {
-    int end = -1;
-    std::sscanf(command.c_str(), (std::string(format) + "%n").c_str(), &first, &second, &end);
-    return end == static_cast<int>(command.size());
+// The numbers of a command, which must be written exactly as `format` would write them.
+template <class... Numbers>
+static bool scan(const std::string& command, const char* format, Numbers&... numbers) {
+    if (std::sscanf(command.c_str(), format, &numbers...) != sizeof...(numbers)) return false;
+    char exact[longestCommand + 1];
+    std::snprintf(exact, sizeof exact, format, numbers...);
+    return command == exact;
 }
 
-static bool scan(const std::string& command, int& number) {
-    int end = -1;
-    std::sscanf(command.c_str(), "%*c%d%n", &number, &end);
-    return end == static_cast<int>(command.size());
+static bool scanAfterLetter(const std::string& command, int& number) {
+    return scan(command.substr(1), "%d", number);
 }
 
 static bool execute(const std::string& command) {
@@ -73,9 +73,9 @@ static bool execute(const std::string& command) {
         return true;
     }
     if (int channel = channelOf(command[0], "sST"); channel >= 0)
-        return scan(command, board.channel[channel]);
+        return scanAfterLetter(command, board.channel[channel]);
     if (int channel = channelOf(command[0], "aAb"); channel >= 0)
-        return scan(command, board.channelRate[channel]);
+        return scanAfterLetter(command, board.channelRate[channel]);
     if (scan(command, "D %d %d", first, second)) return digitalWrite(first, second);
     if (scan(command, "G %d %d", first, second)) return analogWrite(first, second);
     if (scan(command, "R%d %d", first, second)) return analogRead(first, second);
