@@ -102,7 +102,7 @@ protected:
             },
             patiently));
         ASSERT_FALSE(openBox(program).window);
-        ASSERT_TRUE(await([&] { return isChecked(program, idLiveOn); }, patiently));
+        ASSERT_TRUE(awaitPicture());
     }
 
     void select(const Area& area) { selectArea(area.left, area.top, area.right, area.bottom); }

@@ -45,6 +45,17 @@ protected:
         ASSERT_TRUE(answerBox(box, button));
     }
 
+    // The live view has shown some frames, which the camera's automatic settings need.
+    bool awaitPicture() const {
+        return await(
+            [&] {
+                int ticks = 0;
+                std::sscanf(textOf(controlById(program, idTime)).c_str(), "idle:%d", &ticks);
+                return ticks >= 15;
+            },
+            patiently);
+    }
+
     // Draws the rectangle on the picture (pixels from the top left) and takes it as scan area.
     void selectArea(int x1, int y1, int x2, int y2) {
         drag(program, x1, y1, x2, y2);
