@@ -77,18 +77,17 @@ static const uint8_t* noiseRow(int row) {
 }
 
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
-// the compiler makes vectors of it; a check at every byte would undo that in the sanitizers'
-// builds.
+// the compiler makes vectors of it. A sanitizer's check at every byte would undo that, and so would
+// a call of std::min, which has one.
 __attribute__((no_sanitize("address", "undefined"))) static void
 brighten(uint8_t* __restrict out, const uint8_t* __restrict reflectance,
          const uint8_t* __restrict noise, int count, uint16_t scale) {
     for (int i = 0; i < count; ++i) {
         uint16_t wide = static_cast<uint16_t>(reflectance[i] << 8);
         uint16_t level = static_cast<uint16_t>((uint32_t{wide} * scale) >> 16);
-        level = std::min<uint16_t>(level, 255);
-        uint16_t noisy = static_cast<uint16_t>(level + noise[i]);
-        noisy = std::min<uint16_t>(std::max<uint16_t>(noisy, 1), 256);
-        out[i] = static_cast<uint8_t>(noisy - 1);
+        uint16_t noisy = static_cast<uint16_t>((level < 255 ? level : 255) + noise[i]);
+        noisy = noisy < 1 ? 1 : noisy;
+        out[i] = static_cast<uint8_t>((noisy < 256 ? noisy : 256) - 1);
     }
 }
 
