@@ -7,7 +7,10 @@ void LabTest::SetUp() {
     resetProgram();
     resetScript();
     resetScreen();
-    resetSurfaces();
+    drawnTexts.clear();
+    savedImages.clear();
+    drawingFailures.clear();
+    liveContexts = liveBitmaps = imagingStarts = 0;
     resetSerial();
     libraries = {};
     setLabClock(virtualNowMs, advanceVirtualTime);
@@ -18,7 +21,7 @@ void LabTest::SetUp() {
 void LabTest::TearDown() {
     resetProgram(); // lets go of what the program holds before the leaks are counted
     expectScriptDone();
-    EXPECT_EQ(liveContexts(), 0);
-    EXPECT_EQ(liveBitmaps(), 0);
+    EXPECT_EQ(liveContexts, 0);
+    EXPECT_EQ(liveBitmaps, 0);
     removeTempDesktop();
 }

@@ -15,6 +15,7 @@ constexpr Extent windowFrame{16, 39}; // outer size less client size
 WindowHandle mainWindow = nullptr;
 WindowHandle mapWindow = nullptr;
 WindowHandle confocalWindow = nullptr;
+std::string mainTitle;
 bool mainWindowRefused = false;
 int focusCount = 0;
 
@@ -22,7 +23,6 @@ static std::vector<std::unique_ptr<NativeWindow>> windows;
 static std::map<Field, std::vector<std::string>> fields;
 static std::map<int, int> radioGroups;
 static std::set<int> checkMarks;
-static std::string title;
 
 void resetScreen() {
     mainWindow = mapWindow = confocalWindow = nullptr;
@@ -32,7 +32,7 @@ void resetScreen() {
     fields.clear();
     radioGroups.clear();
     checkMarks.clear();
-    title.clear();
+    mainTitle.clear();
 }
 
 static WindowHandle addWindow(Extent client) {
@@ -53,17 +53,16 @@ std::string fieldText(Field field, int capacity) {
     return textIn(field).substr(0, static_cast<size_t>(capacity) - 1);
 }
 
-void typeInto(Field field, const std::string& text) {
-    fields[field].push_back(text);
+std::vector<std::string>& historyOf(Field field) {
+    return fields[field];
 }
 
 std::string textIn(Field field) {
-    const auto& history = historyOf(field);
-    return history.empty() ? "" : history.back();
+    return fields[field].empty() ? "" : fields[field].back();
 }
 
-const std::vector<std::string>& historyOf(Field field) {
-    return fields[field];
+void typeInto(Field field, const std::string& text) {
+    fields[field].push_back(text);
 }
 
 void checkRadio(int first, int, int checked) {
@@ -85,11 +84,7 @@ void focusMainWindow() {
 }
 
 void setMainTitle(const char* text) {
-    title = text;
-}
-
-const std::string& mainTitle() {
-    return title;
+    mainTitle = text;
 }
 
 void startTimer(unsigned periodMs) {

@@ -11,14 +11,14 @@
 // An empty main window without the program's own texts, for tests of a single part.
 void openBareWindow();
 
-void typeInto(Field field, const std::string& text);
+std::vector<std::string>& historyOf(Field field);
 std::string textIn(Field field);
-const std::vector<std::string>& historyOf(Field field);
+void typeInto(Field field, const std::string& text);
 
 // The button of the group that `first` begins that is checked now; 0 when none was.
 int checkedRadio(int first);
-const std::string& mainTitle();
 
+extern std::string mainTitle;
 extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 

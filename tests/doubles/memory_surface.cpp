@@ -8,44 +8,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <map>
 
 std::vector<DrawnText> drawnTexts;
 std::vector<SavedImage> savedImages;
 
-static std::map<Drawing, int> failuresLeft;
-static int contexts = 0;
-static int bitmaps = 0;
-static int imaging = 0;
+std::map<Drawing, int> drawingFailures;
+int liveContexts, liveBitmaps, imagingStarts;
 
 static bool failsNow(Drawing kind) {
-    int& left = failuresLeft[kind];
-    if (left == 0) return false;
-    left--;
-    return true;
-}
-
-void failNextDrawing(Drawing kind, int count) {
-    failuresLeft[kind] = count;
-}
-
-int liveContexts() {
-    return contexts;
-}
-
-int liveBitmaps() {
-    return bitmaps;
-}
-
-int imagingStarts() {
-    return imaging;
-}
-
-void resetSurfaces() {
-    drawnTexts.clear();
-    savedImages.clear();
-    failuresLeft.clear();
-    contexts = bitmaps = imaging = 0;
+    int& left = drawingFailures[kind];
+    return left > 0 && left-- > 0;
 }
 
 NativeBitmap blankBitmap(int width, int height, uint32_t pixel) {
@@ -68,11 +40,11 @@ static void plot(ContextHandle context, int x, int y, uint32_t pixel) {
 }
 
 void startImaging() {
-    imaging++;
+    imagingStarts++;
 }
 
 void stopImaging() {
-    imaging--;
+    imagingStarts--;
 }
 
 Extent clientExtent(WindowHandle window) {
@@ -81,33 +53,33 @@ Extent clientExtent(WindowHandle window) {
 
 ContextHandle windowContext(WindowHandle window) {
     if (!window || failsNow(Drawing::GetWindow)) return nullptr;
-    contexts++;
+    liveContexts++;
     return new NativeContext{window, &window->client, {}};
 }
 
 void releaseWindowContext(WindowHandle window, ContextHandle context) {
     if (!context) return;
     EXPECT_EQ(context->window, window) << "a context released to another window";
-    contexts--;
+    liveContexts--;
     delete context;
 }
 
 BitmapHandle makeBitmap(ContextHandle like, int width, int height) {
     if (!like || width <= 0 || height <= 0 || failsNow(Drawing::MakeBitmap)) return nullptr;
-    bitmaps++;
+    liveBitmaps++;
     return new NativeBitmap(blankBitmap(width, height, 0));
 }
 
 void deleteBitmap(BitmapHandle bitmap) {
     if (!bitmap) return;
     EXPECT_EQ(bitmap->selectedIn, nullptr) << "a bitmap deleted while it is selected leaks";
-    bitmaps--;
+    liveBitmaps--;
     delete bitmap;
 }
 
 ContextHandle makeMemoryContext(ContextHandle like) {
     if (!like || failsNow(Drawing::MakeContext)) return nullptr;
-    contexts++;
+    liveContexts++;
     auto* context = new NativeContext{nullptr, nullptr, blankBitmap(1, 1, 0)};
     context->target = &context->stock;
     return context;
@@ -117,7 +89,7 @@ void deleteMemoryContext(ContextHandle context) {
     if (!context) return;
     EXPECT_EQ(context->window, nullptr) << "a window's context is released, not deleted";
     context->target->selectedIn = nullptr;
-    contexts--;
+    liveContexts--;
     delete context;
 }
 

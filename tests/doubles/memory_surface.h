@@ -3,6 +3,7 @@
 
 #include "platform/surface.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -59,13 +60,10 @@ enum class Drawing {
     Save,
 };
 
-// The next `count` calls of that kind fail.
-void failNextDrawing(Drawing kind, int count);
+// How many of the next calls of a kind fail.
+extern std::map<Drawing, int> drawingFailures;
 
 // Contexts and bitmaps that are not released, and imaging that is not stopped.
-int liveContexts();
-int liveBitmaps();
-int imagingStarts();
+extern int liveContexts, liveBitmaps, imagingStarts;
 
-void resetSurfaces();
 NativeBitmap blankBitmap(int width, int height, uint32_t pixel);

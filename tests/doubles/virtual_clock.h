@@ -6,12 +6,10 @@
 double virtualNowMs();
 void advanceVirtualTime(double ms); // runs what the script has due on the way
 void setVirtualTime(double ms);     // jumps without running anything
-void setLocalTime(const LocalTime& now);
 
-// Milliseconds since the test began.
-double testTimeMs();
+double testTimeMs(); // since the test began
 
-// Virtual time at which a test that has not come to an end is ended by force; default 2 hours.
-void setTestDeadline(double testMs);
+extern LocalTime wallTime;    // what the program's clock shows; it stands still
+extern double testDeadlineMs; // a test that is not over by then is ended by force
 
 void resetClock();

@@ -60,13 +60,13 @@ TEST_F(DisplayTest, FailuresAreShownAndRetried) {
     };
     for (const auto& each : cases) {
         const double start = testTimeMs();
-        failNextDrawing(each.kind, each.failures);
+        drawingFailures[each.kind] = each.failures;
         EXPECT_EQ(draw(), each.result) << each.lastText;
         EXPECT_EQ(textIn(Field::Information), each.lastText);
         if (each.result != 0) {
             EXPECT_EQ(testTimeMs() - start, each.waitedMs) << each.lastText;
         }
-        failNextDrawing(each.kind, 0);
+        drawingFailures[each.kind] = 0;
     }
 }
 
@@ -99,14 +99,14 @@ TEST_F(DisplayTest, WindowImagesShareOneNumber) {
 
 TEST_F(DisplayTest, WindowImageGivesUpAfterTwentyFailures) {
     for (const Drawing kind : {Drawing::SelectBitmap, Drawing::MakeContext}) {
-        failNextDrawing(kind, 20);
+        drawingFailures[kind] = 20;
         EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 0);
-        failNextDrawing(kind, 0);
+        drawingFailures[kind] = 0;
     }
     EXPECT_EQ(textIn(Field::Information), "CreateCompatibleDC has failed");
     EXPECT_TRUE(savedImages.empty());
-    failNextDrawing(Drawing::CopyArea, 3);
-    failNextDrawing(Drawing::Save, 1); // not reported; the number is used up
+    drawingFailures[Drawing::CopyArea] = 3;
+    drawingFailures[Drawing::Save] = 1; // not reported; the number is used up
     EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
     EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
     ASSERT_EQ(savedImages.size(), 1u);

@@ -45,7 +45,7 @@ TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndTheThirdANewFolder) {
     saveMapFiles();
     EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
     EXPECT_EQ(dataFolders.sessionFolderMade, 0);
-    advanceVirtualTime(60e3);
+    wallTime.minute++;
     saveMapFiles();
     EXPECT_EQ(filesOnDesktop(),
               (std::vector<std::string>{"KST_Data/", folder, folder + "Kestrel" + grid,

@@ -127,10 +127,10 @@ TEST_F(MapRenderingTest, FailuresAreShownAndRetried) {
         {Drawing::StretchArea, 12, 1, "BitBlt to window has failed, error count: 11"},
     };
     for (const auto& each : cases) {
-        failNextDrawing(each.kind, each.failures);
+        drawingFailures[each.kind] = each.failures;
         EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), each.result) << each.text;
         EXPECT_EQ(textIn(Field::Information), each.text);
-        failNextDrawing(each.kind, 0);
+        drawingFailures[each.kind] = 0;
     }
 }
 

@@ -96,7 +96,7 @@ TEST_F(SettingsTest, FileIsReadAndReplaced) {
 
 TEST_F(SettingsTest, OneSessionFolderARun) {
     ensureSessionFolder(dataFolders);
-    setLocalTime({2026, 3, 8, 0, 1}); // past midnight
+    wallTime = {2026, 3, 8, 0, 1}; // past midnight
     ensureSessionFolder(dataFolders);
     EXPECT_EQ(filesOnDesktop(), (std::vector<std::string>{"KST_Data/", "KST_Data/260307_14-05/"}));
     dataFolders.sessionFolderMade = 0; // after a failed save
