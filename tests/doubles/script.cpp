@@ -20,13 +20,9 @@ constexpr uint32_t messageCall = 0x8000; // the first of the numbers left to pro
 constexpr double conditionPollMs = 5;
 constexpr int mostPollsAtOneInstant = 100'000;
 
-struct TimedAction {
+struct Event {
     double timeMs;
-    Action action;
-};
-
-struct ConditionalAction {
-    std::function<bool()> condition;
+    std::function<bool()> condition; // empty: due at timeMs
     Action action;
 };
 
@@ -38,12 +34,10 @@ struct PlannedAnswer {
 
 std::vector<ShownBox> shownBoxes;
 
-static std::list<TimedAction> timed; // by time
-static std::list<ConditionalAction> conditional;
+static std::list<Event> events;
 static std::deque<Message> queue;
 static std::vector<Action> calls; // lParam of a messageCall is an index into these
 static std::list<PlannedAnswer> answers;
-static std::vector<std::string> unexpectedBoxes;
 static unsigned timerPeriodMs = 0;
 static double timerDueMs = 0;
 static bool quitPending = false;
@@ -51,20 +45,19 @@ static double lastPollMs = 0;
 static int pollsAtThisInstant = 0;
 
 void resetScript() {
-    timed.clear();
-    conditional.clear();
+    events.clear();
     queue.clear();
     calls.clear();
     answers.clear();
     shownBoxes.clear();
-    unexpectedBoxes.clear();
     timerPeriodMs = 0;
     quitPending = false;
     pollsAtThisInstant = 0;
 }
 
 void expectScriptDone() {
-    for (const std::string& text : unexpectedBoxes) ADD_FAILURE() << "unexpected box: " << text;
+    for (const ShownBox& box : shownBoxes)
+        if (!box.expected) ADD_FAILURE() << "unexpected box: " << box.text;
     for (const PlannedAnswer& plan : answers) ADD_FAILURE() << "no box asked: " << plan.part;
 }
 
@@ -73,38 +66,35 @@ void at(double testMs, Action action) {
 }
 
 void in(double ms, Action action) {
-    const double time = virtualNowMs() + ms;
-    const auto later = std::find_if(timed.begin(), timed.end(),
-                                    [&](const TimedAction& other) { return other.timeMs > time; });
-    timed.insert(later, {time, std::move(action)});
+    events.push_back({virtualNowMs() + ms, {}, std::move(action)});
 }
 
 void when(std::function<bool()> condition, Action action) {
-    conditional.push_back({std::move(condition), std::move(action)});
+    events.push_back({0, std::move(condition), std::move(action)});
 }
 
 double nextScriptTime() {
     double next = std::numeric_limits<double>::infinity();
-    if (!timed.empty()) next = timed.front().timeMs;
-    if (!conditional.empty()) next = std::min(next, virtualNowMs() + conditionPollMs);
+    for (const Event& event : events)
+        next = std::min(next, event.condition ? virtualNowMs() + conditionPollMs : event.timeMs);
     return next;
 }
 
 void runDueScript() {
-    while (!timed.empty() && timed.front().timeMs <= virtualNowMs()) {
-        const Action action = std::move(timed.front().action);
-        timed.pop_front();
-        action();
-    }
-    for (auto each = conditional.begin(); each != conditional.end();) {
-        if (!each->condition()) {
-            ++each;
-            continue;
+    static bool running = false;
+    if (running) return; // an action that lets time pass does not meet itself
+    running = true;
+    for (auto event = events.begin(); event != events.end();) {
+        const bool due = event->condition ? event->condition() : event->timeMs <= virtualNowMs();
+        const auto next = std::next(event);
+        if (due) {
+            const Action action = std::move(event->action);
+            events.erase(event);
+            action(); // may add events at the end
         }
-        const Action action = std::move(each->action);
-        each = conditional.erase(each);
-        action();
+        event = next;
     }
+    running = false;
 }
 
 void post(uint32_t id, uintptr_t wParam, intptr_t lParam) {
@@ -255,7 +245,7 @@ BoxAnswer showMessageBox(WindowHandle owner, const char* text, const char* capti
         return shownBoxes.back().text.find(each.part) != std::string::npos;
     });
     if (plan == answers.end()) {
-        unexpectedBoxes.push_back(shownBoxes.back().text);
+        shownBoxes.back().expected = false;
         return BoxAnswer::None;
     }
     const PlannedAnswer found = std::move(*plan);

@@ -42,6 +42,7 @@ struct ShownBox {
     BoxButtons buttons;
     WindowHandle owner;
     double testMs;
+    bool expected = true;
 };
 extern std::vector<ShownBox> shownBoxes;
 
