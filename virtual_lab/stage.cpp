@@ -1,6 +1,5 @@
 // Three stepper stages with play in their drives and limit switches, behind the functions of the
-// controllers' library. Controllers know their motors only, never the carriage. Moves start and
-// end without ramps, whatever the engine flags say.
+// controllers' library. Controllers know their motors only, never the carriage.
 #include "virtual_lab/faces.h"
 #include "virtual_lab/lab_state.h"
 
@@ -23,7 +22,9 @@ static void advanceMotor(int axis) {
     LabMotor& motor = lab.motors[axis];
     const LabFaults& faults = lab.faults;
     double nowMs = labNowMs();
-    double reach = std::max(0.0, nowMs - motor.updatedMs) / 1000 * motor.nominalSpeed;
+    // On the short ways of a microscope ramps leave about half of the speed.
+    double speed = motor.nominalSpeed * (motor.engineFlags & ENGINE_ACCEL_ON ? 0.5 : 1.0);
+    double reach = std::max(0.0, nowMs - motor.updatedMs) / 1000 * speed;
     motor.updatedMs = nowMs;
     if (faults.stalled[axis]) motor.targetSteps = motor.steps;
 

@@ -16,6 +16,7 @@ struct VirtualLab : LabTest {
         engine_settings_t settings{};
         EXPECT_EQ(get_engine_settings(id, &settings), 0);
         settings.NomSpeed = 500;
+        settings.EngineFlags &= ~ENGINE_ACCEL_ON;
         EXPECT_EQ(set_engine_settings(id, &settings), 0);
         return id;
     }
