@@ -159,6 +159,7 @@ void saveConfocalImage(int channel, const char* label) {
 
 void saveEverything() {
     saveMapFiles();
+    placePictureWindows(); // they may have been closed since
     drawMap(mapWindow, channelPhotocurrent);
     drawColourBar(mapWindow);
     drawScaleLabels(mapWindow);

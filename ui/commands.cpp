@@ -229,6 +229,12 @@ void invertDrag() {
     releaseWindowContext(mainWindow, view);
 }
 
+// The button went up where this window did not hear of it: no selection, no click.
+void endLostDrag() {
+    dragging = false;
+    drawCameraFrame(cameraImage.pixels.get(), 0);
+}
+
 bool areaConfirmed(int widthPx, int heightPx) {
     const double umPerPixel = fieldWidthUm / fieldWidthPx * (wideView ? wideFactor : 1);
     const std::string caption =
@@ -296,7 +302,9 @@ void onKeyUp() {
 
 void onMouseMove(int x, int y, bool leftButtonHeld) {
     resetIdle();
-    if (!leftButtonHeld || !dragging || !inPicture(x, y)) return;
+    if (!dragging) return;
+    if (!leftButtonHeld) return endLostDrag();
+    if (!inPicture(x, y)) return;
     invertDrag();
     drawnRectangle.x2 = x;
     drawnRectangle.y2 = y;

@@ -85,6 +85,9 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
     case WM_CLOSE:
         onClose();
         return 0;
+    case WM_ENDSESSION: // the system ends the program right after this
+        if (wParam) onSessionEnd();
+        return 0;
     case WM_DESTROY:
         mainWindow = nullptr;
         forgetControlColumn();

@@ -1,0 +1,145 @@
+// Everything that can break while a map is taken: the run ends, the laser is off, what was measured
+// is saved.
+#include "tests/simulation/road.h"
+
+#include "app/program.h"
+#include "camera/camera.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "ui/control_ids.h"
+
+#include <algorithm>
+
+namespace {
+
+using FailureTest = RoadTest;
+
+// Cells of the map, in the order in which they were measured, that are not 0.
+size_t cellsMeasured() {
+    size_t count = 0;
+    for (const std::vector<float>& column : scanMap.maps[planePhotocurrent])
+        count += static_cast<size_t>(
+            std::count_if(column.begin(), column.end(), [](float value) { return value != 0.0f; }));
+    return count;
+}
+
+// Of the readings 1 to 19 of rows of 6 cells, the first of each row is discarded.
+constexpr size_t cellsBeforeReading20 = 19 - 3;
+
+void breakLab(const char* fault) {
+    ASSERT_TRUE(applyLabFaults(fault));
+}
+
+TEST_F(FailureTest, NoDeviceAtAll) {
+    libraries.allAbsent = true;
+    serial.refuseOpen = true;
+    writeSettings(8.0, true);
+    answer("No devices found", BoxAnswer::Ok);
+    answer("Error in  opening serial port", BoxAnswer::Ok);
+    answer("No Arduino devices found", BoxAnswer::Ok);
+    runRoad(30, 20);
+    ASSERT_GE(shownBoxes.size(), 3u);
+    EXPECT_EQ(shownBoxes[0].caption, "Scanner Error");
+    EXPECT_EQ(shownBoxes[1].caption, "Warning");
+    EXPECT_EQ(shownBoxes[2].caption, "Laser Error");
+    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(shownBoxes[i].owner, nullptr);
+    EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))),
+              std::vector<std::vector<double>>(3, std::vector<double>(4, 0.0)));
+    // The confocal maps hold the test pattern, which moves from point to point.
+    EXPECT_NE(scanMap.maps[planeRed][0][0], scanMap.maps[planeRed][3][0]);
+    EXPECT_EQ(stageX.positionUm, 0.0);
+}
+
+struct Fault {
+    const char* name;
+    const char* fault;
+    bool colours;        // the camera goes on
+    bool currents;       // the board goes on
+    bool wrongPlaceOnly; // points are measured where the stage stands
+};
+
+class FaultInScanTest : public RoadTest, public testing::WithParamInterface<Fault> {};
+
+TEST_P(FaultInScanTest, EndsAndSaves) {
+    writeSettings(2.0, true);
+    afterReadings(20, [] { breakLab(GetParam().fault); });
+    runRoad(12, 10);
+    const size_t points = static_cast<size_t>(scanArea.totalPoints);
+    EXPECT_EQ(cellsMeasured(), GetParam().currents ? points : cellsBeforeReading20);
+    EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
+              static_cast<size_t>(scanArea.rows));
+    EXPECT_NE(sessionFile("CONFOCAL"), "");
+    EXPECT_EQ(cameraState.connected, 0);               // released at the end
+    const int pwmLeft = GetParam().currents ? 0 : 204; // no command reaches an unplugged board
+    EXPECT_EQ(labLaserPwm(), pwmLeft);
+    const auto& information = historyOf(Field::Information);
+    const bool cameraComplained = std::find(information.begin(), information.end(),
+                                            "No camera detected") != information.end();
+    EXPECT_EQ(cameraComplained, !GetParam().colours);
+    const auto& progress = historyOf(Field::Progress);
+    const bool motionComplained =
+        std::find_if(progress.begin(), progress.end(), [](const std::string& text) {
+            return text == "Motor motion failure" || text == "Motor range limited";
+        }) != progress.end();
+    EXPECT_EQ(motionComplained, GetParam().wrongPlaceOnly);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Devices, FaultInScanTest,
+    testing::Values(Fault{"BoardUnplugged", "board unplugged", true, false, false},
+                    Fault{"CameraLost", "camera lost", false, true, false},
+                    Fault{"AxisStalled", "axis x stalled", true, true, true},
+                    Fault{"LimitSwitch", "limit x right at 0", true, true, true}),
+    [](const testing::TestParamInfo<Fault>& info) { return std::string(info.param.name); });
+
+TEST_F(FailureTest, WindowClosedWhileTheScanWaits) {
+    writeSettings(2.0, true);
+    afterReadings(20, [] { post(messageClose); });
+    runRoad(12, 10);
+    EXPECT_EQ(cellsMeasured(), cellsBeforeReading20 + 1); // the point under way is finished
+    EXPECT_NE(sessionFile("CONFOCAL"), "");
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_FALSE(labIlluminated());
+    EXPECT_NEAR(labStageUm(labX), 0, 2.01);
+    EXPECT_NE(contentOf("KST_Data/Config.txt"), "");
+}
+
+TEST_F(FailureTest, SessionFolderThatCannotBeMade) {
+    writeSettings(4.0, false);
+    foldersRefused = true;
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok);
+    runRoad(12, 8);
+    EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
+    EXPECT_EQ(cellsMeasured(), static_cast<size_t>(scanArea.totalPoints)) << "kept in memory";
+}
+
+TEST_F(FailureTest, NoMainWindowEndsWithoutSettings) {
+    mainWindowRefused = true;
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_EQ(contentOf("KST_Data/Config.txt"), "");
+}
+
+TEST_F(FailureTest, FiftyIdleSecondsSwitchEverythingOff) {
+    writeSettings(2.0, false);
+    when([] { return timerRuns(); },
+         [] {
+             postCommand(idIlluminationOff);
+             postCommand(idLaserOn);
+         });
+    at(45000, [] {
+        EXPECT_EQ(labLaserPwm(), 204);
+        EXPECT_EQ(cameraState.connected, 1);
+    });
+    at(70000, [] {
+        EXPECT_FALSE(labIlluminated());
+        EXPECT_EQ(labLaserPwm(), 0);
+        EXPECT_EQ(cameraState.connected, 0);
+        EXPECT_FALSE(timerRuns());
+        post(messageClose);
+    });
+    EXPECT_EQ(runProgram(1), 0);
+}
+
+} // namespace

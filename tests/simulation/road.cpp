@@ -1,0 +1,97 @@
+// Plays one run of the program.
+#include "tests/simulation/road.h"
+
+#include "app/program.h"
+#include "app/responsive_wait.h"
+#include "camera/spot.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/text_format.h"
+#include "ui/control_ids.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+
+void RoadTest::writeSettings(double step, bool confocal) {
+    const LabPixel spot = labSpotPixel();
+    writeDesktopFile("KST_Data/Config.txt",
+                     formatted("step:%.1f, laser:4.00, laser correct:(%d,%d), Ammeter:0, GPIB:18, "
+                               "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, %d\n",
+                               step, spot.column, spot.row, confocal ? 1 : 0));
+}
+
+static bool informationShown(const char* text) {
+    const std::vector<std::string>& shown = historyOf(Field::Information);
+    return std::find(shown.begin(), shown.end(), text) != shown.end();
+}
+
+void RoadTest::runRoad(double widthUm, double heightUm, BoxAnswer hysteresis) {
+    const int halfWidth = static_cast<int>(widthUm / labUmPerPixel / 2);
+    const int halfHeight = static_cast<int>(heightUm / labUmPerPixel / 2);
+    when([] { return timerRuns(); },
+         [=] {
+             // From the lower right to the upper left: any corner may come first.
+             postDrag(616 + halfWidth, 514 + halfHeight, 616 - halfWidth, 514 - halfHeight);
+         });
+    answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+    when([] { return textIn(Field::Progress) == "New scan area was selected."; },
+         [] { postCommand(idStart); });
+    answer("Hysteresis compensated. Is it okay?", hysteresis);
+    when([] { return informationShown("Mapping finished") && !processRunning; },
+         [] { post(messageClose); });
+    EXPECT_EQ(runProgram(1), 0);
+}
+
+void RoadTest::afterReadings(size_t readings, std::function<void()> action) {
+    when([readings] { return labCounters().analogReads >= readings; }, std::move(action));
+}
+
+LabPoint placeOfCell(int column, int mapRow) {
+    const int scannedRow = scanArea.rows - 1 - mapRow;
+    return {scanArea.offsetXUm + column * scanArea.scanStep +
+                (labSpotPixel().column - labCentreColumn) * labUmPerPixel,
+            scanArea.offsetYUm + scannedRow * scanArea.scanStep +
+                (labSpotPixel().row - labCentreRow) * labUmPerPixel};
+}
+
+bool agreesWithLandscape(double volts, LabPoint place, double zUm) {
+    constexpr double placeTolerance = 0.02;                // um: several microsteps
+    constexpr double tolerance = 4 * labAdcStepVolts;      // a step and five times the noise
+    constexpr double leastReading = 9.5 * labAdcStepVolts; // one digit counts as 0
+    double lowest = 1e9, highest = -1e9;
+    for (double dx : {-placeTolerance, 0.0, placeTolerance}) {
+        for (double dy : {-placeTolerance, 0.0, placeTolerance}) {
+            const double expected =
+                std::min(expectedVolts(place.x + dx, place.y + dy, scanArea.laserLevel, zUm), 5.0);
+            lowest = std::min(lowest, expected);
+            highest = std::max(highest, expected);
+        }
+    }
+    if (volts == 0.0) return lowest < leastReading + tolerance;
+    return volts > lowest - tolerance && volts < highest + tolerance;
+}
+
+std::vector<std::vector<double>> numbersOf(const std::string& text) {
+    std::vector<std::vector<double>> rows;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        rows.emplace_back();
+        std::istringstream cells(line);
+        for (std::string cell; std::getline(cells, cell, ',');)
+            rows.back().push_back(std::stod(cell));
+    }
+    return rows;
+}
+
+std::string sessionFile(const std::string& prefix) {
+    std::string found;
+    for (const std::string& name : filesOnDesktop()) {
+        const size_t slash = name.rfind('/');
+        if (name.compare(slash + 1, prefix.size(), prefix) != 0) continue;
+        EXPECT_EQ(found, "") << "more than one " << prefix;
+        found = name;
+    }
+    return found;
+}

@@ -1,0 +1,211 @@
+// Whole maps in the laboratory, compared with the sample that they were taken of.
+#include "tests/simulation/road.h"
+
+#include "camera/spot.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+using ScanTest = RoadTest;
+
+// Rows from the bottom of the map that must hold the landscape; the cells of `partial` more.
+void expectLandscape(int wholeRows, int partial, double zUm) {
+    const Map& map = scanMap.maps[planePhotocurrent];
+    int wrong = 0;
+    for (int scanned = 0; scanned < scanArea.rows; ++scanned) {
+        const int mapRow = scanArea.rows - 1 - scanned;
+        for (int column = 0; column < scanArea.cols; ++column) {
+            const double volts =
+                static_cast<double>(map[static_cast<size_t>(column)][static_cast<size_t>(mapRow)]);
+            const bool measured = scanned < wholeRows || (scanned == wholeRows && column < partial);
+            const LabPoint place = placeOfCell(column, mapRow);
+            const bool right = measured ? agreesWithLandscape(volts, place, zUm) : volts == 0.0;
+            if (!right && ++wrong < 10)
+                ADD_FAILURE() << "cell " << column << "," << mapRow << " at (" << place.x << ", "
+                              << place.y << ") holds " << volts << " V";
+        }
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+// The confocal maps are the spot's light times the sample's colour.
+void expectColours() {
+    const Rgb reference = textureAt(0, 0);
+    double scale = 0; // grey levels per reflectance, from the cell nearest to the centre
+    double nearest = 1e9;
+    const auto cell = [](int plane, int column, int row) {
+        return static_cast<double>(scanMap.maps[static_cast<size_t>(plane)][static_cast<size_t>(
+            column)][static_cast<size_t>(row)]);
+    };
+    for (int c = 0; c < scanArea.cols; ++c)
+        for (int r = 0; r < scanArea.rows; ++r) {
+            const LabPoint place = placeOfCell(c, r);
+            const double distance = std::hypot(place.x, place.y);
+            if (distance >= nearest) continue;
+            nearest = distance;
+            scale = cell(planeGreen, c, r) / textureAt(place.x, place.y).green;
+        }
+    EXPECT_GT(scale * reference.green, 40) << "the spot is too dark to tell colours";
+    int wrong = 0;
+    for (int c = 0; c < scanArea.cols; ++c)
+        for (int r = 0; r < scanArea.rows; ++r) {
+            const LabPoint place = placeOfCell(c, r);
+            const Rgb colour = textureAt(place.x, place.y);
+            const double expected[] = {colour.red, colour.green, colour.blue};
+            for (int plane : {planeRed, planeGreen, planeBlue}) {
+                const double level = scale * expected[plane - planeRed];
+                if (std::abs(cell(plane, c, r) - level) > 3 + 0.03 * level && ++wrong < 5)
+                    ADD_FAILURE() << "plane " << plane << " cell " << c << "," << r << ": "
+                                  << cell(plane, c, r) << " instead of " << level;
+            }
+        }
+    // Cells within a microstep of an edge may show either side.
+    EXPECT_LE(wrong, scanArea.totalPoints / 50);
+}
+
+TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
+    writeSettings(2.0, true);
+    runRoad(40, 30);
+
+    EXPECT_EQ(scanArea.cols, 20);
+    EXPECT_EQ(scanArea.rows, 15);
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+    expectColours();
+
+    // One reading before each row is thrown away.
+    EXPECT_EQ(labCounters().analogReads, static_cast<uint64_t>(readingsIn(20, 15)));
+    EXPECT_NEAR(labStageUm(labX), 0, 2.01); // home, but for the backlash
+    EXPECT_NEAR(labStageUm(labY), 0, 2.01);
+    EXPECT_EQ(stageX.positionUm, 0.0);
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_FALSE(labIlluminated()); // the program has ended
+
+    EXPECT_EQ(labCounters().boardErrors, 0u);
+    EXPECT_EQ(labCounters().cameraDevices, 0u);
+    EXPECT_EQ(labCounters().openAxes, 0u);
+    EXPECT_EQ(serial.openPorts, 0);
+}
+
+TEST_F(ScanTest, SavesWhatItMeasured) {
+    wallTime = {2026, 3, 7, 14, 5};
+    writeSettings(3.0, true);
+    runRoad(12, 9);
+
+    const std::string grid = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V.txt";
+    std::vector<std::string> expected = {"KST_Data/", "KST_Data/260307_14-05/",
+                                         "KST_Data/Config.txt"};
+    for (const char* prefix : {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"})
+        expected.push_back("KST_Data/260307_14-05/" + (prefix + grid));
+    for (const char* image :
+         {"optics(0)", "KST(1)", "CONF_R(2)", "CONF_G(3)", "CONF_B(4)", "CONFOCAL(5)"})
+        expected.push_back("KST_Data/260307_14-05/" + (image + std::string(".jpg")));
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(filesOnDesktop(), expected);
+
+    const auto saved = numbersOf(contentOf(sessionFile("Kestrel")));
+    ASSERT_EQ(saved.size(), 3u);
+    for (size_t row = 0; row < 3; ++row) {
+        ASSERT_EQ(saved[row].size(), 4u);
+        for (size_t column = 0; column < 4; ++column)
+            EXPECT_NEAR(saved[row][column],
+                        static_cast<double>(scanMap.maps[planePhotocurrent][column][row]), 1e-6);
+    }
+    EXPECT_EQ(historyOf(Field::Progress).back().substr(0, 5), "count"); // the move home
+    const auto& progress = historyOf(Field::Progress);
+    EXPECT_NE(std::find(progress.begin(), progress.end(), "Mapping: 100% done"), progress.end());
+    EXPECT_EQ(contentOf("KST_Data/Config.txt"),
+              "step:3.0, laser:4.00, laser correct:(640,500), Ammeter:0, GPIB:18, "
+              "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 1\n");
+}
+
+TEST_F(ScanTest, ApproachesEveryPointFromTheLeft) {
+    writeSettings(2.5, false);
+    runRoad(20, 10);
+    // Within a row the light only moves to the right, each row above the last.
+    const std::vector<LabRead>& reads = labReads();
+    ASSERT_EQ(reads.size(), static_cast<size_t>(readingsIn(scanArea.cols, scanArea.rows)));
+    const auto row = static_cast<size_t>(scanArea.cols) + 1;
+    for (size_t i = 0; i < reads.size(); ++i) {
+        const bool discarded = i % row == 0;
+        if (discarded && i > 0) {
+            EXPECT_GT(reads[i].sampleY, reads[i - 1].sampleY + 1);
+        }
+        if (!discarded && i % row > 1) {
+            EXPECT_NEAR(reads[i].sampleX - reads[i - 1].sampleX, 2.5, 0.02);
+        }
+    }
+}
+
+TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
+    writeSettings(2.0, true);
+    // 37 cells: three rows of 12 and one more, each row with its discarded reading.
+    afterReadings(3 * 13 + 2, [] { postCommand(idStart); });
+    answer("Do you want to stop process, now ?", BoxAnswer::Yes);
+    runRoad(24, 16);
+    ASSERT_EQ(scanArea.cols, 12);
+    expectLandscape(3, 1, labStageUm(labZ));
+    EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
+              static_cast<size_t>(scanArea.rows));
+    EXPECT_NE(sessionFile("CONFOCAL"), "");
+    EXPECT_NEAR(labStageUm(labX), 0, 2.01);
+    EXPECT_EQ(labLaserPwm(), 0);
+}
+
+TEST_F(ScanTest, StopThatIsNotMeantLosesNothing) {
+    writeSettings(2.0, false);
+    afterReadings(20, [] { postCommand(idStart); });
+    answer("Do you want to stop process, now ?", BoxAnswer::No);
+    afterReadings(30, [] { postClick(1300, 900); });
+    answer("Do you want to stop process, now ?", BoxAnswer::No);
+    runRoad(16, 12);
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+}
+
+TEST_F(ScanTest, DeclinedQuestionMeasuresNothingAndGoesHome) {
+    writeSettings(2.0, true);
+    runRoad(16, 12, BoxAnswer::No);
+    EXPECT_EQ(labCounters().analogReads, 0u);
+    expectLandscape(0, 0, 0);
+    for (const char* prefix : {"Kestrel", "ConfocalB", "KST", "CONFOCAL"})
+        EXPECT_NE(sessionFile(prefix), "") << prefix;
+    EXPECT_NEAR(labStageUm(labX), 0, 2.01);
+    const std::vector<std::string>& board = labBoardCommands();
+    EXPECT_EQ(std::count(board.begin(), board.end(), "G 5 204"), 0) << "the laser was on";
+}
+
+TEST_F(ScanTest, EditsAreRefusedWhileTheGridIsInUse) {
+    writeSettings(2.0, false);
+    afterReadings(10, [] {
+        typeInto(Field::ScanStep, "0.5");
+        postCall([] { enterScanStep(); });
+        postCommand(idReconnectStages);
+    });
+    runRoad(12, 10);
+    EXPECT_EQ(textIn(Field::ScanStep), "2.0");
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+}
+
+TEST_F(ScanTest, RefusedNumberedNameMakesANewFolder) {
+    wallTime = {2026, 3, 7, 14, 5};
+    writeSettings(4.0, false);
+    // Saved by hand in the middle, the map finds its name taken at the end, and the file system
+    // refuses the colon of the numbered name: the images go into a new folder.
+    afterReadings(5, [] { postCommand(idSaveMaps); });
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok,
+           [] { wallTime.minute = 6; });
+    runRoad(10, 10);
+    EXPECT_EQ(sessionFile("Kestrel"), "KST_Data/260307_14-05/Kestrel(3X3)Step4.0um "
+                                      "LaserIntensity16.0 Bias0.0V.txt");
+    EXPECT_EQ(sessionFile("KST("), "KST_Data/260307_14-06/KST(1).jpg");
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ)); // nothing is lost from memory
+}
+
+} // namespace
