@@ -7,6 +7,7 @@
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
+#include "platform/truncate.h"
 #include "ui/commands.h"
 #include "ui/live_view.h"
 #include "ui/screen.h"
@@ -29,10 +30,11 @@ constexpr int gainHighest = 20;
 constexpr int exposureLowestUs = 100;
 constexpr int exposureHighestUs = 500000;
 
+// Ten digits do not fit an int: read wider, so that a number that is too large stays on its side.
 std::optional<int> typedInteger(Field field) {
-    int value = 0;
-    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%d", &value) != 1) return {};
-    return value;
+    long long value = 0;
+    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%lld", &value) != 1) return {};
+    return truncated(static_cast<double>(value));
 }
 
 std::optional<float> typedNumber(Field field) {

@@ -183,8 +183,11 @@ void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colo
     }
 }
 
+// Corners in any order, as the window system takes them.
 template <class Visit>
 static void walkOutline(int left, int top, int right, int bottom, Visit visit) {
+    if (left > right) std::swap(left, right);
+    if (top > bottom) std::swap(top, bottom);
     for (int x = left; x < right; x++) {
         visit(x, top);
         if (bottom - 1 != top) visit(x, bottom - 1);
@@ -218,10 +221,9 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
 }
 
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom) {
-    walkOutline(std::min(left, right), std::min(top, bottom), std::max(left, right),
-                std::max(top, bottom), [&](int x, int y) {
-                    if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
-                });
+    walkOutline(left, top, right, bottom, [&](int x, int y) {
+        if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
+    });
 }
 
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,

@@ -1,0 +1,160 @@
+// What the operator types, presses and drags: clamps, refusals, and where the stage goes.
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "camera/spot.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "tests/doubles/doubles.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+
+#include <functional>
+
+namespace {
+
+class CommandsTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        createMainWindow(1);
+        onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
+        ASSERT_TRUE(openStages(2, motorSpeed));
+    }
+    // Takes and dispatches what waits now.
+    static void pump() {
+        for (Message message; takeMessage(message);) dispatchMessage(message);
+    }
+};
+
+TEST_F(CommandsTest, EditsClampWhatIsTyped) {
+    const std::function<double()> step = [] { return scanArea.scanStep; };
+    const std::function<double()> level = [] { return scanArea.laserLevel; };
+    const std::function<double()> gain = [] { return double{1} * cameraState.gain; };
+    const std::function<double()> exposure = [] { return cameraState.exposureUs; };
+    const std::function<double()> x = [] { return stageX.positionUm; };
+    const struct {
+        Field field;
+        void (*enter)();
+        const char *typed, *shown;
+        const std::function<double()>& value;
+        double expected;
+    } cases[] = {{Field::ScanStep, enterScanStep, "55", "40.0", step, 40.0},
+                 {Field::ScanStep, enterScanStep, "0.04", "0.1", step, 0.1},
+                 {Field::ScanStep, enterScanStep, "rubbish", "0.1", step, 0.1},
+                 {Field::ScanStep, enterScanStep, "nan", "0.1", step, 0.1},
+                 {Field::LaserIntensity, enterLaserIntensity, "25", "20.0", level, 5.0},
+                 {Field::LaserIntensity, enterLaserIntensity, "0", "1.0", level, 0.25},
+                 {Field::Gain, enterGain, "99", "20", gain, 20},
+                 {Field::Gain, enterGain, "-3", "1", gain, 1},
+                 {Field::Exposure, enterExposure, "1e9", "100", exposure, 100},
+                 {Field::Exposure, enterExposure, "9999999999", "500000", exposure, 500000},
+                 {Field::PositionX, enterPositionX, "37um", "37.0", x, 37},
+                 {Field::PositionX, enterPositionX, "far", "far", x, 37}};
+    for (const auto& each : cases) {
+        typeInto(each.field, each.typed);
+        each.enter();
+        EXPECT_EQ(textIn(each.field), each.shown) << each.typed;
+        EXPECT_NEAR(each.value(), each.expected, 0.01) << each.typed;
+    }
+    EXPECT_NEAR(labStageUm(labX), 37, 0.01);
+    typeInto(Field::PositionY, "3000000000"); // too far, but to the right
+    in(1000, [] { postClick(5000, 5000); });
+    enterPositionY();
+    EXPECT_GT(labStageUm(labY), 100);
+}
+
+TEST_F(CommandsTest, FarFocusMovesAreAsked) {
+    typeInto(Field::PositionZ, "2500");
+    answer("Are you sure the distance from objective lens to sample greater than 2mm.",
+           BoxAnswer::No);
+    enterPositionZ();
+    EXPECT_EQ(labStageUm(labZ), 0.0);
+    EXPECT_FALSE(timerRuns());
+    EXPECT_EQ(shownBoxes.back().caption, "Warning!");
+    typeInto(Field::PositionZ, "20");
+    enterPositionZ();
+    EXPECT_NEAR(labStageUm(labZ), 20, 0.01);
+    EXPECT_EQ(stageZ.engine.NomSpeed, 300u);
+    EXPECT_TRUE(timerRuns());
+}
+
+TEST_F(CommandsTest, KeysMoveUntilALetterBlocksThem) {
+    const struct {
+        uintptr_t key;
+        double x, y, z;
+    } cases[] = {{keyRight, 100, 0, 0}, {keyUp, 100, 100, 0},  {keyLeft, 0, 100, 0},
+                 {keyDown, 0, 0, 0},    {keyPageUp, 0, 0, 50}, {keyPageDown, 0, 0, 0},
+                 {'A', 0, 0, 0},        {keyRight, 0, 0, 0},   {keyPageUp, 0, 0, 0}};
+    const auto expectAt = [](double x, double y, double z) {
+        EXPECT_EQ(stageX.positionUm, x);
+        EXPECT_EQ(stageY.positionUm, y);
+        EXPECT_EQ(stageZ.positionUm, z);
+    };
+    for (const auto& each : cases) {
+        postKey(each.key);
+        pump();
+        expectAt(each.x, each.y, each.z);
+    }
+    post(messageLeftButtonDown, 1, 5000);
+    postKey(keyRight);
+    pump();
+    expectAt(100, 0, 0);
+    for (const int id : {idMoveXMinus, idMoveYPlus, idFocusUp, idFocusUpFast, idFocusDown}) {
+        postCommand(id);
+        pump();
+    }
+    expectAt(0, 100, 5);
+    EXPECT_EQ(textIn(Field::PositionZ), "5.0");
+}
+
+TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
+    laserOffset = {640, 500};
+    answer("If you want to move this position", BoxAnswer::Yes);
+    postDrag(716, 414, 726, 404);
+    pump();
+    EXPECT_NEAR(labStageUm(labX), 110 * labUmPerPixel, 0.01); // where the button was let go
+    EXPECT_NEAR(labStageUm(labY), (1028 - 404 - 514) * labUmPerPixel, 0.01);
+    answer("If you want to move this position", BoxAnswer::No); // under the spot
+    postClick(660, 1028 - 520);
+    pump();
+    EXPECT_NEAR(labStageUm(labX), 130 * labUmPerPixel, 0.01);
+    EXPECT_NEAR(labStageUm(labY), 130 * labUmPerPixel, 0.01);
+
+    answer("Do you want to set it for next scan area", BoxAnswer::No);
+    postDrag(100, 100, 111, 100);
+    pump();
+    EXPECT_EQ(scanArea.rectX2, 0);
+    EXPECT_EQ(shownBoxes.back().caption, "Area: 1.6 um x 0.0 um");
+    answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+    postDrag(400, 300, 200, 500);
+    pump();
+    EXPECT_EQ(scanArea.cols, 30);
+    EXPECT_EQ(scanMap.maps[planeBlue].size(), 30u);
+    EXPECT_EQ(textIn(Field::Progress), "New scan area was selected.");
+    EXPECT_EQ(mainWindow->client.at(300, 300), 0x00FF00u);
+    ASSERT_EQ(savedImages.size(), 1u);
+    EXPECT_TRUE(savedImages[0].path.ends_with(L"\\optics(0).jpg"));
+    EXPECT_EQ(savedImages[0].pixels[300 * 1232 + 300], 0x00FF00u);
+    EXPECT_EQ(savedImages[0].pixels[400 * 1232 + 300], mainWindow->client.at(300, 400));
+}
+
+TEST_F(CommandsTest, DraggingLeavesNoTrace) {
+    const std::vector<uint32_t> before = mainWindow->client.pixels;
+    post(messageLeftButtonDown, 1, 300 << 16 | 400);
+    for (const int x : {420, 500, 350, 600}) post(messageMouseMove, 1, 350 << 16 | x);
+    pump();
+    int changed = 0;
+    for (int y = 310; y < 1028; y++) { // below the mark of the first corner
+        for (int x = 0; x < 1232; x++) {
+            changed += mainWindow->client.at(x, y) != before[static_cast<size_t>(y * 1446 + x)];
+        }
+    }
+    EXPECT_EQ(changed, 2 * 39 + 200) << "more or less than the last rectangle";
+    answer("Do you want to set it for next scan area", BoxAnswer::No);
+    post(messageLeftButtonUp);
+    pump();
+}
+
+} // namespace
