@@ -70,8 +70,8 @@ static void mapTheDevice(Program& program) {
 
     say("Drag over the device.");
     constexpr double pixelsPerUm = 1 / labUmPerPixel;
-    constexpr int halfWidth = static_cast<int>(20 * pixelsPerUm);
-    constexpr int halfHeight = static_cast<int>(15 * pixelsPerUm);
+    constexpr int halfWidth = static_cast<int>(20 * pixelsPerUm) + 1;
+    constexpr int halfHeight = static_cast<int>(15 * pixelsPerUm) + 1;
     drag(program, labCentreColumn - halfWidth, labCentreRow - halfHeight,
          labCentreColumn + halfWidth, labCentreRow + halfHeight);
     answer(program, "Do you want to set it for next scan area", IDYES);

@@ -248,23 +248,37 @@ TEST_F(Laboratory, SavesAndGoesDarkWhenClosedInAScan) {
 
 TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
     ASSERT_NO_FATAL_FAILURE(start(2.0));
-    // One grid for each, so that no name occurs twice.
-    const Area areas[] = {
-        {600, 490, 630, 520, 2.0, 3, 3},
-        {600, 490, 644, 520, 2.0, 4, 3},
-        {600, 490, 658, 520, 2.0, 5, 3},
+    struct Case {
+        const char* fault;
+        Area area; // a grid of its own for each, so that no name occurs twice
     };
-    const char* faults[] = {"camera lost\n", "axis x stalled\n", "board unplugged\n"};
-    for (int i = 0; i < 3; i++) {
-        SCOPED_TRACE(faults[i]);
-        ASSERT_NO_FATAL_FAILURE(select(areas[i]));
+    const Case cases[] = {
+        {"camera lost\n", {600, 490, 630, 520, 2.0, 3, 3}},
+        {"limit x right at 0\n", {600, 490, 658, 520, 2.0, 5, 3}},
+        {"axis x stalled\n", {600, 490, 644, 520, 2.0, 4, 3}},
+        {"board unplugged\n", {600, 490, 672, 520, 2.0, 6, 3}},
+    };
+    for (const auto& [fault, area] : cases) {
+        SCOPED_TRACE(fault);
+        ASSERT_NO_FATAL_FAILURE(select(area));
         ASSERT_NO_FATAL_FAILURE(startScan());
-        ASSERT_TRUE(await([&] { return percentDone() >= 34; }, patiently));
-        breakLaboratory(program.folder, faults[i]);
+        ASSERT_TRUE(await([&] { return percentDone() >= 33; }, patiently));
+        breakLaboratory(program.folder, fault);
         ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
-        EXPECT_EQ(readMap(session() / areas[i].mapName("Kestrel")).size(), 3U);
-        if (i == 0) expectLandscape(areas[i], 3);
         breakLaboratory(program.folder, "");
+
+        std::string what = fault;
+        if (what.starts_with("camera")) {
+            expectLandscape(area, area.rows);
+            continue;
+        }
+        // From its third point on the last row was measured where the stage stood, or not at all.
+        auto map = readMap(session() / area.mapName("Kestrel"));
+        ASSERT_EQ(map.size(), 3U);
+        ASSERT_EQ(map[0].size(), static_cast<size_t>(area.columns));
+        auto [least, most] = std::minmax_element(map[0].begin() + 2, map[0].end());
+        EXPECT_LE(*most - *least, 5 * labAdcStepVolts);
+        EXPECT_EQ(*most == 0, what.starts_with("board"));
     }
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 }
