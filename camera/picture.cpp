@@ -1,10 +1,11 @@
-// Converts raw frames: the work of every frame, so it runs eight cells at a time.
+// Converts raw frames: the work of every frame, so it takes sixteen cells at a time where
+// the processor can.
 #include "camera/picture.h"
 
 #include "ui/screen.h"
 
 #include <algorithm>
-#include <emmintrin.h>
+#include <immintrin.h>
 #include <new>
 
 int32_t imageWidth = 1232;
@@ -35,27 +36,47 @@ void putCell(uint8_t* out, Cell cell) {
     out[2] = cell.red;
 }
 
-// Converts `count` cells of one row pair, a multiple of 8. A little-endian 16-bit load of the upper
-// raw row holds red low and green high, of the lower row green low and blue high.
-void convertCells(const uint8_t* upper, uint8_t* out, int32_t width, int32_t count, bool blue) {
-    const __m128i lowBytes = _mm_set1_epi16(0x00FF);
-    const __m128i unwritten = _mm_set1_epi32(static_cast<int>(0xFF000000));
-    const __m128i keptUpper = blue ? _mm_setzero_si128() : _mm_set1_epi8(-1);
-    const __m128i keptLower = blue ? _mm_set1_epi16(static_cast<short>(0xFF00)) : keptUpper;
-    for (int32_t cell = 0; cell < count; cell += 8) {
-        const __m128i top = _mm_and_si128(
-            keptUpper, _mm_loadu_si128(reinterpret_cast<const __m128i*>(upper + 2 * cell)));
-        const __m128i bottom = _mm_and_si128(
-            keptLower, _mm_loadu_si128(reinterpret_cast<const __m128i*>(upper + width + 2 * cell)));
-        const __m128i green = _mm_srli_epi16(
-            _mm_add_epi16(_mm_srli_epi16(top, 8), _mm_and_si128(bottom, lowBytes)), 1);
-        const __m128i greenBlue = _mm_or_si128(_mm_slli_epi16(green, 8), _mm_srli_epi16(bottom, 8));
-        const __m128i red = _mm_and_si128(top, lowBytes);
-        auto* pixels = reinterpret_cast<__m128i*>(out + 4 * cell);
-        const __m128i kept0 = _mm_and_si128(_mm_loadu_si128(pixels), unwritten);
-        const __m128i kept1 = _mm_and_si128(_mm_loadu_si128(pixels + 1), unwritten);
-        _mm_storeu_si128(pixels, _mm_or_si128(_mm_unpacklo_epi16(greenBlue, red), kept0));
-        _mm_storeu_si128(pixels + 1, _mm_or_si128(_mm_unpackhi_epi16(greenBlue, red), kept1));
+constexpr int32_t cellsAtOnce = 16;
+
+bool canConvertAtOnce() {
+    static const bool can = __builtin_cpu_supports("avx2");
+    return can;
+}
+
+__attribute__((target("avx2"))) inline __m256i load(const uint8_t* bytes) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
+}
+
+// Converts `count` cells of one row pair, a multiple of cellsAtOnce. A little-endian 16-bit load of
+// the upper raw row holds red low and green high, of the lower row green low and blue high.
+__attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t* out,
+                                                   int32_t width, int32_t count, bool blue) {
+    const __m256i lowBytes = _mm256_set1_epi16(0x00FF);
+    const __m256i unwritten = _mm256_set1_epi32(static_cast<int>(0xFF000000));
+    const __m256i keptUpper = blue ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
+    const __m256i keptLower = blue ? _mm256_set1_epi16(static_cast<short>(0xFF00)) : keptUpper;
+    for (int32_t cell = 0; cell < count; cell += cellsAtOnce) {
+        // Two row pairs ahead: a fresh frame comes from memory, and its rows are short.
+        __builtin_prefetch(upper + 2 * cell + 4 * width);
+        __builtin_prefetch(upper + 2 * cell + 5 * width);
+        const __m256i top = _mm256_and_si256(keptUpper, load(upper + 2 * cell));
+        const __m256i bottom = _mm256_and_si256(keptLower, load(upper + width + 2 * cell));
+        const __m256i green = _mm256_srli_epi16(
+            _mm256_add_epi16(_mm256_srli_epi16(top, 8), _mm256_and_si256(bottom, lowBytes)), 1);
+        const __m256i blueGreen =
+            _mm256_or_si256(_mm256_slli_epi16(green, 8), _mm256_srli_epi16(bottom, 8));
+        const __m256i red = _mm256_and_si256(top, lowBytes);
+        // Interleaving works in halves of a register: pixels 0-3 and 8-11, then 4-7 and 12-15.
+        const __m256i outer = _mm256_unpacklo_epi16(blueGreen, red);
+        const __m256i inner = _mm256_unpackhi_epi16(blueGreen, red);
+        uint8_t* first = out + 4 * cell;
+        uint8_t* second = first + 32;
+        const __m256i pixels0 = _mm256_permute2x128_si256(outer, inner, 0x20);
+        const __m256i pixels1 = _mm256_permute2x128_si256(outer, inner, 0x31);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(first),
+                            _mm256_or_si256(pixels0, _mm256_and_si256(load(first), unwritten)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(second),
+                            _mm256_or_si256(pixels1, _mm256_and_si256(load(second), unwritten)));
     }
 }
 
@@ -70,9 +91,13 @@ void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* ou
     for (int32_t y = 0; y < height; y += 2) {
         const int32_t rowSource = y * width;
         const int32_t rowTarget = (height - y - 2) * width;
-        const int32_t whole = std::clamp((lastSource - rowSource) / 2, 0, width / 2) / 8 * 8;
-        convertCells(raw + rowSource, out + rowTarget, width, whole, blueOnly != 0);
-        for (int32_t x = 2 * whole; x < width; x += 2) {
+        int32_t converted = 0;
+        if (canConvertAtOnce()) {
+            const int32_t unclamped = std::clamp((lastSource - rowSource) / 2, 0, width / 2);
+            converted = unclamped / cellsAtOnce * cellsAtOnce;
+            convertAtOnce(raw + rowSource, out + rowTarget, width, converted, blueOnly != 0);
+        }
+        for (int32_t x = 2 * converted; x < width; x += 2) {
             const int32_t source = std::min(rowSource + x, lastSource);
             const int32_t target = std::min(rowTarget + 2 * x, lastTarget);
             putCell(out + target, cellAt(raw, source, width));

@@ -1,0 +1,189 @@
+// What the operator waits for in the real windows: a live row, a live-view tick, a map point, and
+// what a waiting program costs. With the laboratory's DLLs beside it the map points are measured
+// too. Run it under tests/window/run_under_wine.sh --cable, or on Windows.
+#include "app/program.h"
+#include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "instruments/ammeter.h"
+#include "mapping/map_rendering.h"
+#include "mapping/raster_scan.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/win32/handles.h"
+#include "ui/screen.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+double nowMs() {
+    LARGE_INTEGER count, frequency;
+    QueryPerformanceCounter(&count);
+    QueryPerformanceFrequency(&frequency);
+    return static_cast<double>(count.QuadPart) * 1000.0 / static_cast<double>(frequency.QuadPart);
+}
+
+// Median of single runs, ms.
+double medianMs(int runs, const std::function<void()>& work) {
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        const double start = nowMs();
+        work();
+        GdiFlush();
+        times.push_back(nowMs() - start);
+    }
+    std::nth_element(times.begin(), times.begin() + runs / 2, times.end());
+    return times[static_cast<size_t>(runs / 2)];
+}
+
+void setGrid(int columns, int rows, double step) {
+    scanArea.scanStep = step;
+    computeScanArea(scanArea);
+    const double px = static_cast<double>(scanArea.stepPx);
+    scanArea.rectX1 = 616;
+    scanArea.rectY1 = 514;
+    scanArea.rectX2 = 616 + static_cast<int>(px * (columns - 1) + 1);
+    scanArea.rectY2 = 514 - static_cast<int>(rows > 1 ? px * (rows - 1) + 1 : 0);
+    computeScanArea(scanArea);
+    allocateMaps();
+}
+
+// The same squares as drawMapRow, pixel by pixel.
+void drawRowBySetPixel(const Map& map, int row) {
+    HWND window = native(mapWindow);
+    HDC dc = GetDC(window);
+    float lowest = map[0][static_cast<size_t>(row)], highest = lowest;
+    for (const auto& column : map) {
+        lowest = std::min(lowest, column[static_cast<size_t>(row)]);
+        highest = std::max(highest, column[static_cast<size_t>(row)]);
+    }
+    const int cell = scanArea.cellPx;
+    for (size_t column = 0; column < map.size(); ++column) {
+        const float value = map[column][static_cast<size_t>(row)];
+        const auto level = static_cast<int>((value - lowest) * 1023.0f / (highest - lowest));
+        for (int i = 0; i < cell; ++i)
+            for (int j = 0; j < cell; ++j)
+                SetPixel(dc, static_cast<int>(column) * cell + i, row * cell + j, colourOf(level));
+    }
+    ReleaseDC(window, dc);
+}
+
+std::vector<COLORREF> pixelsOfRow(int row) {
+    HDC dc = GetDC(native(mapWindow));
+    const int cell = scanArea.cellPx;
+    std::vector<COLORREF> pixels;
+    for (int y = row * cell; y < (row + 1) * cell; ++y)
+        for (int x = 0; x < scanArea.cols * cell; ++x) pixels.push_back(GetPixel(dc, x, y));
+    ReleaseDC(native(mapWindow), dc);
+    return pixels;
+}
+
+bool benchRows() {
+    setGrid(40, 30, 1.0);
+    Map& map = scanMap.maps[planePhotocurrent];
+    for (size_t column = 0; column < map.size(); ++column)
+        for (size_t row = 0; row < map[column].size(); ++row)
+            map[column][row] = static_cast<float>((column * 37 + row * 91) % 101);
+    showMapWindow(channelPhotocurrent);
+    paintPending(mapWindow);
+
+    drawMapRow(mapWindow, map, 3);
+    const std::vector<COLORREF> atOnce = pixelsOfRow(3);
+    drawMapRow(mapWindow, map, 4); // something else in between
+    drawRowBySetPixel(map, 3);
+    const bool same = atOnce == pixelsOfRow(3);
+
+    const double row = medianMs(201, [&] { drawMapRow(mapWindow, map, 5); });
+    const double bySetPixel = medianMs(21, [&] { drawRowBySetPixel(map, 5); });
+    std::printf("row of %d cells of %d px: drawMapRow %.3f ms, SetPixel %.3f ms, ratio %.0f "
+                "(wanted: at least 30), same pixels: %s\n",
+                scanArea.cols, scanArea.cellPx, row, bySetPixel, bySetPixel / row,
+                same ? "yes" : "NO");
+    return same;
+}
+
+void benchTick() {
+    const double convert = medianMs(
+        101, [] { convertBayerFrame(cameraImage, cameraState.frame, cameraImage.pixels.get()); });
+    const double draw = medianMs(101, [] { drawCameraFrame(cameraImage.pixels.get(), 0); });
+    std::printf("live-view tick: convert %.2f ms + draw %.2f ms = %.1f %% of 100 ms (wanted: under "
+                "5 %%)\n",
+                convert, draw, convert + draw);
+}
+
+double processCpuMs() {
+    FILETIME created, ended, kernel, user;
+    GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
+    const auto ms = [](FILETIME time) {
+        return (static_cast<double>(time.dwHighDateTime) * 4294967296.0 + time.dwLowDateTime) / 1e4;
+    };
+    return ms(kernel) + ms(user);
+}
+
+void benchWaiting() {
+    processRunning = 1;
+    const double cpu = processCpuMs(), start = nowMs();
+    for (int i = 0; i < 60; ++i) waitResponsive(50);
+    const double elapsed = nowMs() - start;
+    std::printf("waiting: 60 waits of 50 ms took %.0f ms and %.2f %% of a core (wanted: under 3 "
+                "%%)\n",
+                elapsed, (processCpuMs() - cpu) / elapsed * 100.0);
+    processRunning = 0;
+}
+
+double mappingMs(int columns) {
+    setGrid(columns, 1, 2.0);
+    std::atomic<bool> done{false};
+    std::thread operatorSaysYes([&] {
+        while (!done) {
+            if (HWND box = FindWindowA("#32770", "Scan area checking"))
+                PostMessageA(box, WM_COMMAND, IDYES, 0);
+            Sleep(10);
+        }
+    });
+    processRunning = 1;
+    stopRequested = 0;
+    const double start = nowMs();
+    runMapping();
+    const double elapsed = nowMs() - start;
+    processRunning = 0;
+    done = true;
+    operatorSaysYes.join();
+    return elapsed;
+}
+
+void benchPoints() {
+    confocalEnabled = 0;
+    const double reading = medianMs(51, [] { readPhotocurrent(); });
+    const double few = mappingMs(10);
+    const double many = mappingMs(70);
+    const double point = (many - few) / 60.0;
+    const double travel = 2.0 / (motorSpeed * umPerFullStep) * 1000.0;
+    const double demanded = 50.0 + 10.0 + 2.0 + travel + reading;
+    std::printf("map point: %.2f ms; demanded: 62 ms of waits + %.1f ms travel of 2 um + %.2f ms "
+                "reading = %.2f ms; ratio %.3f (wanted: at most 1.05)\n",
+                point, travel, reading, demanded, point / demanded);
+}
+
+} // namespace
+
+int main() {
+    if (!startUp(SW_SHOW)) return 1;
+    const bool same = benchRows();
+    benchTick();
+    benchWaiting();
+    if (stageX.axisNumber != 0) benchPoints();
+    std::fflush(stdout);
+    destroyMainWindow();
+    shutDown();
+    return same ? 0 : 1;
+}
