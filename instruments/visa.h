@@ -1,0 +1,40 @@
+// Our declarations of the part of the VISA library that is used. A negative status is an error.
+#pragma once
+
+#include <cstdint>
+
+using ViStatus = int32_t;
+using ViSession = uint32_t; // sessions and find lists; 0 is none
+
+constexpr uint32_t viAttrTimeout = 0x3FFF001A; // ms
+constexpr int viDescriptionSize = 256;         // bytes of a descriptor or a status text
+
+// What a call answers whose library or function is not there (VI_ERROR_LIBRARY_NFOUND).
+constexpr ViStatus viLibraryMissing = static_cast<ViStatus>(0xBFFF009Eu);
+
+struct Visa {
+    ViStatus (*viOpenDefaultRM)(ViSession* manager) = [](ViSession*) { return viLibraryMissing; };
+    ViStatus (*viFindRsrc)(ViSession manager, const char* expression, ViSession* list,
+                           uint32_t* count, char* descriptor) =
+        [](ViSession, const char*, ViSession*, uint32_t*, char*) { return viLibraryMissing; };
+    ViStatus (*viFindNext)(ViSession list, char* descriptor) = [](ViSession, char*) {
+        return viLibraryMissing;
+    };
+    ViStatus (*viOpen)(ViSession manager, const char* name, uint32_t accessMode, uint32_t timeout,
+                       ViSession* session) = [](ViSession, const char*, uint32_t, uint32_t,
+                                                ViSession*) { return viLibraryMissing; };
+    ViStatus (*viClose)(ViSession object) = [](ViSession) { return viLibraryMissing; };
+    ViStatus (*viSetAttribute)(ViSession object, uint32_t attribute, uint64_t value) =
+        [](ViSession, uint32_t, uint64_t) { return viLibraryMissing; };
+    ViStatus (*viStatusDesc)(ViSession object, ViStatus status, char* text) =
+        [](ViSession, ViStatus, char*) { return viLibraryMissing; };
+    ViStatus (*viRead)(ViSession session, uint8_t* buffer, uint32_t count, uint32_t* returned) =
+        [](ViSession, uint8_t*, uint32_t, uint32_t*) { return viLibraryMissing; };
+    ViStatus (*viWrite)(ViSession session, const uint8_t* buffer, uint32_t count,
+                        uint32_t* returned) = [](ViSession, const uint8_t*, uint32_t, uint32_t*) {
+        return viLibraryMissing;
+    };
+};
+
+// Loads VISA64.dll, by name and then by the standard's ordinals.
+Visa loadVisa();
