@@ -30,14 +30,6 @@ constexpr int illuminationOnLevel = 5; // what the board expects for "on"
 constexpr double outputFullScaleVolts = 5.0;
 constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
 
-double valueOfRaw(const LaserLink& link, int channel, int32_t raw) {
-    return raw * 5.0 / 4.0 / 8.0 / link.channelScale[channel];
-}
-
-int32_t rawOfValue(const LaserLink& link, int channel, double value) {
-    return truncated(value * 0.2 * 4.0 * 8.0 * link.channelScale[channel]);
-}
-
 bool isChannel(int channel) {
     return channel >= 0 && channel <= 2;
 }
@@ -78,11 +70,19 @@ int setUpLine(LaserLink& link) {
 // Formats the channel's letter command with the value in the board's units and sends it.
 void sendChannelCommand(LaserLink& link, const char letters[3], int channel, double value) {
     std::snprintf(link.commandText, sizeof link.commandText, "%c%d", letters[channel],
-                  rawOfValue(link, channel, value));
+                  laserChannelRaw(link, channel, value));
     laserSend(link, link.commandText);
 }
 
 } // namespace
+
+double laserChannelFromRaw(const LaserLink& link, int channel, int32_t raw) {
+    return raw * 5.0 / 4.0 / 8.0 / link.channelScale[channel];
+}
+
+int32_t laserChannelRaw(const LaserLink& link, int channel, double value) {
+    return truncated(value * 0.2 * 4.0 * 8.0 * link.channelScale[channel]);
+}
 
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     const std::string pcCommPort = formatted("\\\\.\\COM%d", link.comPort);
@@ -117,7 +117,7 @@ int laserWrite(LaserLink& link, const char* text) {
     const auto count = static_cast<uint32_t>(std::strlen(text) + 1);
     link.lastResult = writeSerial(link.portHandle, text, count, link.bytesMoved);
     if (link.lastResult) return 1;
-    link.disconnected = 1;
+    closeLaserLink(link); // a held port could never be opened again
     return 0;
 }
 
@@ -174,7 +174,7 @@ double laserChannelValue(LaserLink& link, int channel) {
             std::snprintf(link.wireText, sizeof link.wireText, "%s", reply);
             int raw = 0;
             if (std::sscanf(link.wireText, "%d", &raw) == 1)
-                link.channelValue[channel] = valueOfRaw(link, channel, raw);
+                link.channelValue[channel] = laserChannelFromRaw(link, channel, raw);
         }
     }
     return link.channelValue[channel];

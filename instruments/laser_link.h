@@ -47,6 +47,10 @@ float laserAnalogRead(LaserLink& link, int pin, int n); // volts, 0..5 in steps 
 void laserDigitalWrite(LaserLink& link, int pin, int level);
 void laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
 
+// The board's unit of a channel (a raw count) and back, by the channel's scale.
+int32_t laserChannelRaw(const LaserLink& link, int channel, double value);
+double laserChannelFromRaw(const LaserLink& link, int channel, int32_t raw);
+
 // Channels 0..2. A channel outside sends nothing.
 double laserChannelValue(LaserLink& link, int channel);
 void laserChannelSetting(LaserLink& link, int channel, int32_t value);
