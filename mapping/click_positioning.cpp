@@ -25,8 +25,8 @@ void moveToClickedPoint(int x, int y) {
     double dx = x;
     double dy = row;
     if (answer == BoxAnswer::Yes) {
-        dx -= imageWidth / 2;
-        dy -= imageHeight / 2;
+        dx -= imageWidth / 2.0;
+        dy -= imageHeight / 2.0;
     } else if (answer == BoxAnswer::No) {
         dx -= laserOffset.x;
         dy -= laserOffset.y;
