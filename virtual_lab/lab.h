@@ -70,6 +70,62 @@ double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm)
 constexpr double labAdcStepVolts = 5.0 / 1024.0;
 constexpr double labAdcNoiseVolts = 0.5 * labAdcStepVolts; // rms
 
+// --- The contacts --------------------------------------------------------------------------------
+// One instrument at a time lies across the sample's two contacts, which conduct like two diodes
+// against each other: the current is a dark current that saturates on both sides (about 50 nA at
+// 0.5 V) and the photocurrent (0.9 uA at landscape 1, intensity 4.0 V, in focus, and a tenth more
+// for each volt on either side).
+
+// Noiseless current in amperes for a laser spot at a sample point, an intensity setting in volts, a
+// stage height in um and a voltage across the contacts.
+double expectedCurrent(double xUm, double yUm, double laserLevelVolts, double zUm,
+                       double biasVolts);
+
+double labPhotoCurrent(double biasVolts); // the photocurrent's part of it now, A
+double labDarkCurrent(double biasVolts);  // A
+
+double labBiasVolts();    // what the sources whose output is on have been set to; else 0
+double labCurrentLimit(); // A; of the source whose output is on, infinite when none is
+bool labOutputOn();
+
+// rms noise of every current reading, as a part of the range it was taken in. Ranges of the
+// multimeter: 2 uA to 20 mA in decades; of the sourcemeters 10 nA to 1 A, of the analyzer 1 nA to
+// 100 mA, likewise. Steps: 1/200000 of the range, 1/1000000 and the five digits of the reply.
+constexpr double labRangeNoise = 2e-5;
+constexpr double labScopeNoiseVolts = 0.002; // rms
+
+// --- The instruments -----------------------------------------------------------------------------
+
+enum LabInstrument : int {
+    labMultimeter,     // on the GPIB bus; at first at address 18
+    labSourcemeter,    // on the GPIB bus; 24
+    labAnalyzer,       // on the GPIB bus (17) and on the network (192.168.0.10, 1225)
+    labUsbSourcemeter, // USB0::0x05E6::0x2450::04437886::INSTR
+    labScope,          // USB0::0x0699::0x0368::C010001::INSTR
+    labSecondScope,    // there when the fault file says so; C010002, found after the first
+    labInstrumentCount,
+};
+
+// Moves one of the first three to another primary address, 1..30; what stood there leaves the bus.
+void setLabGpibAddress(LabInstrument instrument, int address);
+void setLabAnalyzerNetwork(const std::string& address, int port);
+
+// Every message that an instrument got, byte for byte.
+const std::vector<std::string>& labInstrumentCommands(LabInstrument instrument);
+
+// The instrument's errors, oldest first, as "-113 :SOUR:VLT 1": the number that it has for it and
+// the command. Asking the instrument for its errors does not take them out of here.
+const std::vector<std::string>& labInstrumentErrors(LabInstrument instrument);
+
+struct LabMeasurement {
+    LabInstrument by;
+    double timeMs;
+    double sampleX, sampleY; // um, under the laser spot
+    double biasVolts;
+    double value; // as answered, with noise: A or V
+};
+const std::vector<LabMeasurement>& labMeasurements();
+
 // --- What happened ------------------------------------------------------------------------------
 
 struct LabRead {
@@ -82,9 +138,14 @@ struct LabCounters {
     uint64_t analogReads = 0;
     uint64_t moves = 0; // move commands that a controller took
     uint64_t frames = 0;
-    uint64_t boardErrors = 0;   // commands that the board did not understand
-    uint64_t cameraDevices = 0; // camera devices made and not destroyed
-    uint64_t openAxes = 0;      // controllers open now
+    uint64_t boardErrors = 0;      // commands that the board did not understand
+    uint64_t cameraDevices = 0;    // camera devices made and not destroyed
+    uint64_t openAxes = 0;         // controllers open now
+    uint64_t instrumentErrors = 0; // of all instruments
+    uint64_t gpibDescriptors = 0;  // devices on the GPIB bus opened and not taken offline
+    uint64_t deviceClears = 0;     // that reached an instrument on the bus
+    uint64_t visaSessions = 0;     // open now: resource managers, find lists and instruments
+    uint64_t networkLinks = 0;     // connections to the analyzer open now, 0 or 1
 };
 
 // The references stay valid; the contents change with every call into the laboratory. The logs
@@ -102,6 +163,24 @@ const std::vector<LabRead>& labReads();
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
 //   backlash x|y|z <um>
+//   gpib absent                         no GPIB board
+//   gpib error                          every call that uses the bus fails
+//   gpib error ibdev|ibclr|ibwrt|ibrd|ibonl [<n>]   only these, from the n-th from now on
+//   gpib multimeter|sourcemeter|analyzer at <address>   whatever setLabGpibAddress said
+//   visa absent                         no resource manager
+//   visa empty                          a search finds nothing and succeeds
+//   scope count 1|2
+//   <who> absent                        switched off
+//   <who> refused                       its link cannot be opened (network and USB)
+//   <who> stuck                         takes nothing, says nothing
+//   <who> silent                        takes everything, says nothing
+//   <who> garbage                       answers without any digit
+//   <who> unterminated                  answers without a line feed
+//   <who> long                          numbers of 40 characters (scopes) or 120 (the others)
+// <who> is multimeter, sourcemeter, analyzer, k2450, scope, or instrument: all of them. A search
+// for USB instruments finds the k2450, too, and before the scopes: the scope alone switched off,
+// the last one found is the k2450.
+//
 // An empty text mends everything. False, and nothing changed, when a line is not one of these.
 bool applyLabFaults(const std::string& text);
 
@@ -115,8 +194,8 @@ bool labBoardConnected(); // the line has not been unplugged
 void boardReceive(const void* bytes, size_t count);
 std::string takeBoardReply(); // what the board has sent since the last call
 
-// The vendor's function by file name ("libximc.dll", "PylonC_v9.dll", any case) and name; null when
-// there is none.
+// The vendor's function by file name ("libximc.dll", "PylonC_v9.dll", "ni4882.dll", "VISA64.dll",
+// "KXCIclient64.dll", any case) and name; null when there is none.
 void* virtualLabFunction(const char* library, const char* name);
 
 constexpr int labRawWidth = 2464, labRawHeight = 2056;
