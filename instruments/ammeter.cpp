@@ -1,7 +1,11 @@
 // Switches every operation on the selected kind of instrument.
 #include "instruments/ammeter.h"
 
+#include "instruments/analyzer.h"
+#include "instruments/gpib.h"
 #include "instruments/laser_link.h"
+#include "instruments/tektronics.h"
+#include "instruments/usb_sourcemeter.h"
 #include "platform/message_box.h"
 #include "ui/screen.h"
 
@@ -66,32 +70,82 @@ bool isKind(int32_t kind) {
     return kind >= 0 && kind < equipmentKindCount;
 }
 
-// Opens the link to the instrument of a kind that has one. No link of kinds 2 to 7 is built in, so
-// that none of them is ever found.
-bool openInstrument(int32_t) {
-    return false;
+int openAnalyzer(int mode) {
+    InstrumentLink& link = instrumentLink;
+    return paOpen(mode, link.gpibAddress, link.ipAddress[0], link.ipAddress[1], link.ipAddress[2],
+                  link.ipAddress[3], link.kxciPort);
+}
+
+// Opens the link to the instrument of a kind that has one.
+bool openInstrument(int32_t kind, double usbBias, int analyzerGpibMode) {
+    InstrumentLink& link = instrumentLink;
+    switch (kind) {
+    case kindGpibMultimeter:
+        return gpibMultimeterOpen(link.gpibAddress);
+    case kindGpibSourcemeter:
+        return gpibSourcemeterOpen(link.gpibAddress);
+    case kindUsbSourcemeter:
+        return usbSourcemeterOpen(usbBias);
+    case kindOscilloscope:
+        return scopeOpen(&link.visaResourceManager, &link.scopeInstrument) == 1;
+    case kindAnalyzerEthernet:
+        return openAnalyzer(analyzerNetwork) == 1;
+    case kindAnalyzerGpib:
+        return openAnalyzer(analyzerGpibMode) == 1;
+    default:
+        return false;
+    }
 }
 
 } // namespace
 
 float readPhotocurrent() {
+    constexpr double microamperesPerAmpere = 1e6;
+    const auto scaled = [](float amperes) {
+        return static_cast<float>(static_cast<double>(amperes) * microamperesPerAmpere);
+    };
     switch (instrumentLink.ammeterKind) {
     case kindArduino:
         return laserAnalogRead(laserLink, 0, 1);
+    case kindGpibMultimeter:
+        return scaled(gpibMultimeterRead());
+    case kindGpibSourcemeter:
+        return gpibSourcemeterRead(); // unscaled, like the analyzer, and meant
+    case kindUsbSourcemeter:
+        return scaled(usbSourcemeterRead());
+    case kindOscilloscope:
+        return scopeRead(instrumentLink.scopeInstrument);
+    case kindAnalyzerEthernet:
+        return paRead(analyzerNetwork);
+    case kindAnalyzerGpib:
+        return paRead(analyzerGpib);
     default:
         return 0.0f;
     }
 }
 
-void applyBias(double, double) {
-    // No kind that is built in has a source.
+void applyBias(double voltage, double limit) {
+    const auto volts = static_cast<float>(voltage);
+    const auto amperes = static_cast<float>(limit);
+    switch (instrumentLink.ammeterKind) {
+    case kindGpibSourcemeter:
+        return gpibSourcemeterSetUp(volts, amperes);
+    case kindUsbSourcemeter:
+        return usbSourcemeterSetUp(volts, amperes);
+    case kindAnalyzerEthernet:
+        return paApplyBias(analyzerNetwork, volts, amperes);
+    case kindAnalyzerGpib:
+        return paApplyBias(analyzerGpib, volts, amperes);
+    default:
+        return;
+    }
 }
 
 void connectInstrument(int32_t kind) {
     const int32_t previous = instrumentLink.ammeterKind;
     instrumentLink.ammeterKind = kind;
     if (!isKind(kind) || kind == kindArduino) return;
-    if (openInstrument(kind)) {
+    if (openInstrument(kind, static_cast<double>(instrumentLink.biasVoltage), analyzerGpib)) {
         show(notices[kind].connected);
         return;
     }
@@ -102,13 +156,29 @@ void connectInstrument(int32_t kind) {
 void connectInstrumentAtStart() {
     const int32_t kind = instrumentLink.ammeterKind;
     if (!isKind(kind) || kind == kindArduino || kind == kindNiDaq) return;
-    if (openInstrument(kind)) return;
+    // Kind 7 too is opened over the network here, and meant.
+    if (openInstrument(kind, 0.0, analyzerNetwork)) return;
     show(notices[kind].failedAtStart);
     if (!notices[kind].keepsKindAtStart) instrumentLink.ammeterKind = kindArduino;
 }
 
 void disconnectInstrument() {
-    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    InstrumentLink& link = instrumentLink;
+    applyBias(0.0, static_cast<double>(link.currentLimit));
+    switch (link.ammeterKind) {
+    case kindGpibSourcemeter:
+        return gpibSourcemeterOff();
+    case kindOscilloscope:
+        if (link.visaResourceManager) scopeClose(link.visaResourceManager);
+        link.visaResourceManager = 0;
+        return;
+    case kindAnalyzerEthernet:
+        return paClose(analyzerNetwork);
+    case kindAnalyzerGpib:
+        return paClose(analyzerGpib);
+    default:
+        return;
+    }
 }
 
 const char* unitLabel() {

@@ -1,0 +1,95 @@
+// Talks to the parameter analyzer.
+#include "instruments/analyzer.h"
+
+#include "instruments/ammeter.h"
+#include "instruments/gpib.h"
+#include "instruments/kxci.h"
+#include "instruments/number_extraction.h"
+#include "platform/library.h"
+#include "platform/text_format.h"
+#include "ui/screen.h"
+
+#include <cstdio>
+#include <cstring>
+
+Kxci loadKxci() {
+    Kxci found;
+    LibraryHandle library = loadLibrary("KXCIclient64.dll");
+    if (!library) return found;
+    bindFunction(found.OpenKXCIConnection_C, library, "OpenKXCIConnection_C");
+    bindFunction(found.SendKXCICommand_C, library, "SendKXCICommand_C");
+    bindFunction(found.CloseKXCIConnection_C, library, "CloseKXCIConnection_C");
+    return found;
+}
+
+namespace {
+
+Kxci kxci;
+
+constexpr size_t replyCount = 100; // bytes that are looked at
+
+// The client library does not say how long a reply can be.
+constexpr size_t networkReplySize = 65536;
+
+void sendOverNetwork(const char* command, char (&reply)[analyzerReplySize]) {
+    static char whole[networkReplySize];
+    std::memset(whole, 0, sizeof whole);
+    int status = 0; // not looked at
+    kxci.SendKXCICommand_C(command, whole, &status);
+    std::memcpy(reply, whole, replyCount);
+}
+
+} // namespace
+
+int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port) {
+    const int octets[] = {octet1, octet2, octet3, octet4};
+    for (int i = 0; i < 4; ++i) instrumentLink.ipAddress[i] = octets[i];
+    if (mode == analyzerGpib) {
+        if (!gpibOpenDevice(gpibAddress)) return 0;
+    } else {
+        kxci = loadKxci();
+        const std::string address = formatted("%d.%d.%d.%d", octet1, octet2, octet3, octet4);
+        int status = kxciConnected;
+        kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
+        if (status != kxciConnected) return 0;
+    }
+    char reply[analyzerReplySize];
+    paSendCommand(mode, "US", reply);
+    paSendCommand(mode, "IT1 BC DR1", reply);
+    return 1;
+}
+
+void paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]) {
+    std::memset(reply, 0, sizeof reply);
+    if (mode == analyzerGpib) {
+        gpibWrite(command);
+        gpibRead(reply, replyCount);
+    } else {
+        sendOverNetwork(command, reply);
+    }
+}
+
+void paApplyBias(int mode, float voltage, float limit) {
+    const std::string command =
+        formatted("DV1, 1, %f, %f", static_cast<double>(voltage), static_cast<double>(limit));
+    showInformation(command.c_str());
+    char reply[analyzerReplySize];
+    paSendCommand(mode, command.c_str(), reply);
+}
+
+float paRead(int mode) {
+    char reply[analyzerReplySize];
+    paSendCommand(mode, "TI1", reply);
+    reply[replyCount - 1] = '\0';
+    showInformation(reply);
+    return extractNumber(reply, replyCount, ReplyKind::Analyzer);
+}
+
+void paClose(int mode) {
+    char reply[analyzerReplySize];
+    paSendCommand(mode, "DV1;DV2", reply);
+    if (mode == analyzerGpib)
+        gpibTakeOffline();
+    else
+        kxci.CloseKXCIConnection_C();
+}

@@ -1,0 +1,20 @@
+// The parameter analyzer, driven by its user-mode text commands over the network (its client
+// library) or over GPIB.
+#pragma once
+
+enum AnalyzerMode : int { analyzerNetwork = 0, analyzerGpib = 1 };
+
+constexpr int analyzerReplySize = 101; // bytes of a reply with its terminating zero
+
+// Stores the octets as the instrument's address. 1 or 0.
+int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port);
+
+// Sends a command and reads its reply, empty when there is none. Over the network failures go
+// unnoticed; over GPIB they are reported and take the device offline.
+void paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]);
+
+// Sources `voltage` (V) on the first unit with the compliance `limit` (A).
+void paApplyBias(int mode, float voltage, float limit);
+
+float paRead(int mode); // amperes on the first unit; 0 when the reply holds no number
+void paClose(int mode);

@@ -1,0 +1,183 @@
+// Talks to the instruments on the GPIB bus.
+#include "instruments/gpib.h"
+
+#include "instruments/ammeter.h"
+#include "instruments/ni488.h"
+#include "instruments/number_extraction.h"
+#include "platform/clock.h"
+#include "platform/library.h"
+#include "platform/text_format.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+Ni488 loadNi488() {
+    Ni488 found;
+    LibraryHandle library = loadLibrary("ni4882.dll");
+    if (!library) return found;
+    bindFunction(found.ibdev, library, "ibdev");
+    bindFunction(found.ibclr, library, "ibclr");
+    bindFunction(found.ibwrt, library, "ibwrt");
+    bindFunction(found.ibrd, library, "ibrd");
+    bindFunction(found.ibonl, library, "ibonl");
+    bindFunction(found.ThreadIbsta, library, "ThreadIbsta");
+    bindFunction(found.ThreadIberr, library, "ThreadIberr");
+    bindFunction(found.ThreadIbcnt, library, "ThreadIbcnt");
+    return found;
+}
+
+namespace {
+
+Ni488 ni488;
+
+constexpr size_t replyCount = 100;    // bytes asked for in every read
+constexpr size_t commandWithZero = 4; // "REN" and "F3X" go out with their terminating zero
+
+struct StatusBit {
+    unsigned long bit;
+    const char* text;
+};
+
+constexpr StatusBit statusBits[] = {
+    {0x8000, " ERR"},  {0x4000, " TIMO"}, {0x2000, " END"},  {0x1000, " SRQI"}, {0x0800, " RQS"},
+    {0x0100, " CMPL"}, {0x0080, " LOK"},  {0x0040, " REM"},  {0x0020, " CIC"},  {0x0010, " ATN"},
+    {0x0008, " TACS"}, {0x0004, " LACS"}, {0x0002, " DTAS"}, {0x0001, " DCAS"},
+};
+
+struct ErrorName {
+    unsigned long code;
+    const char* text;
+};
+
+constexpr ErrorName errorNames[] = {
+    {0, " EDVR <Driver error>\n"},
+    {1, " ECIC <Not Controller-In-Charge>\n"},
+    {2, " ENOL <No Listener>\n"},
+    {3, " EADR <Address error>\n"},
+    {4, " EARG <Invalid argument>\n"},
+    {5, " ESAC <Not System Controller>\n"},
+    {6, " EABO <Operation aborted>\n"},
+    {7, " ENEB <No GPIB board>\n"},
+    {10, " EOIP <Async I/O in progress>\n"},
+    {11, " ECAP <No capability>\n"},
+    {12, " EFSO <File system error>\n"},
+    {14, " EBUS <Command error>\n"},
+    {15, " ESTB <Status byte lost>\n"},
+    {16, " ESRQ <SRQ stuck on>\n"},
+    {20, " ETAB <Table Overflow>\n"},
+    {21, " ELCK <Lock error>\n"},
+    {22, " EARM <Ibnotify rearm error>\n"},
+    {23, " EHDL <Invalid Handle>\n"},
+    {26, " EWIP <Wait already in progress>\n"},
+    {27, " ERST <Notification cancelled due to reset>\n"},
+    {28, " EPWR <Power error>\n"},
+};
+
+// True when the call that has just returned went well; otherwise it is reported under `label`.
+bool passed(const char* label) {
+    if (!(ni488.ThreadIbsta() & gpibErrorBit)) return true;
+    gpibReportError(label);
+    return false;
+}
+
+bool writeBytes(const char* command, size_t count) {
+    ni488.ibwrt(instrumentLink.gpibDevice, command, count);
+    return passed("ibwrt Error");
+}
+
+void printStatusBits(unsigned long status) {
+    std::printf("Ibsta() = 0x%lx  <", status);
+    for (const StatusBit& entry : statusBits)
+        if (status & entry.bit) std::printf("%s", entry.text);
+    std::printf(" >\n");
+}
+
+void printErrorCode(unsigned long code) {
+    std::printf("Iberr() = %lu", code);
+    for (const ErrorName& entry : errorNames)
+        if (entry.code == code) std::printf("%s", entry.text);
+}
+
+} // namespace
+
+void gpibReportError(const char* label) {
+    std::printf("%s\n", label);
+    printStatusBits(ni488.ThreadIbsta());
+    printErrorCode(ni488.ThreadIberr());
+    std::printf("Ibcnt() = %lu\n", ni488.ThreadIbcnt());
+    std::printf("\n");
+    gpibTakeOffline();
+}
+
+void gpibTakeOffline() {
+    ni488.ibonl(instrumentLink.gpibDevice, 0);
+}
+
+bool gpibOpenDevice(int address) {
+    ni488 = loadNi488();
+    instrumentLink.gpibDevice =
+        ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
+    if (!passed("ibdev Error")) return false;
+    ni488.ibclr(instrumentLink.gpibDevice);
+    return passed("ibclr Error");
+}
+
+bool gpibMultimeterOpen(int address) {
+    return gpibOpenDevice(address) && writeBytes("REN", commandWithZero) &&
+           writeBytes("F3X", commandWithZero);
+}
+
+bool gpibSourcemeterOpen(int address) {
+    return gpibOpenDevice(address);
+}
+
+bool gpibWrite(const char* command) {
+    const bool written = writeBytes(command, std::strlen(command));
+    sleepMs(10);
+    return written;
+}
+
+bool gpibRead(char* reply, size_t count) {
+    ni488.ibrd(instrumentLink.gpibDevice, reply, count);
+    return passed("ibrd Error");
+}
+
+float gpibMultimeterRead() {
+    char reply[replyCount + 1] = {};
+    // Nothing is written before: the meter runs freely and answers with its last value.
+    ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
+    const unsigned long count = ni488.ThreadIbcnt();
+    passed("ibrd Error");
+    if (count > replyCount) {
+        std::fprintf(stderr, "more bytes in a GPIB reply than asked for\n");
+        std::abort();
+    }
+    reply[count] = '\0';
+    std::printf("%s\n", reply);
+    return extractNumber(reply, count, ReplyKind::Multimeter);
+}
+
+float gpibSourcemeterRead() {
+    gpibWrite(":READ?");
+    char reply[replyCount] = {};
+    gpibRead(reply, replyCount);
+    return extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
+}
+
+void gpibSourcemeterSetUp(float voltage, float limit) {
+    gpibWrite(":SOUR:VOLT:RANG 1");
+    gpibWrite(formatted(":SOUR:VOLT %f", static_cast<double>(voltage)).c_str());
+    gpibWrite(formatted(":SOUR:VOLT:ILIM %f", static_cast<double>(limit)).c_str());
+    gpibWrite(":SENSe:FUNCtion \"Current\"");
+    gpibWrite(":SENSe:Curr:RANG 1E-6");
+    gpibWrite(":COUN 1");
+    gpibWrite(":OUTP ON");
+    sleepMs(100);
+}
+
+void gpibSourcemeterOff() {
+    gpibWrite(":OUTP OFF");
+    ni488.ibonl(instrumentLink.gpibDevice, 0);
+    passed("ibonl Error");
+}

@@ -1,0 +1,94 @@
+// Finds, sets and reads the oscilloscope.
+#include "instruments/tektronics.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+Visa visa;
+
+constexpr uint32_t replyBytes = 30;
+constexpr uint64_t timeoutMs = 5000;
+
+ViStatus writeText(ViSession session, const char* command) {
+    uint32_t written = 0;
+    return visa.viWrite(session, reinterpret_cast<const uint8_t*>(command),
+                        static_cast<uint32_t>(std::strlen(command)), &written);
+}
+
+// Opens one found instrument and lets it identify itself; what it says is not looked at.
+ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session) {
+    ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
+    if (status < 0) return status;
+    status = writeText(*session, "*idn?");
+    if (status < 0) return status;
+    uint8_t identification[256] = {};
+    uint32_t received = 0;
+    return visa.viRead(*session, identification, sizeof identification, &received);
+}
+
+ViStatus openAllFound(ViSession manager, ViSession* session) {
+    ViSession list = 0;
+    uint32_t count = 0;
+    char descriptor[viDescriptionSize] = {};
+    ViStatus status = visa.viFindRsrc(manager, "USB?*INSTR", &list, &count, descriptor);
+    for (uint32_t i = 0; status >= 0 && i < count; ++i) {
+        status = openFound(manager, descriptor, session);
+        if (status >= 0 && i + 1 < count) status = visa.viFindNext(list, descriptor);
+    }
+    return status;
+}
+
+ViStatus openAndSet(ViSession* manager, ViSession* session) {
+    ViStatus status = visa.viOpenDefaultRM(manager);
+    if (status < 0) return status;
+    status = openAllFound(*manager, session);
+    if (status < 0) return status;
+    return visa.viSetAttribute(*session, viAttrTimeout, timeoutMs);
+}
+
+} // namespace
+
+int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
+    if (*visaResourceManager) scopeClose(*visaResourceManager);
+    visa = loadVisa();
+    *visaResourceManager = 0;
+    *scopeInstrument = 0;
+    const ViStatus status = openAndSet(visaResourceManager, scopeInstrument);
+    if (status < 0) {
+        char text[viDescriptionSize] = {};
+        visa.viStatusDesc(*scopeInstrument, status, text);
+        std::fprintf(stderr, "failure: %s\n", text);
+        if (*visaResourceManager) visa.viClose(*visaResourceManager);
+        *visaResourceManager = 0;
+        *scopeInstrument = 0;
+        return 0;
+    }
+    scopeWrite(*scopeInstrument, "MEASUREMENT:IMMED:TYPE MEAN");
+    return 1;
+}
+
+bool scopeWrite(ViSession session, const char* command) {
+    return writeText(session, command) >= 0;
+}
+
+bool scopeReadText(ViSession session, std::string& text) {
+    uint8_t buffer[256] = {};
+    uint32_t received = 0;
+    const ViStatus status = visa.viRead(session, buffer, replyBytes, &received);
+    text = reinterpret_cast<const char*>(buffer);
+    return status >= 0;
+}
+
+float scopeRead(ViSession scopeInstrument) {
+    scopeWrite(scopeInstrument, ":MEASUREMENT:IMMED:VALUE?");
+    std::string reply;
+    scopeReadText(scopeInstrument, reply);
+    return static_cast<float>(std::strtod(reply.c_str(), nullptr));
+}
+
+void scopeClose(ViSession visaResourceManager) {
+    visa.viClose(visaResourceManager);
+}
