@@ -87,6 +87,7 @@ make_prefix() {
     [[ -d $build/prefix ]] || make_prefix
 ) 9>"$build/prefix.lock"
 
+managed=N # without a window manager, closing a managed box can take seconds
 if [[ ! -d $folder/prefix ]]; then
     mkdir "$folder/prefix"
     # The system's files are shared by hard links; the registry and the user's folders are copies.
@@ -118,10 +119,13 @@ if [[ $show == no || -z ${DISPLAY:-} ]]; then
     DISPLAY=:$(tr -d '[:space:]' <"$folder/display")
     export DISPLAY
 else
-    # A person's windows get frames and a place in the task bar.
-    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d Y /f >"$folder/managed.log" 2>&1
+    managed=Y # a person's windows get frames and a place in the task bar
 fi
 echo "$DISPLAY" >"$folder/display"
+if [[ $temporary == no ]]; then
+    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d "$managed" /f \
+        >"$folder/managed.log" 2>&1
+fi
 
 rm -f "$WINEPREFIX/dosdevices/com10" "$WINEPREFIX/dosdevices/com11"
 if [[ $cable == yes ]]; then
