@@ -35,7 +35,9 @@ static uint32_t* pixelAt(NativeBitmap& bitmap, int x, int y) {
                           static_cast<size_t>(x)];
 }
 
+// Drawing on no context does nothing, as in the window system.
 static void plot(ContextHandle context, int x, int y, uint32_t pixel) {
+    if (!context) return;
     if (uint32_t* at = pixelAt(*context->target, x, y)) *at = pixel;
 }
 
@@ -94,12 +96,14 @@ void deleteMemoryContext(ContextHandle context) {
 }
 
 BitmapHandle selectBitmap(ContextHandle memory, BitmapHandle bitmap) {
-    if (!memory || !bitmap || memory->window || failsNow(Drawing::SelectBitmap)) return nullptr;
+    if (!memory || !bitmap || memory->window) return nullptr;
+    const bool restores = bitmap == &memory->stock; // that never fails
+    if (!restores && failsNow(Drawing::SelectBitmap)) return nullptr;
     if (bitmap->selectedIn && bitmap->selectedIn != memory) return nullptr;
     NativeBitmap* previous = memory->target;
     previous->selectedIn = nullptr;
     memory->target = bitmap;
-    bitmap->selectedIn = bitmap == &memory->stock ? nullptr : memory;
+    bitmap->selectedIn = restores ? nullptr : memory;
     return previous;
 }
 
@@ -222,13 +226,14 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
 
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom) {
     walkOutline(left, top, right, bottom, [&](int x, int y) {
+        if (!context) return;
         if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
     });
 }
 
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,
               bool transparent) {
-    drawnTexts.push_back({context->target, x, y, text, colour, transparent});
+    if (context) drawnTexts.push_back({context->target, x, y, text, colour, transparent});
 }
 
 // The picture goes into memory and an empty file takes its place: what is tested is where a picture

@@ -33,6 +33,7 @@ struct PlannedAnswer {
 };
 
 std::vector<ShownBox> shownBoxes;
+std::function<BoxAnswer(const ShownBox&)> answerOthers;
 
 static std::list<Event> events;
 static std::deque<Message> queue;
@@ -50,6 +51,7 @@ void resetScript() {
     calls.clear();
     answers.clear();
     shownBoxes.clear();
+    answerOthers = {};
     timerPeriodMs = 0;
     quitPending = false;
     pollsAtThisInstant = 0;
@@ -245,6 +247,7 @@ BoxAnswer showMessageBox(WindowHandle owner, const char* text, const char* capti
         return shownBoxes.back().text.find(each.part) != std::string::npos;
     });
     if (plan == answers.end()) {
+        if (answerOthers) return answerOthers(shownBoxes.back());
         shownBoxes.back().expected = false;
         return BoxAnswer::None;
     }

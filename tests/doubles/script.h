@@ -46,6 +46,9 @@ struct ShownBox {
 };
 extern std::vector<ShownBox> shownBoxes;
 
+// Answers the boxes that nothing was planned for; while it is set none of them is unexpected.
+extern std::function<BoxAnswer(const ShownBox&)> answerOthers;
+
 void resetScript();
 void expectScriptDone();
 

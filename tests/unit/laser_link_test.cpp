@@ -125,6 +125,8 @@ TEST_F(LaserLinkTest, FailedWriteTakesTheLinkDown) {
     EXPECT_STREQ(laserReceive(laserLink), "0");
     EXPECT_EQ(laserChannelValue(laserLink, 1), 3.5);
     EXPECT_EQ(readPhotocurrent(), 0.0f);
+    EXPECT_EQ(serial.openPorts, 0) << "the port is free for the next opening";
+    EXPECT_EQ(openLaserLink(laserLink, nullptr), 1);
 }
 
 TEST_F(LaserLinkTest, CommandsKeepTheirLength) {
