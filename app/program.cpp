@@ -15,7 +15,15 @@
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
+#include <csignal>
+
 namespace {
+
+// An abort must not leave the laser on.
+void switchLaserOffAtAbort(int) {
+    std::signal(SIGABRT, SIG_DFL);
+    setLaserLevel(0);
+}
 
 void connectDevices() {
     if (!openStages(axisOrder, motorSpeed))
@@ -29,20 +37,24 @@ void connectDevices() {
 } // namespace
 
 bool startUp(int showCommand) {
+    std::signal(SIGABRT, switchLaserOffAtAbort);
     prepareDataFolders(dataFolders);
     allocateMaps();
     registerWindowClasses();
     startImaging();
     instrumentLink.ammeterKind = kindArduino;
+    showStartupNotice();
     if (readSettingsFile(dataFolders.configPath)) {
         computeScanArea(scanArea);
         allocateMaps();
     }
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
+    if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
     setLaserLevel(0);
     switchLiveView(1);
     setLaserOutput(1);
+    closeStartupNotice();
     return true;
 }
 
@@ -54,7 +66,8 @@ void shutDown() {
     stopImaging();
     closeLaserLink(laserLink);
     releaseCamera(cameraState);
-    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+    stopAllStages();
+    closeAllStages();
     disconnectInstrument();
 }
 

@@ -26,17 +26,23 @@ bool stopConfirmed() {
                           BoxButtons::YesNo) == BoxAnswer::Yes;
 }
 
-void nudgeFocus(double um) {
+// What one message makes of a wait, or that the wait goes on.
+constexpr int goOn = -1;
+
+// A key held down repeats inside the wait of its own move: those repeats are dropped.
+int nudgeFocus(double um) {
+    static bool nudging = false;
+    if (nudging) return goOn;
+    nudging = true;
     moveBy(stageZ, um);
     refreshPositions();
+    nudging = false;
+    return waitPassed;
 }
-
-// What one message makes of a wait; 0 means that the wait goes on.
-constexpr int goOn = -1;
 
 int handleWhileIdle(const Message& message) {
     if (message.id == messageLeftButtonDown) {
-        for (StageAxis* axis : {&stageX, &stageY, &stageZ}) stopStage(*axis);
+        stopAllStages();
         return waitClicked;
     }
     dispatchMessage(message);
@@ -48,14 +54,8 @@ int handleWhileProcessRuns(const Message& message) {
         stopRequested = 1;
         return waitStopped;
     }
-    if (message.id == messageKeyDown && message.wParam == keyPageUp) {
-        nudgeFocus(1.0);
-        return waitPassed;
-    }
-    if (message.id == messageKeyDown && message.wParam == keyPageDown) {
-        nudgeFocus(-1.0);
-        return waitPassed;
-    }
+    if (message.id == messageKeyDown && message.wParam == keyPageUp) return nudgeFocus(1.0);
+    if (message.id == messageKeyDown && message.wParam == keyPageDown) return nudgeFocus(-1.0);
     const int32_t stopBefore = stopRequested;
     dispatchMessage(message);
     // Closing the window stops the process too; what was asked for earlier has been seen already.

@@ -5,6 +5,7 @@
 #include "platform/truncate.h"
 
 #include <cstdio>
+#include <initializer_list>
 
 int32_t lastAutoGain = 0;
 int32_t lastAutoExposureMs = 0;
@@ -21,28 +22,39 @@ bool secondGeneration(const CBaslerUniversalInstantCamera& camera) {
     return camera.GetSfncVersion() >= Sfnc_2_0_0;
 }
 
+// Some models lack these, or fix them: they are no reason to do without the camera.
+void toMinimum(std::initializer_list<const IntegerParameter*> parameters) {
+    for (const IntegerParameter* parameter : parameters)
+        if (parameter->IsWritable()) parameter->SetToMinimum();
+}
+
+void toMaximum(std::initializer_list<const IntegerParameter*> parameters) {
+    for (const IntegerParameter* parameter : parameters)
+        if (parameter->IsWritable()) parameter->SetToMaximum();
+}
+
+void useBrightness(CBaslerUniversalInstantCamera& camera, bool use) {
+    if (camera.AutoFunctionROIUseBrightness.IsWritable())
+        camera.AutoFunctionROIUseBrightness.SetValue(use);
+}
+
 void useWholeSensor(CBaslerUniversalInstantCamera& camera) {
-    camera.OffsetX.SetToMinimum();
-    camera.OffsetY.SetToMinimum();
+    toMinimum({&camera.OffsetX, &camera.OffsetY});
     camera.Width.SetToMaximum();
     camera.Height.SetToMaximum();
 
     if (camera.AutoFunctionROISelector.IsWritable()) {
         camera.AutoFunctionROISelector.SetValue(region1);
-        camera.AutoFunctionROIUseBrightness.SetValue(true);
+        useBrightness(camera, true);
         camera.AutoFunctionROISelector.SetValue(region2);
-        camera.AutoFunctionROIUseBrightness.SetValue(false);
+        useBrightness(camera, false);
         camera.AutoFunctionROISelector.SetValue(region1);
-        camera.AutoFunctionROIOffsetX.SetToMinimum();
-        camera.AutoFunctionROIOffsetY.SetToMinimum();
-        camera.AutoFunctionROIWidth.SetToMaximum();
-        camera.AutoFunctionROIHeight.SetToMaximum();
+        toMinimum({&camera.AutoFunctionROIOffsetX, &camera.AutoFunctionROIOffsetY});
+        toMaximum({&camera.AutoFunctionROIWidth, &camera.AutoFunctionROIHeight});
     } else if (camera.AutoFunctionAOISelector.IsWritable()) {
         camera.AutoFunctionAOISelector.SetValue(region1);
-        camera.AutoFunctionAOIOffsetX.SetToMinimum();
-        camera.AutoFunctionAOIOffsetY.SetToMinimum();
-        camera.AutoFunctionAOIWidth.SetToMaximum();
-        camera.AutoFunctionAOIHeight.SetToMaximum();
+        toMinimum({&camera.AutoFunctionAOIOffsetX, &camera.AutoFunctionAOIOffsetY});
+        toMaximum({&camera.AutoFunctionAOIWidth, &camera.AutoFunctionAOIHeight});
     }
 }
 

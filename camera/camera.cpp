@@ -6,6 +6,7 @@
 #include "ui/screen.h"
 
 #include <cstdio>
+#include <exception>
 
 CameraState cameraState;
 int32_t cameraAperture = 5;
@@ -71,8 +72,9 @@ bool takeFrame(CameraState& state, uint32_t count, uint32_t taken) {
             state.frame = result->GetBuffer();
             return true;
         }
-        if (taken >= count) return false;
+        if (taken >= count) break;
     }
+    if (camera.IsGrabbing()) camera.StopGrabbing(); // so that the next grab can start
     return false;
 }
 
@@ -101,7 +103,7 @@ int initCamera(CameraState& state) {
         ++state.runtimeStarts;
         state.device = std::make_unique<CBaslerUniversalInstantCamera>(
             CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo()));
-    } catch (const GenericException&) {
+    } catch (const std::exception&) {
         fail(state);
         return 0;
     }
@@ -118,7 +120,7 @@ int controlCamera(CameraState& state, uint32_t mode) {
     try {
         if (mode == cameraAutomatic) openAutomatic(*state.device);
         if (mode == cameraManual) applyManual(state);
-    } catch (const GenericException&) {
+    } catch (const std::exception&) {
         fail(state);
     }
     return 0;
@@ -132,7 +134,7 @@ int grabFrames(CameraState& state, uint32_t count) {
             uint32_t taken = 0;
             for (uint32_t i = 0; i < count; ++i)
                 if (takeFrame(state, count, taken)) ++taken;
-        } catch (const GenericException&) {
+        } catch (const std::exception&) {
             failed = true;
         }
     }
@@ -140,7 +142,7 @@ int grabFrames(CameraState& state, uint32_t count) {
         fail(state);
         fillTestPattern(state);
     }
-    convertBayerFrame(cameraImage, state.frame, cameraImage.pixels.get());
+    if (cameraImage.pixels) convertBayerFrame(cameraImage, state.frame, cameraImage.pixels.get());
     return 0;
 }
 

@@ -90,11 +90,13 @@ bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory
     return false;
 }
 
-void savePicture(const MemoryBitmap& memory) {
+void savePicture(MemoryBitmap& memory) {
     drawRectangle(memory.context, drawnRectangle.x1, drawnRectangle.y1, drawnRectangle.x2,
                   drawnRectangle.y2, markGreen);
     const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
+    memory.deselect(); // the encoder reads a bitmap that nobody draws on
     saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
+    memory.select();
     ++cameraImageCounter;
 }
 
@@ -107,6 +109,7 @@ void showCopyFailure(int count) {
 
 int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
     WindowContext window(mainWindow);
+    if (!window.context || !pixels) return 0;
     MemoryBitmap memory;
     if (!makePicture(window.context, pixels, memory)) return 0;
     if (!memory.select()) return 0;
@@ -145,7 +148,7 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
             showCopyFailure(failures);
             continue;
         }
-        memory.deselect(); // the encoder reads a bitmap that nobody draws on
+        memory.deselect();
         ensureSessionFolder(folders);
         const std::string name = formatted("%s(%d).jpg", label, windowImageCounter);
         saveBitmapAsPng(memory.bitmap, folders.sessionFolder + L"\\" + widened(name));

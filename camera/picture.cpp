@@ -2,8 +2,6 @@
 // the processor can.
 #include "camera/picture.h"
 
-#include "ui/screen.h"
-
 #include <algorithm>
 #include <immintrin.h>
 #include <new>
@@ -13,10 +11,12 @@ int32_t imageHeight = 1028;
 int32_t blueOnly = 0;
 CameraImage cameraImage;
 
-CameraImage::CameraImage() {
-    spare.reset(new (std::nothrow) uint8_t[byteCount]());
-    pixels.reset(new (std::nothrow) uint8_t[byteCount]());
-    if (!spare || !pixels) setMainTitle("error in HeapAlloc");
+CameraImage::CameraImage()
+    : spare(new (std::nothrow) uint8_t[byteCount]()),
+      pixels(new (std::nothrow) uint8_t[byteCount]()) {}
+
+bool pictureMemoryMissing() {
+    return !cameraImage.spare || !cameraImage.pixels;
 }
 
 namespace {
@@ -113,16 +113,20 @@ size_t pixelOffset(int32_t x, int32_t y) {
     return (static_cast<size_t>(imageWidth) * static_cast<size_t>(y) + static_cast<size_t>(x)) * 4;
 }
 
+uint32_t channelAt(const CameraImage& image, size_t offset) {
+    return image.pixels ? image.pixels[offset] : 0;
+}
+
 } // namespace
 
 uint32_t pixelBlue(const CameraImage& image, int32_t x, int32_t y) {
-    return image.pixels[pixelOffset(x, y)];
+    return channelAt(image, pixelOffset(x, y));
 }
 
 uint32_t pixelGreen(const CameraImage& image, int32_t x, int32_t y) {
-    return image.pixels[pixelOffset(x, y) + 1];
+    return channelAt(image, pixelOffset(x, y) + 1);
 }
 
 uint32_t pixelRed(const CameraImage& image, int32_t x, int32_t y) {
-    return image.pixels[pixelOffset(x, y) + 2];
+    return channelAt(image, pixelOffset(x, y) + 2);
 }

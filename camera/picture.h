@@ -17,15 +17,18 @@ constexpr double fieldWidthPx = 1232.0;
 struct CameraImage {
     CameraImage();
 
+    uint64_t byteCount = displayPixelCount * 4; // of the picture, and of one raw frame
     std::unique_ptr<uint8_t[]> spare; // a second block of the picture's size, zero at start
     // Blue, green, red and a byte that is never written; rows bottom-up.
     std::unique_ptr<uint8_t[]> pixels;
-    uint64_t byteCount = displayPixelCount * 4; // of the picture, and of one raw frame
-    int32_t width = 2464;                       // raw frame, pixels
+    int32_t width = 2464; // raw frame, pixels
     int32_t height = 2056;
 };
 
 extern CameraImage cameraImage;
+
+// True when there was no memory for a block: then there is no picture, and all else works.
+bool pictureMemoryMissing();
 
 // While set, the conversion keeps only the blue channel.
 extern int32_t blueOnly;

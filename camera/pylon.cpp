@@ -50,7 +50,7 @@ PylonC loadPylonC() {
     BIND(PylonDestroyDevice);
     BIND(PylonDeviceOpen);
     BIND(PylonDeviceClose);
-    BIND(PylonDeviceIsOpen);
+    BIND(PylonDeviceFeatureIsAvailable);
     BIND(PylonDeviceFeatureIsReadable);
     BIND(PylonDeviceFeatureIsWritable);
     BIND(PylonDeviceFeatureFromString);
@@ -196,29 +196,58 @@ void CBaslerUniversalInstantCamera::Open() {
     if (open) return;
     check(pylon.PylonDeviceOpen(device, pylonAccessControl | pylonAccessStream), "PylonDeviceOpen");
     open = true;
-    Parameter trigger(device, "TriggerMode");
-    if (trigger.IsWritable())
+    try {
+        switchTriggersOff();
+        check(pylon.PylonDeviceFeatureFromString(device, "AcquisitionMode", "Continuous"),
+              "AcquisitionMode");
+        check(pylon.PylonDeviceGetStreamGrabber(device, 0, &stream), "PylonDeviceGetStreamGrabber");
+        check(pylon.PylonStreamGrabberOpen(stream), "PylonStreamGrabberOpen");
+        check(pylon.PylonStreamGrabberGetWaitObject(stream, &waitObject),
+              "PylonStreamGrabberGetWaitObject");
+    } catch (...) {
+        Close();
+        throw;
+    }
+}
+
+// A trigger that a stored user set left on would let every wait for a frame last for ever.
+void CBaslerUniversalInstantCamera::switchTriggersOff() const {
+    constexpr struct {
+        const char* entry;
+        const char* name;
+    } triggers[] = {
+        {"EnumEntry_TriggerSelector_AcquisitionStart", "AcquisitionStart"},
+        {"EnumEntry_TriggerSelector_FrameBurstStart", "FrameBurstStart"},
+        {"EnumEntry_TriggerSelector_FrameStart", "FrameStart"},
+    };
+    const Parameter mode(device, "TriggerMode");
+    for (const auto& trigger : triggers) {
+        if (!pylon.PylonDeviceFeatureIsAvailable(device, trigger.entry)) continue;
+        check(pylon.PylonDeviceFeatureFromString(device, "TriggerSelector", trigger.name),
+              trigger.name);
+        if (mode.IsWritable())
+            check(pylon.PylonDeviceFeatureFromString(device, "TriggerMode", "Off"), trigger.name);
+    }
+    if (mode.IsWritable())
         check(pylon.PylonDeviceFeatureFromString(device, "TriggerMode", "Off"), "TriggerMode");
-    check(pylon.PylonDeviceFeatureFromString(device, "AcquisitionMode", "Continuous"),
-          "AcquisitionMode");
 }
 
 void CBaslerUniversalInstantCamera::Close() {
     if (!open) return;
     StopGrabbing();
+    if (stream) pylon.PylonStreamGrabberClose(stream);
+    stream = nullptr;
+    waitObject = nullptr;
     pylon.PylonDeviceClose(device);
     open = false;
 }
 
 void CBaslerUniversalInstantCamera::StartGrabbing(size_t maxImages, EGrabStrategy, EGrabLoop) {
+    if (!open) throw GenericException("The camera is not open");
     if (grabbing) throw GenericException("The camera is grabbing already");
     grabbing = true; // from here on StopGrabbing has something to undo
     imagesLeft = maxImages;
     try {
-        check(pylon.PylonDeviceGetStreamGrabber(device, 0, &stream), "PylonDeviceGetStreamGrabber");
-        check(pylon.PylonStreamGrabberOpen(stream), "PylonStreamGrabberOpen");
-        check(pylon.PylonStreamGrabberGetWaitObject(stream, &waitObject),
-              "PylonStreamGrabberGetWaitObject");
         size_t payload = 0;
         check(pylon.PylonStreamGrabberGetPayloadSize(device, stream, &payload),
               "PylonStreamGrabberGetPayloadSize");
@@ -255,7 +284,6 @@ void CBaslerUniversalInstantCamera::queueFreeBuffers() {
 void CBaslerUniversalInstantCamera::StopGrabbing() {
     if (!grabbing) return;
     grabbing = false;
-    if (!stream) return;
     // The camera may be gone: whatever fails here has nothing left to stop.
     pylon.PylonDeviceExecuteCommandFeature(device, "AcquisitionStop");
     pylon.PylonStreamGrabberStopStreamingIfMandatory(stream);
@@ -276,9 +304,19 @@ void CBaslerUniversalInstantCamera::releaseStream() {
         buffer.queued = false;
     }
     pylon.PylonStreamGrabberFinishGrab(stream);
-    pylon.PylonStreamGrabberClose(stream);
-    stream = nullptr;
-    waitObject = nullptr;
+}
+
+// A wait without limit must still end when the camera has been unplugged. Reading alone may be
+// answered from a cache; writing a value back that is there already always asks the camera.
+void CBaslerUniversalInstantCamera::requirePresence() const {
+    if (Gain.IsWritable())
+        Gain.SetValue(Gain.GetValue());
+    else if (Gain.IsReadable())
+        Gain.GetValue(); // under automatic control, where it changes by itself
+    else if (GainRaw.IsWritable())
+        GainRaw.SetValue(GainRaw.GetValue());
+    else
+        GainRaw.GetValue();
 }
 
 bool CBaslerUniversalInstantCamera::waitForFrame(uint32_t timeoutMs) {
@@ -287,43 +325,35 @@ bool CBaslerUniversalInstantCamera::waitForFrame(uint32_t timeoutMs) {
         const uint32_t slice = std::min(timeoutMs, presenceCheckMs);
         check(pylon.PylonWaitObjectWait(waitObject, slice, &ready), "PylonWaitObjectWait");
         if (ready) return true;
-        // A wait without limit must still end when the camera has been unplugged: the gain changes
-        // by itself under automatic control, so that reading it always asks the camera.
-        if (Gain.IsReadable())
-            Gain.GetValue();
-        else
-            GainRaw.GetValue();
+        requirePresence();
         if (timeoutMs == waitWithoutLimit) continue;
         timeoutMs -= slice;
         if (timeoutMs == 0) return false;
     }
 }
 
-bool CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result,
-                                                   ETimeoutHandling handling) {
+void CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result,
+                                                   ETimeoutHandling) {
     if (!grabbing) throw GenericException("The camera is not grabbing");
     result.reset(); // gives its buffer back
     queueFreeBuffers();
-    if (!waitForFrame(timeoutMs)) {
-        if (handling == TimeoutHandling_ThrowException)
-            throw TimeoutException("No frame within the time-out");
-        return false;
-    }
+    if (!waitForFrame(timeoutMs)) throw TimeoutException("No frame within the time-out");
     PylonGrabResult_t grabbed{};
     uint8_t ready = 0;
     check(pylon.PylonStreamGrabberRetrieveResult(stream, &grabbed, &ready),
           "PylonStreamGrabberRetrieveResult");
     if (!ready) throw GenericException("The wait object was set without a frame");
-    const auto* context = static_cast<const StreamBuffer*>(grabbed.Context);
-    StreamBuffer& buffer = buffers.at(static_cast<size_t>(context - buffers.data()));
-    buffer.queued = false;
+    const auto buffer = std::find_if(buffers.begin(), buffers.end(), [&](const StreamBuffer& own) {
+        return &own == grabbed.Context;
+    });
+    if (buffer == buffers.end()) throw GenericException("A frame in a buffer of nobody");
+    buffer->queued = false;
     result = std::make_shared<CGrabResult>();
-    result->buffer = buffer.memory;
+    result->buffer = buffer->memory;
     result->succeeded = grabbed.Status == pylonGrabbed;
-    result->payloadSize = buffer.memory->size();
+    result->payloadSize = buffer->memory->size();
     if (imagesLeft > 0) --imagesLeft;
     if (imagesLeft == 0) StopGrabbing();
-    return true;
 }
 
 VersionInfo CBaslerUniversalInstantCamera::GetSfncVersion() const {

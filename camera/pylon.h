@@ -99,7 +99,7 @@ enum PixelFormatValue : int { PixelFormat_BayerRG8 = 0 };
 
 enum EGrabStrategy : int { GrabStrategy_LatestImages = 2 };
 enum EGrabLoop : int { GrabLoop_ProvidedByUser = 1 };
-enum ETimeoutHandling : int { TimeoutHandling_Return = 0, TimeoutHandling_ThrowException = 1 };
+enum ETimeoutHandling : int { TimeoutHandling_ThrowException = 1 };
 constexpr uint32_t waitWithoutLimit = 0xFFFFFFFF; // ms
 
 // One grabbed frame; it keeps its buffer until it is destroyed, also beyond the camera.
@@ -130,13 +130,14 @@ public:
     void Close();
 
     bool IsGrabbing() const { return grabbing; }
-    // Grabbing stops by itself after `maxImages` frames.
+    // Grabbing stops by itself after `maxImages` frames, handed out in the order in which they
+    // came; with one frame a start, as the program grabs, that is the latest.
     void StartGrabbing(size_t maxImages, EGrabStrategy strategy, EGrabLoop loop);
     void StopGrabbing();
 
-    // Waits for the next frame. False, or TimeoutException, when none came in time; throws when the
-    // camera is gone.
-    bool RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
+    // Waits for the next frame. Throws TimeoutException when none came in time, GenericException
+    // when the camera is gone.
+    void RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
 
     // 0.0.0 for a camera that does not say.
     VersionInfo GetSfncVersion() const;
@@ -151,6 +152,8 @@ private:
     void queueFreeBuffers();
     void releaseStream();
     bool waitForFrame(uint32_t timeoutMs);
+    void requirePresence() const;
+    void switchTriggersOff() const;
 
     std::unique_ptr<IPylonDevice> owner;
     void* device;

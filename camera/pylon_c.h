@@ -45,8 +45,8 @@ struct PylonC {
     PylonCall<void*> PylonDestroyDevice = missing<void*>();
     PylonCall<void*, int> PylonDeviceOpen = missing<void*, int>();
     PylonCall<void*> PylonDeviceClose = missing<void*>();
-    PylonCall<void*, uint8_t*> PylonDeviceIsOpen = missing<void*, uint8_t*>();
 
+    uint8_t (*PylonDeviceFeatureIsAvailable)(void*, const char*) = absentFeature;
     uint8_t (*PylonDeviceFeatureIsReadable)(void*, const char*) = absentFeature;
     uint8_t (*PylonDeviceFeatureIsWritable)(void*, const char*) = absentFeature;
     PylonCall<void*, const char*, const char*> PylonDeviceFeatureFromString =

@@ -142,9 +142,10 @@ void applyBias(double voltage, double limit) {
 }
 
 void connectInstrument(int32_t kind) {
+    if (!isKind(kind)) return;
     const int32_t previous = instrumentLink.ammeterKind;
     instrumentLink.ammeterKind = kind;
-    if (!isKind(kind) || kind == kindArduino) return;
+    if (kind == kindArduino) return;
     if (openInstrument(kind, static_cast<double>(instrumentLink.biasVoltage), analyzerGpib)) {
         show(notices[kind].connected);
         return;

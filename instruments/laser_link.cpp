@@ -34,6 +34,22 @@ bool isChannel(int channel) {
     return channel >= 0 && channel <= 2;
 }
 
+// Without these a read of a silent board would never end.
+bool limitReplyTimes(LaserLink& link) {
+    SerialTimeouts CommTimeOuts;
+    CommTimeOuts.readInterval = 10;
+    CommTimeOuts.readTotalMultiplier = 10;
+    CommTimeOuts.readTotalConstant = 50;
+    CommTimeOuts.writeTotalMultiplier = 10;
+    CommTimeOuts.writeTotalConstant = 50;
+    if (!writeTimeouts(link.portHandle, CommTimeOuts)) {
+        std::fprintf(stderr, "Error to Setting Time outs\n");
+        return false;
+    }
+    if (!readTimeouts(link.portHandle, CommTimeOuts)) std::printf("Error in Get Comm Timeout\n");
+    return true;
+}
+
 // The board's line: 9600 baud, 8 bits, no parity, one stop bit; the rest stays as the port has it.
 // Returns what opening the link returns.
 int setUpLine(LaserLink& link) {
@@ -41,7 +57,7 @@ int setUpLine(LaserLink& link) {
     link.lastResult = readLineState(link.portHandle, dcbConfig);
     if (!link.lastResult) {
         std::printf("fail in GetCommState\n");
-        return 2;
+        return limitReplyTimes(link) ? 2 : 0;
     }
     std::printf("\nBaudRate = %u, ByteSize = %d, Parity = %d, StopBits = %d\n", dcbConfig.baudRate,
                 dcbConfig.byteSize, dcbConfig.parity, dcbConfig.stopBits);
@@ -53,18 +69,7 @@ int setUpLine(LaserLink& link) {
     link.lastResult = readLineState(link.portHandle, dcbConfig);
     if (!link.lastResult) return 0;
 
-    SerialTimeouts CommTimeOuts;
-    CommTimeOuts.readInterval = 10;
-    CommTimeOuts.readTotalMultiplier = 10;
-    CommTimeOuts.readTotalConstant = 50;
-    CommTimeOuts.writeTotalMultiplier = 10;
-    CommTimeOuts.writeTotalConstant = 50;
-    if (!writeTimeouts(link.portHandle, CommTimeOuts)) {
-        std::fprintf(stderr, "Error to Setting Time outs\n");
-        return 0;
-    }
-    if (!readTimeouts(link.portHandle, CommTimeOuts)) std::printf("Error in Get Comm Timeout\n");
-    return 1;
+    return limitReplyTimes(link) ? 1 : 0;
 }
 
 // Formats the channel's letter command with the value in the board's units and sends it.
@@ -95,6 +100,7 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     }
     link.disconnected = 0;
     const int lineResult = setUpLine(link);
+    if (lineResult == 0) closeLaserLink(link);
     if (lineResult != 1) return lineResult;
     sleepMs(100);
 
@@ -116,7 +122,7 @@ int laserWrite(LaserLink& link, const char* text) {
     if (link.disconnected) return 0;
     const auto count = static_cast<uint32_t>(std::strlen(text) + 1);
     link.lastResult = writeSerial(link.portHandle, text, count, link.bytesMoved);
-    if (link.lastResult) return 1;
+    if (link.lastResult && link.bytesMoved == count) return 1; // half a command is none
     closeLaserLink(link); // a held port could never be opened again
     return 0;
 }
@@ -147,6 +153,8 @@ const char* laserReceive(LaserLink& link) {
 }
 
 float laserAnalogRead(LaserLink& link, int pin, int n) {
+    // A reply that came too late for its point must not become the next point's value.
+    if (!link.disconnected) discardReceived(link.portHandle);
     laserSend(link, formatted("R%d %d", pin, n).c_str());
     sleepMs(10);
     const char* reply = laserReceive(link);

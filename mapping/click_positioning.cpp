@@ -22,6 +22,7 @@ void moveToClickedPoint(int x, int y) {
                        "If you want to move this position, \n to center -> press \"YES\", or\n to "
                        "laser spot -> press \"NO\".",
                        caption.c_str(), BoxButtons::YesNoCancel);
+    if (answer == BoxAnswer::None || !mainWindow) return; // nobody answered
     double dx = x;
     double dy = row;
     if (answer == BoxAnswer::Yes) {

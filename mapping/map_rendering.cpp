@@ -2,6 +2,7 @@
 #include "mapping/map_rendering.h"
 
 #include "app/responsive_wait.h"
+#include "camera/display.h"
 #include "camera/picture.h"
 #include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
@@ -20,6 +21,7 @@ constexpr int drawTries = 20;
 
 // Where the picture windows stand on the screen: beside the main window, one above the other.
 constexpr int picturesLeft = 1450;
+constexpr int confocalTop = 450;
 
 int shownMapChannel = channelPhotocurrent;
 int shownConfocalChannel = channelConfocal;
@@ -219,18 +221,36 @@ void markPoint(ContextHandle view, int x, int y) {
     for (int j = 0; j < 2; ++j) {
         for (int i = 0; i < 2; ++i) {
             const int64_t index = int64_t{x} + i + (int64_t{y} + j) * imageWidth;
-            if (index >= 0 && index < pixels) setPixel(view, x + i, y + j, colourRgb(0, 255, 0));
+            if (index >= 0 && index < pixels) setPixel(view, x + i, y + j, markGreen);
         }
     }
 }
 
-void showMapWindow(int channel) {
-    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+void drawMapWithScale(int channel) {
     drawMap(mapWindow, channel);
-    if (channel == channelPhotocurrent) {
-        drawColourBar(mapWindow);
-        drawScaleLabels(mapWindow);
-    }
+    if (channel != channelPhotocurrent) return;
+    drawColourBar(mapWindow);
+    drawScaleLabels(mapWindow);
+}
+
+namespace {
+
+void placeMapWindowForArea() {
+    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+}
+
+} // namespace
+
+void placePictureWindows() {
+    placeMapWindowForArea();
+    if (confocalEnabled)
+        placeConfocalWindow(picturesLeft, confocalTop, scanArea.mapWidthPx + 50,
+                            scanArea.mapHeightPx + 40);
+}
+
+void showMapWindow(int channel) {
+    placeMapWindowForArea();
+    drawMapWithScale(channel);
 }
 
 void setLiveRows(int firstDrawnRow) {
@@ -238,14 +258,7 @@ void setLiveRows(int firstDrawnRow) {
 }
 
 void repaintMapWindow() {
-    if (liveRowsFrom < 0) {
-        drawMap(mapWindow, shownMapChannel);
-        if (shownMapChannel == channelPhotocurrent) {
-            drawColourBar(mapWindow);
-            drawScaleLabels(mapWindow);
-        }
-        return;
-    }
+    if (liveRowsFrom < 0) return drawMapWithScale(shownMapChannel);
     const Map& map = scanMap.maps[planePhotocurrent];
     for (int row = liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
 }

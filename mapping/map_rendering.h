@@ -34,7 +34,14 @@ void drawScaleLabels(WindowHandle window);
 // The scan's green marker of 2 x 2 pixels on the camera view.
 void markPoint(ContextHandle view, int x, int y);
 
-// Creates or shows the map window with a channel; channel 0 with its colour scale.
+// Places the windows of the maps beside the main window, sized for the scan area, and shows them;
+// the one for the confocal maps only when confocal imaging is on.
+void placePictureWindows();
+
+// Draws a channel into the map window; channel 0 with its colour scale.
+void drawMapWithScale(int channel);
+
+// Creates or shows the map window with a channel.
 void showMapWindow(int channel);
 
 // While a scan draws its rows: the first row that is drawn already, counted from the top; rows of

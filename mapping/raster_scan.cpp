@@ -23,9 +23,6 @@
 
 namespace {
 
-constexpr int picturesLeft = 1450; // on the screen, beside the main window
-constexpr int confocalTop = 450;   // below the map window
-
 // Where the scan starts and ends, um.
 struct ScanPlace {
     double homeX, homeY;   // where the stage stood
@@ -43,13 +40,6 @@ public:
     CameraView& operator=(const CameraView&) = delete;
     ContextHandle const context;
 };
-
-void placePictureWindows() {
-    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
-    if (confocalEnabled)
-        placeConfocalWindow(picturesLeft, confocalTop, scanArea.mapWidthPx + 50,
-                            scanArea.mapHeightPx + 40);
-}
 
 void goToRow(const ScanPlace& place, double y) {
     if (!moveXYTo(place.startX - scanArea.scanStep, y, motorSpeed))
@@ -116,7 +106,7 @@ void showScanAreaForConsent() {
     checkRadio(idLaserView, idSampleView, idSampleView);
     waitResponsive(1000);
     switchLiveView(7);
-    drawScanAreaRectangle();
+    showScanArea();
 }
 
 bool consentGiven() {
@@ -160,9 +150,7 @@ void saveConfocalImage(int channel, const char* label) {
 void saveEverything() {
     saveMapFiles();
     placePictureWindows(); // they may have been closed since
-    drawMap(mapWindow, channelPhotocurrent);
-    drawColourBar(mapWindow);
-    drawScaleLabels(mapWindow);
+    drawMapWithScale(channelPhotocurrent);
     saveWindowImage(dataFolders, mapWindow, 0, "KST");
     if (!confocalEnabled) return;
     saveConfocalImage(channelRed, "CONF_R");
@@ -204,12 +192,4 @@ int runMapping() {
     saveEverything();
     applyBias(0.0, limit);
     return 1;
-}
-
-void drawScanAreaRectangle() {
-    ContextHandle view = windowContext(mainWindow);
-    if (!view) return;
-    drawRectangle(view, scanArea.rectX1, scanArea.rectY1, scanArea.rectX2, scanArea.rectY2,
-                  colourRgb(0, 255, 0));
-    releaseWindowContext(mainWindow, view);
 }

@@ -9,6 +9,3 @@ int runMapping();
 // A damped swing that ends where it started, approached from the positive side; then Z up and down.
 // Ends early when a move fails.
 void compensateHysteresis();
-
-// Draws the scan area's rectangle on the camera view.
-void drawScanAreaRectangle();

@@ -38,10 +38,11 @@ struct AxisSlot {
 const AxisSlot axes[3] = {{stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
 
 void configureAxis(StageAxis& axis, int32_t speed) {
-    ximc.get_engine_settings(axis.deviceId, &axis.engine);
+    axis.engineKnown = ximc.get_engine_settings(axis.deviceId, &axis.engine) == 0;
     axis.engine.NomSpeed = static_cast<uint32_t>(speed);
     axis.engine.EngineFlags &= ~ENGINE_ACCEL_ON;
-    ximc.set_engine_settings(axis.deviceId, &axis.engine);
+    // A record that was not read holds no motor current and no microsteps: not for a motor.
+    if (axis.engineKnown) ximc.set_engine_settings(axis.deviceId, &axis.engine);
     sleepMs(10);
 }
 
@@ -119,9 +120,10 @@ void setPosition(StageAxis& axis, double um) {
 void setSpeed(StageAxis& axis, int32_t speed) {
     if (axis.axisNumber == 0) return;
     auto clamped = static_cast<uint32_t>(std::clamp(speed, 0, 1000));
-    if (clamped == axis.engine.NomSpeed) return;
-    axis.engine.NomSpeed = clamped;
-    ximc.set_engine_settings(axis.deviceId, &axis.engine);
+    if (clamped == axis.engine.NomSpeed || !axis.engineKnown) return;
+    engine_settings_t changed = axis.engine;
+    changed.NomSpeed = clamped;
+    if (ximc.set_engine_settings(axis.deviceId, &changed) == 0) axis.engine = changed;
 }
 
 bool startMoveTo(StageAxis& axis, double um) {
@@ -144,7 +146,9 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     float previous = 1000000.0f;
     const float target = static_cast<float>(targetUm);
     const uint64_t start = tickCountMs();
-    while (tickCountMs() - start < timeoutMs) {
+    for (;;) {
+        // One last look after the time: an operator may have taken it to answer a question.
+        const bool timeIsOver = tickCountMs() - start >= timeoutMs;
         const float current = static_cast<float>(readPosition(axis));
         const float errTarget = std::fabs(current - target);
         const float errStep = std::fabs(current - previous);
@@ -162,7 +166,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             break;
         }
         const bool stalled = errStep < 1.0f && errTarget > 1.0f && count >= 101;
-        if (stalled) break;
+        if (stalled || timeIsOver) break;
         if (waitResponsive(50) == waitClicked) {
             showInformation("stop requested");
             break;
@@ -230,13 +234,16 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     const uint64_t start = tickCountMs();
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
     if (!atTarget) {
+        bool timeIsOver = false;
         do {
+            timeIsOver = tickCountMs() - start >= limitMs;
             readPosition(a);
             readPosition(b);
             refreshPositions();
             const double err =
                 aLeads ? std::fabs(a.positionUm - targetA) : std::fabs(b.positionUm - targetB);
-            if (err <= 3.0 && std::fabs(err - previousErr) < 1.0) {
+            // The last look has no earlier one to compare with.
+            if (err <= 3.0 && (timeIsOver || std::fabs(err - previousErr) < 1.0)) {
                 atTarget = true;
                 break;
             }
@@ -245,7 +252,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             previousErr = err;
             if (waitResponsive(50) == waitClicked) break;
             ++count;
-        } while (tickCountMs() - start < limitMs);
+        } while (!timeIsOver);
     }
 
     setSpeed(a, speed);
@@ -277,4 +284,12 @@ bool moveXYBy(double dx, double dy, int32_t speed) {
 
 void stopStage(StageAxis& axis) {
     if (axis.axisNumber != 0) ximc.command_stop(axis.deviceId);
+}
+
+void stopAllStages() {
+    for (const AxisSlot& slot : axes) stopStage(slot.axis);
+}
+
+void closeAllStages() {
+    for (const AxisSlot& slot : axes) closeStage(slot.axis);
 }

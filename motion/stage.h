@@ -21,6 +21,7 @@ struct StageAxis {
     uint32_t leftLimitOn = 0;
     double positionUm = 0.0;     // cached, relative to the program's zero
     int32_t zeroOffsetSteps = 0; // controller step count that the program calls 0 um
+    bool engineKnown = false;    // `engine` was read from this controller and may be written back
 };
 
 extern StageAxis stageX, stageY, stageZ;
@@ -61,6 +62,8 @@ bool moveXYTo(double x, double y, int32_t speed);
 bool moveXYBy(double dx, double dy, int32_t speed);
 
 void stopStage(StageAxis& axis);
+void stopAllStages();
+void closeAllStages();
 
 // Micrometres to the controller's counts: microsteps 0..255.
 struct StepCount {

@@ -9,6 +9,9 @@ uint64_t tickCountMs();
 // Blocks the thread without taking window messages.
 void sleepMs(uint32_t milliseconds);
 
+// While on, the system does not go to sleep by itself.
+void keepSystemAwake(bool on);
+
 struct LocalTime {
     int year = 2000;
     int month = 1; // 1..12

@@ -19,5 +19,6 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-// Opens as fopen does; null when it fails. `mode` is that of fopen ("r" and "w" are text modes).
+// Opens as fopen does; null when it fails, and for a name with a colon, which no folder would list.
+// `mode` is that of fopen ("r" and "w" are text modes).
 File openFile(const std::wstring& path, const wchar_t* mode);

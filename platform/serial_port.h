@@ -48,5 +48,5 @@ int32_t readTimeouts(PortHandle port, SerialTimeouts& timeouts);
 int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& bytesMoved);
 int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved);
 
-// The operating system's error number of the last failed call.
-uint32_t lastSystemError();
+// Forgets what has come in and was not read.
+void discardReceived(PortHandle port);

@@ -14,6 +14,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/text_format.h"
@@ -39,7 +40,11 @@ bool scanAreaShown = false;
 bool closeWanted = false;
 
 void moveAndShow(StageAxis& axis, double um) {
+    // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
+    const int busyBefore = keyBusy;
+    keyBusy = 1;
     moveBy(axis, um);
+    keyBusy = busyBefore;
     refreshPositions();
 }
 
@@ -47,11 +52,13 @@ void startMapping() {
     if (processRunning) return; // the click is the question whether to stop
     processRunning = 1;
     stopRequested = 0;
+    keepSystemAwake(true);
     setField(Field::StartButton, "Stop");
     showInformation("Writing...");
     waitResponsive(10);
     showMapWindow(channelPhotocurrent);
     runMapping();
+    keepSystemAwake(false);
     processRunning = 0;
     setField(Field::StartButton, "Start");
     refreshPositions();
@@ -66,7 +73,8 @@ void readPositions() {
 void reconnectStages() {
     // A new zero in the middle of a process would send its next move to another place.
     if (processRunning) return;
-    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+    stopAllStages();
+    closeAllStages();
     if (openStages(axisOrder, motorSpeed))
         showMessageBox(mainWindow, "Standa device found", "Scanner Initialized", BoxButtons::Ok);
     else
@@ -113,11 +121,6 @@ void saveCameraImage() {
 void saveMaps() {
     ensureSessionFolder(dataFolders);
     saveMapFiles();
-}
-
-void showScanArea() {
-    drawScanAreaRectangle();
-    scanAreaShown = true;
 }
 
 void refuseIvMeasurement() {
@@ -293,6 +296,7 @@ void onKeyDown(uintptr_t virtualKey) {
     }
     refreshPositions();
     grabAndDraw();
+    if (dragging) invertDrag();
     keyBusy = 0;
 }
 
@@ -339,8 +343,17 @@ void onLeftButtonUp(int x, int y) {
 
 void onPaint() {
     drawCameraFrame(cameraImage.pixels.get(), 0);
-    if (scanAreaShown) drawScanAreaRectangle();
+    if (scanAreaShown) showScanArea();
     if (dragging) invertDrag();
+}
+
+void showScanArea() {
+    scanAreaShown = true;
+    ContextHandle view = windowContext(mainWindow);
+    if (!view) return;
+    drawRectangle(view, scanArea.rectX1, scanArea.rectY1, scanArea.rectX2, scanArea.rectY2,
+                  markGreen);
+    releaseWindowContext(mainWindow, view);
 }
 
 void forgetShownScanArea() {
@@ -357,11 +370,13 @@ void onClose() {
 }
 
 void onSessionEnd() {
+    stopRequested = 1;
+    stopAllStages();
     setLaserLevel(0);
     setLaserOutput(0);
-    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) stopStage(*axis);
-    if (processRunning) saveMapFiles();
+    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     writeSettingsFile(dataFolders.configPath);
+    if (processRunning) saveMapFiles(); // last: it may raise a box
 }
 
 void refreshPositions() {

@@ -20,6 +20,10 @@ void onClose();
 // and the settings saved.
 void onSessionEnd();
 
+// Draws the scan area's rectangle on the camera view; it stays through repaints until the next
+// frame.
+void showScanArea();
+
 // The next repaint shows the picture without the scan area's rectangle.
 void forgetShownScanArea();
 

@@ -5,6 +5,7 @@ enum ControlId : int {
     idMenu = 109,
     idAboutDialog = 103,
     idIcon = 141,
+    idStartupNotice = 200,
 
     idAbout = 104,
     idExit = 105,

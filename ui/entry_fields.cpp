@@ -44,18 +44,23 @@ std::optional<float> typedNumber(Field field) {
     return value;
 }
 
+// While a typed move is under way its edit shows where the stage is: Enter would send it there.
+bool typedMoveUnderWay = false;
+
 void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
+    typedMoveUnderWay = true;
     setSpeed(axis, speed);
     waitResponsive(50);
     moveTo(axis, targetUm);
     switchLiveView(1);
     readPosition(axis);
     refreshPositions();
+    typedMoveUnderWay = false;
 }
 
 void enterXyPosition(Field field, StageAxis& axis) {
     const std::optional<int> typed = typedInteger(field);
-    if (!typed) return;
+    if (!typed || typedMoveUnderWay) return;
     switchLiveView(0);
     moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);
 }
@@ -100,7 +105,7 @@ void enterPositionY() {
 
 void enterPositionZ() {
     const std::optional<int> typed = typedInteger(Field::PositionZ);
-    if (!typed) return;
+    if (!typed || typedMoveUnderWay) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(0);
     if (target - stageZ.positionUm >= farFocusMoveUm) {

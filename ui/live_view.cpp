@@ -65,7 +65,7 @@ void grabAndDraw() {
 void switchLiveView(int mode) {
     if (mode == 2)
         mode = liveBefore;
-    else
+    else if (mode != 7)
         liveBefore = live;
     if (mode == 1) {
         if (cameraWantsConnecting()) connectCamera();
@@ -82,6 +82,7 @@ void resetIdle() {
 }
 
 void liveViewTick() {
+    if (!live) return; // a tick that was waiting when the timer was stopped
     if (idleTicks == 0 && cameraWantsConnecting()) connectCamera();
     if (++idleTicks == idleLimitTicks) {
         switchEverythingOff();

@@ -162,6 +162,23 @@ void stopTimer() {
     if (mainWindow) KillTimer(native(mainWindow), liveViewTimer);
 }
 
+static HWND startupNotice = nullptr;
+
+static INT_PTR CALLBACK noticeProcedure(HWND, UINT message, WPARAM, LPARAM) {
+    return message == WM_INITDIALOG ? TRUE : FALSE;
+}
+
+void showStartupNotice() {
+    startupNotice = CreateDialogParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idStartupNotice),
+                                       nullptr, noticeProcedure, 0);
+    if (startupNotice) ShowWindow(startupNotice, SW_SHOW);
+}
+
+void closeStartupNotice() {
+    if (startupNotice) DestroyWindow(startupNotice);
+    startupNotice = nullptr;
+}
+
 static INT_PTR CALLBACK aboutProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM) {
     if (message == WM_INITDIALOG) return TRUE;
     if (message != WM_COMMAND) return FALSE;

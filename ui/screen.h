@@ -63,6 +63,11 @@ int registerWindowClasses();
 int createMainWindow(int showCommand);
 void destroyMainWindow();
 
+// A notice while the devices are being connected. The resources may hold no such dialog: then
+// nothing appears, and that is no error.
+void showStartupNotice();
+void closeStartupNotice();
+
 // The About box.
 void showAbout();
 

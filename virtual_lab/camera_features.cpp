@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 
 // Any number but 0 is a failure to a caller; these are the kinds that the SDK tells apart.
 constexpr uint32_t errorInvalidArgument = 0xC2000001;
@@ -285,8 +286,16 @@ static uint32_t fail(uint32_t code, const char* name, const char* why) {
 
 static LabCameraDevice* openDevice(void* handle) {
     for (auto& device : lab.camera.devices)
-        if (device.get() == handle && device->access != 0 && !device->lost) return device.get();
+        if (device.get() == handle && device->access != 0) return device.get();
     return nullptr;
+}
+
+// Changes by itself, so that no cache can answer for it.
+static bool automatic(const LabFeature& feature) {
+    std::string name = feature.name;
+    auto continuous = [](const char* mode) { return featureValue(mode) == 0; }; // first entry
+    return (name.starts_with("Gain") && name != "GainAuto" && continuous("GainAuto")) ||
+           (name.starts_with("ExposureTime") && continuous("ExposureAuto"));
 }
 
 static bool writable(const LabCameraDevice& device, const LabFeature& feature) {
@@ -300,6 +309,9 @@ static uint32_t look(void* handle, const char* name, bool write, LabFeature*& fo
     if (!device) return fail(errorAccess, name, "the device is not open or is gone");
     found = findFeature(name);
     if (!found) return fail(pylonMissing, name, "the camera has no such feature");
+    // The last values of a lost camera are still read, from the library's cache.
+    if (device->lost && (write || automatic(*found)))
+        return fail(errorAccess, name, "the device has been removed");
     if (write && !writable(*device, *found)) return fail(errorAccess, name, "not writable");
     return 0;
 }
@@ -391,7 +403,15 @@ uint8_t PylonDeviceFeatureIsImplemented(void* handle, const char* name) {
 }
 
 uint8_t PylonDeviceFeatureIsAvailable(void* handle, const char* name) {
-    return PylonDeviceFeatureIsImplemented(handle, name);
+    if (PylonDeviceFeatureIsImplemented(handle, name)) return 1;
+    // The entries of an enumeration have names of their own.
+    LabLock lock;
+    constexpr std::string_view prefix = "EnumEntry_TriggerSelector_";
+    LabFeature* selector = openDevice(handle) ? findFeature("TriggerSelector") : nullptr;
+    if (!selector || !std::string_view(name).starts_with(prefix)) return 0;
+    for (const char* entry : selector->entries)
+        if (std::string_view(name).substr(prefix.size()) == entry) return 1;
+    return 0;
 }
 
 uint8_t PylonDeviceFeatureIsReadable(void* handle, const char* name) {

@@ -195,14 +195,6 @@ uint32_t PylonDeviceClose(void* handle) {
     return 0;
 }
 
-uint32_t PylonDeviceIsOpen(void* handle, uint8_t* open) {
-    LabLock lock;
-    LabCameraDevice* device = findDevice(handle);
-    if (!device || !open) return fail(errorHandle, "not a device");
-    *open = device->access != 0;
-    return 0;
-}
-
 uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
@@ -344,14 +336,14 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
             LabLock lock;
             LabCameraDevice* device = deviceOfWaitObject(object);
             if (!device) return fail(errorHandle, "not a wait object");
-            if (device->lost) return fail(errorRemoved, "the device has been removed");
-            takeDueFrames(device->grabber);
+            // Of a lost camera a wait only hears nothing more.
+            if (!device->lost) takeDueFrames(device->grabber);
             if (!device->grabber.output.empty()) {
                 *ready = 1;
                 return 0;
             }
-            bool coming =
-                lab.camera.frameDue && device->grabber.streaming && !device->grabber.queue.empty();
+            bool coming = !device->lost && lab.camera.frameDue && device->grabber.streaming &&
+                          !device->grabber.queue.empty();
             if (timeoutMs == waitForever && !coming)
                 return fail(errorOrder, "nothing is coming: this wait would never end");
             double nowMs = labNowMs();

@@ -16,7 +16,7 @@
 #define LAB_PYLON_FUNCTIONS(F)                                                                     \
     F(PylonInitialize) F(PylonTerminate) F(GenApiGetLastErrorMessage)                              \
     F(PylonEnumerateDevices) F(PylonCreateDeviceByIndex) F(PylonDestroyDevice)                     \
-    F(PylonDeviceOpen) F(PylonDeviceClose) F(PylonDeviceIsOpen)                                    \
+    F(PylonDeviceOpen) F(PylonDeviceClose)                                                         \
     F(PylonDeviceFeatureIsReadable) F(PylonDeviceFeatureIsWritable)                                \
     F(PylonDeviceFeatureFromString) F(PylonDeviceFeatureToString)                                  \
     F(PylonDeviceSetIntegerFeature) F(PylonDeviceGetIntegerFeature)                                \

@@ -51,6 +51,10 @@ uint64_t tickCountMs() {
     return latest;
 }
 
+void keepSystemAwake(bool on) {
+    SetThreadExecutionState(on ? ES_CONTINUOUS | ES_SYSTEM_REQUIRED : ES_CONTINUOUS);
+}
+
 void sleepMs(uint32_t milliseconds) {
     FineTimerPeriod fine(milliseconds);
     int64_t perSecond = performanceCountsPerSecond();

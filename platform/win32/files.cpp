@@ -16,11 +16,17 @@ bool makeFolder(const std::wstring& path) {
 }
 
 bool fileExists(const std::wstring& path) {
-    // Unlike a search this takes no pattern, and it also finds a name with a colon, which NTFS
-    // keeps as a stream of the file before the colon and does not list.
+    // Unlike a search this takes no pattern.
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+// A colon anywhere but behind the drive's letter: the name of a hidden stream of another file,
+// where no operator would find what was saved.
+static bool namesStream(const std::wstring& path) {
+    return path.find(L':', 2) != std::wstring::npos;
+}
+
 File openFile(const std::wstring& path, const wchar_t* mode) {
+    if (namesStream(path)) return nullptr;
     return File(_wfopen(path.c_str(), mode));
 }

@@ -59,6 +59,6 @@ int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t
     return result;
 }
 
-uint32_t lastSystemError() {
-    return GetLastError();
+void discardReceived(PortHandle port) {
+    PurgeComm(reinterpret_cast<HANDLE>(port), PURGE_RXCLEAR);
 }

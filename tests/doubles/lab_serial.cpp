@@ -122,6 +122,6 @@ int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t
     return 1;
 }
 
-uint32_t lastSystemError() {
-    return lastError;
+void discardReceived(PortHandle) {
+    if (!serial.scripted) takeBoardReply();
 }

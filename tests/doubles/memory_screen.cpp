@@ -113,6 +113,8 @@ void destroyMainWindow() {
     quitMessageLoop();
 }
 
+void showStartupNotice() {}
+void closeStartupNotice() {}
 void showAbout() {}
 
 static void placeWindow(WindowHandle& window, int x, int y, int width, int height) {

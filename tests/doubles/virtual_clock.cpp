@@ -53,6 +53,12 @@ uint64_t tickCountMs() {
     return static_cast<uint64_t>(nowMs);
 }
 
+bool systemKeptAwake = false;
+
+void keepSystemAwake(bool on) {
+    systemKeptAwake = on;
+}
+
 void sleepMs(uint32_t milliseconds) {
     advanceVirtualTime(milliseconds);
 }

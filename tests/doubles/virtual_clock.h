@@ -12,4 +12,6 @@ double testTimeMs(); // since the test began
 extern LocalTime wallTime;    // what the program's clock shows; it stands still
 extern double testDeadlineMs; // a test that is not over by then is ended by force
 
+extern bool systemKeptAwake;
+
 void resetClock();

@@ -256,7 +256,8 @@ TEST_F(VirtualLab, CameraInsistsOnTheOrderOfCalls) {
     EXPECT_NE(PylonDeviceExecuteCommandFeature(camera, "AcquisitionStop"), 0u);
     applyLabFaults(""); // plugged in again, it must be made and opened anew
     double gain = 0;
-    EXPECT_NE(PylonDeviceGetFloatFeature(camera, "Gain", &gain), 0u);
+    EXPECT_EQ(PylonDeviceGetFloatFeature(camera, "Gain", &gain), 0u); // a cached value
+    EXPECT_NE(PylonDeviceSetFloatFeature(camera, "Gain", gain), 0u);
 
     EXPECT_NE(PylonStreamGrabberFinishGrab(grabber), 0u); // a buffer is still registered
     EXPECT_EQ(PylonStreamGrabberStopStreamingIfMandatory(grabber), 0u);
