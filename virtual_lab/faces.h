@@ -3,6 +3,9 @@
 #pragma once
 
 #include "camera/pylon_c.h"
+#include "instruments/kxci.h"
+#include "instruments/ni488.h"
+#include "instruments/visa.h"
 #include "motion/libximc.h"
 
 #include <type_traits>
@@ -37,6 +40,16 @@
     F(PylonDeviceFeatureIsImplemented) F(PylonDeviceFeatureIsAvailable)                            \
     F(PylonDeviceGetFloatFeatureMin) F(PylonDeviceGetFloatFeatureMax)                              \
     F(PylonDeviceGetBooleanFeature)
+
+#define LAB_NI488_FUNCTIONS(F)                                                                     \
+    F(ibdev) F(ibclr) F(ibwrt) F(ibrd) F(ibonl) F(ThreadIbsta) F(ThreadIberr) F(ThreadIbcnt)
+
+#define LAB_VISA_FUNCTIONS(F)                                                                      \
+    F(viOpenDefaultRM) F(viFindRsrc) F(viFindNext) F(viOpen) F(viClose) F(viSetAttribute)          \
+    F(viStatusDesc) F(viRead) F(viWrite)
+
+#define LAB_KXCI_FUNCTIONS(F)                                                                      \
+    F(OpenKXCIConnection_C) F(SendKXCICommand_C) F(CloseKXCIConnection_C)
 // clang-format on
 
 extern "C" {
@@ -45,6 +58,15 @@ LAB_LIBXIMC_FUNCTIONS(DECLARE_FUNCTION)
 #undef DECLARE_FUNCTION
 #define DECLARE_FUNCTION(name) std::remove_pointer_t<decltype(PylonC::name)> name;
 LAB_PYLON_FUNCTIONS(DECLARE_FUNCTION)
+#undef DECLARE_FUNCTION
+#define DECLARE_FUNCTION(name) std::remove_pointer_t<decltype(Ni488::name)> name;
+LAB_NI488_FUNCTIONS(DECLARE_FUNCTION)
+#undef DECLARE_FUNCTION
+#define DECLARE_FUNCTION(name) std::remove_pointer_t<decltype(Visa::name)> name;
+LAB_VISA_FUNCTIONS(DECLARE_FUNCTION)
+#undef DECLARE_FUNCTION
+#define DECLARE_FUNCTION(name) std::remove_pointer_t<decltype(Kxci::name)> name;
+LAB_KXCI_FUNCTIONS(DECLARE_FUNCTION)
 #undef DECLARE_FUNCTION
 
 uint8_t PylonDeviceFeatureIsImplemented(void* device, const char* name);

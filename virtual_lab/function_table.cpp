@@ -13,8 +13,17 @@ struct NamedFunction {
 
 #define LIBXIMC_ENTRY(name) {"libximc.dll", #name, reinterpret_cast<void*>(&::name)},
 #define PYLON_ENTRY(name) {"pylonc_v9.dll", #name, reinterpret_cast<void*>(&::name)},
-static const NamedFunction functions[] = {LAB_LIBXIMC_FUNCTIONS(LIBXIMC_ENTRY) LAB_PYLON_FUNCTIONS(
-    PYLON_ENTRY) LAB_FURTHER_PYLON_FUNCTIONS(PYLON_ENTRY)};
+#define NI488_ENTRY(name) {"ni4882.dll", #name, reinterpret_cast<void*>(&::name)},
+#define VISA_ENTRY(name) {"visa64.dll", #name, reinterpret_cast<void*>(&::name)},
+#define KXCI_ENTRY(name) {"kxciclient64.dll", #name, reinterpret_cast<void*>(&::name)},
+// clang-format off
+static const NamedFunction functions[] = {
+    LAB_LIBXIMC_FUNCTIONS(LIBXIMC_ENTRY)
+    LAB_PYLON_FUNCTIONS(PYLON_ENTRY) LAB_FURTHER_PYLON_FUNCTIONS(PYLON_ENTRY)
+    LAB_NI488_FUNCTIONS(NI488_ENTRY) LAB_VISA_FUNCTIONS(VISA_ENTRY)
+    LAB_KXCI_FUNCTIONS(KXCI_ENTRY)
+};
+// clang-format on
 
 static bool sameFileName(const char* lower, const char* name) {
     for (; *lower && std::tolower(static_cast<unsigned char>(*name)) == *lower; ++lower) ++name;

@@ -39,6 +39,7 @@ void resetLab(uint64_t seed) {
     lab.reads.clear();
     resetMotors();
     resetCamera();
+    resetInstruments();
 }
 
 static int axisNamed(const std::string& name) {
@@ -87,7 +88,7 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         if (!(words >> number) || number < 0) return false;
         faults.backlashUm[axis] = number;
     } else {
-        return false;
+        return parseInstrumentFault(line, faults);
     }
     return !(words >> extra);
 }
@@ -105,6 +106,7 @@ bool applyLabFaults(const std::string& text) {
     lab.faults = faults;
     dropMissingControllers();
     dropLostCamera();
+    switchOffAbsentInstruments();
     return true;
 }
 
@@ -123,6 +125,9 @@ const LabCounters& labCounters() {
     lab.counters.cameraDevices = lab.camera.devices.size();
     lab.counters.openAxes = 0;
     for (const LabMotor& motor : lab.motors) lab.counters.openAxes += motor.id >= 0;
+    lab.counters.gpibDescriptors = lab.instruments.gpibDevices.size();
+    lab.counters.visaSessions = lab.instruments.visaObjects.size();
+    lab.counters.networkLinks = lab.instruments.networkLinked;
     return lab.counters;
 }
 

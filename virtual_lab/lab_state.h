@@ -2,6 +2,7 @@
 #pragma once
 
 #include "virtual_lab/camera_state.h"
+#include "virtual_lab/instruments_state.h"
 #include "virtual_lab/lab.h"
 
 #include <deque>
@@ -19,6 +20,14 @@ struct LabFaults {
     bool cameraAbsent = false;
     bool cameraLost = false;
     bool cameraOld = false; // feature names from before SFNC 2.0
+    LabInstrumentFaults instruments[labInstrumentCount];
+    int scopes = 1;
+    bool gpibAbsent = false;
+    std::string gpibFailing;   // name of a call, "all", or empty
+    int gpibFailingFrom = 1;   // calls of that name until it fails
+    int gpibAddresses[3] = {}; // 0: as the test has set it
+    bool visaAbsent = false;
+    bool visaEmpty = false;
 };
 
 // One axis: what its controller has been told, where the motor stands and where the carriage is.
@@ -47,6 +56,7 @@ struct Lab {
     LabMotor motors[3]; // by LabAxis
     LabBoard board;
     LabCamera camera;
+    LabInstruments instruments;
     LabCounters counters;
     std::vector<std::string> boardCommands;
     std::vector<LabRead> reads;

@@ -13,9 +13,12 @@ struct NativeLibrary {
 LibraryDouble libraries;
 
 static NativeLibrary known[] = {{"libximc.dll", "open_device"},
-                                {"PylonC_v9.dll", "PylonInitialize"}};
+                                {"PylonC_v9.dll", "PylonInitialize"},
+                                {"ni4882.dll", "ibdev"},
+                                {"VISA64.dll", "viOpen"},
+                                {"KXCIclient64.dll", "OpenKXCIConnection_C"}};
 
-// The release of the stage library whose ordinals the program knows.
+// The release of the stage library whose ordinals the program knows, and the VISA standard's.
 static const std::map<unsigned, const char*> ximcOrdinals = {
     {11, "set_engine_settings"}, {13, "get_engine_settings"},
     {61, "command_stop"},        {63, "command_move"},
@@ -24,6 +27,18 @@ static const std::map<unsigned, const char*> ximcOrdinals = {
     {513, "get_status"},         {517, "get_device_count"},
     {518, "get_device_name"},    {520, "ximc_version"},
     {540, "set_bindy_key"}};
+static const std::map<unsigned, const char*> visaOrdinals = {
+    {129, "viFindRsrc"},   {130, "viFindNext"},     {131, "viOpen"},
+    {132, "viClose"},      {134, "viSetAttribute"}, {141, "viOpenDefaultRM"},
+    {142, "viStatusDesc"}, {256, "viRead"},         {257, "viWrite"}};
+
+static const char* nameOfOrdinal(LibraryHandle library, unsigned ordinal) {
+    const bool isXimc = std::strcmp(library->fileName, "libximc.dll") == 0;
+    if (!isXimc && std::strcmp(library->fileName, "VISA64.dll") != 0) return nullptr;
+    const auto& ordinals = isXimc ? ximcOrdinals : visaOrdinals;
+    const auto found = ordinals.find(ordinal);
+    return found == ordinals.end() ? nullptr : found->second;
+}
 
 LibraryHandle loadLibrary(const char* fileName) {
     if (libraries.allAbsent || libraries.absent.count(fileName) != 0) return nullptr;
@@ -37,9 +52,8 @@ LibraryHandle loadLibrary(const char* fileName) {
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
     if (libraries.functionsMissing.count(name) != 0) return nullptr;
     if (libraries.namesMissing.count(name) != 0) {
-        const auto byOrdinal = ximcOrdinals.find(ordinal);
-        if (library != &known[0] || byOrdinal == ximcOrdinals.end()) return nullptr;
-        name = byOrdinal->second;
+        name = nameOfOrdinal(library, ordinal);
+        if (!name) return nullptr;
     }
     const auto replaced = libraries.replaced.find(name);
     if (replaced != libraries.replaced.end()) return replaced->second;

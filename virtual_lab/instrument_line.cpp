@@ -1,0 +1,161 @@
+// How messages come to the virtual instruments and their replies go out, whatever carries them.
+#include "virtual_lab/lab_state.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+const char* const labInstrumentNames[labInstrumentCount] = {"multimeter", "sourcemeter", "analyzer",
+                                                            "k2450",      "scope",       "scope2"};
+void (*labOnCommand)(LabInstrument, const std::string&) = nullptr;
+
+static LabInstrumentLine& lineOf(LabInstrument who) {
+    return lab.instruments.lines[who];
+}
+
+static const LabInstrumentFaults& faultsOf(LabInstrument who) {
+    return lab.faults.instruments[who];
+}
+
+bool instrumentPresent(LabInstrument who) {
+    if (who == labSecondScope && lab.faults.scopes < 2) return false;
+    return !faultsOf(who).absent;
+}
+
+static void take(LabInstrument who, const std::string& message) {
+    switch (who) {
+    case labMultimeter:
+        return multimeterTakes(message);
+    case labSourcemeter:
+    case labUsbSourcemeter:
+        return sourcemeterTakes(who, message);
+    case labScope:
+    case labSecondScope:
+        return scopeTakes(who, message);
+    case labAnalyzer:
+        return analyzerTakes(message, "\r\n");
+    case labInstrumentCount:
+        break;
+    }
+}
+
+LabTransfer sendToInstrument(LabInstrument who, const std::string& message, double timeoutMs) {
+    {
+        LabLock lock;
+        if (!instrumentPresent(who)) return LabTransfer::Lost;
+        if (!faultsOf(who).stuck) {
+            logEntry(lineOf(who).commands, message);
+            if (labOnCommand) labOnCommand(who, message);
+            take(who, message);
+            return LabTransfer::Ended;
+        }
+    }
+    labSleepMs(timeoutMs);
+    return LabTransfer::TimedOut;
+}
+
+static LabTransfer takeBytes(LabInstrument who, void* buffer, size_t count, size_t& received) {
+    std::string& bytes = lineOf(who).output.front().bytes;
+    received = std::min(count, bytes.size());
+    std::memcpy(buffer, bytes.data(), received);
+    bytes.erase(0, received);
+    if (!bytes.empty()) return LabTransfer::Full;
+    lineOf(who).output.pop_front();
+    return LabTransfer::Ended;
+}
+
+LabTransfer receiveFromInstrument(LabInstrument who, void* buffer, size_t count, double timeoutMs,
+                                  size_t& received) {
+    received = 0;
+    double deadlineMs = labNowMs() + timeoutMs;
+    for (bool first = true;; first = false) {
+        double sleepMs = 0;
+        {
+            LabLock lock;
+            if (!instrumentPresent(who)) return LabTransfer::Lost;
+            bool stuck = faultsOf(who).stuck;
+            if (first && who == labMultimeter && !stuck && lineOf(who).output.empty())
+                multimeterTalks();
+            const std::deque<LabReply>& output = lineOf(who).output;
+            bool coming = !stuck && !output.empty();
+            double nowMs = labNowMs();
+            if (coming && output.front().readyMs <= nowMs)
+                return takeBytes(who, buffer, count, received);
+            if (nowMs >= deadlineMs) {
+                bool isSourcemeter = who == labSourcemeter || who == labUsbSourcemeter;
+                if (isSourcemeter && output.empty() && !stuck && !faultsOf(who).silent)
+                    sourcemeterHadNothingToSay(who);
+                return LabTransfer::TimedOut;
+            }
+            // Short enough to notice an instrument that is switched off meanwhile.
+            constexpr double longestSleepMs = 50;
+            double untilMs = coming ? std::min(deadlineMs, output.front().readyMs) : deadlineMs;
+            sleepMs = std::min(untilMs - nowMs, longestSleepMs);
+        }
+        labSleepMs(sleepMs);
+    }
+}
+
+// Zeros at the end of the digits before the exponent.
+static void lengthenNumber(std::string& text, size_t length) {
+    for (size_t i = 1; i < text.size() && text.size() < length; ++i)
+        if (text[i] == 'E' && std::isdigit(static_cast<unsigned char>(text[i - 1])))
+            text.insert(i, length - text.size(), '0');
+}
+
+void reply(LabInstrument who, std::string text, const char* terminator, double takesMs) {
+    constexpr size_t longScopeNumber = 40, longNumber = 120;
+    const LabInstrumentFaults& faults = faultsOf(who);
+    if (faults.silent) return;
+    if (faults.garbage) text = "?@#\x80~*Q\xFF%&u";
+    if (faults.longNumbers)
+        lengthenNumber(text,
+                       who == labScope || who == labSecondScope ? longScopeNumber : longNumber);
+    if (!faults.unterminated) text += terminator;
+    lineOf(who).output.push_back({text, labNowMs() + takesMs});
+}
+
+void noteError(LabInstrument who, const std::string& what, const std::string& command) {
+    logEntry(lineOf(who).errors, command.empty() ? what : what + " " + command);
+    ++lab.counters.instrumentErrors;
+}
+
+void noteMeasurement(LabInstrument who, double biasVolts, double value) {
+    LabPoint spot = labLaserSpotSample();
+    logEntry(lab.instruments.measurements, {who, labNowMs(), spot.x, spot.y, biasVolts, value});
+}
+
+void resetInstruments() {
+    lab.instruments = {};
+}
+
+// As after a turn of the mains switch; what programs hold of it is worthless from then on.
+void switchOffAbsentInstruments() {
+    LabInstruments& all = lab.instruments;
+    for (int i = 0; i < labInstrumentCount; ++i) {
+        auto who = static_cast<LabInstrument>(i);
+        if (instrumentPresent(who)) continue;
+        all.lines[who].output.clear();
+        if (who == labMultimeter) all.multimeter = {};
+        if (who == labSourcemeter) all.sourcemeters[0] = {};
+        if (who == labUsbSourcemeter) all.sourcemeters[1] = {};
+        if (who == labScope) all.scopes[0] = {};
+        if (who == labSecondScope) all.scopes[1] = {};
+        if (who == labAnalyzer) all.analyzer = {};
+        if (who == labAnalyzer) all.networkLinked = false;
+        for (auto& [handle, object] : all.visaObjects)
+            if (object.instrument == who) object.lost = true;
+    }
+}
+
+const std::vector<std::string>& labInstrumentCommands(LabInstrument instrument) {
+    return lineOf(instrument).commands;
+}
+
+const std::vector<std::string>& labInstrumentErrors(LabInstrument instrument) {
+    return lineOf(instrument).errors;
+}
+
+const std::vector<LabMeasurement>& labMeasurements() {
+    return lab.instruments.measurements;
+}

@@ -1,0 +1,26 @@
+// Taking SCPI messages apart.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct ScpiCommand {
+    std::string header; // absolute, with its colon; common commands begin with '*'
+    bool query = false;
+    std::vector<std::string> parameters;
+    std::string text; // as received
+};
+
+// The commands of a message; one that does not begin with a colon goes on where the one before it
+// stood.
+std::vector<ScpiCommand> splitScpi(const std::string& message);
+
+// Whether a header is `pattern`: capital letters are the short form, '#' a number that can only be
+// 1, words in brackets can be left out, as in "[:SENSe#]:CURRent[:DC]:RANGe".
+bool scpiMatches(const std::string& header, const char* pattern);
+
+// The same for a single word as a parameter, with or without quotation marks.
+bool scpiWordIs(const std::string& parameter, const char* pattern);
+
+// A finite number and nothing else.
+bool scpiNumber(const std::string& parameter, double& value);
