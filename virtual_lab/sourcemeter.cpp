@@ -87,7 +87,7 @@ static int numberSetting(Call& call, double smallest, double largest, double& se
 
 static int switchSetting(Call& call, bool& setting) {
     if (call.command.query) {
-        call.answer = setting ? "1" : "0";
+        call.answer = std::to_string(setting);
         return call.parameterCount() > 0 ? parameterNotAllowed : noError;
     }
     if (call.parameterCount() == 0) return missingParameter;
@@ -254,7 +254,7 @@ static int eventStatus(Call& call) {
 static int limitTripped(Call& call) {
     bool limited = false;
     contactCurrent(call.meter.source, limited);
-    call.answer = limited ? "1" : "0";
+    call.answer = std::to_string(limited);
     return noError;
 }
 
@@ -280,7 +280,7 @@ constexpr Entry entries[] = {
     {"*ESR", Form::Query, eventStatus},
     {"*OPC", Form::Query,
      [](Call& call) -> int {
-         call.answer = "1";
+         call.answer = std::to_string(1);
          return noError;
      }},
     {"SYSTem:ERRor[:NEXT]", Form::Query, nextError},

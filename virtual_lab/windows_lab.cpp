@@ -12,6 +12,7 @@ constexpr DWORD faultCheckMs = 100;
 static std::wstring laboratoryFolder; // with a backslash at the end
 static HANDLE port = INVALID_HANDLE_VALUE;
 static HANDLE commandLog = INVALID_HANDLE_VALUE;
+static HANDLE instrumentLog = INVALID_HANDLE_VALUE;
 
 static double performanceMs() {
     static const double ticksPerMs = [] {
@@ -56,6 +57,24 @@ static void followFaultFile() {
         return;
     seen = found;
     applyLabFaults(readWholeFile(path));
+}
+
+static HANDLE createLog(const wchar_t* name) {
+    return CreateFileW((laboratoryFolder + name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                       CREATE_ALWAYS, 0, nullptr);
+}
+
+// One message on each line behind the instrument's name; control characters as \x and two digits.
+static void logInstrumentCommand(LabInstrument who, const std::string& message) {
+    std::string line = labInstrumentNames[who];
+    line += ' ';
+    for (char byte : message) {
+        auto code = static_cast<unsigned char>(byte);
+        line += code < 0x20 || code > 0x7E ? printed("\\x%02x", code) : std::string(1, byte);
+    }
+    line += '\n';
+    DWORD written;
+    WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
 
 // --- The board's end of the cable
@@ -139,8 +158,9 @@ static DWORD WINAPI runBoard(void*) {
 static void startLaboratory() {
     setLabClock(performanceMs, sleepRoundedUp);
     resetLab(1);
-    commandLog = CreateFileW((laboratoryFolder + L"board_commands.log").c_str(), GENERIC_WRITE,
-                             FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+    commandLog = createLog(L"board_commands.log");
+    instrumentLog = createLog(L"instrument_commands.log");
+    labOnCommand = logInstrumentCommand;
     // The board outlives the program's use of any one library, so this DLL stays to the end.
     HMODULE pinned;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
@@ -165,7 +185,9 @@ static void logLastCommands() {
     std::string bytes;
     while (port != INVALID_HANDLE_VALUE && readCommand(bytes) && !bytes.empty()) logCommand(bytes);
     closeBoardPort();
-    if (commandLog != INVALID_HANDLE_VALUE) CloseHandle(commandLog);
+    labOnCommand = nullptr;
+    for (HANDLE log : {commandLog, instrumentLog})
+        if (log != INVALID_HANDLE_VALUE) CloseHandle(log);
 }
 
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void*) {
