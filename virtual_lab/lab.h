@@ -10,7 +10,7 @@
 // --- Life ------------------------------------------------------------------------------------
 
 // Where the laboratory gets its time, in milliseconds, and how a device that makes its caller wait
-// (the camera) lets time pass. Until this is called time stands still at 0.
+// (the camera, an instrument) lets time pass. Until this is called time stands still at 0.
 void setLabClock(double (*nowMs)(), void (*sleepMs)(double ms));
 
 // All devices in their initial state, nothing broken, logs empty: the stage stands at controller

@@ -74,7 +74,6 @@ protected:
 
     static void lightOn() { boardReceive("G 5 204", 8); }
 
-    // Carriage to the strongest place, beside the right contact.
     static double currentAtSpot(double bias) {
         LabPoint spot = labLaserSpotSample();
         return expectedCurrent(spot.x, spot.y, 4.0, labStageUm(labZ), bias);
