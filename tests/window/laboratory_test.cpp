@@ -49,21 +49,37 @@ struct Range {
     double least, most;
 };
 
-// What the board may read with the spot there: the stage stops within a few microsteps, and the
-// shake of the focus leaves a little of its backlash.
-static Range voltsAround(double x, double y) {
+// An instrument: what it should read with the spot at a sample point, and how far it may be off.
+struct Meter {
+    double (*truth)(double x, double y, double z);
+    double slack;
+};
+
+constexpr Meter board{
+    [](double x, double y, double z) { return std::min(expectedVolts(x, y, 4.0, z), 5.0); },
+    5 * labAdcNoiseVolts + labAdcStepVolts};
+constexpr Meter multimeter{[](double x, double y, double z) { // in uA
+                               return expectedCurrent(x, y, 4.0, z, 0.0) * 1e6;
+                           },
+                           6 * labRangeNoise * 20};
+constexpr Meter oscilloscope{
+    [](double x, double y, double z) { return expectedVolts(x, y, 4.0, z); },
+    6 * labScopeNoiseVolts};
+
+// What it may read there: the stage stops within a few microsteps, and the shake of the focus
+// leaves a little of its backlash.
+static Range readingsAround(const Meter& meter, double x, double y) {
     Range range{9, -9};
     for (double dx : {-0.1, 0.0, 0.1}) {
         for (double dy : {-0.1, 0.0, 0.1}) {
             for (double z : {0.0, 0.4, 0.8}) {
-                double volts = std::min(expectedVolts(x + dx, y + dy, 4.0, z), 5.0);
-                range.least = std::min(range.least, volts);
-                range.most = std::max(range.most, volts);
+                double reading = meter.truth(x + dx, y + dy, z);
+                range.least = std::min(range.least, reading);
+                range.most = std::max(range.most, reading);
             }
         }
     }
-    double slack = 5 * labAdcNoiseVolts + labAdcStepVolts;
-    return {range.least - slack, range.most + slack};
+    return {range.least - meter.slack, range.most + meter.slack};
 }
 
 // A rectangle on the picture, in pixels from the top left, and the grid that it makes.
@@ -88,13 +104,15 @@ struct Area {
 
 class Laboratory : public Road {
 protected:
-    void start(double step) {
+    void start(double step, int kind = 0, const char* faults = "") {
         LabPixel spot = labSpotPixel();
         char line[200];
-        std::snprintf(line, sizeof line, "step:%.1f, laser:4.00, laser correct:(%d,%d)", step,
-                      spot.column, spot.row);
+        std::snprintf(line, sizeof line, "step:%.1f, laser:4.00, laser correct:(%d,%d), Ammeter:%d",
+                      step, spot.column, spot.row, kind);
         ASSERT_NO_FATAL_FAILURE(writeSettings(line));
-        program = startProgram(layDesk(true));
+        fs::path desk = layDesk(true);
+        breakLaboratory(desk, faults);
+        program = startProgram(desk);
         ASSERT_TRUE(await(
             [&] {
                 program.window = topWindow(program, "LUMA");
@@ -129,7 +147,7 @@ protected:
     }
 
     // Compares the rows that have been scanned, counted from the bottom.
-    static void expectLandscape(const Area& area, int scannedRows) {
+    static void expectLandscape(const Area& area, int scannedRows, const Meter& meter = board) {
         auto map = readMap(session() / area.mapName("Kestrel"));
         ASSERT_EQ(map.size(), static_cast<size_t>(area.rows));
         for (int row = 0; row < area.rows; row++) {
@@ -137,7 +155,7 @@ protected:
             for (int column = 0; row >= area.rows - scannedRows && column < area.columns;
                  column++) {
                 LabPoint point = area.cell(column, row);
-                Range range = voltsAround(point.x, point.y);
+                Range range = readingsAround(meter, point.x, point.y);
                 EXPECT_GE(map[row][column], range.least) << column << ", " << row;
                 EXPECT_LE(map[row][column], range.most) << column << ", " << row;
             }
@@ -205,6 +223,27 @@ TEST_F(Laboratory, MapsTheLandscape) {
             EXPECT_NEAR(red, level / 4, 1.5) << column << ", " << row;
         }
     }
+}
+
+TEST_F(Laboratory, MapsWithTheGpibMultimeter) {
+    const Area area{510, 450, 720, 590, 5.0, 7, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step, 2));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectLandscape(area, area.rows, multimeter);
+}
+
+TEST_F(Laboratory, MapsWithTheOscilloscope) {
+    const Area area{510, 450, 720, 590, 5.0, 7, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step, 5, "k2450 absent\n"));
+    EXPECT_EQ(textOf(controlAt(program, "STATIC", 1342, 560)), "V_ph (V)");
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectLandscape(area, area.rows, oscilloscope);
 }
 
 TEST_F(Laboratory, StopsOnRequestAndSavesThePart) {
