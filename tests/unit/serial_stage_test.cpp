@@ -1,0 +1,90 @@
+// The older stepper stage behind the serial link: its commands, its replies, its limits.
+#include "motion/serial_stage.h"
+#include "tests/doubles/doubles.h"
+
+namespace {
+
+class SerialStageTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+        serial.scripted = true;
+        ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
+        serial.writes.clear();
+    }
+    static std::string wire() {
+        std::string all;
+        for (const std::string& write : serial.writes) all += write.c_str() + std::string("|");
+        serial.writes.clear();
+        return all;
+    }
+};
+
+TEST_F(SerialStageTest, RepliesEndTheWay) {
+    const struct {
+        int axis;
+        std::vector<const char*> replies;
+        const char *sent, *progress, *information;
+        double maximum, minimum;
+    } cases[] = {
+        {0, {"p-320", "p-639"}, "m-640|", "arrived(1) : 30/200", "Rece.(0):p-639", 1e4, -1e4},
+        {1, {"p-640", "Y"}, "M-640|", "", "Rece.(0):Y", 1e4, -1e4}, // another axis's report
+        {1, {"YL"}, "M-640|", "", "Limited: YL", 50, -1e4},
+        {2, {"ZR"}, "L-640|", "", "Limited: ZR", 1e4, 50},
+    };
+    for (const auto& each : cases) {
+        const int axis = each.axis;
+        laserLink.channelValue[axis] = axis == 0 ? 0.0 : 50.0;
+        laserLink.channelSetting[axis] = axis == 0 ? 1000 : 500; // um/s: 100 ms to go
+        laserLink.channelMaximum[axis] = 1e4;
+        serial.replies.assign(each.replies.begin(), each.replies.end());
+        historyOf(Field::Progress).clear();
+        EXPECT_TRUE(moveSerialAxisTo(laserLink, axis, 100.0));
+        EXPECT_EQ(wire(), each.sent);
+        EXPECT_EQ(textIn(Field::Progress), each.progress);
+        EXPECT_EQ(textIn(Field::Information), each.information);
+        EXPECT_EQ(laserLink.channelValue[axis], 100.0);
+        EXPECT_EQ(laserLink.channelMaximum[axis], each.maximum);
+        EXPECT_EQ(laserLink.channelMinimum[axis], each.minimum);
+    }
+    laserLink.channelValue[0] = 0.0;
+    serial.replies = {"p-320", "X"};
+    moveSerialAxisTo(laserLink, 0, 100.0);
+    EXPECT_EQ(textIn(Field::Progress), "moving: 10/200");
+}
+
+TEST_F(SerialStageTest, SilenceEndsInTheQuestionWhereItIs) {
+    serial.replies = {"X", "", "-64"}; // the wrong axis, nothing, the answer
+    EXPECT_TRUE(waitForSerialArrival(laserLink, 2, 100.0, 200));
+    EXPECT_EQ(wire(), "Q|");
+    EXPECT_EQ(laserLink.channelValue[2], 10.0);
+}
+
+TEST_F(SerialStageTest, MovesThatAreNotStarted) {
+    const double start = testTimeMs();
+    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 10001.0));
+    EXPECT_EQ(textIn(Field::Information), "Error: Out of Motor range");
+    EXPECT_EQ(testTimeMs() - start, 100);
+    EXPECT_EQ(laserLink.channelValue[0], -0.0);
+    laserLink.disconnected = 1;
+    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 20.0));
+    EXPECT_EQ(laserLink.channelValue[0], 20.0) << "offline the cached position moves";
+    laserLink.disconnected = 0;
+    const PortHandle port = laserLink.portHandle;
+    laserLink.portHandle = invalidPort();
+    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 30.0));
+    EXPECT_EQ(laserLink.channelValue[0], 20.0);
+    laserLink.portHandle = port;
+    EXPECT_EQ(wire(), "");
+}
+
+TEST_F(SerialStageTest, OfTwoAxesTheQuickerIsNotWaitedFor) {
+    serial.replies = {"Y", "-640"};
+    EXPECT_TRUE(moveTwoSerialAxesTo(laserLink, 0, 1, 100.0, 300.0));
+    EXPECT_EQ(wire(), "m-640|M-1920|p|");
+    EXPECT_EQ(laserLink.channelValue[0], 100.0);
+    EXPECT_EQ(laserLink.channelValue[1], 300.0);
+}
+
+} // namespace
