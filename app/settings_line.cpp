@@ -20,7 +20,8 @@ constexpr int longestLine = 4096;
 
 constexpr double defaultScanStep = 1.0;
 constexpr double defaultLaserLevel = 4.0;
-constexpr double largestLaserLevel = 1000.0; // keeps texts and file names printable
+constexpr int32_t largestLaserOffset = 10000; // pixels; a scan starts within 2 mm of the stage
+constexpr double largestLaserLevel = 1000.0;  // keeps texts and file names printable
 
 double finiteOr(double fallback, double value, double lowest, double highest) {
     return std::isnan(value) ? fallback : std::clamp(value, lowest, highest);
@@ -49,7 +50,10 @@ void applySettings(const SessionSettings& settings) {
         finiteOr(defaultScanStep, settings.scanStep, scanStepLowest, scanStepHighest);
     scanArea.laserLevel =
         finiteOr(defaultLaserLevel, settings.laserLevel, -largestLaserLevel, largestLaserLevel);
-    laserOffset = {settings.laserOffsetX, settings.laserOffsetY};
+    const auto offset = [](int32_t pixels) {
+        return std::clamp(pixels, -largestLaserOffset, largestLaserOffset);
+    };
+    laserOffset = {offset(settings.laserOffsetX), offset(settings.laserOffsetY)};
     link.ammeterKind = settings.equipmentKind;
     link.gpibAddress = settings.gpibAddress;
     std::copy_n(settings.analyzerAddress, 4, link.ipAddress);

@@ -16,9 +16,9 @@ struct SessionSettings {
     int32_t confocalEnabled; // 0 or 1
 };
 
-// The values as the records that own them hold them now, and back. A step that no run can have
-// written (not a number, or outside 0.1..40 um) is brought into the range of the step field, and a
-// laser level beyond any drive into 1000 V; the drive itself is limited to the board's 0..5 V.
+// The values as the records that own them hold them now, and back. What no run can have written is
+// brought into range: a step that is not a number or outside 0.1..40 um, a laser spot more than
+// 10000 pixels away, a laser level of more than 1000 V (the drive itself ends at the board's 5 V).
 SessionSettings currentSettings();
 void applySettings(const SessionSettings& settings);
 

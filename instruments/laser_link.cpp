@@ -138,10 +138,9 @@ void laserSend(LaserLink& link, const char* text) {
 }
 
 const char* laserReceive(LaserLink& link) {
-    static char reply[100];
-    std::memset(reply, 0, sizeof reply);
-    reply[0] = '0';
-    if (link.disconnected) return reply;
+    static char text[100];
+    char reply[sizeof text] = "0"; // the wait below may let another command receive
+    if (link.disconnected) return std::strcpy(text, reply);
     if (link.portHandle == invalidPort()) return nullptr;
 
     link.lastResult = readSerial(link.portHandle, reply, replyCapacity, link.bytesMoved);
@@ -149,7 +148,7 @@ const char* laserReceive(LaserLink& link) {
     if (failed) waitResponsive(1);
     std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%s", failed ? 1 : 0, reply);
     showInformation(link.commandText);
-    return reply;
+    return std::strcpy(text, reply);
 }
 
 float laserAnalogRead(LaserLink& link, int pin, int n) {
