@@ -2,6 +2,7 @@
 #include "app/program.h"
 
 #include "app/data_folders.h"
+#include "app/fatal.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
 #include "instruments/ammeter.h"
@@ -15,15 +16,7 @@
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
-#include <csignal>
-
 namespace {
-
-// An abort must not leave the laser on.
-void switchLaserOffAtAbort(int) {
-    std::signal(SIGABRT, SIG_DFL);
-    setLaserLevel(0);
-}
 
 void connectDevices() {
     if (!openStages(axisOrder, motorSpeed))
@@ -37,7 +30,7 @@ void connectDevices() {
 } // namespace
 
 bool startUp(int showCommand) {
-    std::signal(SIGABRT, switchLaserOffAtAbort);
+    makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     allocateMaps();
     registerWindowClasses();

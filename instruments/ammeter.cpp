@@ -150,8 +150,8 @@ void connectInstrument(int32_t kind) {
         show(notices[kind].connected);
         return;
     }
-    show(notices[kind].failed);
     instrumentLink.ammeterKind = previous;
+    show(notices[kind].failed);
 }
 
 void connectInstrumentAtStart() {
@@ -159,8 +159,8 @@ void connectInstrumentAtStart() {
     if (!isKind(kind) || kind == kindArduino || kind == kindNiDaq) return;
     // Kind 7 too is opened over the network here, and meant.
     if (openInstrument(kind, 0.0, analyzerNetwork)) return;
-    show(notices[kind].failedAtStart);
     if (!notices[kind].keepsKindAtStart) instrumentLink.ammeterKind = kindArduino;
+    show(notices[kind].failedAtStart);
 }
 
 void disconnectInstrument() {

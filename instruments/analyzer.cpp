@@ -16,15 +16,16 @@ Kxci loadKxci() {
     Kxci found;
     LibraryHandle library = loadLibrary("KXCIclient64.dll");
     if (!library) return found;
-    bindFunction(found.OpenKXCIConnection_C, library, "OpenKXCIConnection_C");
-    bindFunction(found.SendKXCICommand_C, library, "SendKXCICommand_C");
-    bindFunction(found.CloseKXCIConnection_C, library, "CloseKXCIConnection_C");
-    return found;
+    const bool whole = bindFunction(found.OpenKXCIConnection_C, library, "OpenKXCIConnection_C") &&
+                       bindFunction(found.SendKXCICommand_C, library, "SendKXCICommand_C") &&
+                       bindFunction(found.CloseKXCIConnection_C, library, "CloseKXCIConnection_C");
+    return whole ? found : Kxci();
 }
 
 namespace {
 
 Kxci kxci;
+bool networkOpen = false;
 
 constexpr size_t replyCount = 100; // bytes that are looked at
 
@@ -39,6 +40,11 @@ void sendOverNetwork(const char* command, char (&reply)[analyzerReplySize]) {
     std::memcpy(reply, whole, replyCount);
 }
 
+void closeNetwork() {
+    if (networkOpen) kxci.CloseKXCIConnection_C();
+    networkOpen = false;
+}
+
 } // namespace
 
 int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port) {
@@ -47,11 +53,13 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
     if (mode == analyzerGpib) {
         if (!gpibOpenDevice(gpibAddress)) return 0;
     } else {
+        closeNetwork();
         kxci = loadKxci();
         const std::string address = formatted("%d.%d.%d.%d", octet1, octet2, octet3, octet4);
         int status = kxciConnected;
         kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
-        if (status != kxciConnected) return 0;
+        networkOpen = status == kxciConnected;
+        if (!networkOpen) return 0;
     }
     char reply[analyzerReplySize];
     paSendCommand(mode, "US", reply);
@@ -91,5 +99,5 @@ void paClose(int mode) {
     if (mode == analyzerGpib)
         gpibTakeOffline();
     else
-        kxci.CloseKXCIConnection_C();
+        closeNetwork();
 }

@@ -1,6 +1,7 @@
 // Talks to the instruments on the GPIB bus.
 #include "instruments/gpib.h"
 
+#include "app/fatal.h"
 #include "instruments/ammeter.h"
 #include "instruments/ni488.h"
 #include "instruments/number_extraction.h"
@@ -8,23 +9,24 @@
 #include "platform/library.h"
 #include "platform/text_format.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 Ni488 loadNi488() {
     Ni488 found;
     LibraryHandle library = loadLibrary("ni4882.dll");
     if (!library) return found;
-    bindFunction(found.ibdev, library, "ibdev");
-    bindFunction(found.ibclr, library, "ibclr");
-    bindFunction(found.ibwrt, library, "ibwrt");
-    bindFunction(found.ibrd, library, "ibrd");
-    bindFunction(found.ibonl, library, "ibonl");
-    bindFunction(found.ThreadIbsta, library, "ThreadIbsta");
-    bindFunction(found.ThreadIberr, library, "ThreadIberr");
-    bindFunction(found.ThreadIbcnt, library, "ThreadIbcnt");
-    return found;
+    // Status and calls belong together: a library that lacks one of them is no driver.
+    const bool whole = bindFunction(found.ibdev, library, "ibdev") &&
+                       bindFunction(found.ibclr, library, "ibclr") &&
+                       bindFunction(found.ibwrt, library, "ibwrt") &&
+                       bindFunction(found.ibrd, library, "ibrd") &&
+                       bindFunction(found.ibonl, library, "ibonl") &&
+                       bindFunction(found.ThreadIbsta, library, "ThreadIbsta") &&
+                       bindFunction(found.ThreadIberr, library, "ThreadIberr") &&
+                       bindFunction(found.ThreadIbcnt, library, "ThreadIbcnt");
+    return whole ? found : Ni488();
 }
 
 namespace {
@@ -114,7 +116,9 @@ void gpibTakeOffline() {
     ni488.ibonl(instrumentLink.gpibDevice, 0);
 }
 
-bool gpibOpenDevice(int address) {
+namespace {
+
+bool openAndClear(int address) {
     ni488 = loadNi488();
     instrumentLink.gpibDevice =
         ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
@@ -123,9 +127,24 @@ bool gpibOpenDevice(int address) {
     return passed("ibclr Error");
 }
 
+// A device that cannot be opened leaves the one before it selected.
+bool keptIf(bool opened, int previousDevice) {
+    if (!opened) instrumentLink.gpibDevice = previousDevice;
+    return opened;
+}
+
+} // namespace
+
+bool gpibOpenDevice(int address) {
+    const int previous = instrumentLink.gpibDevice;
+    return keptIf(openAndClear(address), previous);
+}
+
 bool gpibMultimeterOpen(int address) {
-    return gpibOpenDevice(address) && writeBytes("REN", commandWithZero) &&
-           writeBytes("F3X", commandWithZero);
+    const int previous = instrumentLink.gpibDevice;
+    return keptIf(openAndClear(address) && writeBytes("REN", commandWithZero) &&
+                      writeBytes("F3X", commandWithZero),
+                  previous);
 }
 
 bool gpibSourcemeterOpen(int address) {
@@ -147,12 +166,10 @@ float gpibMultimeterRead() {
     char reply[replyCount + 1] = {};
     // Nothing is written before: the meter runs freely and answers with its last value.
     ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
-    const unsigned long count = ni488.ThreadIbcnt();
-    passed("ibrd Error");
-    if (count > replyCount) {
-        std::fprintf(stderr, "more bytes in a GPIB reply than asked for\n");
-        std::abort();
-    }
+    unsigned long count = ni488.ThreadIbcnt();
+    if (!passed("ibrd Error"))
+        count = std::min<unsigned long>(count, replyCount); // or an error number
+    if (count > replyCount) endProgram("more bytes in a GPIB reply than asked for");
     reply[count] = '\0';
     std::printf("%s\n", reply);
     return extractNumber(reply, count, ReplyKind::Multimeter);

@@ -1,6 +1,7 @@
 // Talks to the laser controller board.
 #include "instruments/laser_link.h"
 
+#include "app/fatal.h"
 #include "app/responsive_wait.h"
 #include "mapping/scan_area.h"
 #include "platform/clock.h"
@@ -129,10 +130,7 @@ int laserWrite(LaserLink& link, const char* text) {
 
 void laserSend(LaserLink& link, const char* text) {
     const size_t length = std::strlen(text);
-    if (length >= boundedCopyCapacity) {
-        std::fprintf(stderr, "laser command too long: %s\n", text);
-        std::abort();
-    }
+    if (length >= boundedCopyCapacity) endProgram("laser command too long");
     std::memcpy(link.wireText, text, length + 1);
     laserWrite(link, link.wireText);
 }

@@ -1,9 +1,10 @@
 // Walks a reply and keeps what belongs to a number.
 #include "instruments/number_extraction.h"
 
+#include "app/fatal.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
@@ -30,10 +31,7 @@ float extractNumber(const char* reply, size_t length, ReplyKind kind) {
         digitSeen = digitSeen || isDigit(c);
         const bool keep = isDigit(c) || c == '+' || c == '-' || c == '.' || (digitSeen && c == 'E');
         if (!keep) continue;
-        if (count + 1 >= workCapacity) {
-            std::fprintf(stderr, "number in a reply too long\n");
-            std::abort();
-        }
+        if (count + 1 >= workCapacity) endProgram("number in a reply too long");
         kept[count++] = c;
     }
     float value = 0.0f;

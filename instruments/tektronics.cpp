@@ -52,21 +52,20 @@ ViStatus openAndSet(ViSession* manager, ViSession* session) {
 } // namespace
 
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
-    if (*visaResourceManager) scopeClose(*visaResourceManager);
     visa = loadVisa();
-    *visaResourceManager = 0;
-    *scopeInstrument = 0;
-    const ViStatus status = openAndSet(visaResourceManager, scopeInstrument);
+    ViSession manager = 0, session = 0;
+    const ViStatus status = openAndSet(&manager, &session);
     if (status < 0) {
         char text[viDescriptionSize] = {};
-        visa.viStatusDesc(*scopeInstrument, status, text);
+        visa.viStatusDesc(session, status, text);
         std::fprintf(stderr, "failure: %s\n", text);
-        if (*visaResourceManager) visa.viClose(*visaResourceManager);
-        *visaResourceManager = 0;
-        *scopeInstrument = 0;
+        if (manager) visa.viClose(manager);
         return 0;
     }
-    scopeWrite(*scopeInstrument, "MEASUREMENT:IMMED:TYPE MEAN");
+    if (*visaResourceManager) scopeClose(*visaResourceManager);
+    *visaResourceManager = manager;
+    *scopeInstrument = session;
+    scopeWrite(session, "MEASUREMENT:IMMED:TYPE MEAN");
     return 1;
 }
 

@@ -6,7 +6,8 @@
 #include <string>
 
 // Opens every USB instrument that is found and keeps the last one, set to measure the mean. On
-// failure says why on standard error and closes the resource manager. 1 or 0.
+// failure says why on standard error, closes what it opened and leaves the two sessions as they
+// were; on success it closes the ones before. 1 or 0.
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument);
 
 // Both return whether the transfer went well. A reply longer than 30 bytes leaves its rest to the

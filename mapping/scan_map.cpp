@@ -52,20 +52,32 @@ bool writeRows(FILE* file, const Map& map) {
     return std::fflush(file) == 0;
 }
 
+bool wrote(const std::wstring& path, const Map& map) {
+    File file = openFile(path, L"w");
+    return file && writeRows(file.get(), map);
+}
+
+void saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
+    constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
+    ensureSessionFolder(dataFolders);
+    const size_t planes = confocalEnabled ? 4 : 1;
+    for (size_t plane = 0; plane < planes; ++plane)
+        write(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
+    scanMap.saveCount += 1;
+}
+
 } // namespace
 
 bool writeMapFile(const std::wstring& path, const Map& map) {
-    File file = openFile(path, L"w");
-    const bool written = file && writeRows(file.get(), map);
+    const bool written = wrote(path, map);
     if (!written) reportFailure();
     return written;
 }
 
 void saveMapFiles() {
-    constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
-    ensureSessionFolder(dataFolders);
-    const size_t planes = confocalEnabled ? 4 : 1;
-    for (size_t plane = 0; plane < planes; ++plane)
-        writeMapFile(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
-    scanMap.saveCount += 1;
+    saveWith(writeMapFile);
+}
+
+void saveMapFilesQuietly() {
+    saveWith(wrote);
 }

@@ -32,3 +32,6 @@ bool writeMapFile(const std::wstring& path, const Map& map);
 
 // The photocurrent map and, when confocal imaging is on, the three colour maps.
 void saveMapFiles();
+
+// The same without the box, for the program's forced end.
+void saveMapFilesQuietly();

@@ -2,6 +2,7 @@
 #include "ui/commands.h"
 
 #include "app/data_folders.h"
+#include "app/fatal.h"
 #include "app/responsive_wait.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
@@ -371,12 +372,9 @@ void onClose() {
 
 void onSessionEnd() {
     stopRequested = 1;
-    stopAllStages();
-    setLaserLevel(0);
-    setLaserOutput(0);
-    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    // The system waits a few seconds: the settings are quick, an instrument may be stuck.
     writeSettingsFile(dataFolders.configPath);
-    if (processRunning) saveMapFiles(); // last: it may raise a box
+    makeSafe();
 }
 
 void refreshPositions() {

@@ -1,0 +1,39 @@
+// Leaves the set-up safe before the program ends by force.
+#include "app/fatal.h"
+
+#include "app/responsive_wait.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+void makeSafe() {
+    static bool busy = false; // what is done here may fail in the same way
+    if (busy) return;
+    busy = true;
+    setLaserLevel(0);
+    setLaserOutput(0);
+    stopAllStages();
+    if (processRunning) saveMapFilesQuietly();
+    applyBias(0.0,
+              static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
+    busy = false;
+}
+
+void endProgram(const char* reason) {
+    std::fprintf(stderr, "%s\n", reason);
+    makeSafe();
+    std::signal(SIGABRT, SIG_DFL);
+    std::abort();
+}
+
+void makeSafeAtAbort() {
+    std::signal(SIGABRT, [](int) {
+        std::signal(SIGABRT, SIG_DFL);
+        makeSafe();
+    });
+}
