@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 void makeSafe() {
     static bool busy = false; // what is done here may fail in the same way
@@ -32,6 +33,7 @@ void endProgram(const char* reason) {
 }
 
 void makeSafeAtAbort() {
+    std::set_terminate([] { endProgram("an exception that nobody caught"); });
     std::signal(SIGABRT, [](int) {
         std::signal(SIGABRT, SIG_DFL);
         makeSafe();

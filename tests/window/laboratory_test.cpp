@@ -285,6 +285,21 @@ TEST_F(Laboratory, SavesAndGoesDarkWhenClosedInAScan) {
     EXPECT_TRUE(contentOf(dataRoot() / "Config.txt").starts_with("step:2.0, laser:4.00"));
 }
 
+TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
+    const Area area{550, 480, 660, 540, 2.0, 9, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_TRUE(await([&] { return percentDone() >= 40; }, patiently));
+    auto nowhere = reinterpret_cast<LPTHREAD_START_ROUTINE>(INT_PTR{16});
+    HANDLE thread = CreateRemoteThread(program.process, nullptr, 0, nowhere, nullptr, 0, nullptr);
+    ASSERT_TRUE(thread);
+    CloseHandle(thread);
+    EXPECT_NE(awaitExit(program, patiently), 0);
+    expectDark();
+    expectLandscape(area, 1);
+}
+
 TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
     ASSERT_NO_FATAL_FAILURE(start(2.0));
     struct Case {
