@@ -8,7 +8,8 @@ using Status = unsigned long;
 constexpr Status statusError = 0x8000, statusTimeout = 0x4000, statusEnd = 0x2000,
                  statusComplete = 0x0100;
 constexpr Status driverError = 0, noListener = 2, addressError = 3, badArgument = 4, aborted = 6,
-                 noBoard = 7, busError = 14, badHandle = 23;
+                 noBoard = 7, fileSystemError = 12, busError = 14, badHandle = 23;
+constexpr size_t systemErrorNumber = 0xE0140025; // as of an adapter that has been pulled
 constexpr int boardDescriptor = 0;
 constexpr int busInstruments = labAnalyzer + 1;
 
@@ -29,8 +30,10 @@ static Status finish(Status status, Status error = 0, size_t count = 0) {
     return last.status;
 }
 
-static Status fail(Status error, size_t count = 0) {
-    return finish(statusError, error, count);
+// After these two errors the driver's count is an error number of the operating system.
+static Status fail(Status error) {
+    const bool system = error == driverError || error == fileSystemError;
+    return finish(statusError, error, system ? systemErrorNumber : 0);
 }
 
 static bool brokenNow(const char* call, bool usesBus) {
@@ -71,7 +74,7 @@ static LabGpibDevice* deviceFor(int descriptor, const char* call) {
         return nullptr;
     }
     if (lab.faults.gpibAbsent || brokenNow(call, true)) {
-        fail(lab.faults.gpibAbsent ? noBoard : busError);
+        fail(lab.faults.gpibAbsent ? driverError : busError);
         return nullptr;
     }
     // Even addressing needs someone who takes the command bytes.
@@ -181,7 +184,7 @@ unsigned long ibrd(int descriptor, void* buffer, size_t count) {
 
 unsigned long ibonl(int descriptor, int online) {
     LabLock lock;
-    if (lab.faults.gpibAbsent) return fail(noBoard);
+    if (lab.faults.gpibAbsent) return fail(driverError);
     if (descriptor == boardDescriptor) return finish(statusComplete);
     if (!lab.instruments.gpibDevices.count(descriptor)) return fail(badHandle);
     if (brokenNow("ibonl", false)) return fail(driverError);

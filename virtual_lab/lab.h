@@ -163,7 +163,7 @@ const std::vector<LabRead>& labReads();
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
 //   backlash x|y|z <um>
-//   gpib absent                         no GPIB board
+//   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails
 //   gpib error ibdev|ibclr|ibwrt|ibrd|ibonl [<n>]   only these, from the n-th from now on
 //   gpib multimeter|sourcemeter|analyzer at <address>   whatever setLabGpibAddress said

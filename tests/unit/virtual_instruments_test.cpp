@@ -205,7 +205,8 @@ TEST_F(VirtualInstruments, GpibCallsFailAsTheDriverDoes) {
     EXPECT_EQ(askBus(meter, "").size(), 18u);
     applyLabFaults("gpib absent");
     ibclr(meter);
-    lastFailed(failed, noBoard);
+    lastFailed(failed, driverError);
+    EXPECT_EQ(ThreadIbcnt(), 0xE0140025u); // the operating system's error, no count
     applyLabFaults("multimeter absent\nsourcemeter absent\nanalyzer absent");
     ibclr(meter); // nobody takes the command bytes
     lastFailed(failed, noListener);
