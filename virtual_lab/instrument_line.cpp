@@ -125,8 +125,12 @@ void noteMeasurement(LabInstrument who, double biasVolts, double value) {
     logEntry(lab.instruments.measurements, {who, labNowMs(), spot.x, spot.y, biasVolts, value});
 }
 
+// Handles are never given twice: what a program still holds is worthless.
 void resetInstruments() {
+    const LabInstruments before = std::move(lab.instruments);
     lab.instruments = {};
+    lab.instruments.lastDescriptor = before.lastDescriptor;
+    lab.instruments.lastVisaObject = before.lastVisaObject;
 }
 
 // As after a turn of the mains switch; what programs hold of it is worthless from then on.

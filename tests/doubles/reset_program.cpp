@@ -7,7 +7,10 @@
 #include "camera/display.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
+#include "instruments/analyzer.h"
+#include "instruments/gpib.h"
 #include "instruments/laser_link.h"
+#include "instruments/tektronics.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
@@ -15,6 +18,9 @@
 #include <cstring>
 
 static void releaseDevices() {
+    gpibTakeOffline();
+    if (instrumentLink.visaResourceManager) scopeClose(instrumentLink.visaResourceManager);
+    paClose(analyzerNetwork);
     releaseCamera(cameraState);
     closeLaserLink(laserLink);
     // Twice, because the state before the last one is remembered too.

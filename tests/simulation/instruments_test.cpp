@@ -8,7 +8,8 @@
 #include "ui/control_ids.h"
 
 #include <algorithm>
-#include <cmath>
+#include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -20,19 +21,41 @@ struct Instrument {
     bool source;
 };
 
-class InstrumentMapTest : public RoadTest, public testing::WithParamInterface<Instrument> {
-protected:
-    static constexpr double bias = 0.5; // V
+const Instrument instruments[] = {
+    {2, labMultimeter, 18, 1e6, false},    {3, labSourcemeter, 24, 1, true},
+    {4, labUsbSourcemeter, 18, 1e6, true}, {5, labScope, 18, 1, false},
+    {6, labAnalyzer, 18, 1, true},         {7, labAnalyzer, 17, 1, true}};
 
-    // What the map should hold at a place, before scaling.
-    static double truthAt(double x, double y) {
-        if (GetParam().kind == kindOscilloscope)
-            return expectedVolts(x, y, scanArea.laserLevel, labStageUm(labZ));
-        return expectedCurrent(x, y, scanArea.laserLevel, labStageUm(labZ),
-                               GetParam().source ? bias : 0.0);
+constexpr double bias = 0.5; // V
+
+class InstrumentRoad : public RoadTest {
+protected:
+    // A run with an instrument and a bias is to come.
+    void choose(int kind, double step) {
+        instrument = instruments[kind - kindGpibMultimeter];
+        writeDesktopFile(
+            "KST_Data/Config.txt",
+            formatted("step:%.1f, laser:4.00, laser correct:(640,500), Ammeter:%d, GPIB:%d, "
+                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0\n",
+                      step, kind, instrument.gpibAddress));
+        if (kind == kindOscilloscope) applyLabFaults("k2450 absent");
+        instrumentLink.biasVoltage = static_cast<float>(bias);
+        if (kind != kindAnalyzerGpib) return;
+        // At start-up it is opened over the network whatever its kind; the operator reconnects it.
+        when([] { return timerRuns(); },
+             [] { postCall([] { connectInstrument(kindAnalyzerGpib); }); });
+        answer("Parameter Analyzer 4200 connected via GPIB", BoxAnswer::Ok);
     }
 
-    static bool agrees(double value, LabPoint place) {
+    // What the map should hold at a place, before scaling.
+    double truthAt(double x, double y) const {
+        if (instrument.kind == kindOscilloscope)
+            return expectedVolts(x, y, scanArea.laserLevel, labStageUm(labZ));
+        return expectedCurrent(x, y, scanArea.laserLevel, labStageUm(labZ),
+                               instrument.source ? bias : 0.0);
+    }
+
+    bool agrees(double value, LabPoint place) const {
         constexpr double placeTolerance = 0.02; // um
         double lowest = 1e9, highest = -1e9;
         for (double dx : {-placeTolerance, 0.0, placeTolerance})
@@ -42,48 +65,49 @@ protected:
             }
         // Six times the noise: that of the scope, or of a range of 10 uA.
         const double tolerance =
-            6 * (GetParam().kind == kindOscilloscope ? labScopeNoiseVolts : labRangeNoise * 1e-5);
+            6 * (instrument.kind == kindOscilloscope ? labScopeNoiseVolts : labRangeNoise * 1e-5);
         return value > lowest - tolerance && value < highest + tolerance;
     }
+
+    // Cells whose value is not the landscape's, of those that `chosen` wants.
+    template <class Chosen> int wrongCells(Chosen chosen) const {
+        int wrong = 0;
+        for (int column = 0; column < scanArea.cols; ++column)
+            for (int row = 0; row < scanArea.rows; ++row) {
+                const double value = static_cast<double>(cell(column, row)) / instrument.scale;
+                const LabPoint place = placeOfCell(column, row);
+                if (chosen(column, row) && !agrees(value, place) && ++wrong < 5)
+                    ADD_FAILURE() << column << "," << row << " holds " << value << ", truth "
+                                  << truthAt(place.x, place.y);
+            }
+        return wrong;
+    }
+
+    static float cell(int column, int row) {
+        return scanMap
+            .maps[planePhotocurrent][static_cast<size_t>(column)][static_cast<size_t>(row)];
+    }
+
+    Instrument instrument{};
 };
 
+class InstrumentMapTest : public InstrumentRoad, public testing::WithParamInterface<Instrument> {};
+
 TEST_P(InstrumentMapTest, HoldsTheLandscape) {
-    const Instrument& instrument = GetParam();
-    writeDesktopFile(
-        "KST_Data/Config.txt",
-        formatted("step:2.5, laser:4.00, laser correct:(640,500), Ammeter:%d, GPIB:%d, "
-                  "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0\n",
-                  instrument.kind, instrument.gpibAddress));
-    if (instrument.kind == kindOscilloscope) applyLabFaults("k2450 absent");
-    instrumentLink.biasVoltage = static_cast<float>(bias);
+    choose(GetParam().kind, 2.5);
     double biasInScan = -1;
     when([] { return textIn(Field::Progress) == "Mapping: 50% done"; },
          [&] { biasInScan = labBiasVolts(); });
-    if (instrument.kind == kindAnalyzerGpib) {
-        // At start-up it is opened over the network whatever its kind; the operator reconnects it.
-        when([] { return timerRuns(); },
-             [] { postCall([] { connectInstrument(kindAnalyzerGpib); }); });
-        answer("Parameter Analyzer 4200 connected via GPIB", BoxAnswer::Ok);
-    }
     runRoad(20, 15);
 
-    int wrong = 0;
-    for (int column = 0; column < scanArea.cols; ++column)
-        for (int row = 0; row < scanArea.rows; ++row) {
-            const double value =
-                static_cast<double>(scanMap.maps[planePhotocurrent][static_cast<size_t>(column)]
-                                                [static_cast<size_t>(row)]) /
-                instrument.scale;
-            const LabPoint place = placeOfCell(column, row);
-            if (!agrees(value, place) && ++wrong < 5)
-                ADD_FAILURE() << column << "," << row << " holds " << value << ", truth "
-                              << truthAt(place.x, place.y);
-        }
-    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(wrongCells([](int, int) { return true; }), 0);
     EXPECT_EQ(biasInScan, instrument.source ? bias : 0.0);
     EXPECT_EQ(labBiasVolts(), 0.0);
     EXPECT_EQ(labInstrumentErrors(instrument.who), std::vector<std::string>{});
+    // What stays open at exit, and is meant to.
     EXPECT_EQ(labCounters().networkLinks, instrument.kind == kindAnalyzerGpib ? 1u : 0u);
+    EXPECT_EQ(labCounters().gpibDescriptors, instrument.kind == kindGpibMultimeter ? 1u : 0u);
+    EXPECT_EQ(labCounters().visaSessions, instrument.kind == kindUsbSourcemeter ? 2u : 0u);
 
     const std::vector<std::string>& labels = historyOf(Field::UnitLabel);
     ASSERT_FALSE(labels.empty());
@@ -94,37 +118,95 @@ TEST_P(InstrumentMapTest, HoldsTheLandscape) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, InstrumentMapTest,
-                         testing::Values(Instrument{2, labMultimeter, 18, 1e6, false},
-                                         Instrument{3, labSourcemeter, 24, 1, true},
-                                         Instrument{4, labUsbSourcemeter, 18, 1e6, true},
-                                         Instrument{5, labScope, 18, 1, false},
-                                         Instrument{6, labAnalyzer, 18, 1, true},
-                                         Instrument{7, labAnalyzer, 17, 1, true}),
+INSTANTIATE_TEST_SUITE_P(Kinds, InstrumentMapTest, testing::ValuesIn(instruments),
                          [](const testing::TestParamInfo<Instrument>& info) {
                              return "Kind" + std::to_string(info.param.kind);
                          });
 
-// Each fault strikes in the middle of a map: it ends, is saved, and the output is at 0 V.
-class InstrumentFaultTest : public RoadTest, public testing::WithParamInterface<const char*> {};
+struct Fault {
+    const char* name;
+    int kind;
+    const char* fault;
+    double biasLeft; // V: no command reaches a source that does not hear
+    bool parsed;     // what comes after the fault is still a number
+};
+
+class InstrumentFaultTest : public InstrumentRoad, public testing::WithParamInterface<Fault> {};
 
 TEST_P(InstrumentFaultTest, EndsAndSaves) {
-    writeDesktopFile("KST_Data/Config.txt",
-                     "step:3.0, laser:4.00, laser correct:(640,500), Ammeter:3, GPIB:24, "
-                     "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0\n");
-    when([] { return labMeasurements().size() >= 5; },
-         [] { ASSERT_TRUE(applyLabFaults(GetParam())); });
+    choose(GetParam().kind, 2.0);
+    const std::string also = instrument.kind == kindOscilloscope ? "k2450 absent\n" : "";
+    std::vector<std::vector<float>> before; // the map as the fault struck
+    when([] { return labMeasurements().size() >= 20; },
+         [&] {
+             ASSERT_TRUE(applyLabFaults(also + GetParam().fault));
+             before = scanMap.maps[planePhotocurrent];
+         });
     testing::internal::CaptureStdout();
-    runRoad(9, 6);
+    runRoad(14, 10);
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
-              static_cast<size_t>(scanArea.rows));
+    ASSERT_FALSE(before.empty()) << "the fault never struck";
+    EXPECT_LT(testTimeMs(), 300e3); // a time-out of up to 10 s a cell, and the moves
+
+    const auto known = [&](int column, int row) {
+        return before[static_cast<size_t>(column)][static_cast<size_t>(row)] != 0.0f;
+    };
+    EXPECT_EQ(
+        wrongCells([&](int column, int row) { return GetParam().parsed || known(column, row); }),
+        0);
+    const auto saved = numbersOf(contentOf(sessionFile("Kestrel")));
+    ASSERT_EQ(saved.size(), static_cast<size_t>(scanArea.rows));
+    int kept = 0, later = 0;
+    for (int column = 0; column < scanArea.cols; ++column)
+        for (int row = 0; row < scanArea.rows; ++row) {
+            EXPECT_NEAR(saved[static_cast<size_t>(row)].at(static_cast<size_t>(column)),
+                        static_cast<double>(cell(column, row)), 1e-6);
+            kept += known(column, row);
+            later += !known(column, row) && cell(column, row) != 0.0f;
+        }
+    EXPECT_GE(kept, 4);
+    ASSERT_GE(scanArea.totalPoints - kept, 4);
+    if (GetParam().parsed)
+        EXPECT_EQ(later, scanArea.totalPoints - kept);
+    else
+        EXPECT_LE(later, 1); // the reading that was under way
+    EXPECT_EQ(labBiasVolts(), GetParam().biasLeft);
     EXPECT_EQ(labLaserPwm(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, InstrumentFaultTest,
-                         testing::Values("gpib error", "gpib absent", "sourcemeter absent",
-                                         "sourcemeter stuck", "sourcemeter silent",
-                                         "sourcemeter garbage", "sourcemeter unterminated"));
+INSTANTIATE_TEST_SUITE_P(
+    Faults, InstrumentFaultTest,
+    testing::Values(Fault{"PulledBoard", 2, "gpib absent", 0.0, false},
+                    Fault{"Stuck", 3, "sourcemeter stuck", bias, false},
+                    Fault{"Garbage", 3, "sourcemeter garbage", 0.0, false},
+                    Fault{"Unterminated", 3, "sourcemeter unterminated", 0.0, true},
+                    Fault{"StuckOnUsb", 4, "k2450 stuck", bias, false},
+                    Fault{"Silent", 5, "scope silent", 0.0, false},
+                    Fault{"SwitchedOff", 6, "analyzer absent", 0.0, false},
+                    Fault{"BusError", 7, "gpib error", bias, false}),
+    [](const testing::TestParamInfo<Fault>& info) { return std::string(info.param.name); });
+
+using InstrumentDeathTest = InstrumentRoad;
+
+// The one reply that ends the program by design: not before the set-up is safe and the map saved.
+TEST_F(InstrumentDeathTest, NumberThatIsNoneEndsAScanSafely) {
+    choose(kindGpibSourcemeter, 2.0);
+    const auto say = [] {
+        std::fprintf(stderr, "laser at %d, bias %.1f V\n", labLaserPwm(), labBiasVolts());
+    };
+    when([] { return labMeasurements().size() >= 20; },
+         [say] {
+             say();
+             applyLabFaults("sourcemeter long");
+             when([] { return labLaserPwm() == 0 && labBiasVolts() == 0.0; }, say);
+         });
+    EXPECT_EXIT(runRoad(14, 10), testing::KilledBySignal(SIGABRT),
+                "laser at 204, bias 0.5 V\n.*too long\n.*laser at 0, bias 0.0 V\n");
+    size_t saved = 0; // by the process that ended
+    for (const std::vector<double>& row : numbersOf(contentOf(sessionFile("Kestrel"))))
+        saved += static_cast<size_t>(
+            std::count_if(row.begin(), row.end(), [](double value) { return value != 0.0; }));
+    EXPECT_GE(saved, 5u);
+}
 
 } // namespace

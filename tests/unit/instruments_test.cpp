@@ -8,14 +8,24 @@
 #include "instruments/usb_sourcemeter.h"
 #include "tests/doubles/doubles.h"
 
-#include <cstring>
+#include <functional>
 
 namespace {
 
 using namespace std::string_literals;
 
-using InstrumentsTest = LabTest;
 using Commands = std::vector<std::string>;
+
+// With light on the sample: a truth of 0 would be met by an instrument that measures nothing.
+class InstrumentsTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        boardReceive("G 5 204", 8);
+        ASSERT_GT(labPhotoCurrent(0), 1e-8);
+        ASSERT_GT(labPhotoVoltage(), 0.1);
+    }
+};
 
 float extracted(const std::string& reply, ReplyKind kind) {
     return extractNumber(reply.data(), reply.size(), kind);
@@ -113,9 +123,7 @@ TEST_F(InstrumentsTest, GpibReportIsExactForEveryBitAndCode) {
 TEST_F(InstrumentsTest, MultimeterGetsItsFourBytes) {
     ASSERT_TRUE(gpibMultimeterOpen(18));
     EXPECT_EQ(labInstrumentCommands(labMultimeter), (Commands{"REN\0"s, "F3X\0"s}));
-    setLaserLevel(0);
-    const double amperes = static_cast<double>(gpibMultimeterRead());
-    EXPECT_NEAR(amperes, labPhotoCurrent(0), 2e-10);
+    EXPECT_NEAR(static_cast<double>(gpibMultimeterRead()), labPhotoCurrent(0), 2e-10);
     EXPECT_EQ(labInstrumentCommands(labMultimeter).size(), 2u); // a reading writes nothing
 }
 
@@ -146,7 +154,48 @@ TEST_F(InstrumentsTest, FailedReadTakesTheDeviceOfflineForGood) {
     EXPECT_NE(printed.find("ibwrt Error\n"), std::string::npos); // the next write fails, too
     EXPECT_EQ(labInstrumentCommands(labSourcemeter), Commands{":READ?"});
     ASSERT_TRUE(gpibSourcemeterOpen(18));
-    EXPECT_NE(gpibSourcemeterRead(), 0.0f);
+    EXPECT_NEAR(static_cast<double>(gpibSourcemeterRead()), labPhotoCurrent(0), 2e-10);
+}
+
+TEST_F(InstrumentsTest, FailedConnectKeepsTheLinkBeforeIt) {
+    testing::internal::CaptureStdout();
+    for (const char* call : {"ibdev", "ibclr", "ibwrt", "ibwrt 2"}) {
+        instrumentLink.ammeterKind = kindGpibSourcemeter;
+        instrumentLink.gpibAddress = 24;
+        connectInstrumentAtStart();
+        applyBias(0.5, 1e-4);
+        EXPECT_EQ(labBiasVolts(), 0.5);
+        applyLabFaults("gpib error "s + call);
+        answer("No MultiMeter devices found", BoxAnswer::Ok);
+        instrumentLink.gpibAddress = 18;
+        connectInstrument(kindGpibMultimeter);
+        applyLabFaults("");
+        disconnectInstrument(); // as at exit
+        EXPECT_FALSE(labOutputOn()) << call;
+        EXPECT_EQ(labCounters().gpibDescriptors, 0u) << call;
+    }
+    testing::internal::GetCapturedStdout();
+}
+
+// How long the program waits for an instrument that has hung up: 10 s on the bus, 5 s over VISA.
+TEST_F(InstrumentsTest, StuckInstrumentsAreGivenUp) {
+    const auto waited = [](auto call) {
+        const double start = testTimeMs();
+        EXPECT_EQ(call(), 0.0f);
+        return testTimeMs() - start;
+    };
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(gpibSourcemeterOpen(24));
+    ASSERT_TRUE(usbSourcemeterOpen(0.0));
+    applyLabFaults("instrument stuck");
+    EXPECT_EQ(waited(gpibSourcemeterRead), 10010); // and the pause behind a command
+    EXPECT_EQ(waited(usbSourcemeterRead), 5000);
+    applyLabFaults("k2450 absent");
+    InstrumentLink& link = instrumentLink;
+    ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
+    applyLabFaults("instrument silent");
+    EXPECT_EQ(waited([&] { return scopeRead(link.scopeInstrument); }), 5000);
+    testing::internal::GetCapturedStdout();
 }
 
 TEST_F(InstrumentsTest, SourcemeterIsSetUpLineByLine) {
@@ -175,6 +224,28 @@ TEST_F(InstrumentsTest, GpibWithoutALibrary) {
               "Ibcnt() = 0\n\n");
 }
 
+uint32_t attributeSet;
+uint64_t valueSet;
+
+TEST_F(InstrumentsTest, VisaByOrdinalsAloneSetsTheStandardsTimeOut) {
+    libraries.namesMissing = {"viOpenDefaultRM", "viFindRsrc",   "viFindNext", "viOpen", "viClose",
+                              "viSetAttribute",  "viStatusDesc", "viRead",     "viWrite"};
+    replaceFunction(
+        "viSetAttribute", +[](uint32_t, uint32_t attribute, uint64_t value) {
+            attributeSet = attribute;
+            valueSet = value;
+            return 0;
+        });
+    InstrumentLink& link = instrumentLink;
+    ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
+    EXPECT_EQ(attributeSet, 0x3FFF001Au);
+    EXPECT_EQ(valueSet, 5000u);
+    EXPECT_NEAR(static_cast<double>(scopeRead(link.scopeInstrument)), labPhotoVoltage(), 0.012);
+    scopeClose(link.visaResourceManager);
+    link.visaResourceManager = 0;
+    EXPECT_EQ(labCounters().visaSessions, 0u);
+}
+
 TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
     applyLabFaults("k2450 absent\nscope count 2");
     InstrumentLink& link = instrumentLink;
@@ -199,13 +270,23 @@ TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
 }
 
 TEST_F(InstrumentsTest, OscilloscopeThatIsNotThereLeavesNothingOpen) {
-    for (const char* fault :
-         {"visa absent", "visa empty", "scope absent\nk2450 absent", "k2450 absent\nscope stuck"}) {
+    const std::pair<const char*, const char*> faults[] = {
+        {"visa absent", "Unknown system error (miscellaneous error)."},
+        {"visa empty", "The given session or object reference is invalid."},
+        {"scope absent\nk2450 absent",
+         "Insufficient location information or the device or resource "
+         "is not present in the system."},
+        {"k2450 absent\nscope refused",
+         "The resource is valid, but VISA cannot currently access it."},
+        {"k2450 absent\nscope stuck", "Timeout expired before operation completed."},
+        {"", ""}}; // the library itself
+    for (const auto& [fault, line] : faults) {
         ASSERT_TRUE(applyLabFaults(fault));
+        if (!*fault) libraries.absent = {"VISA64.dll"};
         ViSession manager = 0, scope = 0;
         testing::internal::CaptureStderr();
         EXPECT_EQ(scopeOpen(&manager, &scope), 0) << fault;
-        EXPECT_EQ(testing::internal::GetCapturedStderr().find("failure: "), 0u) << fault;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "failure: "s + line + "\n");
         EXPECT_EQ(labCounters().visaSessions, 0u) << fault;
         EXPECT_EQ(manager, 0u) << fault;
     }
@@ -236,6 +317,22 @@ TEST_F(InstrumentsTest, AnalyzerSpeaksTheSameOverBothLinks) {
     EXPECT_EQ(instrumentLink.ipAddress[0], 10);
 }
 
+int statusGiven;
+
+TEST_F(InstrumentsTest, AnalyzerIsConnectedByTheStatusOneAlone) {
+    replaceFunction(
+        "OpenKXCIConnection_C", +[](const char* address, int port, int* status) {
+            EXPECT_STREQ(address, "10.0.0.7");
+            EXPECT_EQ(port, 1226);
+            EXPECT_EQ(*status, 1);
+            *status = statusGiven;
+        });
+    for (int status : {1, 0, 2, -1}) {
+        statusGiven = status;
+        EXPECT_EQ(paOpen(analyzerNetwork, 18, 10, 0, 0, 7, 1226), status == 1) << status;
+    }
+}
+
 TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
     testing::internal::CaptureStdout();
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
@@ -254,80 +351,131 @@ TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
     EXPECT_EQ(Commands(commands.end() - 2, commands.end()),
               (Commands{"*WAI\n", ":READ? \"defbuffer1\"\n"}));
     EXPECT_EQ(labInstrumentErrors(labUsbSourcemeter), Commands{});
+    const uint64_t sessions = labCounters().visaSessions; // those of the one that is open
+    for (const char* fault : {"k2450 refused", "k2450 silent", "k2450 stuck", "k2450 absent"}) {
+        applyLabFaults(fault);
+        EXPECT_FALSE(usbSourcemeterOpen(0.0)) << fault;
+        EXPECT_EQ(labCounters().visaSessions, sessions) << fault;
+    }
 }
 
-struct Connect {
+struct Notice {
+    const char* text;
+    const char* caption;
+};
+
+const struct Connect {
     int kind;
     const char* absent; // the fault that takes the instrument away
-    const char *success, *successCaption, *failure, *failureCaption;
-    const char *startFailure, *startFailureCaption;
+    Notice success, failure, startFailure;
     bool keptAtStart;
+} connects[] = {
+    {2,
+     "gpib absent",
+     {"MultiMeter device connected", "GPIB Communication"},
+     {"No MultiMeter devices found at GPIB", "GPIB Error"},
+     {"No MultiMeter devices found at GPIB", "GPIB Error"},
+     true},
+    {3,
+     "gpib absent",
+     {"SourceMeter device connected", "GPIB Communication"},
+     {"No GPIB connected", "GPIB Error"},
+     {"No SourceMeter devices found at GPIB", "GPIB Error"},
+     true},
+    {4,
+     "k2450 absent",
+     {"SourceMeter device connected", "USB Communication"},
+     {"No SourceMeter devices found via USB", "USB Error"},
+     {"No SourceMeter devices via USB", "USB Error"},
+     false},
+    {5,
+     "visa absent",
+     {"Tektronics devices connected via USB", "Oscilloscope Connected"},
+     {"No Tektronics devices via USB", "Oscilloscope Error"},
+     {"No Tektronics devices via USB", "Oscilloscope Error"},
+     false},
+    {6,
+     "analyzer absent",
+     {"Parameter Analyzer 4200 connected via Ethernet", "Parameter Analyzer Connected"},
+     {"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"},
+     {"No Tektronics devices via USB", "Oscilloscope Error"},
+     false},
+    {7,
+     "gpib absent\nanalyzer absent",
+     {"Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected"},
+     {"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"},
+     {"No Tektronics devices via USB", "Oscilloscope Error"},
+     false},
 };
 
-const Connect connects[] = {
-    {2, "gpib absent", "MultiMeter device connected", "GPIB Communication",
-     "No MultiMeter devices found at GPIB", "GPIB Error", "No MultiMeter devices found at GPIB",
-     "GPIB Error", true},
-    {3, "gpib absent", "SourceMeter device connected", "GPIB Communication", "No GPIB connected",
-     "GPIB Error", "No SourceMeter devices found at GPIB", "GPIB Error", true},
-    {4, "k2450 absent", "SourceMeter device connected", "USB Communication",
-     "No SourceMeter devices found via USB", "USB Error", "No SourceMeter devices via USB",
-     "USB Error", false},
-    {5, "visa absent", "Tektronics devices connected via USB", "Oscilloscope Connected",
-     "No Tektronics devices via USB", "Oscilloscope Error", "No Tektronics devices via USB",
-     "Oscilloscope Error", false},
-    {6, "analyzer absent", "Parameter Analyzer 4200 connected via Ethernet",
-     "Parameter Analyzer Connected", "No Parameter Analyzer 4200 found", "Parameter Analyzer Error",
-     "No Tektronics devices via USB", "Oscilloscope Error", false},
-    {7, "analyzer absent", "Parameter Analyzer 4200 connected via GPIB",
-     "Parameter Analyzer Connected", "No Parameter Analyzer 4200 found", "Parameter Analyzer Error",
-     "No Tektronics devices via USB", "Oscilloscope Error", false},
+class ConnectTest : public InstrumentsTest {
+protected:
+    void SetUp() override {
+        InstrumentsTest::SetUp();
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+    }
+    void TearDown() override {
+        testing::internal::GetCapturedStdout();
+        testing::internal::GetCapturedStderr();
+        InstrumentsTest::TearDown();
+    }
+
+    // Calls `connect`, which shows one box or, without a notice, none, and ends with a kind.
+    static void expectBox(const Notice* notice, int32_t kindAfter,
+                          const std::function<void()>& connect) {
+        shownBoxes.clear();
+        if (notice) answer(notice->text, BoxAnswer::Ok);
+        connect();
+        EXPECT_EQ(instrumentLink.ammeterKind, kindAfter);
+        ASSERT_EQ(shownBoxes.size(), notice ? 1u : 0u);
+        if (!notice) return;
+        EXPECT_EQ(shownBoxes[0].text, notice->text);
+        EXPECT_EQ(shownBoxes[0].caption, notice->caption);
+        EXPECT_EQ(shownBoxes[0].owner, mainWindow); // none at start-up
+    }
+
+    // Calls `connect` with every kind's instrument there, and without it in each way.
+    static void forEachKind(const std::function<void(const Connect&, bool there)>& connect) {
+        for (const Connect& c : connects) {
+            SCOPED_TRACE(c.kind);
+            instrumentLink.gpibAddress = c.kind == 3 ? 24 : c.kind == 7 ? 17 : 18;
+            connect(c, true);
+            applyLabFaults(c.absent);
+            connect(c, false);
+            applyLabFaults("");
+            libraries.absent = {"ni4882.dll", "VISA64.dll", "KXCIclient64.dll"};
+            connect(c, false);
+            libraries = {};
+            // A library that lacks one function counts as absent.
+            libraries.functionsMissing = {"ibrd", "viRead", "SendKXCICommand_C"};
+            connect(c, false);
+            libraries = {};
+        }
+    }
 };
 
-void expectBox(const char* text, const char* caption) {
-    ASSERT_FALSE(shownBoxes.empty());
-    EXPECT_EQ(shownBoxes.back().text, text);
-    EXPECT_EQ(shownBoxes.back().caption, caption);
-    shownBoxes.clear();
+TEST_F(ConnectTest, StartUpShowsOnlyWhatFailed) {
+    forEachKind([](const Connect& c, bool there) {
+        instrumentLink.ammeterKind = c.kind;
+        expectBox(there ? nullptr : &c.startFailure, there || c.keptAtStart ? c.kind : kindArduino,
+                  connectInstrumentAtStart);
+    });
 }
 
-TEST_F(InstrumentsTest, ConnectingTellsHowItWent) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    for (const Connect& c : connects) {
-        setLabGpibAddress(c.kind == 3   ? labSourcemeter
-                          : c.kind == 7 ? labAnalyzer
-                                        : labMultimeter,
-                          18);
-        applyLabFaults("");
+TEST_F(ConnectTest, ConnectingTellsHowItWent) {
+    openBareWindow();
+    ASSERT_NE(mainWindow, nullptr);
+    forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = kindArduino;
-        answer(c.success, BoxAnswer::Ok);
-        connectInstrument(c.kind);
-        expectBox(c.success, c.successCaption);
-        EXPECT_EQ(instrumentLink.ammeterKind, c.kind);
-
-        applyLabFaults(c.absent);
-        instrumentLink.ammeterKind = kindArduino;
-        answer(c.failure, BoxAnswer::Ok);
-        connectInstrument(c.kind);
-        expectBox(c.failure, c.failureCaption);
-        EXPECT_EQ(instrumentLink.ammeterKind, kindArduino);
-
-        instrumentLink.ammeterKind = c.kind;
-        answer(c.startFailure, BoxAnswer::Ok);
-        connectInstrumentAtStart();
-        expectBox(c.startFailure, c.startFailureCaption);
-        EXPECT_EQ(instrumentLink.ammeterKind, c.keptAtStart ? c.kind : 0);
-    }
-    answer("This equipment is not supported yet", BoxAnswer::Ok);
+        expectBox(there ? &c.success : &c.failure, there ? c.kind : kindArduino,
+                  [&] { connectInstrument(c.kind); });
+    });
     instrumentLink.ammeterKind = kindGpibMultimeter;
-    connectInstrument(kindNiDaq);
-    expectBox("This equipment is not supported yet", "NI-DAQ Error");
-    EXPECT_EQ(instrumentLink.ammeterKind, kindGpibMultimeter);
-    connectInstrument(-1); // a list without a selection
-    EXPECT_EQ(instrumentLink.ammeterKind, kindGpibMultimeter);
-    testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
+    const Notice refused{"This equipment is not supported yet", "NI-DAQ Error"};
+    expectBox(&refused, kindGpibMultimeter, [] { connectInstrument(kindNiDaq); });
+    expectBox(nullptr, kindGpibMultimeter, [] { connectInstrument(-1); }); // nothing selected
+    expectBox(nullptr, kindArduino, [] { connectInstrument(kindArduino); });
 }
 
 } // namespace
