@@ -3,6 +3,7 @@
 #include "app/settings_line.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
+#include "instruments/gpib.h"
 #include "instruments/kxci.h"
 #include "instruments/laser_link.h"
 #include "instruments/number_extraction.h"
@@ -10,7 +11,9 @@
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -23,22 +26,29 @@ void require(bool condition) {
     if (!condition) std::abort();
 }
 
-// The one specified end of the program: a number of 100 characters or more.
-bool wouldAbort(ReplyKind kind) {
-    const size_t length =
-        kind == ReplyKind::Analyzer ? std::min<size_t>(text.size(), 100) : text.size();
-    size_t kept = 0;
+// What belongs to a number in the text; 100 characters or more end the program by design.
+std::string kept(ReplyKind kind) {
+    std::string number;
     bool digitSeen = false;
-    for (size_t i = 0; i < length && text[i] != '\0' && text[i] != '\n'; ++i) {
-        if (text[i] == '\v' && kind == ReplyKind::Sourcemeter) break;
-        digitSeen = digitSeen || (text[i] >= '0' && text[i] <= '9');
-        if (std::strchr("0123456789+-.", text[i]) || (digitSeen && text[i] == 'E')) ++kept;
+    for (char c : kind == ReplyKind::Analyzer ? text.substr(0, 100) : text) {
+        if (c == '\0' || c == '\n' || (c == '\v' && kind == ReplyKind::Sourcemeter)) break;
+        digitSeen = digitSeen || std::isdigit(static_cast<unsigned char>(c));
+        if (std::strchr("0123456789+-.", c) || (digitSeen && c == 'E')) number += c;
     }
-    return kept >= 100;
+    return number;
 }
 
-void extract(ReplyKind kind) {
-    if (!wouldAbort(kind)) extractNumber(text.data(), text.size(), kind);
+void readNumber(ReplyKind kind, float (*read)()) {
+    const std::string number = kept(kind);
+    if (number.size() >= 100) return;
+    char* end = nullptr;
+    const float whole = std::strtof(number.c_str(), &end);
+    const float value = read();
+    require(value == whole || (*end == 'E' && value == 0.0f)); // "%f" may refuse a bare exponent
+}
+
+template <ReplyKind kind> float extract() {
+    return extractNumber(text.data(), text.size(), kind);
 }
 
 void readSettings() {
@@ -69,6 +79,19 @@ void readBoard() {
     }
 }
 
+constexpr unsigned long driverErrorCount = 0xE0140025; // an error number, not a count
+
+bool busFails() {
+    return text.starts_with('!');
+}
+
+// A reply over GPIB: at most as many bytes as are asked for, now and then with a driver's error.
+void readBus(ReplyKind kind, float (*read)()) {
+    text.resize(std::min<size_t>(text.size(), 100));
+    gpibOpenDevice(18);
+    readNumber(kind, read);
+}
+
 void answerAnalyzer(const char*, char* reply, int*) {
     std::memcpy(reply, text.c_str(), text.size() + 1);
 }
@@ -87,6 +110,16 @@ void connectDoubles() {
     replaceFunction(
         "OpenKXCIConnection_C", +[](const char*, int, int* status) { *status = kxciConnected; });
     replaceFunction("SendKXCICommand_C", answerAnalyzer);
+    replaceFunction(
+        "ibrd", +[](int, void* reply, size_t) {
+            std::memcpy(reply, text.data(), text.size());
+            return 0ul;
+        });
+    replaceFunction(
+        "ThreadIbsta", +[] { return busFails() ? 0x8100ul : 0x2100ul; });
+    replaceFunction(
+        "ThreadIbcnt", +[] { return busFails() ? driverErrorCount : text.size(); });
+    require(std::freopen("/dev/null", "w", stdout)); // what is read is printed
     serial.scripted = true;
     openLaserLink(laserLink, nullptr);
 }
@@ -100,15 +133,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     resetClock();
     serial.writes.clear(); // the doubles remember everything
     text.assign(reinterpret_cast<const char*>(data) + 1, size - 1);
-    switch (data[0] % 6) {
+    switch (data[0] % 8) {
     case 0:
-        extract(ReplyKind::Multimeter);
+        readNumber(ReplyKind::Multimeter, extract<ReplyKind::Multimeter>);
         break;
     case 1:
-        extract(ReplyKind::Sourcemeter);
+        readNumber(ReplyKind::Sourcemeter, extract<ReplyKind::Sourcemeter>);
         break;
     case 2:
-        extract(ReplyKind::Analyzer);
+        readNumber(ReplyKind::Analyzer, extract<ReplyKind::Analyzer>);
         break;
     case 3:
         readSettings();
@@ -116,8 +149,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 4:
         readBoard();
         break;
-    default:
+    case 5:
         readAnalyzer();
+        break;
+    case 6:
+        readBus(ReplyKind::Multimeter, gpibMultimeterRead);
+        break;
+    default:
+        readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead);
     }
     return 0;
 }
