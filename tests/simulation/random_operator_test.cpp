@@ -2,7 +2,9 @@
 // closed, with the laser off and nothing leaked.
 #include "app/program.h"
 #include "app/responsive_wait.h"
+#include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
+#include "platform/text_format.h"
 #include "tests/doubles/doubles.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
@@ -42,10 +44,18 @@ protected:
                                       "stage absent",
                                       "axis x stalled",
                                       "limit x right at 15",
-                                      "board unplugged"};
+                                      "board unplugged",
+                                      "gpib error",
+                                      "gpib absent",
+                                      "visa absent",
+                                      "instrument absent",
+                                      "instrument stuck",
+                                      "instrument silent",
+                                      "instrument garbage"};
         const std::string fault = oneOf(faults);
         EXPECT_TRUE(applyLabFaults(fault));
         boardBroken |= fault.starts_with("board");
+        busBroken |= fault.starts_with("gpib") || fault.starts_with("instrument");
         const char* const files[] = {"", "Confocal", "KST_Data"};
         refusedFile = oneOf(files);
         foldersRefused = below(4) == 0;
@@ -77,6 +87,7 @@ protected:
 
     std::mt19937 random{GetParam()};
     bool boardBroken = false; // nobody can switch a board off that does not hear
+    bool busBroken = false;   // nor a source
 };
 
 TEST_P(RandomOperatorTest, EndsWithTheLaserOff) {
@@ -85,22 +96,37 @@ TEST_P(RandomOperatorTest, EndsWithTheLaserOff) {
         const bool stops = box.text.starts_with("Do you want to stop");
         return below(5) == 0 ? oneOf(replies) : stops ? BoxAnswer::No : BoxAnswer::Yes;
     };
+    const int kind = static_cast<int>(GetParam() % equipmentKindCount);
+    writeDesktopFile(
+        "KST_Data/Config.txt",
+        formatted("step:4.0, laser:4.00, laser correct:(640,500), Ammeter:%d, GPIB:%d, "
+                  "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 1\n",
+                  kind, kind == kindGpibSourcemeter ? 24 : 18));
+    instrumentLink.biasVoltage = 0.5f;
+    testing::internal::CaptureStdout();
     double time = 2000;
     at(time, [] {
         postDrag(560, 470, 670, 560);
-        typeInto(Field::ScanStep, "4");
-        postCall(enterScanStep);
         postCommand(idStart);
     });
     for (int i = 0; i < 60; ++i) at(time += below(1000), [this] { doSomething(); });
     at(time + 1, [] { post(messageClose); });
     EXPECT_EQ(runProgram(1), 0);
+    testing::internal::GetCapturedStdout();
     EXPECT_EQ(processRunning, 0);
     EXPECT_EQ(imagingStarts, 0);
     if (!boardBroken) {
         EXPECT_EQ(labLaserPwm(), 0);
         EXPECT_FALSE(labIlluminated());
     }
+    if (!busBroken) {
+        EXPECT_EQ(labBiasVolts(), 0.0);
+    }
+    // Kind 7 was opened over the network and is closed on the bus; an adapter that was pulled
+    // cannot take a device offline.
+    EXPECT_EQ(labCounters().visaSessions, kind == kindUsbSourcemeter ? 2u : 0u);
+    EXPECT_LE(labCounters().networkLinks, kind == kindAnalyzerGpib ? 1u : 0u);
+    EXPECT_LE(labCounters().gpibDescriptors, kind == kindGpibMultimeter || busBroken ? 1u : 0u);
     EXPECT_EQ(labCounters().cameraDevices, 0u);
     EXPECT_EQ(serial.openPorts, 0);
 }
