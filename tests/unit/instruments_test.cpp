@@ -6,9 +6,11 @@
 #include "instruments/number_extraction.h"
 #include "instruments/tektronics.h"
 #include "instruments/usb_sourcemeter.h"
+#include "platform/text_format.h"
 #include "tests/doubles/doubles.h"
 
-#include <functional>
+#include <cstdio>
+#include <sstream>
 
 namespace {
 
@@ -16,7 +18,8 @@ using namespace std::string_literals;
 
 using Commands = std::vector<std::string>;
 
-// With light on the sample: a truth of 0 would be met by an instrument that measures nothing.
+// With light on the sample: a truth of 0 would be met by an instrument that measures nothing. What
+// is printed is kept for the tests.
 class InstrumentsTest : public LabTest {
 protected:
     void SetUp() override {
@@ -24,7 +27,33 @@ protected:
         boardReceive("G 5 204", 8);
         ASSERT_GT(labPhotoCurrent(0), 1e-8);
         ASSERT_GT(labPhotoVoltage(), 0.1);
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
     }
+
+    void TearDown() override {
+        LabTest::TearDown();
+        const std::string all = complained() + printed();
+        testing::internal::GetCapturedStderr();
+        testing::internal::GetCapturedStdout();
+        if (HasFailure()) std::printf("%s", all.c_str()); // failures are told there, too
+    }
+
+    // Since the last call.
+    static std::string printed() {
+        const std::string text = testing::internal::GetCapturedStdout();
+        testing::internal::CaptureStdout();
+        return text;
+    }
+    static std::string complained() {
+        const std::string text = testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return text;
+    }
+
+    std::string reportOf(unsigned long status, unsigned long error);
+
+    InstrumentLink& link = instrumentLink;
 };
 
 float extracted(const std::string& reply, ReplyKind kind) {
@@ -63,7 +92,7 @@ TEST(ExtractNumberDeathTest, EndsTheProgramOnANumberThatIsNone) {
 // What the library tells of its last call.
 unsigned long ibsta, iberr;
 
-std::string reportOf(unsigned long status, unsigned long error) {
+std::string InstrumentsTest::reportOf(unsigned long status, unsigned long error) {
     ibsta = status;
     iberr = error;
     replaceFunction(
@@ -72,52 +101,35 @@ std::string reportOf(unsigned long status, unsigned long error) {
         "ThreadIberr", +[] { return iberr; });
     replaceFunction(
         "ThreadIbcnt", +[] { return 17ul; });
-    testing::internal::CaptureStdout();
     gpibOpenDevice(18); // the library is loaded anew here, and reports when the status says so
-    const std::string byOpening = testing::internal::GetCapturedStdout();
-    testing::internal::CaptureStdout();
+    EXPECT_EQ(printed().empty(), !(status & 0x8000));
     gpibReportError("ibrd Error");
-    const std::string report = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(byOpening.empty(), !(status & 0x8000));
-    return report;
+    return printed();
 }
 
 TEST_F(InstrumentsTest, GpibReportIsExactForEveryBitAndCode) {
-    const std::pair<unsigned long, const char*> bits[] = {
-        {0x8000, " ERR"},  {0x4000, " TIMO"}, {0x2000, " END"},  {0x1000, " SRQI"},
-        {0x0800, " RQS"},  {0x0100, " CMPL"}, {0x0080, " LOK"},  {0x0040, " REM"},
-        {0x0020, " CIC"},  {0x0010, " ATN"},  {0x0008, " TACS"}, {0x0004, " LACS"},
-        {0x0002, " DTAS"}, {0x0001, " DCAS"}};
-    for (const auto& [bit, text] : bits) {
-        char head[60];
-        std::snprintf(head, sizeof head, "ibrd Error\nIbsta() = 0x%lx  <%s >\n", bit, text);
-        EXPECT_EQ(reportOf(bit, 0), head + "Iberr() = 0 EDVR <Driver error>\nIbcnt() = 17\n\n"s);
+    const std::string bits[] = {" ERR",  " TIMO", " END",  " SRQI", " RQS", "",
+                                "",      " CMPL", " LOK",  " REM",  " CIC", " ATN",
+                                " TACS", " LACS", " DTAS", " DCAS"};
+    unsigned long bit = 0x8000;
+    for (const std::string& text : bits) {
+        EXPECT_EQ(reportOf(bit, 0), "ibrd Error\n" + formatted("Ibsta() = 0x%lx  <", bit) + text +
+                                        " >\nIberr() = 0 EDVR <Driver error>\nIbcnt() = 17\n\n");
+        bit >>= 1;
     }
-    const std::pair<unsigned long, const char*> codes[] = {
-        {1, " ECIC <Not Controller-In-Charge>\n"},
-        {2, " ENOL <No Listener>\n"},
-        {3, " EADR <Address error>\n"},
-        {4, " EARG <Invalid argument>\n"},
-        {5, " ESAC <Not System Controller>\n"},
-        {6, " EABO <Operation aborted>\n"},
-        {7, " ENEB <No GPIB board>\n"},
-        {8, ""}, // no text and no line feed
-        {10, " EOIP <Async I/O in progress>\n"},
-        {11, " ECAP <No capability>\n"},
-        {12, " EFSO <File system error>\n"},
-        {14, " EBUS <Command error>\n"},
-        {15, " ESTB <Status byte lost>\n"},
-        {16, " ESRQ <SRQ stuck on>\n"},
-        {20, " ETAB <Table Overflow>\n"},
-        {21, " ELCK <Lock error>\n"},
-        {22, " EARM <Ibnotify rearm error>\n"},
-        {23, " EHDL <Invalid Handle>\n"},
-        {26, " EWIP <Wait already in progress>\n"},
-        {27, " ERST <Notification cancelled due to reset>\n"},
-        {28, " EPWR <Power error>\n"}};
-    for (const auto& [code, text] : codes)
-        EXPECT_EQ(reportOf(0x8100, code), "ibrd Error\nIbsta() = 0x8100  < ERR CMPL >\nIberr() = " +
-                                              std::to_string(code) + text + "Ibcnt() = 17\n\n");
+    std::istringstream codes(
+        "0 EDVR <Driver error>\n1 ECIC <Not Controller-In-Charge>\n2 ENOL <No Listener>\n"
+        "3 EADR <Address error>\n4 EARG <Invalid argument>\n5 ESAC <Not System Controller>\n"
+        "6 EABO <Operation aborted>\n7 ENEB <No GPIB board>\n10 EOIP <Async I/O in progress>\n"
+        "11 ECAP <No capability>\n12 EFSO <File system error>\n14 EBUS <Command error>\n"
+        "15 ESTB <Status byte lost>\n16 ESRQ <SRQ stuck on>\n20 ETAB <Table Overflow>\n"
+        "21 ELCK <Lock error>\n22 EARM <Ibnotify rearm error>\n23 EHDL <Invalid Handle>\n"
+        "26 EWIP <Wait already in progress>\n27 ERST <Notification cancelled due to reset>\n"
+        "28 EPWR <Power error>\n");
+    const std::string head = "ibrd Error\nIbsta() = 0x8100  < ERR CMPL >\nIberr() = ";
+    for (std::string line; std::getline(codes, line);)
+        EXPECT_EQ(reportOf(0x8100, std::stoul(line)), head + line + "\nIbcnt() = 17\n\n");
+    EXPECT_EQ(reportOf(0x8100, 8), head + "8Ibcnt() = 17\n\n"); // no text and no line feed
 }
 
 TEST_F(InstrumentsTest, MultimeterGetsItsFourBytes) {
@@ -127,54 +139,38 @@ TEST_F(InstrumentsTest, MultimeterGetsItsFourBytes) {
     EXPECT_EQ(labInstrumentCommands(labMultimeter).size(), 2u); // a reading writes nothing
 }
 
-TEST_F(InstrumentsTest, EveryFailedGpibCallIsReportedUnderItsName) {
-    const std::pair<const char*, const char*> calls[] = {{"ibdev", "ibdev Error\n"},
-                                                         {"ibclr", "ibclr Error\n"},
-                                                         {"ibwrt", "ibwrt Error\n"},
-                                                         {"ibwrt 2", "ibwrt Error\n"}};
-    for (const auto& [call, label] : calls) {
-        ASSERT_TRUE(applyLabFaults("gpib error "s + call));
-        testing::internal::CaptureStdout();
-        EXPECT_FALSE(gpibMultimeterOpen(18)) << call;
-        EXPECT_EQ(testing::internal::GetCapturedStdout().find(label), 0u) << call;
-        EXPECT_EQ(labCounters().gpibDescriptors, 0u) << call;
-    }
-}
-
 TEST_F(InstrumentsTest, FailedReadTakesTheDeviceOfflineForGood) {
-    setLabGpibAddress(labSourcemeter, 18);
-    ASSERT_TRUE(gpibSourcemeterOpen(18));
+    ASSERT_TRUE(gpibSourcemeterOpen(24));
     ASSERT_TRUE(applyLabFaults("gpib error ibrd 1"));
-    testing::internal::CaptureStdout();
     EXPECT_EQ(gpibSourcemeterRead(), 0.0f);
     EXPECT_EQ(labCounters().gpibDescriptors, 0u);
     applyLabFaults("");
     EXPECT_EQ(gpibSourcemeterRead(), 0.0f);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_NE(printed.find("ibwrt Error\n"), std::string::npos); // the next write fails, too
+    EXPECT_NE(printed().find("ibwrt Error\n"), std::string::npos); // the next write fails, too
     EXPECT_EQ(labInstrumentCommands(labSourcemeter), Commands{":READ?"});
-    ASSERT_TRUE(gpibSourcemeterOpen(18));
+    ASSERT_TRUE(gpibSourcemeterOpen(24));
     EXPECT_NEAR(static_cast<double>(gpibSourcemeterRead()), labPhotoCurrent(0), 2e-10);
 }
 
-TEST_F(InstrumentsTest, FailedConnectKeepsTheLinkBeforeIt) {
-    testing::internal::CaptureStdout();
-    for (const char* call : {"ibdev", "ibclr", "ibwrt", "ibwrt 2"}) {
-        instrumentLink.ammeterKind = kindGpibSourcemeter;
-        instrumentLink.gpibAddress = 24;
+TEST_F(InstrumentsTest, FailedConnectIsReportedAndKeepsTheLinkBeforeIt) {
+    for (std::string call : {"ibdev", "ibclr", "ibwrt", "ibwrt 2"}) {
+        link.ammeterKind = kindGpibSourcemeter;
+        link.gpibAddress = 24;
         connectInstrumentAtStart();
         applyBias(0.5, 1e-4);
         EXPECT_EQ(labBiasVolts(), 0.5);
-        applyLabFaults("gpib error "s + call);
+        EXPECT_EQ(printed(), "");
+        ASSERT_TRUE(applyLabFaults("gpib error " + call));
         answer("No MultiMeter devices found", BoxAnswer::Ok);
-        instrumentLink.gpibAddress = 18;
+        link.gpibAddress = 18;
         connectInstrument(kindGpibMultimeter);
+        EXPECT_EQ(printed().find(call.substr(0, 5) + " Error\n"), 0u) << call;
+        EXPECT_EQ(labCounters().gpibDescriptors, 1u) << call;
         applyLabFaults("");
         disconnectInstrument(); // as at exit
         EXPECT_FALSE(labOutputOn()) << call;
         EXPECT_EQ(labCounters().gpibDescriptors, 0u) << call;
     }
-    testing::internal::GetCapturedStdout();
 }
 
 // How long the program waits for an instrument that has hung up: 10 s on the bus, 5 s over VISA.
@@ -184,23 +180,19 @@ TEST_F(InstrumentsTest, StuckInstrumentsAreGivenUp) {
         EXPECT_EQ(call(), 0.0f);
         return testTimeMs() - start;
     };
-    testing::internal::CaptureStdout();
     ASSERT_TRUE(gpibSourcemeterOpen(24));
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
     applyLabFaults("instrument stuck");
     EXPECT_EQ(waited(gpibSourcemeterRead), 10010); // and the pause behind a command
     EXPECT_EQ(waited(usbSourcemeterRead), 5000);
     applyLabFaults("k2450 absent");
-    InstrumentLink& link = instrumentLink;
     ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
     applyLabFaults("instrument silent");
     EXPECT_EQ(waited([&] { return scopeRead(link.scopeInstrument); }), 5000);
-    testing::internal::GetCapturedStdout();
 }
 
 TEST_F(InstrumentsTest, SourcemeterIsSetUpLineByLine) {
-    setLabGpibAddress(labSourcemeter, 18);
-    ASSERT_TRUE(gpibSourcemeterOpen(18));
+    ASSERT_TRUE(gpibSourcemeterOpen(24));
     const double start = testTimeMs();
     gpibSourcemeterSetUp(0.5f, 0.0001f);
     EXPECT_GE(testTimeMs() - start, 170); // 10 ms behind each line, then 100 ms
@@ -217,17 +209,16 @@ TEST_F(InstrumentsTest, SourcemeterIsSetUpLineByLine) {
 
 TEST_F(InstrumentsTest, GpibWithoutALibrary) {
     libraries.absent = {"ni4882.dll"};
-    testing::internal::CaptureStdout();
     EXPECT_FALSE(gpibMultimeterOpen(18));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "ibdev Error\nIbsta() = 0x8000  < ERR >\nIberr() = 0 EDVR <Driver error>\n"
-              "Ibcnt() = 0\n\n");
+    EXPECT_EQ(printed(), "ibdev Error\nIbsta() = 0x8000  < ERR >\nIberr() = 0 EDVR <Driver error>\n"
+                         "Ibcnt() = 0\n\n");
 }
 
 uint32_t attributeSet;
 uint64_t valueSet;
 
-TEST_F(InstrumentsTest, VisaByOrdinalsAloneSetsTheStandardsTimeOut) {
+TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
+    // By the standard's ordinals alone; the maps are taken by the names.
     libraries.namesMissing = {"viOpenDefaultRM", "viFindRsrc",   "viFindNext", "viOpen", "viClose",
                               "viSetAttribute",  "viStatusDesc", "viRead",     "viWrite"};
     replaceFunction(
@@ -236,20 +227,10 @@ TEST_F(InstrumentsTest, VisaByOrdinalsAloneSetsTheStandardsTimeOut) {
             valueSet = value;
             return 0;
         });
-    InstrumentLink& link = instrumentLink;
-    ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
-    EXPECT_EQ(attributeSet, 0x3FFF001Au);
-    EXPECT_EQ(valueSet, 5000u);
-    EXPECT_NEAR(static_cast<double>(scopeRead(link.scopeInstrument)), labPhotoVoltage(), 0.012);
-    scopeClose(link.visaResourceManager);
-    link.visaResourceManager = 0;
-    EXPECT_EQ(labCounters().visaSessions, 0u);
-}
-
-TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
     applyLabFaults("k2450 absent\nscope count 2");
-    InstrumentLink& link = instrumentLink;
     ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
+    EXPECT_EQ(attributeSet, 0x3FFF001Au); // the time-out
+    EXPECT_EQ(valueSet, 5000u);
     EXPECT_EQ(labInstrumentCommands(labScope), Commands{"*idn?"});
     EXPECT_EQ(labInstrumentCommands(labSecondScope), // the last one found is used
               (Commands{"*idn?", "MEASUREMENT:IMMED:TYPE MEAN"}));
@@ -284,9 +265,8 @@ TEST_F(InstrumentsTest, OscilloscopeThatIsNotThereLeavesNothingOpen) {
         ASSERT_TRUE(applyLabFaults(fault));
         if (!*fault) libraries.absent = {"VISA64.dll"};
         ViSession manager = 0, scope = 0;
-        testing::internal::CaptureStderr();
         EXPECT_EQ(scopeOpen(&manager, &scope), 0) << fault;
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "failure: "s + line + "\n");
+        EXPECT_EQ(complained(), "failure: "s + line + "\n");
         EXPECT_EQ(labCounters().visaSessions, 0u) << fault;
         EXPECT_EQ(manager, 0u) << fault;
     }
@@ -334,10 +314,8 @@ TEST_F(InstrumentsTest, AnalyzerIsConnectedByTheStatusOneAlone) {
 }
 
 TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
-    testing::internal::CaptureStdout();
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Instrument Manufacturer: KEITHLEY INSTRUMENTS\n");
+    EXPECT_EQ(printed(), "Instrument Manufacturer: KEITHLEY INSTRUMENTS\n");
     EXPECT_EQ(labInstrumentCommands(labUsbSourcemeter).front(), "*CLS\n");
     EXPECT_FALSE(labOutputOn());
     usbSourcemeterSetUp(0.5f, 2e-8f);
@@ -364,118 +342,89 @@ struct Notice {
     const char* caption;
 };
 
+constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
+constexpr Notice noGpib{"No GPIB connected", "GPIB Error"};
+constexpr Notice noSourcemeter{"No SourceMeter devices found at GPIB", "GPIB Error"};
+constexpr Notice noUsbMeter{"No SourceMeter devices found via USB", "USB Error"};
+constexpr Notice noUsbMeterAtStart{"No SourceMeter devices via USB", "USB Error"};
+constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
+constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
+
 const struct Connect {
-    int kind;
+    int kind, gpibAddress;
     const char* absent; // the fault that takes the instrument away
-    Notice success, failure, startFailure;
+    const char *connected, *connectedCaption;
+    Notice failure, failureAtStart;
     bool keptAtStart;
-} connects[] = {
-    {2,
-     "gpib absent",
-     {"MultiMeter device connected", "GPIB Communication"},
-     {"No MultiMeter devices found at GPIB", "GPIB Error"},
-     {"No MultiMeter devices found at GPIB", "GPIB Error"},
-     true},
-    {3,
-     "gpib absent",
-     {"SourceMeter device connected", "GPIB Communication"},
-     {"No GPIB connected", "GPIB Error"},
-     {"No SourceMeter devices found at GPIB", "GPIB Error"},
-     true},
-    {4,
-     "k2450 absent",
-     {"SourceMeter device connected", "USB Communication"},
-     {"No SourceMeter devices found via USB", "USB Error"},
-     {"No SourceMeter devices via USB", "USB Error"},
-     false},
-    {5,
-     "visa absent",
-     {"Tektronics devices connected via USB", "Oscilloscope Connected"},
-     {"No Tektronics devices via USB", "Oscilloscope Error"},
-     {"No Tektronics devices via USB", "Oscilloscope Error"},
-     false},
-    {6,
-     "analyzer absent",
-     {"Parameter Analyzer 4200 connected via Ethernet", "Parameter Analyzer Connected"},
-     {"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"},
-     {"No Tektronics devices via USB", "Oscilloscope Error"},
-     false},
-    {7,
-     "gpib absent\nanalyzer absent",
-     {"Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected"},
-     {"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"},
-     {"No Tektronics devices via USB", "Oscilloscope Error"},
-     false},
-};
+} connects[] = {{2, 18, "gpib absent", "MultiMeter device connected", "GPIB Communication",
+                 noMultimeter, noMultimeter, true},
+                {3, 24, "gpib absent", "SourceMeter device connected", "GPIB Communication", noGpib,
+                 noSourcemeter, true},
+                {4, 18, "k2450 absent", "SourceMeter device connected", "USB Communication",
+                 noUsbMeter, noUsbMeterAtStart, false},
+                {5, 18, "visa absent", "Tektronics devices connected via USB",
+                 "Oscilloscope Connected", noScope, noScope, false},
+                {6, 18, "analyzer absent", "Parameter Analyzer 4200 connected via Ethernet",
+                 "Parameter Analyzer Connected", noAnalyzer, noScope, false},
+                {7, 17, "gpib absent\nanalyzer absent",
+                 "Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected",
+                 noAnalyzer, noScope, false}};
 
-class ConnectTest : public InstrumentsTest {
-protected:
-    void SetUp() override {
-        InstrumentsTest::SetUp();
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-    }
-    void TearDown() override {
-        testing::internal::GetCapturedStdout();
-        testing::internal::GetCapturedStderr();
-        InstrumentsTest::TearDown();
-    }
+// Calls `connect`, which shows that box or, without a text, none, and ends with a kind.
+template <class Call> void expectBox(Notice notice, int32_t kindAfter, Call connect) {
+    shownBoxes.clear();
+    if (notice.text) answer(notice.text, BoxAnswer::Ok);
+    connect();
+    EXPECT_EQ(instrumentLink.ammeterKind, kindAfter);
+    ASSERT_EQ(shownBoxes.size(), notice.text ? 1u : 0u);
+    if (!notice.text) return;
+    EXPECT_EQ(shownBoxes[0].text, notice.text);
+    EXPECT_EQ(shownBoxes[0].caption, notice.caption);
+    EXPECT_EQ(shownBoxes[0].owner, mainWindow); // none at start-up
+}
 
-    // Calls `connect`, which shows one box or, without a notice, none, and ends with a kind.
-    static void expectBox(const Notice* notice, int32_t kindAfter,
-                          const std::function<void()>& connect) {
-        shownBoxes.clear();
-        if (notice) answer(notice->text, BoxAnswer::Ok);
-        connect();
-        EXPECT_EQ(instrumentLink.ammeterKind, kindAfter);
-        ASSERT_EQ(shownBoxes.size(), notice ? 1u : 0u);
-        if (!notice) return;
-        EXPECT_EQ(shownBoxes[0].text, notice->text);
-        EXPECT_EQ(shownBoxes[0].caption, notice->caption);
-        EXPECT_EQ(shownBoxes[0].owner, mainWindow); // none at start-up
-    }
-
-    // Calls `connect` with every kind's instrument there, and without it in each way.
-    static void forEachKind(const std::function<void(const Connect&, bool there)>& connect) {
-        for (const Connect& c : connects) {
-            SCOPED_TRACE(c.kind);
-            instrumentLink.gpibAddress = c.kind == 3 ? 24 : c.kind == 7 ? 17 : 18;
-            connect(c, true);
-            applyLabFaults(c.absent);
+// Connects every kind with its instrument there, and without it in each way.
+template <class Call> void forEachKind(Call connect) {
+    const LibraryDouble none{.absent = {"ni4882.dll", "VISA64.dll", "KXCIclient64.dll"}};
+    // A library that lacks one function counts as absent.
+    const LibraryDouble maimed{.functionsMissing = {"ibrd", "viRead", "SendKXCICommand_C"}};
+    for (const Connect& c : connects) {
+        SCOPED_TRACE(c.kind);
+        instrumentLink.gpibAddress = c.gpibAddress;
+        applyLabFaults("");
+        libraries = {};
+        connect(c, true);
+        applyLabFaults(c.absent);
+        connect(c, false);
+        applyLabFaults("");
+        for (const LibraryDouble& broken : {none, maimed}) {
+            libraries = broken;
             connect(c, false);
-            applyLabFaults("");
-            libraries.absent = {"ni4882.dll", "VISA64.dll", "KXCIclient64.dll"};
-            connect(c, false);
-            libraries = {};
-            // A library that lacks one function counts as absent.
-            libraries.functionsMissing = {"ibrd", "viRead", "SendKXCICommand_C"};
-            connect(c, false);
-            libraries = {};
         }
     }
-};
+}
 
-TEST_F(ConnectTest, StartUpShowsOnlyWhatFailed) {
+TEST_F(InstrumentsTest, StartUpShowsOnlyWhatFailed) {
     forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = c.kind;
-        expectBox(there ? nullptr : &c.startFailure, there || c.keptAtStart ? c.kind : kindArduino,
-                  connectInstrumentAtStart);
+        expectBox(there ? Notice() : c.failureAtStart,
+                  there || c.keptAtStart ? c.kind : kindArduino, connectInstrumentAtStart);
     });
 }
 
-TEST_F(ConnectTest, ConnectingTellsHowItWent) {
+TEST_F(InstrumentsTest, ConnectingTellsHowItWent) {
     openBareWindow();
     ASSERT_NE(mainWindow, nullptr);
     forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = kindArduino;
-        expectBox(there ? &c.success : &c.failure, there ? c.kind : kindArduino,
-                  [&] { connectInstrument(c.kind); });
+        expectBox(there ? Notice{c.connected, c.connectedCaption} : c.failure,
+                  there ? c.kind : kindArduino, [&] { connectInstrument(c.kind); });
     });
-    instrumentLink.ammeterKind = kindGpibMultimeter;
-    const Notice refused{"This equipment is not supported yet", "NI-DAQ Error"};
-    expectBox(&refused, kindGpibMultimeter, [] { connectInstrument(kindNiDaq); });
-    expectBox(nullptr, kindGpibMultimeter, [] { connectInstrument(-1); }); // nothing selected
-    expectBox(nullptr, kindArduino, [] { connectInstrument(kindArduino); });
+    link.ammeterKind = kindGpibMultimeter;
+    expectBox({"This equipment is not supported yet", "NI-DAQ Error"}, kindGpibMultimeter,
+              [] { connectInstrument(kindNiDaq); });
+    expectBox({}, kindGpibMultimeter, [] { connectInstrument(-1); }); // nothing selected
+    expectBox({}, kindArduino, [] { connectInstrument(kindArduino); });
 }
 
 } // namespace
