@@ -56,17 +56,11 @@ protected:
     }
 
     bool agrees(double value, LabPoint place) const {
-        constexpr double placeTolerance = 0.02; // um
-        double lowest = 1e9, highest = -1e9;
-        for (double dx : {-placeTolerance, 0.0, placeTolerance})
-            for (double dy : {-placeTolerance, 0.0, placeTolerance}) {
-                lowest = std::min(lowest, truthAt(place.x + dx, place.y + dy));
-                highest = std::max(highest, truthAt(place.x + dx, place.y + dy));
-            }
         // Six times the noise: that of the scope, or of a range of 10 uA.
-        const double tolerance =
-            6 * (instrument.kind == kindOscilloscope ? labScopeNoiseVolts : labRangeNoise * 1e-5);
-        return value > lowest - tolerance && value < highest + tolerance;
+        const double noise =
+            instrument.kind == kindOscilloscope ? labScopeNoiseVolts : labRangeNoise * 1e-5;
+        return isNear(value, 6 * noise, place,
+                      [this](double x, double y) { return truthAt(x, y); });
     }
 
     // Cells whose value is not the landscape's, of those that `chosen` wants.

@@ -13,6 +13,22 @@
 
 namespace {
 
+const char* const faults[] = {"",
+                              "",
+                              "camera lost",
+                              "camera absent",
+                              "stage absent",
+                              "axis x stalled",
+                              "limit x right at 15",
+                              "board unplugged",
+                              "gpib error",
+                              "gpib absent",
+                              "visa absent",
+                              "instrument absent",
+                              "instrument stuck",
+                              "instrument silent",
+                              "instrument garbage"};
+
 class RandomOperatorTest : public LabTest, public testing::WithParamInterface<uint32_t> {
 protected:
     int below(int limit) { return static_cast<int>(random() % static_cast<uint32_t>(limit)); }
@@ -37,21 +53,6 @@ protected:
     }
 
     void breakOrMend() {
-        const char* const faults[] = {"",
-                                      "",
-                                      "camera lost",
-                                      "camera absent",
-                                      "stage absent",
-                                      "axis x stalled",
-                                      "limit x right at 15",
-                                      "board unplugged",
-                                      "gpib error",
-                                      "gpib absent",
-                                      "visa absent",
-                                      "instrument absent",
-                                      "instrument stuck",
-                                      "instrument silent",
-                                      "instrument garbage"};
         const std::string fault = oneOf(faults);
         EXPECT_TRUE(applyLabFaults(fault));
         boardBroken |= fault.starts_with("board");

@@ -56,21 +56,25 @@ LabPoint placeOfCell(int column, int mapRow) {
                 (labSpotPixel().row - labCentreRow) * labUmPerPixel};
 }
 
+bool isNear(double value, double tolerance, LabPoint place,
+            const std::function<double(double x, double y)>& truth) {
+    constexpr double placeTolerance = 0.02; // um: several microsteps
+    double lowest = 1e9, highest = -1e9;
+    for (double dx : {-placeTolerance, 0.0, placeTolerance})
+        for (double dy : {-placeTolerance, 0.0, placeTolerance}) {
+            lowest = std::min(lowest, truth(place.x + dx, place.y + dy));
+            highest = std::max(highest, truth(place.x + dx, place.y + dy));
+        }
+    return value > lowest - tolerance && value < highest + tolerance;
+}
+
 bool agreesWithLandscape(double volts, LabPoint place, double zUm) {
-    constexpr double placeTolerance = 0.02;                // um: several microsteps
     constexpr double tolerance = 4 * labAdcStepVolts;      // a step and five times the noise
     constexpr double leastReading = 9.5 * labAdcStepVolts; // one digit counts as 0
-    double lowest = 1e9, highest = -1e9;
-    for (double dx : {-placeTolerance, 0.0, placeTolerance}) {
-        for (double dy : {-placeTolerance, 0.0, placeTolerance}) {
-            const double expected =
-                std::min(expectedVolts(place.x + dx, place.y + dy, scanArea.laserLevel, zUm), 5.0);
-            lowest = std::min(lowest, expected);
-            highest = std::max(highest, expected);
-        }
-    }
-    if (volts == 0.0) return lowest < leastReading + tolerance;
-    return volts > lowest - tolerance && volts < highest + tolerance;
+    return isNear(volts, tolerance, place, [&](double x, double y) {
+        const double expected = std::min(expectedVolts(x, y, scanArea.laserLevel, zUm), 5.0);
+        return volts == 0.0 && expected < leastReading + tolerance ? 0.0 : expected;
+    });
 }
 
 std::vector<std::vector<double>> numbersOf(const std::string& text) {

@@ -28,6 +28,10 @@ protected:
 // Sample point of a map cell, um; row 0 is the top of the map.
 LabPoint placeOfCell(int column, int mapRow);
 
+// True when `value` is what `truth` says within 0.02 um of the place, but for the tolerance.
+bool isNear(double value, double tolerance, LabPoint place,
+            const std::function<double(double x, double y)>& truth);
+
 // True when `volts` is what the landscape gives within 0.02 um of the cell's place, but for the
 // converter's step and noise; readings below 10 steps count as 0.
 bool agreesWithLandscape(double volts, LabPoint place, double zUm);
