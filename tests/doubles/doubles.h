@@ -25,3 +25,12 @@ protected:
 
     static constexpr uint64_t labSeed = 20260307;
 };
+
+// The same with an empty main window open.
+class WindowTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        openBareWindow();
+    }
+};

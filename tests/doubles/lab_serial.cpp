@@ -113,9 +113,8 @@ int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& b
 
 int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite) {
+    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite)
         return failWith(errorGenFailure);
-    }
     serial.writes.emplace_back(static_cast<const char*>(bytes), count);
     if (!serial.scripted) boardReceive(bytes, count);
     bytesMoved = count;

@@ -123,9 +123,8 @@ static void placeWindow(WindowHandle& window, int x, int y, int width, int heigh
     window->x = x;
     window->y = y;
     window->outer = {width, height};
-    if (client.width != window->client.width || client.height != window->client.height) {
+    if (client.width != window->client.width || client.height != window->client.height)
         window->client = blankBitmap(client.width, client.height, desktopGrey);
-    }
 }
 
 void placeMapWindow(int x, int y, int width, int height) {

@@ -115,19 +115,16 @@ bool setPicture(ContextHandle context, BitmapHandle bitmap, const uint8_t* pixel
         const uint8_t* source =
             pixels + static_cast<size_t>(height - 1 - y) * static_cast<size_t>(width) * 4;
         uint32_t* to = pixelAt(*bitmap, 0, y);
-        for (int x = 0; x < std::min(width, bitmap->width); x++, source += 4) {
+        for (int x = 0; x < std::min(width, bitmap->width); x++, source += 4)
             to[x] = static_cast<uint32_t>(source[0] | source[1] << 8 | source[2] << 16);
-        }
     }
     return true;
 }
 
 void putPixels(ContextHandle context, int x, int y, int width, int height, const uint32_t* pixels) {
-    for (int row = 0; row < height; row++) {
-        for (int column = 0; column < width; column++) {
+    for (int row = 0; row < height; row++)
+        for (int column = 0; column < width; column++)
             plot(context, x + column, y + row, *pixels++ & 0xFFFFFF);
-        }
-    }
 }
 
 static bool copyScaled(ContextHandle to, int toWidth, int toHeight, ContextHandle from,
@@ -159,9 +156,8 @@ void setPixel(ContextHandle context, int x, int y, Colour colour) {
 
 static void fillBox(ContextHandle context, int left, int top, int right, int bottom,
                     uint32_t pixel) {
-    for (int y = top; y < bottom; y++) {
+    for (int y = top; y < bottom; y++)
         for (int x = left; x < right; x++) plot(context, x, y, pixel);
-    }
 }
 
 void fillArea(ContextHandle context, int width, int height, Colour colour) {

@@ -160,9 +160,9 @@ TEST_P(InstrumentFaultTest, EndsAndSaves) {
         }
     EXPECT_GE(kept, 4);
     ASSERT_GE(scanArea.totalPoints - kept, 4);
-    if (GetParam().parsed)
+    if (GetParam().parsed) {
         EXPECT_EQ(later, scanArea.totalPoints - kept);
-    else
+    } else
         EXPECT_LE(later, 1); // the reading that was under way
     EXPECT_EQ(labBiasVolts(), GetParam().biasLeft);
     EXPECT_EQ(labLaserPwm(), 0);

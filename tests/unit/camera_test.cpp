@@ -6,13 +6,7 @@
 
 namespace {
 
-class CameraTest : public LabTest {
-protected:
-    void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
-    }
-};
+using CameraTest = WindowTest;
 
 TEST_F(CameraTest, WithoutACameraAPatternMoves) {
     libraries.absent.insert("PylonC_v9.dll");
@@ -42,9 +36,8 @@ TEST_F(CameraTest, GrabsWhatTheCameraSees) {
     EXPECT_EQ(cameraState.connected, 1);
     EXPECT_EQ(labCounters().frames, 15u);
     double sum = 0;
-    for (int y = 0; y < 1028; y++) {
+    for (int y = 0; y < 1028; y++)
         for (int x = 0; x < 1232; x++) sum += pixelGreen(cameraImage, x, y);
-    }
     EXPECT_NEAR(sum / (1232 * 1028), 0.3 * 255, 25); // the automatic target
 
     cameraState.exposureUs = 250.0;

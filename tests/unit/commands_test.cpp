@@ -146,11 +146,9 @@ TEST_F(CommandsTest, DraggingLeavesNoTrace) {
     for (const int x : {420, 500, 350, 600}) post(messageMouseMove, 1, 350 << 16 | x);
     pump();
     int changed = 0;
-    for (int y = 310; y < 1028; y++) { // below the mark of the first corner
-        for (int x = 0; x < 1232; x++) {
+    for (int y = 310; y < 1028; y++) // below the mark of the first corner
+        for (int x = 0; x < 1232; x++)
             changed += mainWindow->client.at(x, y) != before[static_cast<size_t>(y * 1446 + x)];
-        }
-    }
     EXPECT_EQ(changed, 2 * 39 + 200) << "more or less than the last rectangle";
     answer("Do you want to set it for next scan area", BoxAnswer::No);
     post(messageLeftButtonUp);

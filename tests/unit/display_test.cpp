@@ -9,11 +9,10 @@
 
 namespace {
 
-class DisplayTest : public LabTest {
+class DisplayTest : public WindowTest {
 protected:
     void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
+        WindowTest::SetUp();
         laserOffset = {640, 500};
     }
     int64_t draw(uint32_t save = 0) { return drawCameraFrame(cameraImage.pixels.get(), save); }

@@ -7,12 +7,8 @@
 
 namespace {
 
-class LaserLinkTest : public LabTest {
+class LaserLinkTest : public WindowTest {
 protected:
-    void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
-    }
     void openScripted() {
         serial.scripted = true;
         serial.replies = {"0", "0", "0"};

@@ -11,11 +11,10 @@ namespace {
 
 constexpr uint32_t grey = 0xC8C8C8;
 
-class MapRenderingTest : public LabTest {
+class MapRenderingTest : public WindowTest {
 protected:
     void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
+        WindowTest::SetUp();
         placeMapWindow(1450, 0, 200, 200);
         scanArea.cols = 4;
         scanArea.rows = 2;
@@ -33,9 +32,8 @@ protected:
         std::vector<uint32_t> found;
         for (int column = 0; column < 4; column++) {
             found.push_back(at(column * 3, row * 3));
-            for (int i = 1; i < 9; i++) {
+            for (int i = 1; i < 9; i++)
                 EXPECT_EQ(at(column * 3 + i % 3, row * 3 + i / 3), found.back()) << column << i;
-            }
         }
         return found;
     }
@@ -48,17 +46,15 @@ TEST_F(MapRenderingTest, LevelsBecomeColours) {
     const struct {
         int level;
         Colour colour;
-    } cases[] = {
-        {0, 0},
-        {3, 0},
-        {4, colourRgb(1, 0, 0)},
-        {511, colourRgb(127, 0, 0)},
-        {513, colourRgb(128, 0, 0)},
-        {514, colourRgb(128, 1, 0)},
-        {768, colourRgb(192, 128, 0)},
-        {769, colourRgb(192, 128, 1)},
-        {1023, colourRgb(255, 255, 255)},
-    };
+    } cases[] = {{0, 0},
+                 {3, 0},
+                 {4, colourRgb(1, 0, 0)},
+                 {511, colourRgb(127, 0, 0)},
+                 {513, colourRgb(128, 0, 0)},
+                 {514, colourRgb(128, 1, 0)},
+                 {768, colourRgb(192, 128, 0)},
+                 {769, colourRgb(192, 128, 1)},
+                 {1023, colourRgb(255, 255, 255)}};
     for (const auto& each : cases) EXPECT_EQ(colourOf(each.level), each.colour) << each.level;
 }
 

@@ -10,13 +10,7 @@ namespace {
 
 constexpr const char* stopQuestion = "Do you want to stop process, now ?";
 
-class WaitTest : public LabTest {
-protected:
-    void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
-    }
-};
+using WaitTest = WindowTest;
 
 TEST_F(WaitTest, ZeroDurationDispatchesNothing) {
     postCall([] { ADD_FAILURE() << "dispatched"; });

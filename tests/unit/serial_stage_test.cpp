@@ -4,11 +4,10 @@
 
 namespace {
 
-class SerialStageTest : public LabTest {
+class SerialStageTest : public WindowTest {
 protected:
     void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
+        WindowTest::SetUp();
         serial.scripted = true;
         ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
         serial.writes.clear();

@@ -7,13 +7,7 @@
 
 namespace {
 
-class StageTest : public LabTest {
-protected:
-    void SetUp() override {
-        LabTest::SetUp();
-        openBareWindow();
-    }
-};
+using StageTest = WindowTest;
 
 void closeAll() {
     for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
@@ -27,19 +21,10 @@ TEST_F(StageTest, MicrometresBecomeStepsAndMicrosteps) {
     const struct {
         double um;
         int32_t full, micro;
-    } cases[] = {
-        {0, 0, 0},
-        {1.25, 1, 0},
-        {12.5, 10, 0},
-        {-1.25, -1, 0},
-        {0.625, 0, 128},
-        {-0.625, -1, 128},
-        {1.2, 0, 245},
-        {-1e-17, 0, 0}, // 256 microsteps carry into the next
-                        // full step
-        {250.0, 200, 0},
-        {-0.001, -1, 255},
-    };
+    } cases[] = {{0, 0, 0},       {1.25, 1, 0},     {12.5, 10, 0},
+                 {-1.25, -1, 0},  {0.625, 0, 128},  {-0.625, -1, 128},
+                 {1.2, 0, 245},   {-1e-17, 0, 0}, // 256 microsteps carry
+                 {250.0, 200, 0}, {-0.001, -1, 255}};
     for (const auto& each : cases) {
         const StepCount steps = stepsOf(each.um);
         EXPECT_EQ(steps.fullSteps, each.full) << each.um;
