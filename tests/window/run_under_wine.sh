@@ -142,6 +142,7 @@ if [[ $cable == yes ]]; then
     done
 fi
 
+: >"$folder/program.log" # there before it is followed
 wine "$@" >"$folder/program.log" 2>"$folder/wine.log" &
 program=$!
 # Waiting in the background lets a signal end the run at once.
