@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -124,6 +125,16 @@ void connectDoubles() {
     openLaserLink(laserLink, nullptr);
 }
 
+void (*const targets[])() = {
+    [] { readNumber(ReplyKind::Multimeter, extract<ReplyKind::Multimeter>); },
+    [] { readNumber(ReplyKind::Sourcemeter, extract<ReplyKind::Sourcemeter>); },
+    [] { readNumber(ReplyKind::Analyzer, extract<ReplyKind::Analyzer>); },
+    readSettings,
+    readBoard,
+    readAnalyzer,
+    [] { readBus(ReplyKind::Multimeter, gpibMultimeterRead); },
+    [] { readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead); }};
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -133,30 +144,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     resetClock();
     serial.writes.clear(); // the doubles remember everything
     text.assign(reinterpret_cast<const char*>(data) + 1, size - 1);
-    switch (data[0] % 8) {
-    case 0:
-        readNumber(ReplyKind::Multimeter, extract<ReplyKind::Multimeter>);
-        break;
-    case 1:
-        readNumber(ReplyKind::Sourcemeter, extract<ReplyKind::Sourcemeter>);
-        break;
-    case 2:
-        readNumber(ReplyKind::Analyzer, extract<ReplyKind::Analyzer>);
-        break;
-    case 3:
-        readSettings();
-        break;
-    case 4:
-        readBoard();
-        break;
-    case 5:
-        readAnalyzer();
-        break;
-    case 6:
-        readBus(ReplyKind::Multimeter, gpibMultimeterRead);
-        break;
-    default:
-        readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead);
-    }
+    targets[data[0] % std::size(targets)]();
     return 0;
 }

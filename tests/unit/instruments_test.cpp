@@ -338,8 +338,7 @@ TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
 }
 
 struct Notice {
-    const char* text;
-    const char* caption;
+    const char *text, *caption;
 };
 
 constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
