@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <utility>
 
 const char* const labInstrumentNames[labInstrumentCount] = {"multimeter", "sourcemeter", "analyzer",
                                                             "k2450",      "scope",       "scope2"};
