@@ -1,5 +1,5 @@
 // Plays the operator of the real program from outside.
-#include "tests/window/operator.h"
+#include "tools/operator.h"
 
 #include <shlobj.h>
 
