@@ -222,7 +222,9 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     const bool aLeads = distA > distB;
     const double timeMs = std::max(distA, distB) * 1000.0 / speed;
     const double shorter = std::min(distA, distB);
-    const int32_t shorterSpeed = timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speed;
+    int32_t shorterSpeed = timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speed;
+    // At speed 0 a short way beside a long one would never be gone, and nobody watches it.
+    if (shorter > 0.0) shorterSpeed = std::max(shorterSpeed, 1);
     setSpeed(a, aLeads ? speed : shorterSpeed);
     setSpeed(b, aLeads ? shorterSpeed : speed);
     startMoveTo(a, targetA);

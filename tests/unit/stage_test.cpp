@@ -226,6 +226,9 @@ TEST_F(StageTest, TwoAxesArriveTogether) {
     speedsSent.clear();
     EXPECT_TRUE(moveXYBy(-50.0, -100.0, 5000)); // clamped to 800
     EXPECT_EQ(speedsSent, (std::vector<uint32_t>{400, 800, 800}));
+    const double before = labStageUm(labY);
+    EXPECT_TRUE(moveXYBy(-600.0, -0.4, motorSpeed)); // too short for its share of the speed
+    EXPECT_NEAR(labStageUm(labY), before - 0.4, 0.01);
     speedsSent.clear();
     setSpeed(stageX, 5000);
     setSpeed(stageX, 1000); // the same: nothing is sent
