@@ -5,6 +5,7 @@
 #include "camera/camera.h"
 #include "camera/spot.h"
 #include "platform/clock.h"
+#include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/widen.h"
@@ -22,45 +23,6 @@ constexpr int bitmapTries = 5;
 constexpr int pictureTries = 3;
 constexpr int copyTries = 10;
 constexpr int windowImageTries = 20;
-
-// A bitmap, the context that draws on it and the context it is like; released in order.
-struct MemoryBitmap {
-    ContextHandle context = nullptr;
-    BitmapHandle bitmap = nullptr;
-    BitmapHandle previous = nullptr;
-
-    MemoryBitmap() = default;
-    MemoryBitmap(const MemoryBitmap&) = delete;
-    MemoryBitmap& operator=(const MemoryBitmap&) = delete;
-    ~MemoryBitmap() { release(); }
-
-    bool select() {
-        previous = selectBitmap(context, bitmap);
-        return previous != nullptr;
-    }
-    void deselect() {
-        if (previous) selectBitmap(context, previous);
-        previous = nullptr;
-    }
-    void release() {
-        deselect();
-        if (bitmap) deleteBitmap(bitmap);
-        if (context) deleteMemoryContext(context);
-        bitmap = nullptr;
-        context = nullptr;
-    }
-};
-
-struct WindowContext {
-    explicit WindowContext(WindowHandle window) : window(window), context(windowContext(window)) {}
-    WindowContext(const WindowContext&) = delete;
-    WindowContext& operator=(const WindowContext&) = delete;
-    ~WindowContext() {
-        if (context) releaseWindowContext(window, context);
-    }
-    WindowHandle window;
-    ContextHandle context;
-};
 
 // The picture in a bitmap of its own, not yet selected. False when it could not be made.
 bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory) {

@@ -7,6 +7,7 @@
 #include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
 #include "platform/clock.h"
+#include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "ui/screen.h"
@@ -84,10 +85,9 @@ void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfCol
                     pixelOfColumn(static_cast<size_t>(column)));
     for (int line = 1; line < cell; ++line)
         std::copy_n(block.begin(), width, block.begin() + line * width);
-    ContextHandle context = windowContext(window);
-    if (!context) return;
-    putPixels(context, 0, row * cell, width, cell, block.data());
-    releaseWindowContext(window, context);
+    const WindowContext target(window);
+    if (!target.context) return;
+    putPixels(target.context, 0, row * cell, width, cell, block.data());
 }
 
 // The whole map, one pixel a cell, rows top-down.
@@ -121,32 +121,26 @@ std::vector<uint32_t> renderCells(int channel) {
 // One try to draw the map through a bitmap; true when it is on the window.
 bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int columns, int rows,
                  int failures) {
-    ContextHandle memory = makeMemoryContext(target);
-    if (!memory) {
+    MemoryBitmap memory;
+    memory.context = makeMemoryContext(target);
+    if (!memory.context) {
         showInformation("CreateCompatibleDC has failed");
         return false;
     }
-    BitmapHandle bitmap = makeBitmap(target, columns, rows);
-    BitmapHandle previous = bitmap ? selectBitmap(memory, bitmap) : nullptr;
-    bool drawn = false;
-    if (!previous) {
+    memory.bitmap = makeBitmap(target, columns, rows);
+    if (!memory.bitmap || !memory.select()) {
         showInformation("CreateCompatibleBitmap Failed");
         sleepMs(100);
-    } else {
-        putPixels(memory, 0, 0, columns, rows, cells.data());
-        const int cell = scanArea.cellPx; // 0 when there are more points than pixels
-        drawn =
-            cell == 0 || stretchArea(target, columns * cell, rows * cell, memory, columns, rows);
-        selectBitmap(memory, previous);
-        if (!drawn) {
-            showInformation(
-                formatted("BitBlt to window has failed, error count: %d", failures).c_str());
-            waitResponsive(100);
-        }
+        return false;
     }
-    if (bitmap) deleteBitmap(bitmap);
-    deleteMemoryContext(memory);
-    return drawn;
+    putPixels(memory.context, 0, 0, columns, rows, cells.data());
+    const int cell = scanArea.cellPx; // 0 when there are more points than pixels
+    if (cell == 0 ||
+        stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows))
+        return true;
+    showInformation(formatted("BitBlt to window has failed, error count: %d", failures).c_str());
+    waitResponsive(100);
+    return false;
 }
 
 } // namespace
@@ -175,45 +169,42 @@ void drawConfocalRow(WindowHandle window, int row) {
 }
 
 int drawMap(WindowHandle window, int channel) {
-    ContextHandle target = windowContext(window);
-    if (!target) return 0;
+    const WindowContext target(window);
+    if (!target.context) return 0;
     const Extent client = clientExtent(window);
-    fillArea(target, client.width, client.height, mapGround);
+    fillArea(target.context, client.width, client.height, mapGround);
     const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
     const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
     const std::vector<uint32_t> cells = renderCells(channel);
 
     int failures = 0;
-    while (!drawMapOnce(target, cells, columns, rows, failures))
+    while (!drawMapOnce(target.context, cells, columns, rows, failures))
         if (++failures == drawTries) break;
-    releaseWindowContext(window, target);
     (window == mapWindow ? shownMapChannel : shownConfocalChannel) = channel;
     return failures < drawTries ? 1 : 0;
 }
 
 void drawColourBar(WindowHandle window) {
-    ContextHandle target = windowContext(window);
-    if (!target) return;
+    const WindowContext target(window);
+    if (!target.context) return;
     const int height = truncated(scanArea.mapHeightPx * 0.9);
     const int left = scanArea.mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
         const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
-        drawLine(target, left, y, left + 20, y, colourOf(i * highestLevel / height));
+        drawLine(target.context, left, y, left + 20, y, colourOf(i * highestLevel / height));
     }
-    releaseWindowContext(window, target);
 }
 
 void drawScaleLabels(WindowHandle window) {
-    ContextHandle target = windowContext(window);
-    if (!target) return;
+    const WindowContext target(window);
+    if (!target.context) return;
     const bool volts = instrumentLink.ammeterKind == kindOscilloscope;
     const auto label = [volts](float value) {
         return formatted(volts ? "%.2fV" : "%.1fuA", static_cast<double>(value));
     };
     const int left = scanArea.mapWidthPx + 10;
-    drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
-    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
-    releaseWindowContext(window, target);
+    drawText(target.context, left, 0, label(scanMap.mapMax).c_str(), 0, false);
+    drawText(target.context, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
 }
 
 void markPoint(ContextHandle view, int x, int y) {

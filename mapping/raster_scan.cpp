@@ -14,6 +14,7 @@
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/message_box.h"
+#include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "ui/commands.h"
@@ -27,18 +28,6 @@ namespace {
 struct ScanPlace {
     double homeX, homeY;   // where the stage stood
     double startX, startY; // the first point
-};
-
-// The scan's own hold on the camera view, for the markers.
-class CameraView {
-public:
-    CameraView() : context(windowContext(mainWindow)) {}
-    ~CameraView() {
-        if (context) releaseWindowContext(mainWindow, context);
-    }
-    CameraView(const CameraView&) = delete;
-    CameraView& operator=(const CameraView&) = delete;
-    ContextHandle const context;
 };
 
 void goToRow(const ScanPlace& place, double y) {
@@ -73,7 +62,7 @@ void showScanProgress(int count) {
     setField(Field::Time, formatted("%dM/%dM ", minutes, scanArea.estimatedMinutes).c_str());
 }
 
-void markScanPoint(const CameraView& view, int row, int column) {
+void markScanPoint(const WindowContext& view, int row, int column) {
     markPoint(view.context,
               truncated(static_cast<double>(static_cast<float>(scanArea.rectLeft) +
                                             static_cast<float>(column) * scanArea.stepPx)),
@@ -82,7 +71,7 @@ void markScanPoint(const CameraView& view, int row, int column) {
 }
 
 // One row from left to right; false when a stop was asked for.
-bool scanRow(const ScanPlace& place, const CameraView& view, int row, int& count) {
+bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
     goToRow(place, place.startY + row * scanArea.scanStep);
     if (stopRequested) return false;
@@ -126,7 +115,7 @@ void scanAllRows(const ScanPlace& place) {
     elapsedMs(true);
     waitResponsive(500);
 
-    CameraView view;
+    const WindowContext view(mainWindow); // the scan's own, for its markers
     int count = 0;
     for (int row = 0; row < scanArea.rows && !stopRequested; ++row)
         if (!scanRow(place, view, row, count)) break;

@@ -18,6 +18,7 @@
 #include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/messages.h"
+#include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
@@ -225,12 +226,11 @@ bool inPicture(int x, int y) {
 }
 
 void invertDrag() {
-    ContextHandle view = windowContext(mainWindow);
-    if (!view) return;
+    const WindowContext view(mainWindow);
+    if (!view.context) return;
     const PictureRectangle& drag = drawnRectangle;
-    invertRectangle(view, std::min(drag.x1, drag.x2), std::min(drag.y1, drag.y2),
+    invertRectangle(view.context, std::min(drag.x1, drag.x2), std::min(drag.y1, drag.y2),
                     std::max(drag.x1, drag.x2), std::max(drag.y1, drag.y2));
-    releaseWindowContext(mainWindow, view);
 }
 
 // The button went up where this window did not hear of it: no selection, no click.
@@ -350,11 +350,10 @@ void onPaint() {
 
 void showScanArea() {
     scanAreaShown = true;
-    ContextHandle view = windowContext(mainWindow);
-    if (!view) return;
-    drawRectangle(view, scanArea.rectX1, scanArea.rectY1, scanArea.rectX2, scanArea.rectY2,
+    const WindowContext view(mainWindow);
+    if (!view.context) return;
+    drawRectangle(view.context, scanArea.rectX1, scanArea.rectY1, scanArea.rectX2, scanArea.rectY2,
                   markGreen);
-    releaseWindowContext(mainWindow, view);
 }
 
 void forgetShownScanArea() {
