@@ -3,6 +3,7 @@
 
 #include "app/data_folders.h"
 #include "app/fatal.h"
+#include "app/process.h"
 #include "app/responsive_wait.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
@@ -39,7 +40,6 @@ int keyBusy = 0;
 int spareFlag = 0; // what check box 2111 toggles
 bool dragging = false;
 bool scanAreaShown = false;
-bool closeWanted = false;
 
 void moveAndShow(StageAxis& axis, double um) {
     // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
@@ -50,21 +50,17 @@ void moveAndShow(StageAxis& axis, double um) {
     refreshPositions();
 }
 
-void startMapping() {
-    if (processRunning) return; // the click is the question whether to stop
+void mapSample() {
     processRunning = 1;
     stopRequested = 0;
-    keepSystemAwake(true);
     setField(Field::StartButton, "Stop");
     showInformation("Writing...");
     waitResponsive(10);
     showMapWindow(channelPhotocurrent);
     runMapping();
-    keepSystemAwake(false);
     processRunning = 0;
     setField(Field::StartButton, "Start");
     refreshPositions();
-    if (closeWanted) destroyMainWindow();
 }
 
 void readPositions() {
@@ -142,8 +138,9 @@ void runCommand(int id) {
         return onClose();
     case idShowMap:
         return showMapWindow(channelPhotocurrent);
-    case idStart:
-        return startMapping();
+    case idStart: // while it runs, the click is the question whether to stop
+        runProcess(mapSample);
+        return;
     case idReadPositions:
         return readPositions();
     case idMoveXPlus:
@@ -361,11 +358,7 @@ void forgetShownScanArea() {
 }
 
 void onClose() {
-    if (processRunning) {
-        stopRequested = 1;
-        closeWanted = true;
-        return;
-    }
+    if (processUnderWay()) return stopAndClose();
     destroyMainWindow();
 }
 
