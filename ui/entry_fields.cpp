@@ -7,14 +7,13 @@
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
-#include "platform/truncate.h"
+#include "platform/typed_number.h"
 #include "ui/commands.h"
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 
 namespace {
@@ -30,18 +29,12 @@ constexpr int gainHighest = 20;
 constexpr int exposureLowestUs = 100;
 constexpr int exposureHighestUs = 500000;
 
-// Ten digits do not fit an int: read wider, so that a number that is too large stays on its side.
 std::optional<int> typedInteger(Field field) {
-    long long value = 0;
-    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%lld", &value) != 1) return {};
-    return truncated(static_cast<double>(value));
+    return ::typedInteger(fieldText(field, entryCapacity));
 }
 
 std::optional<float> typedNumber(Field field) {
-    float value = 0.0f;
-    if (std::sscanf(fieldText(field, entryCapacity).c_str(), "%f", &value) != 1) return {};
-    if (std::isnan(value)) return {};
-    return value;
+    return ::typedNumber(fieldText(field, entryCapacity));
 }
 
 // While a typed move is under way its edit shows where the stage is: Enter would send it there.
