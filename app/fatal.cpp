@@ -1,10 +1,9 @@
 // Leaves the set-up safe before the program ends by force.
 #include "app/fatal.h"
 
-#include "app/responsive_wait.h"
+#include "app/process.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
-#include "mapping/scan_map.h"
 #include "motion/stage.h"
 
 #include <csignal>
@@ -19,7 +18,7 @@ void makeSafe() {
     setLaserLevel(0);
     setLaserOutput(0);
     stopAllStages();
-    if (processRunning) saveMapFilesQuietly();
+    saveUnfinishedProcess();
     applyBias(0.0,
               static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
     busy = false;

@@ -1,8 +1,8 @@
 // The program's forced end.
 #pragma once
 
-// Laser off, stages stopped, what a running scan has measured saved without asking, bias 0 V. Each
-// step is tried whatever became of the others.
+// Laser off, stages stopped, what a running process has measured saved without asking, bias 0 V.
+// Each step is tried whatever became of the others.
 void makeSafe();
 
 // Prints the reason to standard error, makes the set-up safe and aborts. For what must not happen:

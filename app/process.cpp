@@ -8,16 +8,19 @@
 namespace {
 
 bool underWay = false;
+void (*saveUnfinished)() = nullptr;
 bool closeWanted = false;
 
 } // namespace
 
-bool runProcess(void (*work)()) {
+bool runProcess(void (*work)(), void (*saveQuietly)()) {
     if (underWay) return false;
     underWay = true;
+    saveUnfinished = saveQuietly;
     keepSystemAwake(true);
     work();
     keepSystemAwake(false);
+    saveUnfinished = nullptr;
     underWay = false;
     if (closeWanted) destroyMainWindow();
     closeWanted = false;
@@ -26,6 +29,10 @@ bool runProcess(void (*work)()) {
 
 bool processUnderWay() {
     return underWay;
+}
+
+void saveUnfinishedProcess() {
+    if (saveUnfinished) saveUnfinished();
 }
 
 void stopAndClose() {

@@ -2,11 +2,15 @@
 #pragma once
 
 // Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another
-// process is under way. Closes the main window afterwards when that was asked for.
-bool runProcess(void (*work)());
+// process is under way. Closes the main window afterwards when that was asked for. `saveQuietly`
+// saves what has been measured when the program is ended by force meanwhile; it may be null.
+bool runProcess(void (*work)(), void (*saveQuietly)());
 
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();
+
+// At a forced end: what the process that is under way has measured is saved without asking.
+void saveUnfinishedProcess();
 
 // Asks the process that is under way to stop, and closes the main window when it has ended.
 void stopAndClose();

@@ -13,6 +13,7 @@
 #include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface.h"
+#include "spectroscopy/sweep_record.h"
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
@@ -33,6 +34,7 @@ bool startUp(int showCommand) {
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     allocateMaps();
+    allocateSweep(sweepRecord);
     registerWindowClasses();
     startImaging();
     instrumentLink.ammeterKind = kindArduino;

@@ -55,6 +55,14 @@ void setPixel(ContextHandle context, int x, int y, Colour colour);
 void fillArea(ContextHandle context, int width, int height, Colour colour);
 void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colour);
 
+struct PixelPoint {
+    int x = 0;
+    int y = 0;
+};
+
+// A line through all points; like every line it leaves out its last pixel.
+void drawLines(ContextHandle context, const PixelPoint* points, int count, Colour colour);
+
 // One-pixel outlines; right and bottom are the first pixels outside.
 void drawRectangle(ContextHandle context, int left, int top, int right, int bottom, Colour pen);
 void drawFilledRectangle(ContextHandle context, int left, int top, int right, int bottom,

@@ -24,6 +24,7 @@
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
 #include "ui/screen.h"
+#include "ui/tool_windows.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -121,10 +122,10 @@ void saveMaps() {
     saveMapFiles();
 }
 
-void refuseIvMeasurement() {
+void openIvMeasurement() {
     const int32_t kind = instrumentLink.ammeterKind;
     if (kind == kindGpibSourcemeter || kind == kindUsbSourcemeter || kind == kindAnalyzerEthernet)
-        return;
+        return openTool(Tool::IvCurve);
     showMessageBox(mainWindow,
                    "Please change the current equipment as a sourcemter or parameter analyzer",
                    "Notice", BoxButtons::Ok);
@@ -139,7 +140,7 @@ void runCommand(int id) {
     case idShowMap:
         return showMapWindow(channelPhotocurrent);
     case idStart: // while it runs, the click is the question whether to stop
-        runProcess(mapSample);
+        runProcess(mapSample, saveMapFilesQuietly);
         return;
     case idReadPositions:
         return readPositions();
@@ -195,9 +196,11 @@ void runCommand(int id) {
         blueOnly = 1;
         return;
     case idIvMeasurement:
-        return refuseIvMeasurement();
+        return openIvMeasurement();
     case idSaveCameraImage:
         return saveCameraImage();
+    case idTimeEvolution:
+        return openTool(Tool::TimeEvolution);
     case idRefreshPositions:
         return refreshPositions();
     case idSaveMaps:
@@ -263,7 +266,8 @@ void selectScanArea() {
 
 void onCommand(int id) {
     runCommand(id);
-    focusMainWindow(); // so that the arrow keys go on working
+    // So that the arrow keys go on working; into a tool window the operator types.
+    if (id != idIvMeasurement && id != idTimeEvolution) focusMainWindow();
 }
 
 void onKeyDown(uintptr_t virtualKey) {

@@ -191,11 +191,19 @@ void forgetControlColumn() {
     fieldWindows.fill(nullptr);
 }
 
-std::string fieldText(Field field, int capacity) {
+std::string windowText(WindowHandle window, int capacity) {
     std::string text(static_cast<size_t>(capacity), '\0');
-    int length = GetWindowTextA(fieldWindows[static_cast<size_t>(field)], text.data(), capacity);
+    int length = GetWindowTextA(native(window), text.data(), capacity);
     text.resize(static_cast<size_t>(length));
     return text;
+}
+
+void setWindowText(WindowHandle window, const char* text) {
+    if (window) SetWindowTextA(native(window), text);
+}
+
+std::string fieldText(Field field, int capacity) {
+    return windowText(opaque(fieldWindows[static_cast<size_t>(field)]), capacity);
 }
 
 void setField(Field field, const char* text) {

@@ -50,6 +50,8 @@ enum ControlId : int {
     idConfiguration = 32820,
     idIvMeasurement = 32821,
     idSaveCameraImage = 32822,
+    idSweepStart = 32823,
+    idSeriesStart = 32824,
     idTimeEvolution = 32826,
     idRefreshPositions = 32829,
     idSaveMaps = 32833,

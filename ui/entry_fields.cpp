@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr int entryCapacity = 11; // ten characters and the terminator
 constexpr int32_t xyLimitUm = 10000;
 constexpr int32_t zLimitUm = 5000;
 constexpr double farFocusMoveUm = 2000.0;
@@ -30,11 +29,11 @@ constexpr int exposureLowestUs = 100;
 constexpr int exposureHighestUs = 500000;
 
 std::optional<int> typedInteger(Field field) {
-    return ::typedInteger(fieldText(field, entryCapacity));
+    return ::typedInteger(fieldText(field, editCapacity));
 }
 
 std::optional<float> typedNumber(Field field) {
-    return ::typedNumber(fieldText(field, entryCapacity));
+    return ::typedNumber(fieldText(field, editCapacity));
 }
 
 // While a typed move is under way its edit shows where the stage is: Enter would send it there.

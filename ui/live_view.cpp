@@ -52,6 +52,10 @@ void liveViewTimerOff() {
     live = 0;
 }
 
+bool liveViewIsOn() {
+    return live != 0;
+}
+
 void connectCamera() {
     if (initCamera(cameraState)) controlCamera(cameraState, cameraAutomatic);
 }

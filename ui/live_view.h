@@ -12,6 +12,8 @@ void liveViewTimerOff();
 // mode 7: timer off and one fresh frame on the screen, on which the scan area is judged.
 void switchLiveView(int mode);
 
+bool liveViewIsOn();
+
 // Connects the camera and opens it with automatic gain and exposure; silent when there is none but
 // for the camera's own status text.
 void connectCamera();

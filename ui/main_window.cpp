@@ -1,6 +1,8 @@
 // The main window: its class, its procedure, and what the core asks of it as a whole.
 #include "ui/control_column.h"
 #include "ui/picture_windows.h"
+#include "ui/tool_window_class.h"
+#include "ui/tool_windows.h"
 
 #include "platform/win32/handles.h"
 #include "ui/commands.h"
@@ -118,7 +120,7 @@ int registerWindowClasses() {
     registerWindowClass(L"LUMA", mainWindowProcedure, MAKEINTRESOURCEW(idMenu));
     registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr);
     registerWindowClass(L"CFI", pictureWindowProcedure, nullptr);
-    return registerWindowClass(L"IV", pictureWindowProcedure, nullptr);
+    return registerWindowClass(L"IV", toolWindowProcedure, nullptr);
 }
 
 int createMainWindow(int showCommand) {
@@ -147,7 +149,8 @@ bool toggleCheckMark(int id) {
 }
 
 void focusMainWindow() {
-    if (mainWindow) SetFocus(native(mainWindow));
+    // Who types into a tool window goes on typing there, whatever its measurement switches.
+    if (mainWindow && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(mainWindow));
 }
 
 void setMainTitle(const char* text) {

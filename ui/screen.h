@@ -75,5 +75,28 @@ void showAbout();
 void placeMapWindow(int x, int y, int width, int height);
 void placeConfocalWindow(int x, int y, int width, int height);
 
+// A control of a tool window; client pixels.
+struct ToolControl {
+    enum class Kind { Label, Edit, Button };
+    Kind kind;
+    const char* text;
+    int x, y, width, height;
+    int id = 0;
+};
+
+// Creates and shows a tool window (class "IV") owned by the main window, at (`left`, 100) of the
+// screen, 500 x 435 pixels outside; its edits go into `edits` in their order. Null on failure. Its
+// commands come to onToolCommand, its close to onToolClose.
+WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
+                              int count, WindowHandle* edits);
+void destroyToolWindow(WindowHandle window);
+
+// The text of any window, up to `capacity` - 1 characters; nothing for null.
+std::string windowText(WindowHandle window, int capacity);
+void setWindowText(WindowHandle window, const char* text);
+
+// For up to ten typed characters and the terminator.
+constexpr int editCapacity = 11;
+
 // Lets a window paint what waits to be painted, before its content is copied or drawn over.
 void paintPending(WindowHandle window);

@@ -3,6 +3,7 @@
 
 #include "platform/win32/handles.h"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -135,6 +136,15 @@ void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colo
     DrawingTools tools(context, colour);
     MoveToEx(native(context), x1, y1, nullptr);
     LineTo(native(context), x2, y2);
+}
+
+void drawLines(ContextHandle context, const PixelPoint* points, int count, Colour colour) {
+    std::vector<POINT> corners(static_cast<size_t>(count));
+    std::transform(points, points + count, corners.begin(), [](const PixelPoint& point) {
+        return POINT{point.x, point.y};
+    });
+    DrawingTools tools(context, colour);
+    Polyline(native(context), corners.data(), count);
 }
 
 void drawRectangle(ContextHandle context, int left, int top, int right, int bottom, Colour pen) {

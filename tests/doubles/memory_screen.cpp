@@ -4,12 +4,17 @@
 #include "tests/doubles/script.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
+#include "ui/tool_windows.h"
 
+#include <gtest/gtest.h>
+
+#include <cwchar>
 #include <memory>
 #include <set>
 
 constexpr uint32_t desktopGrey = 0xFFFFFF;
 constexpr Extent mainClient{1446, 1069};
+constexpr Extent toolClient{494, 406};
 constexpr Extent windowFrame{16, 39}; // outer size less client size
 
 WindowHandle mainWindow = nullptr;
@@ -18,6 +23,7 @@ WindowHandle confocalWindow = nullptr;
 std::string mainTitle;
 bool mainWindowRefused = false;
 int focusCount = 0;
+std::vector<WindowHandle> toolWindows;
 
 static std::vector<std::unique_ptr<NativeWindow>> windows;
 static std::map<Field, std::vector<std::string>> fields;
@@ -28,6 +34,7 @@ void resetScreen() {
     mainWindow = mapWindow = confocalWindow = nullptr;
     mainWindowRefused = false;
     focusCount = 0;
+    while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
     windows.clear();
     fields.clear();
     radioGroups.clear();
@@ -109,6 +116,7 @@ int createMainWindow(int) {
 
 void destroyMainWindow() {
     if (!mainWindow) return;
+    while (!toolWindows.empty()) destroyToolWindow(toolWindows.back()); // it owns them
     mainWindow = nullptr;
     quitMessageLoop();
 }
@@ -133,6 +141,33 @@ void placeMapWindow(int x, int y, int width, int height) {
 
 void placeConfocalWindow(int x, int y, int width, int height) {
     placeWindow(confocalWindow, x, y, width, height);
+}
+
+WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* controls, int count,
+                              WindowHandle* edits) {
+    const WindowHandle window = addWindow(toolClient);
+    window->text.assign(title, title + std::wcslen(title));
+    for (int i = 0; i < count; i++) {
+        const bool fits = controls[i].x + controls[i].width <= toolClient.width &&
+                          controls[i].y + controls[i].height <= toolClient.height;
+        EXPECT_TRUE(fits) << controls[i].text;
+        if (controls[i].kind == ToolControl::Kind::Edit) *edits++ = addWindow({1, 1});
+    }
+    toolWindows.push_back(window);
+    return window;
+}
+
+void destroyToolWindow(WindowHandle window) {
+    forgetTool(window);
+    std::erase(toolWindows, window);
+}
+
+std::string windowText(WindowHandle window, int capacity) {
+    return window ? window->text.substr(0, static_cast<size_t>(capacity) - 1) : "";
+}
+
+void setWindowText(WindowHandle window, const char* text) {
+    if (window) window->text = text;
 }
 
 void paintPending(WindowHandle window) {

@@ -22,4 +22,6 @@ extern std::string mainTitle;
 extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 
+extern std::vector<WindowHandle> toolWindows; // open now, oldest first
+
 void resetScreen();

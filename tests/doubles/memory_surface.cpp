@@ -183,6 +183,11 @@ void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colo
     }
 }
 
+void drawLines(ContextHandle context, const PixelPoint* points, int count, Colour colour) {
+    for (int i = 1; i < count; i++)
+        drawLine(context, points[i - 1].x, points[i - 1].y, points[i].x, points[i].y, colour);
+}
+
 // Corners in any order, as the window system takes them.
 template <class Visit>
 static void walkOutline(int left, int top, int right, int bottom, Visit visit) {

@@ -24,6 +24,7 @@ struct NativeWindow {
     int x = 0, y = 0; // outer place on the screen
     Extent outer;
     int timesPainted = 0;
+    std::string text;
 };
 
 struct NativeContext {

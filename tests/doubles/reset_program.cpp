@@ -14,6 +14,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "spectroscopy/sweep_record.h"
 
 #include <cstring>
 
@@ -50,5 +51,6 @@ void resetProgram() {
     scanArea = {};
     confocalEnabled = 1;
     scanMap = {};
+    sweepRecord = {};
     prepareDataFolders(dataFolders);
 }

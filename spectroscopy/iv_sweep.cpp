@@ -1,0 +1,92 @@
+// Sweeps the bias and reads the current.
+#include "spectroscopy/iv_sweep.h"
+
+#include "app/responsive_wait.h"
+#include "instruments/ammeter.h"
+#include "instruments/usb_sourcemeter.h"
+#include "mapping/curve_plot.h"
+#include "platform/text_format.h"
+#include "platform/typed_number.h"
+#include "spectroscopy/sweep_record.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr float rangeLowest = 0.01f; // V
+constexpr float rangeHighest = 10.0f;
+constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no number
+constexpr double microamperesPerAmpere = 1e6;
+
+int fileNumber = 0;
+
+float stepFromEdit(SweepRecord& record) {
+    const std::optional<float> typed = typedNumber(windowText(record.valueEdit, editCapacity));
+    if (!typed) return stepWithoutRange;
+    record.voltageRange = std::clamp(*typed, rangeLowest, rangeHighest);
+    setWindowText(record.valueEdit,
+                  formatted("%.2f", static_cast<double>(record.voltageRange)).c_str());
+    return record.voltageRange / static_cast<float>(record.pointsPerQuarter);
+}
+
+float voltageAt(const SweepRecord& record, int32_t index, float step) {
+    const int32_t quarter = record.pointsPerQuarter;
+    const auto steps = [step](int32_t count) { return static_cast<float>(count) * step; };
+    if (index < quarter) return steps(index);
+    if (index < 3 * quarter) return record.voltageRange - steps(index - quarter);
+    return -record.voltageRange + steps(index - 3 * quarter);
+}
+
+// False when a stop was asked for.
+bool measurePoint(SweepRecord& record, float voltage) {
+    const auto i = static_cast<size_t>(record.currentIndex);
+    record.xValues[i] = voltage;
+    applyBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
+    waitResponsive(10);
+    if (stopRequested) return false;
+    record.yValues[i] =
+        static_cast<float>(static_cast<double>(usbSourcemeterRead()) * microamperesPerAmpere);
+    std::snprintf(record.text, sizeof record.text, "V=%f,I=%f", static_cast<double>(voltage),
+                  static_cast<double>(record.yValues[i]));
+    showInformation(record.text);
+    return true;
+}
+
+void plot(const SweepRecord& record, int32_t points) {
+    plotCurve(record.plotWindow, record.xValues.data(), record.yValues.data(), 0, points);
+}
+
+void save(bool quietly) {
+    const SweepRecord& record = sweepRecord;
+    saveCurve(formatted("I-V(%d).txt", fileNumber++).c_str(), "V(V), I(uA)", record.xValues,
+              record.yValues, 4 * record.pointsPerQuarter, quietly);
+}
+
+} // namespace
+
+void measureIvCurve() {
+    SweepRecord& record = sweepRecord;
+    const float step = stepFromEdit(record);
+    allocateSweep(record); // a time evolution leaves arrays of its own length
+    const int32_t points = 4 * record.pointsPerQuarter;
+    stopRequested = 0;
+    processRunning = 1;
+    for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
+        if (!measurePoint(record, voltageAt(record, record.currentIndex, step))) break;
+        if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
+    }
+    if (!stopRequested) plot(record, points);
+    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    showEndMessage(record, "I-V curve measurement finished.        ");
+    processRunning = 0;
+}
+
+void saveIvCurve() {
+    save(false);
+}
+
+void saveIvCurveQuietly() {
+    save(true);
+}

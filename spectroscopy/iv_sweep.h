@@ -1,0 +1,12 @@
+// The current-voltage curve at the present place of the stage.
+#pragma once
+
+// Takes the range from its edit, sweeps the bias 0, +range, -range, 0 and reads the USB sourcemeter
+// at each of the steps, whatever instrument is selected. The curve grows in the plot window. A stop
+// ends it between two points; the bias is 0 V afterwards.
+void measureIvCurve();
+
+// Writes all points of the loop to the next "I-V(n).txt"; the points that a stopped sweep did not
+// reach as they were before.
+void saveIvCurve();
+void saveIvCurveQuietly(); // without asking or telling anything, at a forced end

@@ -1,0 +1,47 @@
+// Keeps and saves the curve of a point measurement.
+#include "spectroscopy/sweep_record.h"
+
+#include "app/data_folders.h"
+#include "platform/files.h"
+#include "platform/message_box.h"
+#include "platform/surface_owners.h"
+#include "platform/widen.h"
+#include "ui/screen.h"
+
+SweepRecord sweepRecord;
+
+void allocateSweep(SweepRecord& record) {
+    const auto points = static_cast<size_t>(4 * record.pointsPerQuarter);
+    for (std::vector<float>* values : {&record.xValues, &record.yValues, &record.extraValues})
+        if (values->size() != points) values->assign(points, 0.0f);
+}
+
+void showEndMessage(const SweepRecord& record, const char* message) {
+    constexpr Colour black = 0;
+    const WindowContext plot(record.plotWindow);
+    if (plot.context) drawText(plot.context, 15, 45, message, black, false);
+}
+
+namespace {
+
+bool writeCurve(FILE* file, const char* heading, const std::vector<float>& xs,
+                const std::vector<float>& ys, int32_t count) {
+    if (std::fprintf(file, "%s\n", heading) < 0) return false;
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i)
+        if (std::fprintf(file, "%f,%f\n", static_cast<double>(xs[i]), static_cast<double>(ys[i])) <
+            0)
+            return false;
+    return std::fflush(file) == 0;
+}
+
+} // namespace
+
+bool saveCurve(const char* fileName, const char* heading, const std::vector<float>& xs,
+               const std::vector<float>& ys, int32_t count, bool quietly) {
+    ensureSessionFolder(dataFolders);
+    const File file = openFile(dataFolders.sessionFolder + L"\\" + widened(fileName), L"w");
+    if (file && writeCurve(file.get(), heading, xs, ys, count)) return true;
+    if (!quietly)
+        showMessageBox(mainWindow, "File saving error", "I-V save Process", BoxButtons::Ok);
+    return false;
+}

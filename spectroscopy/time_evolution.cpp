@@ -1,0 +1,129 @@
+// Records the photocurrent over cycles of laser on and laser off.
+#include "spectroscopy/time_evolution.h"
+
+#include "app/responsive_wait.h"
+#include "app/stopwatch.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/curve_plot.h"
+#include "platform/text_format.h"
+#include "platform/truncate.h"
+#include "platform/typed_number.h"
+#include "spectroscopy/sweep_record.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <new>
+
+namespace {
+
+constexpr int longestPhaseSeconds = 10000;
+constexpr int mostRepeats = 200;
+constexpr double samplesPerSecond = 20; // what the arrays are made for
+constexpr int samplesPerPlot = 10;
+
+int fileNumber = 0;
+
+void readSeconds(WindowHandle edit, float& seconds) {
+    const std::optional<int> typed = typedInteger(windowText(edit, editCapacity));
+    if (!typed) return;
+    seconds = static_cast<float>(std::clamp(*typed, 0, longestPhaseSeconds));
+    setWindowText(edit, formatted("%f", static_cast<double>(seconds)).c_str());
+}
+
+void readEdits(SweepRecord& record) {
+    readSeconds(record.valueEdit, record.onTime);
+    readSeconds(record.offTimeEdit, record.offTime);
+    const std::optional<int> typed = typedInteger(windowText(record.repeatEdit, editCapacity));
+    if (!typed) return;
+    record.repeatCount = std::clamp(*typed, 0, mostRepeats);
+    setWindowText(record.repeatEdit, formatted("%d", record.repeatCount).c_str());
+}
+
+double cycleSeconds(const SweepRecord& record) {
+    return truncated(static_cast<double>(record.onTime)) + static_cast<double>(record.offTime);
+}
+
+// False when the system has no memory for so long a series.
+bool allocateSeries(SweepRecord& record) {
+    const auto samples = static_cast<size_t>(
+        truncated(record.repeatCount * cycleSeconds(record) * samplesPerSecond));
+    try {
+        for (std::vector<float>* values : {&record.extraValues, &record.yValues}) {
+            *values = {};
+            values->assign(samples, 0.0f);
+        }
+    } catch (const std::bad_alloc&) {
+        record.extraValues = record.yValues = {};
+        return false;
+    }
+    return true;
+}
+
+void plot(const SweepRecord& record) {
+    plotCurve(record.plotWindow, record.extraValues.data(), record.yValues.data(), 0,
+              record.currentIndex);
+}
+
+// The samples of one phase. False when the series is over: stopped, or the arrays are full.
+bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs) {
+    const int32_t cap = truncated(cycleSeconds(record) * samplesPerSecond);
+    for (int32_t sample = 0; sample < cap; ++sample) {
+        const auto i = static_cast<size_t>(record.currentIndex);
+        if (i >= record.yValues.size()) return false;
+        record.yValues[i] = readPhotocurrent();
+        const uint64_t ms = elapsedMs(false);
+        record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
+        waitResponsive(10);
+        if (stopRequested) return false; // this sample's time is not over, it does not count
+        ++record.currentIndex;
+        if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
+            offsetMs += ms;
+            return true;
+        }
+        if (record.currentIndex % samplesPerPlot == 0) plot(record);
+    }
+    return true; // its time is not added to the offset, and that is meant
+}
+
+void recordCycles(SweepRecord& record) {
+    uint64_t offsetMs = 0;
+    for (int32_t cycle = 0; cycle < record.repeatCount; ++cycle) {
+        elapsedMs(true);
+        setLaserLevel(1);
+        if (!recordPhase(record, record.onTime, offsetMs)) break;
+        elapsedMs(true);
+        setLaserLevel(0);
+        if (!recordPhase(record, record.offTime, offsetMs)) break;
+    }
+    setLaserLevel(0);
+}
+
+void save(bool quietly) {
+    const SweepRecord& record = sweepRecord;
+    saveCurve(formatted("TimeEvo(%d).txt", fileNumber++).c_str(), "Time(sec), I(uA)",
+              record.extraValues, record.yValues, record.currentIndex, quietly);
+}
+
+} // namespace
+
+void measureTimeEvolution() {
+    SweepRecord& record = sweepRecord;
+    readEdits(record);
+    record.currentIndex = 0;
+    if (!allocateSeries(record)) showInformation("Not enough memory for so long a series");
+    stopRequested = 0;
+    processRunning = 1;
+    showEndMessage(record, "Time Evolution Measurement has started.   ");
+    recordCycles(record);
+    showEndMessage(record, "Time Evolution Measurement has completed.        ");
+    processRunning = 0;
+}
+
+void saveTimeEvolution() {
+    save(false);
+}
+
+void saveTimeEvolutionQuietly() {
+    save(true);
+}

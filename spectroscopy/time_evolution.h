@@ -1,0 +1,12 @@
+// The photocurrent against time while the laser goes on and off, at the present place of the stage.
+#pragma once
+
+// Takes on time, off time (whole seconds) and repeat count from their edits and records that many
+// light cycles; the trace grows in the plot window. Ends between two samples when a stop is asked
+// for, and when the arrays are full, which are made for 20 samples a second. The laser is off
+// afterwards.
+void measureTimeEvolution();
+
+// Writes the samples to the next "TimeEvo(n).txt".
+void saveTimeEvolution();
+void saveTimeEvolutionQuietly(); // without asking or telling anything, at a forced end

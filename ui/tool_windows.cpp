@@ -1,0 +1,144 @@
+// Opens the tool windows, starts their measurements and closes them.
+#include "ui/tool_windows.h"
+
+#include "app/process.h"
+#include "app/responsive_wait.h"
+#include "platform/text_format.h"
+#include "spectroscopy/iv_sweep.h"
+#include "spectroscopy/sweep_record.h"
+#include "spectroscopy/time_evolution.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+using enum ToolControl::Kind;
+
+constexpr ToolControl ivControls[] = {
+    {Label, "Voltage Range (+/- V)", 30, 360, 150, 20},
+    {Edit, "", 190, 360, 50, 20, idLabel},
+    {Button, "Start", 250, 360, 40, 20, idSweepStart},
+};
+
+constexpr ToolControl timeEvolutionControls[] = {
+    {Label, "Time interval (sec)", 30, 336, 150, 20},
+    {Label, "On time", 30, 360, 55, 20},
+    {Edit, "", 88, 360, 84, 20},
+    {Label, "Off time", 184, 360, 55, 20},
+    {Edit, "", 242, 360, 84, 20},
+    {Label, "repeat", 338, 360, 45, 20},
+    {Edit, "", 386, 360, 34, 20},
+    {Button, "Start", 434, 360, 44, 20, idSeriesStart},
+};
+
+// Side by side, screen pixels.
+constexpr int ivLeft = 100;
+constexpr int timeEvolutionLeft = 620;
+
+struct ToolState {
+    WindowHandle window = nullptr;
+    WindowHandle edits[3] = {};
+    bool holdsLiveView = false; // switched it off, and has not let it go on yet
+    bool measuring = false;
+    bool closeWanted = false;
+};
+
+ToolState tools[2];
+
+ToolState& stateOf(Tool tool) {
+    return tools[static_cast<size_t>(tool)];
+}
+
+// A window that is no tool's has no state.
+ToolState* stateOf(WindowHandle window) {
+    const auto found = std::find_if(std::begin(tools), std::end(tools),
+                                    [&](const ToolState& each) { return each.window == window; });
+    return window && found != std::end(tools) ? found : nullptr;
+}
+
+void holdLiveView(ToolState& tool) {
+    // The state to go back to is the one before the first of both tools.
+    const bool held = tools[0].holdsLiveView || tools[1].holdsLiveView;
+    if (liveViewIsOn() || !held) switchLiveView(0);
+    tool.holdsLiveView = true;
+}
+
+void fillEdits(const ToolState& tool) {
+    const SweepRecord& record = sweepRecord;
+    if (&tool == &stateOf(Tool::IvCurve))
+        return setWindowText(tool.edits[0],
+                             formatted("%.2f", static_cast<double>(record.voltageRange)).c_str());
+    setWindowText(tool.edits[0], formatted("%.1f", static_cast<double>(record.onTime)).c_str());
+    setWindowText(tool.edits[1], formatted("%.1f", static_cast<double>(record.offTime)).c_str());
+    setWindowText(tool.edits[2], formatted("%d", record.repeatCount).c_str());
+}
+
+void sweep() {
+    measureIvCurve();
+    saveIvCurve();
+}
+
+void recordSeries() {
+    measureTimeEvolution();
+    saveTimeEvolution();
+}
+
+void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
+    if (processUnderWay()) return; // which has its own edits and plot
+    sweepRecord.plotWindow = tool.window;
+    sweepRecord.valueEdit = tool.edits[0];
+    sweepRecord.offTimeEdit = tool.edits[1];
+    sweepRecord.repeatEdit = tool.edits[2];
+    tool.measuring = true;
+    runProcess(work, saveQuietly);
+    tool.measuring = false;
+    if (!mainWindow) return;
+    tool.holdsLiveView = false;
+    switchLiveView(2);
+    if (tool.closeWanted) destroyToolWindow(tool.window);
+}
+
+} // namespace
+
+void openTool(Tool tool) {
+    ToolState& state = stateOf(tool);
+    if (state.window) return;
+    holdLiveView(state);
+    const bool iv = tool == Tool::IvCurve;
+    state.window =
+        iv ? createToolWindow(L"IV Curve", ivLeft, ivControls, std::size(ivControls), state.edits)
+           : createToolWindow(sweepRecord.plotTitle, timeEvolutionLeft, timeEvolutionControls,
+                              std::size(timeEvolutionControls), state.edits);
+    if (state.window) fillEdits(state);
+}
+
+void onToolCommand(WindowHandle window, int id) {
+    ToolState* tool = stateOf(window);
+    if (!tool) return;
+    if (id == idSweepStart) measure(*tool, sweep, saveIvCurveQuietly);
+    if (id == idSeriesStart) measure(*tool, recordSeries, saveTimeEvolutionQuietly);
+}
+
+void onToolClose(WindowHandle window) {
+    ToolState* tool = stateOf(window);
+    if (tool && tool->measuring) {
+        stopRequested = 1;
+        tool->closeWanted = true;
+        return;
+    }
+    const bool unused = tool && tool->holdsLiveView; // opened and closed without measuring
+    destroyToolWindow(window);
+    if (unused && !liveViewIsOn() && !processUnderWay()) switchLiveView(2);
+}
+
+bool isToolWindow(WindowHandle window) {
+    return stateOf(window) != nullptr;
+}
+
+void forgetTool(WindowHandle window) {
+    if (ToolState* tool = stateOf(window)) *tool = {};
+}

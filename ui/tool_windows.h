@@ -1,0 +1,22 @@
+// The tool windows of the point measurements: what stands in them and what their buttons do.
+#pragma once
+
+#include "platform/window_handle.h"
+
+enum class Tool { IvCurve, TimeEvolution };
+
+// Switches the live view off and opens the tool's window; nothing when it is open already.
+void openTool(Tool tool);
+
+// A button of a tool window: measures, saves, and lets the live view go on as it was. While another
+// process is under way nothing happens.
+void onToolCommand(WindowHandle window, int id);
+
+// The operator closes a tool window. While its measurement runs that is asked to stop, and the
+// window goes when it has ended.
+void onToolClose(WindowHandle window);
+
+bool isToolWindow(WindowHandle window);
+
+// A tool window is gone, together with its edits.
+void forgetTool(WindowHandle window);
