@@ -60,11 +60,21 @@ LabPoint labLaserSpotSample(); // sample point under the laser spot
 bool labIlluminated();
 int labLaserPwm(); // 0..255, pin 5
 
+// Photovoltage and photocurrent are what the light gives in the end (expectedVolts,
+// expectedCurrent), times the population of the carriers that it makes, 0..1. While the laser is on
+// that goes towards 1, as 1 - exp(-t / labRiseMs); after it has gone off it decays as
+// exp(-t / labDecayMs), and what is measured then belongs to the level before. Another level of a
+// laser that is on, another place and another height act at once. Long enough to be resolved by a
+// reading every 30 ms, over before a map takes its first point, 1.5 s after the light came on.
+constexpr double labRiseMs = 150;
+constexpr double labDecayMs = 250;
+double labLightResponse(); // the population now
+
 // Noiseless voltage at the board's analog input; the input itself ends at 5 V.
 double labPhotoVoltage();
 
-// The same for a laser spot at a sample point, an intensity setting in volts (0..5) and a stage
-// height in um.
+// What it settles at for a laser spot at a sample point, an intensity setting in volts (0..5) and a
+// stage height in um.
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm);
 
 constexpr double labAdcStepVolts = 5.0 / 1024.0;
@@ -76,8 +86,8 @@ constexpr double labAdcNoiseVolts = 0.5 * labAdcStepVolts; // rms
 // 0.5 V) and the photocurrent (0.9 uA at landscape 1, intensity 4.0 V, in focus, and a tenth more
 // for each volt on either side).
 
-// Noiseless current in amperes for a laser spot at a sample point, an intensity setting in volts, a
-// stage height in um and a voltage across the contacts.
+// Noiseless settled current in amperes for a laser spot at a sample point, an intensity setting in
+// volts, a stage height in um and a voltage across the contacts.
 double expectedCurrent(double xUm, double yUm, double laserLevelVolts, double zUm,
                        double biasVolts);
 

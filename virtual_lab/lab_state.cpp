@@ -34,6 +34,7 @@ void resetLab(uint64_t seed) {
     lab.noise.seed(seed);
     lab.faults = {};
     lab.board = {};
+    lab.carriers = {};
     lab.counters = {};
     lab.boardCommands.clear();
     lab.reads.clear();

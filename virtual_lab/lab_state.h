@@ -45,16 +45,24 @@ struct LabMotor {
 struct LabBoard {
     std::string input; // bytes of a command not yet ended
     std::string reply;
-    int laserPwm = 0;
+    int laserPwm = 0; // set by switchLaser
     bool illuminated = false;
     int channel[3] = {}; // what the three channels were last set to
     int channelRate[3] = {};
+};
+
+// The sample's carriers when the laser was last switched on, off or to another level.
+struct LabCarriers {
+    double population = 0; // 0..1
+    int lastLitPwm = 0;    // the level that they belong to
+    double changedMs = 0;
 };
 
 struct Lab {
     LabFaults faults;
     LabMotor motors[3]; // by LabAxis
     LabBoard board;
+    LabCarriers carriers;
     LabCamera camera;
     LabInstruments instruments;
     LabCounters counters;
@@ -96,6 +104,8 @@ void dropMissingControllers();
 
 void resetCamera();
 void dropLostCamera();
+
+void switchLaser(int pwm); // 0..255, 0 is off
 
 // How much of the light is left at the spot (1 in focus) and how much wider the spot is, for a
 // surface that lies `defocusUm` from the focus.

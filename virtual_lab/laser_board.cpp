@@ -39,7 +39,7 @@ static bool digitalWrite(int pin, int level) {
 
 static bool analogWrite(int pin, int level) {
     if (pin < 0 || pin > 13 || level < 0 || level > 255) return false;
-    if (pin == laserPin) lab.board.laserPwm = level;
+    if (pin == laserPin) switchLaser(level);
     return true;
 }
 

@@ -1,6 +1,7 @@
 // The laser spot on the sample and the photocurrent that it makes.
 #include "virtual_lab/lab_state.h"
 
+#include <algorithm>
 #include <cmath>
 
 constexpr LabPixel spotPixel = {640, 500};
@@ -34,9 +35,24 @@ LabPoint labLaserSpotSample() {
             labStageUm(labY) + (spotPixel.row - labCentreRow) * labUmPerPixel};
 }
 
+double labLightResponse() {
+    LabLock lock;
+    const bool lit = lab.board.laserPwm > 0;
+    const double passedMs = std::max(0.0, labNowMs() - lab.carriers.changedMs);
+    const double target = lit ? 1 : 0;
+    return target + (lab.carriers.population - target) *
+                        std::exp(-passedMs / (lit ? labRiseMs : labDecayMs));
+}
+
+void switchLaser(int pwm) {
+    lab.carriers = {labLightResponse(), pwm > 0 ? pwm : lab.carriers.lastLitPwm, labNowMs()};
+    lab.board.laserPwm = pwm;
+}
+
 double labPhotoVoltage() {
     LabLock lock;
-    return voltsAt(labLaserSpotSample(), lab.board.laserPwm, labStageUm(labZ));
+    return labLightResponse() *
+           voltsAt(labLaserSpotSample(), lab.carriers.lastLitPwm, labStageUm(labZ));
 }
 
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {

@@ -25,6 +25,7 @@ protected:
     void SetUp() override {
         LabTest::SetUp();
         boardReceive("G 5 204", 8);
+        advanceVirtualTime(30 * labRiseMs);
         ASSERT_GT(labPhotoCurrent(0), 1e-8);
         ASSERT_GT(labPhotoVoltage(), 0.1);
         testing::internal::CaptureStdout();

@@ -170,6 +170,7 @@ TEST_F(LaserLinkTest, TheLaboratorysBoardUnderstandsAll) {
     setLaserLevel(1);
     EXPECT_TRUE(labIlluminated());
     EXPECT_EQ(labLaserPwm(), 204);
+    advanceVirtualTime(10 * labRiseMs);
     EXPECT_NEAR(readPhotocurrent(), labPhotoVoltage(), 5 * labAdcStepVolts);
     EXPECT_EQ(labCounters().boardErrors, 0u);
     ASSERT_TRUE(applyLabFaults("board unplugged"));

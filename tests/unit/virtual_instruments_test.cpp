@@ -70,7 +70,10 @@ protected:
         return read(session);
     }
 
-    static void lightOn() { boardReceive("G 5 204", 8); }
+    static void lightOn() {
+        boardReceive("G 5 204", 8);
+        advanceVirtualTime(30 * labRiseMs);
+    }
 
     static double currentAtSpot(double bias) {
         LabPoint spot = labLaserSpotSample();

@@ -34,6 +34,12 @@ struct VirtualLab : LabTest {
         return takeBoardReply();
     }
 
+    // The laser at 4.0 V, and all that it makes settled.
+    static void lightOn() {
+        ask("G 5 204");
+        advanceVirtualTime(30 * labRiseMs);
+    }
+
     void openCamera() {
         EXPECT_EQ(PylonInitialize(), 0u);
         EXPECT_EQ(PylonCreateDeviceByIndex(0, &camera), 0u);
@@ -95,7 +101,7 @@ TEST_F(VirtualLab, PictureShowsTheSampleTheRightWayRound) {
 
 TEST_F(VirtualLab, LaserSpotHasItsPlaceItsColourAndItsFocus) {
     openCamera();
-    ask("G 5 204");
+    lightOn();
     renderLabFrame(raw.data());
     LabPixel spot = labSpotPixel();
     LabPoint under = labLaserSpotSample();
@@ -198,7 +204,7 @@ TEST_F(VirtualLab, BoardTakesItsCommandsAndNoOthers) {
 }
 
 TEST_F(VirtualLab, AnalogInputReadsTheLandscape) {
-    ask("G 5 204");
+    lightOn();
     LabPoint spot = labLaserSpotSample();
     double sum = 0, squares = 0;
     constexpr int reads = 2000;
@@ -216,6 +222,31 @@ TEST_F(VirtualLab, AnalogInputReadsTheLandscape) {
     EXPECT_LT(rms, 0.8 * labAdcStepVolts);
     EXPECT_EQ(labReads().back().sampleX, spot.x);
     EXPECT_GT(landscapeAt(12, 5), landscapeAt(-12, -5));
+}
+
+// Through a cycle that is too short to settle: each step begins where the last one ended.
+TEST_F(VirtualLab, PhotocurrentRisesAndDecaysWithTheLight) {
+    const LabPoint spot = labLaserSpotSample();
+    const struct {
+        const char* command;
+        double afterMs, level, target, timeConstant;
+    } steps[] = {{"G 5 0", 100, 0, 0, 250},     {"G 5 204", 0, 4, 1, 150},
+                 {"G 5 204", 120, 4, 1, 150},   {"G 5 102", 0, 2, 1, 150}, // acts at once
+                 {"G 5 102", 60, 2, 1, 150},    {"G 5 0", 0, 2, 0, 250},
+                 {"G 5 0", 200, 2, 0, 250},     {"G 5 204", 30, 4, 1, 150},
+                 {"G 5 204", 10000, 4, 1, 150}, {"G 5 0", 250, 4, 0, 250}};
+    double population = 0;
+    for (const auto& step : steps) {
+        ask(step.command);
+        advanceVirtualTime(step.afterMs);
+        population =
+            step.target + (population - step.target) * std::exp(-step.afterMs / step.timeConstant);
+        EXPECT_NEAR(labLightResponse(), population, 1e-12) << step.command;
+        EXPECT_NEAR(labPhotoVoltage(), population * expectedVolts(spot.x, spot.y, step.level, 0),
+                    1e-9)
+            << step.command;
+    }
+    EXPECT_NEAR(std::stoi(ask("R0 20")) * labAdcStepVolts, labPhotoVoltage(), 2 * labAdcStepVolts);
 }
 
 TEST_F(VirtualLab, CameraInsistsOnTheOrderOfCalls) {
