@@ -31,7 +31,9 @@ Range rangeOf(const float* values, int first, int end) {
 float scaled(float value, Range range, int pixels) {
     const float span = range.highest - range.lowest;
     const auto full = static_cast<float>(pixels);
-    return span == 0.0f ? full / 2 : (value - range.lowest) * full / span;
+    if (span == 0.0f) return full / 2;
+    // What is no number or infinite must not leave the plot.
+    return std::clamp((value - range.lowest) * full / span, 0.0f, full);
 }
 
 // Points in one column of pixels cover the same pixels as the first, the lowest, the highest and

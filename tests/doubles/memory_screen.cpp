@@ -151,7 +151,9 @@ WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* cont
         const bool fits = controls[i].x + controls[i].width <= toolClient.width &&
                           controls[i].y + controls[i].height <= toolClient.height;
         EXPECT_TRUE(fits) << controls[i].text;
-        if (controls[i].kind == ToolControl::Kind::Edit) *edits++ = addWindow({1, 1});
+        if (controls[i].kind != ToolControl::Kind::Edit) continue;
+        *edits = addWindow({1, 1});
+        window->edits.push_back(*edits++);
     }
     toolWindows.push_back(window);
     return window;

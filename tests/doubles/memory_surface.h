@@ -25,6 +25,7 @@ struct NativeWindow {
     Extent outer;
     int timesPainted = 0;
     std::string text;
+    std::vector<NativeWindow*> edits; // of a tool window
 };
 
 struct NativeContext {
