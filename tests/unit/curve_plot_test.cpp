@@ -87,7 +87,7 @@ TEST_F(CurvePlotTest, LabelsAreThoseOfThePointsDrawn) {
     drawingFailures[Drawing::MakeBitmap] = 1; // then straight onto the window
     xs = ys = {0, 1};
     draw();
-    EXPECT_NE(mainWindow->client.at(10, 309), 0xFFFFFFu);
+    EXPECT_NE(mainWindow->client.at(210, 160), 0xFFFFFFu);
 }
 
 } // namespace
