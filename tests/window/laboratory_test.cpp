@@ -300,6 +300,87 @@ TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
     expectLandscape(area, 1);
 }
 
+// The two columns of a curve's file, which must be written byte for byte as its format says.
+static std::vector<std::pair<double, double>> readCurve(const fs::path& file,
+                                                        const std::string& heading) {
+    const std::string content = contentOf(file);
+    std::istringstream lines(content);
+    std::string line, again = heading + "\r\n";
+    std::getline(lines, line);
+    std::vector<std::pair<double, double>> points;
+    for (double x = 0, y = 0; std::getline(lines, line); points.emplace_back(x, y)) {
+        EXPECT_EQ(std::sscanf(line.c_str(), "%lf,%lf", &x, &y), 2) << line;
+        char text[80];
+        std::snprintf(text, sizeof text, "%f,%f\r\n", x, y);
+        again += text;
+    }
+    EXPECT_EQ(content, again);
+    return points;
+}
+
+TEST_F(Laboratory, SweepsAndRecordsAtAPoint) {
+    ASSERT_NO_FATAL_FAILURE(start(1.0, 4));
+    const auto type = [](HWND edit, const char* text) {
+        SendMessageA(edit, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text));
+    };
+    const auto openTool = [&](int id) {
+        command(program, id);
+        await([&] { return topWindow(program, "IV") != nullptr; }, quickly);
+        return topWindow(program, "IV");
+    };
+    click(controlById(program, idLaserOn));
+    HWND tool = openTool(idIvMeasurement);
+    ASSERT_TRUE(tool);
+    type(GetDlgItem(tool, 2103), "0.3");
+    click(GetDlgItem(tool, idSweepStart));
+    const auto saved = [](const char* name) {
+        return await([=] { return !session().empty() && fs::exists(session() / name); }, patiently);
+    };
+    ASSERT_TRUE(saved("I-V(0).txt"));
+    EXPECT_EQ(textOf(GetDlgItem(tool, 2103)), "0.30");
+    EXPECT_EQ(textOf(information()).substr(0, 12), "V=-0.006000,");
+    EXPECT_TRUE(await([&] { return isChecked(program, idLiveOn); }, quickly));
+    SendMessageA(tool, WM_CLOSE, 0, 0);
+
+    tool = openTool(idTimeEvolution);
+    ASSERT_TRUE(tool);
+    HWND edit = nullptr;
+    for (const char* text : {"1", "1", "2"}) {
+        edit = FindWindowExA(tool, edit, "EDIT", nullptr);
+        type(edit, text);
+    }
+    click(GetDlgItem(tool, idSeriesStart));
+    ASSERT_TRUE(saved("TimeEvo(0).txt"));
+    EXPECT_TRUE(await([&] { return isChecked(program, idLaserOff); }, quickly));
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+
+    const auto sweep = readCurve(session() / "I-V(0).txt", "V(V), I(uA)");
+    ASSERT_EQ(sweep.size(), 200U);
+    const LabPixel spot = labSpotPixel();
+    const LabPoint place{(spot.column - labCentreColumn) * labUmPerPixel,
+                         (spot.row - labCentreRow) * labUmPerPixel};
+    for (size_t i = 80; i < sweep.size(); ++i) { // the light has been on for long by then
+        const auto [volts, microamperes] = sweep[i];
+        EXPECT_NEAR(microamperes, expectedCurrent(place.x, place.y, 4.0, 0.0, volts) * 1e6,
+                    6 * labRangeNoise + 1e-6);
+    }
+    EXPECT_NEAR(sweep[50].first, 0.3, 1e-6);
+    EXPECT_NEAR(sweep[150].first, -0.3, 1e-6);
+
+    const auto series = readCurve(session() / "TimeEvo(0).txt", "Time(sec), I(uA)");
+    ASSERT_GE(series.size(), 20U);
+    const double full = expectedCurrent(place.x, place.y, 4.0, 0.0, 0.0) * 1e6;
+    for (auto [seconds, microamperes] : series) {
+        // The later parts of the first two light phases, and of the dark one between them.
+        const double inCycle = std::fmod(seconds, 2.1);
+        const bool risen = inCycle > 0.6 && inCycle < 0.95;
+        const bool decayed = inCycle > 1.75 && inCycle < 1.95;
+        EXPECT_GT(microamperes, risen ? full * 0.95 : -1e-3) << seconds;
+        EXPECT_LT(microamperes, decayed ? full * 0.1 : full * 1.001) << seconds;
+    }
+}
+
 TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
     ASSERT_NO_FATAL_FAILURE(start(2.0));
     struct Case {
