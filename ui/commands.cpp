@@ -21,6 +21,7 @@
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
+#include "ui/configuration.h"
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
 #include "ui/screen.h"
@@ -195,6 +196,8 @@ void runCommand(int id) {
     case idBlueOnly:
         blueOnly = 1;
         return;
+    case idConfiguration:
+        return configure();
     case idIvMeasurement:
         return openIvMeasurement();
     case idSaveCameraImage:

@@ -7,6 +7,7 @@ void LabTest::SetUp() {
     resetProgram();
     resetScript();
     resetScreen();
+    resetDialog();
     drawnTexts.clear();
     savedImages.clear();
     drawingFailures.clear();

@@ -4,6 +4,7 @@
 
 #include "tests/doubles/lab_library.h"
 #include "tests/doubles/lab_serial.h"
+#include "tests/doubles/memory_dialog.h"
 #include "tests/doubles/memory_screen.h"
 #include "tests/doubles/memory_surface.h"
 #include "tests/doubles/script.h"

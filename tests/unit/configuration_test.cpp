@@ -1,0 +1,269 @@
+// The Configuration dialog: what is taken over, what is refused, what is connected, where the
+// stage goes.
+#include "app/process.h"
+#include "camera/camera.h"
+#include "camera/spot.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "motion/stage.h"
+#include "tests/doubles/doubles.h"
+#include "ui/commands.h"
+#include "ui/configuration.h"
+#include "ui/control_ids.h"
+#include "ui/live_view.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+
+class ConfigurationTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        createMainWindow(1);
+        ASSERT_TRUE(openStages(axisOrder, motorSpeed));
+        ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
+        switchLiveView(1);
+    }
+    // Opens the dialog, does what is told in it, and closes it.
+    static void inDialog(const std::function<void()>& actions) {
+        whileDialogOpen = actions;
+        onCommand(idConfiguration);
+    }
+    static void press(int id) { onConfigurationCommand(id); }
+    static void type(int id, const char* text) { setDialogText(id, text); }
+    static void choose(int list, int index) { selectInDialogList(list, index); }
+
+    InstrumentLink& link = instrumentLink;
+};
+
+TEST_F(ConfigurationTest, ShowsWhatIsInForce) {
+    laserOffset = {640, -3};
+    link.ammeterKind = kindOscilloscope;
+    link.biasVoltage = 1.5f;
+    stageX.positionUm = -12.34;
+    laserLink.disconnected = 1;
+    inDialog([] {
+        const struct {
+            int id;
+            const char* text;
+        } cases[] = {
+            {idHandStep, "10.0"},         {idDialogPositionX, "-12.3"}, {idDialogPositionY, "0.0"},
+            {idLaserComPort, "10"},       {idAddressOctet1, "192"},     {idAddressOctet2, "168"},
+            {idAddressOctet3, "0"},       {idAddressOctet4, "10"},      {idAnalyzerPort, "1225"},
+            {idLaserOffsetX, "640"},      {idLaserOffsetY, "-3"},       {idBias, "1.500000"},
+            {idCurrentLimit, "0.000100"}, {idCameraAperture, "5"},      {idGpibAddress, "18"}};
+        for (const auto& each : cases) EXPECT_EQ(dialogTextIn(each.id), each.text) << each.id;
+        EXPECT_EQ(dialogListItems(idInstrumentList).at(7), L"4200 PA GPIB");
+        EXPECT_EQ(selectedInDialogList(idInstrumentList), 5);
+        EXPECT_EQ(dialogListItems(idAxisOrderList).at(3), L"YZX");
+        EXPECT_EQ(selectedInDialogList(idAxisOrderList), 2);
+        EXPECT_TRUE(isCheckedInDialog(idConnectStages));
+        EXPECT_TRUE(isCheckedInDialog(idConnectCamera));
+        EXPECT_TRUE(isCheckedInDialog(idConfocalCheck));
+        EXPECT_FALSE(isCheckedInDialog(idConnectLaser));
+        EXPECT_FALSE(timerRuns());
+        onCommand(idConfiguration); // no second one inside
+    });
+    EXPECT_TRUE(timerRuns()); // the live view is back
+    switchLiveView(0);
+    inDialog([] {});
+    EXPECT_FALSE(timerRuns());
+}
+
+TEST_F(ConfigurationTest, SetTakesWhatIsSensible) {
+    const struct {
+        int id;
+        const char *typed, *shown;
+    } cases[] = {{idBias, "-2.5", "-2.500000"},         {idBias, "", "-2.500000"},
+                 {idBias, "nan", "-2.500000"},          {idBias, "1e9", "-2.500000"},
+                 {idBias, "-inf", "-2.500000"},         {idBias, "-2", "-2.000000"},
+                 {idCurrentLimit, "0.01", "0.010000"},  {idCurrentLimit, "0", "0.010000"},
+                 {idCurrentLimit, "-0.1", "0.010000"},  {idCurrentLimit, "5", "0.010000"},
+                 {idCurrentLimit, "15e-7", "0.000002"}, {idCameraAperture, "12.7", "12"},
+                 {idCameraAperture, "0", "12"},         {idCameraAperture, "wide", "12"},
+                 {idCameraAperture, "999999999", "12"}};
+    inDialog([&] {
+        for (const auto& each : cases) {
+            type(each.id, each.typed);
+            press(idSet);
+            EXPECT_EQ(dialogTextIn(each.id), each.shown) << each.typed;
+        }
+    });
+    inDialog([] { press(idSet); });
+    EXPECT_EQ(link.currentLimit, 15e-7f) << "rounded to what the edit shows";
+    EXPECT_EQ(link.biasVoltage, -2.0f);
+    EXPECT_EQ(cameraAperture, 12);
+    EXPECT_EQ(shownBoxes.size(), 0u);
+}
+
+TEST_F(ConfigurationTest, ConnectsOrFallsBack) {
+    const struct {
+        int kind, press;
+        const char *faults, *text, *caption;
+        bool connects;
+    } cases[] = {
+        {1, idSet, "", "This equipment is not supported yet", "NI-DAQ Error", false},
+        {2, idSet, "", "MultiMeter device connected", "GPIB Communication", true},
+        {2, idInitializeInstrument, "gpib error ibdev", "No MultiMeter devices found at GPIB",
+         "GPIB Error", false},
+        {3, idSet, "gpib error ibdev", "No GPIB connected", "GPIB Error", false},
+        {4, idSet, "k2450 absent", "No SourceMeter devices found via USB", "USB Error", false},
+        {4, idSet, "", "SourceMeter device connected", "USB Communication", true},
+        {5, idSet, "k2450 absent", "Tektronics devices connected via USB", "Oscilloscope Connected",
+         true},
+        {0, idInitializeInstrument, "", nullptr, nullptr, true},
+        {6, idInitializeInstrument, "", "Parameter Analyzer 4200 connected via Ethernet",
+         "Parameter Analyzer Connected", true},
+        {7, idSet, "gpib error ibdev", "No Parameter Analyzer 4200 found",
+         "Parameter Analyzer Error", false},
+    };
+    testing::internal::CaptureStdout(); // the bus reports its errors there
+    inDialog([&] {
+        type(idGpibAddress, "31");
+        type(idAddressOctet2, "abc");
+        type(idAddressOctet3, "256");
+        type(idAddressOctet4, "10.9");
+        link.ipAddress[3] = 0;
+        type(idAnalyzerPort, "70000");
+        for (const auto& each : cases) {
+            SCOPED_TRACE(each.kind);
+            const int32_t before = link.ammeterKind;
+            ASSERT_TRUE(applyLabFaults(each.faults));
+            if (each.text) answer(each.text, BoxAnswer::Ok, [] { press(idHandXPlus); });
+            choose(idInstrumentList, each.kind);
+            press(each.press);
+            if (each.text) {
+                EXPECT_EQ(shownBoxes.back().caption, each.caption);
+            }
+            EXPECT_EQ(link.ammeterKind, each.connects ? each.kind : before);
+            EXPECT_EQ(selectedInDialogList(idInstrumentList), link.ammeterKind);
+        }
+    });
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(link.gpibAddress, 18);
+    EXPECT_EQ(std::vector<int32_t>(link.ipAddress, link.ipAddress + 4),
+              (std::vector<int32_t>{192, 168, 0, 10}));
+    EXPECT_EQ(link.kxciPort, 1225);
+    EXPECT_EQ(stageX.positionUm, 0.0) << "moved while a notice was open";
+}
+
+TEST_F(ConfigurationTest, OnlyASecondSetChangesTheUnit) {
+    applyLabFaults("k2450 absent");
+    answer("Tektronics devices connected via USB", BoxAnswer::Ok);
+    inDialog([] {
+        choose(idInstrumentList, kindOscilloscope);
+        press(idSet);
+        EXPECT_EQ(textIn(Field::UnitLabel), "I_ph (uA)");
+        press(idSet);
+    });
+    EXPECT_EQ(textIn(Field::UnitLabel), "V_ph (V)");
+}
+
+TEST_F(ConfigurationTest, ReconnectsLaserStagesAndCamera) {
+    answer("Error in  opening serial port", BoxAnswer::Ok);
+    answer("Error: not connected", BoxAnswer::Ok);
+    answer("No devices found", BoxAnswer::Ok);
+    inDialog([] {
+        type(idLaserComPort, "port");
+        press(idConnectLaser);
+        EXPECT_TRUE(isCheckedInDialog(idConnectLaser));
+        type(idLaserComPort, "77");
+        press(idConnectLaser);
+        EXPECT_FALSE(isCheckedInDialog(idConnectLaser));
+        EXPECT_EQ(shownBoxes.back().caption, "Warning: Serial Communication");
+        EXPECT_EQ(laserLink.comPort, 77);
+
+        moveXYTo(30, 20, motorSpeed);
+        choose(idAxisOrderList, 0);
+        press(idConnectStages);
+        EXPECT_TRUE(isCheckedInDialog(idConnectStages));
+        EXPECT_EQ(dialogTextIn(idDialogPositionX), "0.0"); // where it stands is the new zero
+        EXPECT_EQ(textIn(Field::PositionY), "0.0");
+        applyLabFaults("stage absent\ncamera absent");
+        press(idConnectStages);
+        EXPECT_FALSE(isCheckedInDialog(idConnectStages));
+        press(idInitializeCamera);
+        EXPECT_FALSE(isCheckedInDialog(idConnectCamera));
+        applyLabFaults("");
+        press(idConnectCamera);
+        EXPECT_TRUE(isCheckedInDialog(idConnectCamera));
+
+        checkInDialog(idConfocalCheck, false);
+        press(idConfocalCheck);
+        choose(idAxisOrderList, 4); // for the next connection
+    });
+    EXPECT_EQ(axisOrder, 4);
+    EXPECT_EQ(confocalEnabled, 0);
+}
+
+TEST_F(ConfigurationTest, MovesByHand) {
+    const struct {
+        const char* step;
+        int press;
+        double x, y;
+    } cases[] = {{"12.7", idHandXPlus, 12, 0}, {"5", idHandYPlus, 12, 5},
+                 {"3", idHandXMinus, 9, 5},    {"4", idHandYMinus, 9, 1},
+                 {"far", idHandXPlus, 9, 1},   {"", idHandXPlus, 9, 1}};
+    inDialog([&] {
+        for (const auto& each : cases) {
+            type(idHandStep, each.step);
+            type(idDialogPositionX, "old");
+            press(each.press);
+            EXPECT_EQ(stageX.positionUm, each.x) << each.step;
+            EXPECT_EQ(stageY.positionUm, each.y) << each.step;
+            EXPECT_EQ(dialogTextIn(idDialogPositionX) == "old", *each.step == '\0') << each.step;
+        }
+        type(idDialogPositionX, "-20.9");
+        type(idDialogPositionY, "40");
+        in(100, [] { postCall([] { press(idHandXPlus), press(idCloseDialog); }); });
+        press(idGo);
+        EXPECT_EQ(stageX.positionUm, -20);
+        EXPECT_EQ(stageY.positionUm, 40);
+        EXPECT_EQ(dialogTextIn(idDialogPositionX), "-20.9");
+        type(idDialogPositionX, "?");
+        press(idGo);
+        press(idSetZero);
+        EXPECT_EQ(dialogTextIn(idDialogPositionY), "0.0");
+        EXPECT_EQ(textIn(Field::PositionX), "0.0");
+        type(idHandStep, "2");
+        press(idHandXPlus);
+    });
+    EXPECT_EQ(textIn(Field::PositionX), "2.0");
+}
+
+TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
+    const int refused[] = {
+        idSet,       idInitializeInstrument, idConnectStages, idConnectLaser, idSetZero, idGo,
+        idHandXPlus, idHandYMinus,           idConfocalCheck};
+    const auto everything = [&] {
+        for (const int id : refused) {
+            setField(Field::Information, "");
+            choose(idInstrumentList, kindNiDaq);
+            type(idDialogPositionX, "50");
+            type(idBias, "3");
+            type(idLaserComPort, "77");
+            checkInDialog(idConfocalCheck, false);
+            press(id);
+            EXPECT_EQ(textIn(Field::Information), "Not while a process runs") << id;
+            EXPECT_EQ(selectedInDialogList(idInstrumentList), 0) << id;
+            EXPECT_EQ(dialogTextIn(idDialogPositionX), "0.0") << id;
+            EXPECT_EQ(dialogTextIn(idBias), "0.000000") << id;
+            EXPECT_TRUE(isCheckedInDialog(idConfocalCheck)) << id;
+        }
+        press(idConnectCamera);
+        EXPECT_TRUE(isCheckedInDialog(idConnectCamera));
+        choose(idAxisOrderList, 5);
+    };
+    whileDialogOpen = everything;
+    ASSERT_TRUE(runProcess([] { onCommand(idConfiguration); }, nullptr));
+    EXPECT_EQ(labStageUm(labX), 0.0);
+    EXPECT_EQ(axisOrder, 2);
+    EXPECT_EQ(laserLink.comPort, 10);
+    EXPECT_EQ(confocalEnabled, 1);
+    EXPECT_EQ(shownBoxes.size(), 0u);
+}
+
+} // namespace

@@ -1,0 +1,264 @@
+// The rules of the Configuration dialog.
+#include "ui/configuration.h"
+
+#include "app/process.h"
+#include "camera/camera.h"
+#include "camera/spot.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
+#include "platform/text_format.h"
+#include "platform/typed_number.h"
+#include "ui/commands.h"
+#include "ui/control_ids.h"
+#include "ui/dialog.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <iterator>
+
+namespace {
+
+// With the terminating zero.
+constexpr int dialogEditCapacity = 10;
+
+constexpr const wchar_t* axisOrderNames[] = {L"XYZ", L"XZY", L"YXZ", L"YZX", L"ZXY", L"ZYX"};
+
+constexpr int octetIds[] = {idAddressOctet1, idAddressOctet2, idAddressOctet3, idAddressOctet4};
+
+constexpr int32_t highestGpibAddress = 30; // IEEE 488
+constexpr int32_t highestTcpPort = 65535;
+constexpr int32_t highestComPort = 256;  // of Windows
+constexpr int32_t largestAperture = 500; // pixels: about the picture's height across
+// What the Keithley 2450 can source, and its limits of compliance.
+constexpr float largestBias = 210.0f;  // V
+constexpr float smallestLimit = 1e-9f; // A
+constexpr float largestLimit = 1.05f;
+
+bool isOpen = false;
+bool busy = false;
+
+std::string typedText(int id) {
+    return dialogText(id, dialogEditCapacity);
+}
+
+std::optional<int> integerIn(int id) {
+    return typedInteger(typedText(id));
+}
+
+void showInteger(int id, int32_t value) {
+    setDialogText(id, formatted("%d", value).c_str());
+}
+
+std::string numberText(float value) {
+    return formatted("%f", static_cast<double>(value));
+}
+
+// Takes what was typed over where it is a number within the bounds, and shows what is in force.
+void takeInteger(int id, int32_t& value, int32_t lowest, int32_t highest) {
+    const std::optional<int> typed = integerIn(id);
+    if (typed && *typed >= lowest && *typed <= highest) value = *typed;
+    showInteger(id, value);
+}
+
+void takeNumber(int id, float& value, float lowest, float highest) {
+    const std::string text = typedText(id);
+    // Six decimals may be less than the value has: only what was typed changes it.
+    if (text == numberText(value).substr(0, dialogEditCapacity - 1)) return;
+    const std::optional<float> typed = typedNumber(text);
+    if (typed && *typed >= lowest && *typed <= highest) value = *typed;
+    setDialogText(id, numberText(value).c_str());
+}
+
+void showPositions() {
+    setDialogText(idDialogPositionX, formatted("%.1f", stageX.positionUm).c_str());
+    setDialogText(idDialogPositionY, formatted("%.1f", stageY.positionUm).c_str());
+}
+
+void showSettings() {
+    const InstrumentLink& link = instrumentLink;
+    selectInDialogList(idInstrumentList, link.ammeterKind);
+    selectInDialogList(idAxisOrderList, axisOrder);
+    showPositions();
+    showInteger(idLaserComPort, laserLink.comPort);
+    for (int i = 0; i < 4; i++) showInteger(octetIds[i], link.ipAddress[i]);
+    showInteger(idAnalyzerPort, link.kxciPort);
+    checkInDialog(idConnectLaser, laserLink.disconnected == 0);
+    checkInDialog(idConnectStages, stageX.axisNumber != 0);
+    checkInDialog(idConnectCamera, cameraState.connected != 0);
+    checkInDialog(idConfocalCheck, confocalEnabled == 1);
+    showInteger(idLaserOffsetX, laserOffset.x);
+    showInteger(idLaserOffsetY, laserOffset.y);
+    setDialogText(idBias, numberText(link.biasVoltage).c_str());
+    setDialogText(idCurrentLimit, numberText(link.currentLimit).c_str());
+    showInteger(idCameraAperture, cameraAperture);
+    showInteger(idGpibAddress, link.gpibAddress);
+}
+
+// --- Instrument ----------------------------------------------------------------------------------
+
+int32_t chosenKind() {
+    const int chosen = selectedInDialogList(idInstrumentList);
+    return chosen < 0 ? instrumentLink.ammeterKind : chosen;
+}
+
+void connectChosenInstrument() {
+    InstrumentLink& link = instrumentLink;
+    takeInteger(idGpibAddress, link.gpibAddress, 0, highestGpibAddress);
+    if (chosenKind() == kindAnalyzerEthernet) {
+        for (int i = 0; i < 4; i++) takeInteger(octetIds[i], link.ipAddress[i], 0, 255);
+        takeInteger(idAnalyzerPort, link.kxciPort, 1, highestTcpPort);
+    }
+    connectInstrument(chosenKind());
+    selectInDialogList(idInstrumentList, link.ammeterKind); // the previous one after a failure
+}
+
+void apply() {
+    InstrumentLink& link = instrumentLink;
+    takeNumber(idBias, link.biasVoltage, -largestBias, largestBias);
+    takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
+    takeInteger(idCameraAperture, cameraAperture, 1, largestAperture);
+    computeScanArea(scanArea);
+    if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
+    setField(Field::UnitLabel,
+             unitLabel()); // with a new kind it stays as it was, and that is meant
+}
+
+// --- Devices -------------------------------------------------------------------------------------
+
+void connectLaser() {
+    if (integerIn(idLaserComPort)) {
+        closeLaserLink(laserLink);
+        takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
+    }
+    const bool connected = openLaserLink(laserLink, mainWindow) != 0;
+    if (!connected)
+        showMessageBox(mainWindow, "Error: not connected", "Warning: Serial Communication",
+                       BoxButtons::Ok);
+    checkInDialog(idConnectLaser, connected);
+}
+
+void takeAxisOrder() {
+    const int chosen = selectedInDialogList(idAxisOrderList);
+    if (chosen >= 0) axisOrder = chosen;
+}
+
+void connectStages() {
+    takeAxisOrder();
+    stopAllStages();
+    closeAllStages();
+    const bool connected = openStages(axisOrder, motorSpeed);
+    if (!connected) showMessageBox(mainWindow, "No devices found", "Scanner Error", BoxButtons::Ok);
+    checkInDialog(idConnectStages, connected);
+    showPositions();
+    refreshPositions();
+}
+
+void reconnectCamera() {
+    connectCamera();
+    checkInDialog(idConnectCamera, cameraState.connected != 0);
+}
+
+void takeConfocal() {
+    confocalEnabled = isCheckedInDialog(idConfocalCheck) ? 1 : 0;
+}
+
+// --- Stage ---------------------------------------------------------------------------------------
+
+// Moves by the typed step in the directions given as -1, 0 or 1.
+void moveByHand(int x, int y) {
+    if (typedText(idHandStep).empty()) return;
+    if (const std::optional<int> step = integerIn(idHandStep))
+        moveXYBy(double{1} * x * *step, double{1} * y * *step, motorSpeed);
+    showPositions();
+}
+
+void moveToTyped() {
+    const std::optional<int> x = integerIn(idDialogPositionX);
+    const std::optional<int> y = integerIn(idDialogPositionY);
+    if (x && y) moveXYTo(*x, *y, motorSpeed);
+}
+
+void setZero() {
+    setPosition(stageX, 0.0);
+    setPosition(stageY, 0.0);
+    showPositions();
+    refreshPositions();
+}
+
+// --- Commands ------------------------------------------------------------------------------------
+
+void refuse() {
+    showInformation("Not while a process runs");
+    showSettings();
+}
+
+void closeDialog() {
+    if (processUnderWay() && selectedInDialogList(idAxisOrderList) != axisOrder)
+        showInformation("Not while a process runs");
+    else
+        takeAxisOrder();
+    endDialog();
+}
+
+struct Command {
+    int id;
+    void (*carryOut)();
+    bool duringProcess = false;
+};
+
+constexpr Command commands[] = {
+    {idSet, apply},
+    {idCloseDialog, closeDialog, true},
+    {idInitializeInstrument, connectChosenInstrument},
+    {idConnectLaser, connectLaser},
+    {idConnectStages, connectStages},
+    {idConnectCamera, reconnectCamera, true},
+    {idInitializeCamera, reconnectCamera, true},
+    {idConfocalCheck, takeConfocal},
+    {idHandXMinus, [] { moveByHand(-1, 0); }},
+    {idHandXPlus, [] { moveByHand(1, 0); }},
+    {idHandYMinus, [] { moveByHand(0, -1); }},
+    {idHandYPlus, [] { moveByHand(0, 1); }},
+    {idGo, moveToTyped},
+    {idSetZero, setZero},
+};
+
+} // namespace
+
+void configure() {
+    if (isOpen) return;
+    isOpen = true;
+    // A process keeps the view off itself, and remembers how it was.
+    const bool pausesView = !processUnderWay();
+    if (pausesView) switchLiveView(0);
+    runDialog();
+    if (pausesView) switchLiveView(2);
+    isOpen = false;
+}
+
+void openedConfiguration() {
+    fillDialogList(idInstrumentList, equipmentNames, equipmentKindCount);
+    fillDialogList(idAxisOrderList, axisOrderNames, static_cast<int>(std::size(axisOrderNames)));
+    setDialogText(idHandStep, "10.0");
+    showSettings();
+}
+
+void onConfigurationCommand(int id) {
+    if (busy) return;
+    for (const Command& command : commands) {
+        if (command.id != id) continue;
+        busy = true;
+        if (processUnderWay() && !command.duringProcess)
+            refuse();
+        else
+            command.carryOut();
+        busy = false;
+    }
+}
+
+bool configurationIsBusy() {
+    return busy;
+}

@@ -1,0 +1,84 @@
+// The window of the Configuration dialog.
+#include "platform/win32/handles.h"
+#include "ui/configuration.h"
+#include "ui/control_ids.h"
+#include "ui/dialog.h"
+#include "ui/screen.h"
+
+static HWND dialog = nullptr;
+
+// So that what the operator sees is what is read.
+static void limitEdits() {
+    constexpr WPARAM longestText = 9;
+    wchar_t name[16];
+    for (HWND child = GetWindow(dialog, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+        GetClassNameW(child, name, 16);
+        if (lstrcmpiW(name, L"Edit") == 0) SendMessageW(child, EM_LIMITTEXT, longestText, 0);
+    }
+}
+
+static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
+    switch (message) {
+    case WM_INITDIALOG:
+        dialog = window;
+        limitEdits();
+        openedConfiguration();
+        return TRUE;
+    case WM_COMMAND:
+        onConfigurationCommand(LOWORD(wParam));
+        return TRUE;
+    case WM_MOUSEACTIVATE: // a click must not bring the dialog before a notice, which it waits for
+        if (!configurationIsBusy()) return FALSE;
+        SetWindowLongPtrW(window, DWLP_MSGRESULT, MA_NOACTIVATE);
+        return TRUE;
+    case WM_DESTROY:
+        dialog = nullptr;
+        return TRUE;
+    default:
+        return FALSE;
+    }
+}
+
+void runDialog() {
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idConfigurationDialog),
+                    native(mainWindow), dialogProcedure, 0);
+}
+
+void endDialog() {
+    if (dialog) EndDialog(dialog, 0);
+}
+
+std::string dialogText(int id, int capacity) {
+    std::string text(static_cast<size_t>(capacity), '\0');
+    text.resize(dialog ? GetDlgItemTextA(dialog, id, text.data(), capacity) : 0);
+    return text;
+}
+
+void setDialogText(int id, const char* text) {
+    if (dialog) SetDlgItemTextA(dialog, id, text);
+}
+
+static LRESULT tellItem(int id, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
+    return dialog ? SendDlgItemMessageW(dialog, id, message, wParam, lParam) : -1;
+}
+
+void fillDialogList(int id, const wchar_t* const* items, int count) {
+    for (int i = 0; i < count; i++)
+        tellItem(id, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(items[i]));
+}
+
+void selectInDialogList(int id, int index) {
+    tellItem(id, CB_SETCURSEL, static_cast<WPARAM>(index));
+}
+
+int selectedInDialogList(int id) {
+    return static_cast<int>(tellItem(id, CB_GETCURSEL));
+}
+
+void checkInDialog(int id, bool checked) {
+    if (dialog) CheckDlgButton(dialog, id, checked ? BST_CHECKED : BST_UNCHECKED);
+}
+
+bool isCheckedInDialog(int id) {
+    return dialog && IsDlgButtonChecked(dialog, id) == BST_CHECKED;
+}
