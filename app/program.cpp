@@ -5,6 +5,7 @@
 #include "app/fatal.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
+#include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
@@ -58,6 +59,7 @@ void shutDown() {
     setLaserOutput(0);
     setLaserLevel(0);
     switchLiveView(0);
+    releaseWideView();
     stopImaging();
     closeLaserLink(laserLink);
     releaseCamera(cameraState);

@@ -24,8 +24,24 @@ constexpr int pictureTries = 3;
 constexpr int copyTries = 10;
 constexpr int windowImageTries = 20;
 
-// The picture in a bitmap of its own, not yet selected. False when it could not be made.
-bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory) {
+void savePicture(MemoryBitmap& memory) {
+    drawRectangle(memory.context, drawnRectangle.x1, drawnRectangle.y1, drawnRectangle.x2,
+                  drawnRectangle.y2, markGreen);
+    const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
+    memory.deselect(); // the encoder reads a bitmap that nobody draws on
+    saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
+    memory.select();
+    ++cameraImageCounter;
+}
+
+void showCopyFailure(int count) {
+    showInformation(formatted("BitBlt to window has failed, error count: %d", count).c_str());
+    waitResponsive(100);
+}
+
+} // namespace
+
+bool makeCameraPicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory) {
     int bitmapFailures = 0;
     for (int attempt = 0; attempt < pictureTries;) {
         memory.bitmap = makeBitmap(like, imageWidth, imageHeight);
@@ -52,28 +68,11 @@ bool makePicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory
     return false;
 }
 
-void savePicture(MemoryBitmap& memory) {
-    drawRectangle(memory.context, drawnRectangle.x1, drawnRectangle.y1, drawnRectangle.x2,
-                  drawnRectangle.y2, markGreen);
-    const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
-    memory.deselect(); // the encoder reads a bitmap that nobody draws on
-    saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
-    memory.select();
-    ++cameraImageCounter;
-}
-
-void showCopyFailure(int count) {
-    showInformation(formatted("BitBlt to window has failed, error count: %d", count).c_str());
-    waitResponsive(100);
-}
-
-} // namespace
-
 int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
     WindowContext window(mainWindow);
     if (!window.context || !pixels) return 0;
     MemoryBitmap memory;
-    if (!makePicture(window.context, pixels, memory)) return 0;
+    if (!makeCameraPicture(window.context, pixels, memory)) return 0;
     if (!memory.select()) return 0;
     drawScaleBar(memory.context, imageWidth, imageHeight);
     drawApertureMark(memory.context, laserOffset.x,

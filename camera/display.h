@@ -2,7 +2,7 @@
 #pragma once
 
 #include "app/data_folders.h"
-#include "platform/surface.h"
+#include "platform/surface_owners.h"
 #include "platform/window_handle.h"
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 extern int32_t cameraImageCounter; // numbers the saved camera pictures of this run
 extern int32_t windowImageCounter; // numbers the saved window images, whatever their label
 
-extern int32_t wideView;   // 1 once a wide view has been made
-extern int32_t wideFactor; // picture scale of the wide view
+extern int32_t wideView;   // 1 while the window shows a wide view
+extern int32_t wideFactor; // picture scale of the wide view, 3 once there was one
 
 // The rectangle that the operator drew last, in window pixels; part of a saved camera picture.
 struct PictureRectangle {
@@ -21,6 +21,10 @@ extern PictureRectangle drawnRectangle;
 
 constexpr Colour markRed = colourRgb(255, 0, 0);
 constexpr Colour markGreen = colourRgb(0, 255, 0);
+
+// The picture in a bitmap of its own, not yet selected. False when it could not be made; each
+// failure is shown in the information text.
+bool makeCameraPicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory);
 
 // Draws the display picture with the scale bar and the laser spot's mark at the top left of the
 // main window; with `save` also writes it into the session folder, which must be there. Returns 1,

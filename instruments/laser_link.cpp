@@ -244,6 +244,10 @@ int setLaserLevel(int mode) {
     return switchLight(laser, mode);
 }
 
+bool illuminationIsOn() {
+    return illumination.state == 1;
+}
+
 bool laserIsOn() {
     return laser.state == 1;
 }

@@ -62,3 +62,4 @@ void laserChannelRate(LaserLink& link, int channel, int32_t value);
 int setLaserOutput(int mode);
 int setLaserLevel(int mode);
 bool laserIsOn();
+bool illuminationIsOn();

@@ -4,6 +4,7 @@
 #include "app/responsive_wait.h"
 #include "camera/display.h"
 #include "camera/spot.h"
+#include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
@@ -11,17 +12,42 @@
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
-void moveToClickedPoint(int x, int y) {
-    const int row = imageHeight - y;
-    if (x < 0 || x > imageWidth || row < 0 || row > imageHeight) return;
-    drawCircleMark(mainWindow, x, y, 2, markGreen);
+namespace {
+
+bool inPicture(int x, int row) {
+    return x >= 0 && x <= imageWidth && row >= 0 && row <= imageHeight;
+}
+
+// Marks the clicked point and asks what it is for.
+BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButtons buttons) {
+    drawCircleMark(mainWindow, x, imageHeight - row, 2, mark);
     const std::string caption =
         formatted("Position: (%d,%d), Blue intensity:%u", x, row, pixelBlue(cameraImage, x, row));
+    return showMessageBox(mainWindow, question, caption.c_str(), buttons);
+}
+
+} // namespace
+
+void pickLaserSpot(int x, int y) {
+    const int row = imageHeight - y;
+    if (!inPicture(x, row)) return;
+    if (wideView) return showInformation("The laser spot is set on the live picture");
+    if (askAtPoint(x, row, markRed, "Do you want to set the laser beam spot here?",
+                   BoxButtons::YesNo) == BoxAnswer::Yes) {
+        laserOffset = {x, row};
+        computeScanArea(scanArea);
+    }
+    switchLiveView(2); // the button has switched it off
+}
+
+void moveToClickedPoint(int x, int y) {
+    const int row = imageHeight - y;
+    if (!inPicture(x, row)) return;
     const BoxAnswer answer =
-        showMessageBox(mainWindow,
-                       "If you want to move this position, \n to center -> press \"YES\", or\n to "
-                       "laser spot -> press \"NO\".",
-                       caption.c_str(), BoxButtons::YesNoCancel);
+        askAtPoint(x, row, markGreen,
+                   "If you want to move this position, \n to center -> press \"YES\", or\n to "
+                   "laser spot -> press \"NO\".",
+                   BoxButtons::YesNoCancel);
     if (answer == BoxAnswer::None || !mainWindow) return; // nobody answered
     double dx = x;
     double dy = row;

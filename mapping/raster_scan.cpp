@@ -16,7 +16,6 @@
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
-#include "platform/truncate.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
@@ -63,11 +62,13 @@ void showScanProgress(int count) {
 }
 
 void markScanPoint(const WindowContext& view, int row, int column) {
-    markPoint(view.context,
-              truncated(static_cast<double>(static_cast<float>(scanArea.rectLeft) +
-                                            static_cast<float>(column) * scanArea.stepPx)),
-              truncated(static_cast<double>(static_cast<float>(scanArea.rectBottom) -
-                                            static_cast<float>(row + 1) * scanArea.stepPx)));
+    const PixelPoint point =
+        onPresentView(scanArea,
+                      static_cast<double>(static_cast<float>(scanArea.rectLeft) +
+                                          static_cast<float>(column) * scanArea.stepPx),
+                      static_cast<double>(static_cast<float>(scanArea.rectBottom) -
+                                          static_cast<float>(row + 1) * scanArea.stepPx));
+    markPoint(view.context, point.x, point.y);
 }
 
 // One row from left to right; false when a stop was asked for.

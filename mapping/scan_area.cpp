@@ -1,7 +1,7 @@
 // Computes the scan's geometry.
 #include "mapping/scan_area.h"
 
-#include "camera/picture.h"
+#include "camera/display.h"
 #include "camera/spot.h"
 #include "platform/truncate.h"
 
@@ -26,6 +26,12 @@ int32_t pointsAlong(int32_t from, int32_t to, float stepPx) {
 }
 
 } // namespace
+
+PixelPoint onPresentView(const ScanArea& area, double x, double y) {
+    const double scale = double{1} * area.viewScale / (wideView ? wideFactor : 1);
+    return {truncated(area.imageRefX + (x - area.imageRefX) * scale),
+            truncated(area.imageRefY + (y - area.imageRefY) * scale)};
+}
 
 int32_t computeScanArea(ScanArea& area) {
     const double step = area.scanStep >= scanStepLowest ? area.scanStep : scanStepLowest;

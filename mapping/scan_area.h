@@ -1,6 +1,8 @@
 // The scan's geometry: from the rectangle drawn on the picture to a grid of stage positions.
 #pragma once
 
+#include "platform/surface.h"
+
 #include <cstdint>
 
 // Scan steps that the operator can set, um.
@@ -15,7 +17,7 @@ struct ScanArea {
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
     int32_t totalPoints = 1;
-    int32_t viewScale = 1; // 1, or 3 in the wide view
+    int32_t viewScale = 1; // of the view that the rectangle was drawn on: 1, or 3 for the wide view
     int32_t mapWidthPx = 0, mapHeightPx = 0;
     float stepPx = 0.0f;                         // the step in picture pixels
     double imageRefX = 616.0, imageRefY = 514.0; // the picture's centre, pixels
@@ -32,6 +34,9 @@ extern ScanArea scanArea;
 
 // 1 when a scan also samples the spot's colour at every point.
 extern int32_t confocalEnabled;
+
+// A pixel of the view that the rectangle was drawn on, as a pixel of the view that is shown now.
+PixelPoint onPresentView(const ScanArea& area, double x, double y);
 
 // Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot.
 // Returns the estimated minutes. Steps below scanStepLowest count as scanStepLowest.

@@ -6,8 +6,10 @@
 #include "app/process.h"
 #include "app/responsive_wait.h"
 #include "app/settings_line.h"
+#include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "mapping/click_positioning.h"
@@ -39,7 +41,7 @@ constexpr int largestClickPx = 10; // a smaller drag is a click
 
 double xyKeyStep = 100.0; // um
 int keyBusy = 0;
-int spareFlag = 0; // what check box 2111 toggles
+bool picksLaserSpot = false; // a click sets the laser spot; what item 2111 toggles
 bool dragging = false;
 bool scanAreaShown = false;
 
@@ -72,7 +74,7 @@ void readPositions() {
 
 void reconnectStages() {
     // A new zero in the middle of a process would send its next move to another place.
-    if (processRunning) return;
+    if (processUnderWay()) return;
     stopAllStages();
     closeAllStages();
     if (openStages(axisOrder, motorSpeed))
@@ -96,6 +98,20 @@ void showSampleView() {
     setLaserLevel(0);
     controlCamera(cameraState, cameraAutomatic);
     switchLiveView(1);
+}
+
+void focusLaser() {
+    checkRadio(idLaserView, idSampleView, idLaserView);
+    const bool laserWasOn = laserIsOn();
+    setLaserLevel(1);
+    setLaserOutput(0);
+    // After a stop nobody watches over the light that the search has switched on.
+    if (!autoFocus(focusState) && !laserWasOn) setLaserLevel(0);
+}
+
+void makeWideView() {
+    switchLiveView(0);
+    wideViewImaging();
 }
 
 void setCameraAutomatic() {
@@ -160,8 +176,14 @@ void runCommand(int id) {
     case idIlluminationOff:
         setLaserOutput(id == idIlluminationOn ? 1 : 0);
         return;
-    case idSpareCheck:
-        spareFlag = toggleCheckMark(idSpareCheck) ? 1 : 0;
+    case idWideView:
+        runProcess(makeWideView, nullptr);
+        return;
+    case idFocus:
+        runProcess(focusLaser, nullptr);
+        return;
+    case idPickLaserSpot:
+        picksLaserSpot = toggleCheckMark(idPickLaserSpot);
         return;
     case idLiveOn:
         return switchLiveView(1);
@@ -228,6 +250,13 @@ bool inPicture(int x, int y) {
     return x >= 0 && x <= imageWidth && y >= 0 && y <= imageHeight;
 }
 
+void redrawPicture() {
+    if (wideView)
+        drawWideView();
+    else
+        drawCameraFrame(cameraImage.pixels.get(), 0);
+}
+
 void invertDrag() {
     const WindowContext view(mainWindow);
     if (!view.context) return;
@@ -239,7 +268,7 @@ void invertDrag() {
 // The button went up where this window did not hear of it: no selection, no click.
 void endLostDrag() {
     dragging = false;
-    drawCameraFrame(cameraImage.pixels.get(), 0);
+    redrawPicture();
 }
 
 bool areaConfirmed(int widthPx, int heightPx) {
@@ -252,6 +281,7 @@ bool areaConfirmed(int widthPx, int heightPx) {
 
 void selectScanArea() {
     const PictureRectangle& drag = drawnRectangle;
+    scanArea.viewScale = wideView ? wideFactor : 1;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;
     scanArea.rectX2 = drag.x2;
@@ -325,7 +355,7 @@ void onLeftButtonDown(int x, int y) {
     resetIdle();
     switchLiveView(0);
     // A process keeps the scan area that it works on.
-    if (!inPicture(x, y) || dragging || processRunning) return;
+    if (!inPicture(x, y) || dragging || processUnderWay()) return;
     drawCircleMark(mainWindow, x, y, 2, markRed);
     drawnRectangle = {x, y, x, y};
     dragging = true;
@@ -335,19 +365,22 @@ void onLeftButtonDown(int x, int y) {
 void onLeftButtonUp(int x, int y) {
     if (!dragging) return;
     dragging = false;
+    if (processUnderWay()) return redrawPicture(); // started while the button was held
     const int width = std::abs(drawnRectangle.x1 - drawnRectangle.x2);
     const int height = std::abs(drawnRectangle.y1 - drawnRectangle.y2);
     if (std::max(width, height) > largestClickPx) {
-        const bool selected = areaConfirmed(width, height) && !processRunning;
-        drawCameraFrame(cameraImage.pixels.get(), 0); // erases the dragged rectangle
+        const bool selected = areaConfirmed(width, height) && !processUnderWay();
+        redrawPicture(); // erases the dragged rectangle
         if (selected) selectScanArea();
-    } else if (!processRunning) {
+    } else if (picksLaserSpot) {
+        pickLaserSpot(x, y);
+    } else {
         moveToClickedPoint(x, y);
     }
 }
 
 void onPaint() {
-    drawCameraFrame(cameraImage.pixels.get(), 0);
+    redrawPicture();
     if (scanAreaShown) showScanArea();
     if (dragging) invertDrag();
 }
@@ -356,8 +389,9 @@ void showScanArea() {
     scanAreaShown = true;
     const WindowContext view(mainWindow);
     if (!view.context) return;
-    drawRectangle(view.context, scanArea.rectX1, scanArea.rectY1, scanArea.rectX2, scanArea.rectY2,
-                  markGreen);
+    const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
+    const PixelPoint to = onPresentView(scanArea, scanArea.rectX2, scanArea.rectY2);
+    drawRectangle(view.context, from.x, from.y, to.x, to.y, markGreen);
 }
 
 void forgetShownScanArea() {
@@ -383,6 +417,7 @@ void refreshPositions() {
 }
 
 void fillControlColumn() {
+    picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, unitLabel());

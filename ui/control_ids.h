@@ -26,7 +26,7 @@ enum ControlId : int {
     idIlluminationOn = 2105,
     idIlluminationOff = 2106,
     idWideView = 2110,
-    idSpareCheck = 2111,
+    idPickLaserSpot = 2111,
     idLiveOn = 2112,
     idLiveOff = 2113,
     idGain = 2114,

@@ -1,4 +1,5 @@
 // What Enter does in the edits of the control column: parse, clamp, apply, write back.
+#include "app/process.h"
 #include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "instruments/laser_link.h"
@@ -78,7 +79,7 @@ void showCameraSettings() {
 
 void enterScanStep() {
     // A running process keeps the grid that its maps are made for.
-    if (processRunning) return showScanSettings();
+    if (processUnderWay()) return showScanSettings();
     const double typed = typedNumber(Field::ScanStep).value_or(0.0f);
     scanArea.scanStep = std::clamp(typed, scanStepLowest, scanStepHighest);
     showScanSettings();

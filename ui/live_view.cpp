@@ -5,6 +5,7 @@
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/spot.h"
+#include "camera/wide_view.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
 #include "platform/text_format.h"
@@ -61,6 +62,7 @@ void connectCamera() {
 }
 
 void grabAndDraw() {
+    leaveWideView(); // what is on the screen decides what a click means
     grabFrames(cameraState, 1);
     drawCameraFrame(cameraImage.pixels.get(), 0);
     forgetShownScanArea();
@@ -72,13 +74,18 @@ void switchLiveView(int mode) {
     else if (mode != 7)
         liveBefore = live;
     if (mode == 1) {
+        leaveWideView();
         if (cameraWantsConnecting()) connectCamera();
         computeScanArea(scanArea);
         liveViewTimerOn();
         return;
     }
     liveViewTimerOff();
-    if (mode == 7) grabAndDraw();
+    if (mode != 7) return;
+    if (wideView)
+        drawWideView();
+    else
+        grabAndDraw();
 }
 
 void resetIdle() {

@@ -7,9 +7,11 @@ constexpr unsigned liveViewPeriodMs = 100;
 void liveViewTimerOn();
 void liveViewTimerOff();
 
-// mode 1: connect the camera where it is not, compute the scan geometry, timer on.
+// mode 1: leave the wide view, connect the camera where it is not, compute the scan geometry, timer
+// on.
 // mode 0: timer off. mode 2: back to the state before the last mode 0 or 1.
-// mode 7: timer off and one fresh frame on the screen, on which the scan area is judged.
+// mode 7: timer off and one fresh frame on the screen, or the wide view, on which the scan area is
+// judged.
 void switchLiveView(int mode);
 
 bool liveViewIsOn();
@@ -18,7 +20,7 @@ bool liveViewIsOn();
 // for the camera's own status text.
 void connectCamera();
 
-// Grabs one frame and draws it.
+// Grabs one frame and draws it in place of whatever the window shows.
 void grabAndDraw();
 
 // One tick of timer 1: counts the idle time, switches the light sources and the camera off after

@@ -143,8 +143,10 @@ void checkRadio(int first, int last, int checked) {
 
 bool toggleCheckMark(int id) {
     if (!mainWindow) return false;
-    bool checked = IsDlgButtonChecked(native(mainWindow), id) != BST_CHECKED;
-    CheckDlgButton(native(mainWindow), id, checked ? BST_CHECKED : BST_UNCHECKED);
+    HMENU menu = GetMenu(native(mainWindow));
+    const UINT item = static_cast<UINT>(id);
+    bool checked = (GetMenuState(menu, item, MF_BYCOMMAND) & MF_CHECKED) == 0;
+    CheckMenuItem(menu, item, MF_BYCOMMAND | (checked ? MF_CHECKED : MF_UNCHECKED));
     return checked;
 }
 

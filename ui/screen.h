@@ -46,7 +46,7 @@ inline void showProgress(const char* text) {
 // Checks one button of the main window's group first..last and unchecks the others.
 void checkRadio(int first, int last, int checked);
 
-// Toggles the check mark of the main window's button `id`; returns whether it is now checked.
+// Toggles the check mark of the menu item `id`; returns whether it is now checked.
 bool toggleCheckMark(int id);
 
 void focusMainWindow();

@@ -87,13 +87,25 @@ bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
     return BitBlt(native(to), 0, 0, width, height, native(from), 0, 0, SRCCOPY) != 0;
 }
 
-bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
-                 int fromHeight) {
-    int previousMode = SetStretchBltMode(native(to), COLORONCOLOR); // cells keep sharp edges
-    BOOL copied = StretchBlt(native(to), 0, 0, toWidth, toHeight, native(from), 0, 0, fromWidth,
+static bool stretch(int mode, ContextHandle to, int x, int y, int toWidth, int toHeight,
+                    ContextHandle from, int fromWidth, int fromHeight) {
+    int previousMode = SetStretchBltMode(native(to), mode);
+    SetBrushOrgEx(native(to), 0, 0, nullptr); // which halftones start from
+    BOOL copied = StretchBlt(native(to), x, y, toWidth, toHeight, native(from), 0, 0, fromWidth,
                              fromHeight, SRCCOPY);
     SetStretchBltMode(native(to), previousMode);
     return copied != 0;
+}
+
+bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
+                 int fromHeight) {
+    // Cells keep sharp edges.
+    return stretch(COLORONCOLOR, to, 0, 0, toWidth, toHeight, from, fromWidth, fromHeight);
+}
+
+bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,
+                int fromWidth, int fromHeight) {
+    return stretch(HALFTONE, to, x, y, toWidth, toHeight, from, fromWidth, fromHeight);
 }
 
 // Selects the system's own pen and brush in the wanted colours, which nobody has to delete, and

@@ -150,6 +150,20 @@ bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from
     return copyScaled(to, toWidth, toHeight, from, fromWidth, fromHeight);
 }
 
+bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,
+                int fromWidth, int fromHeight) {
+    if (!to || !from || failsNow(Drawing::StretchArea)) return false;
+    for (int row = 0; row < toHeight; row++) {
+        for (int column = 0; column < toWidth; column++) {
+            const int fromX = (2 * column + 1) * fromWidth / (2 * toWidth); // the middle one
+            const int fromY = (2 * row + 1) * fromHeight / (2 * toHeight);
+            if (const uint32_t* source = pixelAt(*from->target, fromX, fromY))
+                plot(to, x + column, y + row, *source);
+        }
+    }
+    return true;
+}
+
 void setPixel(ContextHandle context, int x, int y, Colour colour) {
     plot(context, x, y, pixelOf(colour));
 }

@@ -3,9 +3,10 @@
 
 #include "app/data_folders.h"
 #include "app/responsive_wait.h"
+#include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
-#include "camera/spot.h"
+#include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
@@ -45,6 +46,8 @@ void resetProgram() {
     std::memset(cameraImage.pixels.get(), 0, cameraImage.byteCount);
     laserOffset = {};
     cameraImageCounter = windowImageCounter = 0;
+    releaseWideView();
+    focusState = {};
     wideView = 0;
     wideFactor = 1;
     drawnRectangle = {};

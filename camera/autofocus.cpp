@@ -1,0 +1,264 @@
+// Searches the laser's focus.
+#include "camera/autofocus.h"
+
+#include "app/responsive_wait.h"
+#include "app/stopwatch.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "instruments/laser_link.h"
+#include "motion/stage.h"
+#include "platform/text_format.h"
+#include "ui/commands.h"
+#include "ui/live_view.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+FocusState focusState;
+
+namespace {
+
+struct SweepLevel {
+    float startOffsetUm; // above the present place
+    int32_t steps;       // at most
+    int32_t stepUm;      // down
+    float cutOff;        // a peak is higher
+};
+
+constexpr SweepLevel levels[] = {
+    {2000.0f, 1000, 25, 0.0025f}, {1000.0f, 200, 20, 0.005f}, {300.0f, 150, 10, 0.01f},
+    {100.0f, 100, 5, 0.025f},     {25.0f, 60, 3, 0.05f},      {10.0f, 40, 2, 0.1f},
+    {5.0f, 30, 1, 0.2f},
+};
+constexpr int32_t highestLevel = 6;
+
+constexpr float focusedFactor = 0.2f; // from here on the focus counts as reached
+
+constexpr int32_t halfSide = 100; // picture pixels: -100 .. 99 around the spot
+constexpr size_t side = 2 * halfSide;
+
+// Squares of the distances in the measuring square, column by column; the centre counts as 1.
+std::array<double, side * side> squaredDistances() {
+    std::array<double, side * side> weights;
+    for (size_t i = 0; i < weights.size(); ++i) {
+        const double dx = static_cast<double>(i / side) - halfSide;
+        const double dy = static_cast<double>(i % side) - halfSide;
+        weights[i] = std::max(dx * dx + dy * dy, 1.0);
+    }
+    return weights;
+}
+
+struct ChannelSums {
+    double blue = 0.0, green = 0.0, red = 0.0;
+};
+
+// Columns from left to right, each from the bottom up: the sums depend on the order. Pixels beyond
+// the picture count as those at its edge.
+ChannelSums weightedSums(const uint8_t* pixels, PicturePoint centre) {
+    static const std::array<double, side* side> weights = squaredDistances();
+    const auto clamped = [](int64_t value, int32_t count) {
+        return static_cast<size_t>(std::clamp<int64_t>(value, 0, count - 1));
+    };
+    std::array<size_t, side> rowOffsets;
+    for (size_t row = 0; row < side; ++row)
+        rowOffsets[row] =
+            clamped(int64_t{centre.y} - halfSide + static_cast<int64_t>(row), imageHeight) *
+            static_cast<size_t>(imageWidth) * 4;
+    ChannelSums sums;
+    const double* weight = weights.data();
+    for (size_t column = 0; column < side; ++column) {
+        const uint8_t* top =
+            pixels +
+            4 * clamped(int64_t{centre.x} - halfSide + static_cast<int64_t>(column), imageWidth);
+        for (const size_t offset : rowOffsets) {
+            const uint8_t* pixel = top + offset;
+            sums.blue += pixel[0] / *weight;
+            sums.green += pixel[1] / *weight;
+            sums.red += pixel[2] / *weight;
+            ++weight;
+        }
+    }
+    return sums;
+}
+
+void showSweep(const FocusState& state) {
+    showInformation(state.text);
+}
+
+// What one sweep has seen.
+struct FocusCurve {
+    explicit FocusCurve(size_t steps) : factor(steps), positionUm(steps) {}
+
+    std::vector<float> factor;
+    std::vector<double> positionUm;
+    size_t peak = 0; // index of the highest
+    float highest = 0.0f, lowest = 0.0f;
+    bool clearPeak = false;
+
+    void add(size_t i, float value) {
+        factor[i] = value;
+        if (i == 0) highest = lowest = value;
+        if (value > highest) {
+            highest = value;
+            peak = i;
+        }
+        lowest = std::min(lowest, value);
+    }
+
+    // True when the peak lies behind and stands out of the curve's noise.
+    bool peakPassed(size_t i, float cutOff) {
+        const float noise = meanStepChange(factor.data(), static_cast<uint32_t>(i));
+        if (highest > cutOff) clearPeak = highest > lowest + 2 * noise;
+        return clearPeak && factor[i] < highest - 2 * noise && i > peak + 5;
+    }
+};
+
+enum class SweepEnd { Finished, Stopped };
+
+SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, FocusCurve& curve) {
+    for (size_t i = 0; i < curve.factor.size(); ++i) {
+        curve.positionUm[i] = readPosition(stageZ);
+        const double lowestUm = -1.5 * static_cast<double>(sweep.startOffsetUm);
+        if (curve.positionUm[i] - startUm < lowestUm) break;
+        grabAndDraw();
+        curve.add(i, focusFactor(state));
+        if (i >= 2 && curve.peakPassed(i, sweep.cutOff)) {
+            state.found = 1;
+            break;
+        }
+        // The cut-off shows as 0 at every level, and is meant to.
+        std::snprintf(state.text, sizeof state.text, "[%d-%d] Z=%.0f f=%.3f cutoff=%.0f",
+                      state.level, static_cast<int>(i), curve.positionUm[i],
+                      static_cast<double>(curve.factor[i]), static_cast<double>(sweep.cutOff));
+        showSweep(state);
+        refreshPositions();
+        if (stopRequested) return SweepEnd::Stopped;
+        showInformation(formatted("z=%.0f, Fmax=%.3f", curve.positionUm[curve.peak],
+                                  static_cast<double>(curve.highest))
+                            .c_str());
+        moveBy(stageZ, -sweep.stepUm);
+    }
+    return SweepEnd::Finished;
+}
+
+// Up to the sweep's start, with the backlash taken up downwards.
+SweepEnd goToStart(const SweepLevel& sweep, double& startUm) {
+    grabAndDraw();
+    moveBy(stageZ, 1.0);
+    moveBy(stageZ, -1.0);
+    startUm = stageZ.positionUm;
+    refreshPositions();
+    waitResponsive(10);
+    if (waitResponsive(100) == waitStopped || stopRequested) return SweepEnd::Stopped;
+    moveTo(stageZ, stageZ.positionUm + static_cast<double>(sweep.startOffsetUm));
+    if (stopRequested || waitResponsive(100) == waitStopped) return SweepEnd::Stopped;
+    refreshPositions();
+    intervalElapsed(true, 0);
+    return stopRequested ? SweepEnd::Stopped : SweepEnd::Finished;
+}
+
+void goToPeak(FocusState& state, const FocusCurve& curve) {
+    stopStage(stageZ);
+    setSpeed(stageZ, focusSpeed);
+    if (curve.clearPeak) moveTo(stageZ, curve.positionUm[curve.peak]);
+    const std::string lastLine = state.text;
+    std::snprintf(state.text, sizeof state.text,
+                  state.found ? "%s Focusing completed" : "%s No peak found", lastLine.c_str());
+    showSweep(state);
+}
+
+void darken() {
+    setLaserOutput(0);
+    switchLiveView(0);
+}
+
+} // namespace
+
+float focusFactor(FocusState& state) {
+    state.blueCentre = state.redCentre = state.greenCentre = laserOffset;
+    state.pixelCount = static_cast<int32_t>(side * side);
+    ChannelSums sums;
+    if (cameraImage.pixels) sums = weightedSums(cameraImage.pixels.get(), laserOffset);
+    const auto mean = [&](double sum) { return static_cast<float>(sum / state.pixelCount); };
+    state.blueMean = mean(sums.blue);
+    state.redMean = mean(sums.red);
+    state.greenMean = mean(sums.green);
+    const float factor = state.blueMean + state.redMean + state.greenMean;
+    showInformation(formatted("focus factor=%.3f", static_cast<double>(factor)).c_str());
+    return factor;
+}
+
+float focusLevel(FocusState& state) {
+    constexpr float limits[] = {0.0001f, 0.001f, 0.05f, 0.1f, 0.2f, 0.3f};
+    const float factor = focusFactor(state);
+    float level = 0.0f;
+    for (const float limit : limits)
+        if (factor >= limit) level += 1.0f;
+    return level;
+}
+
+float meanStepChange(const float* f, uint32_t n) {
+    if (n < 2) return 0.0f;
+    float sum = 0.0f;
+    for (uint32_t k = 1; k < n; ++k) sum += std::fabs(f[k] - f[k - 1]);
+    return sum / static_cast<float>(n - 1);
+}
+
+int focusSweep(FocusState& state) {
+    const int32_t level = state.level;
+    const SweepLevel& sweep = levels[std::clamp(level, 0, highestLevel)];
+    FocusCurve curve(static_cast<size_t>(sweep.steps));
+    state.found = 0;
+    processRunning = 1;
+    darken();
+    showInformation("Focusing has started");
+    double startUm = 0.0;
+    if (goToStart(sweep, startUm) == SweepEnd::Finished &&
+        stepDown(state, sweep, startUm, curve) == SweepEnd::Finished)
+        goToPeak(state, curve);
+
+    processRunning = 0;
+    grabAndDraw();
+    drawCircleMark(mainWindow, laserOffset.x, imageHeight - laserOffset.y, 5, markRed);
+    refreshPositions();
+    state.level = static_cast<int32_t>(focusLevel(state));
+    if (state.level <= level) state.found = 0;
+    return state.found;
+}
+
+int autoFocus(FocusState& state) {
+    const bool wasLive = liveViewIsOn();
+    const bool wasIlluminated = illuminationIsOn();
+    stopRequested = 0;
+    darken();
+    for (int i = 0; i < 2; ++i) {
+        waitResponsive(100);
+        controlCamera(cameraState, cameraManual);
+        grabAndDraw();
+    }
+    state.level = static_cast<int32_t>(focusLevel(state));
+    bool again = true;
+    while (again) {
+        again = focusSweep(state) && state.level < highestLevel;
+        if (!stopRequested) continue;
+        std::snprintf(state.text, sizeof state.text, "Focusing aborted");
+        showProgress(state.text);
+        refreshPositions();
+        return 0;
+    }
+    setSpeed(stageZ, focusSpeed);
+    moveBy(stageZ, 1.0);
+    waitResponsive(50);
+    moveBy(stageZ, -1.0);
+    // Every sweep has switched both off: what was before the first one counts.
+    setLaserOutput(wasIlluminated ? 1 : 0);
+    switchLiveView(wasLive ? 1 : 0);
+    const bool reached = focusFactor(state) >= focusedFactor;
+    showProgress(reached ? "Focusing Completed!" : "Focusing incompleted!");
+    refreshPositions();
+    return 1;
+}

@@ -1,0 +1,123 @@
+// Makes the wide view and keeps it, so that it survives what covers the window.
+#include "camera/wide_view.h"
+
+#include "app/responsive_wait.h"
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "motion/stage.h"
+#include "platform/surface_owners.h"
+#include "ui/commands.h"
+#include "ui/screen.h"
+
+namespace {
+
+constexpr int tilesAcross = 3;
+constexpr double columnStepUm = 180.0; // the field's width
+constexpr double rowStepUm = 150.0;    // about its height
+constexpr Colour unseen = 0;
+
+MemoryBitmap mosaic;
+
+// From the edge of one tile to that of the next, so that tiles meet also where the picture's size
+// is no multiple of their number.
+int edge(int tile, int size, int factor) {
+    return tile * size / factor;
+}
+
+bool shrinkIntoTile(ContextHandle target, const MemoryBitmap& picture, int column, int row,
+                    int factor) {
+    const int left = edge(column, imageWidth, factor);
+    const int top = imageHeight - edge(row + 1, imageHeight, factor);
+    const int width = edge(column + 1, imageWidth, factor) - left;
+    const int height = imageHeight - edge(row, imageHeight, factor) - top;
+    return target &&
+           shrinkArea(target, left, top, width, height, picture.context, imageWidth, imageHeight);
+}
+
+void clearMosaic() {
+    const WindowContext window(mainWindow);
+    mosaic.release();
+    mosaic.context = makeMemoryContext(window.context);
+    mosaic.bitmap = makeBitmap(window.context, imageWidth, imageHeight);
+    if (!mosaic.context || !mosaic.bitmap || !mosaic.select()) mosaic.release();
+    for (const ContextHandle target : {mosaic.context, window.context})
+        if (target) fillArea(target, imageWidth, imageHeight, unseen);
+}
+
+struct Centre {
+    double x, y; // um
+};
+
+bool goToField(Centre centre, int column, int row) {
+    return moveXYTo(centre.x + columnStepUm * column, centre.y - rowStepUm * row, motorSpeed);
+}
+
+// One field; row -1 is the upper one. False when a stop was asked for.
+bool takeField(Centre centre, int column, int row, bool settle) {
+    const bool there = goToField(centre, column, row);
+    if (settle) waitResponsive(200);
+    grabFrames(cameraState, 1);
+    if (there)
+        drawWideTile(mainWindow, cameraImage.pixels.get(), column + 1, 1 - row, wideFactor);
+    else
+        showProgress("Motor range limited");
+    refreshPositions();
+    waitResponsive(1);
+    return !stopRequested;
+}
+
+void takeFields(Centre centre) {
+    for (int row = -1; row <= 1; ++row) {
+        // The middle row runs back, and without the time to settle, and that is meant.
+        const int direction = row == 0 ? -1 : 1;
+        for (int i = -1; i <= 1; ++i)
+            if (!takeField(centre, direction * i, row, row != 0)) return;
+    }
+}
+
+} // namespace
+
+int drawWideTile(WindowHandle window, const uint8_t* pixels, int column, int row, int factor) {
+    const WindowContext target(window);
+    MemoryBitmap picture;
+    if (!target.context || !pixels || !makeCameraPicture(target.context, pixels, picture) ||
+        !picture.select())
+        return 0;
+    shrinkIntoTile(mosaic.context, picture, column, row, factor);
+    return shrinkIntoTile(target.context, picture, column, row, factor) ? 1 : 0;
+}
+
+int wideViewImaging() {
+    const Centre centre{stageX.positionUm, stageY.positionUm};
+    showInformation("Wide view imaging");
+    stopRequested = 0;
+    processRunning = 1;
+    wideView = 1;
+    wideFactor = tilesAcross;
+    clearMosaic();
+    goToField(centre, -1, -1);
+    waitResponsive(200);
+    if (!stopRequested) takeFields(centre);
+    wideView = 1; // a key that moved the stage meanwhile has shown the camera's picture
+    drawWideView();
+    moveXYTo(centre.x, centre.y, motorSpeed);
+    refreshPositions();
+    waitResponsive(10);
+    processRunning = 0;
+    return 1;
+}
+
+void drawWideView() {
+    const WindowContext window(mainWindow);
+    if (!window.context || !mosaic.context) return;
+    copyArea(window.context, imageWidth, imageHeight, mosaic.context);
+    drawScaleBar(window.context, imageWidth, imageHeight);
+}
+
+void leaveWideView() {
+    wideView = 0;
+}
+
+void releaseWideView() {
+    mosaic.release();
+}
