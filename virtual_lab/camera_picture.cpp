@@ -1,4 +1,5 @@
 // What the camera's sensor sees: the sample in the illumination, the laser spot on it, noise.
+#include "virtual_lab/defocus.h"
 #include "virtual_lab/lab_state.h"
 
 #include <algorithm>
@@ -57,23 +58,34 @@ static const Tile& tileAt(int tileX, int tileY) {
     return *tiles[index];
 }
 
-// A row of noise starts anywhere in this tile: 0, 1 or 2, which stands for -1, 0, +1.
+// A row of noise starts anywhere in these tiles.
 constexpr size_t noiseStarts = 16384;
-static const uint8_t* noiseTile() {
-    static const auto tile = [] {
-        std::array<uint8_t, noiseStarts + labRawWidth> values;
+struct Noise {
+    std::array<uint8_t, noiseStarts + labRawWidth> lit;    // 0, 1 or 2, which stands for -1, 0, +1
+    std::array<uint8_t, noiseStarts + labRawWidth> dark;   // 1 in one of 64 pixels, else 0
+    std::array<float, noiseStarts + labRawWidth> fraction; // of a grey level
+};
+static const Noise& noise() {
+    static const Noise tiles = [] {
+        Noise made;
         std::minstd_rand random(1);
-        for (uint8_t& value : values) value = static_cast<uint8_t>(random() / 7 % 3);
-        return values;
+        for (uint8_t& value : made.lit) value = static_cast<uint8_t>(random() / 7 % 3);
+        for (uint8_t& value : made.dark) value = random() / 7 % 64 == 0;
+        for (float& value : made.fraction) value = static_cast<float>(random() % 65536) / 65536;
+        return made;
     }();
-    return tile.data();
+    return tiles;
 }
 
-// The same for the same seed, frame and row.
-static const uint8_t* noiseRow(int row) {
+// Where in the tiles a raw row starts: the same for the same seed, frame and row.
+static size_t noiseStart(int row) {
     uint64_t hash = (lab.seed * 31 + lab.camera.frameNumber) * 0x9E3779B97F4A7C15u;
     hash = (hash ^ (hash >> 29)) * 0xBF58476D1CE4E5B9u + static_cast<uint64_t>(row) * 2654435761u;
-    return noiseTile() + (hash >> 13) % noiseStarts;
+    return (hash >> 13) % noiseStarts;
+}
+
+static const uint8_t* litNoise(int row) {
+    return noise().lit.data() + noiseStart(row);
 }
 
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
@@ -91,17 +103,13 @@ brighten(uint8_t* __restrict out, const uint8_t* __restrict reflectance,
     }
 }
 
-static void drawIlluminated(uint8_t* raw, double brightness) {
-    auto scale =
-        static_cast<uint16_t>(std::clamp(illuminationLevel * brightness / 255 * 256, 0.0, 65535.0));
-    int left = static_cast<int>(std::lround(labStageUm(labX) / labUmPerPixel)) - labCentreColumn;
-    int bottom = static_cast<int>(std::lround(labStageUm(labY) / labUmPerPixel)) - labCentreRow;
+static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
     for (int row = 0; row < pictureHeight; ++row) { // from the bottom
         int tileY = floorDivide(bottom + row, tileSide);
         int inTileY = bottom + row - tileY * tileSide;
         int rawRow = labRawHeight - 2 - 2 * row;
         uint8_t* out = raw + static_cast<size_t>(rawRow) * labRawWidth;
-        const uint8_t* noise[2] = {noiseRow(rawRow), noiseRow(rawRow + 1)};
+        const uint8_t* noise[2] = {litNoise(rawRow), litNoise(rawRow + 1)};
         for (int column = 0; column < pictureWidth;) {
             int tileX = floorDivide(left + column, tileSide);
             int inTileX = left + column - tileX * tileSide;
@@ -116,9 +124,54 @@ static void drawIlluminated(uint8_t* raw, double brightness) {
     }
 }
 
+static void drawDefocused(uint8_t* raw, uint16_t scale, int left, int bottom, double sigma) {
+    static DefocusedSample sample;
+    defocusSample(sample, left, bottom, sigma);
+    uint8_t lines[2][labRawWidth];
+    for (int row = 0; row < pictureHeight; ++row) {
+        int rawRow = labRawHeight - 2 - 2 * row;
+        defocusedRow(sample, row, lines[0], lines[1]);
+        for (int line : {0, 1})
+            brighten(raw + static_cast<size_t>(rawRow + line) * labRawWidth, lines[line],
+                     litNoise(rawRow + line), labRawWidth, scale);
+    }
+}
+
+// How far the sample's picture is blurred, picture pixels: by what the spot is wider than in focus.
+static double illuminatedSigma() {
+    double defocus = labStageUm(labZ) - surfaceHeightAt(labStageUm(labX), labStageUm(labY));
+    return spotSigmaInFocus * (spotWidening(defocus) - 1);
+}
+
+static void drawIlluminated(uint8_t* raw, double brightness) {
+    auto scale =
+        static_cast<uint16_t>(std::clamp(illuminationLevel * brightness / 255 * 256, 0.0, 65535.0));
+    int left = static_cast<int>(std::lround(labStageUm(labX) / labUmPerPixel)) - labCentreColumn;
+    int bottom = static_cast<int>(std::lround(labStageUm(labY) / labUmPerPixel)) - labCentreRow;
+    double sigma = illuminatedSigma();
+    if (sigma >= 1)
+        drawDefocused(raw, scale, left, bottom, sigma);
+    else
+        drawSharp(raw, scale, left, bottom);
+}
+
 static void drawDark(uint8_t* raw) {
     for (int row = 0; row < labRawHeight; ++row)
-        std::memcpy(raw + static_cast<size_t>(row) * labRawWidth, noiseRow(row), labRawWidth);
+        std::memcpy(raw + static_cast<size_t>(row) * labRawWidth,
+                    noise().dark.data() + noiseStart(row), labRawWidth);
+}
+
+// A fraction of a grey level shows in as many of the pixels, so that their mean is the light.
+__attribute__((no_sanitize("address", "undefined"))) static void
+addLight(uint8_t* __restrict out, const float* __restrict profile, float peak,
+         const float* __restrict fraction, const uint8_t* __restrict lit, int count) {
+    constexpr float overflow = 300;
+    for (int i = 0; i < count; ++i) {
+        float light = profile[i] * peak;
+        int level = static_cast<int>((light < overflow ? light : overflow) + fraction[i]);
+        int sum = out[i] + level + (light < 1 ? 0 : lit[i] - 1);
+        out[i] = static_cast<uint8_t>(sum < 255 ? sum : 255);
+    }
 }
 
 static void addSpot(uint8_t* raw, double brightness) {
@@ -126,9 +179,10 @@ static void addSpot(uint8_t* raw, double brightness) {
     double widening = spotWidening(labStageUm(labZ) - surfaceHeightAt(place.x, place.y));
     double sigma = spotSigmaInFocus * widening;
     double peak = laserLevelAtReference * lab.board.laserPwm / referencePwm * brightness /
-                  (widening * widening); // the same light on a larger area
-    if (peak < 0.5) return;
-    double radius = sigma * std::sqrt(2 * std::log(peak / 0.5) + 1e-9);
+                  (widening * widening);   // the same light on a larger area
+    constexpr double faintest = 1.0 / 256; // nothing is drawn of what is less
+    if (peak <= faintest) return;
+    double radius = sigma * std::sqrt(2 * std::log(peak / faintest));
 
     auto reach = [&](int centre, int end) {
         return std::pair(std::max(0, static_cast<int>(centre - radius)),
@@ -139,24 +193,23 @@ static void addSpot(uint8_t* raw, double brightness) {
     auto profile = [&](int distance) {
         return std::exp(-distance * distance / (2 * sigma * sigma));
     };
-    std::array<double, pictureWidth> across;
-    for (int column = left; column <= right; ++column)
-        across[static_cast<size_t>(column)] = profile(column - labSpotPixel().column);
-
     Rgb colour = textureAt(place.x, place.y);
+    std::array<float, labRawWidth> across[2]; // of the two raw lines of a row
+    for (int column = left; column <= right; ++column) {
+        size_t at = 2 * static_cast<size_t>(column);
+        double part = profile(column - labSpotPixel().column);
+        across[0][at] = static_cast<float>(part * colour.red);
+        across[0][at + 1] = across[1][at] = static_cast<float>(part * colour.green);
+        across[1][at + 1] = static_cast<float>(part * colour.blue);
+    }
     for (int row = bottom; row <= top; ++row) {
-        double rowPeak = peak * profile(row - labSpotPixel().row);
-        uint8_t* upper = raw + static_cast<size_t>(labRawHeight - 2 - 2 * row) * labRawWidth;
-        uint8_t* lower = upper + labRawWidth;
-        auto add = [](uint8_t& pixel, double light) {
-            pixel = static_cast<uint8_t>(std::min(255, pixel + static_cast<int>(light + 0.5)));
-        };
-        for (int column = left; column <= right; ++column) {
-            double light = std::min(1000.0, rowPeak * across[static_cast<size_t>(column)]);
-            add(upper[2 * column], light * colour.red);
-            add(upper[2 * column + 1], light * colour.green);
-            add(lower[2 * column], light * colour.green);
-            add(lower[2 * column + 1], light * colour.blue);
+        auto rowPeak = static_cast<float>(peak * profile(row - labSpotPixel().row));
+        for (int line : {0, 1}) {
+            int rawRow = labRawHeight - 2 - 2 * row + line;
+            size_t start = noiseStart(rawRow) + 2 * static_cast<size_t>(left);
+            addLight(raw + static_cast<size_t>(rawRow) * labRawWidth + 2 * left,
+                     across[line].data() + 2 * left, rowPeak, noise().fraction.data() + start,
+                     noise().lit.data() + start, 2 * (right - left + 1));
         }
     }
 }

@@ -6,19 +6,16 @@
 
 constexpr LabPixel spotPixel = {640, 500};
 
-// Stage height over which the spot's area doubles.
-constexpr double depthOfFocusUm = 3.0;
-
 // At the strongest place, in focus, at an intensity of 4.0 V.
 constexpr double photoVoltsAtReference = 4.6;
 constexpr double referencePwm = 204;
 
 double spotWidening(double defocusUm) {
-    return std::sqrt(1 + (defocusUm / depthOfFocusUm) * (defocusUm / depthOfFocusUm));
+    return std::sqrt(1 + (defocusUm / labDepthOfFocusUm) * (defocusUm / labDepthOfFocusUm));
 }
 
 double focusFactor(double defocusUm) {
-    return 1 / (1 + (defocusUm / depthOfFocusUm) * (defocusUm / depthOfFocusUm));
+    return 1 / (1 + (defocusUm / labDepthOfFocusUm) * (defocusUm / labDepthOfFocusUm));
 }
 
 static double voltsAt(LabPoint spot, double pwm, double zUm) {

@@ -122,6 +122,67 @@ TEST_F(VirtualLab, LaserSpotHasItsPlaceItsColourAndItsFocus) {
     close_device(&z);
 }
 
+TEST_F(VirtualLab, PictureBlursOnBothSidesOfTheFocus) {
+    openCamera();
+    ask("D 6 5");
+    int z = openAxis(labZ);
+    // Steepness of the upright edges of contacts and flake, over rows enough to quiet the noise.
+    auto sharpness = [this] {
+        renderLabFrame(raw.data());
+        std::vector<double> means(labRawWidth);
+        for (size_t i = 0; i < raw.size(); ++i)
+            if (i / labRawWidth >= 900 && i / labRawWidth < 1100)
+                means[i % labRawWidth] += raw[i] / 200.0;
+        double sum = 0;
+        for (size_t i = 2; i < means.size(); ++i) sum += std::pow(means[i] - means[i - 2], 2);
+        return sum;
+    };
+    double inFocus = sharpness();
+    const std::vector<uint8_t> picture = raw;
+    for (int direction : {1, -1}) {
+        move(z, direction); // within the depth of focus
+        renderLabFrame(raw.data());
+        EXPECT_EQ(raw, picture);
+        double last = inFocus;
+        for (int steps : {2, 4, 16, 48}) {
+            move(z, direction * steps);
+            double now = sharpness();
+            EXPECT_LT(now, 0.9 * last) << labStageUm(labZ);
+            last = now;
+        }
+        move(z, -71 * direction);
+        EXPECT_NEAR(labStageUm(labZ), 0, 0.81); // back, but for the play
+    }
+    close_device(&z);
+}
+
+TEST_F(VirtualLab, SpotKeepsItsLightOutOfFocus) {
+    openCamera();
+    auto light = [this] {
+        renderLabFrame(raw.data());
+        return std::accumulate(raw.begin(), raw.end(), 0.0);
+    };
+    const double dark = light();
+    lightOn();
+    const LabPixel spot = labSpotPixel();
+    const LabPoint under = labLaserSpotSample();
+    const Rgb colour = textureAt(under.x, under.y);
+    int z = openAxis(labZ);
+    for (int steps : {0, 2, 6, 16, 56, 24}) {
+        move(z, steps);
+        double sigma =
+            6 * std::hypot(1, (labStageUm(labZ) - surfaceHeightAt(under.x, under.y)) / 3);
+        auto share = [sigma](int before, int size) { // of what falls on the sensor
+            double scale = sigma * std::sqrt(2);
+            return (std::erf((size - before - 0.5) / scale) + std::erf((before + 0.5) / scale)) / 2;
+        };
+        double expected = 210 * 2 * M_PI * 36 * (colour.red + 2 * colour.green + colour.blue) *
+                          share(spot.column, labRawWidth / 2) * share(spot.row, labRawHeight / 2);
+        EXPECT_NEAR((light() - dark) / expected, 1, 0.02) << labStageUm(labZ);
+    }
+    close_device(&z);
+}
+
 TEST_F(VirtualLab, CarriageLagsBehindTheMotorAfterATurn) {
     int x = openAxis(labX);
     status_t before{}, after{};
