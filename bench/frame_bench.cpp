@@ -1,5 +1,7 @@
-// The work of every camera frame: converting the raw frame, beside a plain copy of it and beside
-// libdc1394's conversion to half resolution.
+// The work of every camera frame: converting the raw frame, beside a plain copy of it, beside
+// libdc1394's conversion to half resolution and beside a loop over the cells; and judging its
+// focus.
+#include "camera/autofocus.h"
 #include "camera/picture.h"
 
 #include <algorithm>
@@ -69,11 +71,45 @@ void convertFrameWithLibdc1394(benchmark::State& state) {
     }
 }
 
+// The conversion as one would write it down.
+void convertFrameCellByCell(benchmark::State& state) {
+    Frames frames(state);
+    for (auto _ : state) {
+        const uint8_t* raw = frames.next();
+        uint8_t* out = cameraImage.pixels.get();
+        const int width = cameraImage.width, height = cameraImage.height;
+        for (int y = 0; y < height; y += 2) {
+            for (int x = 0; x < width; x += 2) {
+                const int from = std::min(x + y * width, (height - 2) * (width - 2));
+                const int to = std::min((height - y - 2) * width + 2 * x, height * width - 4);
+                out[to] = raw[from + width + 1];
+                out[to + 1] = static_cast<uint8_t>((raw[from + width] + raw[from + 1]) / 2);
+                out[to + 2] = raw[from];
+            }
+        }
+        benchmark::ClobberMemory();
+    }
+}
+
+// With the spot's picture new to the caches each time, as after a conversion.
+void judgeFocus(benchmark::State& state) {
+    Frames frames(state);
+    laserOffset = {640, 500};
+    for (auto _ : state) {
+        state.PauseTiming();
+        convertBayerFrame(cameraImage, frames.next(), cameraImage.pixels.get());
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(focusFactor(focusState));
+    }
+}
+
 #define FRAME_BENCHMARK(function)                                                                  \
     BENCHMARK(function)->Arg(fresh)->Arg(cached)->Repetitions(9)->ReportAggregatesOnly()
 FRAME_BENCHMARK(copyFrame);
 FRAME_BENCHMARK(convertFrame);
 FRAME_BENCHMARK(convertFrameWithLibdc1394);
+FRAME_BENCHMARK(convertFrameCellByCell);
+FRAME_BENCHMARK(judgeFocus);
 
 // Keeps the medians and says them as ratios at the end.
 class RatioReporter : public benchmark::ConsoleReporter {
@@ -96,6 +132,9 @@ public:
                         frames[2] ? "fresh frames" : "the same frame",
                         median("convertFrame") / median("copyFrame"),
                         median("convertFrameWithLibdc1394") / median("convertFrame"));
+            std::printf("%s: focusFactor / conversion cell by cell %.2f (wanted: at most 0.33)\n",
+                        frames[2] ? "fresh frames" : "the same frame",
+                        median("judgeFocus") / median("convertFrameCellByCell"));
         }
     }
 
