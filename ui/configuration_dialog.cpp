@@ -17,6 +17,14 @@ static void limitEdits() {
     }
 }
 
+// A notice is owned by the main window, and hands the focus and the mouse to it when it goes.
+static void takeBackFromMainWindow() {
+    HWND owner = native(mainWindow);
+    if (!dialog || !IsWindowVisible(dialog) || GetActiveWindow() != owner) return;
+    EnableWindow(owner, FALSE);
+    SetActiveWindow(dialog);
+}
+
 static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
     switch (message) {
     case WM_INITDIALOG:
@@ -26,6 +34,7 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
         return TRUE;
     case WM_COMMAND:
         onConfigurationCommand(LOWORD(wParam));
+        takeBackFromMainWindow();
         return TRUE;
     case WM_MOUSEACTIVATE: // a click must not bring the dialog before a notice, which it waits for
         if (!configurationIsBusy()) return FALSE;
