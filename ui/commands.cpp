@@ -191,7 +191,7 @@ void runCommand(int id) {
         releaseCamera(cameraState);
         return switchLiveView(0);
     case idGain:
-        return enterGain();
+        return takeCommandedGain();
     case idCameraAuto:
     case idCameraAutoSetting:
         return setCameraAutomatic();

@@ -43,3 +43,6 @@ void enterPositionZ();
 void enterLaserIntensity();
 void enterGain();
 void enterExposure();
+
+// The gain in the edit, by command: its range is narrower than that of Enter.
+void takeCommandedGain();

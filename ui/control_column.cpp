@@ -89,10 +89,6 @@ static const Control controls[] = {
 constexpr size_t fieldCount = static_cast<size_t>(Field::StartButton) + 1;
 static std::array<HWND, fieldCount> fieldWindows; // null while there is no column
 
-static void sendGainCommand() {
-    SendMessageW(native(mainWindow), WM_COMMAND, idGain, 0);
-}
-
 struct KeyedEdit {
     Field field;
     void (*enter)();
@@ -106,7 +102,7 @@ static KeyedEdit keyedEdits[] = {
     {Field::PositionX, enterPositionX, refreshPositions},
     {Field::PositionY, enterPositionY, refreshPositions},
     {Field::ScanStep, enterScanStep, nullptr},
-    {Field::Gain, sendGainCommand, nullptr},
+    {Field::Gain, enterGain, nullptr},
     {Field::Exposure, enterExposure, nullptr},
 };
 

@@ -25,7 +25,8 @@ constexpr double farFocusMoveUm = 2000.0;
 constexpr float intensityLowest = 1.0f; // uA
 constexpr float intensityHighest = 20.0f;
 constexpr int gainLowest = 1;
-constexpr int gainHighest = 20;
+constexpr int gainHighest = 36;
+constexpr int commandedGainHighest = 20;
 constexpr int exposureLowestUs = 100;
 constexpr int exposureHighestUs = 500000;
 
@@ -62,6 +63,12 @@ void applyCameraSettings() {
     showCameraSettings();
     controlCamera(cameraState, cameraManual);
     grabFrames(cameraState, 1);
+}
+
+void takeGain(int highest) {
+    if (const std::optional<int> typed = typedInteger(Field::Gain))
+        cameraState.gain = std::clamp(*typed, gainLowest, highest);
+    applyCameraSettings();
 }
 
 } // namespace
@@ -123,9 +130,11 @@ void enterLaserIntensity() {
 }
 
 void enterGain() {
-    if (const std::optional<int> typed = typedInteger(Field::Gain))
-        cameraState.gain = std::clamp(*typed, gainLowest, gainHighest);
-    applyCameraSettings();
+    takeGain(gainHighest);
+}
+
+void takeCommandedGain() {
+    takeGain(commandedGainHighest);
 }
 
 void enterExposure() {

@@ -46,10 +46,13 @@ TEST_F(CommandsTest, EditsClampWhatIsTyped) {
                  {Field::ScanStep, enterScanStep, "nan", "0.1", step, 0.1},
                  {Field::LaserIntensity, enterLaserIntensity, "25", "20.0", level, 5.0},
                  {Field::LaserIntensity, enterLaserIntensity, "0", "1.0", level, 0.25},
-                 {Field::Gain, enterGain, "99", "20", gain, 20},
+                 {Field::Gain, enterGain, "99", "36", gain, 36},
+                 {Field::Gain, [] { onCommand(idGain); }, "99", "20", gain, 20},
+                 {Field::Gain, enterGain, "high", "20", gain, 20},
                  {Field::Gain, enterGain, "-3", "1", gain, 1},
                  {Field::Exposure, enterExposure, "1e9", "100", exposure, 100},
                  {Field::Exposure, enterExposure, "9999999999", "500000", exposure, 500000},
+                 {Field::Exposure, enterExposure, "long", "500000", exposure, 500000},
                  {Field::PositionX, enterPositionX, "37um", "37.0", x, 37},
                  {Field::PositionX, enterPositionX, "far", "far", x, 37}};
     for (const auto& each : cases) {
