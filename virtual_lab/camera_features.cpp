@@ -203,8 +203,14 @@ void resetCamera() {
     lab.camera.lastError.clear();
 }
 
+bool isCameraFeature(const std::string& name) {
+    return std::ranges::find(lab.camera.features, name, &LabFeature::name) !=
+           lab.camera.features.end();
+}
+
 LabFeature* findFeature(const char* name) {
     FeatureAge absent = lab.faults.cameraOld ? FeatureAge::Sfnc2 : FeatureAge::BeforeSfnc2;
+    if (name && std::ranges::count(lab.faults.cameraLacks, name) > 0) return nullptr;
     for (LabFeature& feature : lab.camera.features)
         if (feature.age != absent && name && std::strcmp(feature.name, name) == 0) return &feature;
     return nullptr;
@@ -238,18 +244,22 @@ double cameraFrameMs() {
     return readOutMs + featureValue(exposureName()) / 1000;
 }
 
+static void endOnce(LabFeature& automatic) {
+    if (automatic.value == autoOnce && !lab.faults.cameraUnsettled) automatic.value = autoOff;
+}
+
 // One step of an automatic function: half of the way, on a logarithmic scale. Returns what is left
 // of `factor` for the next function.
 static double adaptOne(const char* autoName, const char* name, double (*changed)(double, double),
                        const char* lowest, const char* highest, double factor) {
     LabFeature* automatic = findFeature(autoName);
     LabFeature* feature = findFeature(name);
-    if (automatic->value == autoOff) return factor;
+    if (!automatic || !feature || automatic->value == autoOff) return factor;
     double wanted = changed(feature->value, std::sqrt(factor));
     double low = featureValue(lowest);
     feature->value = std::clamp(wanted, low, std::max(low, featureValue(highest)));
     bool settled = std::abs(std::log(factor)) < 0.05 || wanted != feature->value;
-    if (automatic->value == autoOnce && settled) automatic->value = autoOff;
+    if (settled) endOnce(*automatic);
     return wanted == feature->value ? 1 : factor;
 }
 
@@ -263,7 +273,7 @@ void adaptExposure(double mean) {
     auto raisedRaw = [](double raw, double by) { return std::round(raw + 200 * std::log10(by)); };
 
     LabFeature* whiteBalance = findFeature("BalanceWhiteAuto");
-    if (whiteBalance->value == autoOnce) whiteBalance->value = autoOff; // the light is white
+    if (whiteBalance) endOnce(*whiteBalance); // the light is white
     if (old) {
         factor = adaptOne("ExposureAuto", "ExposureTimeAbs", scaled,
                           "AutoExposureTimeAbsLowerLimit", "AutoExposureTimeAbsUpperLimit", factor);
@@ -293,13 +303,16 @@ static LabCameraDevice* openDevice(void* handle) {
 // Changes by itself, so that no cache can answer for it.
 static bool automatic(const LabFeature& feature) {
     std::string name = feature.name;
-    auto continuous = [](const char* mode) { return featureValue(mode) == 0; }; // first entry
-    return (name.starts_with("Gain") && name != "GainAuto" && continuous("GainAuto")) ||
-           (name.starts_with("ExposureTime") && continuous("ExposureAuto"));
+    auto works = [](const char* function) {
+        LabFeature* found = findFeature(function);
+        return found && found->value != autoOff;
+    };
+    return (name.starts_with("Gain") && name != "GainAuto" && works("GainAuto")) ||
+           (name.starts_with("ExposureTime") && works("ExposureAuto"));
 }
 
 static bool writable(const LabCameraDevice& device, const LabFeature& feature) {
-    return (device.access & pylonAccessControl) && !feature.readOnly &&
+    return (device.access & pylonAccessControl) && !feature.readOnly && !automatic(feature) &&
            !(feature.fixedWhileGrabbing && device.grabber.prepared);
 }
 

@@ -69,9 +69,10 @@ struct LabCamera {
     std::string lastError;
 };
 
-LabFeature* findFeature(const char* name); // null when this camera has none of that name
-double featureValue(const char* name);     // 0 when there is none
-size_t cameraPayload();                    // bytes of a frame as the camera is set
+bool isCameraFeature(const std::string& name); // of either generation
+LabFeature* findFeature(const char* name);     // null when this camera has none of that name
+double featureValue(const char* name);         // 0 when there is none
+size_t cameraPayload();                        // bytes of a frame as the camera is set
 
 // Relative to 100 us at 1 dB.
 double cameraSensitivity();

@@ -174,6 +174,8 @@ const std::vector<LabRead>& labReads();
 
 // Replaces all faults; one on each line, blank lines and lines that begin with '#' are skipped:
 //   camera absent | camera lost | camera sfnc 1
+//   camera lacks <feature name>         it has no such feature; several lines, several features
+//   camera unsettled                    an automatic function that works once never ends
 //   stage absent | stage count 1|2|3
 //   axis x|y|z stalled
 //   limit x|y|z right|left at <um>      true carriage position from resetLab

@@ -64,6 +64,11 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
     } else if (device == "camera" && what == "sfnc") {
         if (!(words >> number) || number != 1) return false;
         faults.cameraOld = true;
+    } else if (device == "camera" && what == "lacks") {
+        if (!(words >> detail) || !isCameraFeature(detail)) return false;
+        faults.cameraLacks.push_back(detail);
+    } else if (device == "camera" && what == "unsettled") {
+        faults.cameraUnsettled = true;
     } else if (device == "stage" && what == "absent") {
         faults.controllers = 0;
     } else if (device == "stage" && what == "count") {

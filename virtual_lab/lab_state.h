@@ -20,6 +20,8 @@ struct LabFaults {
     bool cameraAbsent = false;
     bool cameraLost = false;
     bool cameraOld = false; // feature names from before SFNC 2.0
+    bool cameraUnsettled = false;
+    std::vector<std::string> cameraLacks; // feature names
     LabInstrumentFaults instruments[labInstrumentCount];
     int scopes = 1;
     bool gpibAbsent = false;
