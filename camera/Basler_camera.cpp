@@ -1,7 +1,8 @@
-// Automatic gain and exposure for both generations of feature names.
+// The camera's automatic functions, for both generations of feature names.
 #include "camera/Basler_camera.h"
 
 #include "camera/camera.h"
+#include "platform/clock.h"
 #include "platform/truncate.h"
 
 #include <cstdio>
@@ -12,8 +13,14 @@ int32_t lastAutoExposureMs = 0;
 
 namespace {
 
-constexpr double targetBrightness = 0.3; // of full scale
-constexpr int64_t targetValueOlder = 80; // of 255
+constexpr double targetBrightness = 0.3;     // of full scale
+constexpr double targetBrightnessOnce = 0.2; // of full scale
+constexpr int64_t targetValueOlder = 80;     // of 255
+constexpr int maximumFramesOnce = 100;
+constexpr uint32_t pauseBetweenFramesMs = 100;
+
+constexpr char noGainAuto[] = "The camera does not support Gain Auto.";
+constexpr char noExposureAuto[] = "The camera does not support Exposure Auto.";
 
 constexpr int region1 = 0;
 constexpr int region2 = 1;
@@ -23,13 +30,13 @@ bool secondGeneration(const CBaslerUniversalInstantCamera& camera) {
 }
 
 // Some models lack these, or fix them: they are no reason to do without the camera.
-void toMinimum(std::initializer_list<const IntegerParameter*> parameters) {
-    for (const IntegerParameter* parameter : parameters)
+template <class Number> void toMinimum(std::initializer_list<const Number*> parameters) {
+    for (const Number* parameter : parameters)
         if (parameter->IsWritable()) parameter->SetToMinimum();
 }
 
-void toMaximum(std::initializer_list<const IntegerParameter*> parameters) {
-    for (const IntegerParameter* parameter : parameters)
+template <class Number> void toMaximum(std::initializer_list<const Number*> parameters) {
+    for (const Number* parameter : parameters)
         if (parameter->IsWritable()) parameter->SetToMaximum();
 }
 
@@ -58,31 +65,22 @@ void useWholeSensor(CBaslerUniversalInstantCamera& camera) {
     }
 }
 
-} // namespace
+void tellInitialGain(const CBaslerUniversalInstantCamera& camera, const char* mode) {
+    std::printf("Trying 'GainAuto = %s'.\n", mode);
+    std::printf("Initial Gain = %lld\n", static_cast<long long>(camera.GainRaw.GetValue()));
+}
 
-void autoGainContinuous(CBaslerUniversalInstantCamera& camera) {
-    if (!camera.GainAuto.IsWritable()) {
-        std::printf("The camera does not support Gain Auto.\n\n");
-        return;
-    }
-    useWholeSensor(camera);
+void prepareGain(CBaslerUniversalInstantCamera& camera) {
     if (secondGeneration(camera)) {
         camera.AutoTargetBrightness.SetValue(targetBrightness);
         lastAutoGain = truncated(camera.Gain.GetValue());
     } else {
         camera.AutoTargetValue.SetValue(targetValueOlder);
-        std::printf("Trying 'GainAuto = Continuous'.\n");
-        std::printf("Initial Gain = %lld\n", static_cast<long long>(camera.GainRaw.GetValue()));
+        tellInitialGain(camera, "Continuous");
     }
-    camera.GainAuto.SetValue(Auto_Continuous);
 }
 
-void autoExposureContinuous(CBaslerUniversalInstantCamera& camera) {
-    if (!camera.ExposureAuto.IsWritable()) {
-        std::printf("The camera does not support Exposure Auto.\n\n");
-        return;
-    }
-    useWholeSensor(camera);
+void prepareExposure(CBaslerUniversalInstantCamera& camera) {
     if (secondGeneration(camera)) {
         camera.AutoTargetBrightness.SetValue(targetBrightness);
         lastAutoExposureMs = truncated(camera.ExposureTime.GetValue() / 1000.0);
@@ -91,5 +89,89 @@ void autoExposureContinuous(CBaslerUniversalInstantCamera& camera) {
         std::printf("ExposureAuto 'GainAuto = Continuous'.\n"); // this wording is wanted
         std::printf("Initial exposure time = %g us\n", camera.ExposureTimeAbs.GetValue());
     }
-    camera.ExposureAuto.SetValue(Auto_Continuous);
+}
+
+void prepareGainOnce(CBaslerUniversalInstantCamera& camera) {
+    if (secondGeneration(camera)) {
+        camera.AutoTargetBrightness.SetValue(targetBrightnessOnce);
+        toMinimum({&camera.AutoGainLowerLimit});
+        toMaximum({&camera.AutoGainUpperLimit});
+    } else {
+        camera.AutoTargetValue.SetValue(targetValueOlder);
+        tellInitialGain(camera, "Once");
+        toMinimum({&camera.AutoGainRawLowerLimit});
+        toMaximum({&camera.AutoGainRawUpperLimit});
+    }
+}
+
+void prepareExposureOnce(CBaslerUniversalInstantCamera& camera) {
+    camera.AutoTargetBrightness.SetValue(targetBrightnessOnce);
+    std::printf("Trying 'ExposureAuto = Once'.\n");
+    std::printf("Initial exposure time = %g\n", camera.ExposureTime.GetValue());
+    toMinimum({&camera.AutoExposureTimeLowerLimit});
+    toMaximum({&camera.AutoExposureTimeUpperLimit});
+}
+
+double valueOfReadable(const FloatParameter& newer, const FloatParameter& older) {
+    return newer.IsReadable() ? newer.GetValue() : older.GetValue();
+}
+
+void prepareWhiteBalanceOnce(CBaslerUniversalInstantCamera& camera) {
+    std::printf("Trying 'BalanceWhiteAuto = Once'.\n");
+    std::printf("Initial balance ratio: %g\n",
+                valueOfReadable(camera.BalanceRatio, camera.BalanceRatioAbs));
+}
+
+// What all routines have in common. False when the camera lacks the function.
+bool adjust(CBaslerUniversalInstantCamera& camera, const EnumParameter& function, AutoMode mode,
+            const char* unsupported, void (*prepare)(CBaslerUniversalInstantCamera&)) {
+    if (!function.IsWritable()) {
+        std::printf("%s\n\n", unsupported);
+        return false;
+    }
+    useWholeSensor(camera);
+    prepare(camera);
+    function.SetValue(mode);
+    return true;
+}
+
+// The camera adjusts itself only with frames. White balance tells the same as exposure.
+void waitUntilSettled(CBaslerUniversalInstantCamera& camera, const EnumParameter& function) {
+    int frames = 0;
+    while (!function.Is(Auto_Off)) {
+        CGrabResultPtr result;
+        camera.GrabOne(grabOneTimeoutMs, result, TimeoutHandling_ThrowException);
+        ++frames;
+        sleepMs(pauseBetweenFramesMs);
+        if (frames > maximumFramesOnce)
+            throw TimeoutException("The adjustment of auto exposure did not finish.");
+    }
+    std::printf("ExposureAuto went back to 'Off' after %d frames.\n", frames);
+    std::printf("Final exposure time = %g\n",
+                valueOfReadable(camera.ExposureTime, camera.ExposureTimeAbs));
+}
+
+} // namespace
+
+void autoGainContinuous(CBaslerUniversalInstantCamera& camera) {
+    adjust(camera, camera.GainAuto, Auto_Continuous, noGainAuto, prepareGain);
+}
+
+void autoExposureContinuous(CBaslerUniversalInstantCamera& camera) {
+    adjust(camera, camera.ExposureAuto, Auto_Continuous, noExposureAuto, prepareExposure);
+}
+
+void autoGainOnce(CBaslerUniversalInstantCamera& camera) {
+    adjust(camera, camera.GainAuto, Auto_Once, noGainAuto, prepareGainOnce);
+}
+
+void autoExposureOnce(CBaslerUniversalInstantCamera& camera) {
+    if (adjust(camera, camera.ExposureAuto, Auto_Once, noExposureAuto, prepareExposureOnce))
+        waitUntilSettled(camera, camera.ExposureAuto);
+}
+
+void autoWhiteBalanceOnce(CBaslerUniversalInstantCamera& camera) {
+    constexpr char noWhiteBalance[] = "The camera does not support Balance White Auto.";
+    if (adjust(camera, camera.BalanceWhiteAuto, Auto_Once, noWhiteBalance, prepareWhiteBalanceOnce))
+        waitUntilSettled(camera, camera.BalanceWhiteAuto);
 }

@@ -4,7 +4,17 @@
 
 #include "camera/pylon.h"
 
+// How long the routines and the single-frame mode wait for a frame.
+constexpr uint32_t grabOneTimeoutMs = 5000;
+
 // Continuous adjustment over the whole sensor towards a mean brightness of 0.3 (older cameras: 80
 // of 255). Throw GenericException when the camera refuses.
 void autoGainContinuous(CBaslerUniversalInstantCamera& camera);
 void autoExposureContinuous(CBaslerUniversalInstantCamera& camera);
+
+// One adjustment of the open camera towards 0.2 (gain of older cameras: 80 of 255), within the
+// widest limits. The gain is left to settle in the frames to come; the other two grab frames
+// meanwhile and throw TimeoutException after a hundred. Exposure refuses older cameras.
+void autoGainOnce(CBaslerUniversalInstantCamera& camera);
+void autoExposureOnce(CBaslerUniversalInstantCamera& camera);
+void autoWhiteBalanceOnce(CBaslerUniversalInstantCamera& camera);

@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "ui/screen.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
@@ -37,14 +38,66 @@ void openAutomatic(CBaslerUniversalInstantCamera& camera) {
         camera.AcquisitionFrameCount.SetValue(acquisitionFrames);
 }
 
+// A camera without the automatic function is used without it.
+void setAutomatic(const EnumParameter& function, AutoMode mode) {
+    if (function.IsWritable()) function.SetValue(mode);
+}
+
+void adjustOnce(CBaslerUniversalInstantCamera& camera) {
+    if (!camera.IsOpen()) throw GenericException("The camera is not open");
+    setAutomatic(camera.GainAuto, Auto_Once);
+    autoGainOnce(camera);
+    setAutomatic(camera.ExposureAuto, Auto_Once);
+    autoExposureOnce(camera);
+}
+
+void requireWholeFrame(const CameraState& state, const CGrabResult& result) {
+    if (result.GetPayloadSize() < static_cast<size_t>(state.frameBytes))
+        throw GenericException("The camera's frame is smaller than the picture");
+}
+
+void accumulateFrame(CameraState& state) {
+    CBaslerUniversalInstantCamera& camera = *state.device;
+    camera.RegisterConfiguration(CAcquireSingleFrameConfiguration);
+    // A result of its own: `frame` may lie in the buffer that `grabResult` keeps.
+    CGrabResultPtr result;
+    camera.GrabOne(grabOneTimeoutMs, result, TimeoutHandling_ThrowException);
+    camera.Open();
+    camera.GrabOne(grabOneTimeoutMs, result, TimeoutHandling_ThrowException);
+    if (result->GrabSucceeded()) {
+        requireWholeFrame(state, *result);
+        const uint8_t* added = result->GetBuffer();
+        for (size_t i = 0; i < static_cast<size_t>(state.frameBytes); ++i)
+            state.frame[i] = static_cast<uint8_t>(state.frame[i] + added[i]);
+    }
+    camera.Close();
+    camera.RegisterConfiguration(CAcquireContinuousConfiguration);
+}
+
+// Cameras of the older generation take the same numbers under other names.
+void setGain(CBaslerUniversalInstantCamera& camera, int32_t gain) {
+    if (!camera.Gain.IsWritable() && camera.GainRaw.IsWritable())
+        camera.GainRaw.SetValue(
+            std::clamp<int64_t>(gain, camera.GainRaw.GetMin(), camera.GainRaw.GetMax()));
+    else
+        camera.Gain.SetValue(gain);
+}
+
+void setExposure(CBaslerUniversalInstantCamera& camera, double exposureUs) {
+    if (!camera.ExposureTime.IsWritable() && camera.ExposureTimeAbs.IsWritable())
+        camera.ExposureTimeAbs.SetValue(exposureUs);
+    else
+        camera.ExposureTime.SetValue(exposureUs);
+}
+
 void applyManual(CameraState& state) {
     CBaslerUniversalInstantCamera& camera = *state.device;
     camera.Close();
     camera.Open();
-    camera.GainAuto.SetValue(Auto_Off);
-    camera.Gain.SetValue(state.gain);
-    camera.ExposureAuto.SetValue(Auto_Off);
-    camera.ExposureTime.SetValue(state.exposureUs);
+    setAutomatic(camera.GainAuto, Auto_Off);
+    setGain(camera, state.gain);
+    setAutomatic(camera.ExposureAuto, Auto_Off);
+    setExposure(camera, state.exposureUs);
     std::snprintf(state.message, sizeof state.message, "exposure time: %.1f", state.exposureUs);
     showInformation(state.message);
 }
@@ -66,8 +119,7 @@ bool takeFrame(CameraState& state, uint32_t count, uint32_t taken) {
         CGrabResultPtr result;
         camera.RetrieveResult(waitWithoutLimit, result, TimeoutHandling_ThrowException);
         if (result->GrabSucceeded()) {
-            if (result->GetPayloadSize() < static_cast<size_t>(state.frameBytes))
-                throw GenericException("The camera's frame is smaller than the picture");
+            requireWholeFrame(state, *result);
             state.grabResult = result;
             state.frame = result->GetBuffer();
             return true;
@@ -119,6 +171,8 @@ int controlCamera(CameraState& state, uint32_t mode) {
     }
     try {
         if (mode == cameraAutomatic) openAutomatic(*state.device);
+        if (mode == cameraAdjustOnce) adjustOnce(*state.device);
+        if (mode == cameraAccumulate) accumulateFrame(state);
         if (mode == cameraManual) applyManual(state);
     } catch (const std::exception&) {
         fail(state);

@@ -39,8 +39,10 @@ extern int32_t lastAutoExposureMs;
 int initCamera(CameraState& state);
 
 enum CameraMode : uint32_t {
-    cameraAutomatic = 1, // open, BayerRG8, continuous automatic gain and exposure
-    cameraManual = 4,    // apply `gain` and `exposureUs`
+    cameraAutomatic = 1,  // open, BayerRG8, continuous automatic gain and exposure
+    cameraAdjustOnce = 2, // gain and exposure of the open camera; until exposure has settled
+    cameraAccumulate = 3, // adds a frame to `frame`, byte by byte modulo 256; closes the camera
+    cameraManual = 4,     // open, apply `gain` and `exposureUs`
 };
 
 // Any failure disconnects the camera and says so in the information text. Always returns 0.

@@ -61,6 +61,8 @@ PylonC loadPylonC() {
     BIND(PylonDeviceGetIntegerFeatureMax);
     BIND(PylonDeviceSetFloatFeature);
     BIND(PylonDeviceGetFloatFeature);
+    BIND(PylonDeviceGetFloatFeatureMin);
+    BIND(PylonDeviceGetFloatFeatureMax);
     BIND(PylonDeviceSetBooleanFeature);
     BIND(PylonDeviceExecuteCommandFeature);
     BIND(PylonDeviceGetStreamGrabber);
@@ -125,25 +127,37 @@ int64_t IntegerParameter::GetValue() const {
     return value;
 }
 
-void IntegerParameter::SetValue(int64_t value) const {
-    check(pylon.PylonDeviceSetIntegerFeature(device, name, value), name);
-}
-
-void IntegerParameter::SetToMinimum() const {
+int64_t IntegerParameter::GetMin() const {
     int64_t value = 0;
     check(pylon.PylonDeviceGetIntegerFeatureMin(device, name, &value), name);
-    SetValue(value);
+    return value;
 }
 
-void IntegerParameter::SetToMaximum() const {
+int64_t IntegerParameter::GetMax() const {
     int64_t value = 0;
     check(pylon.PylonDeviceGetIntegerFeatureMax(device, name, &value), name);
-    SetValue(value);
+    return value;
+}
+
+void IntegerParameter::SetValue(int64_t value) const {
+    check(pylon.PylonDeviceSetIntegerFeature(device, name, value), name);
 }
 
 double FloatParameter::GetValue() const {
     double value = 0.0;
     check(pylon.PylonDeviceGetFloatFeature(device, name, &value), name);
+    return value;
+}
+
+double FloatParameter::GetMin() const {
+    double value = 0.0;
+    check(pylon.PylonDeviceGetFloatFeatureMin(device, name, &value), name);
+    return value;
+}
+
+double FloatParameter::GetMax() const {
+    double value = 0.0;
+    check(pylon.PylonDeviceGetFloatFeatureMax(device, name, &value), name);
     return value;
 }
 
@@ -171,10 +185,18 @@ CBaslerUniversalInstantCamera::CBaslerUniversalInstantCamera(std::unique_ptr<IPy
     : owner(std::move(found)), device(owner->handle),
       PixelFormat(device, "PixelFormat", pixelFormats), GainAuto(device, "GainAuto", autoModes),
       ExposureAuto(device, "ExposureAuto", autoModes),
+      BalanceWhiteAuto(device, "BalanceWhiteAuto", autoModes),
       AutoFunctionROISelector(device, "AutoFunctionROISelector", roiNames),
       AutoFunctionAOISelector(device, "AutoFunctionAOISelector", aoiNames), Gain(device, "Gain"),
-      ExposureTime(device, "ExposureTime"), ExposureTimeAbs(device, "ExposureTimeAbs"),
-      AutoTargetBrightness(device, "AutoTargetBrightness"), GainRaw(device, "GainRaw"),
+      AutoGainLowerLimit(device, "AutoGainLowerLimit"),
+      AutoGainUpperLimit(device, "AutoGainUpperLimit"), ExposureTime(device, "ExposureTime"),
+      ExposureTimeAbs(device, "ExposureTimeAbs"),
+      AutoExposureTimeLowerLimit(device, "AutoExposureTimeLowerLimit"),
+      AutoExposureTimeUpperLimit(device, "AutoExposureTimeUpperLimit"),
+      AutoTargetBrightness(device, "AutoTargetBrightness"), BalanceRatio(device, "BalanceRatio"),
+      BalanceRatioAbs(device, "BalanceRatioAbs"), GainRaw(device, "GainRaw"),
+      AutoGainRawLowerLimit(device, "AutoGainRawLowerLimit"),
+      AutoGainRawUpperLimit(device, "AutoGainRawUpperLimit"),
       AutoTargetValue(device, "AutoTargetValue"), OffsetX(device, "OffsetX"),
       OffsetY(device, "OffsetY"), Width(device, "Width"), Height(device, "Height"),
       AutoFunctionROIOffsetX(device, "AutoFunctionROIOffsetX"),
@@ -198,7 +220,8 @@ void CBaslerUniversalInstantCamera::Open() {
     open = true;
     try {
         switchTriggersOff();
-        check(pylon.PylonDeviceFeatureFromString(device, "AcquisitionMode", "Continuous"),
+        check(pylon.PylonDeviceFeatureFromString(device, "AcquisitionMode",
+                                                 configuration.acquisitionMode),
               "AcquisitionMode");
         check(pylon.PylonDeviceGetStreamGrabber(device, 0, &stream), "PylonDeviceGetStreamGrabber");
         check(pylon.PylonStreamGrabberOpen(stream), "PylonStreamGrabberOpen");
@@ -243,7 +266,7 @@ void CBaslerUniversalInstantCamera::Close() {
 }
 
 void CBaslerUniversalInstantCamera::StartGrabbing(size_t maxImages, EGrabStrategy, EGrabLoop) {
-    if (!open) throw GenericException("The camera is not open");
+    Open();
     if (grabbing) throw GenericException("The camera is grabbing already");
     grabbing = true; // from here on StopGrabbing has something to undo
     imagesLeft = maxImages;
@@ -354,6 +377,20 @@ void CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResu
     result->payloadSize = buffer->memory->size();
     if (imagesLeft > 0) --imagesLeft;
     if (imagesLeft == 0) StopGrabbing();
+}
+
+void CBaslerUniversalInstantCamera::GrabOne(uint32_t timeoutMs, CGrabResultPtr& result,
+                                            ETimeoutHandling handling) {
+    const bool wasOpen = open;
+    try {
+        StartGrabbing(1, GrabStrategy_LatestImages, GrabLoop_ProvidedByUser);
+        RetrieveResult(timeoutMs, result, handling);
+    } catch (...) {
+        StopGrabbing();
+        if (!wasOpen) Close();
+        throw;
+    }
+    if (!wasOpen) Close();
 }
 
 VersionInfo CBaslerUniversalInstantCamera::GetSfncVersion() const {

@@ -63,16 +63,22 @@ class IntegerParameter : public Parameter {
 public:
     using Parameter::Parameter;
     int64_t GetValue() const;
+    int64_t GetMin() const;
+    int64_t GetMax() const;
     void SetValue(int64_t value) const;
-    void SetToMinimum() const;
-    void SetToMaximum() const;
+    void SetToMinimum() const { SetValue(GetMin()); }
+    void SetToMaximum() const { SetValue(GetMax()); }
 };
 
 class FloatParameter : public Parameter {
 public:
     using Parameter::Parameter;
     double GetValue() const;
+    double GetMin() const;
+    double GetMax() const;
     void SetValue(double value) const;
+    void SetToMinimum() const { SetValue(GetMin()); }
+    void SetToMaximum() const { SetValue(GetMax()); }
 };
 
 class BooleanParameter : public Parameter {
@@ -102,6 +108,13 @@ enum EGrabLoop : int { GrabLoop_ProvidedByUser = 1 };
 enum ETimeoutHandling : int { TimeoutHandling_ThrowException = 1 };
 constexpr uint32_t waitWithoutLimit = 0xFFFFFFFF; // ms
 
+// What opening sets a camera to, always free-running: one frame a start, or frame after frame.
+struct AcquireConfiguration {
+    const char* acquisitionMode;
+};
+constexpr AcquireConfiguration CAcquireSingleFrameConfiguration{"SingleFrame"};
+constexpr AcquireConfiguration CAcquireContinuousConfiguration{"Continuous"};
+
 // One grabbed frame; it keeps its buffer until it is destroyed, also beyond the camera.
 class CGrabResult {
 public:
@@ -124,20 +137,25 @@ public:
     CBaslerUniversalInstantCamera(const CBaslerUniversalInstantCamera&) = delete;
     CBaslerUniversalInstantCamera& operator=(const CBaslerUniversalInstantCamera&) = delete;
 
-    // Opening sets the camera to free-running continuous acquisition; on an open camera it does
-    // nothing.
-    void Open();
+    // Replaces the configuration, at first the continuous one, that the next opening applies.
+    void RegisterConfiguration(const AcquireConfiguration& next) { configuration = next; }
+
+    void Open(); // nothing on an open camera
     void Close();
+    bool IsOpen() const { return open; }
 
     bool IsGrabbing() const { return grabbing; }
-    // Grabbing stops by itself after `maxImages` frames, handed out in the order in which they
-    // came; with one frame a start, as the program grabs, that is the latest.
+    // Opens a closed camera. Grabbing stops by itself after `maxImages` frames, handed out in the
+    // order in which they came; with one frame a start, as the program grabs, that is the latest.
     void StartGrabbing(size_t maxImages, EGrabStrategy strategy, EGrabLoop loop);
     void StopGrabbing();
 
     // Waits for the next frame. Throws TimeoutException when none came in time, GenericException
     // when the camera is gone.
     void RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
+
+    // One frame of its own, thrown for as above; a closed camera is open only for it.
+    void GrabOne(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
 
     // 0.0.0 for a camera that does not say.
     VersionInfo GetSfncVersion() const;
@@ -161,17 +179,20 @@ private:
     void* waitObject = nullptr;
     // One for the frame that is being looked at, one that is being filled, one waiting.
     std::array<StreamBuffer, 3> buffers;
+    AcquireConfiguration configuration = CAcquireContinuousConfiguration;
     size_t imagesLeft = 0;
     bool open = false;
     bool grabbing = false;
 
 public:
-    EnumParameter PixelFormat, GainAuto, ExposureAuto, AutoFunctionROISelector,
+    EnumParameter PixelFormat, GainAuto, ExposureAuto, BalanceWhiteAuto, AutoFunctionROISelector,
         AutoFunctionAOISelector;
-    FloatParameter Gain, ExposureTime, ExposureTimeAbs, AutoTargetBrightness;
-    IntegerParameter GainRaw, AutoTargetValue, OffsetX, OffsetY, Width, Height,
-        AutoFunctionROIOffsetX, AutoFunctionROIOffsetY, AutoFunctionROIWidth, AutoFunctionROIHeight,
-        AutoFunctionAOIOffsetX, AutoFunctionAOIOffsetY, AutoFunctionAOIWidth, AutoFunctionAOIHeight,
-        AcquisitionFrameCount;
+    FloatParameter Gain, AutoGainLowerLimit, AutoGainUpperLimit, ExposureTime, ExposureTimeAbs,
+        AutoExposureTimeLowerLimit, AutoExposureTimeUpperLimit, AutoTargetBrightness, BalanceRatio,
+        BalanceRatioAbs;
+    IntegerParameter GainRaw, AutoGainRawLowerLimit, AutoGainRawUpperLimit, AutoTargetValue,
+        OffsetX, OffsetY, Width, Height, AutoFunctionROIOffsetX, AutoFunctionROIOffsetY,
+        AutoFunctionROIWidth, AutoFunctionROIHeight, AutoFunctionAOIOffsetX, AutoFunctionAOIOffsetY,
+        AutoFunctionAOIWidth, AutoFunctionAOIHeight, AcquisitionFrameCount;
     BooleanParameter AutoFunctionROIUseBrightness;
 };

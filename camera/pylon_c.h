@@ -65,6 +65,10 @@ struct PylonC {
         missing<void*, const char*, double>();
     PylonCall<void*, const char*, double*> PylonDeviceGetFloatFeature =
         missing<void*, const char*, double*>();
+    PylonCall<void*, const char*, double*> PylonDeviceGetFloatFeatureMin =
+        missing<void*, const char*, double*>();
+    PylonCall<void*, const char*, double*> PylonDeviceGetFloatFeatureMax =
+        missing<void*, const char*, double*>();
     PylonCall<void*, const char*, uint8_t> PylonDeviceSetBooleanFeature =
         missing<void*, const char*, uint8_t>();
     PylonCall<void*, const char*> PylonDeviceExecuteCommandFeature = missing<void*, const char*>();

@@ -25,6 +25,7 @@
     F(PylonDeviceSetIntegerFeature) F(PylonDeviceGetIntegerFeature)                                \
     F(PylonDeviceGetIntegerFeatureMin) F(PylonDeviceGetIntegerFeatureMax)                          \
     F(PylonDeviceSetFloatFeature) F(PylonDeviceGetFloatFeature)                                    \
+    F(PylonDeviceGetFloatFeatureMin) F(PylonDeviceGetFloatFeatureMax)                              \
     F(PylonDeviceSetBooleanFeature) F(PylonDeviceExecuteCommandFeature)                            \
     F(PylonDeviceGetStreamGrabber) F(PylonStreamGrabberOpen) F(PylonStreamGrabberClose)            \
     F(PylonStreamGrabberSetMaxNumBuffer) F(PylonStreamGrabberSetMaxBufferSize)                     \
@@ -38,7 +39,6 @@
 // Exported for completeness; the program's own table does not have them.
 #define LAB_FURTHER_PYLON_FUNCTIONS(F)                                                             \
     F(PylonDeviceFeatureIsImplemented) F(PylonDeviceFeatureIsAvailable)                            \
-    F(PylonDeviceGetFloatFeatureMin) F(PylonDeviceGetFloatFeatureMax)                              \
     F(PylonDeviceGetBooleanFeature)
 
 #define LAB_NI488_FUNCTIONS(F)                                                                     \
@@ -71,7 +71,5 @@ LAB_KXCI_FUNCTIONS(DECLARE_FUNCTION)
 
 uint8_t PylonDeviceFeatureIsImplemented(void* device, const char* name);
 uint8_t PylonDeviceFeatureIsAvailable(void* device, const char* name);
-uint32_t PylonDeviceGetFloatFeatureMin(void* device, const char* name, double* value);
-uint32_t PylonDeviceGetFloatFeatureMax(void* device, const char* name, double* value);
 uint32_t PylonDeviceGetBooleanFeature(void* device, const char* name, uint8_t* value);
 }
