@@ -141,7 +141,11 @@ static bool copyScaled(ContextHandle to, int toWidth, int toHeight, ContextHandl
 
 bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
     if (!to || !from || failsNow(Drawing::CopyArea)) return false;
-    return copyScaled(to, width, height, from, width, height);
+    width = std::min({width, to->target->width, from->target->width});
+    height = std::min({height, to->target->height, from->target->height});
+    for (int y = 0; y < height; y++)
+        std::copy_n(pixelAt(*from->target, 0, y), width, pixelAt(*to->target, 0, y));
+    return true;
 }
 
 bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
