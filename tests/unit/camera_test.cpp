@@ -11,9 +11,9 @@ namespace {
 
 using CameraTest = WindowTest;
 
-void illuminate() {
-    const char on[] = "D 6 5";
-    boardReceive(on, sizeof on);
+void illuminate(bool on = true) {
+    const std::string command = on ? "D 6 5" : "D 6 0";
+    boardReceive(command.c_str(), command.size() + 1);
 }
 
 TEST_F(CameraTest, WithoutACameraAPatternMoves) {
@@ -138,20 +138,25 @@ TEST_F(CameraTest, AddsFramesModulo256) {
     const auto bytes = static_cast<size_t>(cameraState.frameBytes);
     const std::vector<uint8_t> once(cameraState.frame, cameraState.frame + bytes);
     EXPECT_GT(*std::max_element(once.begin(), once.end()), 250);
-    const auto expectTwice = [&] {
+    const auto expectSum = [&](int frames) {
         size_t wrong = 0;
         for (size_t i = 0; i < bytes; i++) {
-            const auto difference = static_cast<int8_t>(cameraState.frame[i] - 2 * once[i]);
+            const auto difference = static_cast<int8_t>(cameraState.frame[i] - frames * once[i]);
             if (std::abs(difference) > 2) wrong++; // the frames' noise is 1
         }
         EXPECT_EQ(wrong, 0u);
     };
     controlCamera(cameraState, cameraAccumulate);
-    expectTwice();
-    grabFrames(cameraState, 1); // opens the camera again, and the frame is the camera's own buffer
+    expectSum(2);
+    EXPECT_FALSE(cameraState.device->IsOpen());
+    grabFrames(cameraState, 1); // from here on the frame lies in one of the camera's buffers
+    illuminate(false);
     controlCamera(cameraState, cameraAccumulate);
-    expectTwice();
+    expectSum(1);
     EXPECT_EQ(cameraState.connected, 1);
+    CGrabResultPtr result;
+    cameraState.device->GrabOne(5000, result, TimeoutHandling_ThrowException);
+    EXPECT_FALSE(cameraState.device->IsOpen());
 }
 
 TEST_F(CameraTest, IsUsedWithoutAnAutomaticFunction) {
