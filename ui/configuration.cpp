@@ -129,11 +129,8 @@ void apply() {
 // --- Devices -------------------------------------------------------------------------------------
 
 void connectLaser() {
-    if (integerIn(idLaserComPort)) {
-        closeLaserLink(laserLink);
-        takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
-    }
-    const bool connected = openLaserLink(laserLink, mainWindow) != 0;
+    takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
+    const bool connected = openLaserLink(laserLink, mainWindow) != 0; // closes it first
     if (!connected)
         showMessageBox(mainWindow, "Error: not connected", "Warning: Serial Communication",
                        BoxButtons::Ok);

@@ -92,7 +92,9 @@ TEST_F(ConfigurationTest, SetTakesWhatIsSensible) {
             EXPECT_EQ(dialogTextIn(each.id), each.shown) << each.typed;
         }
     });
+    scanArea.stepPx = 0;
     inDialog([] { press(idSet); });
+    EXPECT_GT(scanArea.stepPx, 0);
     EXPECT_EQ(link.currentLimit, 15e-7f) << "rounded to what the edit shows";
     EXPECT_EQ(link.biasVoltage, -2.0f);
     EXPECT_EQ(cameraAperture, 12);
@@ -223,8 +225,10 @@ TEST_F(ConfigurationTest, MovesByHand) {
         EXPECT_EQ(stageX.positionUm, -20);
         EXPECT_EQ(stageY.positionUm, 40);
         EXPECT_EQ(dialogTextIn(idDialogPositionX), "-20.9");
-        type(idDialogPositionX, "?");
+        type(idDialogPositionX, "7");
+        type(idDialogPositionY, "?");
         press(idGo);
+        EXPECT_EQ(stageX.positionUm, -20);
         press(idSetZero);
         EXPECT_EQ(dialogTextIn(idDialogPositionY), "0.0");
         EXPECT_EQ(textIn(Field::PositionX), "0.0");
@@ -238,7 +242,7 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
     const int refused[] = {
         idSet,       idInitializeInstrument, idConnectStages, idConnectLaser, idSetZero, idGo,
         idHandXPlus, idHandYMinus,           idConfocalCheck};
-    const auto everything = [&] {
+    whileDialogOpen = [&] {
         for (const int id : refused) {
             setField(Field::Information, "");
             choose(idInstrumentList, kindNiDaq);
@@ -257,8 +261,14 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
         EXPECT_TRUE(isCheckedInDialog(idConnectCamera));
         choose(idAxisOrderList, 5);
     };
-    whileDialogOpen = everything;
-    ASSERT_TRUE(runProcess([] { onCommand(idConfiguration); }, nullptr));
+    const auto process = [] {
+        switchLiveView(0);
+        onCommand(idConfiguration);
+        EXPECT_FALSE(timerRuns());
+        switchLiveView(2);
+    };
+    ASSERT_TRUE(runProcess(process, nullptr));
+    EXPECT_TRUE(timerRuns());
     EXPECT_EQ(labStageUm(labX), 0.0);
     EXPECT_EQ(axisOrder, 2);
     EXPECT_EQ(laserLink.comPort, 10);
