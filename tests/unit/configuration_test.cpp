@@ -92,9 +92,11 @@ TEST_F(ConfigurationTest, SetTakesWhatIsSensible) {
             EXPECT_EQ(dialogTextIn(each.id), each.shown) << each.typed;
         }
     });
-    scanArea.stepPx = 0;
-    inDialog([] { press(idSet); });
-    EXPECT_GT(scanArea.stepPx, 0);
+    inDialog([] {
+        scanArea.stepPx = 0;
+        press(idSet);
+        EXPECT_GT(scanArea.stepPx, 0);
+    });
     EXPECT_EQ(link.currentLimit, 15e-7f) << "rounded to what the edit shows";
     EXPECT_EQ(link.biasVoltage, -2.0f);
     EXPECT_EQ(cameraAperture, 12);
