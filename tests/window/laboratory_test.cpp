@@ -381,6 +381,62 @@ TEST_F(Laboratory, SweepsAndRecordsAtAPoint) {
     }
 }
 
+TEST_F(Laboratory, FocusesLooksAroundAndGoesWhereClicked) {
+    ASSERT_NO_FATAL_FAILURE(start(1.0, 0, "backlash x 0\nbacklash y 0\n"));
+    typeAndEnter(controlById(program, idLaserIntensity), "20");
+    typeAndEnter(controlById(program, idPositionZ), "20");
+    ASSERT_TRUE(awaitText(controlById(program, idPositionZ), "20.0", patiently));
+    ASSERT_TRUE(await([&] { return isChecked(program, idLiveOn); }, quickly));
+    click(controlById(program, idFocus));
+    ASSERT_TRUE(awaitText(progress(), "Focusing ", 2 * patiently));
+    EXPECT_TRUE(isChecked(program, idLaserView));
+    const double z = std::atof(textOf(controlById(program, idPositionZ)).c_str());
+    EXPECT_NEAR(z, 0.0, labDepthOfFocusUm);
+    EXPECT_EQ(laserLevel(), 255);
+
+    click(controlById(program, idSampleView));
+    click(controlById(program, idWideView));
+    ASSERT_TRUE(awaitText(information(), "Wide view imaging", patiently));
+    const auto positions = [&] {
+        return textOf(controlById(program, idPositionX)) + " " +
+               textOf(controlById(program, idPositionY));
+    };
+    ASSERT_TRUE(await([&] { return positions() == "180.0 -150.0"; }, patiently));
+    ASSERT_TRUE(await([&] { return positions() == "0.0 0.0"; }, patiently));
+    // The cross at (100, 100) um, by its place on the wide view.
+    const double pixels = 100 / (3 * labUmPerPixel);
+    const int x = static_cast<int>(616 + pixels), y = static_cast<int>(514 - pixels);
+    Box box;
+    for (;;) { // the last wait of the wide view may still take a click for a stop
+        drag(program, x, y, x, y);
+        box = awaitBox(program, patiently);
+        if (!box.text.starts_with("Do you want to stop")) break;
+        ASSERT_TRUE(answerBox(box, IDNO));
+    }
+    EXPECT_TRUE(box.text.starts_with("If you want to move this position"));
+    ASSERT_TRUE(answerBox(box, IDYES));
+    ASSERT_TRUE(await([&] { return positions().starts_with("99.9 100.4"); }, patiently));
+    SendMessageA(controlById(program, idTime), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(""));
+    ASSERT_TRUE(awaitPicture());
+    command(program, idSaveCameraImage);
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+
+    // The cross is at the picture's centre within a pixel of the wide view.
+    Picture picture(session() / "camera(0).jpg");
+    const auto gold = [&](int x, int y) {
+        const Gdiplus::Color colour = picture.at(x, y);
+        return colour.GetRed() > 1.5 * colour.GetBlue();
+    };
+    int count = 0, sumX = 0, sumY = 0;
+    for (int y = 514 - 50; y < 514 + 50; y++)
+        for (int x = 616 - 50; x < 616 + 50; x++)
+            if (gold(x, y)) count++, sumX += x, sumY += y;
+    ASSERT_GT(count, 500);
+    EXPECT_NEAR(1.0 * sumX / count, 616, 4);
+    EXPECT_NEAR(1.0 * sumY / count, 514, 4);
+}
+
 TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
     ASSERT_NO_FATAL_FAILURE(start(2.0));
     struct Case {
