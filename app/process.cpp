@@ -14,7 +14,7 @@ bool closeWanted = false;
 } // namespace
 
 bool runProcess(void (*work)(), void (*saveQuietly)()) {
-    if (underWay) return false;
+    if (processUnderWay()) return false;
     underWay = true;
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);
@@ -28,7 +28,7 @@ bool runProcess(void (*work)(), void (*saveQuietly)()) {
 }
 
 bool processUnderWay() {
-    return underWay;
+    return underWay || processRunning != 0;
 }
 
 void saveUnfinishedProcess() {
