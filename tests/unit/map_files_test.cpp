@@ -36,7 +36,7 @@ TEST_F(MapFilesTest, WritesEveryPlaneRowByRow) {
     EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
 }
 
-TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndTheThirdANewFolder) {
+TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
     confocalEnabled = 0;
     saveMapFiles();
     EXPECT_TRUE(makeMapFileName("Kestrel").ends_with(
@@ -51,6 +51,12 @@ TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndTheThirdANewFolder) {
               (std::vector<std::string>{"KST_Data/", folder, folder + "Kestrel" + grid,
                                         "KST_Data/260307_14-06/",
                                         "KST_Data/260307_14-06/Kestrel" + grid}));
+    // As after a second scan of the same grid: nothing may be lost.
+    wallTime.minute++;
+    scanMap.maps[planePhotocurrent][0][0] = 7.0f;
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok);
+    saveMapFiles();
+    EXPECT_TRUE(contentOf("KST_Data/260307_14-07/Kestrel" + grid).starts_with("7.000000,"));
 }
 
 TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {
