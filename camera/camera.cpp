@@ -180,6 +180,32 @@ int controlCamera(CameraState& state, uint32_t mode) {
     return 0;
 }
 
+bool holdAutomatic(CameraState& state) {
+    if (!state.connected) return false;
+    bool held = false;
+    try {
+        for (const EnumParameter* function :
+             {&state.device->GainAuto, &state.device->ExposureAuto}) {
+            if (!function->IsWritable() || !function->Is(Auto_Continuous)) continue;
+            function->SetValue(Auto_Off);
+            held = true;
+        }
+    } catch (const std::exception&) {
+        fail(state);
+    }
+    return held;
+}
+
+void resumeAutomatic(CameraState& state) {
+    if (!state.connected) return;
+    try {
+        setAutomatic(state.device->GainAuto, Auto_Continuous);
+        setAutomatic(state.device->ExposureAuto, Auto_Continuous);
+    } catch (const std::exception&) {
+        fail(state);
+    }
+}
+
 int grabFrames(CameraState& state, uint32_t count) {
     bool failed = !state.connected;
     if (!failed) {

@@ -48,6 +48,11 @@ enum CameraMode : uint32_t {
 // Any failure disconnects the camera and says so in the information text. Always returns 0.
 int controlCamera(CameraState& state, uint32_t mode);
 
+// Keeps gain and exposure as the camera has adjusted them, so that the next frames compare. True
+// when it was adjusting them by itself; resumeAutomatic lets it go on.
+bool holdAutomatic(CameraState& state);
+void resumeAutomatic(CameraState& state);
+
 // Grabs `count` frames and converts the last one into cameraImage.pixels. Always returns 0.
 int grabFrames(CameraState& state, uint32_t count);
 

@@ -104,7 +104,10 @@ int wideViewImaging() {
     clearMosaic();
     goToField(centre, -1, -1);
     waitResponsive(200);
+    // Nine fields in one light: a bright one must not darken its neighbours.
+    const bool held = holdAutomatic(cameraState);
     if (!stopRequested) takeFields(centre);
+    if (held) resumeAutomatic(cameraState);
     wideView = 1; // a key that moved the stage meanwhile has shown the camera's picture
     drawWideView();
     moveXYTo(centre.x, centre.y, motorSpeed);
