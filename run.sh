@@ -35,7 +35,7 @@ windows_path() { echo "Z:${1//\//\\}"; }
 under_wine=(tests/window/run_under_wine.sh --build build/windows --cable --show --keep "$run")
 
 if [[ $demo == no ]]; then
-    echo "The laboratory's faults are in $desk/virtual_lab.txt (docs/developers.md)."
+    echo "The laboratory's faults are in $desk/virtual_lab.txt (docs/development.md)."
     "${under_wine[@]}" build/windows/operator.exe "$(windows_path "$desk")"
 else
     screenshots=$run/screenshots
