@@ -2,7 +2,7 @@
 #
 #   cmake -D version=1.0.0 -D source=FOLDER -D build=FOLDER -P package.cmake
 file(GLOB_RECURSE guides RELATIVE ${source} ${source}/docs/*.md ${source}/docs/*.png)
-list(PREPEND guides README.md)
+list(PREPEND guides README.md virtual_lab/README.md) # the guides link to both
 file(GLOB laboratory ${build}/laboratory/*.dll)
 
 # Everything lies in one folder that bears the archive's name. Takes programs and libraries, and
@@ -25,4 +25,4 @@ endfunction()
 
 pack(Lumascan-${version}-win64 PROGRAMS ${build}/Lumascan.exe PAGES ${guides})
 pack(Lumascan-${version}-virtual-lab PROGRAMS ${build}/Lumascan.exe ${laboratory}
-     PAGES ${guides} virtual_lab/README.md)
+     PAGES ${guides})
