@@ -51,7 +51,7 @@ LibraryHandle loadLibrary(const char* fileName) {
 
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
     if (libraries.functionsMissing.count(name) != 0) return nullptr;
-    if (libraries.namesMissing.count(name) != 0) {
+    if (libraries.namesMissing) {
         name = nameOfOrdinal(library, ordinal);
         if (!name) return nullptr;
     }

@@ -11,7 +11,7 @@
 struct LibraryDouble {
     bool allAbsent = false;
     std::set<std::string> absent;           // by file name
-    std::set<std::string> namesMissing;     // these functions are found by ordinal alone
+    bool namesMissing = false;              // functions are found by ordinal alone
     std::set<std::string> functionsMissing; // these not at all
     std::map<std::string, void*> replaced;  // by function name
 };

@@ -2,6 +2,7 @@
 // gets bytes returns the interval time-out after the last of them.
 #include "tests/doubles/lab_serial.h"
 
+#include "instruments/laser_link.h"
 #include "tests/doubles/virtual_clock.h"
 #include "virtual_lab/lab.h"
 
@@ -31,6 +32,21 @@ void resetSerial() {
     serial.line.parity = 2;
     serial.line.stopBits = 2;
     thePort = {};
+}
+
+void openScriptedLink() {
+    serial.scripted = true;
+    serial.replies = {"0", "0", "0"};
+    ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
+    serial.writes.clear();
+}
+
+std::string wire() {
+    std::string all;
+    for (const std::string& write : serial.writes) all += write;
+    serial.writes.clear();
+    std::replace(all.begin(), all.end(), '\0', '|');
+    return all;
 }
 
 static int32_t failWith(uint32_t error) {

@@ -26,3 +26,9 @@ struct SerialDouble {
 extern SerialDouble serial;
 
 void resetSerial();
+
+// The laser link opened over a script of replies, and nothing said yet.
+void openScriptedLink();
+
+// The writes since the last call, with the zero byte that ends each shown as '|'.
+std::string wire();

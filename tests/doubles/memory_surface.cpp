@@ -54,7 +54,7 @@ Extent clientExtent(WindowHandle window) {
 }
 
 ContextHandle windowContext(WindowHandle window) {
-    if (!window || failsNow(Drawing::GetWindow)) return nullptr;
+    if (!window) return nullptr;
     liveContexts++;
     return new NativeContext{window, &window->client, {}};
 }
@@ -127,18 +127,6 @@ void putPixels(ContextHandle context, int x, int y, int width, int height, const
             plot(context, x + column, y + row, *pixels++ & 0xFFFFFF);
 }
 
-static bool copyScaled(ContextHandle to, int toWidth, int toHeight, ContextHandle from,
-                       int fromWidth, int fromHeight) {
-    for (int y = 0; y < std::min(toHeight, to->target->height); y++) {
-        const int fromY = y * fromHeight / toHeight;
-        for (int x = 0; x < std::min(toWidth, to->target->width); x++) {
-            const uint32_t* source = pixelAt(*from->target, x * fromWidth / toWidth, fromY);
-            if (source) plot(to, x, y, *source);
-        }
-    }
-    return true;
-}
-
 bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
     if (!to || !from || failsNow(Drawing::CopyArea)) return false;
     width = std::min({width, to->target->width, from->target->width});
@@ -150,8 +138,7 @@ bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
 
 bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
                  int fromHeight) {
-    if (!to || !from || failsNow(Drawing::StretchArea)) return false;
-    return copyScaled(to, toWidth, toHeight, from, fromWidth, fromHeight);
+    return shrinkArea(to, 0, 0, toWidth, toHeight, from, fromWidth, fromHeight);
 }
 
 bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,

@@ -52,7 +52,6 @@ extern std::vector<DrawnText> drawnTexts;
 extern std::vector<SavedImage> savedImages;
 
 enum class Drawing {
-    GetWindow,
     MakeBitmap,
     MakeContext,
     SelectBitmap,

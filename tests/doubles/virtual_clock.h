@@ -9,9 +9,6 @@ void setVirtualTime(double ms);     // jumps without running anything
 
 double testTimeMs(); // since the test began
 
-extern LocalTime wallTime;    // what the program's clock shows; it stands still
-extern double testDeadlineMs; // a test that is not over by then is ended by force
-
-extern bool systemKeptAwake;
+extern LocalTime wallTime; // what the program's clock shows; it stands still
 
 void resetClock();

@@ -7,24 +7,7 @@
 
 namespace {
 
-class LaserLinkTest : public WindowTest {
-protected:
-    void openScripted() {
-        serial.scripted = true;
-        serial.replies = {"0", "0", "0"};
-        ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
-        serial.writes.clear();
-    }
-};
-
-// The writes, with the zero byte that ends each shown as '|'.
-std::string wire() {
-    std::string all;
-    for (const std::string& write : serial.writes) all += write;
-    serial.writes.clear();
-    for (char& byte : all) byte = byte == '\0' ? '|' : byte;
-    return all;
-}
+using LaserLinkTest = WindowTest;
 
 TEST_F(LaserLinkTest, OpeningSaysExactlyThis) {
     serial.scripted = true;
@@ -80,7 +63,7 @@ TEST_F(LaserLinkTest, FailedOpenings) {
 }
 
 TEST_F(LaserLinkTest, RepliesBecomeVolts) {
-    openScripted();
+    openScriptedLink();
     const struct {
         const char* reply;
         float volts;
@@ -110,7 +93,7 @@ TEST_F(LaserLinkTest, RepliesBecomeVolts) {
 }
 
 TEST_F(LaserLinkTest, FailedWriteTakesTheLinkDown) {
-    openScripted();
+    openScriptedLink();
     laserLink.channelValue[1] = 3.5;
     serial.refuseWrite = true;
     EXPECT_EQ(laserWrite(laserLink, "p"), 0);
@@ -126,7 +109,7 @@ TEST_F(LaserLinkTest, FailedWriteTakesTheLinkDown) {
 }
 
 TEST_F(LaserLinkTest, CommandsKeepTheirLength) {
-    openScripted();
+    openScriptedLink();
     laserChannelSetting(laserLink, 3, 1);
     laserChannelRate(laserLink, -1, 1);
     EXPECT_EQ(wire(), "");
@@ -138,7 +121,7 @@ TEST_F(LaserLinkTest, CommandsKeepTheirLength) {
 }
 
 TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
-    openScripted();
+    openScriptedLink();
     struct {
         int (*set)(int);
         const char *on, *off;

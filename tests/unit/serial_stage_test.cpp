@@ -8,15 +8,7 @@ class SerialStageTest : public WindowTest {
 protected:
     void SetUp() override {
         WindowTest::SetUp();
-        serial.scripted = true;
-        ASSERT_EQ(openLaserLink(laserLink, nullptr), 1);
-        serial.writes.clear();
-    }
-    static std::string wire() {
-        std::string all;
-        for (const std::string& write : serial.writes) all += write.c_str() + std::string("|");
-        serial.writes.clear();
-        return all;
+        openScriptedLink();
     }
 };
 
