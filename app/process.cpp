@@ -2,6 +2,7 @@
 #include "app/process.h"
 
 #include "app/responsive_wait.h"
+#include "motion/stage.h"
 #include "platform/clock.h"
 #include "ui/screen.h"
 
@@ -14,7 +15,7 @@ bool closeWanted = false;
 } // namespace
 
 bool runProcess(void (*work)(), void (*saveQuietly)()) {
-    if (processUnderWay()) return false;
+    if (processUnderWay() || stageIsMoving()) return false;
     underWay = true;
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);

@@ -2,8 +2,9 @@
 #pragma once
 
 // Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another
-// process is under way. Closes the main window afterwards when that was asked for. `saveQuietly`
-// saves what has been measured when the program is ended by force meanwhile; it may be null.
+// process or a move of the stage is under way: where that ends is not known yet. Closes the main
+// window afterwards when that was asked for. `saveQuietly` saves what has been measured when the
+// program is ended by force meanwhile; it may be null.
 bool runProcess(void (*work)(), void (*saveQuietly)());
 
 // From the first step of a process to its last, also where it does not hold `processRunning`.

@@ -45,8 +45,16 @@ int handleWhileIdle(const Message& message) {
         stopAllStages();
         return waitClicked;
     }
+    const bool open = mainWindow != nullptr;
     dispatchMessage(message);
-    return goOn;
+    return open && !mainWindow ? int{waitClicked} : goOn; // closed: nobody is there to wait for
+}
+
+// The click that the question has held back. Its end went to the question, and is made up for.
+void dispatchClick(const Message& message) {
+    dispatchMessage(message);
+    if (leftButtonIsDown()) return;
+    dispatchMessage({message.window, messageLeftButtonUp, 0, message.lParam});
 }
 
 int handleWhileProcessRuns(const Message& message) {
@@ -57,7 +65,10 @@ int handleWhileProcessRuns(const Message& message) {
     if (message.id == messageKeyDown && message.wParam == keyPageUp) return nudgeFocus(1.0);
     if (message.id == messageKeyDown && message.wParam == keyPageDown) return nudgeFocus(-1.0);
     const int32_t stopBefore = stopRequested;
-    dispatchMessage(message);
+    if (message.id == messageLeftButtonDown)
+        dispatchClick(message);
+    else
+        dispatchMessage(message);
     // Closing the window stops the process too; what was asked for earlier has been seen already.
     return stopRequested && !stopBefore ? int{waitStopped} : goOn;
 }

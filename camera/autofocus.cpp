@@ -140,7 +140,10 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
         showInformation(formatted("z=%.0f, Fmax=%.3f", curve.positionUm[curve.peak],
                                   static_cast<double>(curve.highest))
                             .c_str());
-        moveBy(stageZ, -sweep.stepUm);
+        // Where the stage cannot go lower the curve is over. A refused move has not waited.
+        const bool moved = moveBy(stageZ, -sweep.stepUm);
+        waitResponsive(1);
+        if (!moved) break;
     }
     return SweepEnd::Finished;
 }
@@ -246,7 +249,7 @@ int autoFocus(FocusState& state) {
         again = focusSweep(state) && state.level < highestLevel;
         if (!stopRequested) continue;
         std::snprintf(state.text, sizeof state.text, "Focusing aborted");
-        showProgress(state.text);
+        showInformation(state.text);
         refreshPositions();
         return 0;
     }
@@ -258,7 +261,7 @@ int autoFocus(FocusState& state) {
     setLaserOutput(wasIlluminated ? 1 : 0);
     switchLiveView(wasLive ? 1 : 0);
     const bool reached = focusFactor(state) >= focusedFactor;
-    showProgress(reached ? "Focusing Completed!" : "Focusing incompleted!");
+    showInformation(reached ? "Focusing Completed!" : "Focusing incompleted!");
     refreshPositions();
     return 1;
 }

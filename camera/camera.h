@@ -12,7 +12,7 @@
 struct CameraState {
     CameraState();
 
-    int32_t gain = 1;          // manual gain, dB
+    int32_t gain = 1;          // manual gain, dB; raw units of a camera before SFNC 2.0
     double exposureUs = 100.0; // manual exposure time
     uint8_t* frame;            // the current raw frame: `ownFrame`, or the last result's buffer
     int32_t connected = 0;     // cleared by every failure

@@ -99,7 +99,7 @@ int wideViewImaging() {
     showInformation("Wide view imaging");
     stopRequested = 0;
     processRunning = 1;
-    wideView = 1;
+    wideView = 1; // the scan area stays what it was on the view that it was drawn on
     wideFactor = tilesAcross;
     clearMosaic();
     goToField(centre, -1, -1);

@@ -144,6 +144,9 @@ void applyBias(double voltage, double limit) {
 void connectInstrument(int32_t kind) {
     if (!isKind(kind)) return;
     const int32_t previous = instrumentLink.ammeterKind;
+    // Nobody could take away the bias of a source that is no longer the selected one.
+    if (kind != previous && instrumentLink.biasVoltage != 0.0f)
+        applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     instrumentLink.ammeterKind = kind;
     if (kind == kindArduino) return;
     if (openInstrument(kind, static_cast<double>(instrumentLink.biasVoltage), analyzerGpib)) {

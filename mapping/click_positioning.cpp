@@ -37,7 +37,7 @@ void pickLaserSpot(int x, int y) {
         laserOffset = {x, row};
         computeScanArea(scanArea);
     }
-    switchLiveView(2); // the button has switched it off
+    switchLiveView(1); // the button has switched it off
 }
 
 void moveToClickedPoint(int x, int y) {
@@ -61,9 +61,10 @@ void moveToClickedPoint(int x, int y) {
 
     constexpr auto umPerPixel = static_cast<float>(fieldWidthUm / fieldWidthPx);
     const float scale = umPerPixel * static_cast<float>(wideView ? wideFactor : 1);
-    if (!moveXYBy(static_cast<double>(static_cast<float>(dx) * scale),
-                  static_cast<double>(static_cast<float>(dy) * scale), motorSpeed))
-        showMessageBox(mainWindow, "Motor limited", "Motor error", BoxButtons::Ok);
+    const bool arrived = moveXYBy(static_cast<double>(static_cast<float>(dx) * scale),
+                                  static_cast<double>(static_cast<float>(dy) * scale), motorSpeed);
+    if (!mainWindow) return; // closed meanwhile
+    if (!arrived) showMessageBox(mainWindow, "Motor limited", "Motor error", BoxButtons::Ok);
     waitResponsive(100);
     switchLiveView(1);
     refreshPositions();

@@ -6,12 +6,14 @@
 #include "platform/truncate.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <vector>
 
 namespace {
 
 constexpr int left = 10, top = 10, width = 400, height = 300; // pixels
-constexpr int labelledHeight = 340;                           // with the labels below
+constexpr int labelledHeight = 332;                           // with the labels below
 
 constexpr Colour black = 0;
 constexpr Colour white = colourRgb(255, 255, 255);
@@ -23,8 +25,14 @@ struct Range {
 };
 
 Range rangeOf(const float* values, int first, int end) {
-    const auto [lowest, highest] = std::minmax_element(values + first, values + end);
-    return {*lowest, *highest == *lowest ? *highest + 0.1f : *highest};
+    float lowest = std::numeric_limits<float>::infinity(), highest = -lowest;
+    for (const float* value = values + first; value != values + end; ++value) {
+        if (!std::isfinite(*value)) continue; // an overflow of the instrument is off every scale
+        lowest = std::min(lowest, *value);
+        highest = std::max(highest, *value);
+    }
+    if (lowest > highest) lowest = highest = 0.0f;
+    return {lowest, highest == lowest ? highest + 0.1f : highest};
 }
 
 // Far from 0 a tenth may be too little to make a range.
@@ -32,8 +40,9 @@ float scaled(float value, Range range, int pixels) {
     const float span = range.highest - range.lowest;
     const auto full = static_cast<float>(pixels);
     if (span == 0.0f) return full / 2;
-    // What is no number or infinite must not leave the plot.
-    return std::clamp((value - range.lowest) * full / span, 0.0f, full);
+    const float place = (value - range.lowest) * full / span;
+    // What is no number goes to the edge: nothing leaves the plot.
+    return std::isnan(place) ? 0.0f : std::clamp(place, 0.0f, full);
 }
 
 // Points in one column of pixels cover the same pixels as the first, the lowest, the highest and

@@ -179,7 +179,7 @@ int runMapping() {
     }
     returnHome(place);
     setLiveRows(-1);
+    applyBias(0.0, limit); // before what may ask: nobody may be there to answer
     saveEverything();
-    applyBias(0.0, limit);
     return 1;
 }

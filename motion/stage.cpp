@@ -140,7 +140,31 @@ bool startMoveTo(StageAxis& axis, double um) {
     return true;
 }
 
+namespace {
+
+int movesUnderWay = 0;
+
+// One move is under way in its block.
+struct MoveMark {
+    MoveMark() { ++movesUnderWay; }
+    ~MoveMark() { --movesUnderWay; }
+    MoveMark(const MoveMark&) = delete;
+    MoveMark& operator=(const MoveMark&) = delete;
+};
+
+// An axis without a controller holds up nobody, unless it is the one that has the longer way.
+double distanceLeft(const StageAxis& axis, double targetUm, bool leads) {
+    return axis.axisNumber == 0 && !leads ? 0.0 : std::fabs(axis.positionUm - targetUm);
+}
+
+} // namespace
+
+bool stageIsMoving() {
+    return movesUnderWay > 0;
+}
+
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
+    const MoveMark moving;
     int count = 0;
     int code = notArrived;
     float previous = 1000000.0f;
@@ -230,6 +254,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     startMoveTo(a, targetA);
     startMoveTo(b, targetB);
 
+    const MoveMark moving;
     double previousErr = -10.0;
     int count = 0;
     bool atTarget = timeMs == 0.0; // no distance, nothing to wait for
@@ -242,8 +267,9 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             readPosition(a);
             readPosition(b);
             refreshPositions();
+            // The other axis is watched too: a key or a switch may have sent it elsewhere.
             const double err =
-                aLeads ? std::fabs(a.positionUm - targetA) : std::fabs(b.positionUm - targetB);
+                std::max(distanceLeft(a, targetA, aLeads), distanceLeft(b, targetB, !aLeads));
             // The last look has no earlier one to compare with.
             if (err <= 3.0 && (timeIsOver || std::fabs(err - previousErr) < 1.0)) {
                 atTarget = true;

@@ -54,8 +54,11 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
 bool moveTo(StageAxis& axis, double um); // starts and waits
 bool moveBy(StageAxis& axis, double deltaUm);
 
+// True inside the wait of a move.
+bool stageIsMoving();
+
 // Both axes arrive together: the longer distance runs at `speed` (clamped to 10..800). False when
-// the leading axis did not arrive.
+// one of them did not arrive; the positions are then what was read.
 bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed);
 bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed);
 bool moveXYTo(double x, double y, int32_t speed);

@@ -15,6 +15,7 @@ struct Message {
 // The message numbers and virtual keys that the core looks at (values of the Windows API).
 constexpr uint32_t messageKeyDown = 0x0100;
 constexpr uint32_t messageLeftButtonDown = 0x0201;
+constexpr uint32_t messageLeftButtonUp = 0x0202;
 constexpr uintptr_t keyPageUp = 0x21;
 constexpr uintptr_t keyPageDown = 0x22;
 constexpr uintptr_t keyLeft = 0x25;
@@ -28,6 +29,9 @@ bool takeMessage(Message& message);
 
 // Translates the message (keys to characters) and calls its window procedure.
 void dispatchMessage(const Message& message);
+
+// The left mouse button itself, whatever messages are still waiting.
+bool leftButtonIsDown();
 
 // Sleeps until a message is waiting or the tick count reaches `untilTick`.
 void waitForMessage(uint64_t untilTick);

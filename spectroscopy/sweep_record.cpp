@@ -8,12 +8,15 @@
 #include "platform/widen.h"
 #include "ui/screen.h"
 
+#include <algorithm>
+
 SweepRecord sweepRecord;
 
 void allocateSweep(SweepRecord& record) {
     const auto points = static_cast<size_t>(4 * record.pointsPerQuarter);
     for (std::vector<float>* values : {&record.xValues, &record.yValues, &record.extraValues})
-        if (values->size() != points) values->assign(points, 0.0f);
+        if (record.holdsSeries || values->size() != points) values->assign(points, 0.0f);
+    record.holdsSeries = false;
 }
 
 void showEndMessage(const SweepRecord& record, const char* message) {
@@ -27,7 +30,8 @@ namespace {
 bool writeCurve(FILE* file, const char* heading, const std::vector<float>& xs,
                 const std::vector<float>& ys, int32_t count) {
     if (std::fprintf(file, "%s\n", heading) < 0) return false;
-    for (size_t i = 0; i < static_cast<size_t>(count); ++i)
+    const size_t points = std::min({static_cast<size_t>(count), xs.size(), ys.size()});
+    for (size_t i = 0; i < points; ++i)
         if (std::fprintf(file, "%f,%f\n", static_cast<double>(xs[i]), static_cast<double>(ys[i])) <
             0)
             return false;

@@ -20,13 +20,15 @@ struct SweepRecord {
     std::vector<float> xValues;          // V
     std::vector<float> yValues;          // uA, or what the selected instrument gives
     std::vector<float> extraValues;      // s
+    bool holdsSeries = false;            // the arrays are those of a time evolution
     int32_t currentIndex = 0;
     char text[100] = {}; // status lines are formatted here
 };
 
 extern SweepRecord sweepRecord;
 
-// Room for the four quarters of a sweep in all three arrays, zero-filled. What is there is kept.
+// Room for the four quarters of a sweep in all three arrays, zero-filled. What a sweep has left
+// there is kept.
 void allocateSweep(SweepRecord& record);
 
 // Writes the end of a measurement into its plot.

@@ -57,6 +57,7 @@ bool allocateSeries(SweepRecord& record) {
         record.extraValues = record.yValues = {};
         return false;
     }
+    record.holdsSeries = true;
     return true;
 }
 
@@ -107,17 +108,21 @@ void save(bool quietly) {
 
 } // namespace
 
-void measureTimeEvolution() {
+bool measureTimeEvolution() {
     SweepRecord& record = sweepRecord;
     readEdits(record);
     record.currentIndex = 0;
-    if (!allocateSeries(record)) showInformation("Not enough memory for so long a series");
+    if (!allocateSeries(record)) {
+        showInformation("Not enough memory for so long a series");
+        return false;
+    }
     stopRequested = 0;
     processRunning = 1;
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     recordCycles(record);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     processRunning = 0;
+    return true;
 }
 
 void saveTimeEvolution() {

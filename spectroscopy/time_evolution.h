@@ -4,8 +4,8 @@
 // Takes on time, off time (whole seconds) and repeat count from their edits and records that many
 // light cycles; the trace grows in the plot window. Ends between two samples when a stop is asked
 // for, and when the arrays are full, which are made for 20 samples a second. The laser is off
-// afterwards.
-void measureTimeEvolution();
+// afterwards. False, and nothing was measured, when the system has no memory for so long a series.
+bool measureTimeEvolution();
 
 // Writes the samples to the next "TimeEvo(n).txt".
 void saveTimeEvolution();

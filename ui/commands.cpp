@@ -46,6 +46,7 @@ bool dragging = false;
 bool scanAreaShown = false;
 
 void moveAndShow(StageAxis& axis, double um) {
+    if (stageIsMoving()) return; // that move would never find its target
     // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
     const int busyBefore = keyBusy;
     keyBusy = 1;
@@ -60,6 +61,7 @@ void mapSample() {
     setField(Field::StartButton, "Stop");
     showInformation("Writing...");
     waitResponsive(10);
+    if (confocalEnabled) connectMissingCamera();
     showMapWindow(channelPhotocurrent);
     runMapping();
     processRunning = 0;
@@ -73,8 +75,8 @@ void readPositions() {
 }
 
 void reconnectStages() {
-    // A new zero in the middle of a process would send its next move to another place.
-    if (processUnderWay()) return;
+    // A new zero in the middle of a move would send it, or the next one, to another place.
+    if (processUnderWay() || stageIsMoving()) return;
     stopAllStages();
     closeAllStages();
     if (openStages(axisOrder, motorSpeed))
@@ -85,6 +87,7 @@ void reconnectStages() {
 }
 
 void showLaserView() {
+    connectMissingCamera();
     checkRadio(idLaserView, idSampleView, idLaserView);
     setLaserOutput(0);
     setLaserLevel(1);
@@ -101,6 +104,7 @@ void showSampleView() {
 }
 
 void focusLaser() {
+    connectMissingCamera();
     checkRadio(idLaserView, idSampleView, idLaserView);
     const bool laserWasOn = laserIsOn();
     setLaserLevel(1);
@@ -110,12 +114,14 @@ void focusLaser() {
 }
 
 void makeWideView() {
+    connectMissingCamera();
     switchLiveView(0);
     wideViewImaging();
 }
 
 void setCameraAutomatic() {
     blueOnly = 0;
+    connectMissingCamera();
     controlCamera(cameraState, cameraAutomatic);
     grabFrames(cameraState, 1);
     waitResponsive(50);
@@ -139,19 +145,14 @@ void saveMaps() {
     saveMapFiles();
 }
 
-void openIvMeasurement() {
-    const int32_t kind = instrumentLink.ammeterKind;
-    if (kind == kindGpibSourcemeter || kind == kindUsbSourcemeter || kind == kindAnalyzerEthernet)
-        return openTool(Tool::IvCurve);
-    showMessageBox(mainWindow,
-                   "Please change the current equipment as a sourcemter or parameter analyzer",
-                   "Notice", BoxButtons::Ok);
+void refuseInProcess() {
+    showInformation("Not while a process runs");
 }
 
 void runCommand(int id) {
     switch (id) {
-    case idAbout:
-        return showAbout();
+    case idAbout: // a modal box would hold the process where it is, with the laser on
+        return processUnderWay() ? refuseInProcess() : showAbout();
     case idExit:
         return onClose();
     case idShowMap:
@@ -219,9 +220,9 @@ void runCommand(int id) {
         blueOnly = 1;
         return;
     case idConfiguration:
-        return configure();
+        return processUnderWay() ? refuseInProcess() : configure();
     case idIvMeasurement:
-        return openIvMeasurement();
+        return openTool(Tool::IvCurve);
     case idSaveCameraImage:
         return saveCameraImage();
     case idTimeEvolution:
@@ -305,7 +306,7 @@ void onCommand(int id) {
 
 void onKeyDown(uintptr_t virtualKey) {
     resetIdle();
-    if (keyBusy) return;
+    if (keyBusy || stageIsMoving()) return;
     keyBusy = 1;
     switch (virtualKey) {
     case keyPageUp:
@@ -329,6 +330,7 @@ void onKeyDown(uintptr_t virtualKey) {
     default:
         return; // the move keys stay blocked until the next click, and that is meant
     }
+    if (!mainWindow) return;
     refreshPositions();
     grabAndDraw();
     if (dragging) invertDrag();
@@ -400,6 +402,9 @@ void forgetShownScanArea() {
 
 void onClose() {
     if (processUnderWay()) return stopAndClose();
+    // A move may be under way, and what called it comes back only after its time-out.
+    stopAllStages();
+    setLaserLevel(0);
     destroyMainWindow();
 }
 

@@ -122,6 +122,7 @@ void apply() {
     takeInteger(idCameraAperture, cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
+    applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
     setField(Field::UnitLabel,
              unitLabel()); // with a new kind it stays as it was, and that is meant
 }
@@ -130,7 +131,12 @@ void apply() {
 
 void connectLaser() {
     takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
+    // The old board would go on with what it has, and nobody could tell it anything any more.
+    const bool wasIlluminated = illuminationIsOn();
+    setLaserLevel(0);
+    setLaserOutput(0);
     const bool connected = openLaserLink(laserLink, mainWindow) != 0; // closes it first
+    if (connected && wasIlluminated) setLaserOutput(1);
     if (!connected)
         showMessageBox(mainWindow, "Error: not connected", "Warning: Serial Communication",
                        BoxButtons::Ok);
@@ -228,11 +234,10 @@ constexpr Command commands[] = {
 void configure() {
     if (isOpen) return;
     isOpen = true;
-    // A process keeps the view off itself, and remembers how it was.
-    const bool pausesView = !processUnderWay();
-    if (pausesView) switchLiveView(0);
+    const bool wasLive = liveViewIsOn();
+    switchLiveView(0);
     runDialog();
-    if (pausesView) switchLiveView(2);
+    switchLiveView(wasLive ? 1 : 0);
     isOpen = false;
 }
 
@@ -244,11 +249,12 @@ void openedConfiguration() {
 }
 
 void onConfigurationCommand(int id) {
+    resetIdle();
     if (busy) return;
     for (const Command& command : commands) {
         if (command.id != id) continue;
         busy = true;
-        if (processUnderWay() && !command.duringProcess)
+        if ((processUnderWay() || stageIsMoving()) && !command.duringProcess)
             refuse();
         else
             command.carryOut();

@@ -174,7 +174,6 @@ void createControlColumn(HWND window) {
         if (control.field != noField) fieldWindows[static_cast<size_t>(control.field)] = made;
     }
     for (KeyedEdit& edit : keyedEdits) answerKeys(edit);
-    CheckRadioButton(window, idLaserView, idSampleView, idSampleView);
 }
 
 HBRUSH labelBackground(HWND control, HDC context) {

@@ -46,15 +46,16 @@ void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
     setSpeed(axis, speed);
     waitResponsive(50);
     moveTo(axis, targetUm);
+    typedMoveUnderWay = false;
+    if (!mainWindow) return;
     switchLiveView(1);
     readPosition(axis);
     refreshPositions();
-    typedMoveUnderWay = false;
 }
 
 void enterXyPosition(Field field, StageAxis& axis) {
     const std::optional<int> typed = typedInteger(field);
-    if (!typed || typedMoveUnderWay) return;
+    if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     switchLiveView(0);
     moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);
 }
@@ -105,7 +106,7 @@ void enterPositionY() {
 
 void enterPositionZ() {
     const std::optional<int> typed = typedInteger(Field::PositionZ);
-    if (!typed || typedMoveUnderWay) return;
+    if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(0);
     if (target - stageZ.positionUm >= farFocusMoveUm) {

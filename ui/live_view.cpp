@@ -61,6 +61,10 @@ void connectCamera() {
     if (initCamera(cameraState)) controlCamera(cameraState, cameraAutomatic);
 }
 
+void connectMissingCamera() {
+    if (cameraWantsConnecting()) connectCamera();
+}
+
 void grabAndDraw() {
     leaveWideView(); // what is on the screen decides what a click means
     grabFrames(cameraState, 1);
@@ -75,7 +79,7 @@ void switchLiveView(int mode) {
         liveBefore = live;
     if (mode == 1) {
         leaveWideView();
-        if (cameraWantsConnecting()) connectCamera();
+        connectMissingCamera();
         computeScanArea(scanArea);
         liveViewTimerOn();
         return;
@@ -94,7 +98,7 @@ void resetIdle() {
 
 void liveViewTick() {
     if (!live) return; // a tick that was waiting when the timer was stopped
-    if (idleTicks == 0 && cameraWantsConnecting()) connectCamera();
+    if (idleTicks == 0) connectMissingCamera();
     if (++idleTicks == idleLimitTicks) {
         switchEverythingOff();
         return;

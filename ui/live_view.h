@@ -20,6 +20,9 @@ bool liveViewIsOn();
 // for the camera's own status text.
 void connectCamera();
 
+// The same where the camera has been lost or released; nothing while it is there.
+void connectMissingCamera();
+
 // Grabs one frame and draws it in place of whatever the window shows.
 void grabAndDraw();
 

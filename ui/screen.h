@@ -90,6 +90,7 @@ struct ToolControl {
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
                               int count, WindowHandle* edits);
 void destroyToolWindow(WindowHandle window);
+void raiseToolWindow(WindowHandle window); // to the front, to type into
 
 // The text of any window, up to `capacity` - 1 characters; nothing for null.
 std::string windowText(WindowHandle window, int capacity);

@@ -79,6 +79,10 @@ WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl*
     return opaque(window);
 }
 
+void raiseToolWindow(WindowHandle window) {
+    SetForegroundWindow(native(window));
+}
+
 void destroyToolWindow(WindowHandle window) {
     if (window) DestroyWindow(native(window));
 }

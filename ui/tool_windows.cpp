@@ -3,6 +3,9 @@
 
 #include "app/process.h"
 #include "app/responsive_wait.h"
+#include "instruments/ammeter.h"
+#include "motion/stage.h"
+#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "spectroscopy/iv_sweep.h"
 #include "spectroscopy/sweep_record.h"
@@ -43,6 +46,7 @@ struct ToolState {
     WindowHandle window = nullptr;
     WindowHandle edits[3] = {};
     bool holdsLiveView = false; // switched it off, and has not let it go on yet
+    bool wasLive = false;       // before it did
     bool measuring = false;
     bool closeWanted = false;
 };
@@ -61,10 +65,27 @@ ToolState* stateOf(WindowHandle window) {
 }
 
 void holdLiveView(ToolState& tool) {
-    // The state to go back to is the one before the first of both tools.
-    const bool held = tools[0].holdsLiveView || tools[1].holdsLiveView;
-    if (liveViewIsOn() || !held) switchLiveView(0);
+    tool.wasLive = liveViewIsOn();
+    for (const ToolState& other : tools)
+        if (other.holdsLiveView) tool.wasLive |= other.wasLive;
     tool.holdsLiveView = true;
+    switchLiveView(0);
+}
+
+void letLiveViewGoOn(ToolState& tool) {
+    tool.holdsLiveView = false;
+    switchLiveView(tool.wasLive ? 1 : 0);
+}
+
+// The sweep needs a source that sets the bias.
+bool canSweep() {
+    const int32_t kind = instrumentLink.ammeterKind;
+    if (kind == kindGpibSourcemeter || kind == kindUsbSourcemeter || kind == kindAnalyzerEthernet)
+        return true;
+    showMessageBox(mainWindow,
+                   "Please change the current equipment as a sourcemter or parameter analyzer",
+                   "Notice", BoxButtons::Ok);
+    return false;
 }
 
 void fillEdits(const ToolState& tool) {
@@ -83,22 +104,22 @@ void sweep() {
 }
 
 void recordSeries() {
-    measureTimeEvolution();
-    saveTimeEvolution();
+    if (measureTimeEvolution()) saveTimeEvolution();
 }
 
 void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
-    if (processUnderWay()) return; // which has its own edits and plot
+    // A process has its own edits and plot.
+    if (processUnderWay() || stageIsMoving()) return;
     sweepRecord.plotWindow = tool.window;
     sweepRecord.valueEdit = tool.edits[0];
     sweepRecord.offTimeEdit = tool.edits[1];
     sweepRecord.repeatEdit = tool.edits[2];
+    if (!tool.holdsLiveView || liveViewIsOn()) tool.wasLive = liveViewIsOn();
     tool.measuring = true;
     runProcess(work, saveQuietly);
     tool.measuring = false;
     if (!mainWindow) return;
-    tool.holdsLiveView = false;
-    switchLiveView(2);
+    letLiveViewGoOn(tool);
     if (tool.closeWanted) destroyToolWindow(tool.window);
 }
 
@@ -106,20 +127,25 @@ void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
 
 void openTool(Tool tool) {
     ToolState& state = stateOf(tool);
-    if (state.window) return;
-    holdLiveView(state);
+    if (state.window) return raiseToolWindow(state.window);
     const bool iv = tool == Tool::IvCurve;
+    if (iv && !canSweep()) return;
+    if (!processUnderWay()) holdLiveView(state);
     state.window =
         iv ? createToolWindow(L"IV Curve", ivLeft, ivControls, std::size(ivControls), state.edits)
            : createToolWindow(sweepRecord.plotTitle, timeEvolutionLeft, timeEvolutionControls,
                               std::size(timeEvolutionControls), state.edits);
-    if (state.window) fillEdits(state);
+    if (state.window)
+        fillEdits(state);
+    else if (state.holdsLiveView)
+        letLiveViewGoOn(state);
 }
 
 void onToolCommand(WindowHandle window, int id) {
     ToolState* tool = stateOf(window);
     if (!tool) return;
-    if (id == idSweepStart) measure(*tool, sweep, saveIvCurveQuietly);
+    if (id == idSweepStart && !processUnderWay() && canSweep())
+        measure(*tool, sweep, saveIvCurveQuietly);
     if (id == idSeriesStart) measure(*tool, recordSeries, saveTimeEvolutionQuietly);
 }
 
@@ -130,9 +156,10 @@ void onToolClose(WindowHandle window) {
         tool->closeWanted = true;
         return;
     }
-    const bool unused = tool && tool->holdsLiveView; // opened and closed without measuring
+    // Opened and closed without measuring.
+    if (tool && tool->holdsLiveView && !liveViewIsOn() && !processUnderWay())
+        letLiveViewGoOn(*tool);
     destroyToolWindow(window);
-    if (unused && !liveViewIsOn() && !processUnderWay()) switchLiveView(2);
 }
 
 bool isToolWindow(WindowHandle window) {

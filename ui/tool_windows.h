@@ -5,7 +5,8 @@
 
 enum class Tool { IvCurve, TimeEvolution };
 
-// Switches the live view off and opens the tool's window; nothing when it is open already.
+// Switches the live view off and opens the tool's window; brings it to the front when it is open
+// already. The I-V tool is refused while the selected instrument sets no bias.
 void openTool(Tool tool);
 
 // A button of a tool window: measures, saves, and lets the live view go on as it was. While another

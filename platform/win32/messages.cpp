@@ -34,6 +34,10 @@ void dispatchMessage(const Message& message) {
     DispatchMessageW(&native);
 }
 
+bool leftButtonIsDown() {
+    return GetAsyncKeyState(VK_LBUTTON) < 0;
+}
+
 void waitForMessage(uint64_t untilTick) {
     constexpr uint64_t longestSingleWaitMs = 60'000;
     for (uint64_t now; (now = tickCountMs()) < untilTick;) {

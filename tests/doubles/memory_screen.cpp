@@ -159,6 +159,8 @@ WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* cont
     return window;
 }
 
+void raiseToolWindow(WindowHandle) {}
+
 void destroyToolWindow(WindowHandle window) {
     forgetTool(window);
     std::erase(toolWindows, window);

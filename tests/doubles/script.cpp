@@ -214,6 +214,10 @@ void dispatchMessage(const Message& message) {
     }
 }
 
+bool leftButtonIsDown() {
+    return true; // its message is still in the queue
+}
+
 void waitForMessage(uint64_t untilTick) {
     const auto until = static_cast<double>(untilTick);
     runDueScript();

@@ -15,7 +15,6 @@ constexpr uint32_t messageKeyUp = 0x0101;
 constexpr uint32_t messageCommand = 0x0111;
 constexpr uint32_t messageTimer = 0x0113;
 constexpr uint32_t messageMouseMove = 0x0200;
-constexpr uint32_t messageLeftButtonUp = 0x0202;
 
 // An action runs while something waits, so it may post messages and break or mend things, but calls
 // nothing that waits itself.

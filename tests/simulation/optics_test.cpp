@@ -83,8 +83,8 @@ TEST_P(FocusTest, EndsInFocusOrSaysThatItDidNot) {
         onCommand(idFocus);
         const LabPoint spot = labLaserSpotSample();
         const double off = std::fabs(labStageUm(labZ) - surfaceHeightAt(spot.x, spot.y));
-        const bool says = textIn(Field::Progress) == "Focusing Completed!";
-        EXPECT_TRUE(says || textIn(Field::Progress) == "Focusing incompleted!");
+        const bool says = textIn(Field::Information) == "Focusing Completed!";
+        EXPECT_TRUE(says || textIn(Field::Information) == "Focusing incompleted!");
         const bool sharp = off <= labDepthOfFocusUm;
         ends += says ? (sharp ? completed : wrong) : (sharp ? incomplete : lost);
         EXPECT_EQ(processRunning, 0);
@@ -140,7 +140,7 @@ TEST_F(OpticsTest, StoppedFocusingStaysWhereItIsInTheDark) {
     in(6000, [] { postCommand(idStart); }); // in the downward sweep
     answer("Do you want to stop process, now ?", BoxAnswer::Yes);
     onCommand(idFocus);
-    EXPECT_EQ(textIn(Field::Progress), "Focusing aborted");
+    EXPECT_EQ(textIn(Field::Information), "Focusing aborted");
     EXPECT_GT(labStageUm(labZ), 310);
     EXPECT_EQ(labLaserPwm(), 0); // it was off before
     EXPECT_FALSE(labIlluminated());

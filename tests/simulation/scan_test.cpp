@@ -197,13 +197,18 @@ TEST_F(ScanTest, RefusedNumberedNameMakesANewFolder) {
     wallTime = {2026, 3, 7, 14, 5};
     writeSettings(4.0, false);
     // Saved by hand in the middle, the map finds its name taken at the end, and the file system
-    // refuses the colon of the numbered name: the images go into a new folder.
+    // refuses the colon of the numbered name: all goes into a new folder.
     afterReadings(5, [] { postCommand(idSaveMaps); });
     answer("File saving error. New folder will be made.", BoxAnswer::Ok,
            [] { wallTime.minute = 6; });
     runRoad(10, 10);
-    EXPECT_EQ(sessionFile("Kestrel"), "KST_Data/260307_14-05/Kestrel(3X3)Step4.0um "
-                                      "LaserIntensity16.0 Bias0.0V.txt");
+    const std::string name = "Kestrel(3X3)Step4.0um LaserIntensity16.0 Bias0.0V.txt";
+    const auto part = numbersOf(contentOf("KST_Data/260307_14-05/" + name));
+    const auto whole = numbersOf(contentOf("KST_Data/260307_14-06/" + name));
+    ASSERT_EQ(part.size(), whole.size());
+    EXPECT_EQ(part[2][0], whole[2][0]);
+    EXPECT_EQ(part[0][2], 0.0);
+    EXPECT_NEAR(whole[0][2], static_cast<double>(scanMap.maps[planePhotocurrent][2][0]), 1e-6);
     EXPECT_EQ(sessionFile("KST("), "KST_Data/260307_14-06/KST(1).jpg");
     expectLandscape(scanArea.rows, 0, labStageUm(labZ)); // nothing is lost from memory
 }
