@@ -147,6 +147,49 @@ TEST_F(OpticsTest, StoppedFocusingStaysWhereItIsInTheDark) {
     EXPECT_FALSE(timerRuns());
 }
 
+TEST_F(OpticsTest, FocusingEndsAtALimit) {
+    ASSERT_TRUE(applyLabFaults("limit z left at 300"));
+    moveTo(stageZ, 1000);
+    const uint64_t before = labCounters().frames;
+    onCommand(idFocus);
+    EXPECT_EQ(textIn(Field::Information), "Focusing incompleted!");
+    EXPECT_LT(labCounters().frames - before, 300u);
+}
+
+TEST_F(OpticsTest, FocusingConnectsAReleasedCamera) {
+    moveTo(stageZ, 20);
+    onCommand(idLiveOff); // lets go of the camera, as 50 s without input do
+    ASSERT_EQ(cameraState.connected, 0);
+    onCommand(idFocus);
+    EXPECT_EQ(cameraState.connected, 1);
+    EXPECT_NEAR(labStageUm(labZ), 0, labDepthOfFocusUm);
+}
+
+// --- Moves that something comes between ----------------------------------------------------------
+
+TEST_F(OpticsTest, AKeyDoesNotBendAClicksMove) {
+    in(120, [] { postKey(keyUp); });
+    answer("If you want to move this position", BoxAnswer::Yes);
+    postClick(1200, 314);
+    pump();
+    EXPECT_NEAR(labStageUm(labX), 584 * labUmPerPixel, 0.5);
+    EXPECT_NEAR(labStageUm(labY), 200 * labUmPerPixel, 0.5);
+    // What does: an axis that comes to its limit is not said to have arrived.
+    ASSERT_TRUE(applyLabFaults(exactStage + std::string("limit y right at 60")));
+    EXPECT_FALSE(moveXYBy(200, 100, motorSpeed));
+    EXPECT_NEAR(stageY.positionUm, labStageUm(labY), 0.5);
+}
+
+TEST_F(OpticsTest, ClosingInAMoveStopsItAtOnce) {
+    setLaserLevel(1);
+    in(1000, [] { post(messageClose); });
+    moveTo(stageX, 5000);
+    EXPECT_EQ(mainWindow, nullptr);
+    EXPECT_LT(labStageUm(labX), 1000);
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_LT(testTimeMs(), 5000);
+}
+
 // --- The wide view ------------------------------------------------------------------------------
 
 class WideViewTest : public OpticsTest {

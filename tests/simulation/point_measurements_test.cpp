@@ -226,6 +226,19 @@ INSTANTIATE_TEST_SUITE_P(
                                  [] { applyLabFaults("k2450 garbage"); }, false}),
     [](const testing::TestParamInfo<Interruption>& info) { return std::string(info.param.name); });
 
+TEST_F(PointMeasurementTest, NoSweepWithoutASource) {
+    run(kindUsbSourcemeter, idIvMeasurement, [](NativeWindow& tool) {
+        instrumentLink.ammeterKind = kindOscilloscope; // chosen while the tool is open
+        answer("Please change the current equipment as a sourcemter or parameter analyzer",
+               BoxAnswer::Ok, [&tool] {
+                   instrumentLink.ammeterKind = kindUsbSourcemeter;
+                   press(tool, idSweepStart);
+               });
+        press(tool, idSweepStart);
+    });
+    EXPECT_EQ(saves(), 1);
+}
+
 TEST_F(PointMeasurementTest, ASweepAfterAShortSeriesHasItsOwnArrays) {
     run(kindUsbSourcemeter, idTimeEvolution, [](NativeWindow& tool) {
         tool.edits[2]->text = "0";

@@ -192,6 +192,14 @@ std::vector<Step> everything() {
         typeInto(Field::ScanStep, "1.0");
         enterScanStep();
     });
+    addCall("X", [] {
+        typeInto(Field::PositionX, "30");
+        enterPositionX();
+    });
+    addCall("Z", [] {
+        typeInto(Field::PositionZ, "19");
+        enterPositionZ();
+    });
     addCall("intensity", enterLaserIntensity);
     addCall("gain", enterGain);
     addCall("exposure", enterExposure);
@@ -225,6 +233,9 @@ TEST_P(ReentranceTest, EverythingInTheMiddleOfIt) {
         if (process == Process::Scan || process == Process::WideView) {
             EXPECT_NEAR(labStageUm(labX), 0, 0.5);
             EXPECT_NEAR(labStageUm(labY), 0, 0.5);
+        }
+        if (process == Process::Sweep || process == Process::Series) {
+            EXPECT_TRUE(liveViewIsOn()); // as before it
         }
         EXPECT_EQ(toolWindows.size(), 2u);
         EXPECT_EQ(labInstrumentErrors(labUsbSourcemeter).size(), 0u);
