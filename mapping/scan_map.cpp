@@ -57,21 +57,18 @@ bool wrote(const std::wstring& path, const Map& map) {
     return file && writeRows(file.get(), map);
 }
 
-// A map that finds no place in the session folder goes into a new one, where there is one: folders
-// are named for the minute.
+// A map that finds no place in the session folder goes into the new one. There is none within the
+// minute that names the folder: then the map stays in memory for the next save.
 void saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
     ensureSessionFolder(dataFolders);
     const size_t planes = confocalEnabled ? 4 : 1;
     for (size_t plane = 0; plane < planes; ++plane) {
-        const std::wstring folder = dataFolders.sessionFolder;
         if (write(makeMapFileName(prefixes[plane]), scanMap.maps[plane])) continue;
         dataFolders.sessionFolderMade = 0;
         ensureSessionFolder(dataFolders);
-        if (dataFolders.sessionFolder != folder)
-            wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
-        else
-            dataFolders.sessionFolderMade = 0; // the next save makes it
+        if (!wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]))
+            dataFolders.sessionFolderMade = 0;
     }
     scanMap.saveCount += 1;
 }

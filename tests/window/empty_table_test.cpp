@@ -67,34 +67,18 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
 }
 
 TEST_F(EmptyTable, TakesWhatItCanReadOfTheSettings) {
-    struct Case {
-        const char* what;
-        std::string line;
-        const char* step;
-        const char* intensity;
-    };
-    const Case cases[] = {
-        {"ends early", "step:2.5, laser:1", "2.5", "4.0"},
-        {"empty", "", "1.0", "16.0"},
-        {"not text", std::string(1'000'000, '\0'), "1.0", "16.0"},
-        {"enormous", "step:3.0, laser:2.00, laser correct:(" + std::string(5'000'000, '9'), "3.0",
-         "8.0"},
-        {"impossible step", "step:1e308, laser:2.00, laser correct:(7,9)", "40.0", "8.0"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        ASSERT_NO_FATAL_FAILURE(writeSettings(c.line));
+    const std::string enormous =
+        "step:3.0, laser:2.00, laser correct:(" + std::string(5'000'000, '9');
+    for (const std::string& line : {std::string(1'000'000, '\0'), enormous}) {
+        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
         ASSERT_NO_FATAL_FAILURE(start());
-        EXPECT_EQ(textOf(scanStep()), c.step);
-        EXPECT_EQ(textOf(controlById(program, idLaserIntensity)), c.intensity);
+        const std::string step = line == enormous ? "3.0" : "1.0";
+        EXPECT_EQ(textOf(scanStep()), step);
         ASSERT_NO_FATAL_FAILURE(closeProgram());
-        EXPECT_TRUE(
-            contentOf(dataRoot() / "Config.txt").starts_with("step:" + std::string(c.step)));
+        EXPECT_TRUE(contentOf(dataRoot() / "Config.txt").starts_with("step:" + step));
     }
-
-    SCOPED_TRACE("a folder");
     fs::remove(dataRoot() / "Config.txt");
-    fs::create_directory(dataRoot() / "Config.txt");
+    fs::create_directory(dataRoot() / "Config.txt"); // no file can be read or written there
     ASSERT_NO_FATAL_FAILURE(start());
     EXPECT_EQ(textOf(scanStep()), "1.0");
     ASSERT_NO_FATAL_FAILURE(closeProgram());
@@ -116,10 +100,10 @@ TEST_F(EmptyTable, KeepsMapsThatCannotBeSaved) {
 
     fs::remove(dataRoot());
     fs::create_directory(dataRoot());
-    // The pictures have taken the folder as made; the next failure makes it anew.
+    // The pictures have taken the folder as made; the first failure makes it anew.
     command(program, idSaveMaps);
-    ASSERT_NO_FATAL_FAILURE(dismissFailures());
-    command(program, idSaveMaps);
+    ASSERT_NO_FATAL_FAILURE(
+        answer("Image save Process", "File saving error. New folder will be made.", "OK", IDOK));
     EXPECT_TRUE(await([&] { return fs::exists(session() / mapName("ConfocalB")); }, quickly));
     EXPECT_EQ(contentOf(session() / mapName("Kestrel")), zeros);
     EXPECT_NE(contentOf(session() / mapName("ConfocalG")), zeros) << "the test pattern's colours";
