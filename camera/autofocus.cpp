@@ -44,11 +44,10 @@ constexpr size_t side = 2 * halfSide;
 // Squares of the distances in the measuring square, column by column; the centre counts as 1.
 std::array<double, side * side> squaredDistances() {
     std::array<double, side * side> weights;
-    for (size_t i = 0; i < weights.size(); ++i) {
-        const double dx = static_cast<double>(i / side) - halfSide;
-        const double dy = static_cast<double>(i % side) - halfSide;
-        weights[i] = std::max(dx * dx + dy * dy, 1.0);
-    }
+    size_t i = 0;
+    for (double dx = -halfSide; dx < halfSide; ++dx)
+        for (double dy = -halfSide; dy < halfSide; ++dy)
+            weights[i++] = std::max(dx * dx + dy * dy, 1.0);
     return weights;
 }
 

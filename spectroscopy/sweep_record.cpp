@@ -13,7 +13,7 @@
 SweepRecord sweepRecord;
 
 void allocateSweep(SweepRecord& record) {
-    const auto points = static_cast<size_t>(4 * record.pointsPerQuarter);
+    const auto points = 4 * static_cast<size_t>(record.pointsPerQuarter);
     for (std::vector<float>* values : {&record.xValues, &record.yValues, &record.extraValues})
         if (record.holdsSeries || values->size() != points) values->assign(points, 0.0f);
     record.holdsSeries = false;
