@@ -145,6 +145,11 @@ void saveMaps() {
     saveMapFiles();
 }
 
+void startProcess(void (*work)(), void (*saveQuietly)()) {
+    const bool moving = stageIsMoving() && !processUnderWay();
+    if (!runProcess(work, saveQuietly) && moving) showInformation("Not while the stage moves");
+}
+
 void refuseInProcess() {
     showInformation("Not while a process runs");
 }
@@ -158,8 +163,7 @@ void runCommand(int id) {
     case idShowMap:
         return showMapWindow(channelPhotocurrent);
     case idStart: // while it runs, the click is the question whether to stop
-        runProcess(mapSample, saveMapFilesQuietly);
-        return;
+        return startProcess(mapSample, saveMapFilesQuietly);
     case idReadPositions:
         return readPositions();
     case idMoveXPlus:
@@ -178,11 +182,9 @@ void runCommand(int id) {
         setLaserOutput(id == idIlluminationOn ? 1 : 0);
         return;
     case idWideView:
-        runProcess(makeWideView, nullptr);
-        return;
+        return startProcess(makeWideView, nullptr);
     case idFocus:
-        runProcess(focusLaser, nullptr);
-        return;
+        return startProcess(focusLaser, nullptr);
     case idPickLaserSpot:
         picksLaserSpot = toggleCheckMark(idPickLaserSpot);
         return;
