@@ -62,34 +62,6 @@ TEST_F(VirtualLab, PictureShowsTheSampleTheRightWayRound) {
     }
 }
 
-TEST_F(VirtualLab, PictureBlursOnBothSidesOfTheFocus) {
-    openCamera();
-    ask("D 6 5");
-    // Steepness of the upright edges of contacts and flake, over rows enough to quiet the noise.
-    auto sharpness = [this] {
-        renderLabFrame(raw.data());
-        std::vector<double> means(labRawWidth);
-        for (size_t i = size_t{900} * labRawWidth; i < size_t{1100} * labRawWidth; ++i)
-            means[i % labRawWidth] += raw[i] / 200.0;
-        double sum = 0;
-        for (size_t i = 2; i < means.size(); ++i) sum += std::pow(means[i] - means[i - 2], 2);
-        return sum;
-    };
-    const double inFocus = sharpness();
-    for (int direction : {1, -1}) {
-        moveBy(stageZ, direction);
-        double last = sharpness();
-        EXPECT_EQ(last, inFocus) << "within the depth of focus";
-        for (int um : {3, 5, 20, 60}) {
-            moveBy(stageZ, direction * um);
-            const double now = sharpness();
-            EXPECT_LT(now, 0.9 * last) << labStageUm(labZ);
-            last = now;
-        }
-        moveTo(stageZ, 0);
-    }
-}
-
 TEST_F(VirtualLab, BoardTakesItsCommandsAndNoOthers) {
     const char* bad[] = {
         "",       "x",    "pp",    "s",      "s1 2",
@@ -103,6 +75,9 @@ TEST_F(VirtualLab, BoardTakesItsCommandsAndNoOthers) {
     EXPECT_EQ(labLaserPwm(), 0);
     boardReceive("", 1);
     EXPECT_EQ(labLaserPwm(), 1);
+    ask("G 5 204");
+    advanceVirtualTime(30 * labRiseMs);
+    EXPECT_NEAR(std::stoi(ask("R0 100")) * labAdcStepVolts, labPhotoVoltage(), labAdcStepVolts);
 }
 
 TEST_F(VirtualLab, CameraInsistsOnTheOrderOfCalls) {
@@ -139,20 +114,12 @@ TEST_F(VirtualLab, CameraInsistsOnTheOrderOfCalls) {
     EXPECT_NE(PylonDeviceClose(camera), 0u);              // the stream grabber is open
 }
 
-TEST_F(VirtualLab, FeaturesHaveTypesRangesAndGenerations) {
+TEST_F(VirtualLab, FeaturesHaveTypesAndRanges) {
     openCamera();
     EXPECT_NE(PylonDeviceSetFloatFeature(camera, "Gain", 36.5), 0u);
     EXPECT_NE(PylonDeviceSetFloatFeature(camera, "ExposureTime", std::nan("")), 0u);
     EXPECT_NE(PylonDeviceSetIntegerFeature(camera, "Gain", 3), 0u); // of another type
     EXPECT_NE(PylonDeviceFeatureFromString(camera, "GainAuto", "continuous"), 0u);
-    int64_t most = 0;
-    EXPECT_EQ(PylonDeviceSetIntegerFeature(camera, "Width", 2000), 0u);
-    EXPECT_EQ(PylonDeviceGetIntegerFeatureMax(camera, "OffsetX", &most), 0u);
-    EXPECT_EQ(most, 464);
-    EXPECT_FALSE(PylonDeviceFeatureIsWritable(camera, "AutoTargetValue"));
-    applyLabFaults("camera sfnc 1");
-    EXPECT_TRUE(PylonDeviceFeatureIsWritable(camera, "AutoTargetValue"));
-    EXPECT_FALSE(PylonDeviceFeatureIsReadable(camera, "DeviceSFNCVersionMajor"));
 }
 
 TEST_F(VirtualLab, FaultsThatAreNotUnderstoodChangeNothing) {
