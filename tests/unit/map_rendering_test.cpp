@@ -46,15 +46,9 @@ TEST_F(MapRenderingTest, LevelsBecomeColours) {
     const struct {
         int level;
         Colour colour;
-    } cases[] = {{0, 0},
-                 {3, 0},
-                 {4, colourRgb(1, 0, 0)},
-                 {511, colourRgb(127, 0, 0)},
-                 {513, colourRgb(128, 0, 0)},
-                 {514, colourRgb(128, 1, 0)},
-                 {768, colourRgb(192, 128, 0)},
-                 {769, colourRgb(192, 128, 1)},
-                 {1023, colourRgb(255, 255, 255)}};
+    } cases[] = {{0, 0},          {3, 0},          {4, 0x000001},
+                 {511, 0x00007F}, {513, 0x000080}, {514, 0x000180},
+                 {768, 0x0080C0}, {769, 0x0180C0}, {1023, 0xFFFFFF}}; // red last
     for (const auto& each : cases) EXPECT_EQ(colourOf(each.level), each.colour) << each.level;
 }
 
