@@ -3,8 +3,6 @@
 #include "motion/stage.h"
 #include "tests/doubles/doubles.h"
 
-#include <cmath>
-
 namespace {
 
 using StageTest = WindowTest;
@@ -56,9 +54,6 @@ TEST_F(StageTest, OpensAtZeroWithoutRamps) {
         EXPECT_EQ(axis->engine.NomSpeed, 500u);
         EXPECT_EQ(axis->engine.EngineFlags & ENGINE_ACCEL_ON, 0u);
     }
-    EXPECT_EQ(stageX.axisNumber, 1u);
-    EXPECT_EQ(stageY.axisNumber, 2u);
-    EXPECT_EQ(stageZ.axisNumber, 3u);
 }
 
 TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
@@ -68,9 +63,12 @@ TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
         bool found;
         uint32_t x, y, z;
     } cases[] = {
-        {"stage absent", 2, false, 0, 0, 0}, {"stage count 1", 0, true, 1, 0, 0},
+        {"stage absent", 2, false, 0, 0, 0},
+        {"stage count 1", 0, true, 1, 0, 0},
         {"stage count 1", 2, true, 0, 0, 0}, // the first controller would be Y's
-        {"stage count 2", 2, true, 1, 2, 0}, {"stage count 2", 1, true, 1, 0, 0},
+        {"stage count 2", 2, true, 1, 2, 0},
+        {"stage count 2", 1, true, 1, 0, 0},
+        {"", 2, true, 1, 2, 3},
     };
     for (const auto& each : cases) {
         ASSERT_TRUE(applyLabFaults(each.faults));
@@ -112,11 +110,11 @@ TEST_F(StageTest, MovesWhereItIsTold) {
 
 TEST_F(StageTest, FailedStatusKeepsTheZero) {
     static bool broken;
-    static int (*ask)(int, status_t*);
     broken = false;
-    ask = labFunction<int(int, status_t*)>("get_status");
     replaceFunction(
-        "get_status", +[](int id, status_t* status) { return broken ? -1 : ask(id, status); });
+        "get_status", +[](int id, status_t* status) {
+            return broken ? -1 : labFunction<int(int, status_t*)>("get_status")(id, status);
+        });
     ASSERT_TRUE(openStages(2, motorSpeed));
     const int32_t zero = stageX.zeroOffsetSteps;
     broken = true;
@@ -128,19 +126,18 @@ TEST_F(StageTest, FailedStatusKeepsTheZero) {
 TEST_F(StageTest, LimitSwitchEndsAMoveAndRefusesTheNext) {
     const struct {
         const char* faults;
-        double target, further;
+        double end;
         const char* verdict;
-    } cases[] = {
-        {"limit x right at 25", 60, 70, "Limit right Switch on    "},
-        {"limit x left at -25", -60, -70, "Limit left Switch on    "},
-    };
+    } cases[] = {{"limit x right at 25", 25, "Limit right Switch on    "},
+                 {"limit x left at -25", -25, "Limit left Switch on    "}};
     for (const auto& each : cases) {
         ASSERT_TRUE(applyLabFaults(each.faults));
         ASSERT_TRUE(openStages(2, motorSpeed));
-        EXPECT_FALSE(moveTo(stageX, each.target));
+        EXPECT_FALSE(moveTo(stageX, 2 * each.end));
+        EXPECT_NEAR(labStageUm(labX), each.end, 1e-9);
         EXPECT_EQ(textIn(Field::Information), each.verdict);
         const uint64_t moves = labCounters().moves;
-        EXPECT_FALSE(moveTo(stageX, each.further));
+        EXPECT_FALSE(moveTo(stageX, 3 * each.end));
         EXPECT_EQ(labCounters().moves, moves);
         EXPECT_TRUE(moveTo(stageX, 0.0)) << "away from the switch is allowed";
         closeAll();
@@ -171,9 +168,15 @@ TEST_F(StageTest, TimeOutFollowsFromTheMixedDistance) {
 }
 
 TEST_F(StageTest, ClickStopsAllAxes) {
+    static int stops;
+    stops = 0;
+    replaceFunction(
+        "command_stop", +[](int id) { return ++stops, labFunction<int(int)>("command_stop")(id); });
     ASSERT_TRUE(openStages(2, motorSpeed));
     in(300, [] { postClick(10, 10); });
     EXPECT_FALSE(moveTo(stageX, 2000.0));
+    EXPECT_EQ(stops, 3);
+    EXPECT_EQ(stopRequested, 0);
     const auto& texts = historyOf(Field::Information);
     ASSERT_GE(texts.size(), 2u);
     EXPECT_EQ(texts[texts.size() - 2], "stop requested");
@@ -204,12 +207,11 @@ TEST_F(StageTest, ClosedAxesActOnTheirNumbers) {
 std::vector<uint32_t> speedsSent;
 
 TEST_F(StageTest, TwoAxesArriveTogether) {
-    static int (*send)(int, const engine_settings_t*);
-    send = labFunction<int(int, const engine_settings_t*)>("set_engine_settings");
     replaceFunction(
         "set_engine_settings", +[](int id, const engine_settings_t* settings) {
             speedsSent.push_back(settings->NomSpeed);
-            return send(id, settings);
+            return labFunction<int(int, const engine_settings_t*)>("set_engine_settings")(id,
+                                                                                          settings);
         });
     ASSERT_TRUE(openStages(2, motorSpeed));
     speedsSent.clear();
