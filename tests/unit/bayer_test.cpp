@@ -45,24 +45,18 @@ TEST_F(BayerTest, EqualsTheRuleOnEveryByte) {
 }
 
 TEST_F(BayerTest, ReadersClampToThePicture) {
-    uint8_t* pixels = cameraImage.pixels.get();
-    const auto put = [&](int x, int y, uint8_t blue, uint8_t green, uint8_t red) {
-        uint8_t* at = pixels + (static_cast<size_t>(y) * 1232 + static_cast<size_t>(x)) * 4;
-        at[0] = blue;
-        at[1] = green;
-        at[2] = red;
-    };
-    put(0, 0, 1, 2, 3);
-    put(1231, 1027, 4, 5, 6);
-    put(10, 20, 7, 8, 9);
     const struct {
-        int x, y;
-        uint32_t blue, green, red;
-    } cases[] = {{-5, -1, 1, 2, 3}, {5000, 1028, 4, 5, 6}, {10, 20, 7, 8, 9}};
+        int x, y, shownX, shownY;
+        uint8_t blue;
+    } cases[] = {{-5, -1, 0, 0, 1}, {5000, 1028, 1231, 1027, 4}, {10, 20, 10, 20, 7}};
     for (const auto& each : cases) {
+        uint8_t* shown =
+            &cameraImage.pixels[size_t{4} * static_cast<size_t>(each.shownY * 1232 + each.shownX)];
+        for (uint8_t channel = 0; channel < 3; channel++)
+            shown[channel] = static_cast<uint8_t>(each.blue + channel);
         EXPECT_EQ(pixelBlue(cameraImage, each.x, each.y), each.blue);
-        EXPECT_EQ(pixelGreen(cameraImage, each.x, each.y), each.green);
-        EXPECT_EQ(pixelRed(cameraImage, each.x, each.y), each.red);
+        EXPECT_EQ(pixelGreen(cameraImage, each.x, each.y), each.blue + 1u);
+        EXPECT_EQ(pixelRed(cameraImage, each.x, each.y), each.blue + 2u);
     }
 }
 

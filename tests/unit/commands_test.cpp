@@ -138,9 +138,7 @@ TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
     EXPECT_EQ(textIn(Field::Progress), "New scan area was selected.");
     EXPECT_EQ(mainWindow->client.at(300, 300), 0x00FF00u);
     ASSERT_EQ(savedImages.size(), 1u);
-    EXPECT_TRUE(savedImages[0].path.ends_with(L"\\optics(0).jpg"));
     EXPECT_EQ(savedImages[0].pixels[300 * 1232 + 300], 0x00FF00u);
-    EXPECT_EQ(savedImages[0].pixels[400 * 1232 + 300], mainWindow->client.at(300, 400));
 }
 
 TEST_F(CommandsTest, DraggingLeavesNoTrace) {

@@ -69,31 +69,30 @@ TEST_F(DisplayTest, FailuresAreShownAndRetried) {
     }
 }
 
-TEST_F(DisplayTest, CameraImagesAreNumbered) {
+TEST_F(DisplayTest, ImagesAreNumberedCameraAndWindowsApart) {
     drawnRectangle = {100, 100, 200, 180};
     ensureSessionFolder(dataFolders);
     draw(1);
     draw(1);
-    EXPECT_EQ(cameraImageCounter, 2);
-    ASSERT_EQ(savedImages.size(), 2u);
-    EXPECT_EQ(savedImages[0].path, dataFolders.sessionFolder + L"\\camera(0).jpg");
-    EXPECT_EQ(savedImages[1].path, dataFolders.sessionFolder + L"\\camera(1).jpg");
-    EXPECT_EQ(savedImages[0].width, 1232);
-    EXPECT_EQ(savedImages[0].pixels[100 * 1232 + 150], 0x00FF00u); // the drawn rectangle
-    EXPECT_EQ(savedImages[0].pixels[150 * 1232 + 150], 0u);
-}
-
-TEST_F(DisplayTest, WindowImagesShareOneNumber) {
     placeMapWindow(1450, 0, 300, 200);
     EXPECT_EQ(saveWindowImage(dataFolders, mapWindow, 0, "CONF_R"), 1);
     EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 1, "optics"), 1);
-    ASSERT_EQ(savedImages.size(), 2u);
-    EXPECT_EQ(savedImages[0].path, dataFolders.sessionFolder + L"\\CONF_R(0).jpg");
-    EXPECT_EQ(savedImages[1].path, dataFolders.sessionFolder + L"\\optics(1).jpg");
-    EXPECT_EQ(savedImages[0].width, 300 - 16);
-    EXPECT_EQ(savedImages[0].height, 200 - 39);
-    EXPECT_EQ(savedImages[1].width, 1232);
     EXPECT_EQ(mapWindow->timesPainted, 1);
+    const struct {
+        const wchar_t* name;
+        int width, height;
+    } images[] = {{L"\\camera(0).jpg", 1232, 1028},
+                  {L"\\camera(1).jpg", 1232, 1028},
+                  {L"\\CONF_R(0).jpg", 300 - 16, 200 - 39},
+                  {L"\\optics(1).jpg", 1232, 1028}};
+    ASSERT_EQ(savedImages.size(), std::size(images));
+    for (size_t i = 0; i < std::size(images); i++) {
+        EXPECT_EQ(savedImages[i].path, dataFolders.sessionFolder + images[i].name);
+        EXPECT_EQ(savedImages[i].width, images[i].width);
+        EXPECT_EQ(savedImages[i].height, images[i].height);
+    }
+    EXPECT_EQ(savedImages[0].pixels[100 * 1232 + 150], 0x00FF00u); // the drawn rectangle
+    EXPECT_EQ(savedImages[0].pixels[150 * 1232 + 150], 0u);
 }
 
 TEST_F(DisplayTest, WindowImageGivesUpAfterTwentyFailures) {

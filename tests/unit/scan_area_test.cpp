@@ -31,11 +31,9 @@ TEST_F(ScanAreaTest, GridAndDrawnSize) {
         area.rectX2 = each.x2;
         area.rectY2 = each.y2;
         computeScanArea(area);
-        EXPECT_EQ(area.cols, each.cols) << each.step << ' ' << each.x2;
-        EXPECT_EQ(area.rows, each.rows) << each.step << ' ' << each.x2;
-        EXPECT_EQ(area.cellPx, each.cellPx) << each.step << ' ' << each.x2;
-        EXPECT_EQ(area.mapWidthPx, each.mapWidth) << each.step << ' ' << each.x2;
-        EXPECT_EQ(area.mapHeightPx, each.mapHeight) << each.step << ' ' << each.x2;
+        EXPECT_EQ(std::tie(area.cols, area.rows, area.cellPx, area.mapWidthPx, area.mapHeightPx),
+                  std::tie(each.cols, each.rows, each.cellPx, each.mapWidth, each.mapHeight))
+            << each.step << ' ' << each.x2;
         EXPECT_EQ(area.totalPoints, each.cols * each.rows);
     }
 }
