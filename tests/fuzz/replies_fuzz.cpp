@@ -82,10 +82,6 @@ void readBoard() {
 
 constexpr unsigned long driverErrorCount = 0xE0140025; // an error number, not a count
 
-bool busFails() {
-    return text.starts_with('!');
-}
-
 // A reply over GPIB: at most as many bytes as are asked for, now and then with a driver's error.
 void readBus(ReplyKind kind, float (*read)()) {
     text.resize(std::min<size_t>(text.size(), 100));
@@ -117,9 +113,9 @@ void connectDoubles() {
             return 0ul;
         });
     replaceFunction(
-        "ThreadIbsta", +[] { return busFails() ? 0x8100ul : 0x2100ul; });
+        "ThreadIbsta", +[] { return text.starts_with('!') ? 0x8100ul : 0x2100ul; });
     replaceFunction(
-        "ThreadIbcnt", +[] { return busFails() ? driverErrorCount : text.size(); });
+        "ThreadIbcnt", +[] { return text.starts_with('!') ? driverErrorCount : text.size(); });
     require(std::freopen("/dev/null", "w", stdout)); // what is read is printed
     serial.scripted = true;
     openLaserLink(laserLink, nullptr);
