@@ -74,20 +74,25 @@ void accumulateFrame(CameraState& state) {
     camera.RegisterConfiguration(CAcquireContinuousConfiguration);
 }
 
+// No typed number may cost the camera that goes less far.
+void setWithinRange(const FloatParameter& parameter, double value) {
+    parameter.SetValue(std::clamp(value, parameter.GetMin(), parameter.GetMax()));
+}
+
 // Cameras of the older generation take the same numbers under other names.
 void setGain(CBaslerUniversalInstantCamera& camera, int32_t gain) {
     if (!camera.Gain.IsWritable() && camera.GainRaw.IsWritable())
         camera.GainRaw.SetValue(
             std::clamp<int64_t>(gain, camera.GainRaw.GetMin(), camera.GainRaw.GetMax()));
     else
-        camera.Gain.SetValue(gain);
+        setWithinRange(camera.Gain, gain);
 }
 
 void setExposure(CBaslerUniversalInstantCamera& camera, double exposureUs) {
     if (!camera.ExposureTime.IsWritable() && camera.ExposureTimeAbs.IsWritable())
-        camera.ExposureTimeAbs.SetValue(exposureUs);
+        setWithinRange(camera.ExposureTimeAbs, exposureUs);
     else
-        camera.ExposureTime.SetValue(exposureUs);
+        setWithinRange(camera.ExposureTime, exposureUs);
 }
 
 void applyManual(CameraState& state) {
