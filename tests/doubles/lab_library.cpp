@@ -32,14 +32,6 @@ static const std::map<unsigned, const char*> visaOrdinals = {
     {132, "viClose"},      {134, "viSetAttribute"}, {141, "viOpenDefaultRM"},
     {142, "viStatusDesc"}, {256, "viRead"},         {257, "viWrite"}};
 
-static const char* nameOfOrdinal(LibraryHandle library, unsigned ordinal) {
-    const bool isXimc = std::strcmp(library->fileName, "libximc.dll") == 0;
-    if (!isXimc && std::strcmp(library->fileName, "VISA64.dll") != 0) return nullptr;
-    const auto& ordinals = isXimc ? ximcOrdinals : visaOrdinals;
-    const auto found = ordinals.find(ordinal);
-    return found == ordinals.end() ? nullptr : found->second;
-}
-
 LibraryHandle loadLibrary(const char* fileName) {
     if (libraries.allAbsent || libraries.absent.count(fileName) != 0) return nullptr;
     for (NativeLibrary& library : known) {
@@ -52,8 +44,11 @@ LibraryHandle loadLibrary(const char* fileName) {
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
     if (libraries.functionsMissing.count(name) != 0) return nullptr;
     if (libraries.namesMissing) {
-        name = nameOfOrdinal(library, ordinal);
-        if (!name) return nullptr;
+        const bool isXimc = std::strcmp(library->fileName, "libximc.dll") == 0;
+        const auto& ordinals = isXimc ? ximcOrdinals : visaOrdinals;
+        const auto found = ordinals.find(ordinal);
+        if (found == ordinals.end()) return nullptr;
+        name = found->second;
     }
     const auto replaced = libraries.replaced.find(name);
     if (replaced != libraries.replaced.end()) return replaced->second;

@@ -18,12 +18,6 @@ struct NativePort {
 SerialDouble serial;
 
 static NativePort thePort;
-static uint32_t lastError = 0;
-
-constexpr uint32_t errorFileNotFound = 2;
-constexpr uint32_t errorAccessDenied = 5;
-constexpr uint32_t errorGenFailure = 31;
-
 void resetSerial() {
     serial = {};
     serial.line.baudRate = 115200;
@@ -49,21 +43,10 @@ std::string wire() {
     return all;
 }
 
-static int32_t failWith(uint32_t error) {
-    lastError = error;
-    return 0;
-}
-
 PortHandle openSerialPort(const char* deviceName) {
     serial.openedNames.push_back(deviceName);
-    if (serial.refuseOpen || !labBoardPresent() || std::strcmp(deviceName, "\\\\.\\COM10") != 0) {
-        failWith(errorFileNotFound);
-        return invalidPort();
-    }
-    if (serial.openPorts != 0) { // not shared
-        failWith(errorAccessDenied);
-        return invalidPort();
-    }
+    const bool there = labBoardPresent() && std::strcmp(deviceName, "\\\\.\\COM10") == 0;
+    if (serial.refuseOpen || !there || serial.openPorts != 0) return invalidPort(); // not shared
     serial.openPorts++;
     thePort = {};
     return &thePort;
@@ -79,26 +62,26 @@ void closeSerialPort(PortHandle port) {
 }
 
 int32_t readLineState(PortHandle port, SerialLineState& state) {
-    if (!isOpen(port) || state.length != sizeof state) return failWith(errorGenFailure);
-    if (serial.failLineState != 0 && --serial.failLineState == 0) return failWith(errorGenFailure);
+    if (!isOpen(port) || state.length != sizeof state) return 0;
+    if (serial.failLineState != 0 && --serial.failLineState == 0) return 0;
     state = serial.line;
     return 1;
 }
 
 int32_t writeLineState(PortHandle port, const SerialLineState& state) {
-    if (!isOpen(port) || serial.failSetLineState) return failWith(errorGenFailure);
+    if (!isOpen(port) || serial.failSetLineState) return 0;
     serial.line = state;
     return 1;
 }
 
 int32_t writeTimeouts(PortHandle port, const SerialTimeouts& timeouts) {
-    if (!isOpen(port) || serial.failSetTimeouts) return failWith(errorGenFailure);
+    if (!isOpen(port) || serial.failSetTimeouts) return 0;
     serial.timeouts = timeouts;
     return 1;
 }
 
 int32_t readTimeouts(PortHandle port, SerialTimeouts& timeouts) {
-    if (!isOpen(port)) return failWith(errorGenFailure);
+    if (!isOpen(port)) return 0;
     timeouts = serial.timeouts;
     return 1;
 }
@@ -113,7 +96,7 @@ static std::string arrived() {
 
 int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    if (!isOpen(port) || !labBoardConnected()) return failWith(errorGenFailure);
+    if (!isOpen(port) || !labBoardConnected()) return 0;
     if (thePort.unread.empty()) thePort.unread = arrived();
     const SerialTimeouts& wait = serial.timeouts;
     if (thePort.unread.empty()) {
@@ -129,8 +112,7 @@ int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& b
 
 int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite)
-        return failWith(errorGenFailure);
+    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite) return 0;
     serial.writes.emplace_back(static_cast<const char*>(bytes), count);
     if (!serial.scripted) boardReceive(bytes, count);
     bytesMoved = count;

@@ -20,7 +20,6 @@ constexpr Extent windowFrame{16, 39}; // outer size less client size
 WindowHandle mainWindow = nullptr;
 WindowHandle mapWindow = nullptr;
 WindowHandle confocalWindow = nullptr;
-std::string mainTitle;
 bool mainWindowRefused = false;
 int focusCount = 0;
 std::vector<WindowHandle> toolWindows;
@@ -39,7 +38,6 @@ void resetScreen() {
     fields.clear();
     radioGroups.clear();
     checkMarks.clear();
-    mainTitle.clear();
 }
 
 static WindowHandle addWindow(Extent client) {
@@ -90,9 +88,7 @@ void focusMainWindow() {
     focusCount++;
 }
 
-void setMainTitle(const char* text) {
-    mainTitle = text;
-}
+void setMainTitle(const char*) {}
 
 void startTimer(unsigned periodMs) {
     if (mainWindow) setTimer(periodMs);
@@ -125,22 +121,19 @@ void showStartupNotice() {}
 void closeStartupNotice() {}
 void showAbout() {}
 
-static void placeWindow(WindowHandle& window, int x, int y, int width, int height) {
+static void placeWindow(WindowHandle& window, int width, int height) {
     const Extent client{width - windowFrame.width, height - windowFrame.height};
     if (!window) window = addWindow(client);
-    window->x = x;
-    window->y = y;
-    window->outer = {width, height};
     if (client.width != window->client.width || client.height != window->client.height)
         window->client = blankBitmap(client.width, client.height, desktopGrey);
 }
 
-void placeMapWindow(int x, int y, int width, int height) {
-    placeWindow(mapWindow, x, y, width, height);
+void placeMapWindow(int, int, int width, int height) {
+    placeWindow(mapWindow, width, height);
 }
 
-void placeConfocalWindow(int x, int y, int width, int height) {
-    placeWindow(confocalWindow, x, y, width, height);
+void placeConfocalWindow(int, int, int width, int height) {
+    placeWindow(confocalWindow, width, height);
 }
 
 WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* controls, int count,

@@ -18,7 +18,6 @@ void typeInto(Field field, const std::string& text);
 // The button of the group that `first` begins that is checked now; 0 when none was.
 int checkedRadio(int first);
 
-extern std::string mainTitle;
 extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 

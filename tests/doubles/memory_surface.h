@@ -21,8 +21,6 @@ struct NativeBitmap {
 
 struct NativeWindow {
     NativeBitmap client;
-    int x = 0, y = 0; // outer place on the screen
-    Extent outer;
     int timesPainted = 0;
     std::string text;
     std::vector<NativeWindow*> edits; // of a tool window

@@ -181,37 +181,16 @@ bool takeMessage(Message& message) {
 void dispatchMessage(const Message& message) {
     const int x = static_cast<int16_t>(message.lParam);
     const int y = static_cast<int16_t>(message.lParam >> 16);
-    switch (message.id) {
-    case messageCall:
-        calls.at(static_cast<size_t>(message.lParam))();
-        break;
-    case messageCommand:
-        onCommand(static_cast<int>(message.wParam & 0xFFFF));
-        break;
-    case messageTimer:
-        liveViewTick();
-        break;
-    case messageKeyDown:
-        onKeyDown(message.wParam);
-        break;
-    case messageKeyUp:
-        onKeyUp();
-        break;
-    case messageMouseMove:
-        onMouseMove(x, y, (message.wParam & 1) != 0);
-        break;
-    case messageLeftButtonDown:
-        onLeftButtonDown(x, y);
-        break;
-    case messageLeftButtonUp:
-        onLeftButtonUp(x, y);
-        break;
-    case messageClose:
-        onClose();
-        break;
-    default:
-        break;
-    }
+    const uint32_t id = message.id;
+    if (id == messageCall) calls.at(static_cast<size_t>(message.lParam))();
+    if (id == messageCommand) onCommand(static_cast<int>(message.wParam & 0xFFFF));
+    if (id == messageTimer) liveViewTick();
+    if (id == messageKeyDown) onKeyDown(message.wParam);
+    if (id == messageKeyUp) onKeyUp();
+    if (id == messageMouseMove) onMouseMove(x, y, (message.wParam & 1) != 0);
+    if (id == messageLeftButtonDown) onLeftButtonDown(x, y);
+    if (id == messageLeftButtonUp) onLeftButtonUp(x, y);
+    if (id == messageClose) onClose();
 }
 
 bool leftButtonIsDown() {

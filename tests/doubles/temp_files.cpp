@@ -70,17 +70,9 @@ std::vector<std::string> filesOnDesktop() {
     return names;
 }
 
-static std::string slurp(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::string contentOf(const std::string& name) {
-    return slurp(desktop / name);
-}
-
-std::string contentOf(const std::wstring& path) {
-    return slurp(nativePath(path));
+    std::ifstream file(desktop / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void writeDesktopFile(const std::string& name, const std::string& content) {

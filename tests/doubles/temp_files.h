@@ -17,5 +17,4 @@ std::vector<std::string> filesOnDesktop();
 
 // The content of a file below the desktop; empty when it is not there.
 std::string contentOf(const std::string& name);
-std::string contentOf(const std::wstring& path);
 void writeDesktopFile(const std::string& name, const std::string& content);
