@@ -150,6 +150,19 @@ TEST_F(ConfigurationTest, OnlyASecondSetChangesTheUnit) {
     EXPECT_EQ(textIn(Field::UnitLabel), "V_ph (V)");
 }
 
+TEST_F(ConfigurationTest, SetPutsTheBiasOnUntilAnotherInstrumentIsChosen) {
+    answer("SourceMeter device connected", BoxAnswer::Ok);
+    connectInstrument(kindUsbSourcemeter);
+    inDialog([] {
+        type(idBias, "0.5");
+        press(idSet);
+        EXPECT_EQ(labBiasVolts(), 0.5);
+        choose(idInstrumentList, kindArduino);
+        press(idSet);
+    });
+    EXPECT_EQ(labBiasVolts(), 0.0);
+}
+
 TEST_F(ConfigurationTest, ReconnectsLaserStagesAndCamera) {
     answer("Error in  opening serial port", BoxAnswer::Ok);
     answer("Error: not connected", BoxAnswer::Ok);
@@ -159,7 +172,9 @@ TEST_F(ConfigurationTest, ReconnectsLaserStagesAndCamera) {
         press(idConnectLaser);
         EXPECT_TRUE(isCheckedInDialog(idConnectLaser));
         type(idLaserComPort, "77");
+        setLaserLevel(1);
         press(idConnectLaser);
+        EXPECT_EQ(labLaserPwm(), 0); // nobody could switch it off any more
         EXPECT_FALSE(isCheckedInDialog(idConnectLaser));
         EXPECT_EQ(shownBoxes.back().caption, "Warning: Serial Communication");
         EXPECT_EQ(laserLink.comPort, 77);
