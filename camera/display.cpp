@@ -87,6 +87,7 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
 
 int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
                         const char* label) {
+    if (!window) return 0; // closed meanwhile
     paintPending(window);
     int failures = 0;
     for (; failures < windowImageTries; ++failures) {

@@ -33,7 +33,7 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save);
 
 // Saves what a window shows as "<label>(<number>).jpg" (PNG inside, as all image files) in the
 // session folder. A non-zero `pictureSize` saves the picture's 1232 x 1028 instead of the client
-// area. Returns 1, or 0 after 20 failures.
+// area. Returns 1, or 0 after 20 failures and without a window.
 int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
                         const char* label);
 
