@@ -9,14 +9,11 @@
 #include "ui/commands.h"
 #include "ui/screen.h"
 
-#include <cmath>
-
 namespace {
 
 constexpr int tilesAcross = 3;
 constexpr double columnStepUm = 180.0; // the field's width
 constexpr double rowStepUm = 150.0;    // about its height
-constexpr double arrivedUm = 3.0;
 constexpr Colour unseen = 0;
 
 MemoryBitmap mosaic;
@@ -51,12 +48,8 @@ struct Centre {
     double x, y; // um
 };
 
-// A two-axis move counts as done when its longer way is: a tile must not show another field.
 bool goToField(Centre centre, int column, int row) {
-    const double x = centre.x + columnStepUm * column;
-    const double y = centre.y - rowStepUm * row;
-    return moveXYTo(x, y, motorSpeed) && std::fabs(readPosition(stageX) - x) < arrivedUm &&
-           std::fabs(readPosition(stageY) - y) < arrivedUm;
+    return moveXYTo(centre.x + columnStepUm * column, centre.y - rowStepUm * row, motorSpeed);
 }
 
 // One field; row -1 is the upper one. False when a stop was asked for.

@@ -58,12 +58,6 @@ void plot(const SweepRecord& record, int32_t points) {
     plotCurve(record.plotWindow, record.xValues.data(), record.yValues.data(), 0, points);
 }
 
-void save(bool quietly) {
-    const SweepRecord& record = sweepRecord;
-    saveCurve(formatted("I-V(%d).txt", fileNumber++).c_str(), "V(V), I(uA)", record.xValues,
-              record.yValues, 4 * record.pointsPerQuarter, quietly);
-}
-
 } // namespace
 
 void measureIvCurve() {
@@ -83,10 +77,8 @@ void measureIvCurve() {
     processRunning = 0;
 }
 
-void saveIvCurve() {
-    save(false);
-}
-
-void saveIvCurveQuietly() {
-    save(true);
+void saveIvCurve(bool quietly) {
+    const SweepRecord& record = sweepRecord;
+    saveCurve(formatted("I-V(%d).txt", fileNumber++).c_str(), "V(V), I(uA)", record.xValues,
+              record.yValues, 4 * record.pointsPerQuarter, quietly);
 }

@@ -7,6 +7,5 @@
 void measureIvCurve();
 
 // Writes all points of the loop to the next "I-V(n).txt"; the points that a stopped sweep did not
-// reach as they were before.
-void saveIvCurve();
-void saveIvCurveQuietly(); // without asking or telling anything, at a forced end
+// reach as they were before. `quietly`, at a forced end: without telling of a failure.
+void saveIvCurve(bool quietly);

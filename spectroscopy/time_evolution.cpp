@@ -100,12 +100,6 @@ void recordCycles(SweepRecord& record) {
     setLaserLevel(0);
 }
 
-void save(bool quietly) {
-    const SweepRecord& record = sweepRecord;
-    saveCurve(formatted("TimeEvo(%d).txt", fileNumber++).c_str(), "Time(sec), I(uA)",
-              record.extraValues, record.yValues, record.currentIndex, quietly);
-}
-
 } // namespace
 
 bool measureTimeEvolution() {
@@ -125,10 +119,8 @@ bool measureTimeEvolution() {
     return true;
 }
 
-void saveTimeEvolution() {
-    save(false);
-}
-
-void saveTimeEvolutionQuietly() {
-    save(true);
+void saveTimeEvolution(bool quietly) {
+    const SweepRecord& record = sweepRecord;
+    saveCurve(formatted("TimeEvo(%d).txt", fileNumber++).c_str(), "Time(sec), I(uA)",
+              record.extraValues, record.yValues, record.currentIndex, quietly);
 }

@@ -7,6 +7,6 @@
 // afterwards. False, and nothing was measured, when the system has no memory for so long a series.
 bool measureTimeEvolution();
 
-// Writes the samples to the next "TimeEvo(n).txt".
-void saveTimeEvolution();
-void saveTimeEvolutionQuietly(); // without asking or telling anything, at a forced end
+// Writes the samples to the next "TimeEvo(n).txt". `quietly`, at a forced end: without telling of a
+// failure.
+void saveTimeEvolution(bool quietly);

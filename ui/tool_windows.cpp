@@ -100,11 +100,11 @@ void fillEdits(const ToolState& tool) {
 
 void sweep() {
     measureIvCurve();
-    saveIvCurve();
+    saveIvCurve(false);
 }
 
 void recordSeries() {
-    if (measureTimeEvolution()) saveTimeEvolution();
+    if (measureTimeEvolution()) saveTimeEvolution(false);
 }
 
 void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
@@ -145,8 +145,8 @@ void onToolCommand(WindowHandle window, int id) {
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
-        measure(*tool, sweep, saveIvCurveQuietly);
-    if (id == idSeriesStart) measure(*tool, recordSeries, saveTimeEvolutionQuietly);
+        measure(*tool, sweep, [] { saveIvCurve(true); });
+    if (id == idSeriesStart) measure(*tool, recordSeries, [] { saveTimeEvolution(true); });
 }
 
 void onToolClose(WindowHandle window) {
