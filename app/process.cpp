@@ -15,7 +15,7 @@ bool closeWanted = false;
 } // namespace
 
 bool runProcess(void (*work)(), void (*saveQuietly)()) {
-    if (processUnderWay() || stageIsMoving()) return false;
+    if (stageIsTaken()) return false;
     underWay = true;
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);
@@ -30,6 +30,14 @@ bool runProcess(void (*work)(), void (*saveQuietly)()) {
 
 bool processUnderWay() {
     return underWay || processRunning != 0;
+}
+
+bool stageIsTaken() {
+    return processUnderWay() || stageIsMoving();
+}
+
+void sayNotInProcess() {
+    showInformation("Not while a process runs");
 }
 
 void saveUnfinishedProcess() {

@@ -10,6 +10,12 @@ bool runProcess(void (*work)(), void (*saveQuietly)());
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();
 
+// A process or a move of the stage is under way: what would send the stage elsewhere must wait.
+bool stageIsTaken();
+
+// Tells the operator that what he wants must wait for the process.
+void sayNotInProcess();
+
 // At a forced end: what the process that is under way has measured is saved without asking.
 void saveUnfinishedProcess();
 

@@ -84,10 +84,6 @@ ChannelSums weightedSums(const uint8_t* pixels, PicturePoint centre) {
     return sums;
 }
 
-void showSweep(const FocusState& state) {
-    showInformation(state.text);
-}
-
 // What one sweep has seen.
 struct FocusCurve {
     explicit FocusCurve(size_t steps) : factor(steps), positionUm(steps) {}
@@ -133,7 +129,7 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
         std::snprintf(state.text, sizeof state.text, "[%d-%d] Z=%.0f f=%.3f cutoff=%.0f",
                       state.level, static_cast<int>(i), curve.positionUm[i],
                       static_cast<double>(curve.factor[i]), static_cast<double>(sweep.cutOff));
-        showSweep(state);
+        showInformation(state.text);
         refreshPositions();
         if (stopRequested) return SweepEnd::Stopped;
         showInformation(formatted("z=%.0f, Fmax=%.3f", curve.positionUm[curve.peak],
@@ -170,7 +166,7 @@ void goToPeak(FocusState& state, const FocusCurve& curve) {
     const std::string lastLine = state.text;
     std::snprintf(state.text, sizeof state.text,
                   state.found ? "%s Focusing completed" : "%s No peak found", lastLine.c_str());
-    showSweep(state);
+    showInformation(state.text);
 }
 
 void darken() {

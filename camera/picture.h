@@ -14,6 +14,12 @@ constexpr size_t displayPixelCount = 1232 * 1028;
 constexpr double fieldWidthUm = 180.0;
 constexpr double fieldWidthPx = 1232.0;
 
+// Whether a click at a pixel, counted from the top or from the bottom, is one on the picture: one
+// pixel past either end still counts.
+inline bool inPicture(int x, int y) {
+    return x >= 0 && x <= imageWidth && y >= 0 && y <= imageHeight;
+}
+
 struct CameraImage {
     CameraImage();
 

@@ -36,10 +36,7 @@ bool shrinkIntoTile(ContextHandle target, const MemoryBitmap& picture, int colum
 
 void clearMosaic() {
     const WindowContext window(mainWindow);
-    mosaic.release();
-    mosaic.context = makeMemoryContext(window.context);
-    mosaic.bitmap = makeBitmap(window.context, imageWidth, imageHeight);
-    if (!mosaic.context || !mosaic.bitmap || !mosaic.select()) mosaic.release();
+    mosaic.make(window.context, imageWidth, imageHeight);
     for (const ContextHandle target : {mosaic.context, window.context})
         if (target) fillArea(target, imageWidth, imageHeight, unseen);
 }

@@ -14,10 +14,6 @@
 
 namespace {
 
-bool inPicture(int x, int row) {
-    return x >= 0 && x <= imageWidth && row >= 0 && row <= imageHeight;
-}
-
 // Marks the clicked point and asks what it is for.
 BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButtons buttons) {
     drawCircleMark(mainWindow, x, imageHeight - row, 2, mark);

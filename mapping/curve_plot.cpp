@@ -111,9 +111,7 @@ int plotCurve(WindowHandle window, const float* xs, const float* ys, int first, 
     if (!target.context) return 1;
     const int visibleWidth = clientExtent(window).width;
     MemoryBitmap memory;
-    memory.context = makeMemoryContext(target.context);
-    memory.bitmap = makeBitmap(target.context, visibleWidth, labelledHeight);
-    if (!memory.context || !memory.bitmap || !memory.select()) {
+    if (!memory.make(target.context, visibleWidth, labelledHeight)) {
         drawPlot(target.context, xs, ys, first, end, colour);
         return 1;
     }

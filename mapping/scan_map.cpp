@@ -39,7 +39,6 @@ namespace {
 void reportFailure() {
     showMessageBox(mainWindow, "File saving error. New folder will be made.", "Image save Process",
                    BoxButtons::Ok);
-    dataFolders.sessionFolderMade = 0;
 }
 
 bool writeRows(FILE* file, const Map& map) {
@@ -52,9 +51,12 @@ bool writeRows(FILE* file, const Map& map) {
     return std::fflush(file) == 0;
 }
 
+// A failure lets the next save make a new folder.
 bool wrote(const std::wstring& path, const Map& map) {
     File file = openFile(path, L"w");
-    return file && writeRows(file.get(), map);
+    if (file && writeRows(file.get(), map)) return true;
+    dataFolders.sessionFolderMade = 0;
+    return false;
 }
 
 // A map that finds no place in the session folder goes into the new one. There is none within the
@@ -65,10 +67,8 @@ void saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     const size_t planes = confocalEnabled ? 4 : 1;
     for (size_t plane = 0; plane < planes; ++plane) {
         if (write(makeMapFileName(prefixes[plane]), scanMap.maps[plane])) continue;
-        dataFolders.sessionFolderMade = 0;
         ensureSessionFolder(dataFolders);
-        if (!wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]))
-            dataFolders.sessionFolderMade = 0;
+        wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
     }
     scanMap.saveCount += 1;
 }

@@ -28,6 +28,15 @@ struct MemoryBitmap {
     MemoryBitmap& operator=(const MemoryBitmap&) = delete;
     ~MemoryBitmap() { release(); }
 
+    // Both, the bitmap selected; nothing is left where one of them failed.
+    bool make(ContextHandle like, int width, int height) {
+        release();
+        context = makeMemoryContext(like);
+        bitmap = makeBitmap(like, width, height);
+        if (context && bitmap && select()) return true;
+        release();
+        return false;
+    }
     bool select() {
         previous = selectBitmap(context, bitmap);
         return previous != nullptr;

@@ -76,7 +76,7 @@ void readPositions() {
 
 void reconnectStages() {
     // A new zero in the middle of a move would send it, or the next one, to another place.
-    if (processUnderWay() || stageIsMoving()) return;
+    if (stageIsTaken()) return;
     stopAllStages();
     closeAllStages();
     if (openStages(axisOrder, motorSpeed))
@@ -150,14 +150,10 @@ void startProcess(void (*work)(), void (*saveQuietly)()) {
     if (!runProcess(work, saveQuietly) && moving) showInformation("Not while the stage moves");
 }
 
-void refuseInProcess() {
-    showInformation("Not while a process runs");
-}
-
 void runCommand(int id) {
     switch (id) {
     case idAbout: // a modal box would hold the process where it is, with the laser on
-        return processUnderWay() ? refuseInProcess() : showAbout();
+        return processUnderWay() ? sayNotInProcess() : showAbout();
     case idExit:
         return onClose();
     case idShowMap:
@@ -222,7 +218,7 @@ void runCommand(int id) {
         blueOnly = 1;
         return;
     case idConfiguration:
-        return processUnderWay() ? refuseInProcess() : configure();
+        return processUnderWay() ? sayNotInProcess() : configure();
     case idIvMeasurement:
         return openTool(Tool::IvCurve);
     case idSaveCameraImage:
@@ -247,10 +243,6 @@ void runCommand(int id) {
     default:
         return;
     }
-}
-
-bool inPicture(int x, int y) {
-    return x >= 0 && x <= imageWidth && y >= 0 && y <= imageHeight;
 }
 
 void redrawPicture() {

@@ -194,13 +194,13 @@ void setZero() {
 // --- Commands ------------------------------------------------------------------------------------
 
 void refuse() {
-    showInformation("Not while a process runs");
+    sayNotInProcess();
     showSettings();
 }
 
 void closeDialog() {
     if (processUnderWay() && selectedInDialogList(idAxisOrderList) != axisOrder)
-        showInformation("Not while a process runs");
+        sayNotInProcess();
     else
         takeAxisOrder();
     endDialog();
@@ -254,7 +254,7 @@ void onConfigurationCommand(int id) {
     for (const Command& command : commands) {
         if (command.id != id) continue;
         busy = true;
-        if ((processUnderWay() || stageIsMoving()) && !command.duringProcess)
+        if (stageIsTaken() && !command.duringProcess)
             refuse();
         else
             command.carryOut();

@@ -4,7 +4,6 @@
 #include "app/process.h"
 #include "app/responsive_wait.h"
 #include "instruments/ammeter.h"
-#include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "spectroscopy/iv_sweep.h"
@@ -108,8 +107,7 @@ void recordSeries() {
 }
 
 void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
-    // A process has its own edits and plot.
-    if (processUnderWay() || stageIsMoving()) return;
+    if (stageIsTaken()) return; // a process has its own edits and plot
     sweepRecord.plotWindow = tool.window;
     sweepRecord.valueEdit = tool.edits[0];
     sweepRecord.offTimeEdit = tool.edits[1];
