@@ -39,10 +39,15 @@ TEST_F(SerialStageTest, RepliesEndTheWay) {
         EXPECT_EQ(laserLink.channelMaximum[axis], each.maximum);
         EXPECT_EQ(laserLink.channelMinimum[axis], each.minimum);
     }
-    laserLink.channelValue[0] = 0.0;
-    serial.replies = {"p-320", "X"};
-    moveSerialAxisTo(laserLink, 0, 100.0);
-    EXPECT_EQ(textIn(Field::Progress), "moving: 10/200");
+}
+
+TEST_F(SerialStageTest, MovesThatAreNotStarted) {
+    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 10001.0));
+    EXPECT_EQ(textIn(Field::Information), "Error: Out of Motor range");
+    laserLink.disconnected = 1;
+    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 20.0));
+    EXPECT_EQ(laserLink.channelValue[0], 20.0) << "offline the cached position moves";
+    EXPECT_EQ(wire(), "");
 }
 
 TEST_F(SerialStageTest, SilenceEndsInTheQuestionWhereItIs) {
@@ -50,32 +55,6 @@ TEST_F(SerialStageTest, SilenceEndsInTheQuestionWhereItIs) {
     EXPECT_TRUE(waitForSerialArrival(laserLink, 2, 100.0, 200));
     EXPECT_EQ(wire(), "Q|");
     EXPECT_EQ(laserLink.channelValue[2], 10.0);
-}
-
-TEST_F(SerialStageTest, MovesThatAreNotStarted) {
-    const double start = testTimeMs();
-    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 10001.0));
-    EXPECT_EQ(textIn(Field::Information), "Error: Out of Motor range");
-    EXPECT_EQ(testTimeMs() - start, 100);
-    EXPECT_EQ(laserLink.channelValue[0], -0.0);
-    laserLink.disconnected = 1;
-    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 20.0));
-    EXPECT_EQ(laserLink.channelValue[0], 20.0) << "offline the cached position moves";
-    laserLink.disconnected = 0;
-    const PortHandle port = laserLink.portHandle;
-    laserLink.portHandle = invalidPort();
-    EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 30.0));
-    EXPECT_EQ(laserLink.channelValue[0], 20.0);
-    laserLink.portHandle = port;
-    EXPECT_EQ(wire(), "");
-}
-
-TEST_F(SerialStageTest, OfTwoAxesTheQuickerIsNotWaitedFor) {
-    serial.replies = {"Y", "-640"};
-    EXPECT_TRUE(moveTwoSerialAxesTo(laserLink, 0, 1, 100.0, 300.0));
-    EXPECT_EQ(wire(), "m-640|M-1920|p|");
-    EXPECT_EQ(laserLink.channelValue[0], 100.0);
-    EXPECT_EQ(laserLink.channelValue[1], 300.0);
 }
 
 } // namespace
