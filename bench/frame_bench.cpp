@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <dc1394/dc1394.h>
-#include <map>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace {
@@ -23,7 +22,7 @@ constexpr int cached = 1;
 
 class Frames {
 public:
-    explicit Frames(const benchmark::State& state) : count(static_cast<size_t>(state.range(0))) {}
+    explicit Frames(int64_t count) : count(static_cast<size_t>(count)) {}
     const uint8_t* next() { return all()[++taken % count].data(); }
 
 private:
@@ -44,7 +43,7 @@ private:
 };
 
 void copyFrame(benchmark::State& state) {
-    Frames frames(state);
+    Frames frames(state.range(0));
     std::vector<uint8_t> copy(cameraImage.byteCount);
     for (auto _ : state) {
         std::memcpy(copy.data(), frames.next(), copy.size());
@@ -54,7 +53,7 @@ void copyFrame(benchmark::State& state) {
 }
 
 void convertFrame(benchmark::State& state) {
-    Frames frames(state);
+    Frames frames(state.range(0));
     for (auto _ : state) {
         convertBayerFrame(cameraImage, frames.next(), cameraImage.pixels.get());
         benchmark::ClobberMemory();
@@ -62,7 +61,7 @@ void convertFrame(benchmark::State& state) {
 }
 
 void convertFrameWithLibdc1394(benchmark::State& state) {
-    Frames frames(state);
+    Frames frames(state.range(0));
     std::vector<uint8_t> rgb(displayPixelCount * 3);
     for (auto _ : state) {
         dc1394_bayer_decoding_8bit(frames.next(), rgb.data(), 2464, 2056, DC1394_COLOR_FILTER_RGGB,
@@ -72,28 +71,29 @@ void convertFrameWithLibdc1394(benchmark::State& state) {
 }
 
 // The conversion as one would write it down.
-void convertFrameCellByCell(benchmark::State& state) {
-    Frames frames(state);
-    for (auto _ : state) {
-        const uint8_t* raw = frames.next();
-        uint8_t* out = cameraImage.pixels.get();
-        const int width = cameraImage.width, height = cameraImage.height;
-        for (int y = 0; y < height; y += 2) {
-            for (int x = 0; x < width; x += 2) {
-                const int from = std::min(x + y * width, (height - 2) * (width - 2));
-                const int to = std::min((height - y - 2) * width + 2 * x, height * width - 4);
-                out[to] = raw[from + width + 1];
-                out[to + 1] = static_cast<uint8_t>((raw[from + width] + raw[from + 1]) / 2);
-                out[to + 2] = raw[from];
-            }
+void convertCellByCell(const uint8_t* raw) {
+    uint8_t* out = cameraImage.pixels.get();
+    const int width = cameraImage.width, height = cameraImage.height;
+    for (int y = 0; y < height; y += 2) {
+        for (int x = 0; x < width; x += 2) {
+            const int from = std::min(x + y * width, (height - 2) * (width - 2));
+            const int to = std::min((height - y - 2) * width + 2 * x, height * width - 4);
+            out[to] = raw[from + width + 1];
+            out[to + 1] = static_cast<uint8_t>((raw[from + width] + raw[from + 1]) / 2);
+            out[to + 2] = raw[from];
         }
-        benchmark::ClobberMemory();
     }
+    benchmark::ClobberMemory();
+}
+
+void convertFrameCellByCell(benchmark::State& state) {
+    Frames frames(state.range(0));
+    for (auto _ : state) convertCellByCell(frames.next());
 }
 
 // With the spot's picture new to the caches each time, as after a conversion.
 void judgeFocus(benchmark::State& state) {
-    Frames frames(state);
+    Frames frames(state.range(0));
     laserOffset = {640, 500};
     for (auto _ : state) {
         state.PauseTiming();
@@ -103,50 +103,58 @@ void judgeFocus(benchmark::State& state) {
     }
 }
 
-#define FRAME_BENCHMARK(function)                                                                  \
-    BENCHMARK(function)->Arg(fresh)->Arg(cached)->Repetitions(9)->ReportAggregatesOnly()
+#define FRAME_BENCHMARK(function) BENCHMARK(function)->Arg(fresh)->Arg(cached)
 FRAME_BENCHMARK(copyFrame);
 FRAME_BENCHMARK(convertFrame);
 FRAME_BENCHMARK(convertFrameWithLibdc1394);
 FRAME_BENCHMARK(convertFrameCellByCell);
 FRAME_BENCHMARK(judgeFocus);
 
-// Keeps the medians and says them as ratios at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs)
-            if (run.aggregate_name == "median")
-                medians[run.run_name.function_name + "/" + run.run_name.args] =
-                    run.GetAdjustedRealTime();
-        ConsoleReporter::ReportRuns(runs);
+// How long `first` takes as a ratio to `second`: the median over pairs run in turn, so that a
+// machine that changes its pace changes both.
+template <class First, class Second> double ratioInTurn(First first, Second second) {
+    constexpr size_t pairs = 301;
+    const auto timed = [](auto& work) {
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    std::vector<double> ratios(pairs);
+    for (double& ratio : ratios) {
+        const double firstTime = timed(first);
+        ratio = firstTime / timed(second);
     }
+    std::nth_element(ratios.begin(), ratios.begin() + pairs / 2, ratios.end());
+    return ratios[pairs / 2];
+}
 
-    void printRatios() {
-        for (const char* frames : {"/16", "/1"}) {
-            const auto median = [&](const char* name) {
-                return medians[std::string(name) + frames];
-            };
-            std::printf("%s: convertBayerFrame / memcpy of a raw frame %.2f (wanted: at most 1.3), "
-                        "libdc1394 DOWNSAMPLE / convertBayerFrame %.2f (wanted: at least 2)\n",
-                        frames[2] ? "fresh frames" : "the same frame",
-                        median("convertFrame") / median("copyFrame"),
-                        median("convertFrameWithLibdc1394") / median("convertFrame"));
-            std::printf("%s: focusFactor / conversion cell by cell %.2f (wanted: at most 0.33)\n",
-                        frames[2] ? "fresh frames" : "the same frame",
-                        median("judgeFocus") / median("convertFrameCellByCell"));
-        }
+void printRatios() {
+    for (const int count : {fresh, cached}) {
+        Frames frames(count);
+        std::vector<uint8_t> copy(cameraImage.byteCount), rgb(displayPixelCount * 3);
+        const auto convert = [&] {
+            convertBayerFrame(cameraImage, frames.next(), cameraImage.pixels.get());
+        };
+        const auto copyRaw = [&] { std::memcpy(copy.data(), frames.next(), copy.size()); };
+        const auto convertWithLibrary = [&] {
+            dc1394_bayer_decoding_8bit(frames.next(), rgb.data(), 2464, 2056,
+                                       DC1394_COLOR_FILTER_RGGB, DC1394_BAYER_METHOD_DOWNSAMPLE);
+        };
+        const auto judge = [] { benchmark::DoNotOptimize(focusFactor(focusState)); };
+        const auto convertByCells = [&] { convertCellByCell(frames.next()); };
+        std::printf("%s: convertBayerFrame / memcpy of a raw frame %.2f (wanted: at most 1.3), "
+                    "libdc1394 DOWNSAMPLE / convertBayerFrame %.2f (wanted: at least 2), "
+                    "focusFactor / conversion cell by cell %.2f (wanted: at most 0.33)\n",
+                    count == fresh ? "fresh frames" : "the same frame",
+                    ratioInTurn(convert, copyRaw), ratioInTurn(convertWithLibrary, convert),
+                    ratioInTurn(judge, convertByCells));
     }
-
-private:
-    std::map<std::string, double> medians; // ns
-};
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios();
+    benchmark::RunSpecifiedBenchmarks();
+    printRatios();
 }

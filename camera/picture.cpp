@@ -56,9 +56,11 @@ __attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t
     const __m256i keptUpper = blue ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
     const __m256i keptLower = blue ? _mm256_set1_epi16(static_cast<short>(0xFF00)) : keptUpper;
     for (int32_t cell = 0; cell < count; cell += cellsAtOnce) {
-        // Two row pairs ahead: a fresh frame comes from memory, and its rows are short.
-        __builtin_prefetch(upper + 2 * cell + 4 * width);
-        __builtin_prefetch(upper + 2 * cell + 5 * width);
+        // The next row pair and the next row of the picture, which lies before this one: both come
+        // from memory, and their rows are too short for the processor to see where they go on.
+        __builtin_prefetch(upper + 2 * cell + 2 * width);
+        __builtin_prefetch(upper + 2 * cell + 3 * width);
+        __builtin_prefetch(out + 4 * cell - 2 * width, 1);
         const __m256i top = _mm256_and_si256(keptUpper, load(upper + 2 * cell));
         const __m256i bottom = _mm256_and_si256(keptLower, load(upper + width + 2 * cell));
         const __m256i green = _mm256_srli_epi16(
