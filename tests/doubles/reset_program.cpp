@@ -2,6 +2,7 @@
 #include "tests/doubles/doubles.h"
 
 #include "app/data_folders.h"
+#include "app/refusals.h"
 #include "app/responsive_wait.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
@@ -55,5 +56,6 @@ void resetProgram() {
     confocalEnabled = 1;
     scanMap = {};
     sweepRecord = {};
+    forgetAllRefusals();
     prepareDataFolders(dataFolders);
 }
