@@ -54,6 +54,7 @@ enum LabAxis : int { labX = 0, labY = 1, labZ = 2 };
 // Where the carriage really is (the controllers know only their motors), um from where it stood at
 // resetLab.
 double labStageUm(int axis);
+bool labStageMoves(int axis); // its motor is under way
 
 LabPixel labSpotPixel();       // fixed place of the laser spot in the picture
 LabPoint labLaserSpotSample(); // sample point under the laser spot

@@ -65,6 +65,13 @@ double labStageUm(int axis) {
     return lab.motors[axis].carriageUm;
 }
 
+bool labStageMoves(int axis) {
+    LabLock lock;
+    if (axis < labX || axis > labZ) return false;
+    advanceMotor(axis);
+    return lab.motors[axis].targetSteps != lab.motors[axis].steps;
+}
+
 static int axisOfId(int id) {
     if (id < 0) return -1;
     for (int axis : {labX, labY, labZ})

@@ -1,7 +1,9 @@
 // Sets the whole simulated world up before each test and looks for leaks after it.
 #include "tests/doubles/doubles.h"
 
-void LabTest::SetUp() {
+constexpr uint64_t labSeed = 20260307;
+
+void prepareWorld() {
     resetClock();
     makeTempDesktop();
     resetProgram();
@@ -17,6 +19,10 @@ void LabTest::SetUp() {
     setLabClock(virtualNowMs, advanceVirtualTime);
     applyLabFaults("");
     resetLab(labSeed);
+}
+
+void LabTest::SetUp() {
+    prepareWorld();
 }
 
 void LabTest::TearDown() {

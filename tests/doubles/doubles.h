@@ -17,14 +17,15 @@
 // The program's own records as they are before it starts.
 void resetProgram();
 
+// The whole simulated world: an empty desktop, a laboratory in order, no window, nothing scripted.
+void prepareWorld();
+
 // No window is open and nothing is broken when a test begins. At its end no box may have come
 // unexpected, no planned answer be left, no drawing context, bitmap or window context leak.
 class LabTest : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
-
-    static constexpr uint64_t labSeed = 20260307;
 };
 
 // The same with an empty main window open.

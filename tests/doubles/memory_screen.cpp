@@ -88,7 +88,9 @@ void focusMainWindow() {
     focusCount++;
 }
 
-void setMainTitle(const char*) {}
+void setMainTitle(const char* text) {
+    if (mainWindow) mainWindow->text = text;
+}
 
 void startTimer(unsigned periodMs) {
     if (mainWindow) setTimer(periodMs);

@@ -16,7 +16,6 @@
 #include <list>
 #include <utility>
 
-constexpr uint32_t messageCall = 0x8000; // the first of the numbers left to programs
 constexpr double conditionPollMs = 5;
 constexpr int mostPollsAtOneInstant = 100'000;
 
@@ -35,6 +34,8 @@ struct PlannedAnswer {
 std::vector<ShownBox> shownBoxes;
 std::function<BoxAnswer(const ShownBox&)> answerOthers;
 
+Onlooker onlooker;
+
 static std::list<Event> events;
 static std::deque<Message> queue;
 static std::vector<Action> calls; // lParam of a messageCall is an index into these
@@ -52,6 +53,7 @@ void resetScript() {
     answers.clear();
     shownBoxes.clear();
     answerOthers = {};
+    onlooker = {};
     timerPeriodMs = 0;
     quitPending = false;
     pollsAtThisInstant = 0;
@@ -182,6 +184,7 @@ void dispatchMessage(const Message& message) {
     const int x = static_cast<int16_t>(message.lParam);
     const int y = static_cast<int16_t>(message.lParam >> 16);
     const uint32_t id = message.id;
+    if (onlooker.dispatches) onlooker.dispatches(message);
     if (id == messageCall) calls.at(static_cast<size_t>(message.lParam))();
     if (id == messageCommand) onCommand(static_cast<int>(message.wParam & 0xFFFF));
     if (id == messageTimer) liveViewTick();
@@ -191,6 +194,7 @@ void dispatchMessage(const Message& message) {
     if (id == messageLeftButtonDown) onLeftButtonDown(x, y);
     if (id == messageLeftButtonUp) onLeftButtonUp(x, y);
     if (id == messageClose) onClose();
+    if (onlooker.dispatched) onlooker.dispatched();
 }
 
 bool leftButtonIsDown() {
@@ -199,6 +203,7 @@ bool leftButtonIsDown() {
 
 void waitForMessage(uint64_t untilTick) {
     const auto until = static_cast<double>(untilTick);
+    if (onlooker.waits) onlooker.waits();
     runDueScript();
     while (queue.empty() && !timerDue() && virtualNowMs() < until) {
         double next = std::min(until, nextScriptTime());
@@ -226,6 +231,7 @@ int runMessageLoop() {
 BoxAnswer showMessageBox(WindowHandle owner, const char* text, const char* caption,
                          BoxButtons buttons) {
     shownBoxes.push_back({text, caption, buttons, owner, testTimeMs()});
+    if (onlooker.waits) onlooker.waits();
     const auto plan = std::find_if(answers.begin(), answers.end(), [&](const PlannedAnswer& each) {
         return shownBoxes.back().text.find(each.part) != std::string::npos;
     });

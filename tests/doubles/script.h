@@ -13,6 +13,7 @@ using Action = std::function<void()>;
 constexpr uint32_t messageClose = 0x0010;
 constexpr uint32_t messageKeyUp = 0x0101;
 constexpr uint32_t messageCommand = 0x0111;
+constexpr uint32_t messageCall = 0x8000; // of postCall; the first of the numbers left to programs
 constexpr uint32_t messageTimer = 0x0113;
 constexpr uint32_t messageMouseMove = 0x0200;
 
@@ -47,6 +48,15 @@ extern std::vector<ShownBox> shownBoxes;
 
 // Answers the boxes that nothing was planned for; while it is set none of them is unexpected.
 extern std::function<BoxAnswer(const ShownBox&)> answerOthers;
+
+// Who looks on; each may be empty.
+struct Onlooker {
+    Action waits; // the program waits for a message, or a box for its answer: the operator sees the
+                  // screen and may act
+    std::function<void(const Message&)> dispatches;
+    Action dispatched; // and everything that came of it
+};
+extern Onlooker onlooker;
 
 void resetScript();
 void expectScriptDone();

@@ -1,0 +1,33 @@
+// One day of an operator who presses anything at any time while anything breaks, and a judge who
+// looks on whenever the program waits: what the screen says of lights, bias and stage must be true
+// of the laboratory, and nothing moves that nobody has sent.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+enum class Rule {
+    Lights,  // the lamps on the screen are those of the board
+    Bias,    // the sample has the bias that the dialog's link says, or none
+    Place,   // at rest the stage is where the program takes it to be
+    Watch,   // while it moves the program waits for it
+    Cause,   // it is moved by a process, a key, a click, a command: along their axes
+    OneMove, // and not in the middle of another move
+    Box,     // no box holds a process that has not asked it; none asks after a stop
+    End,     // the program ends, light and bias off and nothing leaked
+};
+
+struct RandomDay {
+    uint32_t seed = 0;
+    std::vector<std::string> history;  // actions, faults, boxes, each with its time in ms
+    std::vector<std::string> findings; // what the judge saw; the first of each rule
+};
+
+// Lives through the day of a seed in a world of its own (prepareWorld). The same seed is the same
+// day. Rules in `ignored` are not judged.
+RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored = {});
+
+// The day as text: the findings, then what led to the last of them.
+std::string told(const RandomDay& day);
