@@ -22,7 +22,7 @@ enum class Rule {
 struct RandomDay {
     uint32_t seed = 0;
     std::vector<std::string> history;  // actions, faults, boxes, each with its time in ms
-    std::vector<std::string> findings; // what the judge saw; the first of each rule
+    std::vector<std::string> findings; // what the judge saw; each kind once
 };
 
 // Lives through the day of a seed in a world of its own (prepareWorld). The same seed is the same
