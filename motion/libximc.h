@@ -17,7 +17,12 @@ struct status_t {
     uint32_t Flags, GPIOFlags, CmdBufFreeSpace;
 };
 
-constexpr uint32_t STATE_RIGHT_EDGE = 0x1; // in GPIOFlags
+constexpr int ximcError = -1; // results of the functions; 0 is success
+constexpr int ximcNoDevice = -4;
+
+constexpr uint32_t MOVE_STATE_MOVING = 0x01; // in MoveSts
+constexpr uint32_t MVCMD_RUNNING = 0x80;     // in MvCmdSts; what the vendor says to wait for
+constexpr uint32_t STATE_RIGHT_EDGE = 0x1;   // in GPIOFlags
 constexpr uint32_t STATE_LEFT_EDGE = 0x2;
 constexpr uint32_t ENGINE_ACCEL_ON = 0x10; // in EngineFlags
 

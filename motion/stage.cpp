@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 StageAxis stageX, stageY, stageZ;
@@ -37,12 +38,59 @@ struct AxisSlot {
 
 const AxisSlot axes[3] = {{stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
 
+char letterOf(const StageAxis& axis) {
+    return &axis == &stageX ? 'X' : &axis == &stageY ? 'Y' : 'Z';
+}
+
+void showLoss(const StageAxis& axis) {
+    showInformation(
+        formatted("Stage %c lost (%d): \"Reconnect Stages\"", letterOf(axis), axis.lostBy).c_str());
+}
+
+// Whether the call succeeded. One that did not is said; some take the axis away.
+bool heeded(StageAxis& axis, int result, const char* call) {
+    if (result == 0) return true;
+    const bool lost = result == ximcError || result == ximcNoDevice;
+    std::printf("Stage %c: %s answered %d%s\n", letterOf(axis), call, result,
+                lost ? ", the axis is lost until \"Connect\"" : "");
+    std::fflush(stdout);
+    if (!lost) return false;
+    axis.lostBy = result;
+    showLoss(axis);
+    return false;
+}
+
+bool canBeAsked(const StageAxis& axis) {
+    return axis.axisNumber != 0 && axis.lostBy == 0;
+}
+
+// The status of before stays where the controller did not give one.
+bool readStatus(StageAxis& axis) {
+    status_t status{};
+    if (!heeded(axis, ximc.get_status(axis.deviceId, &status), "get_status")) return false;
+    axis.status = status;
+    return true;
+}
+
+bool writeEngine(StageAxis& axis, const engine_settings_t& engine) {
+    return heeded(axis, ximc.set_engine_settings(axis.deviceId, &engine), "set_engine_settings");
+}
+
+bool controllerMoves(const StageAxis& axis) {
+    return (axis.status.MvCmdSts & MVCMD_RUNNING) != 0 ||
+           (axis.status.MoveSts & (MOVE_STATE_MOVING | 0x80)) != 0; // 0x80 has no public name
+}
+
 void configureAxis(StageAxis& axis, int32_t speed) {
-    axis.engineKnown = ximc.get_engine_settings(axis.deviceId, &axis.engine) == 0;
+    axis.engineKnown = false;
+    axis.engine = {};
+    if (canBeAsked(axis))
+        axis.engineKnown = heeded(axis, ximc.get_engine_settings(axis.deviceId, &axis.engine),
+                                  "get_engine_settings");
     axis.engine.NomSpeed = static_cast<uint32_t>(speed);
     axis.engine.EngineFlags &= ~ENGINE_ACCEL_ON;
     // A record that was not read holds no motor current and no microsteps: not for a motor.
-    if (axis.engineKnown) ximc.set_engine_settings(axis.deviceId, &axis.engine);
+    if (axis.engineKnown) writeEngine(axis, axis.engine);
     sleepMs(10);
 }
 
@@ -68,6 +116,7 @@ bool openStages(int32_t order, int32_t speed) {
     if (count <= 0) {
         ximc.free_enumerate_devices(devices);
         stageX.axisNumber = 0;
+        for (StageAxis* axis : {&stageY, &stageZ}) axis->lostBy = ximcNoDevice;
         return false;
     }
 
@@ -75,6 +124,8 @@ bool openStages(int32_t order, int32_t speed) {
     for (int i = 0; i < 3; ++i) {
         const AxisSlot& slot = axes[i];
         slot.axis.axisNumber = 0;
+        slot.axis.lostBy = 0;
+        slot.axis.rightLimitOn = slot.axis.leftLimitOn = 0;
         if (i >= count || deviceOf[i] >= count) continue; // its device is not there: stays closed
         const char* found = ximc.get_device_name(devices, deviceOf[i]);
         std::snprintf(slot.name, sizeof slot.name, "%s", found ? found : "");
@@ -93,9 +144,9 @@ void closeStage(StageAxis& axis) {
 }
 
 double readPosition(StageAxis& axis) {
-    if (axis.axisNumber == 0) return axis.positionUm;
-    ximc.get_status(axis.deviceId, &axis.status); // the first reading after a move may be old
-    ximc.get_status(axis.deviceId, &axis.status);
+    if (!canBeAsked(axis)) return axis.positionUm;
+    // The first reading after a move may be old.
+    if (!readStatus(axis) || !readStatus(axis)) return axis.positionUm;
     axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
     axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
     double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
@@ -109,21 +160,21 @@ double currentPositionUm(const StageAxis& axis) {
 }
 
 void setPosition(StageAxis& axis, double um) {
-    if (axis.axisNumber == 0) return;
-    ximc.get_status(axis.deviceId, &axis.status);
+    if (!canBeAsked(axis)) return;
+    if (!readStatus(axis)) return;
     sleepMs(100);
-    if (ximc.get_status(axis.deviceId, &axis.status) != 0) return;
+    if (!readStatus(axis)) return;
     axis.zeroOffsetSteps = axis.status.CurPosition - truncated(um * 200.0 / 250.0);
     axis.positionUm = um;
 }
 
 void setSpeed(StageAxis& axis, int32_t speed) {
-    if (axis.axisNumber == 0) return;
+    if (!canBeAsked(axis)) return;
     auto clamped = static_cast<uint32_t>(std::clamp(speed, 0, 1000));
     if (clamped == axis.engine.NomSpeed || !axis.engineKnown) return;
     engine_settings_t changed = axis.engine;
     changed.NomSpeed = clamped;
-    if (ximc.set_engine_settings(axis.deviceId, &changed) == 0) axis.engine = changed;
+    if (writeEngine(axis, changed)) axis.engine = changed;
 }
 
 bool startMoveTo(StageAxis& axis, double um) {
@@ -131,13 +182,17 @@ bool startMoveTo(StageAxis& axis, double um) {
         axis.positionUm = um;
         return false;
     }
+    if (axisIsLost(axis)) {
+        showLoss(axis);
+        return false;
+    }
     if (um == axis.positionUm) return true;
     if (axis.rightLimitOn && um > axis.positionUm) return false;
     if (axis.leftLimitOn && axis.positionUm > um) return false;
     StepCount steps = stepsOf(um);
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
-    ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps);
-    return true;
+    return heeded(axis, ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps),
+                  "command_move");
 }
 
 namespace {
@@ -177,6 +232,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         const float errTarget = std::fabs(current - target);
         const float errStep = std::fabs(current - previous);
         refreshPositions();
+        if (axisIsLost(axis)) break;
         if (errTarget < 1.0f) {
             code = arrived;
             break;
@@ -212,6 +268,10 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         showInformation("Limit right Switch on    ");
         break;
     default:
+        if (axisIsLost(axis)) {
+            showLoss(axis);
+            break;
+        }
         showInformation(formatted("Not moving during %d sec     ",
                                   truncated(static_cast<double>(timeoutMs) / 1000))
                             .c_str());
@@ -229,9 +289,36 @@ bool moveTo(StageAxis& axis, double um) {
     // Micrometres less steps, and meant: this only sizes the time-out.
     const double distance = std::fabs(um - axis.positionUm * 200.0 / 250.0);
     const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
-    if (axis.positionUm == um) return true;
+    if (axis.positionUm == um && !axisIsLost(axis)) return true;
     if (!startMoveTo(axis, um)) return false;
     return waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000) == arrived;
+}
+
+bool axisIsLost(const StageAxis& axis) {
+    return axis.axisNumber != 0 && axis.lostBy != 0;
+}
+
+bool standsAt(StageAxis& axis, double targetUm, double toleranceUm) {
+    // A move has ended up to 3 um before its target: a second for those down to 3 um/s. One that
+    // stands beside it will not come; the tenth of a second is for a status that is old.
+    constexpr uint64_t longestWayMs = 1000;
+    constexpr uint64_t longestRestMs = 100;
+    if (axis.axisNumber == 0) return true;
+    const uint64_t start = tickCountMs();
+    uint64_t lastMoved = start;
+    for (;;) {
+        const double um = readPosition(axis);
+        if (axisIsLost(axis)) return false;
+        const uint64_t now = tickCountMs();
+        if (controllerMoves(axis)) {
+            lastMoved = now;
+        } else if (std::fabs(um - targetUm) <= toleranceUm) {
+            axis.positionUm = targetUm;
+            return true;
+        }
+        if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return false;
+        if (waitResponsive(10) != waitPassed || stopRequested) return false;
+    }
 }
 
 bool moveBy(StageAxis& axis, double deltaUm) {
@@ -239,6 +326,12 @@ bool moveBy(StageAxis& axis, double deltaUm) {
 }
 
 bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+    // One axis alone would go to a place that nobody has named.
+    for (const StageAxis* axis : {&a, &b}) {
+        if (!axisIsLost(*axis)) continue;
+        showLoss(*axis);
+        return false;
+    }
     const double distA = std::fabs(targetA - a.positionUm);
     const double distB = std::fabs(targetB - b.positionUm);
     speed = std::clamp(speed, 10, 800);
@@ -267,6 +360,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             readPosition(a);
             readPosition(b);
             refreshPositions();
+            if (axisIsLost(a) || axisIsLost(b)) break;
             // The other axis is watched too: a key or a switch may have sent it elsewhere.
             const double err =
                 std::max(distanceLeft(a, targetA, aLeads), distanceLeft(b, targetB, !aLeads));
@@ -311,7 +405,7 @@ bool moveXYBy(double dx, double dy, int32_t speed) {
 }
 
 void stopStage(StageAxis& axis) {
-    if (axis.axisNumber != 0) ximc.command_stop(axis.deviceId);
+    if (canBeAsked(axis)) heeded(axis, ximc.command_stop(axis.deviceId), "command_stop");
 }
 
 void stopAllStages() {

@@ -22,6 +22,7 @@ struct StageAxis {
     double positionUm = 0.0;     // cached, relative to the program's zero
     int32_t zeroOffsetSteps = 0; // controller step count that the program calls 0 um
     bool engineKnown = false;    // `engine` was read from this controller and may be written back
+    int lostBy = 0;              // the library's result that ended its controller; 0 it answers
 };
 
 extern StageAxis stageX, stageY, stageZ;
@@ -37,6 +38,11 @@ extern char ximc_version_str[33];
 bool openStages(int32_t order, int32_t speed);
 void closeStage(StageAxis& axis);
 
+// The controller has answered -1 (error) or -4 (no device). It is said once, the axis is no longer
+// asked (a mute controller blocks the caller for 7 s at each call) and its moves fail at once until
+// the stages are opened again; its cached position stays the last one that was read.
+bool axisIsLost(const StageAxis& axis);
+
 // Asks the controller; also refreshes the limit switches. Micrometres.
 double readPosition(StageAxis& axis);
 double currentPositionUm(const StageAxis& axis); // without asking
@@ -50,6 +56,12 @@ bool startMoveTo(StageAxis& axis, double um);
 
 enum ArrivalCode : int { notArrived = 0, arrived = 1, leftLimit = 2, rightLimit = 3 };
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
+
+// Whether the axis is at rest at the target by what its controller says now: moves end within 1 um
+// of it (of two axes 3 um) and take it for reached. An axis on its way, or one that stands beside
+// it, is given a short time; false after that, at a stop and at once for a lost axis. An axis
+// without a controller stands where its number says. Micrometres.
+bool standsAt(StageAxis& axis, double targetUm, double toleranceUm);
 
 bool moveTo(StageAxis& axis, double um); // starts and waits
 bool moveBy(StageAxis& axis, double deltaUm);

@@ -1,6 +1,7 @@
 // The stage axes against the laboratory's controllers: assignment, conversion, arrival, limits.
 #include "app/responsive_wait.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "tests/doubles/doubles.h"
 
 namespace {
@@ -108,19 +109,109 @@ TEST_F(StageTest, MovesWhereItIsTold) {
     EXPECT_NEAR(labStageUm(labX), 47.3, umPerFullStep);
 }
 
-TEST_F(StageTest, FailedStatusKeepsTheZero) {
-    static bool broken;
-    broken = false;
+// What the controllers answer from now on; 0: as the laboratory does.
+int statusResult, moveResult, engineResult;
+int calls; // of the three
+
+void answerInsteadOfTheLaboratory() {
+    statusResult = moveResult = engineResult = calls = 0;
     replaceFunction(
         "get_status", +[](int id, status_t* status) {
-            return broken ? -1 : labFunction<int(int, status_t*)>("get_status")(id, status);
+            ++calls;
+            if (statusResult == 0)
+                return labFunction<int(int, status_t*)>("get_status")(id, status);
+            *status = {}; // what a failed call leaves there is nobody's position
+            return statusResult;
         });
+    replaceFunction(
+        "command_move", +[](int id, int position, int uPosition) {
+            ++calls;
+            if (moveResult != 0) return moveResult;
+            return labFunction<int(int, int, int)>("command_move")(id, position, uPosition);
+        });
+    replaceFunction(
+        "set_engine_settings", +[](int id, const engine_settings_t* settings) {
+            ++calls;
+            if (engineResult != 0) return engineResult;
+            return labFunction<int(int, const engine_settings_t*)>("set_engine_settings")(id,
+                                                                                          settings);
+        });
+}
+
+TEST_F(StageTest, LostAxisIsSaidOnceAndNeverAskedAgain) {
+    answerInsteadOfTheLaboratory();
+    const struct {
+        int* result;
+        int answer;
+        void (*call)();
+        bool lost;
+    } cases[] = {
+        {&statusResult, -1, [] { readPosition(stageX); }, true},
+        {&statusResult, -4, [] { setPosition(stageX, 100.0); }, true},
+        {&moveResult, -4, [] { moveTo(stageX, 50.0); }, true},
+        {&engineResult, -1, [] { setSpeed(stageX, 300); }, true},
+        {&moveResult, -3, [] { EXPECT_FALSE(moveTo(stageX, 50.0)); }, false},
+        {&statusResult, -2, [] { readPosition(stageX); }, false},
+    };
+    for (const auto& each : cases) {
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        EXPECT_FALSE(axisIsLost(stageX)) << "opening begins anew";
+        ASSERT_TRUE(moveTo(stageX, 20.0));
+        const int32_t zero = stageX.zeroOffsetSteps;
+        *each.result = each.answer;
+        testing::internal::CaptureStdout();
+        each.call();
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(printed.find("Stage X: "), 0u) << printed;
+        EXPECT_NE(printed.find(formatted("answered %d", each.answer)), std::string::npos);
+        EXPECT_EQ(axisIsLost(stageX), each.lost);
+        EXPECT_EQ(stageX.positionUm, 20.0);
+        EXPECT_EQ(stageX.zeroOffsetSteps, zero);
+        if (each.lost) {
+            EXPECT_EQ(textIn(Field::Information),
+                      formatted("Stage X lost (%d): \"Reconnect Stages\"", each.answer));
+            const int callsBefore = calls;
+            const double start = testTimeMs();
+            EXPECT_FALSE(moveTo(stageX, 20.0));
+            EXPECT_FALSE(moveBy(stageX, 1.0));
+            EXPECT_FALSE(moveXYBy(1.0, 1.0, motorSpeed));
+            EXPECT_FALSE(standsAt(stageX, 20.0, 1.0));
+            readPosition(stageX);
+            setSpeed(stageX, 200);
+            setPosition(stageX, 7.0);
+            stopStage(stageX);
+            EXPECT_EQ(calls, callsBefore);
+            EXPECT_EQ(testTimeMs(), start);
+            EXPECT_EQ(stageX.positionUm, 20.0);
+        }
+        *each.result = 0;
+        closeAll();
+    }
     ASSERT_TRUE(openStages(2, motorSpeed));
-    const int32_t zero = stageX.zeroOffsetSteps;
-    broken = true;
-    setPosition(stageX, 100.0);
-    EXPECT_EQ(stageX.zeroOffsetSteps, zero);
-    EXPECT_EQ(stageX.positionUm, 0.0);
+    in(200, [] { statusResult = -4; });
+    EXPECT_FALSE(moveXYTo(0.0, 3000.0, motorSpeed));
+    EXPECT_LT(testTimeMs(), 2000) << "no wait for an axis that is gone";
+    EXPECT_NE(stageY.positionUm, 3000.0);
+}
+
+// An axis has to be where a point is measured, by its controller's word.
+TEST_F(StageTest, StandsAtLooksAtTheController) {
+    answerInsteadOfTheLaboratory();
+    EXPECT_TRUE(standsAt(stageX, 12.0, 0.5)) << "without a controller";
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(moveTo(stageX, 20.0));
+    const double start = testTimeMs();
+    EXPECT_TRUE(standsAt(stageX, 20.0, 0.5));
+    EXPECT_EQ(testTimeMs(), start) << "nothing to wait for";
+    EXPECT_FALSE(standsAt(stageX, 20.9, 0.5));
+    EXPECT_NEAR(testTimeMs(), start + 100, 20);
+    setSpeed(stageX, 20); // 25 um/s
+    ASSERT_TRUE(startMoveTo(stageX, 25.0));
+    EXPECT_TRUE(standsAt(stageX, 25.0, 0.5));
+    EXPECT_NEAR(labStageUm(labX), 25.0, 0.01) << "at rest, not only near";
+    ASSERT_TRUE(startMoveTo(stageX, 300.0));
+    EXPECT_FALSE(standsAt(stageX, 300.0, 0.5));
+    EXPECT_LT(stageX.positionUm, 100.0) << "where it is, not where it should be";
 }
 
 TEST_F(StageTest, LimitSwitchEndsAMoveAndRefusesTheNext) {
