@@ -22,3 +22,7 @@ using File = std::unique_ptr<FILE, CloseFile>;
 // Opens as fopen does; null when it fails, and for a name with a colon, which no folder would list.
 // `mode` is that of fopen ("r" and "w" are text modes).
 File openFile(const std::wstring& path, const wchar_t* mode);
+
+// Gives the file the other name, in the place of a file that has it. False, and both are as they
+// were, when that failed.
+bool replaceFile(const std::wstring& from, const std::wstring& to);

@@ -30,3 +30,8 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     if (namesStream(path)) return nullptr;
     return File(_wfopen(path.c_str(), mode));
 }
+
+bool replaceFile(const std::wstring& from, const std::wstring& to) {
+    return MoveFileExW(from.c_str(), to.c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}

@@ -60,6 +60,12 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     return File(std::fopen(file.c_str(), fs::path(mode).c_str()));
 }
 
+bool replaceFile(const std::wstring& from, const std::wstring& to) {
+    std::error_code error;
+    fs::rename(nativePath(from), nativePath(to), error);
+    return !error;
+}
+
 std::vector<std::string> filesOnDesktop() {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(desktop)) {

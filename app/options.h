@@ -1,0 +1,19 @@
+// KST_Data/Options.ini: values kept under names between two runs, one "name = value" a line. What
+// the program does not know stays as it stands, line by line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct Option {
+    std::string name;  // without '=' and line ends
+    std::string value; // one line; blanks around it are not kept
+};
+
+// The value of the first line with that name; empty without the file or such a line.
+std::string readOption(const std::string& name);
+
+// Puts the values into the lines with their names, or behind the last line. The file is written
+// whole beside the old one and then takes its name, so that there is never a half of it. False, and
+// said on standard output, when that failed: the old file is then as it was.
+bool writeOptions(const std::vector<Option>& options);
