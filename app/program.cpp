@@ -11,6 +11,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "motion/stage_connection.h"
 #include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface.h"
@@ -21,8 +22,7 @@
 namespace {
 
 void connectDevices() {
-    if (!openStages(axisOrder, motorSpeed))
-        showMessageBox(nullptr, "No devices found", "Scanner Error", BoxButtons::Ok);
+    connectStagesAndTell(nullptr);
     if (!openLaserLink(laserLink, mainWindow))
         showMessageBox(nullptr, "No Arduino devices found", "Laser Error", BoxButtons::Ok);
     connectInstrumentAtStart();

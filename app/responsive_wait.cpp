@@ -29,10 +29,11 @@ bool stopConfirmed() {
 // What one message makes of a wait, or that the wait goes on.
 constexpr int goOn = -1;
 
-// A key held down repeats inside the wait of its own move: those repeats are dropped.
+// A key held down repeats inside the wait of its own move: those repeats are dropped. A move of the
+// focus that is under way arrives first.
 int nudgeFocus(double um) {
     static bool nudging = false;
-    if (nudging) return goOn;
+    if (nudging || nudgeAfterMove(stageZ, um)) return goOn;
     nudging = true;
     moveBy(stageZ, um);
     refreshPositions();

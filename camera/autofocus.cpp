@@ -135,10 +135,10 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
         showInformation(formatted("z=%.0f, Fmax=%.3f", curve.positionUm[curve.peak],
                                   static_cast<double>(curve.highest))
                             .c_str());
-        // Where the stage cannot go lower the curve is over. A refused move has not waited.
         const bool moved = moveBy(stageZ, -sweep.stepUm);
-        waitResponsive(1);
-        if (!moved) break;
+        waitResponsive(1); // a refused move has not waited
+        // Where the stage cannot go lower the curve is over.
+        if (!moved && (stageZ.leftLimitOn || axisIsLost(stageZ))) break;
     }
     return SweepEnd::Finished;
 }
@@ -256,7 +256,10 @@ int autoFocus(FocusState& state) {
     setLaserOutput(wasIlluminated ? 1 : 0);
     switchLiveView(wasLive ? 1 : 0);
     const bool reached = focusFactor(state) >= focusedFactor;
-    showInformation(reached ? "Focusing Completed!" : "Focusing incompleted!");
+    // However bright the spot is: with its stage gone nobody has searched.
+    showInformation(axisIsLost(stageZ) ? "Focusing incompleted! Stage Z lost"
+                    : reached          ? "Focusing Completed!"
+                                       : "Focusing incompleted!");
     refreshPositions();
     return 1;
 }

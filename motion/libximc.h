@@ -17,14 +17,17 @@ struct status_t {
     uint32_t Flags, GPIOFlags, CmdBufFreeSpace;
 };
 
+// All numbers are those of the library's public documentation.
 constexpr int ximcError = -1; // results of the functions; 0 is success
 constexpr int ximcNoDevice = -4;
 
-constexpr uint32_t MOVE_STATE_MOVING = 0x01; // in MoveSts
-constexpr uint32_t MVCMD_RUNNING = 0x80;     // in MvCmdSts; what the vendor says to wait for
+constexpr uint32_t MOVE_STATE_MOVING = 0x01; // in MoveSts: the motor is being driven
+constexpr uint32_t MVCMD_RUNNING = 0x80;     // in MvCmdSts: what the vendor says to wait for
 constexpr uint32_t STATE_RIGHT_EDGE = 0x1;   // in GPIOFlags
 constexpr uint32_t STATE_LEFT_EDGE = 0x2;
 constexpr uint32_t ENGINE_ACCEL_ON = 0x10; // in EngineFlags
+constexpr uint32_t ENGINE_LIMIT_RPM = 0x80;
+constexpr uint32_t MICROSTEP_MODE_FRAC_256 = 9; // MicrostepMode
 
 // The functions, as found in the library; each one missing answers with the library's own failure.
 struct Libximc {

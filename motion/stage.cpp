@@ -1,6 +1,7 @@
 // Opens the stage axes, moves them and waits for their arrival.
 #include "motion/stage.h"
 
+#include "app/options.h"
 #include "app/responsive_wait.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
@@ -9,9 +10,13 @@
 #include "ui/screen.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <limits>
+#include <vector>
 
 StageAxis stageX, stageY, stageZ;
 int32_t axisOrder = 2;
@@ -21,6 +26,12 @@ char ximc_version_str[33];
 namespace {
 
 Libximc ximc;
+
+constexpr size_t axisCount = 3;
+
+// In Options.ini: the names of the three controllers in the order in which they were found.
+constexpr const char* keptNames[axisCount] = {"stage controller 1", "stage controller 2",
+                                              "stage controller 3"};
 
 constexpr int probeAndNetwork = 5; // enumeration flags: probe each device (1), network (4)
 
@@ -36,10 +47,32 @@ struct AxisSlot {
     char (&name)[256];
 };
 
-const AxisSlot axes[3] = {{stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
+const AxisSlot axes[axisCount] = {
+    {stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
+
+std::string lastSaid[axisCount]; // of failures, since the axis was opened
+
+const char* closedBecause[axisCount] = {"no controller", "no controller", "no controller"};
+
+// Of the three global records.
+size_t indexOf(const StageAxis& axis) {
+    return &axis == &stageX ? 0 : &axis == &stageY ? 1 : 2;
+}
 
 char letterOf(const StageAxis& axis) {
-    return &axis == &stageX ? 'X' : &axis == &stageY ? 'Y' : 'Z';
+    return "XYZ"[indexOf(axis)];
+}
+
+void say(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+// What a scan would say at every point, once until the axis has something else to say.
+void sayOnce(const StageAxis& axis, const std::string& line) {
+    std::string& before = lastSaid[indexOf(axis)];
+    if (line != before) say(line);
+    before = line;
 }
 
 void showLoss(const StageAxis& axis) {
@@ -51,9 +84,8 @@ void showLoss(const StageAxis& axis) {
 bool heeded(StageAxis& axis, int result, const char* call) {
     if (result == 0) return true;
     const bool lost = result == ximcError || result == ximcNoDevice;
-    std::printf("Stage %c: %s answered %d%s\n", letterOf(axis), call, result,
-                lost ? ", the axis is lost until \"Connect\"" : "");
-    std::fflush(stdout);
+    sayOnce(axis, formatted("Stage %c: %s answered %d%s", letterOf(axis), call, result,
+                            lost ? ", the axis is lost until \"Connect\"" : ""));
     if (!lost) return false;
     axis.lostBy = result;
     showLoss(axis);
@@ -81,17 +113,102 @@ bool controllerMoves(const StageAxis& axis) {
            (axis.status.MoveSts & (MOVE_STATE_MOVING | 0x80)) != 0; // 0x80 has no public name
 }
 
-void configureAxis(StageAxis& axis, int32_t speed) {
+// An axis whose controller counts in other steps would go to other places than it is told.
+bool countsAsWeDo(StageAxis& axis) {
+    if (!axis.engineKnown || axis.engine.MicrostepMode == MICROSTEP_MODE_FRAC_256) return true;
+    say(formatted("Stage %c: microstep mode %u instead of %u (1/256): it is not driven",
+                  letterOf(axis), axis.engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
+    return false;
+}
+
+void configureAxis(size_t i, int32_t speed) {
+    StageAxis& axis = axes[i].axis;
     axis.engineKnown = false;
     axis.engine = {};
-    if (canBeAsked(axis))
-        axis.engineKnown = heeded(axis, ximc.get_engine_settings(axis.deviceId, &axis.engine),
-                                  "get_engine_settings");
     axis.engine.NomSpeed = static_cast<uint32_t>(speed);
-    axis.engine.EngineFlags &= ~ENGINE_ACCEL_ON;
-    // A record that was not read holds no motor current and no microsteps: not for a motor.
-    if (axis.engineKnown) writeEngine(axis, axis.engine);
+    if (!canBeAsked(axis)) return;
+    axis.engineKnown =
+        heeded(axis, ximc.get_engine_settings(axis.deviceId, &axis.engine), "get_engine_settings");
+    if (!countsAsWeDo(axis)) {
+        closeStage(axis);
+        axis.axisNumber = 0;
+        closedBecause[i] = "not driven, its microsteps are not 1/256";
+        return;
+    }
+    engine_settings_t wanted = axis.engine;
+    wanted.NomSpeed = static_cast<uint32_t>(speed);
+    wanted.EngineFlags &= ~ENGINE_ACCEL_ON;
+    wanted.EngineFlags |= ENGINE_LIMIT_RPM;
+    // A record that was not read holds no motor current and no microsteps: not for a motor. Its
+    // speed still sizes the time-outs.
+    if (!axis.engineKnown || writeEngine(axis, wanted)) axis.engine = wanted;
     sleepMs(10);
+}
+
+std::vector<std::string> foundNames(void* devices, int count) {
+    std::vector<std::string> names;
+    for (int i = 0; i < count; ++i) {
+        const char* name = ximc.get_device_name(devices, i);
+        names.emplace_back(name ? name : "");
+        say(formatted("Stage controller %d: %s", i + 1, names.back().c_str()));
+    }
+    return names;
+}
+
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+using AxisNames = std::array<std::string, axisCount>; // empty: no controller
+
+// Three controllers are told apart by their places in the list, and their names are kept. In a
+// shorter list the places have moved up, perhaps: the names say who is there.
+AxisNames namesOfAxes(const std::vector<std::string>& found, int32_t order) {
+    const int* deviceOf = deviceOfAxis[order >= 0 && order <= 4 ? order : 5];
+    std::vector<std::string> kept;
+    for (const char* option : keptNames) kept.push_back(readOption(option));
+    if (found.size() >= axisCount && !contains(found, "")) {
+        std::vector<Option> options;
+        for (size_t i = 0; i < axisCount; ++i) options.push_back({keptNames[i], found[i]});
+        if (!std::equal(kept.begin(), kept.end(), found.begin())) writeOptions(options);
+    }
+    const bool byName = found.size() < axisCount && !contains(kept, "");
+    AxisNames names;
+    for (size_t i = 0; i < axisCount; ++i) {
+        const auto device = static_cast<size_t>(deviceOf[i]);
+        if (byName && contains(found, kept[device])) names[i] = kept[device];
+        if (!byName && i < found.size() && device < found.size()) names[i] = found[device];
+    }
+    return names;
+}
+
+void announceSearch() {
+    const std::string text =
+        formatted("Looking for stage controllers: USB, %s ...", enumerationHint + 5);
+    say(text);
+    showInformation(text.c_str());
+    paintPending(mainWindow); // the search blocks: 5 s where an address is silent
+}
+
+void openAxis(size_t i, const std::string& name) {
+    StageAxis& axis = axes[i].axis;
+    axis.axisNumber = 0;
+    axis.deviceId = -1;
+    axis.lostBy = 0;
+    axis.rightLimitOn = axis.leftLimitOn = 0;
+    closedBecause[i] = "no controller";
+    lastSaid[i].clear();
+    if (name.empty()) return;
+    std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
+    axis.deviceId = ximc.open_device(axes[i].name);
+    if (axis.deviceId >= 0) {
+        axis.axisNumber = static_cast<uint32_t>(i + 1);
+        say(formatted("Stage %c: %s", letterOf(axis), axes[i].name));
+        return;
+    }
+    closedBecause[i] = "does not open";
+    say(formatted("Stage %c: open_device answered %d for %s", letterOf(axis), axis.deviceId,
+                  axes[i].name));
 }
 
 } // namespace
@@ -108,35 +225,49 @@ StepCount stepsOf(double um) {
 }
 
 bool openStages(int32_t order, int32_t speed) {
+    announceSearch();
     ximc = loadLibximc();
     ximc.ximc_version(ximc_version_str);
     ximc.set_bindy_key("keyfile.sqlite");
     void* devices = ximc.enumerate_devices(probeAndNetwork, enumerationHint);
-    int count = ximc.get_device_count(devices);
+    const int count = ximc.get_device_count(devices);
+    say(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
+                  ximc_version_str));
+    showInformation(formatted("Stage controllers found: %d", std::max(count, 0)).c_str());
     if (count <= 0) {
         ximc.free_enumerate_devices(devices);
         stageX.axisNumber = 0;
         for (StageAxis* axis : {&stageY, &stageZ}) axis->lostBy = ximcNoDevice;
         return false;
     }
-
-    const int* deviceOf = deviceOfAxis[order >= 0 && order <= 4 ? order : 5];
-    for (int i = 0; i < 3; ++i) {
-        const AxisSlot& slot = axes[i];
-        slot.axis.axisNumber = 0;
-        slot.axis.lostBy = 0;
-        slot.axis.rightLimitOn = slot.axis.leftLimitOn = 0;
-        if (i >= count || deviceOf[i] >= count) continue; // its device is not there: stays closed
-        const char* found = ximc.get_device_name(devices, deviceOf[i]);
-        std::snprintf(slot.name, sizeof slot.name, "%s", found ? found : "");
-        slot.axis.deviceId = ximc.open_device(slot.name);
-        slot.axis.axisNumber = static_cast<uint32_t>(i + 1);
-    }
+    const AxisNames names = namesOfAxes(foundNames(devices, count), order);
+    for (size_t i = 0; i < axisCount; ++i) openAxis(i, names[i]);
     ximc.free_enumerate_devices(devices);
 
-    for (const AxisSlot& slot : axes) configureAxis(slot.axis, speed);
+    for (size_t i = 0; i < axisCount; ++i) configureAxis(i, speed);
     for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
-    return true;
+    return std::any_of(std::begin(axes), std::end(axes),
+                       [](const AxisSlot& slot) { return slot.axis.axisNumber != 0; });
+}
+
+std::string silentAxes() {
+    std::string letters;
+    for (const AxisSlot& slot : axes) {
+        if (canBeAsked(slot.axis)) continue;
+        if (!letters.empty()) letters += ", ";
+        letters += letterOf(slot.axis);
+    }
+    return letters;
+}
+
+std::string axisList() {
+    std::string lines;
+    for (size_t i = 0; i < axisCount; ++i) {
+        const StageAxis& axis = axes[i].axis;
+        const char* state = axis.axisNumber == 0 ? closedBecause[i] : axes[i].name;
+        lines += formatted("%c: %s%s\n", letterOf(axis), state, axisIsLost(axis) ? " (lost)" : "");
+    }
+    return lines;
 }
 
 void closeStage(StageAxis& axis) {
@@ -171,7 +302,8 @@ void setPosition(StageAxis& axis, double um) {
 void setSpeed(StageAxis& axis, int32_t speed) {
     if (!canBeAsked(axis)) return;
     auto clamped = static_cast<uint32_t>(std::clamp(speed, 0, 1000));
-    if (clamped == axis.engine.NomSpeed || !axis.engineKnown) return;
+    // The controller takes 1 to 100000: a speed of 0 leaves the one of before.
+    if (clamped == 0 || clamped == axis.engine.NomSpeed || !axis.engineKnown) return;
     engine_settings_t changed = axis.engine;
     changed.NomSpeed = clamped;
     if (writeEngine(axis, changed)) axis.engine = changed;
@@ -197,15 +329,62 @@ bool startMoveTo(StageAxis& axis, double um) {
 
 namespace {
 
-int movesUnderWay = 0;
+int movesUnderWay[axisCount];
+double nudgesUm[axisCount]; // wait for the end of the axis' move; 0 none
+bool nudging[axisCount];
 
-// One move is under way in its block.
+// A move of the axis is under way in its block.
 struct MoveMark {
-    MoveMark() { ++movesUnderWay; }
-    ~MoveMark() { --movesUnderWay; }
+    explicit MoveMark(const StageAxis& axis) : index(indexOf(axis)) { ++movesUnderWay[index]; }
+    ~MoveMark() { --movesUnderWay[index]; }
     MoveMark(const MoveMark&) = delete;
     MoveMark& operator=(const MoveMark&) = delete;
+
+    const size_t index;
 };
+
+void dropNudge(const StageAxis& axis) {
+    nudgesUm[indexOf(axis)] = 0.0;
+}
+
+// What a held key asks for meanwhile is dropped.
+void carryOutNudge(StageAxis& axis) {
+    const size_t i = indexOf(axis);
+    const double um = nudgesUm[i];
+    nudgesUm[i] = 0.0;
+    if (um == 0.0 || nudging[i] || stopRequested) return;
+    nudging[i] = true;
+    moveBy(axis, um);
+    nudging[i] = false;
+}
+
+// A move that takes longer than it was given and still comes nearer is none that failed.
+class Approach {
+public:
+    // Looks at the axes after their positions were read; `errUm` is how far they are away.
+    void look(bool underWay, double errUm) {
+        const uint64_t now = tickCountMs();
+        if (!underWay || errUm < nearest) last = now;
+        moves = underWay;
+        nearest = std::min(nearest, errUm);
+    }
+    // For so long a controller that takes up its play goes past the target and comes back.
+    bool goesOn() const { return moves && tickCountMs() - last < 1000; }
+
+private:
+    double nearest = std::numeric_limits<double>::infinity();
+    uint64_t last = tickCountMs();
+    bool moves = false;
+};
+
+// With the controller's own words, but not again for every point of a scan.
+void sayNotArrived(const StageAxis& axis) {
+    const status_t& status = axis.status;
+    sayOnce(axis, formatted("Stage %c does not arrive: MoveSts 0x%x, MvCmdSts 0x%x, Flags 0x%x, "
+                            "GPIOFlags 0x%x",
+                            letterOf(axis), status.MoveSts, status.MvCmdSts, status.Flags,
+                            status.GPIOFlags));
+}
 
 // An axis without a controller holds up nobody, unless it is the one that has the longer way.
 double distanceLeft(const StageAxis& axis, double targetUm, bool leads) {
@@ -215,15 +394,24 @@ double distanceLeft(const StageAxis& axis, double targetUm, bool leads) {
 } // namespace
 
 bool stageIsMoving() {
-    return movesUnderWay > 0;
+    return std::any_of(std::begin(movesUnderWay), std::end(movesUnderWay),
+                       [](int count) { return count > 0; });
+}
+
+bool nudgeAfterMove(const StageAxis& axis, double um) {
+    const size_t i = indexOf(axis);
+    if (movesUnderWay[i] == 0) return false;
+    if (nudgesUm[i] == 0.0 && !nudging[i]) nudgesUm[i] = um;
+    return true;
 }
 
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
-    const MoveMark moving;
+    const MoveMark moving(axis);
     int count = 0;
     int code = notArrived;
     float previous = 1000000.0f;
     const float target = static_cast<float>(targetUm);
+    Approach approach;
     const uint64_t start = tickCountMs();
     for (;;) {
         // One last look after the time: an operator may have taken it to answer a question.
@@ -233,6 +421,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         const float errStep = std::fabs(current - previous);
         refreshPositions();
         if (axisIsLost(axis)) break;
+        approach.look(controllerMoves(axis), static_cast<double>(errTarget));
         if (errTarget < 1.0f) {
             code = arrived;
             break;
@@ -246,7 +435,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             break;
         }
         const bool stalled = errStep < 1.0f && errTarget > 1.0f && count >= 101;
-        if (stalled || timeIsOver) break;
+        if ((stalled || timeIsOver) && !approach.goesOn()) break;
         if (waitResponsive(50) == waitClicked) {
             showInformation("stop requested");
             break;
@@ -272,6 +461,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             showLoss(axis);
             break;
         }
+        sayNotArrived(axis);
         showInformation(formatted("Not moving during %d sec     ",
                                   truncated(static_cast<double>(timeoutMs) / 1000))
                             .c_str());
@@ -291,7 +481,12 @@ bool moveTo(StageAxis& axis, double um) {
     const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
     if (axis.positionUm == um && !axisIsLost(axis)) return true;
     if (!startMoveTo(axis, um)) return false;
-    return waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000) == arrived;
+    const int code = waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000);
+    if (code == arrived)
+        carryOutNudge(axis);
+    else
+        dropNudge(axis);
+    return code == arrived;
 }
 
 bool axisIsLost(const StageAxis& axis) {
@@ -340,19 +535,20 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     const double timeMs = std::max(distA, distB) * 1000.0 / speed;
     const double shorter = std::min(distA, distB);
     int32_t shorterSpeed = timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speed;
-    // At speed 0 a short way beside a long one would never be gone, and nobody watches it.
+    // At speed 0 a short way beside a long one would never be gone; no way keeps its speed.
     if (shorter > 0.0) shorterSpeed = std::max(shorterSpeed, 1);
     setSpeed(a, aLeads ? speed : shorterSpeed);
     setSpeed(b, aLeads ? shorterSpeed : speed);
     startMoveTo(a, targetA);
-    startMoveTo(b, targetB);
+    if (!axisIsLost(a)) startMoveTo(b, targetB);
 
-    const MoveMark moving;
+    const MoveMark movingA(a), movingB(b);
     double previousErr = -10.0;
     int count = 0;
     bool atTarget = timeMs == 0.0; // no distance, nothing to wait for
     const uint64_t start = tickCountMs();
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
+    Approach approach;
     if (!atTarget) {
         bool timeIsOver = false;
         do {
@@ -360,7 +556,11 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             readPosition(a);
             readPosition(b);
             refreshPositions();
-            if (axisIsLost(a) || axisIsLost(b)) break;
+            if (axisIsLost(a) || axisIsLost(b)) { // the other one does not go on alone
+                stopStage(a);
+                stopStage(b);
+                break;
+            }
             // The other axis is watched too: a key or a switch may have sent it elsewhere.
             const double err =
                 std::max(distanceLeft(a, targetA, aLeads), distanceLeft(b, targetB, !aLeads));
@@ -369,12 +569,13 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
                 atTarget = true;
                 break;
             }
+            approach.look(controllerMoves(a) || controllerMoves(b), err);
             const bool stalled = err == previousErr && count > 100;
             if (stalled) break;
             previousErr = err;
             if (waitResponsive(50) == waitClicked) break;
             ++count;
-        } while (!timeIsOver);
+        } while (!timeIsOver || approach.goesOn());
     }
 
     setSpeed(a, speed);
@@ -382,13 +583,19 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     showProgress(
         formatted("count:%d Dist. to move %.1lfum", count, std::max(distA, distB)).c_str());
     if (!atTarget) {
+        dropNudge(a);
+        dropNudge(b);
         readPosition(a);
         readPosition(b);
         refreshPositions();
+        if (distanceLeft(a, targetA, false) > 3.0) sayNotArrived(a);
+        if (distanceLeft(b, targetB, false) > 3.0) sayNotArrived(b);
         return false;
     }
     a.positionUm = targetA;
     b.positionUm = targetB;
+    carryOutNudge(a);
+    carryOutNudge(b);
     return true;
 }
 

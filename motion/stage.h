@@ -5,6 +5,7 @@
 #include "motion/libximc.h"
 
 #include <cstdint>
+#include <string>
 
 constexpr double umPerFullStep = 250.0 / 200.0; // pitch of the stage's lead screw drive
 constexpr double microstepsPerFullStep = 256.0;
@@ -33,9 +34,18 @@ extern int32_t axisOrder;
 extern char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
 extern char ximc_version_str[33];
 
-// Finds and opens the controllers and calls the present place 0 um on every axis. False when no
-// controller was found.
+// Finds and opens the controllers and calls the present place 0 um on every axis. Three that are
+// found get their axes by their places in the list, and their names are kept; of fewer an axis gets
+// the one that had its place by its name, and the others stay closed. So does one that does not
+// open or does not count 256 microsteps. False when none is driven.
 bool openStages(int32_t order, int32_t speed);
+
+// The axes without a controller that answers, as "X, Z"; empty when there is none.
+std::string silentAxes();
+
+// A line for each axis: its letter and its controller's name, or why it has none.
+std::string axisList();
+
 void closeStage(StageAxis& axis);
 
 // The controller has answered -1 (error) or -4 (no device). It is said once, the axis is no longer
@@ -48,7 +58,8 @@ double readPosition(StageAxis& axis);
 double currentPositionUm(const StageAxis& axis); // without asking
 void setPosition(StageAxis& axis, double um);    // declares the present place to be `um`
 
-void setSpeed(StageAxis& axis, int32_t speed); // full steps per second, clamped to 0..1000
+// Full steps per second, clamped to 0..1000; 0 is not sent.
+void setSpeed(StageAxis& axis, int32_t speed);
 
 // True when the move was started or the axis is there already; false without a controller and
 // towards an active limit switch.
@@ -68,6 +79,10 @@ bool moveBy(StageAxis& axis, double deltaUm);
 
 // True inside the wait of a move.
 bool stageIsMoving();
+
+// While a move of the axis is under way: moves it by `um` once that has arrived (one such nudge at
+// a time; none is left of a move that does not arrive). False, and nothing happens, else.
+bool nudgeAfterMove(const StageAxis& axis, double um);
 
 // Both axes arrive together: the longer distance runs at `speed` (clamped to 10..800). False when
 // one of them did not arrive; the positions are then what was read.

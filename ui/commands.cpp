@@ -18,6 +18,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "motion/stage_connection.h"
 #include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/messages.h"
@@ -56,8 +57,9 @@ void moveAndShow(StageAxis& axis, double um) {
 }
 
 void mapSample() {
+    stopRequested = 0; // before the question: the window may be closed while it is asked
+    if (!partialStageAccepted() || stopRequested) return;
     processRunning = 1;
-    stopRequested = 0;
     setField(Field::StartButton, "Stop");
     showInformation("Writing...");
     waitResponsive(10);
@@ -79,10 +81,7 @@ void reconnectStages() {
     if (stageIsTaken()) return;
     stopAllStages();
     closeAllStages();
-    if (openStages(axisOrder, motorSpeed))
-        showMessageBox(mainWindow, "Standa device found", "Scanner Initialized", BoxButtons::Ok);
-    else
-        showMessageBox(mainWindow, "No devices found", "Scanner Error", BoxButtons::Ok);
+    connectStagesAndTell("Standa device found");
     refreshPositions();
 }
 

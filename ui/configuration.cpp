@@ -8,6 +8,7 @@
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "motion/stage_connection.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
@@ -152,8 +153,7 @@ void connectStages() {
     takeAxisOrder();
     stopAllStages();
     closeAllStages();
-    const bool connected = openStages(axisOrder, motorSpeed);
-    if (!connected) showMessageBox(mainWindow, "No devices found", "Scanner Error", BoxButtons::Ok);
+    const bool connected = connectStagesAndTell(nullptr);
     checkInDialog(idConnectStages, connected);
     showPositions();
     refreshPositions();

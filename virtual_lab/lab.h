@@ -179,6 +179,11 @@ const std::vector<LabRead>& labReads();
 //   camera unsettled                    an automatic function that works once never ends
 //   stage absent | stage count 1|2|3
 //   axis x|y|z stalled
+//   axis x|y|z lost [<n>]               gone, from the n-th call from now on
+//   axis x|y|z mute                     each call takes 7 s and fails
+//   axis x|y|z slow <steps/s>           its own speed; the program's limit may be lower
+//   axis x|y|z microsteps 1..9          its mode: 9 is 1/256 of a step, 8 is 1/128
+//   axis x|y|z old                      its status is the one of the call before
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
 //   backlash x|y|z <um>

@@ -50,6 +50,23 @@ static int axisNamed(const std::string& name) {
     return -1;
 }
 
+static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
+    std::string what;
+    words >> what;
+    if (what == "stalled") return faults.stalled[axis] = true;
+    if (what == "mute") return faults.mute[axis] = true;
+    if (what == "old") return faults.oldStatus[axis] = true;
+    if (what == "slow") return words >> faults.ownSpeed[axis] && faults.ownSpeed[axis] > 0;
+    if (what == "microsteps") {
+        uint32_t& mode = faults.microstepMode[axis];
+        return words >> mode && mode >= 1 && mode <= 9;
+    }
+    if (what != "lost") return false;
+    faults.lostFrom[axis] = 1;
+    return (words >> std::ws).eof() ||
+           (words >> faults.lostFrom[axis] && faults.lostFrom[axis] > 0);
+}
+
 static bool parseFault(const std::string& line, LabFaults& faults) {
     std::istringstream words(line);
     std::string device, what, detail, extra;
@@ -75,8 +92,7 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         if (!(words >> number) || (number != 1 && number != 2 && number != 3)) return false;
         faults.controllers = static_cast<int>(number);
     } else if (device == "axis" && axis >= 0) {
-        if (!(words >> detail) || detail != "stalled") return false;
-        faults.stalled[axis] = true;
+        if (!parseAxisFault(words, axis, faults)) return false;
     } else if (device == "limit" && axis >= 0) {
         std::string at;
         if (!(words >> detail >> at >> number) || at != "at") return false;
@@ -110,6 +126,7 @@ bool applyLabFaults(const std::string& text) {
     }
     advanceMotors(); // up to now they moved under the old faults
     lab.faults = faults;
+    for (LabMotor& motor : lab.motors) motor.calls = 0;
     dropMissingControllers();
     dropLostCamera();
     switchOffAbsentInstruments();

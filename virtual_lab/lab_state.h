@@ -12,6 +12,11 @@
 struct LabFaults {
     int controllers = 3; // found on the bus, 0..3
     bool stalled[3] = {};
+    int lostFrom[3] = {}; // calls until the controller is gone; 0: it stays
+    bool mute[3] = {};
+    bool oldStatus[3] = {};
+    double ownSpeed[3] = {5000, 5000, 5000}; // full steps per second, whatever the limit allows
+    uint32_t microstepMode[3] = {9, 9, 9};
     double rightLimitUm[3] = {5000, 5000, 5000};
     double leftLimitUm[3] = {-5000, -5000, -5000};
     double backlashUm[3] = {2.0, 2.0, 0.8};
@@ -42,6 +47,8 @@ struct LabMotor {
     double targetSteps = 0;  // the same scale
     double carriageUm = 0;   // from the place at resetLab
     double updatedMs = 0;    // time of the three values above
+    int calls = 0;           // since the faults were made
+    bool commanded = false;  // moved since it was switched on
 };
 
 struct LabBoard {

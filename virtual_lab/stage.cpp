@@ -10,8 +10,17 @@
 constexpr double umPerStep = 1.25; // full step
 constexpr double microsteps = 256;
 
+// The vendor's numbers, from the public documentation of its library: flags of the engine and of
+// the status, results.
+constexpr uint32_t engineAccelOn = 0x10, engineLimitRpm = 0x80;
+constexpr uint32_t moveStateMoving = 0x01, moveStateTargetSpeed = 0x02; // MoveSts
+constexpr uint32_t commandMove = 0x01, commandRunning = 0x80;           // MvCmdSts
+constexpr uint32_t lowestSpeed = 1, highestSpeed = 100000;              // NomSpeed
+constexpr double muteMs = 7000; // measured on the library with a controller that answers nothing
+
 constexpr int resultError = -1;
 constexpr int resultValueError = -3;
+constexpr int resultNoDevice = -4;
 
 // The first controller on the bus drives Y, the second X, the third Z.
 constexpr int controllerAxis[3] = {labY, labX, labZ};
@@ -23,7 +32,9 @@ static void advanceMotor(int axis) {
     const LabFaults& faults = lab.faults;
     double nowMs = labNowMs();
     // On the short ways of a microscope ramps leave about half of the speed.
-    double speed = motor.nominalSpeed * (motor.engineFlags & ENGINE_ACCEL_ON ? 0.5 : 1.0);
+    const double allowed = motor.engineFlags & engineLimitRpm ? motor.nominalSpeed : highestSpeed;
+    double speed =
+        std::min(faults.ownSpeed[axis], allowed) * (motor.engineFlags & engineAccelOn ? 0.5 : 1.0);
     double reach = std::max(0.0, nowMs - motor.updatedMs) / 1000 * speed;
     motor.updatedMs = nowMs;
     if (faults.stalled[axis]) motor.targetSteps = motor.steps;
@@ -72,11 +83,32 @@ bool labStageMoves(int axis) {
     return lab.motors[axis].targetSteps != lab.motors[axis].steps;
 }
 
+static status_t earlierStatus[3]; // where a status is old by one call
+
 static int axisOfId(int id) {
     if (id < 0) return -1;
     for (int axis : {labX, labY, labZ})
         if (lab.motors[axis].id == id) return axis;
     return -1;
+}
+
+// What becomes of any call on an open controller; 0 goes on. May take time: not under the lock.
+static int stageFault(int id) {
+    {
+        LabLock lock;
+        int axis = axisOfId(id);
+        if (axis < 0) return resultError;
+        int calls = ++lab.motors[axis].calls;
+        int lostFrom = lab.faults.lostFrom[axis];
+        if (lostFrom > 0 && calls >= lostFrom) return resultNoDevice;
+        if (!lab.faults.mute[axis]) return 0;
+    }
+    labSleepMs(muteMs);
+    return resultError;
+}
+
+static double stepParts(int axis) {
+    return std::exp2(static_cast<double>(lab.faults.microstepMode[axis]) - 1);
 }
 
 extern "C" {
@@ -129,6 +161,7 @@ int close_device(int* id) {
 }
 
 int get_engine_settings(int id, engine_settings_t* settings) {
+    if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
     if (axis < 0 || !settings) return resultError;
@@ -141,16 +174,18 @@ int get_engine_settings(int id, engine_settings_t* settings) {
         static_cast<uint32_t>((motor.nominalSpeed - std::floor(motor.nominalSpeed)) * microsteps);
     settings->EngineFlags = motor.engineFlags;
     settings->Antiplay = 1800;
-    settings->MicrostepMode = 9;
+    settings->MicrostepMode = lab.faults.microstepMode[axis];
     settings->StepsPerRev = 200;
     return 0;
 }
 
 int set_engine_settings(int id, const engine_settings_t* settings) {
+    if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
     if (axis < 0 || !settings) return resultError;
-    if (settings->NomSpeed > 100000 || settings->uNomSpeed > 255 || settings->MicrostepMode != 9)
+    if (settings->NomSpeed < lowestSpeed || settings->NomSpeed > highestSpeed ||
+        settings->uNomSpeed > 255 || settings->MicrostepMode != lab.faults.microstepMode[axis])
         return resultValueError;
     advanceMotor(axis);
     lab.motors[axis].nominalSpeed = settings->NomSpeed + settings->uNomSpeed / microsteps;
@@ -159,6 +194,7 @@ int set_engine_settings(int id, const engine_settings_t* settings) {
 }
 
 int get_status(int id, status_t* status) {
+    if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
     if (axis < 0 || !status) return resultError;
@@ -167,23 +203,27 @@ int get_status(int id, status_t* status) {
     double way = motor.targetSteps - motor.steps;
 
     *status = {};
-    int64_t counts = static_cast<int64_t>(std::floor(motor.steps * microsteps)) +
-                     motor.originSteps * static_cast<int64_t>(microsteps);
-    status->CurPosition = static_cast<int32_t>(counts / 256); // both parts bear the sign
-    status->uCurPosition = static_cast<int32_t>(counts % 256);
+    const auto parts = static_cast<int64_t>(stepParts(axis));
+    int64_t counts = static_cast<int64_t>(std::floor(motor.steps * static_cast<double>(parts))) +
+                     motor.originSteps * parts;
+    status->CurPosition = static_cast<int32_t>(counts / parts); // both parts bear the sign
+    status->uCurPosition = static_cast<int32_t>(counts % parts);
+    if (motor.commanded) status->MvCmdSts = commandMove;
     if (way != 0) {
-        status->MoveSts = 1;
-        status->MvCmdSts = 0x81;
+        status->MoveSts = moveStateMoving | moveStateTargetSpeed;
+        status->MvCmdSts |= commandRunning;
         status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
     }
     if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
         status->GPIOFlags |= STATE_RIGHT_EDGE;
     if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6)
         status->GPIOFlags |= STATE_LEFT_EDGE;
+    if (lab.faults.oldStatus[axis]) std::swap(*status, earlierStatus[axis]);
     return 0;
 }
 
 int command_stop(int id) {
+    if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
     if (axis < 0) return resultError;
@@ -194,13 +234,15 @@ int command_stop(int id) {
 }
 
 int command_move(int id, int position, int uPosition) {
+    if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
     if (axis < 0) return resultError;
     if (std::abs(uPosition) > 255) return resultValueError;
     advanceMotor(axis);
     lab.motors[axis].targetSteps =
-        static_cast<double>(position) - lab.motors[axis].originSteps + uPosition / microsteps;
+        static_cast<double>(position) - lab.motors[axis].originSteps + uPosition / stepParts(axis);
+    lab.motors[axis].commanded = true;
     ++lab.counters.moves;
     return 0;
 }

@@ -4,6 +4,8 @@
 #include "platform/text_format.h"
 #include "tests/doubles/doubles.h"
 
+#include <algorithm>
+
 namespace {
 
 using StageTest = WindowTest;
@@ -53,7 +55,7 @@ TEST_F(StageTest, OpensAtZeroWithoutRamps) {
         EXPECT_EQ(axis->positionUm, 0.0);
         EXPECT_NE(axis->zeroOffsetSteps, 0); // the laboratory's controllers count from elsewhere
         EXPECT_EQ(axis->engine.NomSpeed, 500u);
-        EXPECT_EQ(axis->engine.EngineFlags & ENGINE_ACCEL_ON, 0u);
+        EXPECT_EQ(axis->engine.EngineFlags & 0x90, 0x80u) << "no ramps, and the speed in force";
     }
 }
 
@@ -66,7 +68,7 @@ TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
     } cases[] = {
         {"stage absent", 2, false, 0, 0, 0},
         {"stage count 1", 0, true, 1, 0, 0},
-        {"stage count 1", 2, true, 0, 0, 0}, // the first controller would be Y's
+        {"stage count 1", 2, false, 0, 0, 0}, // the first controller would be Y's
         {"stage count 2", 2, true, 1, 2, 0},
         {"stage count 2", 1, true, 1, 0, 0},
         {"", 2, true, 1, 2, 3},
@@ -109,95 +111,86 @@ TEST_F(StageTest, MovesWhereItIsTold) {
     EXPECT_NEAR(labStageUm(labX), 47.3, umPerFullStep);
 }
 
-// What the controllers answer from now on; 0: as the laboratory does.
-int statusResult, moveResult, engineResult;
-int calls; // of the three
+int calls; // of the stage library
 
-void answerInsteadOfTheLaboratory() {
-    statusResult = moveResult = engineResult = calls = 0;
+// Counts the calls; the laboratory answers them.
+void countCalls() {
+    calls = 0;
     replaceFunction(
         "get_status", +[](int id, status_t* status) {
-            ++calls;
-            if (statusResult == 0)
-                return labFunction<int(int, status_t*)>("get_status")(id, status);
-            *status = {}; // what a failed call leaves there is nobody's position
-            return statusResult;
+            return ++calls, labFunction<int(int, status_t*)>("get_status")(id, status);
         });
     replaceFunction(
         "command_move", +[](int id, int position, int uPosition) {
-            ++calls;
-            if (moveResult != 0) return moveResult;
-            return labFunction<int(int, int, int)>("command_move")(id, position, uPosition);
+            return ++calls,
+                   labFunction<int(int, int, int)>("command_move")(id, position, uPosition);
         });
     replaceFunction(
         "set_engine_settings", +[](int id, const engine_settings_t* settings) {
-            ++calls;
-            if (engineResult != 0) return engineResult;
-            return labFunction<int(int, const engine_settings_t*)>("set_engine_settings")(id,
-                                                                                          settings);
+            return ++calls, labFunction<int(int, const engine_settings_t*)>("set_engine_settings")(
+                                id, settings);
         });
+    replaceFunction(
+        "command_stop", +[](int id) { return ++calls, labFunction<int(int)>("command_stop")(id); });
 }
 
 TEST_F(StageTest, LostAxisIsSaidOnceAndNeverAskedAgain) {
-    answerInsteadOfTheLaboratory();
+    countCalls();
     const struct {
-        int* result;
-        int answer;
+        const char* fault;
         void (*call)();
-        bool lost;
+        int answer;
+        double atMost; // ms
     } cases[] = {
-        {&statusResult, -1, [] { readPosition(stageX); }, true},
-        {&statusResult, -4, [] { setPosition(stageX, 100.0); }, true},
-        {&moveResult, -4, [] { moveTo(stageX, 50.0); }, true},
-        {&engineResult, -1, [] { setSpeed(stageX, 300); }, true},
-        {&moveResult, -3, [] { EXPECT_FALSE(moveTo(stageX, 50.0)); }, false},
-        {&statusResult, -2, [] { readPosition(stageX); }, false},
+        {"axis x lost", [] { readPosition(stageX); }, -4, 0},
+        {"axis x lost 2", [] { setPosition(stageX, 100.0); }, -4, 100},
+        {"axis x mute", [] { moveTo(stageX, 50.0); }, -1, 7000},
+        {"axis x mute", [] { setSpeed(stageX, 300); }, -1, 7000},
+        {"axis x lost", [] { stopStage(stageX); }, -4, 0},
+        {"axis x lost 4", [] { moveTo(stageX, 300.0); }, -4, 100},
+        {"axis x lost 9", [] { moveXYTo(300.0, 3000.0, motorSpeed); }, -4, 300},
     };
     for (const auto& each : cases) {
         ASSERT_TRUE(openStages(2, motorSpeed));
         EXPECT_FALSE(axisIsLost(stageX)) << "opening begins anew";
         ASSERT_TRUE(moveTo(stageX, 20.0));
         const int32_t zero = stageX.zeroOffsetSteps;
-        *each.result = each.answer;
+        ASSERT_TRUE(applyLabFaults(each.fault));
         testing::internal::CaptureStdout();
+        double start = testTimeMs();
         each.call();
+        EXPECT_LE(testTimeMs(), start + each.atMost) << each.fault;
+        EXPECT_TRUE(axisIsLost(stageX)) << each.fault;
+        EXPECT_EQ(textIn(Field::Information),
+                  formatted("Stage X lost (%d): \"Reconnect Stages\"", each.answer));
+        const double lastRead = stageX.positionUm;
+        EXPECT_NE(lastRead, 300.0) << "no arrival that nobody saw";
+        start = testTimeMs();
+        const int callsBefore = calls;
+        EXPECT_FALSE(moveTo(stageX, lastRead));
+        EXPECT_FALSE(moveBy(stageX, 1.0));
+        EXPECT_FALSE(moveXYBy(1.0, 1.0, motorSpeed));
+        EXPECT_FALSE(standsAt(stageX, lastRead, 1.0));
+        readPosition(stageX);
+        setSpeed(stageX, 200);
+        setPosition(stageX, 7.0);
+        stopStage(stageX);
+        EXPECT_EQ(calls, callsBefore);
+        EXPECT_EQ(testTimeMs(), start);
+        EXPECT_EQ(stageX.positionUm, lastRead);
+        EXPECT_EQ(stageX.zeroOffsetSteps, zero);
         const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1) << printed;
         EXPECT_EQ(printed.find("Stage X: "), 0u) << printed;
         EXPECT_NE(printed.find(formatted("answered %d", each.answer)), std::string::npos);
-        EXPECT_EQ(axisIsLost(stageX), each.lost);
-        EXPECT_EQ(stageX.positionUm, 20.0);
-        EXPECT_EQ(stageX.zeroOffsetSteps, zero);
-        if (each.lost) {
-            EXPECT_EQ(textIn(Field::Information),
-                      formatted("Stage X lost (%d): \"Reconnect Stages\"", each.answer));
-            const int callsBefore = calls;
-            const double start = testTimeMs();
-            EXPECT_FALSE(moveTo(stageX, 20.0));
-            EXPECT_FALSE(moveBy(stageX, 1.0));
-            EXPECT_FALSE(moveXYBy(1.0, 1.0, motorSpeed));
-            EXPECT_FALSE(standsAt(stageX, 20.0, 1.0));
-            readPosition(stageX);
-            setSpeed(stageX, 200);
-            setPosition(stageX, 7.0);
-            stopStage(stageX);
-            EXPECT_EQ(calls, callsBefore);
-            EXPECT_EQ(testTimeMs(), start);
-            EXPECT_EQ(stageX.positionUm, 20.0);
-        }
-        *each.result = 0;
+        EXPECT_EQ(silentAxes(), "X");
+        EXPECT_TRUE(applyLabFaults(""));
         closeAll();
     }
-    ASSERT_TRUE(openStages(2, motorSpeed));
-    const double start = testTimeMs();
-    in(200, [] { statusResult = -4; });
-    EXPECT_FALSE(moveXYTo(0.0, 3000.0, motorSpeed));
-    EXPECT_LT(testTimeMs(), start + 300) << "no wait for an axis that is gone";
-    EXPECT_NE(stageY.positionUm, 3000.0);
 }
 
 // An axis has to be where a point is measured, by its controller's word.
 TEST_F(StageTest, StandsAtLooksAtTheController) {
-    answerInsteadOfTheLaboratory();
     EXPECT_TRUE(standsAt(stageX, 12.0, 0.5)) << "without a controller";
     ASSERT_TRUE(openStages(2, motorSpeed));
     ASSERT_TRUE(moveTo(stageX, 20.0));
@@ -213,6 +206,63 @@ TEST_F(StageTest, StandsAtLooksAtTheController) {
     ASSERT_TRUE(startMoveTo(stageX, 300.0));
     EXPECT_FALSE(standsAt(stageX, 300.0, 0.5));
     EXPECT_LT(stageX.positionUm, 100.0) << "where it is, not where it should be";
+    ASSERT_TRUE(applyLabFaults("axis x old\naxis x slow 20"));
+    ASSERT_TRUE(moveTo(stageX, 60.0)) << "slower than the time-out thinks";
+    EXPECT_TRUE(standsAt(stageX, 60.0, 0.05));
+    EXPECT_NEAR(labStageUm(labX), 60.0, 0.05);
+}
+
+TEST_F(StageTest, SlowWayIsNoFailure) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(applyLabFaults("axis x slow 8\naxis y slow 8")); // 10 um/s, half of one a poll
+    EXPECT_TRUE(moveTo(stageX, 200.0));
+    EXPECT_TRUE(moveXYTo(300.0, 100.0, motorSpeed));
+    ASSERT_TRUE(applyLabFaults("axis x slow 8\nlimit x right at 320"));
+    EXPECT_FALSE(moveTo(stageX, 400.0));
+    EXPECT_EQ(textIn(Field::Information), "Limit right Switch on    ");
+}
+
+// The list is shorter than the three that were kept: the places have moved up.
+TEST_F(StageTest, MissingControllerLeavesTheOthersTheirAxes) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_EQ(contentOf("KST_Data/Options.ini"), "stage controller 1 = virtual:1\n"
+                                                 "stage controller 2 = virtual:2\n"
+                                                 "stage controller 3 = virtual:3\n");
+    closeAll();
+    stageX.rightLimitOn = stageX.leftLimitOn = 1;
+    ASSERT_TRUE(applyLabFaults("stage count 2"));
+    writeDesktopFile("KST_Data/Options.ini", "stage controller 1 = virtual:0\n"
+                                             "stage controller 2 = virtual:1\n"
+                                             "stage controller 3 = virtual:2\n");
+    const struct {
+        int32_t order;
+        const char *silent, *list;
+    } cases[] = {{2, "Y", "X: virtual:1\nY: no controller\nZ: virtual:2\n"},
+                 {3, "Z", "X: virtual:2\nY: virtual:1\nZ: no controller\n"}};
+    for (const auto& each : cases) {
+        ASSERT_TRUE(openStages(each.order, motorSpeed));
+        EXPECT_EQ(silentAxes(), each.silent);
+        EXPECT_EQ(axisList(), each.list);
+        EXPECT_EQ(stageX.rightLimitOn + stageX.leftLimitOn, 0u);
+        closeAll();
+    }
+    ASSERT_TRUE(applyLabFaults("axis y microsteps 8"));
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_EQ(axisList(),
+              "X: virtual:2\nY: not driven, its microsteps are not 1/256\nZ: virtual:3\n");
+    EXPECT_EQ(labCounters().openAxes, 2u);
+    EXPECT_FALSE(openStages(2, motorSpeed)) << "they are open already and do not open again";
+}
+
+TEST_F(StageTest, NudgeWaitsForTheMove) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    processRunning = 1;
+    for (int ms = 100; ms < 400; ms += 30)
+        in(ms, [] { post(messageKeyDown, keyPageUp); }); // a key that is held down
+    EXPECT_TRUE(moveTo(stageZ, 100.0));
+    EXPECT_NEAR(labStageUm(labZ), 101.0, 1.0);
+    EXPECT_EQ(stageZ.positionUm, 101.0);
+    EXPECT_FALSE(nudgeAfterMove(stageZ, 1.0)) << "no move";
 }
 
 TEST_F(StageTest, LimitSwitchEndsAMoveAndRefusesTheNext) {
@@ -323,7 +373,7 @@ TEST_F(StageTest, TwoAxesArriveTogether) {
     setSpeed(stageX, 5000);
     setSpeed(stageX, 1000); // the same: nothing is sent
     setSpeed(stageX, -1);
-    EXPECT_EQ(speedsSent, (std::vector<uint32_t>{1000, 0}));
+    EXPECT_EQ(speedsSent, (std::vector<uint32_t>{1000}));
 }
 
 } // namespace
