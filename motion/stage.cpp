@@ -2,6 +2,7 @@
 #include "motion/stage.h"
 
 #include "app/options.h"
+#include "app/refusals.h"
 #include "app/responsive_wait.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
@@ -50,8 +51,6 @@ struct AxisSlot {
 const AxisSlot axes[axisCount] = {
     {stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
 
-std::string lastSaid[axisCount]; // of failures, since the axis was opened
-
 const char* closedBecause[axisCount] = {"no controller", "no controller", "no controller"};
 
 // Of the three global records.
@@ -68,11 +67,14 @@ void say(const std::string& line) {
     std::fflush(stdout);
 }
 
-// What a scan would say at every point, once until the axis has something else to say.
-void sayOnce(const StageAxis& axis, const std::string& line) {
-    std::string& before = lastSaid[indexOf(axis)];
-    if (line != before) say(line);
-    before = line;
+// The axis as standard output names it.
+std::string nameOf(const StageAxis& axis) {
+    return formatted("Stage %c", letterOf(axis));
+}
+
+// At once, and again only when the axis has something else to say.
+void refused(const StageAxis& axis, const std::string& words) {
+    printRefusal(nameOf(axis).c_str(), words);
 }
 
 void showLoss(const StageAxis& axis) {
@@ -84,7 +86,7 @@ void showLoss(const StageAxis& axis) {
 bool heeded(StageAxis& axis, int result, const char* call) {
     if (result == 0) return true;
     const bool lost = result == ximcError || result == ximcNoDevice;
-    sayOnce(axis, formatted("Stage %c: %s answered %d%s", letterOf(axis), call, result,
+    refused(axis, formatted("%s answered %d%s", call, result,
                             lost ? ", the axis is lost until \"Connect\"" : ""));
     if (!lost) return false;
     axis.lostBy = result;
@@ -116,8 +118,8 @@ bool controllerMoves(const StageAxis& axis) {
 // An axis whose controller counts in other steps would go to other places than it is told.
 bool countsAsWeDo(StageAxis& axis) {
     if (!axis.engineKnown || axis.engine.MicrostepMode == MICROSTEP_MODE_FRAC_256) return true;
-    say(formatted("Stage %c: microstep mode %u instead of %u (1/256): it is not driven",
-                  letterOf(axis), axis.engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
+    refused(axis, formatted("microstep mode %u instead of %u (1/256), it is not driven",
+                            axis.engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
     return false;
 }
 
@@ -197,7 +199,7 @@ void openAxis(size_t i, const std::string& name) {
     axis.lostBy = 0;
     axis.rightLimitOn = axis.leftLimitOn = 0;
     closedBecause[i] = "no controller";
-    lastSaid[i].clear();
+    forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return;
     std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
     axis.deviceId = ximc.open_device(axes[i].name);
@@ -207,8 +209,7 @@ void openAxis(size_t i, const std::string& name) {
         return;
     }
     closedBecause[i] = "does not open";
-    say(formatted("Stage %c: open_device answered %d for %s", letterOf(axis), axis.deviceId,
-                  axes[i].name));
+    refused(axis, formatted("open_device answered %d for %s", axis.deviceId, axes[i].name));
 }
 
 } // namespace
@@ -377,13 +378,12 @@ private:
     bool moves = false;
 };
 
-// With the controller's own words, but not again for every point of a scan.
+// In the controller's own words.
 void sayNotArrived(const StageAxis& axis) {
     const status_t& status = axis.status;
-    sayOnce(axis, formatted("Stage %c does not arrive: MoveSts 0x%x, MvCmdSts 0x%x, Flags 0x%x, "
+    refused(axis, formatted("does not arrive, MoveSts 0x%x, MvCmdSts 0x%x, Flags 0x%x, "
                             "GPIOFlags 0x%x",
-                            letterOf(axis), status.MoveSts, status.MvCmdSts, status.Flags,
-                            status.GPIOFlags));
+                            status.MoveSts, status.MvCmdSts, status.Flags, status.GPIOFlags));
 }
 
 // An axis without a controller holds up nobody, unless it is the one that has the longer way.
@@ -409,6 +409,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     const MoveMark moving(axis);
     int count = 0;
     int code = notArrived;
+    bool stopped = false;
     float previous = 1000000.0f;
     const float target = static_cast<float>(targetUm);
     Approach approach;
@@ -438,6 +439,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         if ((stalled || timeIsOver) && !approach.goesOn()) break;
         if (waitResponsive(50) == waitClicked) {
             showInformation("stop requested");
+            stopped = true;
             break;
         }
         ++count;
@@ -461,7 +463,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             showLoss(axis);
             break;
         }
-        sayNotArrived(axis);
+        if (!stopped) sayNotArrived(axis);
         showInformation(formatted("Not moving during %d sec     ",
                                   truncated(static_cast<double>(timeoutMs) / 1000))
                             .c_str());
@@ -549,6 +551,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     const uint64_t start = tickCountMs();
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
     Approach approach;
+    bool endedOnPurpose = false;
     if (!atTarget) {
         bool timeIsOver = false;
         do {
@@ -559,6 +562,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             if (axisIsLost(a) || axisIsLost(b)) { // the other one does not go on alone
                 stopStage(a);
                 stopStage(b);
+                endedOnPurpose = true;
                 break;
             }
             // The other axis is watched too: a key or a switch may have sent it elsewhere.
@@ -573,7 +577,8 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
             const bool stalled = err == previousErr && count > 100;
             if (stalled) break;
             previousErr = err;
-            if (waitResponsive(50) == waitClicked) break;
+            endedOnPurpose = waitResponsive(50) == waitClicked;
+            if (endedOnPurpose) break;
             ++count;
         } while (!timeIsOver || approach.goesOn());
     }
@@ -588,6 +593,7 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
         readPosition(a);
         readPosition(b);
         refreshPositions();
+        if (endedOnPurpose) return false;
         if (distanceLeft(a, targetA, false) > 3.0) sayNotArrived(a);
         if (distanceLeft(b, targetB, false) > 3.0) sayNotArrived(b);
         return false;

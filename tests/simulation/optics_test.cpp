@@ -156,6 +156,20 @@ TEST_F(OpticsTest, FocusingEndsAtALimit) {
     EXPECT_LT(labCounters().frames - before, 300u);
 }
 
+TEST_F(OpticsTest, FocusingGoesOnThroughKeysAndAMissedStep) {
+    moveTo(stageZ, 20);
+    for (int ms = 1000; ms < 9000; ms += 170) in(ms, [] { post(messageKeyDown, keyPageUp); });
+    in(3000, [] { applyLabFaults(std::string(exactStage) + "axis z stalled"); });
+    in(4500, [] { applyLabFaults(exactStage); });
+    onCommand(idFocus);
+    EXPECT_EQ(textIn(Field::Information), "Focusing Completed!");
+    EXPECT_NEAR(labStageUm(labZ), 0, labDepthOfFocusUm);
+
+    in(3000, [] { applyLabFaults("axis z lost"); });
+    onCommand(idFocus);
+    EXPECT_EQ(textIn(Field::Information), "Focusing incompleted! Stage Z lost");
+}
+
 TEST_F(OpticsTest, FocusingConnectsAReleasedCamera) {
     moveTo(stageZ, 20);
     onCommand(idLiveOff); // lets go of the camera, as 50 s without input do

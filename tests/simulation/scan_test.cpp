@@ -101,7 +101,7 @@ TEST_F(ScanTest, SavesWhatItMeasured) {
 
     const std::string grid = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V.txt";
     std::vector<std::string> expected = {"KST_Data/", "KST_Data/260307_14-05/",
-                                         "KST_Data/Config.txt"};
+                                         "KST_Data/Config.txt", "KST_Data/Options.ini"};
     for (const char* prefix : {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"})
         expected.push_back("KST_Data/260307_14-05/" + (prefix + grid));
     for (const char* image :

@@ -156,4 +156,15 @@ TEST_F(CommandsTest, DraggingLeavesNoTrace) {
     pump();
 }
 
+TEST_F(CommandsTest, AStageWithoutAllAxesIsNamedAndAskedFor) {
+    ASSERT_TRUE(applyLabFaults("stage count 2"));
+    answer("X: virtual:2\nY: virtual:1\nZ: no controller\n", BoxAnswer::Ok);
+    onCommand(idReconnectStages);
+    EXPECT_EQ(shownBoxes.back().caption, "Scanner Warning");
+    historyOf(Field::Information).clear();
+    answer("No controller answers for Z.", BoxAnswer::No);
+    onCommand(idStart);
+    EXPECT_TRUE(historyOf(Field::Information).empty());
+}
+
 } // namespace

@@ -238,7 +238,7 @@ TEST_F(StageTest, MissingControllerLeavesTheOthersTheirAxes) {
         int32_t order;
         const char *silent, *list;
     } cases[] = {{2, "Y", "X: virtual:1\nY: no controller\nZ: virtual:2\n"},
-                 {3, "Z", "X: virtual:2\nY: virtual:1\nZ: no controller\n"}};
+                 {4, "Z", "X: virtual:1\nY: virtual:2\nZ: no controller\n"}};
     for (const auto& each : cases) {
         ASSERT_TRUE(openStages(each.order, motorSpeed));
         EXPECT_EQ(silentAxes(), each.silent);
