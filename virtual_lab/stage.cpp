@@ -83,7 +83,7 @@ bool labStageMoves(int axis) {
     return lab.motors[axis].targetSteps != lab.motors[axis].steps;
 }
 
-static status_t earlierStatus[3]; // where a status is old by one call
+static status_t earlierStatus[3]; // what each controller would have said a call ago
 
 static int axisOfId(int id) {
     if (id < 0) return -1;
@@ -218,7 +218,9 @@ int get_status(int id, status_t* status) {
         status->GPIOFlags |= STATE_RIGHT_EDGE;
     if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6)
         status->GPIOFlags |= STATE_LEFT_EDGE;
-    if (lab.faults.oldStatus[axis]) std::swap(*status, earlierStatus[axis]);
+    const status_t now = *status;
+    if (lab.faults.oldStatus[axis]) *status = earlierStatus[axis];
+    earlierStatus[axis] = now;
     return 0;
 }
 
