@@ -45,26 +45,6 @@ void useBrightness(CBaslerUniversalInstantCamera& camera, bool use) {
         camera.AutoFunctionROIUseBrightness.SetValue(use);
 }
 
-void useWholeSensor(CBaslerUniversalInstantCamera& camera) {
-    toMinimum({&camera.OffsetX, &camera.OffsetY});
-    camera.Width.SetToMaximum();
-    camera.Height.SetToMaximum();
-
-    if (camera.AutoFunctionROISelector.IsWritable()) {
-        camera.AutoFunctionROISelector.SetValue(region1);
-        useBrightness(camera, true);
-        camera.AutoFunctionROISelector.SetValue(region2);
-        useBrightness(camera, false);
-        camera.AutoFunctionROISelector.SetValue(region1);
-        toMinimum({&camera.AutoFunctionROIOffsetX, &camera.AutoFunctionROIOffsetY});
-        toMaximum({&camera.AutoFunctionROIWidth, &camera.AutoFunctionROIHeight});
-    } else if (camera.AutoFunctionAOISelector.IsWritable()) {
-        camera.AutoFunctionAOISelector.SetValue(region1);
-        toMinimum({&camera.AutoFunctionAOIOffsetX, &camera.AutoFunctionAOIOffsetY});
-        toMaximum({&camera.AutoFunctionAOIWidth, &camera.AutoFunctionAOIHeight});
-    }
-}
-
 void tellInitialGain(const CBaslerUniversalInstantCamera& camera, const char* mode) {
     std::printf("Trying 'GainAuto = %s'.\n", mode);
     std::printf("Initial Gain = %lld\n", static_cast<long long>(camera.GainRaw.GetValue()));
@@ -87,7 +67,7 @@ void prepareExposure(CBaslerUniversalInstantCamera& camera) {
     } else {
         camera.AutoTargetValue.SetValue(targetValueOlder);
         std::printf("ExposureAuto 'GainAuto = Continuous'.\n"); // this wording is wanted
-        std::printf("Initial exposure time = %g us\n", camera.ExposureTimeAbs.GetValue());
+        std::printf("Initial exposure time = %g us\n", camera.GetExposureUs());
     }
 }
 
@@ -112,14 +92,11 @@ void prepareExposureOnce(CBaslerUniversalInstantCamera& camera) {
     toMaximum({&camera.AutoExposureTimeUpperLimit});
 }
 
-double valueOfReadable(const FloatParameter& newer, const FloatParameter& older) {
-    return newer.IsReadable() ? newer.GetValue() : older.GetValue();
-}
-
 void prepareWhiteBalanceOnce(CBaslerUniversalInstantCamera& camera) {
     std::printf("Trying 'BalanceWhiteAuto = Once'.\n");
-    std::printf("Initial balance ratio: %g\n",
-                valueOfReadable(camera.BalanceRatio, camera.BalanceRatioAbs));
+    const FloatParameter& ratio =
+        camera.BalanceRatio.IsReadable() ? camera.BalanceRatio : camera.BalanceRatioAbs;
+    std::printf("Initial balance ratio: %g\n", ratio.GetValue());
 }
 
 // What all routines have in common. False when the camera lacks the function.
@@ -147,11 +124,29 @@ void waitUntilSettled(CBaslerUniversalInstantCamera& camera, const EnumParameter
             throw TimeoutException("The adjustment of auto exposure did not finish.");
     }
     std::printf("ExposureAuto went back to 'Off' after %d frames.\n", frames);
-    std::printf("Final exposure time = %g\n",
-                valueOfReadable(camera.ExposureTime, camera.ExposureTimeAbs));
+    std::printf("Final exposure time = %g\n", camera.GetExposureUs());
 }
 
 } // namespace
+
+void useWholeSensor(CBaslerUniversalInstantCamera& camera) {
+    toMinimum({&camera.OffsetX, &camera.OffsetY});
+    toMaximum({&camera.Width, &camera.Height});
+
+    if (camera.AutoFunctionROISelector.IsWritable()) {
+        camera.AutoFunctionROISelector.SetValue(region1);
+        useBrightness(camera, true);
+        camera.AutoFunctionROISelector.SetValue(region2);
+        useBrightness(camera, false);
+        camera.AutoFunctionROISelector.SetValue(region1);
+        toMinimum({&camera.AutoFunctionROIOffsetX, &camera.AutoFunctionROIOffsetY});
+        toMaximum({&camera.AutoFunctionROIWidth, &camera.AutoFunctionROIHeight});
+    } else if (camera.AutoFunctionAOISelector.IsWritable()) {
+        camera.AutoFunctionAOISelector.SetValue(region1);
+        toMinimum({&camera.AutoFunctionAOIOffsetX, &camera.AutoFunctionAOIOffsetY});
+        toMaximum({&camera.AutoFunctionAOIWidth, &camera.AutoFunctionAOIHeight});
+    }
+}
 
 void autoGainContinuous(CBaslerUniversalInstantCamera& camera) {
     adjust(camera, camera.GainAuto, Auto_Continuous, noGainAuto, prepareGain);

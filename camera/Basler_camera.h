@@ -7,6 +7,9 @@
 // How long the routines and the single-frame mode wait for a frame.
 constexpr uint32_t grabOneTimeoutMs = 5000;
 
+// The whole sensor as picture, and for the automatic functions.
+void useWholeSensor(CBaslerUniversalInstantCamera& camera);
+
 // Continuous adjustment over the whole sensor towards a mean brightness of 0.3 (older cameras: 80
 // of 255). Throw GenericException when the camera refuses.
 void autoGainContinuous(CBaslerUniversalInstantCamera& camera);

@@ -1,8 +1,10 @@
 // Connects the camera, applies its settings and grabs frames.
 #include "camera/camera.h"
 
+#include "app/refusals.h"
 #include "camera/Basler_camera.h"
 #include "platform/clock.h"
+#include "platform/text_format.h"
 #include "ui/screen.h"
 
 #include <algorithm>
@@ -17,9 +19,18 @@ namespace {
 constexpr int maximumTries = 1000; // for one frame
 constexpr int64_t acquisitionFrames = 10;
 
+// On standard output.
+constexpr char deviceName[] = "Camera";
+constexpr char frameName[] = "Camera frame";
+
 void fail(CameraState& state) {
     state.connected = 0;
     showInformation("No camera detected");
+}
+
+void fail(CameraState& state, const std::exception& refusal) {
+    printRefusal(deviceName, refusal.what());
+    fail(state);
 }
 
 void openAutomatic(CBaslerUniversalInstantCamera& camera) {
@@ -28,6 +39,8 @@ void openAutomatic(CBaslerUniversalInstantCamera& camera) {
     if (camera.IsGrabbing()) camera.StopGrabbing();
     if (!camera.PixelFormat.Is(PixelFormat_BayerRG8))
         camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    // The two automatic functions see to that as well; a camera may have neither.
+    if (!camera.GainAuto.IsWritable() && !camera.ExposureAuto.IsWritable()) useWholeSensor(camera);
     showInformation("Camera Auto Gain Control");
     autoGainContinuous(camera);
     showInformation("Camera Auto Exposure ");
@@ -74,25 +87,14 @@ void accumulateFrame(CameraState& state) {
     camera.RegisterConfiguration(CAcquireContinuousConfiguration);
 }
 
-// No typed number may cost the camera that goes less far.
-void setWithinRange(const FloatParameter& parameter, double value) {
-    parameter.SetValue(std::clamp(value, parameter.GetMin(), parameter.GetMax()));
-}
-
-// Cameras of the older generation take the same numbers under other names.
+// No typed number may cost the camera that goes less far. Cameras of the older generation take the
+// same numbers under another name.
 void setGain(CBaslerUniversalInstantCamera& camera, int32_t gain) {
     if (!camera.Gain.IsWritable() && camera.GainRaw.IsWritable())
         camera.GainRaw.SetValue(
             std::clamp<int64_t>(gain, camera.GainRaw.GetMin(), camera.GainRaw.GetMax()));
     else
-        setWithinRange(camera.Gain, gain);
-}
-
-void setExposure(CBaslerUniversalInstantCamera& camera, double exposureUs) {
-    if (!camera.ExposureTime.IsWritable() && camera.ExposureTimeAbs.IsWritable())
-        setWithinRange(camera.ExposureTimeAbs, exposureUs);
-    else
-        setWithinRange(camera.ExposureTime, exposureUs);
+        camera.Gain.SetValue(std::clamp<double>(gain, camera.Gain.GetMin(), camera.Gain.GetMax()));
 }
 
 void applyManual(CameraState& state) {
@@ -102,7 +104,7 @@ void applyManual(CameraState& state) {
     setAutomatic(camera.GainAuto, Auto_Off);
     setGain(camera, state.gain);
     setAutomatic(camera.ExposureAuto, Auto_Off);
-    setExposure(camera, state.exposureUs);
+    camera.SetExposureUs(state.exposureUs);
     std::snprintf(state.message, sizeof state.message, "exposure time: %.1f", state.exposureUs);
     showInformation(state.message);
 }
@@ -129,6 +131,7 @@ bool takeFrame(CameraState& state, uint32_t count, uint32_t taken) {
             state.frame = result->GetBuffer();
             return true;
         }
+        printRefusal(frameName, formatted("failed (0x%08X)", result->GetErrorCode()));
         if (taken >= count) break;
     }
     if (camera.IsGrabbing()) camera.StopGrabbing(); // so that the next grab can start
@@ -160,10 +163,11 @@ int initCamera(CameraState& state) {
         ++state.runtimeStarts;
         state.device = std::make_unique<CBaslerUniversalInstantCamera>(
             CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo()));
-    } catch (const std::exception&) {
-        fail(state);
+    } catch (const std::exception& refusal) {
+        fail(state, refusal);
         return 0;
     }
+    forgetRefusal(frameName);
     state.connected = 1;
     state.needsInit = 0;
     return 1;
@@ -179,8 +183,8 @@ int controlCamera(CameraState& state, uint32_t mode) {
         if (mode == cameraAdjustOnce) adjustOnce(*state.device);
         if (mode == cameraAccumulate) accumulateFrame(state);
         if (mode == cameraManual) applyManual(state);
-    } catch (const std::exception&) {
-        fail(state);
+    } catch (const std::exception& refusal) {
+        fail(state, refusal);
     }
     return 0;
 }
@@ -195,8 +199,8 @@ bool holdAutomatic(CameraState& state) {
             function->SetValue(Auto_Off);
             held = true;
         }
-    } catch (const std::exception&) {
-        fail(state);
+    } catch (const std::exception& refusal) {
+        fail(state, refusal);
     }
     return held;
 }
@@ -206,8 +210,8 @@ void resumeAutomatic(CameraState& state) {
     try {
         setAutomatic(state.device->GainAuto, Auto_Continuous);
         setAutomatic(state.device->ExposureAuto, Auto_Continuous);
-    } catch (const std::exception&) {
-        fail(state);
+    } catch (const std::exception& refusal) {
+        fail(state, refusal);
     }
 }
 
@@ -219,7 +223,9 @@ int grabFrames(CameraState& state, uint32_t count) {
             uint32_t taken = 0;
             for (uint32_t i = 0; i < count; ++i)
                 if (takeFrame(state, count, taken)) ++taken;
-        } catch (const std::exception&) {
+            forgetRefusal(deviceName);
+        } catch (const std::exception& refusal) {
+            printRefusal(deviceName, refusal.what());
             failed = true;
         }
     }

@@ -24,6 +24,8 @@ struct CameraState {
     int32_t frameBytes = static_cast<int32_t>(displayPixelCount * 4);
     std::vector<uint8_t> ownFrame;
     int32_t runtimeStarts = 0; // SDK starts that releaseCamera must end
+    uint64_t searchedMs = 0;   // tick count at the end of the last search
+    uint64_t searchTookMs = 0;
 };
 
 extern CameraState cameraState;
@@ -45,7 +47,8 @@ enum CameraMode : uint32_t {
     cameraManual = 4,     // open, apply `gain` and `exposureUs`
 };
 
-// Any failure disconnects the camera and says so in the information text. Always returns 0.
+// Any failure disconnects the camera and says so in the information text, and why on standard
+// output. Always returns 0.
 int controlCamera(CameraState& state, uint32_t mode);
 
 // Keeps gain and exposure as the camera has adjusted them, so that the next frames compare. True

@@ -1,22 +1,31 @@
 // The camera SDK's objects over its C functions.
 #include "camera/pylon.h"
 
+#include "app/refusals.h"
+#include "platform/text_format.h"
+
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
 PylonC pylon;
 
-[[noreturn]] void throwLastError(const char* what) {
-    char text[256] = "";
-    size_t length = sizeof text;
-    pylon.GenApiGetLastErrorMessage(text, &length);
-    text[sizeof text - 1] = '\0';
-    throw GenericException(std::string(what) + ": " + text);
+constexpr uint32_t bufferTooSmall = 0xC2000003; // the length then says what is needed
+
+std::string lastErrorMessage() {
+    std::string text(256, '\0');
+    size_t length = text.size();
+    if (pylon.GenApiGetLastErrorMessage(text.data(), &length) == bufferTooSmall) {
+        text.resize(length);
+        pylon.GenApiGetLastErrorMessage(text.data(), &length);
+    }
+    return text.c_str(); // up to the zero
 }
 
 void check(uint32_t result, const char* what) {
-    if (result != 0) throwLastError(what);
+    if (result == 0) return;
+    throw GenericException(formatted("%s: %s (0x%08X)", what, lastErrorMessage().c_str(), result));
 }
 
 const char* const autoModes[] = {"Continuous", "Off", "Once"};
@@ -24,22 +33,39 @@ const char* const pixelFormats[] = {"BayerRG8"};
 const char* const roiNames[] = {"ROI1", "ROI2"};
 const char* const aoiNames[] = {"AOI1", "AOI2"};
 
-// How often a wait without limit asks whether the camera is still there.
+// How often a wait asks whether the camera is still there.
 constexpr uint32_t presenceCheckMs = 1000;
+
+constexpr const char* fileNames[] = {
+    "PylonC_v11.dll",  "PylonC_v10.dll",  "PylonC_v9.dll",   "PylonC_v8_0.dll", "PylonC_v7_5.dll",
+    "PylonC_v7_4.dll", "PylonC_v7_3.dll", "PylonC_v7_2.dll", "PylonC_v7_1.dll", "PylonC_v7_0.dll",
+    "PylonC_v6_3.dll", "PylonC_v6_2.dll", "PylonC_v6_1.dll", "PylonC_v6_0.dll"};
+
+// A file beside the program was put there on purpose: it comes before a newer one elsewhere.
+LibraryHandle loadAnyRelease() {
+    for (const LibraryPlace place : {LibraryPlace::BesideProgram, LibraryPlace::SystemOrder})
+        for (const char* fileName : fileNames)
+            if (LibraryHandle library = loadLibrary(fileName, place)) return library;
+    return nullptr;
+}
+
+std::string allFileNames() {
+    std::string names;
+    for (const char* fileName : fileNames)
+        names += std::string(names.empty() ? "" : ", ") + fileName;
+    return names;
+}
 
 } // namespace
 
-PylonC loadPylonC() {
+PylonC loadPylonC(bool& fileFound) {
     PylonC found;
-    LibraryHandle library = nullptr;
-    for (const char* fileName :
-         {"PylonC_v11.dll", "PylonC_v10.dll", "PylonC_v9.dll", "PylonC_v8_0.dll", "PylonC_v7_5.dll",
-          "PylonC_v7_4.dll", "PylonC_v7_3.dll", "PylonC_v7_2.dll", "PylonC_v7_1.dll",
-          "PylonC_v7_0.dll", "PylonC_v6_3.dll", "PylonC_v6_2.dll", "PylonC_v6_1.dll",
-          "PylonC_v6_0.dll"}) {
-        library = loadLibrary(fileName);
-        if (library) break;
-    }
+    LibraryHandle library = loadAnyRelease();
+    fileFound = library != nullptr;
+    printRefusal("Camera library", fileFound ? libraryPath(library)
+                                             : "not found, neither beside the program nor by the "
+                                               "system: " +
+                                                   allFileNames());
     if (!library) return found;
 #define BIND(name) bindFunction(found.name, library, #name)
     BIND(PylonInitialize);
@@ -87,7 +113,9 @@ PylonC loadPylonC() {
 }
 
 void PylonInitialize() {
-    pylon = loadPylonC();
+    bool fileFound = false;
+    pylon = loadPylonC(fileFound);
+    if (!fileFound) throw GenericException("No camera library");
     check(pylon.PylonInitialize(), "PylonInitialize");
 }
 
@@ -194,7 +222,11 @@ CBaslerUniversalInstantCamera::CBaslerUniversalInstantCamera(std::unique_ptr<IPy
       AutoExposureTimeLowerLimit(device, "AutoExposureTimeLowerLimit"),
       AutoExposureTimeUpperLimit(device, "AutoExposureTimeUpperLimit"),
       AutoTargetBrightness(device, "AutoTargetBrightness"), BalanceRatio(device, "BalanceRatio"),
-      BalanceRatioAbs(device, "BalanceRatioAbs"), GainRaw(device, "GainRaw"),
+      BalanceRatioAbs(device, "BalanceRatioAbs"),
+      ExposureTimeBaseAbs(device, "ExposureTimeBaseAbs"),
+      ResultingFrameRate(device, "ResultingFrameRate"),
+      ResultingFrameRateAbs(device, "ResultingFrameRateAbs"), GainRaw(device, "GainRaw"),
+      ExposureTimeRaw(device, "ExposureTimeRaw"),
       AutoGainRawLowerLimit(device, "AutoGainRawLowerLimit"),
       AutoGainRawUpperLimit(device, "AutoGainRawUpperLimit"),
       AutoTargetValue(device, "AutoTargetValue"), OffsetX(device, "OffsetX"),
@@ -329,30 +361,46 @@ void CBaslerUniversalInstantCamera::releaseStream() {
     pylon.PylonStreamGrabberFinishGrab(stream);
 }
 
-// A wait without limit must still end when the camera has been unplugged. Reading alone may be
-// answered from a cache; writing a value back that is there already always asks the camera.
+// A wait must end soon when the camera has been unplugged. What is read may come from a cache;
+// writing a value back that is there already always asks the camera. An automatic function keeps
+// its own value to itself, but not its target.
 void CBaslerUniversalInstantCamera::requirePresence() const {
     if (Gain.IsWritable())
         Gain.SetValue(Gain.GetValue());
-    else if (Gain.IsReadable())
-        Gain.GetValue(); // under automatic control, where it changes by itself
     else if (GainRaw.IsWritable())
         GainRaw.SetValue(GainRaw.GetValue());
-    else
-        GainRaw.GetValue();
+    else if (AutoTargetBrightness.IsWritable())
+        AutoTargetBrightness.SetValue(AutoTargetBrightness.GetValue());
+    else if (AutoTargetValue.IsWritable())
+        AutoTargetValue.SetValue(AutoTargetValue.GetValue());
 }
 
+// The camera's own figure knows of a limited frame rate and of a slow line as well.
+uint64_t CBaslerUniversalInstantCamera::longestFrameMs() const {
+    constexpr double reserveMs = 2000.0, frames = 3.0, longestPeriodMs = 60e3;
+    double periodMs = GetExposureUs() / 1000.0;
+    for (const FloatParameter* rate : {&ResultingFrameRate, &ResultingFrameRateAbs}) {
+        if (!rate->IsReadable()) continue;
+        const double perSecond = rate->GetValue();
+        if (perSecond > 0.0) periodMs = std::max(periodMs, 1000.0 / perSecond);
+    }
+    return static_cast<uint64_t>(reserveMs + frames * std::min(periodMs, longestPeriodMs));
+}
+
+// A camera whose buffers stay away although it answers must not hold the program for ever either.
 bool CBaslerUniversalInstantCamera::waitForFrame(uint32_t timeoutMs) {
-    for (;;) {
+    uint64_t limitMs = timeoutMs;
+    for (uint64_t waitedMs = 0; waitedMs < limitMs;) {
         uint8_t ready = 0;
-        const uint32_t slice = std::min(timeoutMs, presenceCheckMs);
+        const auto slice =
+            static_cast<uint32_t>(std::min<uint64_t>(limitMs - waitedMs, presenceCheckMs));
         check(pylon.PylonWaitObjectWait(waitObject, slice, &ready), "PylonWaitObjectWait");
         if (ready) return true;
         requirePresence();
-        if (timeoutMs == waitWithoutLimit) continue;
-        timeoutMs -= slice;
-        if (timeoutMs == 0) return false;
+        waitedMs += slice;
+        if (timeoutMs == waitWithoutLimit) limitMs = longestFrameMs();
     }
+    return false;
 }
 
 void CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result,
@@ -360,7 +408,7 @@ void CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResu
     if (!grabbing) throw GenericException("The camera is not grabbing");
     result.reset(); // gives its buffer back
     queueFreeBuffers();
-    if (!waitForFrame(timeoutMs)) throw TimeoutException("No frame within the time-out");
+    if (!waitForFrame(timeoutMs)) throw TimeoutException("No frame came in time");
     PylonGrabResult_t grabbed{};
     uint8_t ready = 0;
     check(pylon.PylonStreamGrabberRetrieveResult(stream, &grabbed, &ready),
@@ -374,6 +422,7 @@ void CBaslerUniversalInstantCamera::RetrieveResult(uint32_t timeoutMs, CGrabResu
     result = std::make_shared<CGrabResult>();
     result->buffer = buffer->memory;
     result->succeeded = grabbed.Status == pylonGrabbed;
+    result->errorCode = grabbed.ErrorCode;
     result->payloadSize = buffer->memory->size();
     if (imagesLeft > 0) --imagesLeft;
     if (imagesLeft == 0) StopGrabbing();
@@ -401,4 +450,29 @@ VersionInfo CBaslerUniversalInstantCamera::GetSfncVersion() const {
     version.minor = IntegerParameter(device, "DeviceSFNCVersionMinor").GetValue();
     version.subMinor = IntegerParameter(device, "DeviceSFNCVersionSubMinor").GetValue();
     return version;
+}
+
+// The older raw time counts units of a base, which cameras without a name for it fix at 1 us.
+double CBaslerUniversalInstantCamera::exposureTimeBaseUs() const {
+    return ExposureTimeBaseAbs.IsReadable() ? ExposureTimeBaseAbs.GetValue() : 1.0;
+}
+
+double CBaslerUniversalInstantCamera::GetExposureUs() const {
+    if (ExposureTime.IsReadable()) return ExposureTime.GetValue();
+    if (ExposureTimeRaw.IsReadable() && !ExposureTimeAbs.IsReadable())
+        return static_cast<double>(ExposureTimeRaw.GetValue()) * exposureTimeBaseUs();
+    return ExposureTimeAbs.GetValue();
+}
+
+void CBaslerUniversalInstantCamera::SetExposureUs(double us) const {
+    if (!ExposureTime.IsWritable() && !ExposureTimeAbs.IsWritable() &&
+        ExposureTimeRaw.IsWritable()) {
+        const auto raw = static_cast<int64_t>(std::llround(us / exposureTimeBaseUs()));
+        ExposureTimeRaw.SetValue(
+            std::clamp(raw, ExposureTimeRaw.GetMin(), ExposureTimeRaw.GetMax()));
+        return;
+    }
+    const FloatParameter& time =
+        !ExposureTime.IsWritable() && ExposureTimeAbs.IsWritable() ? ExposureTimeAbs : ExposureTime;
+    time.SetValue(std::clamp(us, time.GetMin(), time.GetMax()));
 }

@@ -106,7 +106,8 @@ enum PixelFormatValue : int { PixelFormat_BayerRG8 = 0 };
 enum EGrabStrategy : int { GrabStrategy_LatestImages = 2 };
 enum EGrabLoop : int { GrabLoop_ProvidedByUser = 1 };
 enum ETimeoutHandling : int { TimeoutHandling_ThrowException = 1 };
-constexpr uint32_t waitWithoutLimit = 0xFFFFFFFF; // ms
+// As long as a camera that is well can take for a frame as it is set: two seconds and three frames.
+constexpr uint32_t waitWithoutLimit = 0xFFFFFFFF;
 
 // What opening sets a camera to, always free-running: one frame a start, or frame after frame.
 struct AcquireConfiguration {
@@ -119,6 +120,7 @@ constexpr AcquireConfiguration CAcquireContinuousConfiguration{"Continuous"};
 class CGrabResult {
 public:
     bool GrabSucceeded() const { return succeeded; }
+    uint32_t GetErrorCode() const { return errorCode; } // the SDK's, of a frame that failed
     uint8_t* GetBuffer() const { return buffer->data(); }
     size_t GetPayloadSize() const { return payloadSize; } // bytes
 
@@ -126,6 +128,7 @@ private:
     friend class CBaslerUniversalInstantCamera;
     std::shared_ptr<std::vector<uint8_t>> buffer;
     bool succeeded = false;
+    uint32_t errorCode = 0;
     size_t payloadSize = 0;
 };
 using CGrabResultPtr = std::shared_ptr<CGrabResult>;
@@ -150,8 +153,8 @@ public:
     void StartGrabbing(size_t maxImages, EGrabStrategy strategy, EGrabLoop loop);
     void StopGrabbing();
 
-    // Waits for the next frame. Throws TimeoutException when none came in time, GenericException
-    // when the camera is gone.
+    // Waits for the next frame. Throws TimeoutException when none came in time, GenericException,
+    // within about a second, when the camera is gone.
     void RetrieveResult(uint32_t timeoutMs, CGrabResultPtr& result, ETimeoutHandling handling);
 
     // One frame of its own, thrown for as above; a closed camera is open only for it.
@@ -159,6 +162,11 @@ public:
 
     // 0.0.0 for a camera that does not say.
     VersionInfo GetSfncVersion() const;
+
+    // The exposure time under whatever name the camera has for it, us. Setting takes the nearest
+    // time that the camera can do.
+    double GetExposureUs() const;
+    void SetExposureUs(double us) const;
 
 private:
     struct StreamBuffer {
@@ -171,6 +179,8 @@ private:
     void releaseStream();
     bool waitForFrame(uint32_t timeoutMs);
     void requirePresence() const;
+    uint64_t longestFrameMs() const;
+    double exposureTimeBaseUs() const;
     void switchTriggersOff() const;
 
     std::unique_ptr<IPylonDevice> owner;
@@ -189,10 +199,10 @@ public:
         AutoFunctionAOISelector;
     FloatParameter Gain, AutoGainLowerLimit, AutoGainUpperLimit, ExposureTime, ExposureTimeAbs,
         AutoExposureTimeLowerLimit, AutoExposureTimeUpperLimit, AutoTargetBrightness, BalanceRatio,
-        BalanceRatioAbs;
-    IntegerParameter GainRaw, AutoGainRawLowerLimit, AutoGainRawUpperLimit, AutoTargetValue,
-        OffsetX, OffsetY, Width, Height, AutoFunctionROIOffsetX, AutoFunctionROIOffsetY,
-        AutoFunctionROIWidth, AutoFunctionROIHeight, AutoFunctionAOIOffsetX, AutoFunctionAOIOffsetY,
-        AutoFunctionAOIWidth, AutoFunctionAOIHeight, AcquisitionFrameCount;
+        BalanceRatioAbs, ExposureTimeBaseAbs, ResultingFrameRate, ResultingFrameRateAbs;
+    IntegerParameter GainRaw, ExposureTimeRaw, AutoGainRawLowerLimit, AutoGainRawUpperLimit,
+        AutoTargetValue, OffsetX, OffsetY, Width, Height, AutoFunctionROIOffsetX,
+        AutoFunctionROIOffsetY, AutoFunctionROIWidth, AutoFunctionROIHeight, AutoFunctionAOIOffsetX,
+        AutoFunctionAOIOffsetY, AutoFunctionAOIWidth, AutoFunctionAOIHeight, AcquisitionFrameCount;
     BooleanParameter AutoFunctionROIUseBrightness;
 };

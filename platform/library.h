@@ -1,12 +1,24 @@
 // Vendors' libraries, loaded at run time so that the program runs with any subset of them.
 #pragma once
 
+#include <string>
+
 struct NativeLibrary;
 using LibraryHandle = NativeLibrary*;
 
-// Looks in the folder of the executable first, then in the system's usual order; null when the
-// library is not there. Shows nothing.
-LibraryHandle loadLibrary(const char* fileName);
+enum class LibraryPlace { BesideProgram, SystemOrder };
+
+// Null when the library is not there. Shows nothing.
+LibraryHandle loadLibrary(const char* fileName, LibraryPlace place);
+
+// Looks in the folder of the executable first, then in the system's usual order.
+inline LibraryHandle loadLibrary(const char* fileName) {
+    LibraryHandle library = loadLibrary(fileName, LibraryPlace::BesideProgram);
+    return library ? library : loadLibrary(fileName, LibraryPlace::SystemOrder);
+}
+
+// The full path of the file that was loaded.
+std::string libraryPath(LibraryHandle library);
 
 // The address of a function by name; when the library has no such name and `ordinal` is not 0, by
 // ordinal. Null when neither is there.

@@ -98,6 +98,7 @@ void showSampleView() {
     checkRadio(idLaserView, idSampleView, idSampleView);
     setLaserOutput(1);
     setLaserLevel(0);
+    connectMissingCamera();
     controlCamera(cameraState, cameraAutomatic);
     switchLiveView(1);
 }
@@ -184,6 +185,7 @@ void runCommand(int id) {
         picksLaserSpot = toggleCheckMark(idPickLaserSpot);
         return;
     case idLiveOn:
+        connectMissingCamera();
         return switchLiveView(1);
     case idLiveOff:
         releaseCamera(cameraState);

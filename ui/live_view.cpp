@@ -8,14 +8,22 @@
 #include "camera/wide_view.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
+#include "platform/clock.h"
 #include "platform/text_format.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
 #include "ui/screen.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr int idleLimitTicks = 500; // 50 s without input
+
+// A search may hold the window for seconds. At most a tenth of the time goes into those that nobody
+// has asked for.
+constexpr uint64_t searchPauseFactor = 10;
+constexpr uint64_t searchPauseLeastMs = 2000;
 
 int idleTicks = 0;
 int live = 0;
@@ -23,6 +31,17 @@ int liveBefore = 0;
 
 bool cameraWantsConnecting() {
     return !cameraState.connected || cameraState.needsInit;
+}
+
+void rememberSearch(uint64_t beganMs) {
+    cameraState.searchedMs = tickCountMs();
+    cameraState.searchTookMs = cameraState.searchedMs - beganMs;
+}
+
+bool searchIsDue() {
+    const uint64_t pauseMs =
+        std::max(searchPauseFactor * cameraState.searchTookMs, searchPauseLeastMs);
+    return cameraWantsConnecting() && tickCountMs() - cameraState.searchedMs >= pauseMs;
 }
 
 void switchEverythingOff() {
@@ -58,7 +77,9 @@ bool liveViewIsOn() {
 }
 
 void connectCamera() {
+    const uint64_t beganMs = tickCountMs();
     if (initCamera(cameraState)) controlCamera(cameraState, cameraAutomatic);
+    rememberSearch(beganMs);
 }
 
 void connectMissingCamera() {
@@ -79,7 +100,7 @@ void switchLiveView(int mode) {
         liveBefore = live;
     if (mode == 1) {
         leaveWideView();
-        connectMissingCamera();
+        if (searchIsDue()) connectCamera();
         computeScanArea(scanArea);
         liveViewTimerOn();
         return;
@@ -98,13 +119,17 @@ void resetIdle() {
 
 void liveViewTick() {
     if (!live) return; // a tick that was waiting when the timer was stopped
-    if (idleTicks == 0) connectMissingCamera();
+    const uint64_t beganMs = tickCountMs();
+    const bool searched = idleTicks == 0 && searchIsDue();
+    if (searched) connectCamera();
     if (++idleTicks == idleLimitTicks) {
         switchEverythingOff();
         return;
     }
     if (processRunning || wideView) return;
     grabAndDraw();
+    // One that connects and then gives no frame has cost as much as one that is not there.
+    if (searched && !cameraState.connected) rememberSearch(beganMs);
     showSpot();
     setField(Field::Time, formatted("idle:%d", idleTicks).c_str());
 }

@@ -7,8 +7,8 @@ constexpr unsigned liveViewPeriodMs = 100;
 void liveViewTimerOn();
 void liveViewTimerOff();
 
-// mode 1: leave the wide view, connect the camera where it is not, compute the scan geometry, timer
-// on.
+// mode 1: leave the wide view, look for a missing camera when the next search is due, compute the
+// scan geometry, timer on.
 // mode 0: timer off. mode 2: back to the state before the last mode 0 or 1.
 // mode 7: timer off and one fresh frame on the screen, or the wide view, on which the scan area is
 // judged.
@@ -20,7 +20,9 @@ bool liveViewIsOn();
 // for the camera's own status text.
 void connectCamera();
 
-// The same where the camera has been lost or released; nothing while it is there.
+// The same, at once, where the camera has been lost or released; nothing while it is there. The
+// live view by itself looks again only ten times as long after the last search as that took, two
+// seconds at least.
 void connectMissingCamera();
 
 // Grabs one frame and draws it in place of whatever the window shows.

@@ -127,6 +127,19 @@ static std::vector<LabFeature> initialFeatures() {
          .value = 5000,
          .minimum = 20,
          .maximum = 1e7},
+        // In place of the time in us (see findFeature): units of a base, as delivered 20 us.
+        {.name = "ExposureTimeRaw",
+         .kind = Integer,
+         .age = BeforeSfnc2,
+         .value = 250,
+         .minimum = 1,
+         .maximum = 4095},
+        {.name = "ExposureTimeBaseAbs",
+         .kind = Float,
+         .age = BeforeSfnc2,
+         .value = 20,
+         .minimum = 20,
+         .maximum = 1e7},
         {.name = "AutoExposureTimeAbsLowerLimit",
          .kind = Float,
          .age = BeforeSfnc2,
@@ -210,7 +223,13 @@ bool isCameraFeature(const std::string& name) {
 
 LabFeature* findFeature(const char* name) {
     FeatureAge absent = lab.faults.cameraOld ? FeatureAge::Sfnc2 : FeatureAge::BeforeSfnc2;
-    if (name && std::ranges::count(lab.faults.cameraLacks, name) > 0) return nullptr;
+    const auto lacks = [](std::string_view what) {
+        return std::ranges::count(lab.faults.cameraLacks, what) > 0;
+    };
+    if (name && lacks(name)) return nullptr;
+    // Both times are never there together, so that none has to follow the other.
+    if (name && std::string_view(name) == "ExposureTimeRaw" && !lacks("ExposureTimeAbs"))
+        return nullptr;
     for (LabFeature& feature : lab.camera.features)
         if (feature.age != absent && name && std::strcmp(feature.name, name) == 0) return &feature;
     return nullptr;
@@ -231,17 +250,19 @@ static double gainDecibel() {
     return lab.faults.cameraOld ? featureValue("GainRaw") / 10 : featureValue("Gain");
 }
 
-static const char* exposureName() {
-    return lab.faults.cameraOld ? "ExposureTimeAbs" : "ExposureTime";
+static double exposureUs() {
+    if (!lab.faults.cameraOld) return featureValue("ExposureTime");
+    if (findFeature("ExposureTimeAbs")) return featureValue("ExposureTimeAbs");
+    return featureValue("ExposureTimeRaw") * featureValue("ExposureTimeBaseAbs");
 }
 
 double cameraSensitivity() {
-    return featureValue(exposureName()) / 100 * std::pow(10, (gainDecibel() - 1) / 20);
+    return exposureUs() / 100 * std::pow(10, (gainDecibel() - 1) / 20);
 }
 
 double cameraFrameMs() {
     constexpr double readOutMs = 20;
-    return readOutMs + featureValue(exposureName()) / 1000;
+    return readOutMs + exposureUs() / 1000;
 }
 
 static void endOnce(LabFeature& automatic) {
@@ -300,7 +321,7 @@ static LabCameraDevice* openDevice(void* handle) {
     return nullptr;
 }
 
-// Changes by itself, so that no cache can answer for it.
+// Belongs to an automatic function for the time being.
 static bool automatic(const LabFeature& feature) {
     std::string name = feature.name;
     auto works = [](const char* function) {
@@ -323,8 +344,7 @@ static uint32_t look(void* handle, const char* name, bool write, LabFeature*& fo
     found = findFeature(name);
     if (!found) return fail(pylonMissing, name, "the camera has no such feature");
     // The last values of a lost camera are still read, from the library's cache.
-    if (device->lost && (write || automatic(*found)))
-        return fail(errorAccess, name, "the device has been removed");
+    if (device->lost && write) return fail(errorAccess, name, "the device has been removed");
     if (write && !writable(*device, *found)) return fail(errorAccess, name, "not writable");
     return 0;
 }

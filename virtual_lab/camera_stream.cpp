@@ -99,6 +99,7 @@ static void takeFrame(uint8_t* memory) {
 // Frames whose exposure has ended by now go into the queued buffers; with none queued they are
 // lost. They show the set-up as it is when they are fetched.
 static void takeDueFrames(LabGrabber& grabber) {
+    if (lab.faults.cameraSilent) return;
     LabCamera& camera = lab.camera;
     double nowMs = labNowMs();
     while (camera.frameDue && camera.frameDueMs <= nowMs) {
@@ -342,8 +343,8 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
                 *ready = 1;
                 return 0;
             }
-            bool coming = !device->lost && lab.camera.frameDue && device->grabber.streaming &&
-                          !device->grabber.queue.empty();
+            bool coming = !device->lost && !lab.faults.cameraSilent && lab.camera.frameDue &&
+                          device->grabber.streaming && !device->grabber.queue.empty();
             if (timeoutMs == waitForever && !coming)
                 return fail(errorOrder, "nothing is coming: this wait would never end");
             double nowMs = labNowMs();

@@ -177,6 +177,7 @@ const std::vector<LabRead>& labReads();
 //   camera absent | camera lost | camera sfnc 1
 //   camera lacks <feature name>         it has no such feature; several lines, several features
 //   camera unsettled                    an automatic function that works once never ends
+//   camera silent                       it answers every call, but no frame comes
 //   stage absent | stage count 1|2|3
 //   axis x|y|z stalled
 //   axis x|y|z lost [<n>]               gone, from the n-th call from now on

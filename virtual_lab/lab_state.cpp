@@ -86,6 +86,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.cameraLacks.push_back(detail);
     } else if (device == "camera" && what == "unsettled") {
         faults.cameraUnsettled = true;
+    } else if (device == "camera" && what == "silent") {
+        faults.cameraSilent = true;
     } else if (device == "stage" && what == "absent") {
         faults.controllers = 0;
     } else if (device == "stage" && what == "count") {

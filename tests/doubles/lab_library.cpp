@@ -12,6 +12,7 @@ struct NativeLibrary {
 
 LibraryDouble libraries;
 
+static NativeLibrary onPath = {"PylonC_v9.dll", "PylonInitialize"};
 static NativeLibrary known[] = {{"libximc.dll", "open_device"},
                                 {"PylonC_v9.dll", "PylonInitialize"},
                                 {"ni4882.dll", "ibdev"},
@@ -32,13 +33,19 @@ static const std::map<unsigned, const char*> visaOrdinals = {
     {132, "viClose"},      {134, "viSetAttribute"}, {141, "viOpenDefaultRM"},
     {142, "viStatusDesc"}, {256, "viRead"},         {257, "viWrite"}};
 
-LibraryHandle loadLibrary(const char* fileName) {
+LibraryHandle loadLibrary(const char* fileName, LibraryPlace place) {
     if (libraries.allAbsent || libraries.absent.count(fileName) != 0) return nullptr;
+    if (place == LibraryPlace::SystemOrder) return libraries.onPath == fileName ? &onPath : nullptr;
     for (NativeLibrary& library : known) {
         const bool same = std::strcmp(library.fileName, fileName) == 0;
         if (same && virtualLabFunction(fileName, library.anyFunction)) return &library;
     }
     return nullptr;
+}
+
+std::string libraryPath(LibraryHandle library) {
+    if (library == &onPath) return "C:\\Path\\" + libraries.onPath;
+    return std::string("C:\\Lumascan\\") + library->fileName;
 }
 
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {

@@ -72,15 +72,25 @@ TEST_F(CameraTest, BothGenerationsGetTheirTarget) {
     autoGainOnce(*cameraState.device);
     EXPECT_EQ(cameraState.device->AutoGainRawUpperLimit.GetValue(), 360);
     EXPECT_TRUE(cameraState.device->GainAuto.Is(Auto_Once));
-    for (const auto& [gain, raw] : {std::pair{3, 3}, {1000, 360}}) {
-        cameraState.gain = gain;
+    const struct {
+        int32_t gain, raw;
+        const char* faults;
+        double exposureUs;
+    } cases[] = {{3, 3, "camera sfnc 1", 250.0},
+                 {1000, 360, "camera sfnc 1", 250.0},
+                 {3, 3, "camera sfnc 1\ncamera lacks ExposureTimeAbs", 260.0}}; // 13 x 20 us
+    for (const auto& each : cases) {
+        ASSERT_TRUE(applyLabFaults(each.faults));
+        controlCamera(cameraState, cameraAutomatic);
+        EXPECT_TRUE(cameraState.device->ExposureAuto.Is(Auto_Continuous));
+        cameraState.gain = each.gain;
         controlCamera(cameraState, cameraManual);
         EXPECT_EQ(textIn(Field::Information), "exposure time: 250.0");
-        EXPECT_EQ(cameraState.device->GainRaw.GetValue(), raw);
-        EXPECT_EQ(cameraState.device->ExposureTimeAbs.GetValue(), 250.0);
+        EXPECT_EQ(cameraState.device->GainRaw.GetValue(), each.raw);
+        EXPECT_EQ(cameraState.device->GetExposureUs(), each.exposureUs);
+        grabFrames(cameraState, 1);
+        EXPECT_EQ(cameraState.connected, 1);
     }
-    grabFrames(cameraState, 1);
-    EXPECT_EQ(cameraState.connected, 1);
 }
 
 TEST_F(CameraTest, AdjustsOnceWithinTheWidestLimits) {
@@ -157,6 +167,8 @@ TEST_F(CameraTest, IsUsedWithoutAnAutomaticFunction) {
     } cases[] = {
         {"camera lacks GainAuto", "The camera does not support Gain Auto.\n\n"},
         {"camera lacks ExposureAuto", "The camera does not support Exposure Auto.\n\n"},
+        {"camera lacks GainAuto\ncamera lacks ExposureAuto\ncamera lacks BalanceWhiteAuto",
+         "The camera does not support Exposure Auto.\n\n"},
         {"camera lacks BalanceWhiteAuto", "The camera does not support Balance White Auto.\n\n"},
         {"camera lacks AutoFunctionROISelector", ""},
         {"camera lacks AutoFunctionROIUseBrightness", ""},
@@ -168,6 +180,8 @@ TEST_F(CameraTest, IsUsedWithoutAnAutomaticFunction) {
         ASSERT_TRUE(applyLabFaults(each.faults));
         testing::internal::CaptureStdout();
         ASSERT_EQ(initCamera(cameraState), 1);
+        cameraState.device->Open();
+        cameraState.device->Width.SetValue(1000); // as another program has left it
         for (const CameraMode mode : {cameraAutomatic, cameraAdjustOnce, cameraManual}) {
             controlCamera(cameraState, mode);
             autoWhiteBalanceOnce(*cameraState.device);
@@ -205,10 +219,12 @@ TEST_F(CameraTest, UnpluggedAtAnyMomentItEndsInThePatternAndComesBack) {
             EXPECT_LT(testTimeMs() - pulledMs, longestMs);
 
             liveViewTimerOn();
+            advanceVirtualTime(3000); // until the next search is due
             resetIdle();
             liveViewTick();
             EXPECT_EQ(cameraState.connected, 0);
             ASSERT_TRUE(applyLabFaults(""));
+            advanceVirtualTime(3000);
             liveViewTick(); // nobody is there to see it
             EXPECT_EQ(cameraState.connected, 0);
             resetIdle();
@@ -219,6 +235,84 @@ TEST_F(CameraTest, UnpluggedAtAnyMomentItEndsInThePatternAndComesBack) {
             releaseCamera(cameraState);
             EXPECT_EQ(labCounters().cameraDevices, 0u);
         }
+    }
+}
+
+TEST_F(CameraTest, BuffersThatNeverReturnHoldTheWindowForSecondsOnly) {
+    constexpr double longestMs = 2500;
+    for (const char* generation : {"", "camera sfnc 1\n"}) {
+        for (const char* fault : {"camera lost", "camera silent"}) {
+            SCOPED_TRACE(std::string(generation) + fault);
+            ASSERT_TRUE(applyLabFaults(generation));
+            connectCamera();
+            in(5, [&] { applyLabFaults((std::string(generation) + fault).c_str()); });
+            const double beganMs = testTimeMs();
+            grabFrames(cameraState, 1); // while the camera adjusts itself
+            EXPECT_EQ(cameraState.connected, 0);
+            EXPECT_EQ(textIn(Field::Information), "No camera detected");
+            EXPECT_LT(testTimeMs() - beganMs, longestMs);
+        }
+    }
+    ASSERT_TRUE(applyLabFaults(""));
+    connectCamera();
+    cameraState.exposureUs = 9e6; // a slow frame is no missing one
+    controlCamera(cameraState, cameraManual);
+    grabFrames(cameraState, 1);
+    EXPECT_EQ(cameraState.connected, 1);
+}
+
+const std::string vendorWords(300, 'w'); // longer than one expects
+
+uint32_t refuseToOpen(void*, int) {
+    return 0xC2000001;
+}
+
+uint32_t giveVendorWords(char* buffer, size_t* length) {
+    const size_t room = *length;
+    *length = vendorWords.size() + 1;
+    if (room < *length) return 0xC2000003;
+    vendorWords.copy(buffer, vendorWords.size());
+    buffer[vendorWords.size()] = '\0';
+    return 0;
+}
+
+TEST_F(CameraTest, SaysOnceWhichLibraryItTookAndWhyThereIsNoPicture) {
+    const std::string beside = "Camera library: C:\\Lumascan\\PylonC_v9.dll\n";
+    const struct {
+        const char* onPath;
+        std::function<void()> spoil;
+        std::string told;
+    } cases[] = {
+        {"", [] { libraries.absent.insert("PylonC_v9.dll"); },
+         "Camera library: not found, neither beside the program nor by the system: PylonC_v11.dll, "
+         "PylonC_v10.dll, PylonC_v9.dll, PylonC_v8_0.dll, PylonC_v7_5.dll, PylonC_v7_4.dll, "
+         "PylonC_v7_3.dll, PylonC_v7_2.dll, PylonC_v7_1.dll, PylonC_v7_0.dll, PylonC_v6_3.dll, "
+         "PylonC_v6_2.dll, PylonC_v6_1.dll, PylonC_v6_0.dll\nCamera: No camera library\n"},
+        {"PylonC_v6_0.dll", [] { libraries.absent.insert("PylonC_v9.dll"); },
+         "Camera library: C:\\Path\\PylonC_v6_0.dll\n"},
+        {"PylonC_v11.dll", [] {}, beside},
+        {"", [] { applyLabFaults("camera absent"); }, beside + "Camera: No camera found\n"},
+        {"",
+         [] {
+             replaceFunction("PylonDeviceOpen", refuseToOpen);
+             replaceFunction("GenApiGetLastErrorMessage", giveVendorWords);
+         },
+         beside + "Camera: PylonDeviceOpen: " + vendorWords + " (0xC2000001)\n"},
+        {"", [] { applyLabFaults("camera silent"); }, beside + "Camera: No frame came in time\n"},
+    };
+    for (const auto& each : cases) {
+        libraries = {};
+        libraries.onPath = each.onPath;
+        ASSERT_TRUE(applyLabFaults(""));
+        resetProgram();
+        each.spoil();
+        testing::internal::CaptureStdout();
+        for (int i = 0; i < 3; ++i) {
+            connectCamera();
+            grabFrames(cameraState, 1);
+            grabFrames(cameraState, 1);
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), each.told);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "tests/doubles/doubles.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
+#include "ui/live_view.h"
 
 #include <functional>
 
@@ -165,6 +166,47 @@ TEST_F(CommandsTest, AStageWithoutAllAxesIsNamedAndAskedFor) {
     answer("No controller answers for Z.", BoxAnswer::No);
     onCommand(idStart);
     EXPECT_TRUE(historyOf(Field::Information).empty());
+}
+
+int searches = 0;
+uint32_t searchMs = 0;
+
+uint32_t findNone(size_t* count) {
+    ++searches;
+    sleepMs(searchMs);
+    *count = 0;
+    return 0;
+}
+
+TEST_F(CommandsTest, SearchesByItselfTakeATenthOfTheTime) {
+    allocateMaps();
+    replaceFunction("PylonEnumerateDevices", findNone);
+    answerOthers = [](const ShownBox&) { return BoxAnswer::No; };
+    switchLiveView(1);
+    for (const auto& [tookMs, pauseMs] : {std::pair{0u, 2000.0}, {5000u, 50000.0}}) {
+        searchMs = tookMs;
+        for (const int id : {idLiveOn, idLaserView, idSampleView, idCameraAuto, idStart}) {
+            searches = 0;
+            onCommand(id);
+            EXPECT_EQ(searches, 1) << id;
+        }
+        onCommand(idLiveOn);
+        const double endedMs = testTimeMs();
+        searches = 0;
+        while (testTimeMs() < endedMs + pauseMs * 0.9) {
+            resetIdle(); // the operator moves the mouse
+            liveViewTick();
+            switchLiveView(1); // as after a click
+            advanceVirtualTime(pauseMs / 20);
+        }
+        EXPECT_EQ(searches, 0);
+        for (int tick = 0; tick < 5; ++tick) {
+            resetIdle();
+            liveViewTick();
+            advanceVirtualTime(pauseMs / 20);
+        }
+        EXPECT_EQ(searches, 1);
+    }
 }
 
 } // namespace
