@@ -23,10 +23,10 @@ constexpr int pylonGrabbed = 2;
 constexpr int pylonCancelled = 3;
 
 constexpr int pylonAccessControl = 1;
-constexpr int pylonAccessStream = 4;
+constexpr int pylonAccessStream = 2;
 
-// What a call answers whose function the library does not have (the SDK's "not available").
-constexpr uint32_t pylonMissing = 0xC2000009;
+// What a call answers whose function the library does not have (the SDK's general failure).
+constexpr uint32_t pylonMissing = 0xC2000001;
 
 template <class... Arguments> using PylonCall = uint32_t (*)(Arguments...);
 

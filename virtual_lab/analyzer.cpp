@@ -13,7 +13,7 @@ constexpr double integrationMs[] = {2, 20, 200}; // IT1 to IT3
 constexpr double rangeVolts[] = {210, 21, 210, 210};
 constexpr double largestLimit = 0.105;
 constexpr double networkTimeoutMs = 3000;
-constexpr int networkOk = kxciConnected, networkFailed = -1;
+constexpr int networkOk = LabKxci::connected, networkFailed = -1;
 
 struct UserCommand {
     std::string letters;

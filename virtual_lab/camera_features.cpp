@@ -8,11 +8,11 @@
 #include <cstring>
 #include <string_view>
 
-// Any number but 0 is a failure to a caller; these are the kinds that the SDK tells apart.
-constexpr uint32_t errorInvalidArgument = 0xC2000001;
-constexpr uint32_t errorOutOfRange = 0xC2000002;
-constexpr uint32_t errorAccess = 0xC2000006;
-constexpr uint32_t errorBufferTooSmall = 0xC200000A;
+using namespace LabPylon;
+
+// No public source says which numbers a feature has that must not be written now, and one of
+// another type; what failed is in the text.
+constexpr uint32_t notWritable = illegalState, wrongType = logicalError;
 
 // Entries of the automatic functions' enumerations.
 constexpr double autoOff = 1, autoOnce = 2;
@@ -317,8 +317,13 @@ static uint32_t fail(uint32_t code, const char* name, const char* why) {
 
 static LabCameraDevice* openDevice(void* handle) {
     for (auto& device : lab.camera.devices)
-        if (device.get() == handle && device->access != 0) return device.get();
+        if (device.get() == handle && device->open) return device.get();
     return nullptr;
+}
+
+static bool isDevice(void* handle) {
+    return std::ranges::find(lab.camera.devices, handle, &std::unique_ptr<LabCameraDevice>::get) !=
+           lab.camera.devices.end();
 }
 
 // Belongs to an automatic function for the time being.
@@ -333,27 +338,27 @@ static bool automatic(const LabFeature& feature) {
 }
 
 static bool writable(const LabCameraDevice& device, const LabFeature& feature) {
-    return (device.access & pylonAccessControl) && !feature.readOnly && !automatic(feature) &&
+    return (device.access & accessControl) && !feature.readOnly && !automatic(feature) &&
            !(feature.fixedWhileGrabbing && device.grabber.prepared);
 }
 
 // Every access by name begins the same way. `found` is set when 0 is returned.
 static uint32_t look(void* handle, const char* name, bool write, LabFeature*& found) {
     LabCameraDevice* device = openDevice(handle);
-    if (!device) return fail(errorAccess, name, "the device is not open or is gone");
+    if (!device)
+        return fail(isDevice(handle) ? illegalState : badDevice, name, "the device is not open");
     found = findFeature(name);
-    if (!found) return fail(pylonMissing, name, "the camera has no such feature");
+    if (!found) return fail(noSuchNode, name, "the camera has no such feature");
     // The last values of a lost camera are still read, from the library's cache.
-    if (device->lost && write) return fail(errorAccess, name, "the device has been removed");
-    if (write && !writable(*device, *found)) return fail(errorAccess, name, "not writable");
+    if (device->lost && write) return fail(failure, name, "the device has been removed");
+    if (write && !writable(*device, *found)) return fail(notWritable, name, "not writable");
     return 0;
 }
 
 static uint32_t look(void* handle, const char* name, bool write, FeatureKind kind,
                      LabFeature*& found) {
     if (uint32_t error = look(handle, name, write, found)) return error;
-    if (found->kind != kind)
-        return fail(errorInvalidArgument, name, "the feature is of another type");
+    if (found->kind != kind) return fail(wrongType, name, "the feature is of another type");
     return 0;
 }
 
@@ -379,7 +384,7 @@ static double currentMinimum(const LabFeature& feature) {
 
 static uint32_t store(LabFeature& feature, double value) {
     if (!(value >= feature.minimum && value <= currentMaximum(feature)))
-        return fail(errorOutOfRange, feature.name, "value out of range");
+        return fail(outOfRange, feature.name, "value out of range");
     feature.value = value;
     return 0;
 }
@@ -395,15 +400,15 @@ static uint32_t storeEntry(LabFeature& feature, const char* entry) {
         feature.value = static_cast<double>(i);
         return 0;
     }
-    return fail(errorInvalidArgument, feature.name, "the enumeration has no such entry");
+    return fail(invalidArgument, feature.name, "the enumeration has no such entry");
 }
 
 static uint32_t giveText(const std::string& text, char* buffer, size_t* length) {
-    if (!length) return errorInvalidArgument;
+    if (!length) return invalidArgument;
     size_t room = *length;
     *length = text.size() + 1;
     if (!buffer) return 0; // asked for the length only
-    if (room < text.size() + 1) return errorBufferTooSmall;
+    if (room < text.size() + 1) return bufferTooSmall;
     std::memcpy(buffer, text.c_str(), text.size() + 1);
     return 0;
 }
@@ -413,7 +418,7 @@ static uint32_t giveNumber(void* handle, const char* name, FeatureKind kind,
                            double (*number)(const LabFeature&), Value* value) {
     LabLock lock;
     LabFeature* feature = nullptr;
-    if (!value) return fail(errorInvalidArgument, name, "no place for the value");
+    if (!value) return fail(invalidArgument, name, "no place for the value");
     if (uint32_t error = look(handle, name, false, kind, feature)) return error;
     *value = static_cast<Value>(number(*feature));
     return 0;
@@ -464,13 +469,13 @@ uint32_t PylonDeviceFeatureFromString(void* handle, const char* name, const char
     LabLock lock;
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, true, feature)) return error;
-    if (!text) return fail(errorInvalidArgument, name, "no value");
+    if (!text) return fail(invalidArgument, name, "no value");
     if (feature->kind == FeatureKind::Enumeration) return storeEntry(*feature, text);
     if (feature->kind == FeatureKind::Command)
-        return fail(errorInvalidArgument, name, "a command has no value");
+        return fail(wrongType, name, "a command has no value");
     char* end = nullptr;
     double value = std::strtod(text, &end);
-    if (end == text || *end) return fail(errorInvalidArgument, name, "not a number");
+    if (end == text || *end) return fail(invalidArgument, name, "not a number");
     return store(*feature, value);
 }
 
@@ -479,7 +484,7 @@ uint32_t PylonDeviceFeatureToString(void* handle, const char* name, char* buffer
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, false, feature)) return error;
     if (feature->kind == FeatureKind::Command)
-        return fail(errorInvalidArgument, name, "a command has no value");
+        return fail(wrongType, name, "a command has no value");
     double value = featureValue(name);
     std::string text;
     if (feature->kind == FeatureKind::Enumeration)
@@ -547,7 +552,7 @@ uint32_t PylonDeviceExecuteCommandFeature(void* handle, const char* name) {
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, true, FeatureKind::Command, feature)) return error;
     bool start = std::strcmp(name, "AcquisitionStart") == 0;
-    if (start && lab.camera.acquiring) return fail(errorAccess, name, "already acquiring");
+    if (start && lab.camera.acquiring) return fail(illegalState, name, "already acquiring");
     lab.camera.acquiring = start;
     lab.camera.frameDue = start && featureValue("TriggerMode") == 0;
     lab.camera.frameDueMs = labNowMs() + cameraFrameMs();

@@ -33,7 +33,7 @@ struct LabBuffer {
 
 struct LabTakenFrame {
     LabBuffer* buffer;
-    int status; // PylonGrabResult_t
+    int status; // LabGrabResult
     int sizeX = 0, sizeY = 0;
     size_t payload = 0;
     double timeMs = 0;
@@ -53,7 +53,8 @@ struct LabGrabber {
 };
 
 struct LabCameraDevice {
-    int access = 0; // of the open, 0 closed
+    bool open = false;
+    int access = 0; // of the open; without any bit it only looks on
     bool lost = false;
     LabGrabber grabber;
 };

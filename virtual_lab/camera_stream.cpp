@@ -7,9 +7,7 @@
 #include <cmath>
 #include <limits>
 
-constexpr uint32_t errorOrder = 0xC2000005;
-constexpr uint32_t errorHandle = 0xC2000003;
-constexpr uint32_t errorRemoved = 0xC2000010;
+using namespace LabPylon;
 
 constexpr int bayerRG8 = 0x01080009, bayerRG12 = 0x01100011; // PFNC
 constexpr uint32_t waitForever = 0xFFFFFFFF;
@@ -119,7 +117,7 @@ static void takeDueFrames(LabGrabber& grabber) {
         int width = static_cast<int>(featureValue("Width"));
         int height = static_cast<int>(featureValue("Height"));
         LabTakenFrame frame = {.buffer = buffer,
-                               .status = pylonGrabbed,
+                               .status = statusGrabbed,
                                .sizeX = width,
                                .sizeY = height,
                                .payload = cameraPayload(),
@@ -141,24 +139,24 @@ uint32_t PylonInitialize() {
 
 uint32_t PylonTerminate() {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
+    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
     --lab.camera.initialised;
     return 0;
 }
 
 uint32_t PylonEnumerateDevices(size_t* count) {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
-    if (!count) return fail(errorHandle, "no place for the count");
+    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
+    if (!count) return fail(invalidArgument, "no place for the count");
     *count = lab.faults.cameraAbsent || lab.faults.cameraLost ? 0 : 1;
     return 0;
 }
 
 uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(errorOrder, "the library was not initialised");
+    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
     if (!handle || index > 0 || lab.faults.cameraAbsent || lab.faults.cameraLost)
-        return fail(errorHandle, "there is no such device");
+        return fail(invalidArgument, "there is no such device");
     lab.camera.devices.push_back(std::make_unique<LabCameraDevice>());
     *handle = lab.camera.devices.back().get();
     return 0;
@@ -167,8 +165,8 @@ uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
 uint32_t PylonDestroyDevice(void* handle) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(errorHandle, "not a device");
-    if (device->access != 0) return fail(errorOrder, "the device is still open");
+    if (!device) return fail(badDevice, "not a device");
+    if (device->open) return fail(illegalState, "the device is still open");
     std::erase_if(lab.camera.devices, [&](auto& other) { return other.get() == device; });
     return 0;
 }
@@ -176,12 +174,13 @@ uint32_t PylonDestroyDevice(void* handle) {
 uint32_t PylonDeviceOpen(void* handle, int access) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(errorHandle, "not a device");
-    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!device) return fail(badDevice, "not a device");
+    if (device->lost) return fail(failure, "the device has been removed");
     for (auto& other : lab.camera.devices)
-        if (other->access != 0 && !other->lost)
-            return fail(errorOrder, "the camera is open already");
-    if (!(access & pylonAccessControl)) return fail(errorOrder, "access without control");
+        if (other->open && !other->lost) return fail(illegalState, "the camera is open already");
+    if (access & ~(accessControl | accessStream | accessEvent | accessExclusive))
+        return fail(invalidArgument, "no such access mode");
+    device->open = true;
     device->access = access;
     return 0;
 }
@@ -189,19 +188,30 @@ uint32_t PylonDeviceOpen(void* handle, int access) {
 uint32_t PylonDeviceClose(void* handle) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(errorHandle, "not a device");
-    if (device->grabber.open) return fail(errorOrder, "the stream grabber is still open");
-    if (!device->lost && device->access != 0) lab.camera.acquiring = lab.camera.frameDue = false;
+    if (!device) return fail(badDevice, "not a device");
+    if (device->grabber.open) return fail(illegalState, "the stream grabber is still open");
+    if (!device->lost && device->open) lab.camera.acquiring = lab.camera.frameDue = false;
+    device->open = false;
     device->access = 0;
+    return 0;
+}
+
+uint32_t PylonDeviceIsOpen(void* handle, uint8_t* open) {
+    LabLock lock;
+    LabCameraDevice* device = findDevice(handle);
+    if (!device) return fail(badDevice, "not a device");
+    if (!open) return fail(invalidArgument, "no place for the answer");
+    *open = device->open;
     return 0;
 }
 
 uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device || !grabber || index > 0) return fail(errorHandle, "no such stream grabber");
-    if (!(device->access & pylonAccessStream))
-        return fail(errorOrder, "the device is not open for streaming");
+    if (!device) return fail(badDevice, "not a device");
+    if (!grabber || index > 0) return fail(invalidArgument, "no such stream grabber");
+    if (!(device->access & accessStream))
+        return fail(illegalState, "the device is not open for streaming");
     *grabber = &device->grabber;
     return 0;
 }
@@ -209,10 +219,10 @@ uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber)
 uint32_t PylonStreamGrabberOpen(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
-    if (device->lost) return fail(errorRemoved, "the device has been removed");
-    if (!(device->access & pylonAccessStream) || device->grabber.open)
-        return fail(errorOrder, "open already, or the device is not open");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (device->lost) return fail(failure, "the device has been removed");
+    if (!(device->access & accessStream) || device->grabber.open)
+        return fail(illegalState, "open already, or the device is not open");
     device->grabber.open = true;
     return 0;
 }
@@ -220,8 +230,8 @@ uint32_t PylonStreamGrabberOpen(void* handle) {
 uint32_t PylonStreamGrabberClose(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
-    if (device->grabber.prepared) return fail(errorOrder, "the grab has not been finished");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (device->grabber.prepared) return fail(illegalState, "the grab has not been finished");
     device->grabber.open = false;
     return 0;
 }
@@ -229,9 +239,10 @@ uint32_t PylonStreamGrabberClose(void* handle) {
 uint32_t PylonStreamGrabberSetMaxNumBuffer(void* handle, size_t count) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || count == 0) return fail(errorHandle, "not a stream grabber, or no buffers");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (count == 0) return fail(invalidArgument, "no buffers");
     if (!device->grabber.open || device->grabber.prepared)
-        return fail(errorOrder, "not open, or grabbing");
+        return fail(illegalState, "not open, or grabbing");
     device->grabber.maxBuffers = count;
     return 0;
 }
@@ -239,9 +250,10 @@ uint32_t PylonStreamGrabberSetMaxNumBuffer(void* handle, size_t count) {
 uint32_t PylonStreamGrabberSetMaxBufferSize(void* handle, size_t size) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || size == 0) return fail(errorHandle, "not a stream grabber, or no size");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (size == 0) return fail(invalidArgument, "no size");
     if (!device->grabber.open || device->grabber.prepared)
-        return fail(errorOrder, "not open, or grabbing");
+        return fail(illegalState, "not open, or grabbing");
     device->grabber.maxBufferSize = size;
     return 0;
 }
@@ -249,9 +261,11 @@ uint32_t PylonStreamGrabberSetMaxBufferSize(void* handle, size_t size) {
 uint32_t PylonStreamGrabberGetPayloadSize(void* deviceHandle, void* handle, size_t* size) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || device != findDevice(deviceHandle) || !size)
-        return fail(errorHandle, "not a stream grabber of this device");
-    if (!device->grabber.open) return fail(errorOrder, "not open");
+    if (!findDevice(deviceHandle)) return fail(badDevice, "not a device");
+    if (!device || device != findDevice(deviceHandle))
+        return fail(badGrabber, "not a stream grabber of this device");
+    if (!size) return fail(invalidArgument, "no place for the size");
+    if (!device->grabber.open) return fail(illegalState, "not open");
     *size = cameraPayload();
     return 0;
 }
@@ -259,12 +273,12 @@ uint32_t PylonStreamGrabberGetPayloadSize(void* deviceHandle, void* handle, size
 uint32_t PylonStreamGrabberPrepareGrab(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
-    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (device->lost) return fail(failure, "the device has been removed");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.open || grabber.prepared) return fail(errorOrder, "not open, or grabbing");
+    if (!grabber.open || grabber.prepared) return fail(illegalState, "not open, or grabbing");
     if (grabber.maxBuffers == 0 || grabber.maxBufferSize < cameraPayload())
-        return fail(errorOrder, "number or size of the buffers not set");
+        return fail(illegalState, "number or size of the buffers not set");
     grabber.prepared = true;
     return 0;
 }
@@ -272,12 +286,13 @@ uint32_t PylonStreamGrabberPrepareGrab(void* handle) {
 uint32_t PylonStreamGrabberRegisterBuffer(void* handle, void* memory, size_t size, void** buffer) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || !memory || !buffer) return fail(errorHandle, "not a stream grabber or buffer");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!memory || !buffer) return fail(invalidArgument, "no buffer, or no place for its handle");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
-    if (grabber.buffers.size() >= grabber.maxBuffers) return fail(errorOrder, "too many buffers");
+    if (!grabber.prepared) return fail(illegalState, "the grab has not been prepared");
+    if (grabber.buffers.size() >= grabber.maxBuffers) return fail(illegalState, "too many buffers");
     if (size < cameraPayload() || size > grabber.maxBufferSize)
-        return fail(errorOrder, "the buffer is too small or larger than announced");
+        return fail(illegalState, "the buffer is too small or larger than announced");
     grabber.buffers.push_back(std::make_unique<LabBuffer>(
         LabBuffer{.memory = static_cast<uint8_t*>(memory), .size = size}));
     *buffer = grabber.buffers.back().get();
@@ -288,10 +303,11 @@ uint32_t PylonStreamGrabberQueueBuffer(void* handle, void* bufferHandle, const v
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
     LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
-    if (!buffer) return fail(errorHandle, "not a buffer of this stream grabber");
-    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!buffer) return fail(invalidArgument, "not a buffer of this stream grabber");
+    if (device->lost) return fail(failure, "the device has been removed");
     if (buffer->at != LabBuffer::At::Program)
-        return fail(errorOrder, "the buffer is queued already");
+        return fail(illegalState, "the buffer is queued already");
     takeDueFrames(device->grabber); // these came too early for this buffer
     buffer->at = LabBuffer::At::Queue;
     buffer->context = context;
@@ -302,10 +318,10 @@ uint32_t PylonStreamGrabberQueueBuffer(void* handle, void* bufferHandle, const v
 uint32_t PylonStreamGrabberStartStreamingIfMandatory(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
-    if (device->lost) return fail(errorRemoved, "the device has been removed");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (device->lost) return fail(failure, "the device has been removed");
     if (!device->grabber.prepared || device->grabber.streaming)
-        return fail(errorOrder, "not prepared, or streaming already");
+        return fail(illegalState, "not prepared, or streaming already");
     device->grabber.streaming = true;
     return 0;
 }
@@ -313,7 +329,7 @@ uint32_t PylonStreamGrabberStartStreamingIfMandatory(void* handle) {
 uint32_t PylonStreamGrabberStopStreamingIfMandatory(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (!device) return fail(badGrabber, "not a stream grabber");
     device->grabber.streaming = false;
     return 0;
 }
@@ -321,14 +337,15 @@ uint32_t PylonStreamGrabberStopStreamingIfMandatory(void* handle) {
 uint32_t PylonStreamGrabberGetWaitObject(void* handle, void** object) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || !object) return fail(errorHandle, "not a stream grabber");
-    if (!device->grabber.open) return fail(errorOrder, "not open");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!object) return fail(invalidArgument, "no place for the wait object");
+    if (!device->grabber.open) return fail(illegalState, "not open");
     *object = &device->grabber.waitObject;
     return 0;
 }
 
 uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
-    if (!ready) return errorHandle;
+    if (!ready) return invalidArgument;
     *ready = 0;
     double deadlineMs = -1;
     for (;;) {
@@ -336,7 +353,7 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
         {
             LabLock lock;
             LabCameraDevice* device = deviceOfWaitObject(object);
-            if (!device) return fail(errorHandle, "not a wait object");
+            if (!device) return fail(badWaitObject, "not a wait object");
             // Of a lost camera a wait only hears nothing more.
             if (!device->lost) takeDueFrames(device->grabber);
             if (!device->grabber.output.empty()) {
@@ -346,7 +363,7 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
             bool coming = !device->lost && !lab.faults.cameraSilent && lab.camera.frameDue &&
                           device->grabber.streaming && !device->grabber.queue.empty();
             if (timeoutMs == waitForever && !coming)
-                return fail(errorOrder, "nothing is coming: this wait would never end");
+                return fail(illegalState, "nothing is coming: this wait would never end");
             double nowMs = labNowMs();
             if (deadlineMs < 0)
                 deadlineMs = timeoutMs == waitForever ? std::numeric_limits<double>::infinity()
@@ -361,12 +378,13 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
     }
 }
 
-uint32_t PylonStreamGrabberRetrieveResult(void* handle, PylonGrabResult_t* result, uint8_t* ready) {
+uint32_t PylonStreamGrabberRetrieveResult(void* handle, LabGrabResult* result, uint8_t* ready) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device || !result || !ready) return fail(errorHandle, "not a stream grabber");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!result || !ready) return fail(invalidArgument, "no place for the result");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
+    if (!grabber.prepared) return fail(illegalState, "the grab has not been prepared");
     if (!device->lost) takeDueFrames(grabber);
     *ready = !grabber.output.empty();
     if (!*ready) return 0;
@@ -395,11 +413,11 @@ uint32_t PylonStreamGrabberRetrieveResult(void* handle, PylonGrabResult_t* resul
 uint32_t PylonStreamGrabberFlushBuffersToOutput(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
+    if (!device) return fail(badGrabber, "not a stream grabber");
     LabGrabber& grabber = device->grabber;
     for (LabBuffer* buffer : grabber.queue) {
         buffer->at = LabBuffer::At::Output;
-        grabber.output.push_back({.buffer = buffer, .status = pylonCancelled});
+        grabber.output.push_back({.buffer = buffer, .status = statusCancelled});
     }
     grabber.queue.clear();
     return 0;
@@ -409,9 +427,10 @@ uint32_t PylonStreamGrabberDeregisterBuffer(void* handle, void* bufferHandle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
     LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
-    if (!buffer) return fail(errorHandle, "not a buffer of this stream grabber");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!buffer) return fail(invalidArgument, "not a buffer of this stream grabber");
     if (buffer->at != LabBuffer::At::Program)
-        return fail(errorOrder, "the buffer is still queued or not retrieved");
+        return fail(illegalState, "the buffer is still queued or not retrieved");
     std::erase_if(device->grabber.buffers, [&](auto& other) { return other.get() == buffer; });
     return 0;
 }
@@ -419,9 +438,9 @@ uint32_t PylonStreamGrabberDeregisterBuffer(void* handle, void* bufferHandle) {
 uint32_t PylonStreamGrabberFinishGrab(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(errorHandle, "not a stream grabber");
-    if (!device->grabber.prepared) return fail(errorOrder, "the grab has not been prepared");
-    if (!device->grabber.buffers.empty()) return fail(errorOrder, "buffers are still registered");
+    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!device->grabber.prepared) return fail(illegalState, "the grab has not been prepared");
+    if (!device->grabber.buffers.empty()) return fail(illegalState, "buffers are still registered");
     device->grabber.prepared = device->grabber.streaming = false;
     return 0;
 }

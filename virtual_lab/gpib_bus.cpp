@@ -4,18 +4,12 @@
 
 #include <cstring>
 
+using namespace LabNi488;
+
 using Status = unsigned long;
-constexpr Status statusError = 0x8000, statusTimeout = 0x4000, statusEnd = 0x2000,
-                 statusComplete = 0x0100;
-constexpr Status driverError = 0, noListener = 2, addressError = 3, badArgument = 4, aborted = 6,
-                 noBoard = 7, fileSystemError = 12, busError = 14, badHandle = 23;
 constexpr size_t systemErrorNumber = 0xE0140025; // as of an adapter that has been pulled
 constexpr int boardDescriptor = 0;
 constexpr int busInstruments = labAnalyzer + 1;
-
-// Time-out codes in milliseconds; the first means none.
-constexpr double timeoutsMs[] = {1e9, 0.01, 0.03, 0.1,  0.3, 1,   3,   10,  30,
-                                 100, 300,  1000, 3000, 1e4, 3e4, 1e5, 3e5, 1e6};
 
 // Of the calling thread's last call.
 struct CallOutcome {

@@ -7,20 +7,12 @@
 #include <cmath>
 #include <cstring>
 
+using namespace LabXimc;
+
 constexpr double umPerStep = 1.25; // full step
 constexpr double microsteps = 256;
 
-// The vendor's numbers, from the public documentation of its library: flags of the engine and of
-// the status, results.
-constexpr uint32_t engineAccelOn = 0x10, engineLimitRpm = 0x80;
-constexpr uint32_t moveStateMoving = 0x01, moveStateTargetSpeed = 0x02; // MoveSts
-constexpr uint32_t commandMove = 0x01, commandRunning = 0x80;           // MvCmdSts
-constexpr uint32_t lowestSpeed = 1, highestSpeed = 100000;              // NomSpeed
 constexpr double muteMs = 7000; // measured on the library with a controller that answers nothing
-
-constexpr int resultError = -1;
-constexpr int resultValueError = -3;
-constexpr int resultNoDevice = -4;
 
 // The first controller on the bus drives Y, the second X, the third Z.
 constexpr int controllerAxis[3] = {labY, labX, labZ};
@@ -83,7 +75,7 @@ bool labStageMoves(int axis) {
     return lab.motors[axis].targetSteps != lab.motors[axis].steps;
 }
 
-static status_t earlierStatus[3]; // what each controller would have said a call ago
+static LabStageStatus earlierStatus[3]; // what each controller would have said a call ago
 
 static int axisOfId(int id) {
     if (id < 0) return -1;
@@ -121,9 +113,11 @@ int set_bindy_key(const char* path) {
     return path ? 0 : resultError;
 }
 
-void* enumerate_devices(int, const char*) {
+// The controllers hang on the network, and what is not probed is not counted.
+void* enumerate_devices(int flags, const char*) {
     LabLock lock;
-    return new int(lab.faults.controllers);
+    constexpr int needed = enumerateProbe | enumerateNetwork;
+    return new int((flags & needed) == needed ? lab.faults.controllers : 0);
 }
 
 int free_enumerate_devices(void* found) {
@@ -160,7 +154,7 @@ int close_device(int* id) {
     return 0;
 }
 
-int get_engine_settings(int id, engine_settings_t* settings) {
+int get_engine_settings(int id, LabEngineSettings* settings) {
     if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
@@ -179,7 +173,7 @@ int get_engine_settings(int id, engine_settings_t* settings) {
     return 0;
 }
 
-int set_engine_settings(int id, const engine_settings_t* settings) {
+int set_engine_settings(int id, const LabEngineSettings* settings) {
     if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
@@ -193,7 +187,7 @@ int set_engine_settings(int id, const engine_settings_t* settings) {
     return 0;
 }
 
-int get_status(int id, status_t* status) {
+int get_status(int id, LabStageStatus* status) {
     if (int fault = stageFault(id)) return fault;
     LabLock lock;
     int axis = axisOfId(id);
@@ -214,11 +208,9 @@ int get_status(int id, status_t* status) {
         status->MvCmdSts |= commandRunning;
         status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
     }
-    if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
-        status->GPIOFlags |= STATE_RIGHT_EDGE;
-    if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6)
-        status->GPIOFlags |= STATE_LEFT_EDGE;
-    const status_t now = *status;
+    if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6) status->GPIOFlags |= rightEdge;
+    if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6) status->GPIOFlags |= leftEdge;
+    const LabStageStatus now = *status;
     if (lab.faults.oldStatus[axis]) *status = earlierStatus[axis];
     earlierStatus[axis] = now;
     return 0;
@@ -247,6 +239,16 @@ int command_move(int id, int position, int uPosition) {
     lab.motors[axis].commanded = true;
     ++lab.counters.moves;
     return 0;
+}
+
+// What a caller passes here is no settings: a move that took the wrong function. The real library
+// would follow the pointer.
+int set_engine_advansed_setup(int, const void*) {
+    return resultError;
+}
+
+int set_extended_settings(int, const void*) {
+    return resultError;
 }
 
 } // extern "C"

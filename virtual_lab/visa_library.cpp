@@ -5,18 +5,11 @@
 #include <cctype>
 #include <cstring>
 
-// Status values of the VISA standard.
-constexpr ViStatus failure(uint32_t code) {
-    return static_cast<ViStatus>(0xBFFF0000u + code);
-}
-constexpr ViStatus success = 0, successMaxCount = 0x3FFF0006;
-constexpr ViStatus warningNullObject = 0x3FFF0082, warningUnknownStatus = 0x3FFF0085;
-constexpr ViStatus systemError = failure(0), invalidObject = failure(0xE),
-                   invalidExpression = failure(0x10), notFound = failure(0x11),
-                   invalidName = failure(0x12), timedOut = failure(0x15),
-                   attributeUnsupported = failure(0x1D), notSupported = failure(0x67),
-                   busy = failure(0x72), invalidParameter = failure(0x78),
-                   connectionLost = failure(0xA6);
+using namespace LabVisa;
+
+using ViStatus = int32_t;
+using ViSession = uint32_t; // and find lists
+
 constexpr uint32_t infiniteTimeout = 0xFFFFFFFF;
 constexpr double infiniteMs = 1e9;
 
@@ -189,7 +182,7 @@ ViStatus viSetAttribute(ViSession object, uint32_t attribute, uint64_t value) {
     LabLock lock;
     auto found = lab.instruments.visaObjects.find(object);
     if (found == lab.instruments.visaObjects.end()) return invalidObject;
-    if (attribute != viAttrTimeout || found->second.kind != LabVisaObject::Kind::Instrument)
+    if (attribute != attributeTimeout || found->second.kind != LabVisaObject::Kind::Instrument)
         return attributeUnsupported;
     auto ms = static_cast<uint32_t>(value);
     found->second.timeoutMs = ms == infiniteTimeout ? infiniteMs : ms;

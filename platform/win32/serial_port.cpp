@@ -5,6 +5,7 @@
 
 #include <bit>
 
+static_assert(sizeof(DCB) == 28 && sizeof(COMMTIMEOUTS) == 20);
 static_assert(sizeof(SerialLineState) == sizeof(DCB));
 static_assert(offsetof(SerialLineState, flags) == offsetof(DCB, BaudRate) + sizeof(DWORD));
 static_assert(offsetof(SerialLineState, byteSize) == offsetof(DCB, ByteSize));

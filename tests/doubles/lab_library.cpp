@@ -4,6 +4,7 @@
 #include "virtual_lab/lab.h"
 
 #include <cstring>
+#include <fstream>
 
 struct NativeLibrary {
     const char* fileName;
@@ -19,19 +20,16 @@ static NativeLibrary known[] = {{"libximc.dll", "open_device"},
                                 {"VISA64.dll", "viOpen"},
                                 {"KXCIclient64.dll", "OpenKXCIConnection_C"}};
 
-// The release of the stage library whose ordinals the program knows, and the VISA standard's.
-static const std::map<unsigned, const char*> ximcOrdinals = {
-    {11, "set_engine_settings"}, {13, "get_engine_settings"},
-    {61, "command_stop"},        {63, "command_move"},
-    {504, "open_device"},        {506, "close_device"},
-    {508, "enumerate_devices"},  {509, "free_enumerate_devices"},
-    {513, "get_status"},         {517, "get_device_count"},
-    {518, "get_device_name"},    {520, "ximc_version"},
-    {540, "set_bindy_key"}};
-static const std::map<unsigned, const char*> visaOrdinals = {
-    {129, "viFindRsrc"},   {130, "viFindNext"},     {131, "viOpen"},
-    {132, "viClose"},      {134, "viSetAttribute"}, {141, "viOpenDefaultRM"},
-    {142, "viStatusDesc"}, {256, "viRead"},         {257, "viWrite"}};
+// From the files that the DLLs on Windows are made of: lines of "name = virtual_lab.name @number".
+static std::string nameOfOrdinal(const std::string& definition, unsigned ordinal) {
+    std::ifstream file(std::string(LAB_DEFINITIONS) + definition);
+    const std::string wanted = "@" + std::to_string(ordinal);
+    for (std::string name, sign, target, number; file >> name;)
+        if (name.starts_with("EXPORTS"))
+            while (file >> name >> sign >> target >> number)
+                if (number == wanted) return name;
+    return {};
+}
 
 LibraryHandle loadLibrary(const char* fileName, LibraryPlace place) {
     if (libraries.allAbsent || libraries.absent.count(fileName) != 0) return nullptr;
@@ -50,14 +48,12 @@ std::string libraryPath(LibraryHandle library) {
 
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
     if (libraries.functionsMissing.count(name) != 0) return nullptr;
+    std::string found = name;
     if (libraries.namesMissing) {
         const bool isXimc = std::strcmp(library->fileName, "libximc.dll") == 0;
-        const auto& ordinals = isXimc ? ximcOrdinals : visaOrdinals;
-        const auto found = ordinals.find(ordinal);
-        if (found == ordinals.end()) return nullptr;
-        name = found->second;
+        found = nameOfOrdinal(isXimc ? libraries.ximcDefinition : "VISA64.def", ordinal);
     }
-    const auto replaced = libraries.replaced.find(name);
+    const auto replaced = libraries.replaced.find(found);
     if (replaced != libraries.replaced.end()) return replaced->second;
-    return virtualLabFunction(library->fileName, name);
+    return virtualLabFunction(library->fileName, found.c_str());
 }

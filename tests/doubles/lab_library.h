@@ -10,11 +10,12 @@
 
 struct LibraryDouble {
     bool allAbsent = false;
-    std::set<std::string> absent;           // by file name
-    std::string onPath;                     // another name of the camera's, found by the system
-    bool namesMissing = false;              // functions are found by ordinal alone
-    std::set<std::string> functionsMissing; // these not at all
-    std::map<std::string, void*> replaced;  // by function name
+    std::set<std::string> absent;               // by file name
+    std::string onPath;                         // another name of the camera's, found by the system
+    bool namesMissing = false;                  // functions are found by ordinal alone
+    std::set<std::string> functionsMissing;     // these not at all
+    std::map<std::string, void*> replaced;      // by function name
+    std::string ximcDefinition = "libximc.def"; // the stage library's release
 };
 
 extern LibraryDouble libraries;

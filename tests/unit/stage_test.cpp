@@ -83,16 +83,6 @@ TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
     }
 }
 
-TEST_F(StageTest, MissingNamesFallBackToOrdinals) {
-    libraries.namesMissing = true;
-    ASSERT_TRUE(openStages(2, motorSpeed));
-    EXPECT_TRUE(moveTo(stageX, 50.0));
-    EXPECT_NEAR(labStageUm(labX), 50.0, 1.0);
-    stopStage(stageX);
-    closeStage(stageX);
-    EXPECT_EQ(labCounters().openAxes, 2u);
-}
-
 TEST_F(StageTest, MovesWhereItIsTold) {
     ASSERT_TRUE(openStages(2, motorSpeed));
     EXPECT_TRUE(moveTo(stageX, 37.3));

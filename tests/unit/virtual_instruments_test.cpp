@@ -43,21 +43,21 @@ protected:
         }
     }
 
-    ViSession openUsb(const char* name) {
+    uint32_t openUsb(const char* name) {
         EXPECT_EQ(viOpenDefaultRM(&manager), 0);
-        ViSession session = 0;
+        uint32_t session = 0;
         EXPECT_EQ(viOpen(manager, name, 0, 0, &session), 0);
         return session;
     }
 
-    static ViStatus write(ViSession session, const std::string& command) {
+    static int32_t write(uint32_t session, const std::string& command) {
         return viWrite(session, reinterpret_cast<const uint8_t*>(command.data()),
                        uint32_t(command.size()), nullptr);
     }
 
-    static uint32_t bits(ViStatus value) { return static_cast<uint32_t>(value); }
+    static uint32_t bits(int32_t value) { return static_cast<uint32_t>(value); }
 
-    ViSession manager = 0;
+    uint32_t manager = 0;
 };
 
 TEST_F(VirtualInstruments, MultimeterRunsFreelyAndKnowsItsLetters) {
@@ -110,7 +110,7 @@ TEST_F(VirtualInstruments, GpibNoticesWhoIsNotThere) {
 }
 
 TEST_F(VirtualInstruments, VisaForgetsWhatIsSwitchedOffOrClosed) {
-    ViSession scope = openUsb(scopeName), other = 0;
+    uint32_t scope = openUsb(scopeName), other = 0;
     applyLabFaults("scope absent");
     EXPECT_EQ(bits(write(scope, "*idn?")), 0xBFFF00A6);
     EXPECT_EQ(bits(viOpen(manager, scopeName, 0, 0, &other)), 0xBFFF0011);
@@ -122,7 +122,7 @@ TEST_F(VirtualInstruments, VisaForgetsWhatIsSwitchedOffOrClosed) {
     EXPECT_EQ(viClose(manager), 0); // and all that was opened through it
     EXPECT_EQ(bits(viClose(other)), 0xBFFF000E);
 
-    ViSession meter = openUsb(usbSourcemeter);
+    uint32_t meter = openUsb(usbSourcemeter);
     write(meter, "SOUR:VOLT 0.5; VOLT -0.5;VOLT:ILIM 1E-4;:OUTPUT:STATE 1\n");
     EXPECT_EQ(labBiasVolts(), -0.5);
     expectErrors({":READ? \"defbufer1\"\n"}, [=](auto wrong) { write(meter, wrong); });

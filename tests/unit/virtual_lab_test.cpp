@@ -24,7 +24,7 @@ struct VirtualLab : LabTest {
     void openCamera() {
         EXPECT_EQ(PylonInitialize(), 0u);
         EXPECT_EQ(PylonCreateDeviceByIndex(0, &camera), 0u);
-        EXPECT_EQ(PylonDeviceOpen(camera, pylonAccessControl | pylonAccessStream), 0u);
+        EXPECT_EQ(PylonDeviceOpen(camera, LabPylon::accessControl | LabPylon::accessStream), 0u);
         EXPECT_EQ(PylonDeviceFeatureFromString(camera, "PixelFormat", "BayerRG8"), 0u);
         EXPECT_EQ(PylonDeviceSetFloatFeature(camera, "Gain", 1), 0u);
         EXPECT_EQ(PylonDeviceSetFloatFeature(camera, "ExposureTime", 100), 0u);
@@ -88,7 +88,7 @@ TEST_F(VirtualLab, CameraInsistsOnTypesRangesAndTheOrderOfCalls) {
     EXPECT_NE(PylonDeviceFeatureFromString(camera, "GainAuto", "continuous"), 0u);
     void *grabber = nullptr, *buffer = nullptr, *wait = nullptr;
     uint8_t ready = 0;
-    PylonGrabResult_t result{};
+    LabGrabResult result{};
     ASSERT_EQ(PylonDeviceGetStreamGrabber(camera, 0, &grabber), 0u);
     EXPECT_NE(PylonStreamGrabberPrepareGrab(grabber), 0u); // not open
     ASSERT_EQ(PylonStreamGrabberOpen(grabber), 0u);
