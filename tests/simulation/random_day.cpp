@@ -66,7 +66,10 @@ public:
                 return current->moves(id, position, microsteps);
             });
         onlooker.waits = [this] { look(); };
-        onlooker.dispatches = [this](const Message& message) { begin(causeOf(message)); };
+        onlooker.dispatches = [this](const Message& message) {
+            if (isPageKey(message)) --pageKeys;
+            begin(causeOf(message));
+        };
         onlooker.dispatched = [this] { end(); };
     }
 
@@ -118,6 +121,8 @@ public:
     // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
     void pressedPageKey() { ++pageKeys; }
 
+    void choseInstrument() { instrumentChosen = true; }
+
     bool busIsBlamed() const { return biasDoubtful || blamesBus(); }
 
     // After the program's end.
@@ -136,12 +141,18 @@ public:
         if (!busEverBroken && labBiasVolts() != 0.0) find(Rule::End, "a bias was left on");
         const LabCounters& left = labCounters();
         if (left.cameraDevices != 0) find(Rule::End, "a camera device was not destroyed");
+        if (!instrumentChosen) lookAtLinks(left);
         if (serial.openPorts != 0) find(Rule::End, "the port was not closed");
     }
 
 private:
     template <class Function> static Function vendors(const char* name) {
         return reinterpret_cast<Function>(virtualLabFunction("libximc.dll", name));
+    }
+
+    static bool isPageKey(const Message& message) {
+        return message.id == messageKeyDown &&
+               (message.wParam == keyPageUp || message.wParam == keyPageDown);
     }
 
     static Cause causeOf(const Message& message) {
@@ -235,20 +246,31 @@ private:
         return false;
     }
 
+    // Of a day with one instrument. Kind 7 was opened over the network and is closed on the bus; an
+    // adapter that was pulled cannot take a device offline.
+    void lookAtLinks(const LabCounters& left) {
+        const int kind = static_cast<int>(day.seed % equipmentKindCount);
+        if (left.visaSessions != (kind == kindUsbSourcemeter ? 2u : 0u))
+            find(Rule::End, "a session over USB was left open");
+        if (left.networkLinks > (kind == kindAnalyzerGpib ? 1u : 0u))
+            find(Rule::End, "the network's link was left open");
+        if (left.gpibDescriptors > (kind == kindGpibMultimeter || busEverBroken ? 1u : 0u))
+            find(Rule::End, "a device on the bus was left online");
+    }
+
+    // A light that is on must show, or the title must say that the board is lost. One that is off
+    // need not while the board does not answer: "On" is then what was asked for.
     void lookAtLights() {
-        const bool titleWarns = windowText(mainWindow, 200).find("lost") != std::string::npos;
-        saidLost = titleWarns;
-        const auto differs = [](int onButton, bool lit) {
+        saidLost = windowText(mainWindow, 200).find("board lost") != std::string::npos;
+        const bool answers = labBoardPresent() && laserLink.disconnected == 0;
+        const auto judged = [&](const char* name, int onButton, bool lit) {
             const int checked = checkedRadio(onButton);
-            return checked != 0 && (checked == onButton) != lit;
+            if (checked == 0 || (checked == onButton) == lit) return;
+            if (lit ? !saidLost : answers)
+                find(Rule::Lights, formatted("the %s is %s", name, lit ? "on" : "off"));
         };
-        const bool laserLit = labLaserPwm() != 0;
-        if (titleWarns) return;
-        if (differs(idLaserOn, laserLit))
-            find(Rule::Lights, formatted("the laser is %s", laserLit ? "on" : "off"));
-        if (differs(idIlluminationOn, labIlluminated()))
-            find(Rule::Lights,
-                 formatted("the illumination is %s", labIlluminated() ? "on" : "off"));
+        judged("laser", idLaserOn, labLaserPwm() != 0);
+        judged("illumination", idIlluminationOn, labIlluminated());
     }
 
     void lookAtBias() {
@@ -306,6 +328,7 @@ private:
     std::string faults;
     uint64_t movesSeen = 0;
     int pageKeys = 0;
+    bool instrumentChosen = false; // in the dialog
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
     bool biasDoubtful = false; // a source may not have heard what it was told
@@ -397,36 +420,27 @@ public:
     // In the Configuration dialog, until he closes it.
     void configures() {
         if (stageIsMoving()) judge.find(Rule::OneMove, "the dialog opened while the stage moves");
-        const int typed[] = {
-            idHandStep,      idDialogPositionX, idDialogPositionY, idBias,          idBias,
-            idBias,          idCurrentLimit,    idLaserComPort,    idAddressOctet4, idGpibAddress,
-            idCameraAperture};
-        const char* const texts[] = {"0", "0.5", "-1", "10", "18", "24", "30", "2000", "", "x"};
-        const int buttons[] = {idSet,           idInitializeInstrument,
-                               idConnectLaser,  idConnectStages,
-                               idConnectCamera, idGo,
-                               idHandXMinus,    idHandYPlus,
-                               idSetZero,       idConfocalCheck,
-                               idSet,           idSet};
         inDialog = true;
         for (int left = below(8); left > 0 && mainWindow; --left) {
             advanceVirtualTime(below(400));
-            switch (below(3)) {
-            case 0: {
-                const int id = oneOf(typed);
-                setDialogText(id, oneOf(texts));
-                judge.note(formatted("in %d he types ", id) + dialogTextIn(id));
+            switch (below(5)) {
+            case 0:
+                typesInDialog();
                 break;
-            }
-            case 1: {
-                const int kind = below(equipmentKindCount);
-                selectInDialogList(idInstrumentList, kind);
-                if (below(3) != 0) typeFittingAddress(kind);
-                judge.note(formatted("chooses instrument %d", kind));
+            case 1:
+                setDialogText(idBias, oneOf({"0", "0.5", "-1", "nan"}));
+                judge.note("bias " + dialogTextIn(idBias));
                 break;
-            }
+            case 2:
+                choosesInstrument();
+                break;
+            case 3:
+                presses(idSet);
+                break;
             default:
-                presses(oneOf(buttons));
+                presses(
+                    oneOf({idInitializeInstrument, idConnectLaser, idConnectStages, idConnectCamera,
+                           idGo, idHandXMinus, idHandYPlus, idSetZero, idConfocalCheck}));
             }
             judge.look();
         }
@@ -512,9 +526,22 @@ private:
              [tool, iv] { onToolCommand(tool, iv ? idSweepStart : idSeriesStart); });
     }
 
-    void typeFittingAddress(int kind) {
-        const bool analyzer = kind == kindAnalyzerGpib;
-        setDialogText(idGpibAddress, kind == kindGpibSourcemeter ? "24" : analyzer ? "17" : "18");
+    void typesInDialog() {
+        const int id = oneOf({idHandStep, idDialogPositionX, idDialogPositionY, idCurrentLimit,
+                              idLaserComPort, idAddressOctet4, idGpibAddress, idCameraAperture});
+        setDialogText(id, oneOf({"0", "-1", "10", "18", "24", "30", "2000", "", "x"}));
+        judge.note(formatted("in %d he types ", id) + dialogTextIn(id));
+    }
+
+    void choosesInstrument() {
+        const int kind = below(equipmentKindCount);
+        selectInDialogList(idInstrumentList, kind);
+        const char* address = kind == kindGpibSourcemeter ? "24" : "18";
+        if (kind == kindAnalyzerGpib) address = "17";
+        if (below(4) != 0) setDialogText(idGpibAddress, address);
+        judge.note(formatted("chooses instrument %d", kind));
+        judge.choseInstrument();
+        if (below(2) == 0) presses(below(2) == 0 ? idSet : idInitializeInstrument);
     }
 
     void presses(int id) {
