@@ -440,6 +440,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         if (waitResponsive(50) == waitClicked) {
             showInformation("stop requested");
             stopped = true;
+            readPosition(axis); // it went on since the last look
             break;
         }
         ++count;

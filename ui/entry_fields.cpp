@@ -110,6 +110,8 @@ void enterPositionZ() {
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(0);
     if (target - stageZ.positionUm >= farFocusMoveUm) {
+        // The question would hold the process where it is, with the laser on.
+        if (processUnderWay()) return sayNotInProcess();
         const std::string question =
             formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
                       target / 1000);

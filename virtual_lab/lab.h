@@ -179,6 +179,7 @@ const std::vector<LabRead>& labReads();
 //   camera unsettled                    an automatic function that works once never ends
 //   camera silent                       it answers every call, but no frame comes
 //   stage absent | stage count 1|2|3
+//   axis x|y|z absent                   its controller is not found, the others move up in the list
 //   axis x|y|z stalled
 //   axis x|y|z lost [<n>]               gone, from the n-th call from now on
 //   axis x|y|z mute                     each call takes 7 s and fails

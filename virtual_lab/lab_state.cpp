@@ -53,6 +53,7 @@ static int axisNamed(const std::string& name) {
 static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
     std::string what;
     words >> what;
+    if (what == "absent") return faults.noController[axis] = true;
     if (what == "stalled") return faults.stalled[axis] = true;
     if (what == "mute") return faults.mute[axis] = true;
     if (what == "old") return faults.oldStatus[axis] = true;

@@ -11,6 +11,7 @@
 
 struct LabFaults {
     int controllers = 3; // found on the bus, 0..3
+    bool noController[3] = {};
     bool stalled[3] = {};
     int lostFrom[3] = {}; // calls until the controller is gone; 0: it stays
     bool mute[3] = {};

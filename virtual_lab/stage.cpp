@@ -56,9 +56,14 @@ void resetMotors() {
     }
 }
 
+static bool isOnBus(int controller) {
+    return controller < lab.faults.controllers &&
+           !lab.faults.noController[controllerAxis[controller]];
+}
+
 void dropMissingControllers() {
-    for (int index = lab.faults.controllers; index < 3; ++index)
-        lab.motors[controllerAxis[index]].id = -1;
+    for (int controller : {0, 1, 2})
+        if (!isOnBus(controller)) lab.motors[controllerAxis[controller]].id = -1;
 }
 
 double labStageUm(int axis) {
@@ -117,29 +122,32 @@ int set_bindy_key(const char* path) {
 void* enumerate_devices(int flags, const char*) {
     LabLock lock;
     constexpr int needed = enumerateProbe | enumerateNetwork;
-    return new int((flags & needed) == needed ? lab.faults.controllers : 0);
+    auto* found = new std::vector<int>; // those that are there, the later ones move up
+    for (int controller : {0, 1, 2})
+        if ((flags & needed) == needed && isOnBus(controller)) found->push_back(controller);
+    return found;
 }
 
 int free_enumerate_devices(void* found) {
-    delete static_cast<int*>(found);
+    delete static_cast<std::vector<int>*>(found);
     return 0;
 }
 
 int get_device_count(void* found) {
-    return found ? *static_cast<int*>(found) : resultError;
+    return found ? static_cast<int>(static_cast<std::vector<int>*>(found)->size()) : resultError;
 }
 
 char* get_device_name(void* found, int index) {
-    if (!found || index < 0 || index >= *static_cast<int*>(found)) return nullptr;
-    return controllerNames[index];
+    if (index < 0 || index >= get_device_count(found)) return nullptr;
+    return controllerNames[static_cast<std::vector<int>*>(found)->at(static_cast<size_t>(index))];
 }
 
 int open_device(const char* name) {
     LabLock lock;
-    for (int index = 0; name && index < lab.faults.controllers; ++index) {
-        if (std::strcmp(name, controllerNames[index]) != 0) continue;
-        LabMotor& motor = lab.motors[controllerAxis[index]];
-        if (motor.id >= 0) return resultError; // one program at a time
+    for (int controller : {0, 1, 2}) {
+        if (!name || std::strcmp(name, controllerNames[controller]) != 0) continue;
+        LabMotor& motor = lab.motors[controllerAxis[controller]];
+        if (!isOnBus(controller) || motor.id >= 0) return resultError; // one program at a time
         return motor.id = ++lab.lastStageId;
     }
     return resultError;

@@ -344,12 +344,20 @@ private:
 constexpr const char* faultLines[] = {"",
                                       "",
                                       "",
+                                      "",
                                       "camera lost",
                                       "camera absent",
                                       "stage absent",
                                       "stage count 2",
+                                      "axis x absent",
+                                      "axis y absent",
                                       "axis x stalled",
                                       "axis z stalled",
+                                      "axis x lost",
+                                      "axis y lost 20",
+                                      "axis z mute",
+                                      "axis x slow 60",
+                                      "axis z old",
                                       "limit x right at 15",
                                       "limit y left at -30",
                                       "board unplugged",
@@ -546,6 +554,7 @@ private:
 
     void presses(int id) {
         judge.note(formatted("presses %d", id));
+        if (id == idInitializeInstrument) judge.choseInstrument();
         const bool moves = id == idGo || (id >= idHandXMinus && id <= idHandYPlus);
         judge.begin({formatted("button %d", id), moves ? xy : noAxis});
         if (id == idConfocalCheck) checkInDialog(id, below(2) == 0);

@@ -1,4 +1,5 @@
 // What the operator types, presses and drags: clamps, refusals, and where the stage goes.
+#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/spot.h"
@@ -77,6 +78,11 @@ TEST_F(CommandsTest, FarFocusMovesAreAsked) {
     EXPECT_EQ(labStageUm(labZ), 0.0);
     EXPECT_FALSE(timerRuns());
     EXPECT_EQ(shownBoxes.back().caption, "Warning!");
+    processRunning = 1; // the question would hold it
+    enterPositionZ();
+    EXPECT_EQ(shownBoxes.size(), 1u);
+    EXPECT_EQ(textIn(Field::Information), "Not while a process runs");
+    processRunning = 0;
     typeInto(Field::PositionZ, "20");
     enterPositionZ();
     EXPECT_NEAR(labStageUm(labZ), 20, 0.01);

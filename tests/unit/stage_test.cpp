@@ -305,8 +305,9 @@ TEST_F(StageTest, ClickStopsAllAxes) {
     replaceFunction(
         "command_stop", +[](int id) { return ++stops, labFunction<int(int)>("command_stop")(id); });
     ASSERT_TRUE(openStages(2, motorSpeed));
-    in(300, [] { postClick(10, 10); });
+    in(340, [] { postClick(10, 10); }); // between two looks at the position
     EXPECT_FALSE(moveTo(stageX, 2000.0));
+    EXPECT_NEAR(stageX.positionUm, labStageUm(labX), 2.0 + 1.25); // play, and a zero in full steps
     EXPECT_EQ(stops, 3);
     EXPECT_EQ(stopRequested, 0);
     const auto& texts = historyOf(Field::Information);
