@@ -18,7 +18,7 @@ static std::string className(HWND window) {
 
 // --- Life ---------------------------------------------------------------------------------------
 
-fs::path layDesk(bool laboratory) {
+fs::path layDesk(bool laboratory, const char* release) {
     wchar_t own[MAX_PATH] = L"";
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     fs::path buildFolder = fs::path(own).parent_path();
@@ -27,10 +27,12 @@ fs::path layDesk(bool laboratory) {
     fs::create_directories(folder);
     fs::copy_file(buildFolder / "Lumascan.exe", folder / "Lumascan.exe");
     if (laboratory) {
-        for (const auto& entry : fs::directory_iterator(buildFolder / "laboratory")) {
-            if (entry.path().extension() == ".dll")
-                fs::copy_file(entry.path(), folder / entry.path().filename());
-        }
+        for (const fs::path& source :
+             {buildFolder / "laboratory", buildFolder / "laboratory" / release})
+            for (const auto& entry : fs::directory_iterator(source))
+                if (entry.path().extension() == ".dll")
+                    fs::copy_file(entry.path(), folder / entry.path().filename(),
+                                  fs::copy_options::overwrite_existing);
     }
     return folder;
 }

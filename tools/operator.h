@@ -28,9 +28,10 @@ constexpr int patiently = 60'000; // ms; what waits for devices
 
 // --- Life ---------------------------------------------------------------------------------------
 
-// Lays a fresh folder with the executable and, with `laboratory`, the vendors' DLLs; both are taken
-// from the folder of this very program. Throws std::filesystem::filesystem_error.
-std::filesystem::path layDesk(bool laboratory);
+// Lays a fresh folder with the executable and, with `laboratory`, the vendors' DLLs, over them
+// those of another release ("other_ordinals"); all are taken from the folder of this very program.
+// Throws std::filesystem::filesystem_error.
+std::filesystem::path layDesk(bool laboratory, const char* release = "");
 
 // Writes the laboratory's list of faults beside the executable; "" mends everything.
 void breakLaboratory(const std::filesystem::path& folder, const std::string& faults);

@@ -107,6 +107,7 @@ TEST_F(VirtualInstruments, GpibNoticesWhoIsNotThere) {
     EXPECT_EQ(ThreadIbsta(), completed); // the end is still to come
     EXPECT_EQ(ibonl(meter, 0), completed);
     EXPECT_EQ(ibonl(meter, 0), failed);
+    EXPECT_EQ(ThreadIberr(), 23u); // EHDL
 }
 
 TEST_F(VirtualInstruments, VisaForgetsWhatIsSwitchedOffOrClosed) {
@@ -122,7 +123,12 @@ TEST_F(VirtualInstruments, VisaForgetsWhatIsSwitchedOffOrClosed) {
     EXPECT_EQ(viClose(manager), 0); // and all that was opened through it
     EXPECT_EQ(bits(viClose(other)), 0xBFFF000E);
 
-    uint32_t meter = openUsb(usbSourcemeter);
+    uint32_t meter = openUsb(usbSourcemeter), count = 0;
+    uint8_t part[4];
+    write(meter, "*IDN?\n");
+    EXPECT_EQ(viRead(meter, part, sizeof part, &count), 0x3FFF0006); // the rest is still to come
+    write(meter, "*CLS\n");
+    EXPECT_EQ(bits(viRead(meter, part, sizeof part, &count)), 0xBFFF0015);
     write(meter, "SOUR:VOLT 0.5; VOLT -0.5;VOLT:ILIM 1E-4;:OUTPUT:STATE 1\n");
     EXPECT_EQ(labBiasVolts(), -0.5);
     expectErrors({":READ? \"defbufer1\"\n"}, [=](auto wrong) { write(meter, wrong); });
