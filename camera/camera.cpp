@@ -223,7 +223,7 @@ int grabFrames(CameraState& state, uint32_t count) {
             uint32_t taken = 0;
             for (uint32_t i = 0; i < count; ++i)
                 if (takeFrame(state, count, taken)) ++taken;
-            forgetRefusal(deviceName);
+            if (taken > 0) printRefusal(deviceName, "frames arrive");
         } catch (const std::exception& refusal) {
             printRefusal(deviceName, refusal.what());
             failed = true;

@@ -9,6 +9,7 @@
 #include "platform/text_format.h"
 #include "ui/screen.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -62,8 +63,12 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
         if (!networkOpen) return 0;
     }
     char reply[analyzerReplySize];
-    paSendCommand(mode, "US", reply);
-    paSendCommand(mode, "IT1 BC DR1", reply);
+    for (const char* command : {"US", "IT1 BC DR1"}) {
+        paSendCommand(mode, command, reply);
+        reply[std::min(std::strcspn(reply, "\r\n"), replyCount)] = '\0';
+        std::printf("Parameter analyzer: %s: %s\n", command, reply);
+    }
+    std::fflush(stdout);
     return 1;
 }
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 Ni488 loadNi488() {
     Ni488 found;
@@ -32,6 +33,8 @@ Ni488 loadNi488() {
 namespace {
 
 Ni488 ni488;
+
+bool sourcemeterAnswered = false; // since it was opened
 
 constexpr size_t replyCount = 100;    // bytes asked for in every read
 constexpr size_t commandWithZero = 4; // "REN" and "F3X" go out with their terminating zero
@@ -148,6 +151,7 @@ bool gpibMultimeterOpen(int address) {
 }
 
 bool gpibSourcemeterOpen(int address) {
+    sourcemeterAnswered = false;
     return gpibOpenDevice(address);
 }
 
@@ -178,7 +182,12 @@ float gpibMultimeterRead() {
 float gpibSourcemeterRead() {
     gpibWrite(":READ?");
     char reply[replyCount] = {};
-    gpibRead(reply, replyCount);
+    if (gpibRead(reply, replyCount) && !sourcemeterAnswered) {
+        sourcemeterAnswered = true;
+        const size_t length = std::min(std::string_view(reply, replyCount).find('\n'), replyCount);
+        std::printf("GPIB sourcemeter: first reading %.*s\n", static_cast<int>(length), reply);
+        std::fflush(stdout);
+    }
     return extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
 }
 

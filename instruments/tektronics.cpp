@@ -29,10 +29,11 @@ ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session
     return visa.viRead(*session, identification, sizeof identification, &received);
 }
 
-ViStatus openAllFound(ViSession manager, ViSession* session) {
+// `descriptor` is that of the last one found.
+ViStatus openAllFound(ViSession manager, ViSession* session,
+                      char (&descriptor)[viDescriptionSize]) {
     ViSession list = 0;
     uint32_t count = 0;
-    char descriptor[viDescriptionSize] = {};
     ViStatus status = visa.viFindRsrc(manager, "USB?*INSTR", &list, &count, descriptor);
     for (uint32_t i = 0; status >= 0 && i < count; ++i) {
         status = openFound(manager, descriptor, session);
@@ -41,10 +42,10 @@ ViStatus openAllFound(ViSession manager, ViSession* session) {
     return status;
 }
 
-ViStatus openAndSet(ViSession* manager, ViSession* session) {
+ViStatus openAndSet(ViSession* manager, ViSession* session, char (&descriptor)[viDescriptionSize]) {
     ViStatus status = visa.viOpenDefaultRM(manager);
     if (status < 0) return status;
-    status = openAllFound(*manager, session);
+    status = openAllFound(*manager, session, descriptor);
     if (status < 0) return status;
     return visa.viSetAttribute(*session, viAttrTimeout, timeoutMs);
 }
@@ -54,7 +55,8 @@ ViStatus openAndSet(ViSession* manager, ViSession* session) {
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
     visa = loadVisa();
     ViSession manager = 0, session = 0;
-    const ViStatus status = openAndSet(&manager, &session);
+    char descriptor[viDescriptionSize] = {};
+    const ViStatus status = openAndSet(&manager, &session, descriptor);
     if (status < 0) {
         char text[viDescriptionSize] = {};
         visa.viStatusDesc(session, status, text);
@@ -65,6 +67,8 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
     if (*visaResourceManager) scopeClose(*visaResourceManager);
     *visaResourceManager = manager;
     *scopeInstrument = session;
+    std::printf("Oscilloscope: %s\n", descriptor);
+    std::fflush(stdout);
     scopeWrite(session, "MEASUREMENT:IMMED:TYPE MEAN");
     return 1;
 }

@@ -277,6 +277,7 @@ uint32_t giveVendorWords(char* buffer, size_t* length) {
 }
 
 TEST_F(CameraTest, SaysOnceWhichLibraryItTookAndWhyThereIsNoPicture) {
+    const std::string arrive = "Camera: frames arrive\n";
     const std::string beside = "Camera library: C:\\Lumascan\\PylonC_v9.dll\n";
     const struct {
         const char* onPath;
@@ -289,8 +290,8 @@ TEST_F(CameraTest, SaysOnceWhichLibraryItTookAndWhyThereIsNoPicture) {
          "PylonC_v7_3.dll, PylonC_v7_2.dll, PylonC_v7_1.dll, PylonC_v7_0.dll, PylonC_v6_3.dll, "
          "PylonC_v6_2.dll, PylonC_v6_1.dll, PylonC_v6_0.dll\nCamera: No camera library\n"},
         {"PylonC_v6_0.dll", [] { libraries.absent.insert("PylonC_v9.dll"); },
-         "Camera library: C:\\Path\\PylonC_v6_0.dll\n"},
-        {"PylonC_v11.dll", [] {}, beside},
+         "Camera library: C:\\Path\\PylonC_v6_0.dll\n" + arrive},
+        {"PylonC_v11.dll", [] {}, beside + arrive},
         {"", [] { applyLabFaults("camera absent"); }, beside + "Camera: No camera found\n"},
         {"",
          [] {
