@@ -131,7 +131,7 @@ public:
         if (processRunning != 0) find(Rule::End, "a process still runs");
         if (imagingStarts != 0) find(Rule::End, "imaging was not stopped");
         const bool reached = labBoardPresent();
-        if (reached && !saidLost && (labLaserPwm() != 0 || labIlluminated()))
+        if (reached && !saidLost && !boardDoubtful && (labLaserPwm() != 0 || labIlluminated()))
             find(Rule::Lights, formatted("left on: laser %d, illumination %d", labLaserPwm(),
                                          labIlluminated() ? 1 : 0));
         if (!busIsBlamed() && labBiasVolts() != 0.0)
@@ -262,15 +262,21 @@ private:
     // need not while the board does not answer: "On" is then what was asked for.
     void lookAtLights() {
         saidLost = windowText(mainWindow, 200).find("board lost") != std::string::npos;
+        // A board that takes everything and does nothing cannot be told from one that is there.
+        if (blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
         const bool answers = labBoardPresent() && laserLink.disconnected == 0;
+        bool right = true;
         const auto judged = [&](const char* name, int onButton, bool lit) {
             const int checked = checkedRadio(onButton);
             if (checked == 0 || (checked == onButton) == lit) return;
+            right = false;
+            if (boardDoubtful) return;
             if (lit ? !saidLost : answers)
                 find(Rule::Lights, formatted("the %s is %s", name, lit ? "on" : "off"));
         };
         judged("laser", idLaserOn, labLaserPwm() != 0);
         judged("illumination", idIlluminationOn, labIlluminated());
+        if (right && !blames("board absent")) boardDoubtful = false;
     }
 
     void lookAtBias() {
@@ -331,6 +337,7 @@ private:
     bool instrumentChosen = false; // in the dialog
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
+    bool boardDoubtful = false;
     bool biasDoubtful = false; // a source may not have heard what it was told
     bool saidLost = false;
     struct {
