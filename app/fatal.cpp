@@ -6,17 +6,16 @@
 #include "instruments/laser_link.h"
 #include "motion/stage.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 
 void makeSafe() {
-    static bool busy = false; // what is done here may fail in the same way
-    if (busy) return;
-    busy = true;
-    setLaserLevel(0);
-    setLaserOutput(0);
+    static std::atomic<bool> busy = false; // what is done here may fail in the same way
+    if (busy.exchange(true)) return;
+    darkenAtOnce(); // first, whatever the windows' thread waits for
     stopAllStages();
     saveUnfinishedProcess();
     applyBias(0.0,

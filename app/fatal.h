@@ -2,7 +2,8 @@
 #pragma once
 
 // Laser off, stages stopped, what a running process has measured saved without asking, bias 0 V.
-// Each step is tried whatever became of the others.
+// Each step is tried whatever became of the others. From any thread; no window is touched from one
+// that is not the windows'.
 void makeSafe();
 
 // Prints the reason to standard error, makes the set-up safe and aborts. For what must not happen:

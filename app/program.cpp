@@ -23,7 +23,7 @@ namespace {
 
 void connectDevices() {
     connectStagesAndTell(nullptr);
-    if (!openLaserLink(laserLink, mainWindow))
+    if (!connectLaserBoard(mainWindow))
         showMessageBox(nullptr, "No Arduino devices found", "Laser Error", BoxButtons::Ok);
     connectInstrumentAtStart();
     connectCamera();

@@ -3,15 +3,12 @@
 
 #include "app/fatal.h"
 #include "app/responsive_wait.h"
-#include "mapping/scan_area.h"
 #include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
-#include "ui/control_ids.h"
 #include "ui/screen.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,11 +21,6 @@ constexpr size_t boundedCopyCapacity = 8; // with the terminating zero
 constexpr uint32_t replyCapacity = 50;
 constexpr int32_t channelRate = 7000;
 
-constexpr int laserPin = 5;
-constexpr int illuminationPin = 6;
-constexpr int illuminationOnLevel = 5; // what the board expects for "on"
-
-constexpr double outputFullScaleVolts = 5.0;
 constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
 
 bool isChannel(int channel) {
@@ -80,6 +72,22 @@ void sendChannelCommand(LaserLink& link, const char letters[3], int channel, dou
     laserSend(link, link.commandText);
 }
 
+// Opens the port and sets its line up; returns what opening the link returns.
+int openPort(LaserLink& link) {
+    if (!link.disconnected && link.portHandle) closeLaserLink(link);
+    link.portHandle = openSerialPort(formatted("\\\\.\\COM%d", link.comPort).c_str());
+    link.disconnected = link.portHandle == invalidPort() ? 1 : 0;
+    if (link.disconnected) return 0;
+    const int lineResult = setUpLine(link);
+    if (lineResult == 0) closeLaserLink(link);
+    return lineResult;
+}
+
+void sayChannelSettings(LaserLink& link) {
+    for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
+    for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
+}
+
 } // namespace
 
 double laserChannelFromRaw(const LaserLink& link, int channel, int32_t raw) {
@@ -91,25 +99,25 @@ int32_t laserChannelRaw(const LaserLink& link, int channel, double value) {
 }
 
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
-    const std::string pcCommPort = formatted("\\\\.\\COM%d", link.comPort);
-    if (!link.disconnected && link.portHandle) closeLaserLink(link);
-    link.portHandle = openSerialPort(pcCommPort.c_str());
-    if (link.portHandle == invalidPort()) {
+    const int opened = openPort(link);
+    if (link.portHandle == invalidPort())
         showMessageBox(ownerWindow, "Error in  opening serial port", "Warning", BoxButtons::Ok);
-        link.disconnected = 1;
-        return 0;
-    }
-    link.disconnected = 0;
-    const int lineResult = setUpLine(link);
-    if (lineResult == 0) closeLaserLink(link);
-    if (lineResult != 1) return lineResult;
+    if (opened != 1) return opened;
     sleepMs(100);
 
     laserWrite(link, "z");
     for (int c = 0; c < 3; ++c) link.channelValue[c] = laserChannelValue(link, c);
-    for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
-    for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
+    sayChannelSettings(link);
     return 1;
+}
+
+bool reopenLaserLink(LaserLink& link) {
+    const int opened = openPort(link);
+    if (opened == 0) return false;
+    sleepMs(100);
+    laserWrite(link, "z"); // ends what half a command may have left on the board
+    if (opened == 1) sayChannelSettings(link);
+    return !link.disconnected;
 }
 
 int closeLaserLink(LaserLink& link) {
@@ -124,15 +132,24 @@ int laserWrite(LaserLink& link, const char* text) {
     const auto count = static_cast<uint32_t>(std::strlen(text) + 1);
     link.lastResult = writeSerial(link.portHandle, text, count, link.bytesMoved);
     if (link.lastResult && link.bytesMoved == count) return 1; // half a command is none
+    const bool wasOpen = link.portHandle != nullptr;
     closeLaserLink(link); // a held port could never be opened again
+    if (wasOpen) showInformation("The laser board takes no commands");
     return 0;
 }
 
-void laserSend(LaserLink& link, const char* text) {
+int laserSend(LaserLink& link, const char* text) {
     const size_t length = std::strlen(text);
     if (length >= boundedCopyCapacity) endProgram("laser command too long");
     std::memcpy(link.wireText, text, length + 1);
-    laserWrite(link, link.wireText);
+    return laserWrite(link, link.wireText);
+}
+
+bool laserWriteAtOnce(const LaserLink& link, const char* text) {
+    if (link.disconnected || !link.portHandle) return false;
+    const auto count = static_cast<uint32_t>(std::strlen(text) + 1);
+    uint32_t moved = 0;
+    return writeSerial(link.portHandle, text, count, moved) && moved == count;
 }
 
 const char* laserReceive(LaserLink& link) {
@@ -161,12 +178,12 @@ float laserAnalogRead(LaserLink& link, int pin, int n) {
     return static_cast<float>(raw * converterStepVolts);
 }
 
-void laserDigitalWrite(LaserLink& link, int pin, int level) {
-    laserSend(link, formatted("D %d %d", pin, level).c_str());
+int laserDigitalWrite(LaserLink& link, int pin, int level) {
+    return laserSend(link, formatted("D %d %d", pin, level).c_str());
 }
 
-void laserAnalogWrite(LaserLink& link, int pin, int level) {
-    laserSend(link, formatted("G %d %d", pin, level).c_str());
+int laserAnalogWrite(LaserLink& link, int pin, int level) {
+    return laserSend(link, formatted("G %d %d", pin, level).c_str());
 }
 
 double laserChannelValue(LaserLink& link, int channel) {
@@ -194,60 +211,4 @@ void laserChannelSetting(LaserLink& link, int channel, int32_t value) {
 void laserChannelRate(LaserLink& link, int channel, int32_t value) {
     if (!isChannel(channel)) return;
     sendChannelCommand(link, "aAb", channel, value);
-}
-
-namespace {
-
-// A light that is on or off, with the state before the last switching.
-struct Light {
-    int state = 0;
-    int previous = 0;
-    int radioOn;
-    int radioOff;
-    void (*drive)(bool on);
-};
-
-void driveIllumination(bool on) {
-    laserDigitalWrite(laserLink, illuminationPin, on ? illuminationOnLevel : 0);
-}
-
-void driveLaser(bool on) {
-    const double volts = on ? scanArea.laserLevel : 0.0;
-    const int level = truncated(volts / outputFullScaleVolts * 255.0);
-    laserAnalogWrite(laserLink, laserPin, std::clamp(level, 0, 255));
-}
-
-Light illumination{0, 0, idIlluminationOn, idIlluminationOff, driveIllumination};
-Light laser{0, 0, idLaserOn, idLaserOff, driveLaser};
-
-int switchLight(Light& light, int mode) {
-    bool on = mode == 1;
-    if (mode == 2) {
-        on = light.previous == 1;
-    } else {
-        light.previous = light.state;
-        light.state = on ? 1 : 0;
-    }
-    checkRadio(light.radioOn, light.radioOff, on ? light.radioOn : light.radioOff);
-    light.drive(on);
-    focusMainWindow();
-    return light.previous;
-}
-
-} // namespace
-
-int setLaserOutput(int mode) {
-    return switchLight(illumination, mode);
-}
-
-int setLaserLevel(int mode) {
-    return switchLight(laser, mode);
-}
-
-bool illuminationIsOn() {
-    return illumination.state == 1;
-}
-
-bool laserIsOn() {
-    return laser.state == 1;
 }

@@ -31,21 +31,29 @@ extern LaserLink laserLink;
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow);
 int closeLaserLink(LaserLink& link);
 
+// Opens the same port once more for a command that must go out, without a box and without asking
+// the board anything; windows are not touched and messages not taken.
+bool reopenLaserLink(LaserLink& link);
+
 // Sends the text with its terminating zero byte. 1, or 0 when the link is down; a failed write
-// takes it down.
+// takes it down and says so in the information text.
 int laserWrite(LaserLink& link, const char* text);
 
 // The same for a command of at most 7 characters; a longer one ends the program, because the board
 // would take its head for another command.
-void laserSend(LaserLink& link, const char* text);
+int laserSend(LaserLink& link, const char* text);
+
+// Writes the text and its zero byte and leaves the record alone: for a thread that may run while
+// another is inside a read of the port, which ends within its time-out (560 ms).
+bool laserWriteAtOnce(const LaserLink& link, const char* text);
 
 // One reply, without a second attempt: "0" when there is none or the link is down; null without a
 // port. Valid until the next call.
 const char* laserReceive(LaserLink& link);
 
 float laserAnalogRead(LaserLink& link, int pin, int n); // volts, 0..5 in steps of 5/1024
-void laserDigitalWrite(LaserLink& link, int pin, int level);
-void laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
+int laserDigitalWrite(LaserLink& link, int pin, int level);
+int laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
 
 // The board's unit of a channel (a raw count) and back, by the channel's scale.
 int32_t laserChannelRaw(const LaserLink& link, int channel, double value);
@@ -56,10 +64,27 @@ double laserChannelValue(LaserLink& link, int channel);
 void laserChannelSetting(LaserLink& link, int channel, int32_t value);
 void laserChannelRate(LaserLink& link, int channel, int32_t value);
 
+// --- The two lights ------------------------------------------------------------------------------
+// The board keeps its outputs when its port is opened. So a new link is told what the lights are to
+// be, and an "off" that does not go out is tried once more over the same port, freshly opened. If
+// that fails too, the light's radio button stays on "On" and the main window's title says that the
+// board is lost, until a later link has taken the "off".
+
 // Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at the scan area's laser
 // level): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
 // button and the keyboard focus; returns the previous state.
 int setLaserOutput(int mode);
 int setLaserLevel(int mode);
+
+// As last asked for, whether the board has heard it or not.
 bool laserIsOn();
 bool illuminationIsOn();
+
+// Opens the link, switches the laser off and the illumination to what it is meant to be. Returns
+// what opening the link returns, and 0 when the board then takes no command.
+int connectLaserBoard(WindowHandle ownerWindow);
+
+// At a forced end, from any thread: both lights off, before any window is touched, and none is
+// touched from a thread that is not the windows'. From such a thread nothing switches a light on
+// any more, whatever the windows' thread still does.
+void darkenAtOnce();

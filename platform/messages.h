@@ -30,6 +30,10 @@ bool takeMessage(Message& message);
 // Translates the message (keys to characters) and calls its window procedure.
 void dispatchMessage(const Message& message);
 
+// Whether this is the thread that the program's windows belong to: the one that it began with. From
+// any other, a call that touches a window waits until that thread takes messages.
+bool onWindowThread();
+
 // The left mouse button itself, whatever messages are still waiting.
 bool leftButtonIsDown();
 

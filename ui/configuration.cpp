@@ -131,12 +131,13 @@ void apply() {
 // --- Devices -------------------------------------------------------------------------------------
 
 void connectLaser() {
-    takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
-    // The old board would go on with what it has, and nobody could tell it anything any more.
+    // The old board would go on with what it has, and nobody could tell it anything any more. It is
+    // told over its own port, before another one is taken.
     const bool wasIlluminated = illuminationIsOn();
     setLaserLevel(0);
     setLaserOutput(0);
-    const bool connected = openLaserLink(laserLink, mainWindow) != 0; // closes it first
+    takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
+    const bool connected = connectLaserBoard(mainWindow) != 0; // closes the old link first
     if (connected && wasIlluminated) setLaserOutput(1);
     if (!connected)
         showMessageBox(mainWindow, "Error: not connected", "Warning: Serial Communication",

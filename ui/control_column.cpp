@@ -1,6 +1,7 @@
 // The control column: what stands where, the edits that answer to Enter and Escape, and the texts.
 #include "ui/control_column.h"
 
+#include "platform/messages.h"
 #include "platform/win32/handles.h"
 #include "ui/commands.h"
 #include "ui/control_ids.h"
@@ -203,7 +204,7 @@ std::string fieldText(Field field, int capacity) {
 
 void setField(Field field, const char* text) {
     HWND window = fieldWindows[static_cast<size_t>(field)];
-    if (!window) return;
+    if (!window || !onWindowThread()) return;
     // The live view writes its texts ten times a second; the same text again would only flicker.
     auto length = static_cast<int>(std::strlen(text));
     if (GetWindowTextLengthA(window) == length && fieldText(field, length + 1) == text) return;

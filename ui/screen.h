@@ -30,7 +30,7 @@ enum class Field {
     StartButton,
 };
 
-// Does nothing before the main window exists.
+// Does nothing before the main window exists, nor from another thread than the windows'.
 void setField(Field field, const char* text);
 
 // The field's first `capacity` - 1 characters.

@@ -34,6 +34,12 @@ void dispatchMessage(const Message& message) {
     DispatchMessageW(&native);
 }
 
+static const DWORD firstThread = GetCurrentThreadId(); // the one that initialises the program
+
+bool onWindowThread() {
+    return GetCurrentThreadId() == firstThread;
+}
+
 bool leftButtonIsDown() {
     return GetAsyncKeyState(VK_LBUTTON) < 0;
 }

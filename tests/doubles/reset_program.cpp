@@ -25,17 +25,27 @@ static void releaseDevices() {
     if (instrumentLink.visaResourceManager) scopeClose(instrumentLink.visaResourceManager);
     paClose(analyzerNetwork);
     releaseCamera(cameraState);
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+}
+
+// Over a board that hears it: the program remembers a light that nobody could switch off.
+static void forgetLights() {
     closeLaserLink(laserLink);
+    applyLabFaults("");
+    resetSerial();
+    laserLink = {};
+    laserLink.portHandle = openSerialPort("\\\\.\\COM10");
     // Twice, because the state before the last one is remembered too.
     for (int i = 0; i < 2; i++) {
         setLaserOutput(0);
         setLaserLevel(0);
     }
-    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) closeStage(*axis);
+    closeLaserLink(laserLink);
 }
 
 void resetProgram() {
     releaseDevices();
+    forgetLights();
     processRunning = stopRequested = 0;
     stageX = stageY = stageZ = {};
     axisOrder = 2;

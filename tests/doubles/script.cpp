@@ -14,6 +14,7 @@
 #include <deque>
 #include <limits>
 #include <list>
+#include <thread>
 #include <utility>
 
 constexpr double conditionPollMs = 5;
@@ -195,6 +196,11 @@ void dispatchMessage(const Message& message) {
     if (id == messageLeftButtonUp) onLeftButtonUp(x, y);
     if (id == messageClose) onClose();
     if (onlooker.dispatched) onlooker.dispatched();
+}
+
+bool onWindowThread() {
+    static const std::thread::id first = std::this_thread::get_id();
+    return std::this_thread::get_id() == first;
 }
 
 bool leftButtonIsDown() {

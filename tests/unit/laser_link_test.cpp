@@ -119,6 +119,46 @@ TEST_F(LaserLinkTest, CommandsKeepTheirLength) {
     EXPECT_DEATH(laserSend(laserLink, "12345678"), "");
 }
 
+// The board keeps its lights when its port is opened: what it was not told it does not know.
+TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
+    constexpr const char* lost = "Lumascan - laser board lost: the laser may be on";
+    const std::string opening = "z|s-6400|S-6400|T-6400|a-44800|A-44800|b-44800|";
+    openScriptedLink();
+    setLaserOutput(1);
+    setLaserLevel(1);
+    serial.refuseWrite = true;
+    laserWrite(laserLink, "p");
+    EXPECT_EQ(textIn(Field::Information), "The laser board takes no commands");
+    serial.refuseWrite = false;
+    wire();
+    setLaserLevel(0);
+    EXPECT_EQ(wire(), opening + "G 5 0|D 6 5|");
+    EXPECT_EQ(checkedRadio(idLaserOn), idLaserOff);
+    EXPECT_EQ(mainWindow->text, "");
+
+    setLaserLevel(1);
+    serial.refuseWrite = true;
+    const size_t openings = serial.openedNames.size();
+    setLaserLevel(0);
+    EXPECT_EQ(serial.openedNames.size(), openings + 1);
+    setLaserLevel(0);
+    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(checkedRadio(idLaserOn), idLaserOn) << "the screen says off of a laser that is on";
+    const auto& said = historyOf(Field::Information);
+    EXPECT_EQ(std::count(said.begin(), said.end(), "laser board lost: the laser may be on"), 1);
+
+    serial.refuseWrite = false;
+    wire();
+    serial.failLineState = 1;
+    EXPECT_EQ(connectLaserBoard(mainWindow), 2);
+    EXPECT_EQ(wire(), "G 5 0|D 6 5|");
+    EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_EQ(checkedRadio(idLaserOn), idLaserOff);
+    serial.replies = {"0", "0", "0"};
+    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
+    EXPECT_TRUE(wire().ends_with("b-44800|G 5 0|D 6 5|"));
+}
+
 TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
     openScriptedLink();
     struct {

@@ -1,0 +1,150 @@
+// The laser and the illumination: what they are meant to be, and what the board was told.
+#include "instruments/laser_link.h"
+#include "mapping/scan_area.h"
+#include "platform/messages.h"
+#include "platform/truncate.h"
+#include "ui/control_ids.h"
+#include "ui/screen.h"
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+
+namespace {
+
+constexpr int laserPin = 5;
+constexpr int illuminationPin = 6;
+constexpr int illuminationOnLevel = 5; // what the board expects for "on"
+constexpr double outputFullScaleVolts = 5.0;
+
+constexpr const char* offCommands[] = {"G 5 0", "D 6 0"};
+
+// A light that is on or off, with the state before the last switching.
+struct Light {
+    int state = 0;
+    int previous = 0;
+    bool lit = false;     // as last asked for, a way back to the previous state included
+    bool mayBeOn = false; // an "on" was sent, and no "off" has gone out since
+    int radioOn;
+    int radioOff;
+    bool (*send)(bool on);
+};
+
+bool sendIllumination(bool on) {
+    return laserDigitalWrite(laserLink, illuminationPin, on ? illuminationOnLevel : 0) != 0;
+}
+
+bool sendLaser(bool on) {
+    const double volts = on ? scanArea.laserLevel : 0.0;
+    const int level = truncated(volts / outputFullScaleVolts * 255.0);
+    return laserAnalogWrite(laserLink, laserPin, std::clamp(level, 0, 255)) != 0;
+}
+
+Light illumination{
+    .radioOn = idIlluminationOn, .radioOff = idIlluminationOff, .send = sendIllumination};
+Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser};
+
+std::atomic<bool> darkForGood = false;
+
+// Sends what the light is meant to be; false when it did not go out.
+bool tell(Light& light) {
+    const bool on = light.lit && !darkForGood;
+    // Also what goes out in part only may switch it on.
+    if (on && !laserLink.disconnected && laserLink.portHandle) light.mayBeOn = true;
+    const bool told = light.send(on);
+    if (told && !on) light.mayBeOn = false;
+    return told;
+}
+
+void show(const Light& light) {
+    checkRadio(light.radioOn, light.radioOff,
+               light.lit || light.mayBeOn ? light.radioOn : light.radioOff);
+}
+
+bool tellBoth() {
+    const bool laserTold = tell(laser);
+    const bool illuminationTold = tell(illumination);
+    show(laser);
+    show(illumination);
+    return laserTold && illuminationTold;
+}
+
+bool isLost(const Light& light) {
+    return light.mayBeOn && !light.lit;
+}
+
+void sayWhetherTheBoardIsLost() {
+    static bool said = false;
+    const bool lost = isLost(laser) || isLost(illumination);
+    if (lost) {
+        const std::string what = isLost(laser) ? "laser board lost: the laser may be on"
+                                               : "laser board lost: the illumination may be on";
+        setMainTitle(("Lumascan - " + what).c_str());
+        if (!said) showInformation(what.c_str());
+    } else if (said) {
+        setMainTitle("Lumascan");
+    }
+    said = lost;
+}
+
+int switchLight(Light& light, int mode) {
+    bool on = mode == 1;
+    if (mode == 2) {
+        on = light.previous == 1;
+    } else {
+        light.previous = light.state;
+        light.state = on ? 1 : 0;
+    }
+    light.lit = on;
+    if (!tell(light) && isLost(light) && reopenLaserLink(laserLink)) tellBoth();
+    show(light);
+    sayWhetherTheBoardIsLost();
+    focusMainWindow();
+    return light.previous;
+}
+
+bool sayDark() {
+    bool all = true;
+    for (const char* command : offCommands) all &= laserWriteAtOnce(laserLink, command);
+    return all;
+}
+
+} // namespace
+
+int setLaserOutput(int mode) {
+    return switchLight(illumination, mode);
+}
+
+int setLaserLevel(int mode) {
+    return switchLight(laser, mode);
+}
+
+bool illuminationIsOn() {
+    return illumination.state == 1;
+}
+
+bool laserIsOn() {
+    return laser.state == 1;
+}
+
+int connectLaserBoard(WindowHandle ownerWindow) {
+    const int opened = openLaserLink(laserLink, ownerWindow);
+    laser.state = 0;
+    laser.lit = false;
+    if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
+    sayWhetherTheBoardIsLost();
+    return laserLink.disconnected ? 0 : opened;
+}
+
+void darkenAtOnce() {
+    const bool mayTouchWindows = onWindowThread();
+    if (!mayTouchWindows) darkForGood = true;
+    const bool dark = sayDark() || (reopenLaserLink(laserLink) && sayDark());
+    if (!mayTouchWindows) return;
+    for (Light* light : {&laser, &illumination}) {
+        light->state = 0;
+        light->lit = false;
+        if (dark) light->mayBeOn = false;
+        show(*light);
+    }
+}
