@@ -127,6 +127,7 @@ float readPhotocurrent() {
 void applyBias(double voltage, double limit) {
     const auto volts = static_cast<float>(voltage);
     const auto amperes = static_cast<float>(limit);
+    instrumentLink.appliedVoltage = volts;
     switch (instrumentLink.ammeterKind) {
     case kindGpibSourcemeter:
         return gpibSourcemeterSetUp(volts, amperes);
@@ -137,23 +138,28 @@ void applyBias(double voltage, double limit) {
     case kindAnalyzerGpib:
         return paApplyBias(analyzerGpib, volts, amperes);
     default:
+        instrumentLink.appliedVoltage = 0.0f; // there is no source
         return;
     }
 }
 
 void connectInstrument(int32_t kind) {
     if (!isKind(kind)) return;
-    const int32_t previous = instrumentLink.ammeterKind;
-    // Nobody could take away the bias of a source that is no longer the selected one.
-    if (kind != previous && instrumentLink.biasVoltage != 0.0f)
-        applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
-    instrumentLink.ammeterKind = kind;
+    if (kind == kindNiDaq) return show(notices[kind].failed); // and nothing is changed
+    InstrumentLink& link = instrumentLink;
+    const int32_t previous = link.ammeterKind;
+    const auto limit = static_cast<double>(link.currentLimit);
+    // Nobody could take it away over a link that is no longer the selected one.
+    const bool biasWasOn = link.appliedVoltage != 0.0f;
+    if (biasWasOn) applyBias(0.0, limit);
+    link.ammeterKind = kind;
     if (kind == kindArduino) return;
-    if (openInstrument(kind, static_cast<double>(instrumentLink.biasVoltage), analyzerGpib)) {
-        show(notices[kind].connected);
-        return;
-    }
-    instrumentLink.ammeterKind = previous;
+    if (openInstrument(kind, static_cast<double>(link.biasVoltage), analyzerGpib))
+        return show(notices[kind].connected);
+    link.ammeterKind = previous;
+    // The analyzer's network library holds one connection, which went when the new one was tried.
+    if (kind == kindAnalyzerEthernet && previous == kind) link.biasVoltage = 0.0f;
+    if (biasWasOn) applyBias(static_cast<double>(link.biasVoltage), limit);
     show(notices[kind].failed);
 }
 

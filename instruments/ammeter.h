@@ -27,7 +27,8 @@ struct InstrumentLink {
     int32_t gpibDevice = -1;
     uint32_t visaResourceManager = 0;
     uint32_t scopeInstrument = 0;
-    float biasVoltage = 0.0f;     // V
+    float biasVoltage = 0.0f;     // V; as the dialog says
+    float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
     float currentLimit = 0.0001f; // A
 };
 
@@ -41,7 +42,9 @@ float readPhotocurrent();
 void applyBias(double voltage, double limit);
 
 // Selects and connects `kind`, with a box that says how it went; a failure leaves the previous kind
-// selected. The link of the previous kind is not closed.
+// selected. The link of the previous kind is not closed. A bias is taken off first, over the link
+// that put it on. After a failure `biasVoltage` is on again if a bias was on before; where the
+// previous link has gone with the attempt, `biasVoltage` is 0 then.
 void connectInstrument(int32_t kind);
 
 // At start-up: connects the selected kind. A failure shows its box; kinds 4 to 7 then fall back to

@@ -35,6 +35,9 @@ void fillControlColumn();
 void showScanSettings();
 void showCameraSettings();
 
+// Where the operator may send the stage in X and Y, to either side of zero.
+constexpr int32_t xyLimitUm = 10000;
+
 // Enter in one of the edits: parses, clamps and applies what was typed.
 void enterScanStep();
 void enterPositionX();

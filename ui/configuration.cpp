@@ -18,6 +18,7 @@
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace {
@@ -114,6 +115,7 @@ void connectChosenInstrument() {
     }
     connectInstrument(chosenKind());
     selectInDialogList(idInstrumentList, link.ammeterKind); // the previous one after a failure
+    setDialogText(idBias, numberText(link.biasVoltage).c_str());
 }
 
 void apply() {
@@ -171,18 +173,28 @@ void takeConfocal() {
 
 // --- Stage ---------------------------------------------------------------------------------------
 
+// A step that would leave the range ends at its edge; one from outside leads no further out.
+double stepWithin(const StageAxis& axis, double stepUm) {
+    const double lowest = std::min<double>(-xyLimitUm, axis.positionUm);
+    const double highest = std::max<double>(xyLimitUm, axis.positionUm);
+    return std::clamp(axis.positionUm + stepUm, lowest, highest) - axis.positionUm;
+}
+
 // Moves by the typed step in the directions given as -1, 0 or 1.
 void moveByHand(int x, int y) {
     if (typedText(idHandStep).empty()) return;
     if (const std::optional<int> step = integerIn(idHandStep))
-        moveXYBy(double{1} * x * *step, double{1} * y * *step, motorSpeed);
+        moveXYBy(stepWithin(stageX, double{1} * x * *step),
+                 stepWithin(stageY, double{1} * y * *step), motorSpeed);
     showPositions();
 }
 
 void moveToTyped() {
     const std::optional<int> x = integerIn(idDialogPositionX);
     const std::optional<int> y = integerIn(idDialogPositionY);
-    if (x && y) moveXYTo(*x, *y, motorSpeed);
+    if (x && y)
+        moveXYTo(std::clamp(*x, -xyLimitUm, xyLimitUm), std::clamp(*y, -xyLimitUm, xyLimitUm),
+                 motorSpeed);
 }
 
 void setZero() {
@@ -206,6 +218,29 @@ void closeDialog() {
         takeAxisOrder();
     endDialog();
 }
+
+// Enter does what the field belongs to, and nothing where that is no single thing.
+struct EnterKey {
+    int field;
+    int command;
+};
+
+constexpr EnterKey enterKeys[] = {
+    {idSet, idSet},
+    {idBias, idSet},
+    {idCurrentLimit, idSet},
+    {idCameraAperture, idSet},
+    {idInstrumentList, idInitializeInstrument},
+    {idGpibAddress, idInitializeInstrument},
+    {idAddressOctet1, idInitializeInstrument},
+    {idAddressOctet2, idInitializeInstrument},
+    {idAddressOctet3, idInitializeInstrument},
+    {idAddressOctet4, idInitializeInstrument},
+    {idAnalyzerPort, idInitializeInstrument},
+    {idLaserComPort, idConnectLaser},
+    {idDialogPositionX, idGo},
+    {idDialogPositionY, idGo},
+};
 
 struct Command {
     int id;
@@ -261,6 +296,11 @@ void onConfigurationCommand(int id) {
             command.carryOut();
         busy = false;
     }
+}
+
+void onConfigurationEnter(int focused) {
+    for (const EnterKey& key : enterKeys)
+        if (key.field == focused) onConfigurationCommand(key.command);
 }
 
 bool configurationIsBusy() {

@@ -16,5 +16,11 @@ void openedConfiguration();
 // the information text and the values in force shown again.
 void onConfigurationCommand(int id);
 
+// The default button's command, which Enter in any field gives as well as a click on "Set": what
+// the control with the focus belongs to. From the position's fields "Go", from those of the laser's
+// port "Connect", from the instrument's "initialize", from "Set" and its own fields "Set"; from the
+// others nothing.
+void onConfigurationEnter(int focused);
+
 // A command is being carried out, so a notice may be open: the dialog stays behind it.
 bool configurationIsBusy();

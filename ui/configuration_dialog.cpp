@@ -25,6 +25,12 @@ static void takeBackFromMainWindow() {
     SetActiveWindow(dialog);
 }
 
+// The dialog's control that has the focus; "Set" when none has.
+static int focusedControl() {
+    HWND focus = GetFocus();
+    return focus && IsChild(dialog, focus) ? GetDlgCtrlID(focus) : int{idSet};
+}
+
 static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
     switch (message) {
     case WM_INITDIALOG:
@@ -33,7 +39,10 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
         openedConfiguration();
         return TRUE;
     case WM_COMMAND:
-        onConfigurationCommand(LOWORD(wParam));
+        if (LOWORD(wParam) == idSet)
+            onConfigurationEnter(focusedControl());
+        else
+            onConfigurationCommand(LOWORD(wParam));
         takeBackFromMainWindow();
         return TRUE;
     case WM_MOUSEACTIVATE: // a click must not bring the dialog before a notice, which it waits for

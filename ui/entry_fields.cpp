@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int32_t xyLimitUm = 10000;
 constexpr int32_t zLimitUm = 5000;
 constexpr double farFocusMoveUm = 2000.0;
 constexpr float intensityLowest = 1.0f; // uA

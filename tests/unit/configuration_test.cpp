@@ -150,17 +150,74 @@ TEST_F(ConfigurationTest, OnlyASecondSetChangesTheUnit) {
     EXPECT_EQ(textIn(Field::UnitLabel), "V_ph (V)");
 }
 
-TEST_F(ConfigurationTest, SetPutsTheBiasOnUntilAnotherInstrumentIsChosen) {
+TEST_F(ConfigurationTest, TakesTheBiasOffBeforeTheInstrumentChanges) {
+    const struct {
+        int before, kind, press;
+        const char *bias, *address, *faults, *text;
+        double left;
+        const char* shown;
+    } cases[] = {
+        {3, 0, idSet, "0.5", "24", "", nullptr, 0, "0.500000"},
+        {3, 0, idSet, "0", "24", "", nullptr, 0, "0.000000"}, // typed before the change
+        {3, 3, idInitializeInstrument, "0.5", "18", "", "SourceMeter device connected", 0,
+         "0.500000"}, // another one, and nobody could reach the first
+        {4, 4, idInitializeInstrument, "0.5", "24", "", "SourceMeter device connected", 0,
+         "0.500000"},
+        {3, 4, idSet, "0.5", "24", "k2450 refused", "No SourceMeter devices found", 0.5,
+         "0.500000"},
+        {3, 4, idSet, "0.25", "24", "k2450 refused", "No SourceMeter devices found", 0.25,
+         "0.250000"},
+        {4, 1, idSet, "0.5", "24", "", "This equipment is not supported", 0.5, "0.500000"},
+        {6, 6, idInitializeInstrument, "0.5", "24", "analyzer refused", "No Parameter Analyzer", 0,
+         "0.000000"},
+    };
+    testing::internal::CaptureStdout();
+    inDialog([&] {
+        for (const auto& each : cases) {
+            SCOPED_TRACE(testing::Message() << each.before << " to " << each.kind);
+            link.gpibAddress = 24;
+            answer("onnected", BoxAnswer::Ok);
+            connectInstrument(each.before);
+            type(idBias, "0.5");
+            choose(idInstrumentList, each.before);
+            press(idSet);
+            EXPECT_EQ(labBiasVolts(), 0.5);
+            ASSERT_TRUE(applyLabFaults(each.faults));
+            if (each.text) answer(each.text, BoxAnswer::Ok);
+            type(idBias, each.bias);
+            type(idGpibAddress, each.address);
+            choose(idInstrumentList, each.kind);
+            press(each.press);
+            EXPECT_EQ(labBiasVolts(), each.left);
+            EXPECT_EQ(dialogTextIn(idBias), each.shown);
+            ASSERT_TRUE(applyLabFaults(""));
+            connectInstrument(kindArduino);
+        }
+    });
+    testing::internal::GetCapturedStdout();
+}
+
+TEST_F(ConfigurationTest, EnterDoesWhatItsFieldBelongsTo) {
     answer("SourceMeter device connected", BoxAnswer::Ok);
     connectInstrument(kindUsbSourcemeter);
     inDialog([] {
         type(idBias, "0.5");
-        press(idSet);
+        type(idDialogPositionX, "30");
+        for (const DialogId id : {idHandStep, idConnectStages, idAxisOrderList})
+            onConfigurationEnter(id);
+        EXPECT_EQ(stageX.positionUm, 0);
+        onConfigurationEnter(idDialogPositionX);
+        EXPECT_EQ(stageX.positionUm, 30);
+        const size_t openings = serial.openedNames.size();
+        onConfigurationEnter(idLaserComPort);
+        EXPECT_EQ(serial.openedNames.size(), openings + 1);
+        answer("SourceMeter device connected", BoxAnswer::Ok);
+        onConfigurationEnter(idAnalyzerPort);
+        EXPECT_EQ(labBiasVolts(), 0.0) << "no field of another group puts the bias on";
+        type(idBias, "0.5");
+        onConfigurationEnter(idCurrentLimit);
         EXPECT_EQ(labBiasVolts(), 0.5);
-        choose(idInstrumentList, kindArduino);
-        press(idSet);
     });
-    EXPECT_EQ(labBiasVolts(), 0.0);
 }
 
 TEST_F(ConfigurationTest, ReconnectsLaserStagesAndCamera) {
@@ -237,6 +294,34 @@ TEST_F(ConfigurationTest, MovesByHand) {
         press(idHandXPlus);
     });
     EXPECT_EQ(textIn(Field::PositionX), "2.0");
+}
+
+TEST_F(ConfigurationTest, StaysWithinTheRangeOfTheMainWindow) {
+    ASSERT_TRUE(applyLabFaults("limit x right at 20000\nlimit y left at -20000\n"));
+    inDialog([] {
+        type(idDialogPositionX, "15000");
+        type(idDialogPositionY, "-10005");
+        press(idGo);
+        EXPECT_EQ(stageX.positionUm, 10000);
+        EXPECT_EQ(stageY.positionUm, -10000);
+        const struct {
+            const char* step;
+            int press;
+            double x;
+        } cases[] = {{"15", idHandXPlus, 10000},
+                     {"10", idHandXMinus, 9990},
+                     {"15", idHandXPlus, 10000},
+                     {"-20000", idHandXMinus, 10000}};
+        for (const auto& each : cases) {
+            type(idHandStep, each.step);
+            press(each.press);
+            EXPECT_EQ(stageX.positionUm, each.x) << each.step;
+        }
+        stageX.positionUm = 10020; // moved its zero away meanwhile
+        type(idHandStep, "5");
+        press(idHandXMinus);
+        EXPECT_EQ(stageX.positionUm, 10015);
+    });
 }
 
 TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {

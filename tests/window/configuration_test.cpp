@@ -55,6 +55,18 @@ TEST_F(Configuration, SwitchesDevicesAndMovesTheStage) {
     EXPECT_TRUE(await([&] { return !IsWindowEnabled(program.window); }, quickly))
         << "a notice has ended the dialog's mode";
 
+    // Enter is "Go" there, and no "Set": that would take the bias.
+    type(idBias, "0.5");
+    type(idDialogPositionX, "-5");
+    press(idDialogPositionX);
+    PostMessageA(item(idDialogPositionX), WM_KEYDOWN, VK_RETURN, 0);
+    EXPECT_TRUE(awaitText(controlById(program, idPositionX), "-5.0", quickly));
+    EXPECT_EQ(textOf(item(idBias)), "0.5");
+    type(idDialogPositionX, "0");
+    press(idGo);
+    EXPECT_TRUE(awaitText(controlById(program, idPositionX), "0.0", quickly));
+    type(idBias, "0.25");
+
     type(idHandStep, "12.7");
     press(idHandXPlus);
     EXPECT_TRUE(awaitText(item(idDialogPositionX), "12.0", quickly));
