@@ -78,6 +78,7 @@ int openPort(LaserLink& link) {
     link.portHandle = openSerialPort(formatted("\\\\.\\COM%d", link.comPort).c_str());
     link.disconnected = link.portHandle == invalidPort() ? 1 : 0;
     if (link.disconnected) return 0;
+    link.wasOpen = true;
     const int lineResult = setUpLine(link);
     if (lineResult == 0) closeLaserLink(link);
     return lineResult;

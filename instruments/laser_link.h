@@ -15,6 +15,7 @@ struct LaserLink {
     int32_t lastResult = 0;      // of the last read, write or line-state call
     char commandText[100] = {};  // commands and the receive notice are formatted here
     uint8_t disconnected = 0;    // 1 after a failed open, a failed write or a close
+    bool wasOpen = false;        // once at least
     double channelValue[3] = {}; // last value that each channel reported
     int32_t channelSetting[3] = {1000, 1000, 1000};
     double channelMaximum[3] = {10000.0, 10000.0, 10000.0};
@@ -68,7 +69,7 @@ void laserChannelRate(LaserLink& link, int channel, int32_t value);
 // The board keeps its outputs when its port is opened. So a new link is told what the lights are to
 // be, and an "off" that does not go out is tried once more over the same port, freshly opened. If
 // that fails too, the light's radio button stays on "On" and the main window's title says that the
-// board is lost, until a later link has taken the "off".
+// board is lost and the light may be on, until a later link has taken the "off".
 
 // Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at the scan area's laser
 // level): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio

@@ -25,6 +25,7 @@ struct Light {
     int previous = 0;
     bool lit = false;     // as last asked for, a way back to the previous state included
     bool mayBeOn = false; // an "on" was sent, and no "off" has gone out since
+    bool told = true;     // the board has what was last asked for
     int radioOn;
     int radioOff;
     bool (*send)(bool on);
@@ -49,11 +50,11 @@ std::atomic<bool> darkForGood = false;
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
     const bool on = light.lit && !darkForGood;
-    // Also what goes out in part only may switch it on.
-    if (on && !laserLink.disconnected && laserLink.portHandle) light.mayBeOn = true;
-    const bool told = light.send(on);
-    if (told && !on) light.mayBeOn = false;
-    return told;
+    const bool linked = !laserLink.disconnected && laserLink.portHandle;
+    if (on && linked) light.mayBeOn = true; // also when only a part of it goes out
+    light.told = light.send(on);
+    if (light.told && !on) light.mayBeOn = false;
+    return light.told;
 }
 
 void show(const Light& light) {
@@ -69,22 +70,26 @@ bool tellBoth() {
     return laserTold && illuminationTold;
 }
 
+// Switched off, and may shine nevertheless.
 bool isLost(const Light& light) {
     return light.mayBeOn && !light.lit;
 }
 
+std::string lossOfTheBoard() {
+    if (isLost(laser)) return "laser board lost: the laser may be on";
+    if (isLost(illumination)) return "laser board lost: the illumination may be on";
+    // At a desk that never had one nothing is lost.
+    if (laserLink.wasOpen && !(laser.told && illumination.told)) return "laser board lost";
+    return {};
+}
+
 void sayWhetherTheBoardIsLost() {
-    static bool said = false;
-    const bool lost = isLost(laser) || isLost(illumination);
-    if (lost) {
-        const std::string what = isLost(laser) ? "laser board lost: the laser may be on"
-                                               : "laser board lost: the illumination may be on";
-        setMainTitle(("Lumascan - " + what).c_str());
-        if (!said) showInformation(what.c_str());
-    } else if (said) {
-        setMainTitle("Lumascan");
-    }
-    said = lost;
+    static std::string said;
+    const std::string loss = lossOfTheBoard();
+    if (loss == said) return;
+    setMainTitle(loss.empty() ? "Lumascan" : ("Lumascan - " + loss).c_str());
+    if (!loss.empty()) showInformation(loss.c_str());
+    said = mainWindow ? loss : std::string(); // before that nobody has read it
 }
 
 int switchLight(Light& light, int mode) {
@@ -144,6 +149,7 @@ void darkenAtOnce() {
     for (Light* light : {&laser, &illumination}) {
         light->state = 0;
         light->lit = false;
+        light->told = dark;
         if (dark) light->mayBeOn = false;
         show(*light);
     }

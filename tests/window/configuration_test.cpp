@@ -63,8 +63,12 @@ TEST_F(Configuration, SwitchesDevicesAndMovesTheStage) {
     EXPECT_TRUE(awaitText(controlById(program, idPositionX), "-5.0", quickly));
     EXPECT_EQ(textOf(item(idBias)), "0.5");
     type(idDialogPositionX, "0");
-    press(idGo);
-    EXPECT_TRUE(awaitText(controlById(program, idPositionX), "0.0", quickly));
+    EXPECT_TRUE(await(
+        [&] {
+            press(idGo); // dropped while it still moves
+            return textOf(controlById(program, idPositionX)) == "0.0";
+        },
+        quickly));
     type(idBias, "0.25");
 
     type(idHandStep, "12.7");

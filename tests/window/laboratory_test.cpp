@@ -304,7 +304,11 @@ TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
     HANDLE thread = CreateRemoteThread(program.process, nullptr, 0, nowhere, nullptr, 0, nullptr);
     ASSERT_TRUE(thread);
     CloseHandle(thread);
-    EXPECT_GT(awaitExit(program, 7000), 0) << "waited for the windows' thread";
+    const auto isDark = [&] {
+        return contentOf(program.folder / "board_commands.log").ends_with("G 5 0\nD 6 0\n");
+    };
+    EXPECT_TRUE(await(isDark, 5000)) << "waited for the windows' thread";
+    EXPECT_NE(awaitExit(program, patiently), 0);
     expectDark();
     expectLandscape(area, 1, multimeter);
 }
