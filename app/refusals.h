@@ -1,5 +1,6 @@
 // What the devices refuse, and that they work again, on standard output: the vendor's own words,
-// once, though the same call is made again ten times a second. Called from the program's one thread only.
+// once, though the same call is made again ten times a second. Called from the program's one thread
+// only.
 #pragma once
 
 #include <string>
