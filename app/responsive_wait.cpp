@@ -77,7 +77,7 @@ int handleWhileProcessRuns(const Message& message) {
 } // namespace
 
 int waitResponsive(uint32_t durationMs) {
-    const uint32_t start = static_cast<uint32_t>(tickCountMs());
+    const uint64_t start = tickCountMs();
     liveViewTimerOff();
     for (;;) {
         if (tickCountMs() - start >= durationMs) {
@@ -90,6 +90,6 @@ int waitResponsive(uint32_t durationMs) {
                 processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
             if (result != goOn) return result;
         }
-        waitForMessage(start + uint64_t{durationMs});
+        waitForMessage(start + durationMs);
     }
 }

@@ -16,7 +16,6 @@ enum WaitResult : int {
     waitClicked = 3, // a click while no process ran: all axes were stopped
 };
 
-// Dispatches messages until `durationMs` has passed. The live view is off during the wait and comes
-// back after it unless a process runs. Only the low 32 bits of the start tick are kept, so that
-// after 49.7 days of system uptime every wait returns at once.
+// Dispatches messages until `durationMs` has passed, however long the system is up. The live view
+// is off during the wait and comes back after it unless a process runs.
 int waitResponsive(uint32_t durationMs);

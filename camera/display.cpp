@@ -24,9 +24,20 @@ constexpr int pictureTries = 3;
 constexpr int copyTries = 10;
 constexpr int windowImageTries = 20;
 
+// On the camera's own picture, where a wide view shows its surroundings too.
+void outlineDrawnRectangle(ContextHandle picture) {
+    const PictureRectangle& drawn = drawnRectangle;
+    const auto x = [&](int32_t at) {
+        return (at - imageWidth / 2) * drawn.viewScale + imageWidth / 2;
+    };
+    const auto y = [&](int32_t at) {
+        return (at - imageHeight / 2) * drawn.viewScale + imageHeight / 2;
+    };
+    drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
+}
+
 void savePicture(MemoryBitmap& memory) {
-    drawRectangle(memory.context, drawnRectangle.x1, drawnRectangle.y1, drawnRectangle.x2,
-                  drawnRectangle.y2, markGreen);
+    outlineDrawnRectangle(memory.context);
     const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
     saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
@@ -111,13 +122,17 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
             continue;
         }
         memory.deselect();
-        ensureSessionFolder(folders);
-        const std::string name = formatted("%s(%d).jpg", label, windowImageCounter);
-        saveBitmapAsPng(memory.bitmap, folders.sessionFolder + L"\\" + widened(name));
-        ++windowImageCounter;
+        saveNumberedImage(folders, memory.bitmap, label);
         return 1;
     }
     return 0;
+}
+
+void saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
+    ensureSessionFolder(folders);
+    const std::string name = formatted("%s(%d).jpg", label, windowImageCounter);
+    saveBitmapAsPng(bitmap, folders.sessionFolder + L"\\" + widened(name));
+    ++windowImageCounter;
 }
 
 void drawScaleBar(ContextHandle context, int width, int height) {

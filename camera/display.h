@@ -16,6 +16,7 @@ extern int32_t wideFactor; // picture scale of the wide view, 3 once there was o
 // The rectangle that the operator drew last, in window pixels; part of a saved camera picture.
 struct PictureRectangle {
     int32_t x1 = 0, y1 = 0, x2 = 0, y2 = 0;
+    int32_t viewScale = 1; // of the view that it was drawn on: 1, or 3 for the wide view
 };
 extern PictureRectangle drawnRectangle;
 
@@ -36,6 +37,9 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save);
 // area. Returns 1, or 0 after 20 failures and without a window.
 int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
                         const char* label);
+
+// Saves a bitmap that is not selected as the next "<label>(<number>).jpg".
+void saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
 
 // A scale bar of 10 um (30 um in the wide view) near the lower right corner of a picture.
 void drawScaleBar(ContextHandle context, int width, int height);

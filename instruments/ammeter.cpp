@@ -194,3 +194,17 @@ void disconnectInstrument() {
 const char* unitLabel() {
     return instrumentLink.ammeterKind == kindOscilloscope ? "V_ph (V)" : "I_ph (uA)";
 }
+
+const char* readingUnit(int32_t kind) {
+    switch (kind) {
+    case kindGpibMultimeter:
+    case kindUsbSourcemeter:
+        return "uA";
+    case kindGpibSourcemeter:
+    case kindAnalyzerEthernet:
+    case kindAnalyzerGpib:
+        return "A";
+    default:
+        return "V";
+    }
+}

@@ -56,3 +56,6 @@ void disconnectInstrument();
 
 // "V_ph (V)" for the oscilloscope, "I_ph (uA)" otherwise.
 const char* unitLabel();
+
+// The true unit of a reading of `kind`, whatever the label says: "V", "uA" or "A".
+const char* readingUnit(int32_t kind);

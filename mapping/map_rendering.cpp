@@ -24,6 +24,10 @@ constexpr int drawTries = 20;
 constexpr int picturesLeft = 1450;
 constexpr int confocalTop = 450;
 
+// What stands beside and below a map in its window.
+constexpr int scaleWidthPx = 84;
+constexpr int labelHeightPx = 16;
+
 int shownMapChannel = channelPhotocurrent;
 int shownConfocalChannel = channelConfocal;
 int liveRowsFrom = -1;
@@ -78,7 +82,7 @@ template <class PixelOfColumn>
 void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfColumn) {
     const int cell = scanArea.cellPx;
     const int width = columns * cell;
-    if (width <= 0) return; // more points than pixels: nothing to see
+    if (width <= 0) return; // no scan area yet
     std::vector<uint32_t> block(static_cast<size_t>(width) * static_cast<size_t>(cell));
     for (int column = 0; column < columns; ++column)
         std::fill_n(block.begin() + column * cell, cell,
@@ -134,7 +138,7 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
         return false;
     }
     putPixels(memory.context, 0, 0, columns, rows, cells.data());
-    const int cell = scanArea.cellPx; // 0 when there are more points than pixels
+    const int cell = scanArea.cellPx; // 0 before there is a scan area
     if (cell == 0 ||
         stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows))
         return true;
@@ -168,43 +172,75 @@ void drawConfocalRow(WindowHandle window, int row) {
     });
 }
 
-int drawMap(WindowHandle window, int channel) {
-    const WindowContext target(window);
-    if (!target.context) return 0;
-    const Extent client = clientExtent(window);
-    fillArea(target.context, client.width, client.height, mapGround);
+namespace {
+
+bool drawMapOn(ContextHandle target, Extent size, int channel) {
+    fillArea(target, size.width, size.height, mapGround);
     const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
     const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
     const std::vector<uint32_t> cells = renderCells(channel);
-
     int failures = 0;
-    while (!drawMapOnce(target.context, cells, columns, rows, failures))
-        if (++failures == drawTries) break;
-    (window == mapWindow ? shownMapChannel : shownConfocalChannel) = channel;
-    return failures < drawTries ? 1 : 0;
+    while (!drawMapOnce(target, cells, columns, rows, failures))
+        if (++failures == drawTries) return false;
+    return true;
 }
 
-void drawColourBar(WindowHandle window) {
-    const WindowContext target(window);
-    if (!target.context) return;
+void drawColourBarOn(ContextHandle target) {
     const int height = truncated(scanArea.mapHeightPx * 0.9);
     const int left = scanArea.mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
         const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
-        drawLine(target.context, left, y, left + 20, y, colourOf(i * highestLevel / height));
+        drawLine(target, left, y, left + 20, y, colourOf(i * highestLevel / height));
     }
 }
 
-void drawScaleLabels(WindowHandle window) {
-    const WindowContext target(window);
-    if (!target.context) return;
-    const bool volts = instrumentLink.ammeterKind == kindOscilloscope;
+void drawScaleLabelsOn(ContextHandle target) {
+    const bool volts = mapConditions().ammeterKind == kindOscilloscope;
     const auto label = [volts](float value) {
         return formatted(volts ? "%.2fV" : "%.1fuA", static_cast<double>(value));
     };
     const int left = scanArea.mapWidthPx + 10;
-    drawText(target.context, left, 0, label(scanMap.mapMax).c_str(), 0, false);
-    drawText(target.context, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+    drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
+    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+}
+
+} // namespace
+
+int drawMap(WindowHandle window, int channel) {
+    const WindowContext target(window);
+    if (!target.context) return 0;
+    const bool drawn = drawMapOn(target.context, clientExtent(window), channel);
+    (window == mapWindow ? shownMapChannel : shownConfocalChannel) = channel;
+    return drawn ? 1 : 0;
+}
+
+void drawColourBar(WindowHandle window) {
+    const WindowContext target(window);
+    if (target.context) drawColourBarOn(target.context);
+}
+
+void drawScaleLabels(WindowHandle window) {
+    const WindowContext target(window);
+    if (target.context) drawScaleLabelsOn(target.context);
+}
+
+void saveMapImage(WindowHandle window, int channel, const char* label) {
+    if (std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx) {
+        const WindowContext like(window);
+        const Extent size{scanArea.mapWidthPx + scaleWidthPx, scanArea.mapHeightPx + labelHeightPx};
+        MemoryBitmap memory;
+        if (like.context && memory.make(like.context, size.width, size.height) &&
+            drawMapOn(memory.context, size, channel)) {
+            if (channel == channelPhotocurrent) {
+                drawColourBarOn(memory.context);
+                drawScaleLabelsOn(memory.context);
+            }
+            memory.deselect(); // the encoder reads a bitmap that nobody draws on
+            saveNumberedImage(dataFolders, memory.bitmap, label);
+            return;
+        }
+    }
+    saveWindowImage(dataFolders, window, 0, label);
 }
 
 void markPoint(ContextHandle view, int x, int y) {
@@ -244,12 +280,31 @@ void showMapWindow(int channel) {
     drawMapWithScale(channel);
 }
 
+namespace {
+
+// Of what the window has shown before nothing may look like a row of this scan.
+void coverWithGround(WindowHandle window) {
+    const WindowContext target(window);
+    if (!target.context) return;
+    const Extent client = clientExtent(window);
+    fillArea(target.context, client.width, client.height, mapGround);
+}
+
+} // namespace
+
+void startLiveRows() {
+    liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
+    coverWithGround(mapWindow);
+    if (confocalEnabled) coverWithGround(confocalWindow);
+}
+
 void setLiveRows(int firstDrawnRow) {
     liveRowsFrom = firstDrawnRow;
 }
 
 void repaintMapWindow() {
     if (liveRowsFrom < 0) return drawMapWithScale(shownMapChannel);
+    coverWithGround(mapWindow);
     const Map& map = scanMap.maps[planePhotocurrent];
     for (int row = liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
 }
@@ -259,6 +314,7 @@ void repaintConfocalWindow() {
         drawMap(confocalWindow, shownConfocalChannel);
         return;
     }
+    coverWithGround(confocalWindow);
     for (int row = liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
         drawConfocalRow(confocalWindow, row);
 }

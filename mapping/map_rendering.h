@@ -41,8 +41,15 @@ void placePictureWindows();
 // Draws a channel into the map window; channel 0 with its colour scale.
 void drawMapWithScale(int channel);
 
+// Saves a channel that its window shows, as saveWindowImage does. A map that may be larger than the
+// screen is saved whole all the same.
+void saveMapImage(WindowHandle window, int channel, const char* label);
+
 // Creates or shows the map window with a channel.
 void showMapWindow(int channel);
+
+// A scan begins to draw its rows: the windows of its maps show none yet.
+void startLiveRows();
 
 // While a scan draws its rows: the first row that is drawn already, counted from the top; rows of
 // the map above it are not measured yet. No scan: -1.

@@ -21,6 +21,10 @@
 #include "ui/live_view.h"
 #include "ui/screen.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
 namespace {
 
 // Where the scan starts and ends, um.
@@ -29,7 +33,67 @@ struct ScanPlace {
     double startX, startY; // the first point
 };
 
-void goToRow(const ScanPlace& place, double y) {
+// Points that one cause has spoilt.
+struct Trouble {
+    int points = 0;
+    int row = 0, column = 0; // of the first, counted from 1; row 1 is scanned first
+
+    void count(int scanRow, int scanColumn) {
+        if (points++ > 0) return;
+        row = scanRow + 1;
+        column = scanColumn + 1;
+    }
+};
+
+// What an operator who was away must know of the scan.
+struct ScanReport {
+    int pointsDone = 0;
+    int pointsInDoubt = 0; // spoilt by any cause
+    Trouble notReached, board, instrument, camera;
+    bool swingFailed = false; // before the first row
+    bool stayedAway = false;  // the stage did not come back
+};
+
+ScanReport report;
+
+std::string describe(const Trouble& trouble, const char* what) {
+    if (trouble.points == 0) return "";
+    return formatted(". %s: %d from row %d, column %d", what, trouble.points, trouble.row,
+                     trouble.column);
+}
+
+// Behind "Mapping finished"; empty when all went well.
+std::string whatFailed() {
+    std::string text =
+        describe(report.notReached, "Not reached") + describe(report.board, "No laser board") +
+        describe(report.instrument, "No reading") + describe(report.camera, "No camera");
+    if (report.stayedAway) text += ". The stage did not come back";
+    if (report.swingFailed) text += ". Hysteresis not compensated";
+    return text;
+}
+
+void showReport() {
+    const std::string failed = whatFailed();
+    if (!failed.empty()) showInformation(("Mapping finished" + failed).c_str());
+}
+
+void showPercentDone(int count) {
+    const auto percent = static_cast<int>(int64_t{count} * 100 / scanArea.totalPoints);
+    std::string text = formatted("Mapping: %d%% done", percent);
+    // What was said of a failed move is gone with the next point.
+    if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
+    showProgress(text.c_str());
+}
+
+// Whether the axis stands where it was sent; it is given a short time for that. What has no
+// controller has not moved.
+bool hasComeTo(StageAxis& axis, double targetUm) {
+    const double tolerance = std::min(scanArea.scanStep / 2, 1.0);
+    return axis.axisNumber != 0 && standsAt(axis, targetUm, tolerance);
+}
+
+// Whether the row's Y was reached.
+bool goToRow(const ScanPlace& place, double y) {
     if (!moveXYTo(place.startX - scanArea.scanStep, y, motorSpeed))
         showProgress("Motor range limited");
     readPhotocurrent(); // discarded: the instrument may still hold the value of the last row
@@ -37,26 +101,52 @@ void goToRow(const ScanPlace& place, double y) {
     moveTo(stageX, place.startX);
     refreshPositions();
     waitResponsive(10);
+    return !stopRequested && hasComeTo(stageY, y);
 }
 
-void measurePoint(int column, int mapRow) {
-    const auto c = static_cast<size_t>(column);
+// Whether what the scan hangs on answered just now.
+bool readingAnswered() {
+    return instrumentLink.ammeterKind != kindArduino || !laserLink.disconnected;
+}
+
+struct Point {
+    int row, column; // in the order of the scan
+    bool reached;
+};
+
+void measurePoint(const Point& point, int mapRow) {
+    const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
     const float value = readPhotocurrent();
     scanMap.maps[planePhotocurrent][c][m] = value;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
-    if (!confocalEnabled) return;
-    grabFrames(cameraState, 1);
-    const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
-    showSpotColour(colour);
-    scanMap.maps[planeRed][c][m] = static_cast<float>(redOf(colour));
-    scanMap.maps[planeGreen][c][m] = static_cast<float>(greenOf(colour));
-    scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
+    bool silent = false;
+    const auto heed = [&](bool answered, Trouble& trouble) {
+        if (answered) return;
+        trouble.count(point.row, point.column);
+        silent = true;
+    };
+    const bool boardIsInstrument = instrumentLink.ammeterKind == kindArduino;
+    heed(readingAnswered(), boardIsInstrument ? report.board : report.instrument);
+    if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
+    if (confocalEnabled) {
+        grabFrames(cameraState, 1);
+        heed(cameraState.connected != 0, report.camera);
+        const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
+        showSpotColour(colour);
+        scanMap.maps[planeRed][c][m] = static_cast<float>(redOf(colour));
+        scanMap.maps[planeGreen][c][m] = static_cast<float>(greenOf(colour));
+        scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
+    }
+    if (!point.reached) report.notReached.count(point.row, point.column);
+    if (silent || !point.reached) ++report.pointsInDoubt;
+    scanMap.marks[c][m] = silent          ? PointMark::Silent
+                          : point.reached ? PointMark::Measured
+                                          : PointMark::NotReached;
 }
 
 void showScanProgress(int count) {
-    const auto percent = static_cast<int>(int64_t{count} * 100 / scanArea.totalPoints);
-    showProgress(formatted("Mapping: %d%% done", percent).c_str());
+    showPercentDone(count);
     const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
     setField(Field::Time, formatted("%dM/%dM ", minutes, scanArea.estimatedMinutes).c_str());
 }
@@ -74,17 +164,22 @@ void markScanPoint(const WindowContext& view, int row, int column) {
 // One row from left to right; false when a stop was asked for.
 bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
-    goToRow(place, place.startY + row * scanArea.scanStep);
+    const double y = place.startY + row * scanArea.scanStep;
+    const bool rowReached = goToRow(place, y);
     if (stopRequested) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
-        if (!moveTo(stageX, place.startX + column * scanArea.scanStep))
-            showProgress("Motor motion failure");
+        const double x = place.startX + column * scanArea.scanStep;
+        const bool moved = moveTo(stageX, x);
+        if (!moved) showProgress("Motor motion failure");
         showScanProgress(++count);
         refreshPositions();
         waitResponsive(2);
         if (stopRequested) return false;
+        // What was missed is not waited for again at each point of the row.
+        const bool reached = moved && rowReached && hasComeTo(stageX, x) && hasComeTo(stageY, y);
+        if (stopRequested) return false;
         markScanPoint(view, row, column);
-        measurePoint(column, mapRow);
+        measurePoint({row, column, reached}, mapRow);
     }
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
@@ -99,9 +194,12 @@ void showScanAreaForConsent() {
     showScanArea();
 }
 
-bool consentGiven() {
-    return showMessageBox(mainWindow, "Hysteresis compensated. Is it okay?", "Scan area checking",
-                          BoxButtons::YesNo) == BoxAnswer::Yes;
+bool consentGiven(bool compensated) {
+    const char* const question =
+        compensated ? "Hysteresis compensated. Is it okay?"
+                    : "Hysteresis not compensated: the stage did not arrive. Is it okay?";
+    return showMessageBox(mainWindow, question, "Scan area checking", BoxButtons::YesNo) ==
+           BoxAnswer::Yes;
 }
 
 void scanAllRows(const ScanPlace& place) {
@@ -112,7 +210,7 @@ void scanAllRows(const ScanPlace& place) {
     setLaserOutput(0);
     setLaserLevel(1);
     if (!moveXYTo(place.startX, place.startY, motorSpeed)) showProgress("Motor range limited");
-    compensateHysteresis();
+    report.swingFailed = !compensateHysteresis();
     elapsedMs(true);
     waitResponsive(500);
 
@@ -120,28 +218,33 @@ void scanAllRows(const ScanPlace& place) {
     int count = 0;
     for (int row = 0; row < scanArea.rows && !stopRequested; ++row)
         if (!scanRow(place, view, row, count)) break;
+    report.pointsDone = count;
 }
 
 void returnHome(const ScanPlace& place) {
-    moveXYTo(place.homeX, place.homeY, motorSpeed);
+    report.stayedAway = !moveXYTo(place.homeX, place.homeY, motorSpeed);
     controlCamera(cameraState, cameraAutomatic);
     setLaserOutput(1);
     setLaserLevel(0);
     switchLiveView(0);
     refreshPositions();
+    if (report.pointsInDoubt > 0) showPercentDone(report.pointsDone); // over the move's own text
     showInformation("Mapping finished");
+    showReport();
+    if (const std::string failed = whatFailed(); !failed.empty())
+        std::printf("Mapping finished%s\n", failed.c_str());
 }
 
 void saveConfocalImage(int channel, const char* label) {
     drawMap(confocalWindow, channel);
-    saveWindowImage(dataFolders, confocalWindow, 0, label);
+    saveMapImage(confocalWindow, channel, label);
 }
 
 void saveEverything() {
     saveMapFiles();
     placePictureWindows(); // they may have been closed since
     drawMapWithScale(channelPhotocurrent);
-    saveWindowImage(dataFolders, mapWindow, 0, "KST");
+    saveMapImage(mapWindow, channelPhotocurrent, "KST");
     if (!confocalEnabled) return;
     saveConfocalImage(channelRed, "CONF_R");
     saveConfocalImage(channelGreen, "CONF_G");
@@ -151,35 +254,37 @@ void saveEverything() {
 
 } // namespace
 
-void compensateHysteresis() {
+bool compensateHysteresis() {
     constexpr double swing[] = {20.0, -35.0, 25.0, -15.0, 5.0};
     for (double um : swing)
-        if (!moveXYBy(um, um, motorSpeed)) return;
-    if (moveBy(stageZ, 2.0)) moveBy(stageZ, -2.0);
+        if (!moveXYBy(um, um, motorSpeed)) return false;
+    return moveBy(stageZ, 2.0) && moveBy(stageZ, -2.0);
 }
 
 int runMapping() {
     showInformation("Moving to starting point");
+    report = {};
     ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
     const auto limit = static_cast<double>(instrumentLink.currentLimit);
     applyBias(static_cast<double>(instrumentLink.biasVoltage), limit);
     placePictureWindows();
     allocateMaps();
+    scanMap.conditions = presentConditions();
     ensureSessionFolder(dataFolders);
-    setLiveRows(scanArea.rows);
+    startLiveRows();
     place.startX = place.homeX + scanArea.offsetXUm;
     place.startY = place.homeY + scanArea.offsetYUm;
     showInformation("scanning ...");
     setLaserOutput(1);
     setLaserLevel(0);
-    compensateHysteresis();
-    if (!stopRequested) {
-        showScanAreaForConsent();
-        if (consentGiven() && !stopRequested) scanAllRows(place);
-    }
+    const bool compensated = compensateHysteresis();
+    if (!stopRequested) showScanAreaForConsent();
+    // Who has stopped or closed meanwhile is asked nothing.
+    if (!stopRequested && consentGiven(compensated) && !stopRequested) scanAllRows(place);
     returnHome(place);
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
     saveEverything();
+    showReport(); // over what the saving had to say
     return 1;
 }

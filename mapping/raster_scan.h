@@ -7,5 +7,5 @@
 int runMapping();
 
 // A damped swing that ends where it started, approached from the positive side; then Z up and down.
-// Ends early when a move fails.
-void compensateHysteresis();
+// Ends early, and returns false, when a move fails.
+bool compensateHysteresis();

@@ -43,8 +43,8 @@ int32_t computeScanArea(ScanArea& area) {
     area.totalPoints = area.cols * area.rows;
 
     const int32_t longer = area.cols > area.rows ? area.cols : area.rows;
-    area.cellPx = area.mapMaxPx / longer;
-    if (area.cols >= area.mapMaxPx) {
+    area.cellPx = std::max(area.mapMaxPx / longer, 1);
+    if (longer >= area.mapMaxPx) { // a pixel a point, whichever side is the long one
         area.mapWidthPx = area.cols;
         area.mapHeightPx = area.rows;
     } else {

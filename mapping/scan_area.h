@@ -24,9 +24,9 @@ struct ScanArea {
     double offsetXUm = 0.0, offsetYUm = 0.0;     // first point relative to the stage position
     double refToRectX = 0.0, refToRectY = 0.0;   // pixels
     double refToLaserX = 0.0, refToLaserY = 0.0; // pixels
-    int32_t cellPx = 0;                          // map pixels per point
+    int32_t cellPx = 0;                          // map pixels per point, at least 1
     int32_t rectLeft = 0, rectBottom = 0;        // picture pixels from the top
-    int32_t mapMaxPx = 390;                      // largest side of the drawn map
+    int32_t mapMaxPx = 390; // largest side of the drawn map, unless it has more points than that
     int32_t estimatedMinutes = 0;
 };
 

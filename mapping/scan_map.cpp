@@ -2,9 +2,11 @@
 #include "mapping/scan_map.h"
 
 #include "app/data_folders.h"
+#include "camera/camera.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
+#include "motion/stage.h"
 #include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
@@ -14,19 +16,50 @@
 ScanMap scanMap;
 
 void allocateMaps() {
-    for (Map& map : scanMap.maps)
-        map.assign(static_cast<size_t>(scanArea.cols),
-                   std::vector<float>(static_cast<size_t>(scanArea.rows), 0.0f));
+    const auto columns = static_cast<size_t>(scanArea.cols);
+    const auto rows = static_cast<size_t>(scanArea.rows);
+    for (Map& map : scanMap.maps) map.assign(columns, std::vector<float>(rows, 0.0f));
+    scanMap.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
+    scanMap.conditions.reset();
+}
+
+ScanConditions presentConditions() {
+    ScanConditions now;
+    now.started = localTime();
+    now.cols = scanArea.cols;
+    now.rows = scanArea.rows;
+    now.stepUm = scanArea.scanStep;
+    now.laserLevel = scanArea.laserLevel;
+    now.biasVoltage = instrumentLink.biasVoltage;
+    now.currentLimit = instrumentLink.currentLimit;
+    now.ammeterKind = instrumentLink.ammeterKind;
+    now.unit = readingUnit(now.ammeterKind);
+    now.confocal = confocalEnabled != 0;
+    now.homeXUm = stageX.positionUm;
+    now.homeYUm = stageY.positionUm;
+    now.homeZUm = stageZ.positionUm;
+    now.offsetXUm = scanArea.offsetXUm;
+    now.offsetYUm = scanArea.offsetYUm;
+    now.gain = cameraState.gain;
+    now.exposureUs = cameraState.exposureUs;
+    now.aperturePx = cameraAperture;
+    now.laserSpot = laserOffset;
+    return now;
+}
+
+ScanConditions mapConditions() {
+    return scanMap.conditions.value_or(presentConditions());
 }
 
 std::wstring makeMapFileName(const char* prefix) {
     const std::wstring folder = dataFolders.sessionFolder + L"\\";
+    const ScanConditions scan = mapConditions();
     // The numbered form has a colon behind "Step" where the plain form has none.
-    const auto name = [prefix](const std::string& number, const char* colon) {
+    const auto name = [&](const std::string& number, const char* colon) {
         return widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.txt", prefix,
-                                 number.c_str(), scanArea.cols, scanArea.rows, colon,
-                                 scanArea.scanStep, scanArea.laserLevel * laserScaleFactor,
-                                 static_cast<double>(instrumentLink.biasVoltage)));
+                                 number.c_str(), scan.cols, scan.rows, colon, scan.stepUm,
+                                 scan.laserLevel * laserScaleFactor,
+                                 static_cast<double>(scan.biasVoltage)));
     };
     std::wstring path = folder + name("", "");
     for (int number = 0; fileExists(path); ++number)
@@ -61,16 +94,18 @@ bool wrote(const std::wstring& path, const Map& map) {
 
 // A map that finds no place in the session folder goes into the new one. There is none within the
 // minute that names the folder: then the map stays in memory for the next save.
-void saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
+bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
     ensureSessionFolder(dataFolders);
-    const size_t planes = confocalEnabled ? 4 : 1;
+    const size_t planes = mapConditions().confocal ? 4 : 1;
+    bool all = true;
     for (size_t plane = 0; plane < planes; ++plane) {
         if (write(makeMapFileName(prefixes[plane]), scanMap.maps[plane])) continue;
         ensureSessionFolder(dataFolders);
-        wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
+        all &= wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
     }
     scanMap.saveCount += 1;
+    return all;
 }
 
 } // namespace
@@ -85,6 +120,6 @@ void saveMapFiles() {
     saveWith(writeMapFile);
 }
 
-void saveMapFilesQuietly() {
-    saveWith(wrote);
+bool saveMapFilesQuietly() {
+    return saveWith(wrote);
 }

@@ -1,8 +1,12 @@
 // The maps of one scan and the text files they are saved in.
 #pragma once
 
+#include "camera/spot.h"
+#include "platform/clock.h"
+
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,26 +16,62 @@ enum MapPlane : int { planePhotocurrent = 0, planeRed = 1, planeGreen = 2, plane
 // of rows is that of the screen.
 using Map = std::vector<std::vector<float>>;
 
+// What is known of a cell's values.
+enum class PointMark : uint8_t {
+    NotMeasured = 0,
+    Measured = 1,
+    NotReached = 2, // measured where the stage stood, which is not the point's place
+    Silent = 3,     // the laser board, the instrument or the camera did not answer
+};
+
+// All that a scan is taken with.
+struct ScanConditions {
+    LocalTime started;
+    int32_t cols = 0, rows = 0;
+    double stepUm = 0.0;
+    double laserLevel = 0.0;                            // V; laserScaleFactor makes it uA
+    float biasVoltage = 0.0f;                           // V
+    float currentLimit = 0.0f;                          // A
+    int32_t ammeterKind = 0;                            // EquipmentKind
+    const char* unit = "";                              // of the values in the photocurrent map
+    bool confocal = false;                              // whether the colour maps are taken
+    double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where the stage stood
+    double offsetXUm = 0.0, offsetYUm = 0.0;            // of the first point from there
+    int32_t gain = 0;                                   // of the camera in a confocal scan, dB
+    double exposureUs = 0.0;
+    int32_t aperturePx = 0; // half the side of the square around the spot
+    PicturePoint laserSpot; // picture pixels
+};
+
 struct ScanMap {
-    std::array<Map, 4> maps; // by MapPlane; colours 0..255
+    std::array<Map, 4> maps;                   // by MapPlane; colours 0..255
+    std::vector<std::vector<PointMark>> marks; // by cell, as the maps
+    std::optional<ScanConditions> conditions;  // as the map's scan started; none before a scan
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the photocurrent map when it was last drawn whole
 };
 
 extern ScanMap scanMap;
 
-// All four maps, of the scan area's size, all cells 0.
+// All four maps, of the scan area's size, all cells 0 and not measured.
 void allocateMaps();
 
-// A file name in the session folder that is not taken yet.
+// The conditions of a scan that starts now.
+ScanConditions presentConditions();
+
+// Those of the map in memory: as its scan started, or the present ones before a scan.
+ScanConditions mapConditions();
+
+// A file name in the session folder that is not taken yet; it tells the map's conditions.
 std::wstring makeMapFileName(const char* prefix);
 
 // One text line a map row, each value followed by a comma. A file that cannot be written raises a
 // box, and the next save makes a new folder. Returns whether it was written whole.
 bool writeMapFile(const std::wstring& path, const Map& map);
 
-// The photocurrent map and, when confocal imaging is on, the three colour maps.
+// The photocurrent map and, of a confocal scan, the three colour maps.
 void saveMapFiles();
 
-// The same without the box, for the program's forced end.
-void saveMapFilesQuietly();
+// The same without the box, for the program's forced end and in the middle of a scan. Returns
+// whether every map was written.
+bool saveMapFilesQuietly();

@@ -142,12 +142,23 @@ void saveCameraImage() {
 
 void saveMaps() {
     ensureSessionFolder(dataFolders);
-    saveMapFiles();
+    if (!processUnderWay()) return saveMapFiles();
+    // A box would hold the process where it is, with the laser on; a scan saves at its end again.
+    if (!saveMapFilesQuietly()) showInformation("File saving error. New folder will be made.");
+}
+
+// What would send the stage elsewhere, or hold up who waits for it, is not done now; says why.
+bool refusedWhileStageIsTaken() {
+    if (processUnderWay())
+        sayNotInProcess();
+    else if (stageIsMoving())
+        showInformation("Not while the stage moves");
+    return stageIsTaken();
 }
 
 void startProcess(void (*work)(), void (*saveQuietly)()) {
-    const bool moving = stageIsMoving() && !processUnderWay();
-    if (!runProcess(work, saveQuietly) && moving) showInformation("Not while the stage moves");
+    // While a process runs, its button is the question whether to stop.
+    if (!runProcess(work, saveQuietly) && !processUnderWay()) refusedWhileStageIsTaken();
 }
 
 void runCommand(int id) {
@@ -158,8 +169,8 @@ void runCommand(int id) {
         return onClose();
     case idShowMap:
         return showMapWindow(channelPhotocurrent);
-    case idStart: // while it runs, the click is the question whether to stop
-        return startProcess(mapSample, saveMapFilesQuietly);
+    case idStart:
+        return startProcess(mapSample, [] { static_cast<void>(saveMapFilesQuietly()); });
     case idReadPositions:
         return readPositions();
     case idMoveXPlus:
@@ -219,7 +230,8 @@ void runCommand(int id) {
         blueOnly = 1;
         return;
     case idConfiguration:
-        return processUnderWay() ? sayNotInProcess() : configure();
+        if (!refusedWhileStageIsTaken()) configure();
+        return;
     case idIvMeasurement:
         return openTool(Tool::IvCurve);
     case idSaveCameraImage:
@@ -256,7 +268,8 @@ void redrawPicture() {
 void invertDrag() {
     const WindowContext view(mainWindow);
     if (!view.context) return;
-    const PictureRectangle& drag = drawnRectangle;
+    PictureRectangle& drag = drawnRectangle;
+    drag.viewScale = wideView ? wideFactor : 1;
     invertRectangle(view.context, std::min(drag.x1, drag.x2), std::min(drag.y1, drag.y2),
                     std::max(drag.x1, drag.x2), std::max(drag.y1, drag.y2));
 }
@@ -268,7 +281,7 @@ void endLostDrag() {
 }
 
 bool areaConfirmed(int widthPx, int heightPx) {
-    const double umPerPixel = fieldWidthUm / fieldWidthPx * (wideView ? wideFactor : 1);
+    const double umPerPixel = fieldWidthUm / fieldWidthPx * drawnRectangle.viewScale;
     const std::string caption =
         formatted("Area: %.1f um x %.1f um", widthPx * umPerPixel, heightPx * umPerPixel);
     return showMessageBox(mainWindow, "Do you want to set it for next scan area", caption.c_str(),
@@ -277,7 +290,7 @@ bool areaConfirmed(int widthPx, int heightPx) {
 
 void selectScanArea() {
     const PictureRectangle& drag = drawnRectangle;
-    scanArea.viewScale = wideView ? wideFactor : 1;
+    scanArea.viewScale = drag.viewScale;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;
     scanArea.rectX2 = drag.x2;
@@ -371,6 +384,8 @@ void onLeftButtonUp(int x, int y) {
         if (selected) selectScanArea();
     } else if (picksLaserSpot) {
         pickLaserSpot(x, y);
+    } else if (refusedWhileStageIsTaken()) {
+        redrawPicture(); // erases the mark
     } else {
         moveToClickedPoint(x, y);
     }

@@ -77,10 +77,14 @@ void letLiveViewGoOn(ToolState& tool) {
 }
 
 // The sweep needs a source that sets the bias.
-bool canSweep() {
+bool hasSweepSource() {
     const int32_t kind = instrumentLink.ammeterKind;
-    if (kind == kindGpibSourcemeter || kind == kindUsbSourcemeter || kind == kindAnalyzerEthernet)
-        return true;
+    return kind == kindGpibSourcemeter || kind == kindUsbSourcemeter ||
+           kind == kindAnalyzerEthernet;
+}
+
+bool canSweep() {
+    if (hasSweepSource()) return true;
     showMessageBox(mainWindow,
                    "Please change the current equipment as a sourcemter or parameter analyzer",
                    "Notice", BoxButtons::Ok);
@@ -127,6 +131,8 @@ void openTool(Tool tool) {
     ToolState& state = stateOf(tool);
     if (state.window) return raiseToolWindow(state.window);
     const bool iv = tool == Tool::IvCurve;
+    if (iv && !hasSweepSource() && processUnderWay())
+        return sayNotInProcess(); // a box would hold it up
     if (iv && !canSweep()) return;
     if (!processUnderWay()) holdLiveView(state);
     state.window =

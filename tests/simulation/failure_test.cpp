@@ -8,9 +8,11 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "ui/control_ids.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -58,6 +60,7 @@ struct Fault {
     bool colours;        // the camera goes on
     bool currents;       // the board goes on
     bool wrongPlaceOnly; // points are measured where the stage stands
+    const char* told;    // behind "Mapping finished"
 };
 
 class FaultInScanTest : public RoadTest, public testing::WithParamInterface<Fault> {};
@@ -84,15 +87,37 @@ TEST_P(FaultInScanTest, EndsAndSaves) {
             return text == "Motor motion failure" || text == "Motor range limited";
         }) != progress.end();
     EXPECT_EQ(motionComplained, GetParam().wrongPlaceOnly);
+    EXPECT_EQ(information.back(), "Mapping finished" + std::string(GetParam().told));
+    // What counts as not reached was indeed read somewhere else.
+    for (size_t i = 0; GetParam().wrongPlaceOnly && i < points; ++i) {
+        const auto row = static_cast<int>(i) / scanArea.cols,
+                   column = static_cast<int>(i) % scanArea.cols;
+        const int mapRow = scanArea.rows - 1 - row;
+        const LabRead& read = labReads()[i + static_cast<size_t>(row) + 1]; // a row begins with one
+        const LabPoint place = placeOfCell(column, mapRow);
+        const bool elsewhere = std::hypot(read.sampleX - place.x, read.sampleY - place.y) > 1.02;
+        const PointMark mark =
+            scanMap.marks[static_cast<size_t>(column)][static_cast<size_t>(mapRow)];
+        EXPECT_EQ(mark == PointMark::NotReached, elsewhere) << row << " " << column;
+    }
+    int inDoubt = 0;
+    for (const auto& column : scanMap.marks)
+        for (const PointMark mark : column) inDoubt += mark != PointMark::Measured;
+    EXPECT_EQ(progress.back(), formatted("Mapping: 100%% done, %d in doubt", inDoubt));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Devices, FaultInScanTest,
-    testing::Values(Fault{"BoardUnplugged", "board unplugged", true, false, false},
-                    Fault{"CameraLost", "camera lost", false, true, false},
-                    Fault{"AxisStalled", "axis x stalled", true, true, true},
-                    Fault{"LimitSwitch", "limit x right at 0", true, true, true}),
-    [](const testing::TestParamInfo<Fault>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Devices, FaultInScanTest,
+                         testing::Values(Fault{"BoardUnplugged", "board unplugged", true, false,
+                                               false, ". No laser board: 14 from row 3, column 5"},
+                                         Fault{"CameraLost", "camera lost", false, true, false,
+                                               ". No camera: 14 from row 3, column 5"},
+                                         Fault{"AxisStalled", "axis x stalled", true, true, true,
+                                               ". Not reached: 11 from row 3, column 6"},
+                                         Fault{"LimitSwitch", "limit x right at 0", true, true,
+                                               true, ". Not reached: 5 from row 3, column 6"}),
+                         [](const testing::TestParamInfo<Fault>& info) {
+                             return std::string(info.param.name);
+                         });
 
 TEST_F(FailureTest, WindowClosedWhileTheScanWaits) {
     writeSettings(2.0, true);
@@ -109,6 +134,10 @@ TEST_F(FailureTest, WindowClosedWhileTheScanWaits) {
 TEST_F(FailureTest, SessionFolderThatCannotBeMade) {
     writeSettings(4.0, false);
     foldersRefused = true;
+    afterReadings(5, [] { // no box holds the scan, with the laser on
+        postCommand(idSaveMaps);
+        postCommand(idIvMeasurement);
+    });
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     runRoad(12, 8);
     EXPECT_EQ(shownBoxes.back().caption, "Image save Process");

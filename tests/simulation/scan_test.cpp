@@ -78,6 +78,14 @@ TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
     EXPECT_EQ(scanArea.cols, 20);
     EXPECT_EQ(scanArea.rows, 15);
     expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+    EXPECT_EQ(textIn(Field::Information), "Mapping finished");
+    for (const auto& column : scanMap.marks)
+        for (const PointMark mark : column) EXPECT_EQ(mark, PointMark::Measured);
+    ASSERT_TRUE(scanMap.conditions);
+    EXPECT_EQ(scanMap.conditions->started.minute, 5);
+    EXPECT_EQ(scanMap.conditions->unit, std::string("V"));
+    EXPECT_EQ(scanMap.conditions->homeXUm, 0.0);
+    EXPECT_TRUE(scanMap.conditions->confocal);
     expectColours();
 
     // One reading before each row is thrown away.

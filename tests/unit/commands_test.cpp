@@ -1,4 +1,5 @@
 // What the operator types, presses and drags: clamps, refusals, and where the stage goes.
+#include "app/data_folders.h"
 #include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
@@ -12,6 +13,7 @@
 #include "ui/control_ids.h"
 #include "ui/live_view.h"
 
+#include <algorithm>
 #include <functional>
 
 namespace {
@@ -146,6 +148,40 @@ TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
     EXPECT_EQ(mainWindow->client.at(300, 300), 0x00FF00u);
     ASSERT_EQ(savedImages.size(), 1u);
     EXPECT_EQ(savedImages[0].pixels[300 * 1232 + 300], 0x00FF00u);
+}
+
+TEST_F(CommandsTest, NothingBeginsInsideAMove) {
+    onLeftButtonDown(300, 300);
+    whileDialogOpen = [] { ADD_FAILURE() << "the configuration opened"; };
+    in(50, [] {
+        post(messageLeftButtonUp); // the click would ask where to go
+        postCommand(idConfiguration);
+    });
+    EXPECT_TRUE(moveTo(stageX, 100));
+    EXPECT_NEAR(labStageUm(labX), 100, 0.01);
+    const auto& shown = historyOf(Field::Information);
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), "Not while the stage moves"), 2);
+}
+
+TEST_F(CommandsTest, TheScansQuestionIsHonestAndComesToNobodyWhoStopped) {
+    confocalEnabled = 0;
+    computeScanArea(scanArea);
+    allocateMaps();
+    const auto beforeTheQuestion = [](Action action) { // the swing ends with Z
+        when([] { return labStageUm(labZ) > 1.5; }, [action] { in(700, action); });
+        dataFolders.sessionFolderMade = 0; // another for each scan
+        ++wallTime.minute;
+    };
+    ASSERT_TRUE(applyLabFaults("axis y stalled"));
+    answer("Hysteresis not compensated: the stage did not arrive. Is it okay?", BoxAnswer::No);
+    onCommand(idStart);
+    ASSERT_TRUE(applyLabFaults(""));
+    beforeTheQuestion([] { postCommand(idStart); });
+    answer("Do you want to stop process, now ?", BoxAnswer::Yes);
+    onCommand(idStart);
+    beforeTheQuestion([] { post(messageClose); });
+    onCommand(idStart);
+    EXPECT_EQ(mainWindow, nullptr);
 }
 
 TEST_F(CommandsTest, DraggingLeavesNoTrace) {

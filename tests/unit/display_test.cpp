@@ -64,6 +64,7 @@ TEST_F(DisplayTest, ImagesAreNumberedCameraAndWindowsApart) {
     drawnRectangle = {100, 100, 200, 180};
     ensureSessionFolder(dataFolders);
     draw(1);
+    drawnRectangle = {600, 500, 640, 530, 3}; // on a wide view
     draw(1);
     placeMapWindow(1450, 0, 300, 200);
     EXPECT_EQ(saveWindowImage(dataFolders, mapWindow, 0, "CONF_R"), 1);
@@ -84,6 +85,8 @@ TEST_F(DisplayTest, ImagesAreNumberedCameraAndWindowsApart) {
     }
     EXPECT_EQ(savedImages[0].pixels[100 * 1232 + 150], 0x00FF00u); // the drawn rectangle
     EXPECT_EQ(savedImages[0].pixels[150 * 1232 + 150], 0u);
+    EXPECT_EQ(savedImages[1].pixels[472 * 1232 + 600], 0x00FF00u);
+    EXPECT_EQ(savedImages[1].pixels[500 * 1232 + 568], 0x00FF00u);
 }
 
 TEST_F(DisplayTest, WindowImageThatFailsUsesUpItsNumber) {

@@ -36,6 +36,19 @@ TEST_F(MapFilesTest, WritesEveryPlaneRowByRow) {
     EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
 }
 
+TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
+    confocalEnabled = 1;
+    scanMap.conditions = presentConditions();
+    instrumentLink.biasVoltage = 0.0f;
+    scanArea.laserLevel = 1.0;
+    confocalEnabled = 0;
+    saveMapFiles();
+    EXPECT_NE(contentOf(folder + "ConfocalB" + grid), "");
+    EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
+    allocateMaps(); // for another scan
+    EXPECT_TRUE(makeMapFileName("Kestrel").ends_with(L"LaserIntensity4.0 Bias0.0V.txt"));
+}
+
 TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
     confocalEnabled = 0;
     saveMapFiles();

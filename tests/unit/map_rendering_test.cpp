@@ -95,14 +95,44 @@ TEST_F(MapRenderingTest, ConfocalChannels) {
     EXPECT_EQ(cells(1), cases[3].expected);
 }
 
-TEST_F(MapRenderingTest, MorePointsThanPixelsDrawNothing) {
-    scanArea.cellPx = 0;
-    setRow(planePhotocurrent, 0, {1, 2, 3, 4});
-    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
-    EXPECT_EQ(at(0, 0), 0xFFFFFFu);
-    EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), 1);
+TEST_F(MapRenderingTest, MorePointsThanPixelsAreOnePixelEach) {
+    scanArea.scanStep = 0.1;
+    scanArea.rectX2 = 1;
+    scanArea.rectY2 = 300;
+    computeScanArea(scanArea); // 2 x 439
+    placePictureWindows();
+    allocateMaps();
+    const int right = scanArea.cols, bottom = scanArea.rows;
+    const auto last = static_cast<size_t>(bottom - 1);
+    EXPECT_EQ(mapWindow->client.height, bottom + 55 - 39);
+    scanMap.maps[planePhotocurrent][1][last] = 1.0f;
+    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], bottom - 1);
+    EXPECT_EQ(at(0, bottom - 1), 0u);
+    EXPECT_EQ(at(1, bottom - 1), 0xFFFFFFu);
+    drawMapWithScale(channelPhotocurrent);
+    EXPECT_EQ(at(0, 0), 0u);
+    EXPECT_EQ(at(1, bottom - 1), 0xFFFFFFu);
+    EXPECT_EQ(at(right, 0), grey);
+    EXPECT_EQ(at(right + 10, bottom - 1), 0u); // the bar's dark end
+    EXPECT_EQ(drawnTexts.back().y, bottom);
+    mapWindow->client = blankBitmap(10, 10, 0); // a screen that is too small for it
+    saveMapImage(mapWindow, channelPhotocurrent, "KST");
+    ASSERT_EQ(savedImages.size(), 1u);
+    const auto lastRow = static_cast<size_t>(savedImages[0].width) * last;
+    EXPECT_EQ(savedImages[0].height, bottom + 16);
+    EXPECT_EQ(savedImages[0].pixels[lastRow + 1], 0xFFFFFFu);
+}
+
+TEST_F(MapRenderingTest, AScanShowsNoRowOfTheMapBefore) {
+    drawMapWithScale(channelPhotocurrent);
+    startLiveRows();
     EXPECT_EQ(at(0, 0), grey);
-    EXPECT_EQ(scanMap.mapMax, 4.0f);
+    EXPECT_EQ(at(22, 50), grey) << "the scale of the map before";
+    setLiveRows(1);
+    repaintMapWindow();
+    EXPECT_EQ(at(0, 2), grey);
+    EXPECT_EQ(at(0, 3), 0x7F0000u);
+    setLiveRows(-1);
 }
 
 TEST_F(MapRenderingTest, FailuresAreShownAndRetried) {
