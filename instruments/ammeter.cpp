@@ -97,22 +97,20 @@ bool openInstrument(int32_t kind, double usbBias, int analyzerGpibMode) {
     }
 }
 
-} // namespace
+// Of the readings since biasWasLimited was asked.
+bool readingAtLimit = false;
+bool readingAnswered = false;
 
-float readPhotocurrent() {
-    constexpr double microamperesPerAmpere = 1e6;
-    const auto scaled = [](float amperes) {
-        return static_cast<float>(static_cast<double>(amperes) * microamperesPerAmpere);
-    };
+Reading readSelected() {
     switch (instrumentLink.ammeterKind) {
     case kindArduino:
         return laserAnalogRead(laserLink, 0, 1);
     case kindGpibMultimeter:
-        return scaled(gpibMultimeterRead());
+        return gpibMultimeterRead();
     case kindGpibSourcemeter:
-        return gpibSourcemeterRead(); // unscaled, like the analyzer, and meant
+        return gpibSourcemeterRead();
     case kindUsbSourcemeter:
-        return scaled(usbSourcemeterRead());
+        return usbSourcemeterRead();
     case kindOscilloscope:
         return scopeRead(instrumentLink.scopeInstrument);
     case kindAnalyzerEthernet:
@@ -120,8 +118,47 @@ float readPhotocurrent() {
     case kindAnalyzerGpib:
         return paRead(analyzerGpib);
     default:
-        return 0.0f;
+        return {};
     }
+}
+
+} // namespace
+
+float readPhotocurrent() {
+    const int32_t kind = instrumentLink.ammeterKind;
+    const Reading reading = noteReading(readSelected());
+    // The others are passed on as the instrument sends them, and that is meant.
+    const bool scaled = kind == kindGpibMultimeter || kind == kindUsbSourcemeter;
+    constexpr double microamperesPerAmpere = 1e6;
+    if (!scaled) return reading;
+    return static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
+}
+
+Reading noteReading(Reading reading) {
+    readingAtLimit = readingAtLimit || reading.limited;
+    readingAnswered = reading.answered;
+    return reading;
+}
+
+bool lastReadingAnswered() {
+    return readingAnswered;
+}
+
+bool biasWasLimited() {
+    bool limited = readingAtLimit;
+    readingAtLimit = false;
+    // A source that no longer answers would only cost another time-out.
+    if (limited || !readingAnswered) return limited;
+    if (instrumentLink.ammeterKind == kindGpibSourcemeter) limited = gpibSourcemeterIsLimited();
+    if (instrumentLink.ammeterKind == kindUsbSourcemeter) limited = usbSourcemeterIsLimited();
+    return limited;
+}
+
+std::string biasTrouble() {
+    std::string text = biasWasLimited() ? ". Current limit reached" : "";
+    const std::string refusal = takeUsbSourcemeterRefusal();
+    if (!refusal.empty()) text += ". Bias refused: " + refusal;
+    return text;
 }
 
 void applyBias(double voltage, double limit) {

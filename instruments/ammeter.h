@@ -2,7 +2,10 @@
 // kind.
 #pragma once
 
+#include "instruments/reading.h"
+
 #include <cstdint>
+#include <string>
 
 enum EquipmentKind : int32_t {
     kindArduino = 0,
@@ -37,6 +40,23 @@ extern InstrumentLink instrumentLink;
 // One reading in the unit of the selected kind: volts from the laser board's analog input (kind 0).
 // 0 for the kinds that have no instrument behind them.
 float readPhotocurrent();
+
+// Takes a reading into account for the two below; for whoever reads an instrument itself.
+Reading noteReading(Reading reading);
+
+// Whether the last reading came from an instrument that was reached and answered with a number.
+// Never for the kinds that have no instrument behind them.
+bool lastReadingAnswered();
+
+// Whether the current limit cut the bias since this was last asked: a reading was at the limit, or
+// the source says so now. To be asked after the last reading, while the bias is still on: at 0 V a
+// source has nothing to limit.
+bool biasWasLimited();
+
+// What an operator must know of the bias after a process, as a text to put behind another: that
+// the limit cut it (this asks biasWasLimited) or that the source refused something. Empty when all
+// was well.
+std::string biasTrouble();
 
 // Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source.
 void applyBias(double voltage, double limit);

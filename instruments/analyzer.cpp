@@ -1,11 +1,12 @@
 // Talks to the parameter analyzer.
 #include "instruments/analyzer.h"
 
+#include "app/refusals.h"
 #include "instruments/ammeter.h"
 #include "instruments/gpib.h"
 #include "instruments/kxci.h"
 #include "instruments/number_extraction.h"
-#include "platform/library.h"
+#include "instruments/vendor_library.h"
 #include "platform/text_format.h"
 #include "ui/screen.h"
 
@@ -15,18 +16,21 @@
 
 Kxci loadKxci() {
     Kxci found;
-    LibraryHandle library = loadLibrary("KXCIclient64.dll");
+    constexpr const char* name = "Parameter analyzer library";
+    LibraryHandle library = loadVendorLibrary(name, "KXCIclient64.dll");
     if (!library) return found;
     const bool whole = bindFunction(found.OpenKXCIConnection_C, library, "OpenKXCIConnection_C") &&
                        bindFunction(found.SendKXCICommand_C, library, "SendKXCICommand_C") &&
                        bindFunction(found.CloseKXCIConnection_C, library, "CloseKXCIConnection_C");
-    return whole ? found : Kxci();
+    return heedMissingFunctions(name, library, whole) ? found : Kxci();
 }
 
 namespace {
 
 Kxci kxci;
 bool networkOpen = false;
+
+constexpr const char* deviceName = "Parameter analyzer";
 
 constexpr size_t replyCount = 100; // bytes that are looked at
 
@@ -36,8 +40,10 @@ constexpr size_t networkReplySize = 65536;
 void sendOverNetwork(const char* command, char (&reply)[analyzerReplySize]) {
     static char whole[networkReplySize];
     std::memset(whole, 0, sizeof whole);
-    int status = 0; // not looked at
+    int status = kxciConnected; // the reply alone counts
     kxci.SendKXCICommand_C(command, whole, &status);
+    if (whole[0] == '\0')
+        printRefusal(deviceName, formatted("no reply to %s (status %d)", command, status));
     std::memcpy(reply, whole, replyCount);
 }
 
@@ -60,7 +66,12 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
         int status = kxciConnected;
         kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
         networkOpen = status == kxciConnected;
-        if (!networkOpen) return 0;
+        if (!networkOpen) {
+            printRefusal(deviceName, formatted("no connection to %s port %d (status %d)",
+                                               address.c_str(), port, status));
+            return 0;
+        }
+        forgetRefusal(deviceName);
     }
     char reply[analyzerReplySize];
     for (const char* command : {"US", "IT1 BC DR1"}) {
@@ -72,14 +83,14 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
     return 1;
 }
 
-void paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]) {
+bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]) {
     std::memset(reply, 0, sizeof reply);
     if (mode == analyzerGpib) {
-        gpibWrite(command);
-        gpibRead(reply, replyCount);
-    } else {
-        sendOverNetwork(command, reply);
+        const bool written = gpibWrite(command);
+        return gpibRead(reply, replyCount) && written;
     }
+    sendOverNetwork(command, reply);
+    return true;
 }
 
 void paApplyBias(int mode, float voltage, float limit) {
@@ -90,12 +101,16 @@ void paApplyBias(int mode, float voltage, float limit) {
     paSendCommand(mode, command.c_str(), reply);
 }
 
-float paRead(int mode) {
+Reading paRead(int mode) {
     char reply[analyzerReplySize];
-    paSendCommand(mode, "TI1", reply);
+    const bool sent = paSendCommand(mode, "TI1", reply);
     reply[replyCount - 1] = '\0';
     showInformation(reply);
-    return extractNumber(reply, replyCount, ReplyKind::Analyzer);
+    Reading reading = extractNumber(reply, replyCount, ReplyKind::Analyzer);
+    reading.answered = reading.answered && sent;
+    reading.limited = reading.answered && reply[0] == 'C';
+    if (reading.answered) forgetRefusal(deviceName);
+    return reading;
 }
 
 void paClose(int mode) {

@@ -2,6 +2,8 @@
 // library) or over GPIB.
 #pragma once
 
+#include "instruments/reading.h"
+
 enum AnalyzerMode : int { analyzerNetwork = 0, analyzerGpib = 1 };
 
 constexpr int analyzerReplySize = 101; // bytes of a reply with its terminating zero
@@ -10,11 +12,13 @@ constexpr int analyzerReplySize = 101; // bytes of a reply with its terminating 
 int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port);
 
 // Sends a command and reads its reply, empty when there is none. Over the network failures go
-// unnoticed; over GPIB they are reported and take the device offline.
-void paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]);
+// unnoticed; over GPIB they are reported and take the device offline. False when the bus refused.
+bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]);
 
 // Sources `voltage` (V) on the first unit with the compliance `limit` (A).
 void paApplyBias(int mode, float voltage, float limit);
 
-float paRead(int mode); // amperes on the first unit; 0 when the reply holds no number
+// Amperes on the first unit; 0 when the reply holds no number. A reply of a measurement in
+// compliance begins with a C.
+Reading paRead(int mode);
 void paClose(int mode);

@@ -5,8 +5,8 @@
 #include "instruments/ammeter.h"
 #include "instruments/ni488.h"
 #include "instruments/number_extraction.h"
+#include "instruments/vendor_library.h"
 #include "platform/clock.h"
-#include "platform/library.h"
 #include "platform/text_format.h"
 
 #include <algorithm>
@@ -16,7 +16,8 @@
 
 Ni488 loadNi488() {
     Ni488 found;
-    LibraryHandle library = loadLibrary("ni4882.dll");
+    constexpr const char* name = "GPIB library";
+    LibraryHandle library = loadVendorLibrary(name, "ni4882.dll");
     if (!library) return found;
     // Status and calls belong together: a library that lacks one of them is no driver.
     const bool whole = bindFunction(found.ibdev, library, "ibdev") &&
@@ -27,7 +28,7 @@ Ni488 loadNi488() {
                        bindFunction(found.ThreadIbsta, library, "ThreadIbsta") &&
                        bindFunction(found.ThreadIberr, library, "ThreadIberr") &&
                        bindFunction(found.ThreadIbcnt, library, "ThreadIbcnt");
-    return whole ? found : Ni488();
+    return heedMissingFunctions(name, library, whole) ? found : Ni488();
 }
 
 namespace {
@@ -166,32 +167,54 @@ bool gpibRead(char* reply, size_t count) {
     return passed("ibrd Error");
 }
 
-float gpibMultimeterRead() {
+Reading gpibMultimeterRead() {
     char reply[replyCount + 1] = {};
     // Nothing is written before: the meter runs freely and answers with its last value.
     ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
     unsigned long count = ni488.ThreadIbcnt();
-    if (!passed("ibrd Error"))
-        count = std::min<unsigned long>(count, replyCount); // or an error number
+    const bool read = passed("ibrd Error");
+    if (!read) count = std::min<unsigned long>(count, replyCount); // or an error number
     if (count > replyCount) endProgram("more bytes in a GPIB reply than asked for");
     reply[count] = '\0';
     std::printf("%s\n", reply);
-    return extractNumber(reply, count, ReplyKind::Multimeter);
+    Reading reading = extractNumber(reply, count, ReplyKind::Multimeter);
+    reading.answered = reading.answered && read;
+    return reading;
 }
 
-float gpibSourcemeterRead() {
-    gpibWrite(":READ?");
+namespace {
+
+float sourcemeterLimit = 0.0f; // A; as last set up
+
+Reading ask(const char* query) {
+    const bool asked = gpibWrite(query);
     char reply[replyCount] = {};
-    if (gpibRead(reply, replyCount) && !sourcemeterAnswered) {
+    const bool read = gpibRead(reply, replyCount);
+    if (read && !sourcemeterAnswered) {
         sourcemeterAnswered = true;
         const size_t length = std::min(std::string_view(reply, replyCount).find('\n'), replyCount);
         std::printf("GPIB sourcemeter: first reading %.*s\n", static_cast<int>(length), reply);
         std::fflush(stdout);
     }
-    return extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
+    Reading reading = extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
+    reading.answered = reading.answered && asked && read;
+    return reading;
+}
+
+} // namespace
+
+Reading gpibSourcemeterRead() {
+    Reading reading = ask(":READ?");
+    reading.limited = reading.answered && isAtLimit(reading, sourcemeterLimit);
+    return reading;
+}
+
+bool gpibSourcemeterIsLimited() {
+    return ask(":SOUR:VOLT:ILIM:TRIP?") == 1.0f;
 }
 
 void gpibSourcemeterSetUp(float voltage, float limit) {
+    sourcemeterLimit = limit;
     gpibWrite(":SOUR:VOLT:RANG 1");
     gpibWrite(formatted(":SOUR:VOLT %f", static_cast<double>(voltage)).c_str());
     gpibWrite(formatted(":SOUR:VOLT:ILIM %f", static_cast<double>(limit)).c_str());

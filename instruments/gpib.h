@@ -3,19 +3,22 @@
 // and what is called then fails until it is opened again.
 #pragma once
 
+#include "instruments/reading.h"
+
 #include <cstddef>
 
 bool gpibMultimeterOpen(int address); // primary address
 bool gpibSourcemeterOpen(int address);
 
 // Amperes as the instrument sends them; 0 when the reply holds no number.
-float gpibMultimeterRead();
-float gpibSourcemeterRead();
+Reading gpibMultimeterRead();
+Reading gpibSourcemeterRead();
 
 // Sources `voltage` (V) with the current limit `limit` (A) in the fixed 1 V and 1 uA ranges, and
 // switches the output on.
 void gpibSourcemeterSetUp(float voltage, float limit);
-void gpibSourcemeterOff(); // output off, device offline
+bool gpibSourcemeterIsLimited(); // the limit cuts the current now
+void gpibSourcemeterOff();       // output off, device offline
 
 // The pieces that the parameter analyzer on the bus shares.
 bool gpibOpenDevice(int address);         // finds and clears the device

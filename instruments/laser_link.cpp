@@ -156,18 +156,20 @@ bool laserWriteAtOnce(const LaserLink& link, const char* text) {
 const char* laserReceive(LaserLink& link) {
     static char text[100];
     char reply[sizeof text] = "0"; // the wait below may let another command receive
+    link.replied = false;
     if (link.disconnected) return std::strcpy(text, reply);
     if (link.portHandle == invalidPort()) return nullptr;
 
     link.lastResult = readSerial(link.portHandle, reply, replyCapacity, link.bytesMoved);
     const bool failed = !link.lastResult || link.bytesMoved == 0;
     if (failed) waitResponsive(1);
+    link.replied = !failed;
     std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%s", failed ? 1 : 0, reply);
     showInformation(link.commandText);
     return std::strcpy(text, reply);
 }
 
-float laserAnalogRead(LaserLink& link, int pin, int n) {
+Reading laserAnalogRead(LaserLink& link, int pin, int n) {
     // A reply that came too late for its point must not become the next point's value.
     if (!link.disconnected) discardReceived(link.portHandle);
     laserSend(link, formatted("R%d %d", pin, n).c_str());
@@ -175,8 +177,9 @@ float laserAnalogRead(LaserLink& link, int pin, int n) {
     const char* reply = laserReceive(link);
     int raw = 0;
     // A reply of one character counts as 0: it may be the rest of a longer one.
-    if (reply && std::strlen(reply) >= 2) std::sscanf(reply, "%d", &raw);
-    return static_cast<float>(raw * converterStepVolts);
+    const bool number = reply && std::sscanf(reply, "%d", &raw) == 1;
+    if (!number || std::strlen(reply) < 2) raw = 0;
+    return {static_cast<float>(raw * converterStepVolts), number && link.replied};
 }
 
 int laserDigitalWrite(LaserLink& link, int pin, int level) {

@@ -1,6 +1,7 @@
 // The serial link to the laser controller board: laser, illumination, analog input, three channels.
 #pragma once
 
+#include "instruments/reading.h"
 #include "platform/serial_port.h"
 #include "platform/window_handle.h"
 
@@ -22,6 +23,7 @@ struct LaserLink {
     double channelMinimum[3] = {-10000.0, -10000.0, -10000.0};
     int32_t channelScale[3] = {-1, -1, -1}; // divisor of the unit conversion
     int32_t comPort = 10;
+    bool replied = false;    // the last receive brought something
     char wireText[100] = {}; // the last bounded command, or the last channel reply
 };
 
@@ -52,7 +54,8 @@ bool laserWriteAtOnce(const LaserLink& link, const char* text);
 // port. Valid until the next call.
 const char* laserReceive(LaserLink& link);
 
-float laserAnalogRead(LaserLink& link, int pin, int n); // volts, 0..5 in steps of 5/1024
+// Volts, 0..5 in steps of 5/1024. A single digit counts as 0 V, and as an answer.
+Reading laserAnalogRead(LaserLink& link, int pin, int n);
 int laserDigitalWrite(LaserLink& link, int pin, int level);
 int laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
 

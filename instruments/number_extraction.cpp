@@ -21,7 +21,7 @@ bool endsReply(char c, ReplyKind kind) {
 
 } // namespace
 
-float extractNumber(const char* reply, size_t length, ReplyKind kind) {
+Reading extractNumber(const char* reply, size_t length, ReplyKind kind) {
     if (kind == ReplyKind::Analyzer) length = std::min(length, analyzerReach);
     char kept[workCapacity] = {};
     size_t count = 0;
@@ -34,7 +34,7 @@ float extractNumber(const char* reply, size_t length, ReplyKind kind) {
         if (count + 1 >= workCapacity) endProgram("number in a reply too long");
         kept[count++] = c;
     }
-    float value = 0.0f;
-    if (std::sscanf(kept, "%f", &value) != 1) return 0.0f;
-    return value;
+    Reading reading;
+    reading.answered = std::sscanf(kept, "%f", &reading.value) == 1;
+    return reading;
 }

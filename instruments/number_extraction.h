@@ -1,6 +1,8 @@
 // Takes the number out of an instrument's reply.
 #pragma once
 
+#include "instruments/reading.h"
+
 #include <cstddef>
 
 enum class ReplyKind {
@@ -10,7 +12,8 @@ enum class ReplyKind {
 };
 
 // Keeps the digits, signs and points of the reply, and every E behind the first digit, up to the
-// reply's end, a zero byte or `length` bytes, and reads them as one number; 0 when that is none.
+// reply's end, a zero byte or `length` bytes, and reads them as one number; 0, and not answered,
+// when that is none.
 // Ends the program when 100 characters or more would be kept: such a reply is from no instrument
 // that the program knows.
-float extractNumber(const char* reply, size_t length, ReplyKind kind);
+Reading extractNumber(const char* reply, size_t length, ReplyKind kind);

@@ -1,6 +1,8 @@
 // Finds, sets and reads the oscilloscope.
 #include "instruments/tektronics.h"
 
+#include "app/refusals.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,10 +14,24 @@ Visa visa;
 constexpr uint32_t replyBytes = 30;
 constexpr uint64_t timeoutMs = 5000;
 
+constexpr const char* deviceName = "Oscilloscope";
+
+bool passed(const char* call, ViSession object, ViStatus status) {
+    return visaPassed(visa, deviceName, call, object, status);
+}
+
 ViStatus writeText(ViSession session, const char* command) {
     uint32_t written = 0;
     return visa.viWrite(session, reinterpret_cast<const uint8_t*>(command),
                         static_cast<uint32_t>(std::strlen(command)), &written);
+}
+
+ViStatus readText(ViSession session, std::string& text) {
+    uint8_t buffer[256] = {};
+    uint32_t received = 0;
+    const ViStatus status = visa.viRead(session, buffer, replyBytes, &received);
+    text = reinterpret_cast<const char*>(buffer);
+    return status;
 }
 
 // Opens one found instrument and lets it identify itself; what it says is not looked at.
@@ -61,6 +77,7 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
         char text[viDescriptionSize] = {};
         visa.viStatusDesc(session, status, text);
         std::fprintf(stderr, "failure: %s\n", text);
+        passed("not opened", session, status);
         if (manager) visa.viClose(manager);
         return 0;
     }
@@ -74,22 +91,42 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
 }
 
 bool scopeWrite(ViSession session, const char* command) {
-    return writeText(session, command) >= 0;
+    return passed("viWrite", session, writeText(session, command));
 }
 
 bool scopeReadText(ViSession session, std::string& text) {
-    uint8_t buffer[256] = {};
-    uint32_t received = 0;
-    const ViStatus status = visa.viRead(session, buffer, replyBytes, &received);
-    text = reinterpret_cast<const char*>(buffer);
-    return status >= 0;
+    return passed("viRead", session, readText(session, text));
 }
 
-float scopeRead(ViSession scopeInstrument) {
-    scopeWrite(scopeInstrument, ":MEASUREMENT:IMMED:VALUE?");
+namespace {
+
+constexpr const char* valueQuery = ":MEASUREMENT:IMMED:VALUE?";
+
+// An oscilloscope that puts the command's name before each value, as ":MEASU:IMM:VAL 1.0E-3", is
+// told to leave that; what it has still to say of this reply is thrown away, then it is asked anew.
+// Returns whether the new reply has come.
+bool askWithoutHeader(ViSession session, ViStatus status, std::string& reply) {
+    std::string rest;
+    constexpr int mostReads = 8; // of what a header and its value can be long
+    for (int i = 0; status == viMoreToCome && i < mostReads; ++i) status = readText(session, rest);
+    return scopeWrite(session, "HEADER OFF") && scopeWrite(session, valueQuery) &&
+           scopeReadText(session, reply);
+}
+
+} // namespace
+
+Reading scopeRead(ViSession scopeInstrument) {
+    const bool asked = scopeWrite(scopeInstrument, valueQuery);
     std::string reply;
-    scopeReadText(scopeInstrument, reply);
-    return static_cast<float>(std::strtod(reply.c_str(), nullptr));
+    const ViStatus status = readText(scopeInstrument, reply);
+    bool read = passed("viRead", scopeInstrument, status);
+    if (read && reply[0] == ':') read = askWithoutHeader(scopeInstrument, status, reply);
+    char* end = nullptr;
+    Reading reading;
+    reading.value = static_cast<float>(std::strtod(reply.c_str(), &end));
+    reading.answered = asked && read && end != reply.c_str();
+    if (reading.answered) forgetRefusal(deviceName);
+    return reading;
 }
 
 void scopeClose(ViSession visaResourceManager) {

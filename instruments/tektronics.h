@@ -1,6 +1,7 @@
 // The oscilloscope on USB, reached through VISA: its mean measurement is the photovoltage.
 #pragma once
 
+#include "instruments/reading.h"
 #include "instruments/visa.h"
 
 #include <string>
@@ -15,6 +16,6 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument);
 bool scopeWrite(ViSession session, const char* command);
 bool scopeReadText(ViSession session, std::string& text);
 
-float scopeRead(ViSession scopeInstrument); // volts; 0 when the reply is no number
+Reading scopeRead(ViSession scopeInstrument); // volts; 0 when the reply is no number
 
 void scopeClose(ViSession visaResourceManager); // with every session opened through it

@@ -1,12 +1,25 @@
 // The Keithley 2450 sourcemeter on USB, reached through VISA.
 #pragma once
 
-// Opens the instrument, clears its errors, prints its manufacturer, switches its output off and
-// sets it to source `biasVolts` and to measure current. False when it does not answer; the session
-// that was open before then stays.
+#include "instruments/reading.h"
+
+#include <string>
+
+// Opens the instrument with the known serial number or, where that is not there, the first of its
+// model; clears its errors, prints its manufacturer, switches its output off and sets it to source
+// `biasVolts` and to measure current, one value a reading, as text. False when it does not answer
+// or does not speak SCPI, which standard output then says; the session that was open before then
+// stays.
 bool usbSourcemeterOpen(double biasVolts);
 
-float usbSourcemeterRead(); // amperes; 0 when the reply holds no number
+Reading usbSourcemeterRead();   // amperes; 0 when the reply holds no number
+bool usbSourcemeterIsLimited(); // the limit cuts the current now
 
-// Sources `voltage` (V) with the current limit `limit` (A) and switches the output on.
+// Sources `voltage` (V) with the current limit `limit` (A) and switches the output on. When another
+// limit or the output itself is set, or the voltage was 0 before, everything is set anew and the
+// instrument is asked whether it took it; between, the voltage alone is sent.
 void usbSourcemeterSetUp(float voltage, float limit);
+
+// What the instrument last said that it did not take, with its own number and words, since this was
+// last asked; empty when it took all.
+std::string takeUsbSourcemeterRefusal();

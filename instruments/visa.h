@@ -6,6 +6,11 @@
 using ViStatus = int32_t;
 using ViSession = uint32_t; // sessions and find lists; 0 is none
 
+// No such resource (VI_ERROR_RSRC_NFOUND), and a read that filled its count while more is to come
+// (VI_SUCCESS_MAX_CNT).
+constexpr ViStatus viResourceNotFound = static_cast<ViStatus>(0xBFFF0011u);
+constexpr ViStatus viMoreToCome = 0x3FFF0006;
+
 constexpr uint32_t viAttrTimeout = 0x3FFF001A; // ms
 constexpr int viDescriptionSize = 256;         // bytes of a descriptor or a status text
 
@@ -38,3 +43,8 @@ struct Visa {
 
 // Loads VISA64.dll, by name and then by the standard's ordinals.
 Visa loadVisa();
+
+// False for a negative status, which is then printed under the device's name with the library's own
+// words for it, once until other words come.
+bool visaPassed(const Visa& visa, const char* device, const char* call, ViSession object,
+                ViStatus status);

@@ -50,6 +50,7 @@ struct ScanReport {
     int pointsDone = 0;
     int pointsInDoubt = 0; // spoilt by any cause
     Trouble notReached, board, instrument, camera;
+    std::string bias;         // what went wrong with it
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
 };
@@ -67,6 +68,7 @@ std::string whatFailed() {
     std::string text =
         describe(report.notReached, "Not reached") + describe(report.board, "No laser board") +
         describe(report.instrument, "No reading") + describe(report.camera, "No camera");
+    text += report.bias;
     if (report.stayedAway) text += ". The stage did not come back";
     if (report.swingFailed) text += ". Hysteresis not compensated";
     return text;
@@ -104,11 +106,6 @@ bool goToRow(const ScanPlace& place, double y) {
     return !stopRequested && hasComeTo(stageY, y);
 }
 
-// Whether what the scan hangs on answered just now.
-bool readingAnswered() {
-    return instrumentLink.ammeterKind != kindArduino || !laserLink.disconnected;
-}
-
 struct Point {
     int row, column; // in the order of the scan
     bool reached;
@@ -127,7 +124,7 @@ void measurePoint(const Point& point, int mapRow) {
         silent = true;
     };
     const bool boardIsInstrument = instrumentLink.ammeterKind == kindArduino;
-    heed(readingAnswered(), boardIsInstrument ? report.board : report.instrument);
+    heed(lastReadingAnswered(), boardIsInstrument ? report.board : report.instrument);
     if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
     if (confocalEnabled) {
         grabFrames(cameraState, 1);
@@ -281,6 +278,7 @@ int runMapping() {
     if (!stopRequested) showScanAreaForConsent();
     // Who has stopped or closed meanwhile is asked nothing.
     if (!stopRequested && consentGiven(compensated) && !stopRequested) scanAllRows(place);
+    report.bias = biasTrouble(); // while it is on
     returnHome(place);
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer

@@ -40,14 +40,16 @@ float voltageAt(const SweepRecord& record, int32_t index, float step) {
 }
 
 // False when a stop was asked for.
-bool measurePoint(SweepRecord& record, float voltage) {
+bool measurePoint(SweepRecord& record, float voltage, int32_t& unanswered) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
     applyBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
     waitResponsive(10);
     if (stopRequested) return false;
+    const Reading reading = noteReading(usbSourcemeterRead());
+    if (!reading.answered) ++unanswered;
     record.yValues[i] =
-        static_cast<float>(static_cast<double>(usbSourcemeterRead()) * microamperesPerAmpere);
+        static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
     std::snprintf(record.text, sizeof record.text, "V=%f,I=%f", static_cast<double>(voltage),
                   static_cast<double>(record.yValues[i]));
     showInformation(record.text);
@@ -65,14 +67,15 @@ void measureIvCurve() {
     const float step = stepFromEdit(record);
     allocateSweep(record); // a time evolution leaves arrays of its own length
     const int32_t points = 4 * record.pointsPerQuarter;
+    int32_t unanswered = 0;
     stopRequested = 0;
     processRunning = 1;
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
-        if (!measurePoint(record, voltageAt(record, record.currentIndex, step))) break;
+        if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
     if (!stopRequested) plot(record, points);
-    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    endBias("I-V curve measurement finished", record.currentIndex, unanswered);
     showEndMessage(record, "I-V curve measurement finished.        ");
     processRunning = 0;
 }

@@ -2,9 +2,11 @@
 #include "spectroscopy/sweep_record.h"
 
 #include "app/data_folders.h"
+#include "instruments/ammeter.h"
 #include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
+#include "platform/text_format.h"
 #include "platform/widen.h"
 #include "ui/screen.h"
 
@@ -23,6 +25,14 @@ void showEndMessage(const SweepRecord& record, const char* message) {
     constexpr Colour black = 0;
     const WindowContext plot(record.plotWindow);
     if (plot.context) drawText(plot.context, 15, 45, message, black, false);
+}
+
+void endBias(const char* name, int32_t readings, int32_t unanswered) {
+    std::string trouble;
+    if (unanswered > 0) trouble = formatted(". No reading: %d of %d", unanswered, readings);
+    trouble += biasTrouble(); // before the bias goes
+    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    if (!trouble.empty()) showInformation((name + trouble).c_str());
 }
 
 namespace {

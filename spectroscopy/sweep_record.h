@@ -32,6 +32,10 @@ extern SweepRecord sweepRecord;
 void allocateSweep(SweepRecord& record);
 
 // Writes the end of a measurement into its plot.
+// Ends the bias of a measurement. Says in the information text behind `name` how many of its
+// readings nobody answered and what was wrong with the bias; nothing when all was well.
+void endBias(const char* name, int32_t readings, int32_t unanswered);
+
 void showEndMessage(const SweepRecord& record, const char* message);
 
 // Writes `heading` and `count` lines "%f,%f" into the session folder. False when the file cannot be

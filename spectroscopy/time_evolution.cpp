@@ -67,17 +67,19 @@ void plot(const SweepRecord& record) {
 }
 
 // The samples of one phase. False when the series is over: stopped, or the arrays are full.
-bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs) {
+bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t& unanswered) {
     const int32_t cap = truncated(cycleSeconds(record) * samplesPerSecond);
     for (int32_t sample = 0; sample < cap; ++sample) {
         const auto i = static_cast<size_t>(record.currentIndex);
         if (i >= record.yValues.size()) return false;
         record.yValues[i] = readPhotocurrent();
+        const bool answered = lastReadingAnswered();
         const uint64_t ms = elapsedMs(false);
         record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
         waitResponsive(10);
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
+        if (!answered) ++unanswered;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
             offsetMs += ms;
             return true;
@@ -87,17 +89,20 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs) {
     return true; // its time is not added to the offset, and that is meant
 }
 
-void recordCycles(SweepRecord& record) {
+// The readings that nobody answered.
+int32_t recordCycles(SweepRecord& record) {
+    int32_t unanswered = 0;
     uint64_t offsetMs = 0;
     for (int32_t cycle = 0; cycle < record.repeatCount; ++cycle) {
         elapsedMs(true);
         setLaserLevel(1);
-        if (!recordPhase(record, record.onTime, offsetMs)) break;
+        if (!recordPhase(record, record.onTime, offsetMs, unanswered)) break;
         elapsedMs(true);
         setLaserLevel(0);
-        if (!recordPhase(record, record.offTime, offsetMs)) break;
+        if (!recordPhase(record, record.offTime, offsetMs, unanswered)) break;
     }
     setLaserLevel(0);
+    return unanswered;
 }
 
 } // namespace
@@ -113,7 +118,11 @@ bool measureTimeEvolution() {
     stopRequested = 0;
     processRunning = 1;
     showEndMessage(record, "Time Evolution Measurement has started.   ");
-    recordCycles(record);
+    // A source that is off gives the meter nothing to read.
+    applyBias(static_cast<double>(instrumentLink.biasVoltage),
+              static_cast<double>(instrumentLink.currentLimit));
+    const int32_t unanswered = recordCycles(record);
+    endBias("Time Evolution Measurement has completed", record.currentIndex, unanswered);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     processRunning = 0;
     return true;

@@ -142,8 +142,7 @@ void switchOffAbsentInstruments() {
         if (instrumentPresent(who)) continue;
         all.lines[who].output.clear();
         if (who == labMultimeter) all.multimeter = {};
-        if (who == labSourcemeter) all.sourcemeters[0] = {};
-        if (who == labUsbSourcemeter) all.sourcemeters[1] = {};
+        if (who == labSourcemeter || who == labUsbSourcemeter) switchOffSourcemeter(who);
         if (who == labScope) all.scopes[0] = {};
         if (who == labSecondScope) all.scopes[1] = {};
         if (who == labAnalyzer) all.analyzer = {};

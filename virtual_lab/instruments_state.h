@@ -42,15 +42,19 @@ struct LabSourcemeter {
     double sourceRange = 0; // V; 0 automatic
     char measures = 'I';    // or V
     double range = 0;       // A; 0 automatic
+    bool sendsText = true;  // else readings go out as raw bytes
     double plc = 1;         // integration time in periods of the mains
     int count = 1;
     std::deque<int> errorQueue;
     int eventStatus = 0;
+    std::string language = "SCPI";     // its command set
+    std::string nextLanguage = "SCPI"; // from the next time on that it is switched on
 };
 
 struct LabScope {
     std::string type = "PERI"; // what it measures
     std::string channel = "CH1";
+    bool toldNoHeader = false;
     std::deque<int> events;
 };
 
@@ -103,6 +107,8 @@ struct LabInstrumentFaults {
     bool garbage = false;
     bool unterminated = false;
     bool longNumbers = false;
+    bool headers = false;     // scopes
+    bool otherSerial = false; // the USB sourcemeter
 };
 
 // Takes one line of the fault text apart that begins with `device`; false when it is none of the
@@ -136,6 +142,7 @@ void multimeterTakes(const std::string& message);
 void multimeterTalks(); // puts the newest reading into its output
 void clearMultimeter();
 void sourcemeterTakes(LabInstrument who, const std::string& message);
+void switchOffSourcemeter(LabInstrument who);       // what it keeps is its command set
 void sourcemeterHadNothingToSay(LabInstrument who); // and was asked
 void scopeTakes(LabInstrument who, const std::string& message);
 void analyzerTakes(const std::string& message, const char* terminator);

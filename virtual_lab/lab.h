@@ -203,6 +203,8 @@ const std::vector<LabRead>& labReads();
 //   <who> garbage                       answers without any digit
 //   <who> unterminated                  answers without a line feed
 //   <who> long                          numbers of 40 characters (scopes) or 120 (the others)
+//   scope headers                       the command's name before each value, until HEADER OFF
+//   k2450 other                         one with another serial number, 04412345
 // <who> is multimeter, sourcemeter, analyzer, k2450, scope, or instrument: all of them. A search
 // for USB instruments finds the k2450, too, and before the scopes: the scope alone switched off,
 // the last one found is the k2450.

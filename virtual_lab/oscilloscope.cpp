@@ -65,7 +65,13 @@ static int execute(LabInstrument who, const ScpiCommand& command, std::string& a
         }
         return 0;
     }
-    if (is("*CLS")) {
+    if (is("HEADer")) {
+        if (command.parameters.size() != 1) return wrongArgument;
+        const std::string& word = command.parameters[0];
+        const bool off = word == "0" || scpiWordIs(word, "OFF");
+        if (!off && word != "1" && !scpiWordIs(word, "ON")) return wrongArgument;
+        scope.toldNoHeader = off;
+    } else if (is("*CLS")) {
         scope.events.clear();
     } else if (is("*RST")) {
         scope = {};
@@ -90,6 +96,10 @@ void scopeTakes(LabInstrument who, const std::string& message) {
             noteError(who, std::to_string(event), command.text);
         }
         if (answer.empty()) continue;
+        // What a query is called stands before its value, but for the common ones.
+        if (lab.faults.instruments[who].headers && command.header[0] == ':' &&
+            !lab.instruments.scopes[who == labSecondScope].toldNoHeader)
+            answer = command.header + " " + answer;
         if (!answers.empty()) answers += ';';
         answers += answer;
     }

@@ -145,7 +145,9 @@ static double measure(Call& call) {
     double bias = source.on ? source.volts : 0, value = bias;
     if (meter.measures == 'I') {
         bool limited = false;
-        value = contactCurrent(source, limited);
+        // With its output off the source stands at 0 V behind its own small limit, and what is read
+        // is the meter's offset, not the sample.
+        value = source.on ? contactCurrent(source, limited) : 0;
         double range =
             meter.range > 0 ? meter.range : automaticRange(value, smallestAmps, largestAmps);
         value = digitizeCurrent(value, range, range / stepsOfRange);
@@ -163,7 +165,7 @@ static int read(Call& call) {
         return illegalValue;
     double value = 0;
     for (int i = 0; i < call.meter.count; ++i) value = measure(call); // the last one is told
-    call.answer = formattedReading(call.who, value);
+    call.answer = call.meter.sendsText ? formattedReading(call.who, value) : "#0\x81\xA3";
     call.takesMs = call.meter.count * call.meter.plc * mainsPeriodMs;
     return noError;
 }
@@ -221,8 +223,34 @@ static int setCount(Call& call) {
     return error;
 }
 
+static int setFormat(Call& call) {
+    if (call.command.query) {
+        call.answer = call.meter.sendsText ? "ASC" : "REAL";
+        return noError;
+    }
+    if (call.parameterCount() != 1) return missingParameter;
+    const std::string& word = call.command.parameters[0];
+    if (!scpiWordIs(word, "ASCii") && !scpiWordIs(word, "REAL")) return illegalValue;
+    call.meter.sendsText = !scpiWordIs(word, "REAL");
+    return noError;
+}
+
+static int setLanguage(Call& call) {
+    if (call.command.query) {
+        call.answer = call.meter.language;
+        return noError;
+    }
+    if (call.parameterCount() != 1) return missingParameter;
+    for (const char* language : {"SCPI", "SCPI2400", "TSP"})
+        if (scpiWordIs(call.command.parameters[0], language))
+            return call.meter.nextLanguage = language, noError;
+    return illegalValue;
+}
+
 static int reset(Call& call) {
     LabSourcemeter fresh;
+    fresh.language = call.meter.language;
+    fresh.nextLanguage = call.meter.nextLanguage;
     fresh.errorQueue = call.meter.errorQueue;
     fresh.eventStatus = call.meter.eventStatus;
     call.meter = fresh;
@@ -283,6 +311,8 @@ constexpr Entry entries[] = {
          call.answer = std::to_string(1);
          return noError;
      }},
+    {"*LANG", Form::Both, setLanguage},
+    {"FORMat[:DATA]", Form::Both, setFormat},
     {"SYSTem:ERRor[:NEXT]", Form::Query, nextError},
     {"SYSTem:ERRor:COUNt", Form::Query,
      [](Call& call) -> int {
@@ -321,6 +351,8 @@ constexpr Entry entries[] = {
 static int execute(Call& call) {
     for (const Entry& entry : entries) {
         if (!scpiMatches(call.command.header, entry.pattern)) continue;
+        // In its other command sets only the common commands are these.
+        if (call.meter.language != "SCPI" && entry.pattern[0] != '*') break;
         bool fits = entry.form == Form::Both || (entry.form == Form::Query) == call.command.query;
         return fits ? entry.execute(call) : undefinedHeader;
     }
@@ -358,6 +390,13 @@ void sourcemeterTakes(LabInstrument who, const std::string& message) {
         takesMs += call.takesMs;
     }
     if (!answer.empty()) reply(who, answer, "\n", takesMs);
+}
+
+void switchOffSourcemeter(LabInstrument who) {
+    LabSourcemeter& meter = lab.instruments.sourcemeters[who == labUsbSourcemeter];
+    LabSourcemeter fresh;
+    fresh.language = fresh.nextLanguage = meter.nextLanguage;
+    meter = fresh;
 }
 
 void sourcemeterHadNothingToSay(LabInstrument who) {

@@ -46,6 +46,12 @@ constexpr Resource resources[] = {
     {"USB0::0x0699::0x0368::C010002::INSTR", labSecondScope},
 };
 
+static const char* nameOf(const Resource& resource) {
+    const bool other = lab.faults.instruments[resource.instrument].otherSerial &&
+                       resource.instrument == labUsbSourcemeter;
+    return other ? "USB0::0x05E6::0x2450::04412345::INSTR" : resource.name;
+}
+
 static LabVisaObject* objectOf(uint32_t handle, LabVisaObject::Kind kind) {
     auto found = lab.instruments.visaObjects.find(handle);
     if (found == lab.instruments.visaObjects.end() || found->second.kind != kind) return nullptr;
@@ -128,8 +134,8 @@ ViStatus viFindRsrc(ViSession manager, const char* expression, ViSession* list, 
     std::deque<std::string> found;
     for (const Resource& resource : resources)
         if (instrumentPresent(resource.instrument) && !lab.faults.visaEmpty &&
-            matches(expression, resource.name))
-            found.push_back(resource.name);
+            matches(expression, nameOf(resource)))
+            found.push_back(nameOf(resource));
     if (count) *count = static_cast<uint32_t>(found.size());
     if (found.empty()) {
         if (list) *list = 0;
@@ -161,7 +167,7 @@ ViStatus viOpen(ViSession manager, const char* name, uint32_t accessMode, uint32
     if (accessMode != 0) return notSupported; // locks and stored settings are not modelled
     if (!name || !std::strstr(name, "::") || std::strpbrk(name, "?*+")) return invalidName;
     for (const Resource& resource : resources) {
-        if (!matches(name, resource.name) || !instrumentPresent(resource.instrument)) continue;
+        if (!matches(name, nameOf(resource)) || !instrumentPresent(resource.instrument)) continue;
         if (lab.faults.instruments[resource.instrument].refused) return busy;
         *session = addObject({LabVisaObject::Kind::Instrument, manager, {}, resource.instrument});
         return success;

@@ -103,7 +103,36 @@ TEST_F(PointMeasurementTest, IvCurveFollowsTheDiodesInOrder) {
         EXPECT_NEAR(points[i].second, truth * 1e6, 6 * labRangeNoise * 1.0 + 1e-6) << volts[i];
     }
     EXPECT_TRUE(labInstrumentErrors(labUsbSourcemeter).empty());
+    // A voltage, a wait and a reading each; what is set once comes to a few lines.
+    EXPECT_LE(labInstrumentCommands(labUsbSourcemeter).size(), 3 * volts.size() + 50);
     EXPECT_EQ(historyOf(Field::Information).back().substr(0, 12), "V=-0.016000,");
+}
+
+TEST_F(PointMeasurementTest, ASweepSaysWhatCutItAndWhoWasSilent) {
+    instrumentLink.currentLimit = 4e-8f; // less than the light gives beyond a few tenths of a volt
+    run(kindUsbSourcemeter, idIvMeasurement, [](NativeWindow& tool) {
+        press(tool, idSweepStart);
+        when([] { return labMeasurements().size() >= 150; },
+             [] {
+                 applyLabFaults("k2450 garbage");
+                 when([] { return sweepRecord.currentIndex >= 160; }, [] { applyLabFaults(""); });
+             });
+    });
+    const std::string& text = historyOf(Field::Information).back();
+    EXPECT_EQ(text.find("I-V curve measurement finished. No reading: "), 0u) << text;
+    EXPECT_NE(text.find(" of 200. Current limit reached"), std::string::npos) << text;
+}
+
+TEST_F(PointMeasurementTest, ASeriesReadsAtTheStoredBias) {
+    instrumentLink.currentLimit = limit;
+    instrumentLink.biasVoltage = 0.5f;
+    run(kindUsbSourcemeter, idTimeEvolution, [](NativeWindow& tool) {
+        const char* const typed[] = {"1", "1", "1"};
+        for (size_t i = 0; i < 3; ++i) tool.edits[i]->text = typed[i];
+        press(tool, idSeriesStart);
+    });
+    ASSERT_GT(labMeasurements().size(), 20u);
+    for (const LabMeasurement& each : labMeasurements()) EXPECT_EQ(each.biasVolts, 0.5);
 }
 
 // What a series must show at a time of its own, from the light's history.

@@ -8,6 +8,8 @@
 #include "instruments/usb_sourcemeter.h"
 #include "tests/doubles/doubles.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -101,9 +103,13 @@ std::string InstrumentsTest::reportOf(unsigned long status, unsigned long error)
 TEST_F(InstrumentsTest, GpibReportIsExact) {
     libraries.absent = {"ni4882.dll"};
     EXPECT_FALSE(gpibMultimeterOpen(18));
-    EXPECT_EQ(printed(), "ibdev Error\nIbsta() = 0x8000  < ERR >\nIberr() = 0 EDVR <Driver error>\n"
-                         "Ibcnt() = 0\n\n");
+    EXPECT_EQ(printed(),
+              "GPIB library: ni4882.dll not found, neither beside the program nor by the "
+              "system\nibdev Error\nIbsta() = 0x8000  < ERR >\nIberr() = 0 EDVR <Driver error>\n"
+              "Ibcnt() = 0\n\n");
     libraries = {};
+    gpibOpenDevice(18);
+    EXPECT_EQ(printed(), "GPIB library: C:\\Lumascan\\ni4882.dll\n");
     // Half of the bits each, so that two names at each other's place show.
     const std::pair<unsigned long, std::string> bits[] = {
         {0xAAAA, "0xaaaa  < ERR END RQS LOK CIC TACS DTAS"},
@@ -137,6 +143,7 @@ TEST_F(InstrumentsTest, FailedReadTakesTheDeviceOfflineForGood) {
     EXPECT_NE(printed().find("ibwrt Error\n"), std::string::npos); // the next write fails, too
     EXPECT_EQ(labInstrumentCommands(labSourcemeter), Commands{":READ?"});
     ASSERT_TRUE(gpibSourcemeterOpen(24));
+    gpibSourcemeterSetUp(0.0f, 1e-4f);
     EXPECT_NEAR(static_cast<double>(gpibSourcemeterRead()), labPhotoCurrent(0), 2e-10);
 }
 
@@ -150,7 +157,7 @@ TEST_F(InstrumentsTest, FailedConnectIsReportedAndKeepsTheLinkBeforeIt) {
         link.biasVoltage = static_cast<float>(bias);
         applyBias(bias, 1e-4);
         EXPECT_EQ(labBiasVolts(), bias);
-        EXPECT_EQ(printed(), "");
+        EXPECT_EQ(printed().find("Error"), std::string::npos);
         ASSERT_TRUE(applyLabFaults("gpib error " + call));
         answer("No MultiMeter devices found", BoxAnswer::Ok);
         link.gpibAddress = 18;
@@ -175,7 +182,8 @@ TEST_F(InstrumentsTest, StuckInstrumentsAreGivenUp) {
     ASSERT_TRUE(gpibSourcemeterOpen(24));
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
     applyLabFaults("instrument stuck");
-    EXPECT_EQ(waited(gpibSourcemeterRead), 10010); // and the pause behind a command
+    EXPECT_EQ(waited([] { return gpibSourcemeterRead(); }),
+              10010); // and the pause behind a command
     EXPECT_EQ(waited(usbSourcemeterRead), 5000);
     applyLabFaults("k2450 absent");
     ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
@@ -209,6 +217,17 @@ TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
               (Commands{"*idn?", "MEASUREMENT:IMMED:TYPE MEAN"}));
     EXPECT_NEAR(static_cast<double>(scopeRead(link.scopeInstrument)), labPhotoVoltage(), 0.012);
     EXPECT_EQ(labInstrumentCommands(labSecondScope).back(), ":MEASUREMENT:IMMED:VALUE?");
+
+    // Its header is taken off by a command, with what the 30 bytes have left of it.
+    applyLabFaults("k2450 absent\nscope count 2\nscope headers");
+    for (int i = 0; i < 2; ++i) {
+        const Reading reading = scopeRead(link.scopeInstrument);
+        EXPECT_NEAR(static_cast<double>(reading), labPhotoVoltage(), 0.012);
+        EXPECT_TRUE(reading.answered);
+    }
+    const Commands& told = labInstrumentCommands(labSecondScope);
+    EXPECT_EQ(std::count(told.begin(), told.end(), "HEADER OFF"), 1);
+    EXPECT_EQ(labInstrumentErrors(labSecondScope), Commands{});
 
     // A reply of more than 30 bytes leaves its rest to the next reading.
     applyLabFaults("k2450 absent\nscope count 2\nscope long");
@@ -284,9 +303,12 @@ TEST_F(InstrumentsTest, AnalyzerIsConnectedByTheStatusOneAlone) {
 
 TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
-    EXPECT_EQ(printed(), "Instrument Manufacturer: KEITHLEY INSTRUMENTS\n");
+    EXPECT_EQ(printed(), "VISA library: C:\\Lumascan\\VISA64.dll\n"
+                         "Instrument Manufacturer: KEITHLEY INSTRUMENTS\n");
     EXPECT_EQ(labInstrumentCommands(labUsbSourcemeter).front(), "*CLS\n");
     EXPECT_FALSE(labOutputOn());
+    const double offset = static_cast<double>(usbSourcemeterRead()); // with the output off
+    EXPECT_LT(std::abs(offset), 1e-11);
     usbSourcemeterSetUp(0.5f, 2e-8f);
     EXPECT_TRUE(labOutputOn());
     EXPECT_NEAR(labCurrentLimit(), 2e-8, 1e-12);
@@ -301,6 +323,131 @@ TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
         EXPECT_FALSE(usbSourcemeterOpen(0.0)) << fault;
         EXPECT_EQ(labCounters().visaSessions, sessions) << fault;
     }
+}
+
+// A number that looks like a reading is one only when the instrument has been reached.
+TEST_F(InstrumentsTest, AReadingTellsWhetherItWasAnswered) {
+    openBareWindow();
+    const struct {
+        int kind, gpibAddress;
+        std::vector<const char*> faults; // each takes the answer away
+    } kinds[] = {{0, 18, {"board unplugged"}},
+                 {2, 18, {"multimeter garbage", "multimeter stuck", "gpib error ibrd"}},
+                 {3, 24, {"sourcemeter garbage", "sourcemeter silent", "gpib error ibwrt"}},
+                 {4, 18, {"k2450 garbage", "k2450 stuck", "k2450 silent", "k2450 absent"}},
+                 {5, 18, {"k2450 absent\nscope garbage", "scope absent"}},
+                 {6, 18, {"analyzer garbage", "analyzer silent", "analyzer absent"}},
+                 {7, 17, {"analyzer garbage", "analyzer stuck", "gpib absent"}}};
+    for (const auto& each : kinds) {
+        link.gpibAddress = each.gpibAddress;
+        for (const char* fault : each.faults) {
+            SCOPED_TRACE(fault);
+            applyLabFaults(each.kind == kindOscilloscope ? "k2450 absent" : "");
+            link.ammeterKind = kindArduino;
+            openLaserLink(laserLink, nullptr);
+            answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+            connectInstrument(each.kind);
+            ASSERT_EQ(link.ammeterKind, each.kind);
+            applyBias(0.5, 1e-3);
+            readPhotocurrent();
+            EXPECT_TRUE(lastReadingAnswered());
+            ASSERT_TRUE(applyLabFaults(fault));
+            EXPECT_EQ(readPhotocurrent(), 0.0f);
+            EXPECT_FALSE(lastReadingAnswered());
+        }
+    }
+    for (int kind : {1, 8}) {
+        link.ammeterKind = kind;
+        readPhotocurrent();
+        EXPECT_FALSE(lastReadingAnswered());
+    }
+}
+
+TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
+    ASSERT_TRUE(usbSourcemeterOpen(0.0));
+    link.ammeterKind = kindUsbSourcemeter;
+    for (double limit : {1e-3, 2e-8, 1e-3}) {
+        applyBias(0.5, limit);
+        readPhotocurrent();
+        if (limit < 1e-3) applyBias(0.0, 1e-3); // only the reading has seen it
+        EXPECT_EQ(biasWasLimited(), limit < 1e-3);
+    }
+    applyBias(0.5, 2e-8); // no reading: only the source knows
+    EXPECT_TRUE(biasWasLimited());
+    ASSERT_TRUE(gpibSourcemeterOpen(24));
+    link.ammeterKind = kindGpibSourcemeter;
+    applyBias(0.5, 1e-4);
+    readPhotocurrent();
+    EXPECT_FALSE(biasWasLimited());
+    EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
+}
+
+// What the last one left at the instrument, sent to it past the program.
+void tellUsbSourcemeter(const std::string& lines) {
+    const Visa visa = loadVisa();
+    ViSession manager = 0, meter = 0;
+    ASSERT_EQ(visa.viOpenDefaultRM(&manager), 0);
+    ASSERT_EQ(visa.viOpen(manager, "USB0::0x05E6::0x2450::04437886::INSTR", 0, 0, &meter), 0);
+    uint32_t written = 0;
+    visa.viWrite(meter, reinterpret_cast<const uint8_t*>(lines.data()),
+                 static_cast<uint32_t>(lines.size()), &written);
+    visa.viClose(manager);
+}
+
+TEST_F(InstrumentsTest, UsbSourcemeterIsTakenAsSomebodyLeftIt) {
+    tellUsbSourcemeter(":FORM REAL;:SENS:COUN 7;:SOUR:VOLT:RANG 0.2;:OUTP ON\n");
+    ASSERT_TRUE(usbSourcemeterOpen(0.0));
+    EXPECT_FALSE(labOutputOn());
+    const size_t before = labMeasurements().size();
+    usbSourcemeterSetUp(1.5f, 1e-4f);
+    EXPECT_EQ(labBiasVolts(), 1.5);
+    EXPECT_TRUE(usbSourcemeterRead().answered);
+    EXPECT_EQ(labMeasurements().size(), before + 1);
+    EXPECT_EQ(takeUsbSourcemeterRefusal(), "");
+
+    // Another one of its model does as well.
+    applyLabFaults("k2450 other");
+    printed();
+    EXPECT_TRUE(usbSourcemeterOpen(0.0));
+    EXPECT_NE(printed().find("USB sourcemeter: USB0::0x05E6::0x2450::04412345::INSTR\n"),
+              std::string::npos);
+    applyLabFaults("");
+
+    // One that speaks another language does not; that comes with its next start.
+    for (const char* language : {"SCPI2400", "TSP", "SCPI"}) {
+        tellUsbSourcemeter("*LANG "s + language + "\n");
+        applyLabFaults("k2450 absent");
+        applyLabFaults("");
+        printed();
+        const bool right = language == "SCPI"s;
+        EXPECT_EQ(usbSourcemeterOpen(0.0), right);
+        EXPECT_EQ(printed().find("its command set is "s + language + ". Set it to SCPI") ==
+                      std::string::npos,
+                  right);
+    }
+}
+
+TEST_F(InstrumentsTest, WhatTheUsbSourcemeterRefusesIsSaidOnce) {
+    openBareWindow();
+    ASSERT_TRUE(usbSourcemeterOpen(0.0));
+    printed();
+    for (int i = 0; i < 2; ++i) usbSourcemeterSetUp(0.5f, 5.0f); // A; it has 1.05
+    const std::string words = "-222,\"Parameter data out of range\"";
+    EXPECT_EQ(printed(), "USB sourcemeter: refused: " + words + "\n");
+    EXPECT_EQ(textIn(Field::Information), "USB sourcemeter refused: " + words);
+    EXPECT_EQ(takeUsbSourcemeterRefusal(), words);
+    // Only the voltage changes: one line. Somebody may have come after 0 V: all of them.
+    const Commands& commands = labInstrumentCommands(labUsbSourcemeter);
+    for (const auto& [volts, lines] : {std::pair{0.6f, 7u}, {0.7f, 1u}, {0.0f, 1u}, {0.1f, 7u}}) {
+        const size_t before = commands.size();
+        usbSourcemeterSetUp(volts, 1e-4f);
+        EXPECT_EQ(commands.size() - before, lines) << volts;
+    }
+    applyLabFaults("k2450 silent");
+    printed();
+    for (int i = 0; i < 3; ++i) usbSourcemeterRead();
+    EXPECT_EQ(printed(), "USB sourcemeter: viRead: Timeout expired before operation completed. "
+                         "(0xBFFF0015)\n");
 }
 
 struct Notice {
