@@ -310,6 +310,11 @@ void setSpeed(StageAxis& axis, int32_t speed) {
     if (writeEngine(axis, changed)) axis.engine = changed;
 }
 
+static bool isTowardsLimit(const StageAxis& axis, double um) {
+    return (axis.rightLimitOn && um > axis.positionUm) ||
+           (axis.leftLimitOn && axis.positionUm > um);
+}
+
 bool startMoveTo(StageAxis& axis, double um) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;
@@ -320,8 +325,8 @@ bool startMoveTo(StageAxis& axis, double um) {
         return false;
     }
     if (um == axis.positionUm) return true;
-    if (axis.rightLimitOn && um > axis.positionUm) return false;
-    if (axis.leftLimitOn && axis.positionUm > um) return false;
+    if (isTowardsLimit(axis, um)) readPosition(axis); // the stage may have left the switch since
+    if (isTowardsLimit(axis, um)) return false;
     StepCount steps = stepsOf(um);
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
     return heeded(axis, ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps),
