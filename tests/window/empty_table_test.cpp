@@ -39,7 +39,7 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     // Three columns and two rows with the default step of 1 um (6.84 pixels).
     ASSERT_NO_FATAL_FAILURE(selectArea(600, 500, 615, 507));
     ASSERT_NO_FATAL_FAILURE(startScan());
-    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd(". Not reached: 6 from row 1, column 1"));
     EXPECT_EQ(textOf(x), "-75.0");
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 

@@ -454,21 +454,22 @@ TEST_F(Laboratory, EndsScansInWhichADeviceFails) {
     ASSERT_NO_FATAL_FAILURE(start(2.0));
     struct Case {
         const char* fault;
-        Area area; // a grid of its own for each, so that no name occurs twice
+        const char* trouble; // as the operator is told
+        Area area;           // a grid of its own for each, so that no name occurs twice
     };
     const Case cases[] = {
-        {"camera lost\n", {600, 490, 630, 520, 2.0, 3, 3}},
-        {"limit x right at 0\n", {600, 490, 658, 520, 2.0, 5, 3}},
-        {"axis x stalled\n", {600, 490, 644, 520, 2.0, 4, 3}},
-        {"board unplugged\n", {600, 490, 672, 520, 2.0, 6, 3}},
+        {"camera lost\n", ". No camera: ", {600, 490, 630, 520, 2.0, 3, 3}},
+        {"limit x right at 0\n", ". Not reached: ", {600, 490, 658, 520, 2.0, 5, 3}},
+        {"axis x stalled\n", ". Not reached: ", {600, 490, 644, 520, 2.0, 4, 3}},
+        {"board unplugged\n", ". No laser board: ", {600, 490, 672, 520, 2.0, 6, 3}},
     };
-    for (const auto& [fault, area] : cases) {
+    for (const auto& [fault, trouble, area] : cases) {
         SCOPED_TRACE(fault);
         ASSERT_NO_FATAL_FAILURE(select(area));
         ASSERT_NO_FATAL_FAILURE(startScan());
         ASSERT_TRUE(await([&] { return percentDone() >= 33; }, patiently));
         breakLaboratory(program.folder, fault);
-        ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+        ASSERT_NO_FATAL_FAILURE(awaitScanEnd(trouble));
         breakLaboratory(program.folder, "");
 
         std::string what = fault;

@@ -77,9 +77,11 @@ protected:
         return percent;
     }
 
-    void awaitScanEnd() {
+    // `trouble`: what the program then says beside it begins so; nothing, when it is empty.
+    void awaitScanEnd(const std::string& trouble = "") {
         ASSERT_TRUE(awaitText(startButton(), "Start", 4 * patiently));
-        ASSERT_EQ(textOf(information()), "Mapping finished");
+        const std::string said = textOf(information()), wanted = "Mapping finished" + trouble;
+        ASSERT_EQ(trouble.empty() ? said : said.substr(0, wanted.size()), wanted);
     }
 
     void closeProgram() {
