@@ -1,15 +1,15 @@
 // Leaves the set-up safe before the program ends by force.
 #include "app/fatal.h"
 
-#include "app/process.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "motion/stage.h"
+#include "session/forced_end.h"
+#include "session/process.h"
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 
 void makeSafe() {
@@ -23,14 +23,8 @@ void makeSafe() {
     busy = false;
 }
 
-void endProgram(const char* reason) {
-    std::fprintf(stderr, "%s\n", reason);
-    makeSafe();
-    std::signal(SIGABRT, SIG_DFL);
-    std::abort();
-}
-
 void makeSafeAtAbort() {
+    makeSafeAtForcedEnd = makeSafe;
     std::set_terminate([] { endProgram("an exception that nobody caught"); });
     std::signal(SIGABRT, [](int) {
         std::signal(SIGABRT, SIG_DFL);

@@ -6,9 +6,5 @@
 // that is not the windows'.
 void makeSafe();
 
-// Prints the reason to standard error, makes the set-up safe and aborts. For what must not happen:
-// a reply or a command that no instrument of this set-up can mean.
-[[noreturn]] void endProgram(const char* reason);
-
 // Makes the set-up safe also when something else aborts the program.
 void makeSafeAtAbort();

@@ -1,13 +1,14 @@
 // Starts everything in a fixed order and ends it in another.
 #include "app/program.h"
 
-#include "app/data_folders.h"
 #include "app/fatal.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
 #include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
@@ -15,9 +16,10 @@
 #include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface.h"
+#include "screen/screen.h"
+#include "session/data_folders.h"
+#include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 namespace {
 
@@ -31,7 +33,19 @@ void connectDevices() {
 
 } // namespace
 
+void connectFloors() {
+    stageHooks.stopAll = stopAllStages;
+    stageHooks.nudgeFocus = [](double um) {
+        if (nudgeAfterMove(stageZ, um)) return false;
+        moveBy(stageZ, um);
+        refreshPositions();
+        return true;
+    };
+    onLiveViewStart = [] { computeScanArea(scanArea); };
+}
+
 bool startUp(int showCommand) {
+    connectFloors();
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     allocateMaps();
@@ -48,7 +62,7 @@ bool startUp(int showCommand) {
     if (!createMainWindow(showCommand)) return false;
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
     setLaserLevel(0);
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
     setLaserOutput(1);
     closeStartupNotice();
     return true;
@@ -58,7 +72,7 @@ void shutDown() {
     writeSettingsFile(dataFolders.configPath);
     setLaserOutput(0);
     setLaserLevel(0);
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     releaseWideView();
     stopImaging();
     closeLaserLink(laserLink);

@@ -4,6 +4,7 @@
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/files.h"
@@ -19,7 +20,6 @@ namespace {
 constexpr int longestLine = 4096;
 
 constexpr double defaultScanStep = 1.0;
-constexpr double defaultLaserLevel = 4.0;
 constexpr int32_t largestLaserOffset = 10000; // pixels; a scan starts within 2 mm of the stage
 constexpr double largestLaserLevel = 1000.0;  // keeps texts and file names printable
 
@@ -32,7 +32,7 @@ double finiteOr(double fallback, double value, double lowest, double highest) {
 SessionSettings currentSettings() {
     const InstrumentLink& link = instrumentLink;
     return {.scanStep = scanArea.scanStep,
-            .laserLevel = scanArea.laserLevel,
+            .laserLevel = laserLevel,
             .laserOffsetX = laserOffset.x,
             .laserOffsetY = laserOffset.y,
             .equipmentKind = link.ammeterKind,
@@ -48,7 +48,7 @@ void applySettings(const SessionSettings& settings) {
     InstrumentLink& link = instrumentLink;
     scanArea.scanStep =
         finiteOr(defaultScanStep, settings.scanStep, scanStepLowest, scanStepHighest);
-    scanArea.laserLevel =
+    laserLevel =
         finiteOr(defaultLaserLevel, settings.laserLevel, -largestLaserLevel, largestLaserLevel);
     const auto offset = [](int32_t pixels) {
         return std::clamp(pixels, -largestLaserOffset, largestLaserOffset);

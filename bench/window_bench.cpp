@@ -2,7 +2,6 @@
 // what a waiting program costs. With the laboratory's DLLs beside it the map points are measured
 // too. Run it under tests/window/run_under_wine.sh --cable, or on Windows.
 #include "app/program.h"
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "instruments/ammeter.h"
@@ -12,7 +11,9 @@
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/win32/handles.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 
 #include <windows.h>
 

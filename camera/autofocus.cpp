@@ -1,16 +1,18 @@
 // Searches the laser's focus.
 #include "camera/autofocus.h"
 
-#include "app/responsive_wait.h"
-#include "app/stopwatch.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
-#include "ui/commands.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
+#include "session/stopwatch.h"
 
 #include <algorithm>
 #include <array>
@@ -171,7 +173,7 @@ void goToPeak(FocusState& state, const FocusCurve& curve) {
 
 void darken() {
     setLaserOutput(0);
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
 }
 
 } // namespace
@@ -211,15 +213,15 @@ int focusSweep(FocusState& state) {
     const SweepLevel& sweep = levels[std::clamp(level, 0, highestLevel)];
     FocusCurve curve(static_cast<size_t>(sweep.steps));
     state.found = 0;
-    processRunning = 1;
-    darken();
-    showInformation("Focusing has started");
-    double startUm = 0.0;
-    if (goToStart(sweep, startUm) == SweepEnd::Finished &&
-        stepDown(state, sweep, startUm, curve) == SweepEnd::Finished)
-        goToPeak(state, curve);
-
-    processRunning = 0;
+    {
+        const RunningProcess running;
+        darken();
+        showInformation("Focusing has started");
+        double startUm = 0.0;
+        if (goToStart(sweep, startUm) == SweepEnd::Finished &&
+            stepDown(state, sweep, startUm, curve) == SweepEnd::Finished)
+            goToPeak(state, curve);
+    }
     grabAndDraw();
     drawCircleMark(mainWindow, laserOffset.x, imageHeight - laserOffset.y, 5, markRed);
     refreshPositions();
@@ -254,7 +256,7 @@ int autoFocus(FocusState& state) {
     moveBy(stageZ, -1.0);
     // Every sweep has switched both off: what was before the first one counts.
     setLaserOutput(wasIlluminated ? 1 : 0);
-    switchLiveView(wasLive ? 1 : 0);
+    switchLiveView(wasLive ? LiveView::On : LiveView::Off);
     const bool reached = focusFactor(state) >= focusedFactor;
     // However bright the spot is: with its stage gone nobody has searched.
     showInformation(axisIsLost(stageZ) ? "Focusing incompleted! Stage Z lost"

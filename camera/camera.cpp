@@ -1,11 +1,11 @@
 // Connects the camera, applies its settings and grabs frames.
 #include "camera/camera.h"
 
-#include "app/refusals.h"
 #include "camera/Basler_camera.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/refusals.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,6 @@
 // Draws the picture through a bitmap in memory, so that it appears whole with its marks.
 #include "camera/display.h"
 
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/spot.h"
 #include "platform/clock.h"
@@ -9,7 +8,8 @@
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/widen.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/responsive_wait.h"
 
 int32_t cameraImageCounter = 0;
 int32_t windowImageCounter = 0;

@@ -1,9 +1,9 @@
 // Puts the picture on the main window and saves pictures and windows as image files.
 #pragma once
 
-#include "app/data_folders.h"
 #include "platform/surface_owners.h"
 #include "platform/window_handle.h"
+#include "session/data_folders.h"
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 // The camera SDK's objects over its C functions.
 #include "camera/pylon.h"
 
-#include "app/refusals.h"
 #include "platform/text_format.h"
+#include "session/refusals.h"
 
 #include <algorithm>
 #include <cmath>

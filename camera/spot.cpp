@@ -2,7 +2,7 @@
 #include "camera/spot.h"
 
 #include "platform/text_format.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
 
 #include <algorithm>
 

@@ -1,13 +1,13 @@
 // Makes the wide view and keeps it, so that it survives what covers the window.
 #include "camera/wide_view.h"
 
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "motion/stage.h"
 #include "platform/surface_owners.h"
-#include "ui/commands.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 
 namespace {
 
@@ -88,7 +88,7 @@ int wideViewImaging() {
     const Centre centre{stageX.positionUm, stageY.positionUm};
     showInformation("Wide view imaging");
     stopRequested = 0;
-    processRunning = 1;
+    const RunningProcess running;
     wideView = 1; // the scan area stays what it was on the view that it was drawn on
     wideFactor = tilesAcross;
     clearMosaic();
@@ -103,7 +103,6 @@ int wideViewImaging() {
     moveXYTo(centre.x, centre.y, motorSpeed);
     refreshPositions();
     waitResponsive(10);
-    processRunning = 0;
     return 1;
 }
 

@@ -2,40 +2,10 @@
 // kind.
 #pragma once
 
-#include "instruments/reading.h"
+#include "instruments/kinds.h"
 
 #include <cstdint>
 #include <string>
-
-enum EquipmentKind : int32_t {
-    kindArduino = 0,
-    kindNiDaq = 1,
-    kindGpibMultimeter = 2,
-    kindGpibSourcemeter = 3,
-    kindUsbSourcemeter = 4,
-    kindOscilloscope = 5,
-    kindAnalyzerEthernet = 6,
-    kindAnalyzerGpib = 7,
-};
-constexpr int equipmentKindCount = 8;
-extern const wchar_t* const equipmentNames[equipmentKindCount];
-
-struct InstrumentLink {
-    int32_t ammeterKind = kindArduino;
-    int32_t gpibAddress = 18; // primary address
-    // The parameter analyzer: a private address that most routers leave free, and its TCP port.
-    int32_t ipAddress[4] = {192, 168, 0, 10};
-    int32_t kxciPort = 1225;
-    int32_t gpibBoard = 0;
-    int32_t gpibDevice = -1;
-    uint32_t visaResourceManager = 0;
-    uint32_t scopeInstrument = 0;
-    float biasVoltage = 0.0f;     // V; as the dialog says
-    float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
-    float currentLimit = 0.0001f; // A
-};
-
-extern InstrumentLink instrumentLink;
 
 // One reading in the unit of the selected kind: volts from the laser board's analog input (kind 0).
 // 0 for the kinds that have no instrument behind them.
@@ -74,8 +44,5 @@ void connectInstrumentAtStart();
 // Shuts the selected instrument down at exit: bias 0 V, then its output and its link.
 void disconnectInstrument();
 
-// "V_ph (V)" for the oscilloscope, "I_ph (uA)" otherwise.
-const char* unitLabel();
-
-// The true unit of a reading of `kind`, whatever the label says: "V", "uA" or "A".
-const char* readingUnit(int32_t kind);
+// The row of the selected kind.
+const InstrumentKind& selectedInstrument();

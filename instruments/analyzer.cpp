@@ -1,14 +1,14 @@
 // Talks to the parameter analyzer.
 #include "instruments/analyzer.h"
 
-#include "app/refusals.h"
 #include "instruments/ammeter.h"
 #include "instruments/gpib.h"
 #include "instruments/kxci.h"
 #include "instruments/number_extraction.h"
 #include "instruments/vendor_library.h"
 #include "platform/text_format.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/refusals.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,13 +1,13 @@
 // Talks to the instruments on the GPIB bus.
 #include "instruments/gpib.h"
 
-#include "app/fatal.h"
 #include "instruments/ammeter.h"
 #include "instruments/ni488.h"
 #include "instruments/number_extraction.h"
 #include "instruments/vendor_library.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
+#include "session/forced_end.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,13 +1,13 @@
 // Talks to the laser controller board.
 #include "instruments/laser_link.h"
 
-#include "app/fatal.h"
-#include "app/responsive_wait.h"
 #include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/forced_end.h"
+#include "session/responsive_wait.h"
 
 #include <cstdio>
 #include <cstdlib>

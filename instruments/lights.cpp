@@ -1,14 +1,17 @@
 // The laser and the illumination: what they are meant to be, and what the board was told.
+#include "instruments/lights.h"
+
 #include "instruments/laser_link.h"
-#include "mapping/scan_area.h"
 #include "platform/messages.h"
 #include "platform/truncate.h"
-#include "ui/control_ids.h"
-#include "ui/screen.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
 
 #include <algorithm>
 #include <atomic>
 #include <string>
+
+double laserLevel = defaultLaserLevel;
 
 namespace {
 
@@ -36,7 +39,7 @@ bool sendIllumination(bool on) {
 }
 
 bool sendLaser(bool on) {
-    const double volts = on ? scanArea.laserLevel : 0.0;
+    const double volts = on ? laserLevel : 0.0;
     const int level = truncated(volts / outputFullScaleVolts * 255.0);
     return laserAnalogWrite(laserLink, laserPin, std::clamp(level, 0, 255)) != 0;
 }

@@ -1,7 +1,7 @@
 // Walks a reply and keeps what belongs to a number.
 #include "instruments/number_extraction.h"
 
-#include "app/fatal.h"
+#include "session/forced_end.h"
 
 #include <algorithm>
 #include <cstdio>

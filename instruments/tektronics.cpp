@@ -1,7 +1,7 @@
 // Finds, sets and reads the oscilloscope.
 #include "instruments/tektronics.h"
 
-#include "app/refusals.h"
+#include "session/refusals.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 // Talks SCPI to the sourcemeter; the commands are those of its reference manual.
 #include "instruments/usb_sourcemeter.h"
 
-#include "app/refusals.h"
 #include "instruments/number_extraction.h"
 #include "instruments/visa.h"
 #include "platform/text_format.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/refusals.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Loads a vendor's library aloud.
 #include "instruments/vendor_library.h"
 
-#include "app/refusals.h"
+#include "session/refusals.h"
 
 LibraryHandle loadVendorLibrary(const char* name, const char* fileName) {
     LibraryHandle library = loadLibrary(fileName);

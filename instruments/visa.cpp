@@ -1,9 +1,9 @@
 // Finds the VISA functions in their library.
 #include "instruments/visa.h"
 
-#include "app/refusals.h"
 #include "instruments/vendor_library.h"
 #include "platform/text_format.h"
+#include "session/refusals.h"
 
 #include <cstring>
 

@@ -1,16 +1,15 @@
 // Moves the stage to a clicked point.
 #include "mapping/click_positioning.h"
 
-#include "app/responsive_wait.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
-#include "ui/commands.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/responsive_wait.h"
 
 namespace {
 
@@ -33,7 +32,7 @@ void pickLaserSpot(int x, int y) {
         laserOffset = {x, row};
         computeScanArea(scanArea);
     }
-    switchLiveView(1); // the button has switched it off
+    switchLiveView(LiveView::On); // the button has switched it off
 }
 
 void moveToClickedPoint(int x, int y) {
@@ -62,6 +61,6 @@ void moveToClickedPoint(int x, int y) {
     if (!mainWindow) return; // closed meanwhile
     if (!arrived) showMessageBox(mainWindow, "Motor limited", "Motor error", BoxButtons::Ok);
     waitResponsive(100);
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
     refreshPositions();
 }

@@ -1,7 +1,6 @@
 // Draws maps into their windows.
 #include "mapping/map_rendering.h"
 
-#include "app/responsive_wait.h"
 #include "camera/display.h"
 #include "camera/picture.h"
 #include "instruments/ammeter.h"
@@ -10,7 +9,8 @@
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/responsive_wait.h"
 
 #include <algorithm>
 
@@ -195,9 +195,9 @@ void drawColourBarOn(ContextHandle target) {
 }
 
 void drawScaleLabelsOn(ContextHandle target) {
-    const bool volts = mapConditions().ammeterKind == kindOscilloscope;
-    const auto label = [volts](float value) {
-        return formatted(volts ? "%.2fV" : "%.1fuA", static_cast<double>(value));
+    const char* format = instrumentKind(mapConditions().ammeterKind).unit->scaleFormat;
+    const auto label = [format](float value) {
+        return formatted(format, static_cast<double>(value));
     };
     const int left = scanArea.mapWidthPx + 10;
     drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);

@@ -1,25 +1,26 @@
 // Runs one mapping.
 #include "mapping/raster_scan.h"
 
-#include "app/data_folders.h"
-#include "app/responsive_wait.h"
-#include "app/stopwatch.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
-#include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
+#include "session/data_folders.h"
+#include "session/responsive_wait.h"
+#include "session/stopwatch.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -123,7 +124,7 @@ void measurePoint(const Point& point, int mapRow) {
         trouble.count(point.row, point.column);
         silent = true;
     };
-    const bool boardIsInstrument = instrumentLink.ammeterKind == kindArduino;
+    const bool boardIsInstrument = selectedInstrument().overTheBoard;
     heed(lastReadingAnswered(), boardIsInstrument ? report.board : report.instrument);
     if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
     if (confocalEnabled) {
@@ -187,7 +188,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
 void showScanAreaForConsent() {
     checkRadio(idLaserView, idSampleView, idSampleView);
     waitResponsive(1000);
-    switchLiveView(7);
+    switchLiveView(LiveView::FreshFrame);
     showScanArea();
 }
 
@@ -223,7 +224,7 @@ void returnHome(const ScanPlace& place) {
     controlCamera(cameraState, cameraAutomatic);
     setLaserOutput(1);
     setLaserLevel(0);
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     refreshPositions();
     if (report.pointsInDoubt > 0) showPercentDone(report.pointsDone); // over the move's own text
     showInformation("Mapping finished");

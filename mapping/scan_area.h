@@ -10,8 +10,7 @@ constexpr double scanStepLowest = 0.1;
 constexpr double scanStepHighest = 40.0;
 
 struct ScanArea {
-    double scanStep = 1.0;   // um between neighbouring points
-    double laserLevel = 4.0; // V, the drive sent when the laser is switched on
+    double scanStep = 1.0; // um between neighbouring points
 
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down

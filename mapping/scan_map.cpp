@@ -1,17 +1,18 @@
 // Keeps the maps and writes them as text.
 #include "mapping/scan_map.h"
 
-#include "app/data_folders.h"
 #include "camera/camera.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/data_folders.h"
 
 ScanMap scanMap;
 
@@ -29,11 +30,11 @@ ScanConditions presentConditions() {
     now.cols = scanArea.cols;
     now.rows = scanArea.rows;
     now.stepUm = scanArea.scanStep;
-    now.laserLevel = scanArea.laserLevel;
+    now.laserLevel = laserLevel;
     now.biasVoltage = instrumentLink.biasVoltage;
     now.currentLimit = instrumentLink.currentLimit;
     now.ammeterKind = instrumentLink.ammeterKind;
-    now.unit = readingUnit(now.ammeterKind);
+    now.unit = selectedInstrument().unit->name;
     now.confocal = confocalEnabled != 0;
     now.homeXUm = stageX.positionUm;
     now.homeYUm = stageY.positionUm;

@@ -1,12 +1,12 @@
 // Moves the serial stepper stage by text commands and follows its replies.
 #include "motion/serial_stage.h"
 
-#include "app/responsive_wait.h"
+#include "motion/stage.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
-#include "ui/commands.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/responsive_wait.h"
 
 #include <algorithm>
 #include <cmath>

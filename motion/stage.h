@@ -1,69 +1,7 @@
-// The three stage axes. Everything above speaks micrometres; a controller counts full motor steps
-// and microsteps. Without a controller an axis acts on its cached position alone.
+// Moves of the stage and their arrival.
 #pragma once
 
-#include "motion/libximc.h"
-
-#include <cstdint>
-#include <string>
-
-constexpr double umPerFullStep = 250.0 / 200.0; // pitch of the stage's lead screw drive
-constexpr double microstepsPerFullStep = 256.0;
-
-constexpr int32_t motorSpeed = 500; // full steps per second: opening, scans, two-axis moves
-constexpr int32_t focusSpeed = 300; // full steps per second: Z moves typed by the operator
-
-struct StageAxis {
-    uint32_t axisNumber = 0; // 0 no controller, 1 X, 2 Y, 3 Z
-    engine_settings_t engine{};
-    int deviceId = -1;
-    status_t status{};
-    uint32_t rightLimitOn = 0;
-    uint32_t leftLimitOn = 0;
-    double positionUm = 0.0;     // cached, relative to the program's zero
-    int32_t zeroOffsetSteps = 0; // controller step count that the program calls 0 um
-    bool engineKnown = false;    // `engine` was read from this controller and may be written back
-    int lostBy = 0;              // the library's result that ended its controller; 0 it answers
-};
-
-extern StageAxis stageX, stageY, stageZ;
-
-// Which found controller drives which axis: index into "XYZ", "XZY", "YXZ", "YZX", "ZXY", "ZYX".
-extern int32_t axisOrder;
-
-extern char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
-extern char ximc_version_str[33];
-
-// Finds and opens the controllers and calls the present place 0 um on every axis. Three that are
-// found get their axes by their places in the list, and their names are kept; of fewer an axis gets
-// the one that had its place by its name, and the others stay closed. So does one that does not
-// open or does not count 256 microsteps. False when none is driven.
-bool openStages(int32_t order, int32_t speed);
-
-// The axes without a controller that answers, as "X, Z"; empty when there is none.
-std::string silentAxes();
-
-// A line for each axis: its letter and its controller's name, or why it has none.
-std::string axisList();
-
-void closeStage(StageAxis& axis);
-
-// The controller has answered -1 (error) or -4 (no device). It is said once, the axis is no longer
-// asked (a mute controller blocks the caller for 7 s at each call) and its moves fail at once until
-// the stages are opened again; its cached position stays the last one that was read.
-bool axisIsLost(const StageAxis& axis);
-
-// Asks the controller; also refreshes the limit switches. Micrometres.
-double readPosition(StageAxis& axis);
-double currentPositionUm(const StageAxis& axis); // without asking
-void setPosition(StageAxis& axis, double um);    // declares the present place to be `um`
-
-// Full steps per second, clamped to 0..1000; 0 is not sent.
-void setSpeed(StageAxis& axis, int32_t speed);
-
-// True when the move was started or the axis is there already; false without a controller and
-// towards an active limit switch.
-bool startMoveTo(StageAxis& axis, double um);
+#include "motion/axis.h"
 
 enum ArrivalCode : int { notArrived = 0, arrived = 1, leftLimit = 2, rightLimit = 3 };
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
@@ -77,9 +15,6 @@ bool standsAt(StageAxis& axis, double targetUm, double toleranceUm);
 bool moveTo(StageAxis& axis, double um); // starts and waits
 bool moveBy(StageAxis& axis, double deltaUm);
 
-// True inside the wait of a move.
-bool stageIsMoving();
-
 // While a move of the axis is under way: moves it by `um` once that has arrived (one such nudge at
 // a time; none is left of a move that does not arrive). False, and nothing happens, else.
 bool nudgeAfterMove(const StageAxis& axis, double um);
@@ -91,13 +26,5 @@ bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int
 bool moveXYTo(double x, double y, int32_t speed);
 bool moveXYBy(double dx, double dy, int32_t speed);
 
-void stopStage(StageAxis& axis);
-void stopAllStages();
-void closeAllStages();
-
-// Micrometres to the controller's counts: microsteps 0..255.
-struct StepCount {
-    int32_t fullSteps;
-    int32_t microsteps;
-};
-StepCount stepsOf(double um);
+// Writes the cached positions of the three axes into their read-outs.
+void refreshPositions();

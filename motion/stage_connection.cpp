@@ -3,7 +3,7 @@
 
 #include "motion/stage.h"
 #include "platform/message_box.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
 
 #include <string>
 

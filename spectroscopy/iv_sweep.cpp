@@ -1,14 +1,15 @@
 // Sweeps the bias and reads the current.
 #include "spectroscopy/iv_sweep.h"
 
-#include "app/responsive_wait.h"
 #include "instruments/ammeter.h"
 #include "instruments/usb_sourcemeter.h"
-#include "mapping/curve_plot.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
+#include "screen/screen.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
+#include "spectroscopy/curve_plot.h"
 #include "spectroscopy/sweep_record.h"
-#include "ui/screen.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -69,7 +70,7 @@ void measureIvCurve() {
     const int32_t points = 4 * record.pointsPerQuarter;
     int32_t unanswered = 0;
     stopRequested = 0;
-    processRunning = 1;
+    const RunningProcess running;
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
         if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
@@ -77,7 +78,6 @@ void measureIvCurve() {
     if (!stopRequested) plot(record, points);
     endBias("I-V curve measurement finished", record.currentIndex, unanswered);
     showEndMessage(record, "I-V curve measurement finished.        ");
-    processRunning = 0;
 }
 
 void saveIvCurve(bool quietly) {

@@ -1,14 +1,14 @@
 // Keeps and saves the curve of a point measurement.
 #include "spectroscopy/sweep_record.h"
 
-#include "app/data_folders.h"
 #include "instruments/ammeter.h"
 #include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/data_folders.h"
 
 #include <algorithm>
 

@@ -1,16 +1,18 @@
 // Records the photocurrent over cycles of laser on and laser off.
 #include "spectroscopy/time_evolution.h"
 
-#include "app/responsive_wait.h"
-#include "app/stopwatch.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
-#include "mapping/curve_plot.h"
+#include "instruments/lights.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/typed_number.h"
+#include "screen/screen.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
+#include "session/stopwatch.h"
+#include "spectroscopy/curve_plot.h"
 #include "spectroscopy/sweep_record.h"
-#include "ui/screen.h"
 
 #include <algorithm>
 #include <new>
@@ -116,7 +118,7 @@ bool measureTimeEvolution() {
         return false;
     }
     stopRequested = 0;
-    processRunning = 1;
+    const RunningProcess running;
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
     applyBias(static_cast<double>(instrumentLink.biasVoltage),
@@ -124,7 +126,6 @@ bool measureTimeEvolution() {
     const int32_t unanswered = recordCycles(record);
     endBias("Time Evolution Measurement has completed", record.currentIndex, unanswered);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
-    processRunning = 0;
     return true;
 }
 

@@ -6,8 +6,8 @@
 // The desk holds the executable and the laboratory's DLLs. For a picture the player writes
 // NAME.request into the screenshot folder and goes on when the file is gone: whoever watches the
 // folder has taken the picture then.
+#include "screen/control_ids.h"
 #include "tools/operator.h"
-#include "ui/control_ids.h"
 #include "virtual_lab/lab.h"
 
 #include <cstdio>

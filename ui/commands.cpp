@@ -1,21 +1,21 @@
 // Carries out the operator's commands, keys and mouse actions.
 #include "ui/commands.h"
 
-#include "app/data_folders.h"
 #include "app/fatal.h"
-#include "app/process.h"
-#include "app/responsive_wait.h"
 #include "app/settings_line.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/click_positioning.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
@@ -24,10 +24,12 @@
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
+#include "session/data_folders.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "ui/configuration.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>
@@ -44,10 +46,8 @@ double xyKeyStep = 100.0; // um
 int keyBusy = 0;
 bool picksLaserSpot = false; // a click sets the laser spot; what item 2111 toggles
 bool dragging = false;
-bool scanAreaShown = false;
 
 void moveAndShow(StageAxis& axis, double um) {
-    if (stageIsMoving()) return; // that move would never find its target
     // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
     const int busyBefore = keyBusy;
     keyBusy = 1;
@@ -59,14 +59,15 @@ void moveAndShow(StageAxis& axis, double um) {
 void mapSample() {
     stopRequested = 0; // before the question: the window may be closed while it is asked
     if (!partialStageAccepted() || stopRequested) return;
-    processRunning = 1;
-    setField(Field::StartButton, "Stop");
-    showInformation("Writing...");
-    waitResponsive(10);
-    if (confocalEnabled) connectMissingCamera();
-    showMapWindow(channelPhotocurrent);
-    runMapping();
-    processRunning = 0;
+    {
+        const RunningProcess running;
+        setField(Field::StartButton, "Stop");
+        showInformation("Writing...");
+        waitResponsive(10);
+        if (confocalEnabled) connectMissingCamera();
+        showMapWindow(channelPhotocurrent);
+        runMapping();
+    }
     setField(Field::StartButton, "Start");
     refreshPositions();
 }
@@ -77,8 +78,6 @@ void readPositions() {
 }
 
 void reconnectStages() {
-    // A new zero in the middle of a move would send it, or the next one, to another place.
-    if (stageIsTaken()) return;
     stopAllStages();
     closeAllStages();
     connectStagesAndTell("Standa device found");
@@ -91,7 +90,7 @@ void showLaserView() {
     setLaserOutput(0);
     setLaserLevel(1);
     controlCamera(cameraState, cameraManual);
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
 }
 
 void showSampleView() {
@@ -100,7 +99,7 @@ void showSampleView() {
     setLaserLevel(0);
     connectMissingCamera();
     controlCamera(cameraState, cameraAutomatic);
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
 }
 
 void focusLaser() {
@@ -115,7 +114,7 @@ void focusLaser() {
 
 void makeWideView() {
     connectMissingCamera();
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     wideViewImaging();
 }
 
@@ -147,116 +146,94 @@ void saveMaps() {
     if (!saveMapFilesQuietly()) showInformation("File saving error. New folder will be made.");
 }
 
-// What would send the stage elsewhere, or hold up who waits for it, is not done now; says why.
-bool refusedWhileStageIsTaken() {
-    if (processUnderWay())
-        sayNotInProcess();
-    else if (stageIsMoving())
-        showInformation("Not while the stage moves");
-    return stageIsTaken();
+void showLiveView() {
+    connectMissingCamera();
+    switchLiveView(LiveView::On);
 }
 
-void startProcess(void (*work)(), void (*saveQuietly)()) {
-    // While a process runs, its button is the question whether to stop.
-    if (!runProcess(work, saveQuietly) && !processUnderWay()) refusedWhileStageIsTaken();
+void endLiveView() {
+    releaseCamera(cameraState);
+    switchLiveView(LiveView::Off);
 }
 
-void runCommand(int id) {
-    switch (id) {
-    case idAbout: // a modal box would hold the process where it is, with the laser on
-        return processUnderWay() ? sayNotInProcess() : showAbout();
-    case idExit:
-        return onClose();
-    case idShowMap:
-        return showMapWindow(channelPhotocurrent);
-    case idStart:
-        return startProcess(mapSample, [] { static_cast<void>(saveMapFilesQuietly()); });
-    case idReadPositions:
-        return readPositions();
-    case idMoveXPlus:
-        return moveAndShow(stageX, xyKeyStep);
-    case idMoveXMinus:
-        return moveAndShow(stageX, -xyKeyStep);
-    case idMoveYPlus:
-        return moveAndShow(stageY, xyKeyStep);
-    case idMoveYMinus:
-        return moveAndShow(stageY, -xyKeyStep);
-    case idShowConfocal:
-        if (confocalEnabled) showMapWindow(channelConfocal);
-        return;
-    case idIlluminationOn:
-    case idIlluminationOff:
-        setLaserOutput(id == idIlluminationOn ? 1 : 0);
-        return;
-    case idWideView:
-        return startProcess(makeWideView, nullptr);
-    case idFocus:
-        return startProcess(focusLaser, nullptr);
-    case idPickLaserSpot:
-        picksLaserSpot = toggleCheckMark(idPickLaserSpot);
-        return;
-    case idLiveOn:
-        connectMissingCamera();
-        return switchLiveView(1);
-    case idLiveOff:
-        releaseCamera(cameraState);
-        return switchLiveView(0);
-    case idGain:
-        return takeCommandedGain();
-    case idCameraAuto:
-    case idCameraAutoSetting:
-        return setCameraAutomatic();
-    case idLaserOn:
-    case idLaserOff:
-        setLaserLevel(id == idLaserOn ? 1 : 0);
-        return;
-    case idLaserView:
-        return showLaserView();
-    case idSampleView:
-        return showSampleView();
-    case idFocusUp:
-        return moveAndShow(stageZ, focusStepUm);
-    case idFocusDown:
-        return moveAndShow(stageZ, -focusStepUm);
-    case idFocusUpFast:
-        return moveAndShow(stageZ, focusFastStepUm);
-    case idFocusDownFast:
-        return moveAndShow(stageZ, -focusFastStepUm);
-    case idSaveWindowImage:
-        return saveOptics();
-    case idReconnectStages:
-        return reconnectStages();
-    case idBlueOnly:
-        blueOnly = 1;
-        return;
-    case idConfiguration:
-        if (!refusedWhileStageIsTaken()) configure();
-        return;
-    case idIvMeasurement:
-        return openTool(Tool::IvCurve);
-    case idSaveCameraImage:
-        return saveCameraImage();
-    case idTimeEvolution:
-        return openTool(Tool::TimeEvolution);
-    case idRefreshPositions:
-        return refreshPositions();
-    case idSaveMaps:
-        return saveMaps();
-    case idShowConfocalMenu:
-        return showMapWindow(channelConfocal);
-    case idShowRed:
-        return showMapWindow(channelRed);
-    case idShowGreen:
-        return showMapWindow(channelGreen);
-    case idShowBlue:
-        return showMapWindow(channelBlue);
-    case idDrawScanArea:
-        switchLiveView(0);
-        return showScanArea();
-    default:
-        return;
-    }
+void drawScanArea() {
+    switchLiveView(LiveView::Off);
+    showScanArea();
 }
+
+// What an operator's command meets while something else is under way.
+constexpr Meanwhile allowed = Meanwhile::Allowed, refused = Meanwhile::Refused,
+                    ignored = Meanwhile::Ignored;
+
+// Whether it is done now; where it is refused, says why.
+bool mayHappen(Meanwhile duringProcess, Meanwhile duringMove) {
+    const bool process = processUnderWay();
+    Meanwhile answer = process ? duringProcess : allowed;
+    const bool moves = answer == allowed && stageIsMoving();
+    if (moves) answer = duringMove;
+    if (answer == refused && moves) showInformation("Not while the stage moves");
+    if (answer == refused && !moves) refuseForProcess();
+    return answer == allowed;
+}
+
+void saveScanAtForcedEnd() {
+    static_cast<void>(saveMapFilesQuietly());
+}
+
+// clang-format off: one line a command
+constexpr Command commands[] = {
+    // A modal box would hold the process where it is, with the laser on.
+    {idAbout, showAbout, refused, allowed},
+    {idExit, onClose, allowed, allowed},
+    // While one runs, the click is the question whether to stop it.
+    {idStart, [] { runProcess(mapSample, saveScanAtForcedEnd); }, ignored, refused},
+    {idWideView, [] { runProcess(makeWideView, nullptr); }, ignored, refused},
+    {idFocus, [] { runProcess(focusLaser, nullptr); }, ignored, refused},
+    {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
+    {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
+    // A move inside another one would never find its target.
+    {idMoveXPlus, [] { moveAndShow(stageX, xyKeyStep); }, allowed, ignored},
+    {idMoveXMinus, [] { moveAndShow(stageX, -xyKeyStep); }, allowed, ignored},
+    {idMoveYPlus, [] { moveAndShow(stageY, xyKeyStep); }, allowed, ignored},
+    {idMoveYMinus, [] { moveAndShow(stageY, -xyKeyStep); }, allowed, ignored},
+    {idFocusUp, [] { moveAndShow(stageZ, focusStepUm); }, allowed, ignored},
+    {idFocusDown, [] { moveAndShow(stageZ, -focusStepUm); }, allowed, ignored},
+    {idFocusUpFast, [] { moveAndShow(stageZ, focusFastStepUm); }, allowed, ignored},
+    {idFocusDownFast, [] { moveAndShow(stageZ, -focusFastStepUm); }, allowed, ignored},
+    {idReadPositions, readPositions, allowed, allowed},
+    {idRefreshPositions, refreshPositions, allowed, allowed},
+    // A new zero in the middle of a move would send it, or the next one, to another place.
+    {idReconnectStages, reconnectStages, refused, refused},
+    {idConfiguration, configure, refused, refused},
+    {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed},
+    {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed},
+    {idLaserOn, [] { setLaserLevel(1); }, allowed, allowed},
+    {idLaserOff, [] { setLaserLevel(0); }, allowed, allowed},
+    {idLaserView, showLaserView, allowed, allowed},
+    {idSampleView, showSampleView, allowed, allowed},
+    {idLiveOn, showLiveView, allowed, allowed},
+    {idLiveOff, endLiveView, allowed, allowed},
+    {idGain, takeCommandedGain, allowed, allowed},
+    {idCameraAuto, setCameraAutomatic, allowed, allowed},
+    {idCameraAutoSetting, setCameraAutomatic, allowed, allowed},
+    {idBlueOnly, [] { blueOnly = 1; }, allowed, allowed},
+    {idPickLaserSpot, [] { picksLaserSpot = toggleCheckMark(idPickLaserSpot); }, allowed, allowed},
+    {idDrawScanArea, drawScanArea, allowed, allowed},
+    {idShowMap, [] { showMapWindow(channelPhotocurrent); }, allowed, allowed},
+    {idShowConfocal,
+     [] {
+         if (confocalEnabled) showMapWindow(channelConfocal);
+     },
+     allowed, allowed},
+    {idShowConfocalMenu, [] { showMapWindow(channelConfocal); }, allowed, allowed},
+    {idShowRed, [] { showMapWindow(channelRed); }, allowed, allowed},
+    {idShowGreen, [] { showMapWindow(channelGreen); }, allowed, allowed},
+    {idShowBlue, [] { showMapWindow(channelBlue); }, allowed, allowed},
+    {idSaveWindowImage, saveOptics, allowed, allowed},
+    {idSaveCameraImage, saveCameraImage, allowed, allowed},
+    {idSaveMaps, saveMaps, allowed, allowed},
+};
+// clang-format on
 
 void redrawPicture() {
     if (wideView)
@@ -306,8 +283,14 @@ void selectScanArea() {
 
 } // namespace
 
+std::span<const Command> commandTable() {
+    return commands;
+}
+
 void onCommand(int id) {
-    runCommand(id);
+    for (const Command& command : commands)
+        if (command.id == id && mayHappen(command.duringProcess, command.duringMove))
+            command.carryOut();
     // So that the arrow keys go on working; into a tool window the operator types.
     if (id != idIvMeasurement && id != idTimeEvolution) focusMainWindow();
 }
@@ -363,7 +346,7 @@ void onMouseMove(int x, int y, bool leftButtonHeld) {
 void onLeftButtonDown(int x, int y) {
     keyBusy = 0;
     resetIdle();
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     // A process keeps the scan area that it works on.
     if (!inPicture(x, y) || dragging || processUnderWay()) return;
     drawCircleMark(mainWindow, x, y, 2, markRed);
@@ -384,7 +367,7 @@ void onLeftButtonUp(int x, int y) {
         if (selected) selectScanArea();
     } else if (picksLaserSpot) {
         pickLaserSpot(x, y);
-    } else if (refusedWhileStageIsTaken()) {
+    } else if (!mayHappen(refused, refused)) {
         redrawPicture(); // erases the mark
     } else {
         moveToClickedPoint(x, y);
@@ -393,21 +376,8 @@ void onLeftButtonUp(int x, int y) {
 
 void onPaint() {
     redrawPicture();
-    if (scanAreaShown) showScanArea();
+    repaintScanArea();
     if (dragging) invertDrag();
-}
-
-void showScanArea() {
-    scanAreaShown = true;
-    const WindowContext view(mainWindow);
-    if (!view.context) return;
-    const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
-    const PixelPoint to = onPresentView(scanArea, scanArea.rectX2, scanArea.rectY2);
-    drawRectangle(view.context, from.x, from.y, to.x, to.y, markGreen);
-}
-
-void forgetShownScanArea() {
-    scanAreaShown = false;
 }
 
 void onClose() {
@@ -425,17 +395,11 @@ void onSessionEnd() {
     makeSafe();
 }
 
-void refreshPositions() {
-    setField(Field::PositionX, formatted("%.1lf", stageX.positionUm).c_str());
-    setField(Field::PositionY, formatted("%.1lf", stageY.positionUm).c_str());
-    setField(Field::PositionZ, formatted("%.1lf", stageZ.positionUm).c_str());
-}
-
 void fillControlColumn() {
     picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, unitLabel());
+    setField(Field::UnitLabel, selectedInstrument().unit->label);
     checkRadio(idLaserView, idSampleView, idSampleView);
     refreshPositions();
     focusMainWindow();

@@ -3,6 +3,21 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+
+// What comes of a command while a process runs or the stage moves: it is carried out, refused with
+// a word in the information text, or ignored without one.
+enum class Meanwhile { Allowed, Refused, Ignored };
+
+struct Command {
+    int id;
+    void (*carryOut)();
+    Meanwhile duringProcess;
+    Meanwhile duringMove; // also within a process that allows it
+};
+
+// Every command of the main window; ids that are not there do nothing.
+std::span<const Command> commandTable();
 
 void onCommand(int id);
 void onKeyDown(uintptr_t virtualKey);
@@ -19,16 +34,6 @@ void onClose();
 // The operating system ends the session: lights off, axes stopped, what a running scan has measured
 // and the settings saved.
 void onSessionEnd();
-
-// Draws the scan area's rectangle on the camera view; it stays through repaints until the next
-// frame.
-void showScanArea();
-
-// The next repaint shows the picture without the scan area's rectangle.
-void forgetShownScanArea();
-
-// Writes the cached positions of the three axes into their read-outs.
-void refreshPositions();
 
 // The texts of a new control column, and the parts of it that an edit writes back.
 void fillControlColumn();

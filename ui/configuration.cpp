@@ -1,22 +1,24 @@
 // The rules of the Configuration dialog.
 #include "ui/configuration.h"
 
-#include "app/process.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
+#include "screen/control_ids.h"
+#include "screen/dialog.h"
+#include "screen/screen.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/dialog.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 #include <algorithm>
 #include <iterator>
@@ -109,7 +111,7 @@ int32_t chosenKind() {
 void connectChosenInstrument() {
     InstrumentLink& link = instrumentLink;
     takeInteger(idGpibAddress, link.gpibAddress, 0, highestGpibAddress);
-    if (chosenKind() == kindAnalyzerEthernet) {
+    if (instrumentKind(chosenKind()).usesNetworkAddress) {
         for (int i = 0; i < 4; i++) takeInteger(octetIds[i], link.ipAddress[i], 0, 255);
         takeInteger(idAnalyzerPort, link.kxciPort, 1, highestTcpPort);
     }
@@ -124,10 +126,10 @@ void apply() {
     takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
     takeInteger(idCameraAperture, cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
+    // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
     applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
-    setField(Field::UnitLabel,
-             unitLabel()); // with a new kind it stays as it was, and that is meant
+    setField(Field::UnitLabel, selectedInstrument().unit->label);
 }
 
 // --- Devices -------------------------------------------------------------------------------------
@@ -207,13 +209,13 @@ void setZero() {
 // --- Commands ------------------------------------------------------------------------------------
 
 void refuse() {
-    sayNotInProcess();
+    refuseForProcess();
     showSettings();
 }
 
 void closeDialog() {
     if (processUnderWay() && selectedInDialogList(idAxisOrderList) != axisOrder)
-        sayNotInProcess();
+        refuseForProcess();
     else
         takeAxisOrder();
     endDialog();
@@ -242,13 +244,13 @@ constexpr EnterKey enterKeys[] = {
     {idDialogPositionY, idGo},
 };
 
-struct Command {
+struct DialogCommand {
     int id;
     void (*carryOut)();
     bool duringProcess = false;
 };
 
-constexpr Command commands[] = {
+constexpr DialogCommand commands[] = {
     {idSet, apply},
     {idCloseDialog, closeDialog, true},
     {idInitializeInstrument, connectChosenInstrument},
@@ -271,14 +273,17 @@ void configure() {
     if (isOpen) return;
     isOpen = true;
     const bool wasLive = liveViewIsOn();
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     runDialog();
-    switchLiveView(wasLive ? 1 : 0);
+    switchLiveView(wasLive ? LiveView::On : LiveView::Off);
     isOpen = false;
 }
 
 void openedConfiguration() {
-    fillDialogList(idInstrumentList, equipmentNames, equipmentKindCount);
+    const wchar_t* instrumentNames[equipmentKindCount];
+    for (int kind = 0; kind < equipmentKindCount; ++kind)
+        instrumentNames[kind] = instrumentKind(kind).name;
+    fillDialogList(idInstrumentList, instrumentNames, equipmentKindCount);
     fillDialogList(idAxisOrderList, axisOrderNames, static_cast<int>(std::size(axisOrderNames)));
     setDialogText(idHandStep, "10.0");
     showSettings();
@@ -287,7 +292,7 @@ void openedConfiguration() {
 void onConfigurationCommand(int id) {
     resetIdle();
     if (busy) return;
-    for (const Command& command : commands) {
+    for (const DialogCommand& command : commands) {
         if (command.id != id) continue;
         busy = true;
         if (stageIsTaken() && !command.duringProcess)

@@ -1,17 +1,18 @@
 // What Enter does in the edits of the control column: parse, clamp, apply, write back.
-#include "app/process.h"
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
+#include "screen/screen.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "ui/commands.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 #include <algorithm>
 #include <cmath>
@@ -47,7 +48,7 @@ void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
     moveTo(axis, targetUm);
     typedMoveUnderWay = false;
     if (!mainWindow) return;
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
     readPosition(axis);
     refreshPositions();
 }
@@ -55,7 +56,7 @@ void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
 void enterXyPosition(Field field, StageAxis& axis) {
     const std::optional<int> typed = typedInteger(field);
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);
 }
 
@@ -75,8 +76,7 @@ void takeGain(int highest) {
 
 void showScanSettings() {
     setField(Field::ScanStep, formatted("%.1f", scanArea.scanStep).c_str());
-    setField(Field::LaserIntensity,
-             formatted("%.1f", scanArea.laserLevel * laserScaleFactor).c_str());
+    setField(Field::LaserIntensity, formatted("%.1f", laserLevel * laserScaleFactor).c_str());
 }
 
 void showCameraSettings() {
@@ -107,10 +107,10 @@ void enterPositionZ() {
     const std::optional<int> typed = typedInteger(Field::PositionZ);
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     if (target - stageZ.positionUm >= farFocusMoveUm) {
         // The question would hold the process where it is, with the laser on.
-        if (processUnderWay()) return sayNotInProcess();
+        if (processUnderWay()) return refuseForProcess();
         const std::string question =
             formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
                       target / 1000);
@@ -123,9 +123,8 @@ void enterPositionZ() {
 
 void enterLaserIntensity() {
     if (const std::optional<float> typed = typedNumber(Field::LaserIntensity))
-        scanArea.laserLevel =
-            static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
-            laserScaleFactor;
+        laserLevel = static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
+                     laserScaleFactor;
     showScanSettings();
     focusMainWindow();
     if (laserIsOn()) setLaserLevel(1);

@@ -1,17 +1,18 @@
 // Opens the tool windows, starts their measurements and closes them.
 #include "ui/tool_windows.h"
 
-#include "app/process.h"
-#include "app/responsive_wait.h"
+#include "camera/live_view.h"
 #include "instruments/ammeter.h"
 #include "platform/message_box.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "spectroscopy/iv_sweep.h"
 #include "spectroscopy/sweep_record.h"
 #include "spectroscopy/time_evolution.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 #include <algorithm>
 #include <iterator>
@@ -68,19 +69,16 @@ void holdLiveView(ToolState& tool) {
     for (const ToolState& other : tools)
         if (other.holdsLiveView) tool.wasLive |= other.wasLive;
     tool.holdsLiveView = true;
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
 }
 
 void letLiveViewGoOn(ToolState& tool) {
     tool.holdsLiveView = false;
-    switchLiveView(tool.wasLive ? 1 : 0);
+    switchLiveView(tool.wasLive ? LiveView::On : LiveView::Off);
 }
 
-// The sweep needs a source that sets the bias.
 bool hasSweepSource() {
-    const int32_t kind = instrumentLink.ammeterKind;
-    return kind == kindGpibSourcemeter || kind == kindUsbSourcemeter ||
-           kind == kindAnalyzerEthernet;
+    return selectedInstrument().canSweep;
 }
 
 bool canSweep() {
@@ -132,7 +130,7 @@ void openTool(Tool tool) {
     if (state.window) return raiseToolWindow(state.window);
     const bool iv = tool == Tool::IvCurve;
     if (iv && !hasSweepSource() && processUnderWay())
-        return sayNotInProcess(); // a box would hold it up
+        return refuseForProcess(); // a box would hold it up
     if (iv && !canSweep()) return;
     if (!processUnderWay()) holdLiveView(state);
     state.window =

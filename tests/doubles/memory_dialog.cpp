@@ -1,8 +1,8 @@
 // The dialog of the native tests.
 #include "tests/doubles/memory_dialog.h"
 
+#include "screen/control_ids.h"
 #include "ui/configuration.h"
-#include "ui/control_ids.h"
 
 #include <map>
 

@@ -1,8 +1,8 @@
-// The Configuration dialog in memory. The functions of ui/dialog.h serve a test as the operator's
-// hands and eyes; `whileDialogOpen` is what he does in it.
+// The Configuration dialog in memory. The functions of screen/dialog.h serve a test as the
+// operator's hands and eyes; `whileDialogOpen` is what he does in it.
 #pragma once
 
-#include "ui/dialog.h"
+#include "screen/dialog.h"
 
 #include <functional>
 #include <string>

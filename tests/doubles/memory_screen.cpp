@@ -1,9 +1,9 @@
 // The screen of the native tests.
 #include "tests/doubles/memory_screen.h"
 
+#include "screen/control_ids.h"
 #include "tests/doubles/script.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
 #include "ui/tool_windows.h"
 
 #include <gtest/gtest.h>

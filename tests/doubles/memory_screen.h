@@ -1,8 +1,8 @@
 // The program's windows in memory: what stands in every field, and how it came there.
 #pragma once
 
+#include "screen/screen.h"
 #include "tests/doubles/memory_surface.h"
-#include "ui/screen.h"
 
 #include <map>
 #include <string>

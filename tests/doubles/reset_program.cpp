@@ -1,9 +1,9 @@
 // The program's records as its static initialisation leaves them, whatever a test did before.
+#include "instruments/lights.h"
+#include "session/process.h"
 #include "tests/doubles/doubles.h"
 
-#include "app/data_folders.h"
-#include "app/refusals.h"
-#include "app/responsive_wait.h"
+#include "app/program.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
@@ -16,6 +16,9 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "session/data_folders.h"
+#include "session/refusals.h"
+#include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
 
 #include <cstring>
@@ -46,7 +49,9 @@ static void forgetLights() {
 void resetProgram() {
     releaseDevices();
     forgetLights();
+    connectFloors();
     processRunning = stopRequested = 0;
+    laserLevel = defaultLaserLevel;
     stageX = stageY = stageZ = {};
     axisOrder = 2;
     laserLink = {};

@@ -1,10 +1,10 @@
 // Scripted events, the message queue and the message boxes of the native tests.
 #include "tests/doubles/script.h"
 
+#include "camera/live_view.h"
+#include "screen/screen.h"
 #include "tests/doubles/virtual_clock.h"
 #include "ui/commands.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 #include <gtest/gtest.h>
 

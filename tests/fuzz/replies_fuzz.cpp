@@ -6,6 +6,7 @@
 #include "instruments/gpib.h"
 #include "instruments/kxci.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "instruments/number_extraction.h"
 #include "mapping/scan_area.h"
 #include "tests/doubles/doubles.h"
@@ -61,7 +62,7 @@ void readSettings() {
     computeScanArea(scanArea);
     require(scanArea.scanStep >= scanStepLowest && scanArea.scanStep <= scanStepHighest);
     require(scanArea.cols >= 1 && scanArea.cols <= 1802 && scanArea.rows >= 1);
-    require(std::isfinite(scanArea.offsetXUm) && std::isfinite(scanArea.laserLevel));
+    require(std::isfinite(scanArea.offsetXUm) && std::isfinite(laserLevel));
     const std::string line = formatSettingsLine(currentSettings());
     SessionSettings again = currentSettings();
     again.confocalEnabled = ~again.confocalEnabled;

@@ -9,7 +9,7 @@
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
-#include "ui/control_ids.h"
+#include "screen/control_ids.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,11 +1,12 @@
 // A whole map with each kind of instrument: value, unit and scale, the bias before and after.
+#include "instruments/lights.h"
 #include "tests/simulation/road.h"
 
 #include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "platform/text_format.h"
-#include "ui/control_ids.h"
+#include "screen/control_ids.h"
 
 #include <algorithm>
 #include <csignal>
@@ -50,9 +51,8 @@ protected:
     // What the map should hold at a place, before scaling.
     double truthAt(double x, double y) const {
         if (instrument.kind == kindOscilloscope)
-            return expectedVolts(x, y, scanArea.laserLevel, labStageUm(labZ));
-        return expectedCurrent(x, y, scanArea.laserLevel, labStageUm(labZ),
-                               instrument.source ? bias : 0.0);
+            return expectedVolts(x, y, laserLevel, labStageUm(labZ));
+        return expectedCurrent(x, y, laserLevel, labStageUm(labZ), instrument.source ? bias : 0.0);
     }
 
     bool agrees(double value, LabPoint place) const {

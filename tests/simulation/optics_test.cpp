@@ -1,17 +1,19 @@
 // Autofocus, the wide view and clicks on the picture, against where the sample really is.
+#include "instruments/lights.h"
+#include "session/process.h"
 #include "tests/simulation/road.h"
 
-#include "app/responsive_wait.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "screen/control_ids.h"
+#include "session/responsive_wait.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
 
 #include <algorithm>
 #include <cmath>
@@ -31,7 +33,7 @@ protected:
         ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
         laserOffset = {labSpotPixel().column, labSpotPixel().row};
         setLaserOutput(1);
-        switchLiveView(1);
+        switchLiveView(LiveView::On);
         for (int i = 0; i < 15; ++i) grabFrames(cameraState, 1);
     }
 
@@ -74,7 +76,7 @@ class FocusTest : public OpticsTest, public testing::WithParamInterface<FocusCas
 
 TEST_P(FocusTest, EndsInFocusOrSaysThatItDidNot) {
     const FocusCase& each = GetParam();
-    scanArea.laserLevel = each.microamperes / laserScaleFactor;
+    laserLevel = each.microamperes / laserScaleFactor;
     cameraState.exposureUs = each.exposureUs;
     putUnderSpot(each.place);
     std::string ends;

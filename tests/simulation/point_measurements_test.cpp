@@ -1,14 +1,15 @@
 // I-V sweeps and time series against the sample's laws, and everything that can come between.
+#include "session/process.h"
 #include "tests/simulation/road.h"
 
 #include "app/program.h"
-#include "app/responsive_wait.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
-#include "ui/control_ids.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>

@@ -1,18 +1,18 @@
 // The operator, the faults and the judge of a random day.
 #include "tests/simulation/random_day.h"
 
-#include "app/process.h"
 #include "app/program.h"
-#include "app/responsive_wait.h"
+#include "camera/live_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "tests/doubles/doubles.h"
 #include "ui/commands.h"
 #include "ui/configuration.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
 #include "ui/tool_windows.h"
 
 #include <cmath>

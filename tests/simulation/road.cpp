@@ -2,13 +2,15 @@
 #include "tests/simulation/road.h"
 
 #include "app/program.h"
-#include "app/responsive_wait.h"
 #include "camera/spot.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
-#include "ui/control_ids.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,7 +74,7 @@ bool agreesWithLandscape(double volts, LabPoint place, double zUm) {
     constexpr double tolerance = 4 * labAdcStepVolts;      // a step and five times the noise
     constexpr double leastReading = 9.5 * labAdcStepVolts; // one digit counts as 0
     return isNear(volts, tolerance, place, [&](double x, double y) {
-        const double expected = std::min(expectedVolts(x, y, scanArea.laserLevel, zUm), 5.0);
+        const double expected = std::min(expectedVolts(x, y, laserLevel, zUm), 5.0);
         return volts == 0.0 && expected < leastReading + tolerance ? 0.0 : expected;
     });
 }

@@ -6,8 +6,8 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "screen/control_ids.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,9 @@
 // The camera through the laboratory's SDK: connecting, both generations of names, loss, no camera.
 #include "camera/Basler_camera.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
+#include "session/live_view_timer.h"
 #include "tests/doubles/doubles.h"
-#include "ui/live_view.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,17 +1,19 @@
 // What the operator types, presses and drags: clamps, refusals, and where the stage goes.
-#include "app/data_folders.h"
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "screen/control_ids.h"
+#include "session/data_folders.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "tests/doubles/doubles.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
 
 #include <algorithm>
 #include <functional>
@@ -34,7 +36,7 @@ protected:
 
 TEST_F(CommandsTest, EditsClampWhatIsTyped) {
     const std::function<double()> step = [] { return scanArea.scanStep; };
-    const std::function<double()> level = [] { return scanArea.laserLevel; };
+    const std::function<double()> level = [] { return laserLevel; };
     const std::function<double()> gain = [] { return double{1} * cameraState.gain; };
     const std::function<double()> exposure = [] { return cameraState.exposureUs; };
     const std::function<double()> x = [] { return stageX.positionUm; };
@@ -224,7 +226,7 @@ TEST_F(CommandsTest, SearchesByItselfTakeATenthOfTheTime) {
     allocateMaps();
     replaceFunction("PylonEnumerateDevices", findNone);
     answerOthers = [](const ShownBox&) { return BoxAnswer::No; };
-    switchLiveView(1);
+    switchLiveView(LiveView::On);
     for (const auto& [tookMs, pauseMs] : {std::pair{0u, 2000.0}, {5000u, 50000.0}}) {
         searchMs = tookMs;
         for (const int id : {idLiveOn, idLaserView, idSampleView, idCameraAuto, idStart}) {
@@ -238,7 +240,7 @@ TEST_F(CommandsTest, SearchesByItselfTakeATenthOfTheTime) {
         while (testTimeMs() < endedMs + pauseMs * 0.9) {
             resetIdle(); // the operator moves the mouse
             liveViewTick();
-            switchLiveView(1); // as after a click
+            switchLiveView(LiveView::On); // as after a click
             advanceVirtualTime(pauseMs / 20);
         }
         EXPECT_EQ(searches, 0);

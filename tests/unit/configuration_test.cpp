@@ -1,17 +1,18 @@
 // The Configuration dialog: what is taken over, what is refused, what is connected, where the
 // stage goes.
-#include "app/process.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
 #include "tests/doubles/doubles.h"
 #include "ui/commands.h"
 #include "ui/configuration.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ protected:
         createMainWindow(1);
         ASSERT_TRUE(openStages(axisOrder, motorSpeed));
         ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
-        switchLiveView(1);
+        switchLiveView(LiveView::On);
     }
     // Opens the dialog, does what is told in it, and closes it.
     static void inDialog(const std::function<void()>& actions) {
@@ -65,7 +66,7 @@ TEST_F(ConfigurationTest, ShowsWhatIsInForce) {
         onCommand(idConfiguration); // no second one inside
     });
     EXPECT_TRUE(timerRuns()); // the live view is back
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     inDialog([] {});
     EXPECT_FALSE(timerRuns());
 }
@@ -346,10 +347,10 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
         choose(idAxisOrderList, 5);
     };
     const auto process = [] {
-        switchLiveView(0);
+        switchLiveView(LiveView::Off);
         onCommand(idConfiguration);
         EXPECT_FALSE(timerRuns());
-        switchLiveView(2);
+        switchLiveView(LiveView::AsBefore);
     };
     ASSERT_TRUE(runProcess(process, nullptr));
     EXPECT_TRUE(timerRuns());

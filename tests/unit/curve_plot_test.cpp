@@ -1,5 +1,5 @@
 // The plot of a curve: every pixel as if drawn point by point, its labels, its colours in turn.
-#include "mapping/curve_plot.h"
+#include "spectroscopy/curve_plot.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>

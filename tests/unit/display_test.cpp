@@ -1,8 +1,8 @@
 // The picture on the main window, the saved images, and every retry of the drawing.
-#include "app/data_folders.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/spot.h"
+#include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>

@@ -450,10 +450,6 @@ TEST_F(InstrumentsTest, WhatTheUsbSourcemeterRefusesIsSaidOnce) {
                          "(0xBFFF0015)\n");
 }
 
-struct Notice {
-    const char *text, *caption;
-};
-
 constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
 constexpr Notice noGpib{"No GPIB connected", "GPIB Error"};
 constexpr Notice noSourcemeter{"No SourceMeter devices found at GPIB", "GPIB Error"};

@@ -1,9 +1,10 @@
 // The laser board's protocol byte by byte, and the two light switches.
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "screen/control_ids.h"
 #include "tests/doubles/doubles.h"
-#include "ui/control_ids.h"
 
 namespace {
 
@@ -181,7 +182,7 @@ TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
         }
     }
     EXPECT_EQ(focusCount, 16);
-    scanArea.laserLevel = 1.0; // 51.0 of 255
+    laserLevel = 1.0; // 51.0 of 255
     setLaserLevel(1);
     EXPECT_EQ(wire(), "G 5 51|");
 }

@@ -1,8 +1,9 @@
 // Names and content of the map files, and what a failed save does.
-#include "app/data_folders.h"
 #include "instruments/ammeter.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 
 namespace {
@@ -14,7 +15,7 @@ protected:
         scanArea.cols = 2;
         scanArea.rows = 3;
         scanArea.scanStep = 2.0;
-        scanArea.laserLevel = 7.5;
+        laserLevel = 7.5;
         instrumentLink.biasVoltage = 0.5f;
         allocateMaps();
     }
@@ -40,7 +41,7 @@ TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
     confocalEnabled = 1;
     scanMap.conditions = presentConditions();
     instrumentLink.biasVoltage = 0.0f;
-    scanArea.laserLevel = 1.0;
+    laserLevel = 1.0;
     confocalEnabled = 0;
     saveMapFiles();
     EXPECT_NE(contentOf(folder + "ConfocalB" + grid), "");

@@ -1,5 +1,5 @@
 // Options.ini: what is kept under a name, and what else stands in the file.
-#include "app/options.h"
+#include "session/options.h"
 #include "tests/doubles/doubles.h"
 
 namespace {

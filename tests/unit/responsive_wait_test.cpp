@@ -1,10 +1,12 @@
 // The one wait of all long work: what ends it, what is dispatched, and the stopwatches.
-#include "app/responsive_wait.h"
-#include "app/stopwatch.h"
+#include "camera/live_view.h"
 #include "motion/stage.h"
+#include "screen/control_ids.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
+#include "session/stopwatch.h"
 #include "tests/doubles/doubles.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The settings line: what is written for what, and what a bad line leaves alone.
-#include "app/data_folders.h"
 #include "app/settings_line.h"
+#include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 
 namespace {

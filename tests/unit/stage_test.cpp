@@ -1,7 +1,8 @@
 // The stage axes against the laboratory's controllers: assignment, conversion, arrival, limits.
-#include "app/responsive_wait.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>

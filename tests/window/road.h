@@ -1,8 +1,8 @@
 // What every test of the real program needs: an empty desktop, a desk, and the program's end.
 #pragma once
 
+#include "screen/control_ids.h"
 #include "tools/operator.h"
-#include "ui/control_ids.h"
 
 #include <gtest/gtest.h>
 

@@ -1,16 +1,18 @@
 // Lets one long process run at a time.
-#include "app/process.h"
+#include "session/process.h"
 
-#include "app/responsive_wait.h"
-#include "motion/stage.h"
 #include "platform/clock.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
+#include "session/responsive_wait.h"
+
+int32_t processRunning = 0;
 
 namespace {
 
 bool underWay = false;
 void (*saveUnfinished)() = nullptr;
 bool closeWanted = false;
+int movesUnderWay = 0;
 
 } // namespace
 
@@ -32,11 +34,31 @@ bool processUnderWay() {
     return underWay || processRunning != 0;
 }
 
+RunningProcess::RunningProcess() {
+    processRunning = 1;
+}
+
+RunningProcess::~RunningProcess() {
+    processRunning = 0;
+}
+
+MoveUnderWay::MoveUnderWay() {
+    ++movesUnderWay;
+}
+
+MoveUnderWay::~MoveUnderWay() {
+    --movesUnderWay;
+}
+
+bool stageIsMoving() {
+    return movesUnderWay > 0;
+}
+
 bool stageIsTaken() {
     return processUnderWay() || stageIsMoving();
 }
 
-void sayNotInProcess() {
+void refuseForProcess() {
     showInformation("Not while a process runs");
 }
 

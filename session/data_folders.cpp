@@ -1,5 +1,5 @@
 // Builds the paths of the data folders and makes them.
-#include "app/data_folders.h"
+#include "session/data_folders.h"
 
 #include "platform/clock.h"
 #include "platform/files.h"

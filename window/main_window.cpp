@@ -1,14 +1,14 @@
 // The main window: its class, its procedure, and what the core asks of it as a whole.
-#include "ui/control_column.h"
-#include "ui/picture_windows.h"
-#include "ui/tool_window_class.h"
 #include "ui/tool_windows.h"
+#include "window/control_column.h"
+#include "window/picture_windows.h"
+#include "window/tool_window_class.h"
 
+#include "camera/live_view.h"
 #include "platform/win32/handles.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
 
 #include <windowsx.h>
 

@@ -1,17 +1,16 @@
 // Waits while the windows stay alive.
-#include "app/responsive_wait.h"
+#include "session/responsive_wait.h"
 
-#include "motion/stage.h"
 #include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/messages.h"
-#include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/live_view.h"
-#include "ui/screen.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
 
-int32_t processRunning = 0;
 int32_t stopRequested = 0;
+StageHooks stageHooks;
 
 namespace {
 
@@ -29,21 +28,19 @@ bool stopConfirmed() {
 // What one message makes of a wait, or that the wait goes on.
 constexpr int goOn = -1;
 
-// A key held down repeats inside the wait of its own move: those repeats are dropped. A move of the
-// focus that is under way arrives first.
+// A key held down repeats inside the wait of its own move: those repeats are dropped.
 int nudgeFocus(double um) {
     static bool nudging = false;
-    if (nudging || nudgeAfterMove(stageZ, um)) return goOn;
+    if (nudging) return goOn;
     nudging = true;
-    moveBy(stageZ, um);
-    refreshPositions();
+    const bool done = stageHooks.nudgeFocus(um);
     nudging = false;
-    return waitPassed;
+    return done ? int{waitPassed} : goOn;
 }
 
 int handleWhileIdle(const Message& message) {
     if (message.id == messageLeftButtonDown) {
-        stopAllStages();
+        stageHooks.stopAll();
         return waitClicked;
     }
     const bool open = mainWindow != nullptr;

@@ -1,20 +1,24 @@
 // Drives the live camera view.
-#include "ui/live_view.h"
+#include "camera/live_view.h"
 
-#include "app/responsive_wait.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/spot.h"
 #include "camera/wide_view.h"
 #include "instruments/laser_link.h"
-#include "mapping/scan_area.h"
+#include "instruments/lights.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
-#include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/screen.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
 
 #include <algorithm>
+
+void (*onLiveViewStart)() = [] {};
+uint64_t framesShown = 0;
 
 namespace {
 
@@ -26,8 +30,7 @@ constexpr uint64_t searchPauseFactor = 10;
 constexpr uint64_t searchPauseLeastMs = 2000;
 
 int idleTicks = 0;
-int live = 0;
-int liveBefore = 0;
+bool liveBefore = false;
 
 bool cameraWantsConnecting() {
     return !cameraState.connected || cameraState.needsInit;
@@ -45,7 +48,7 @@ bool searchIsDue() {
 }
 
 void switchEverythingOff() {
-    switchLiveView(0);
+    switchLiveView(LiveView::Off);
     releaseCamera(cameraState);
     setLaserLevel(0);
     setLaserOutput(0);
@@ -59,22 +62,6 @@ void showSpot() {
 }
 
 } // namespace
-
-void liveViewTimerOn() {
-    checkRadio(idLiveOn, idLiveOff, idLiveOn);
-    startTimer(liveViewPeriodMs);
-    live = 1;
-}
-
-void liveViewTimerOff() {
-    stopTimer();
-    checkRadio(idLiveOn, idLiveOff, idLiveOff);
-    live = 0;
-}
-
-bool liveViewIsOn() {
-    return live != 0;
-}
 
 void connectCamera() {
     const uint64_t beganMs = tickCountMs();
@@ -90,23 +77,23 @@ void grabAndDraw() {
     leaveWideView(); // what is on the screen decides what a click means
     grabFrames(cameraState, 1);
     drawCameraFrame(cameraImage.pixels.get(), 0);
-    forgetShownScanArea();
+    ++framesShown;
 }
 
-void switchLiveView(int mode) {
-    if (mode == 2)
-        mode = liveBefore;
-    else if (mode != 7)
-        liveBefore = live;
-    if (mode == 1) {
+void switchLiveView(LiveView to) {
+    if (to == LiveView::AsBefore)
+        to = liveBefore ? LiveView::On : LiveView::Off;
+    else if (to != LiveView::FreshFrame)
+        liveBefore = liveViewIsOn();
+    if (to == LiveView::On) {
         leaveWideView();
         if (searchIsDue()) connectCamera();
-        computeScanArea(scanArea);
+        onLiveViewStart();
         liveViewTimerOn();
         return;
     }
     liveViewTimerOff();
-    if (mode != 7) return;
+    if (to != LiveView::FreshFrame) return;
     if (wideView)
         drawWideView();
     else
@@ -118,7 +105,7 @@ void resetIdle() {
 }
 
 void liveViewTick() {
-    if (!live) return; // a tick that was waiting when the timer was stopped
+    if (!liveViewIsOn()) return; // a tick that was waiting when the timer was stopped
     const uint64_t beganMs = tickCountMs();
     const bool searched = idleTicks == 0 && searchIsDue();
     if (searched) connectCamera();

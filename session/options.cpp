@@ -1,8 +1,8 @@
 // Reads and writes Options.ini.
-#include "app/options.h"
+#include "session/options.h"
 
-#include "app/data_folders.h"
 #include "platform/files.h"
+#include "session/data_folders.h"
 
 #include <cstdio>
 #include <optional>

@@ -1,9 +1,9 @@
 // The window of the Configuration dialog.
 #include "platform/win32/handles.h"
+#include "screen/control_ids.h"
+#include "screen/dialog.h"
+#include "screen/screen.h"
 #include "ui/configuration.h"
-#include "ui/control_ids.h"
-#include "ui/dialog.h"
-#include "ui/screen.h"
 
 static HWND dialog = nullptr;
 

@@ -1,9 +1,9 @@
 // The picture windows: they float above the main window, which owns them, and closing one hides it.
-#include "ui/picture_windows.h"
+#include "window/picture_windows.h"
 
 #include "mapping/map_rendering.h"
 #include "platform/win32/handles.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
 
 WindowHandle mapWindow = nullptr;
 WindowHandle confocalWindow = nullptr;

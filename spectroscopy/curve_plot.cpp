@@ -1,5 +1,5 @@
 // Draws a curve through a bitmap in memory, so that it grows without flicker.
-#include "mapping/curve_plot.h"
+#include "spectroscopy/curve_plot.h"
 
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"

@@ -1,20 +1,22 @@
-// The live camera view: timer 1 of the main window and the radio pair 2112/2113.
+// The live camera view: what the picture shows between and during the processes.
 #pragma once
 
-constexpr unsigned liveViewPeriodMs = 100;
+#include <cstdint>
 
-// Timer and radio button only; the responsive wait uses these around every wait.
-void liveViewTimerOn();
-void liveViewTimerOff();
+// Called when the live view goes on: the scan's geometry belongs to the view. Set at start-up.
+extern void (*onLiveViewStart)();
 
-// mode 1: leave the wide view, look for a missing camera when the next search is due, compute the
-// scan geometry, timer on.
-// mode 0: timer off. mode 2: back to the state before the last mode 0 or 1.
-// mode 7: timer off and one fresh frame on the screen, or the wide view, on which the scan area is
-// judged.
-void switchLiveView(int mode);
+// How many fresh frames have been shown. What was drawn over an earlier one is gone.
+extern uint64_t framesShown;
 
-bool liveViewIsOn();
+enum class LiveView {
+    Off, // timer off
+    On,  // leave the wide view, look for a missing camera when the next search is due, timer on
+    AsBefore,   // on or off as before the last of these two
+    FreshFrame, // timer off and one fresh frame, or the wide view, on the screen: there the scan
+                // area is judged
+};
+void switchLiveView(LiveView to);
 
 // Connects the camera and opens it with automatic gain and exposure; silent when there is none but
 // for the camera's own status text.

@@ -1,6 +1,33 @@
 // The long processes (a mapping, a sweep, a series, autofocus, the wide view): one at a time.
 #pragma once
 
+#include <cstdint>
+
+// 1 while a long process holds the program: waits then ask before they stop it, and the live view
+// stays off. RunningProcess sets it.
+extern int32_t processRunning;
+
+// The process holds the program in this object's block.
+class RunningProcess {
+public:
+    RunningProcess();
+    ~RunningProcess();
+    RunningProcess(const RunningProcess&) = delete;
+    RunningProcess& operator=(const RunningProcess&) = delete;
+};
+
+// A move of the stage is under way in this object's block.
+class MoveUnderWay {
+public:
+    MoveUnderWay();
+    ~MoveUnderWay();
+    MoveUnderWay(const MoveUnderWay&) = delete;
+    MoveUnderWay& operator=(const MoveUnderWay&) = delete;
+};
+
+// True inside the wait of a move.
+bool stageIsMoving();
+
 // Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another
 // process or a move of the stage is under way: where that ends is not known yet. Closes the main
 // window afterwards when that was asked for. `saveQuietly` saves what has been measured when the
@@ -14,7 +41,7 @@ bool processUnderWay();
 bool stageIsTaken();
 
 // Tells the operator that what he wants must wait for the process.
-void sayNotInProcess();
+void refuseForProcess();
 
 // At a forced end: what the process that is under way has measured is saved without asking.
 void saveUnfinishedProcess();

@@ -1,11 +1,12 @@
 // The control column: what stands where, the edits that answer to Enter and Escape, and the texts.
-#include "ui/control_column.h"
+#include "window/control_column.h"
 
+#include "motion/stage.h"
 #include "platform/messages.h"
 #include "platform/win32/handles.h"
+#include "screen/control_ids.h"
+#include "screen/screen.h"
 #include "ui/commands.h"
-#include "ui/control_ids.h"
-#include "ui/screen.h"
 
 #include <array>
 #include <cstring>

@@ -3,12 +3,18 @@
 
 #include <cstdint>
 
-// 1 while a long process (a map scan, a sweep, ...) runs; the process sets and clears it.
-extern int32_t processRunning;
-
 // 1 once the operator has confirmed a stop or closed the main window; a process clears it when it
 // starts and ends its loop when it finds it 1.
 extern int32_t stopRequested;
+
+// What the wait does to the stage, which knows the wait; set at start-up.
+struct StageHooks {
+    void (*stopAll)() = [] {};
+    // Moves Z by `um` and shows where it is. False, and not done now: a move of Z under way comes
+    // first.
+    bool (*nudgeFocus)(double um) = [](double) { return true; };
+};
+extern StageHooks stageHooks;
 
 enum WaitResult : int {
     waitStopped = 0, // the operator confirmed a stop of the running process

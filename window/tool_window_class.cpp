@@ -1,11 +1,11 @@
 // The tool windows as the system sees them. What they show is drawn by the measurements and is not
 // drawn again.
-#include "ui/tool_window_class.h"
+#include "window/tool_window_class.h"
 
 #include "platform/win32/handles.h"
-#include "ui/control_column.h"
-#include "ui/screen.h"
+#include "screen/screen.h"
 #include "ui/tool_windows.h"
+#include "window/control_column.h"
 
 LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {

@@ -1,5 +1,5 @@
 // Two stopwatches that start at their first use.
-#include "app/stopwatch.h"
+#include "session/stopwatch.h"
 
 #include "platform/clock.h"
 

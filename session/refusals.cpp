@@ -1,5 +1,5 @@
 // Remembers the last words of each device.
-#include "app/refusals.h"
+#include "session/refusals.h"
 
 #include <cstdio>
 #include <map>

@@ -1,0 +1,161 @@
+// Lists the kinds of instruments.
+#include "instruments/kinds.h"
+
+#include "instruments/analyzer.h"
+#include "instruments/gpib.h"
+#include "instruments/laser_link.h"
+#include "instruments/tektronics.h"
+#include "instruments/usb_sourcemeter.h"
+
+InstrumentLink instrumentLink;
+
+namespace {
+
+constexpr double microamperesPerAmpere = 1e6;
+
+constexpr Unit volts{"V", 1.0, "V", "V_ph (V)", "%.2fV"};
+constexpr Unit microamperes{"uA", 1e-6, "A", "I_ph (uA)", "%.1fuA"};
+// Passed on as the instrument sends them, and shown as if they were microamperes: so they have
+// always been read.
+constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "%.1fuA"};
+// The board's analog input gives volts; the window speaks of the current that they stand for.
+constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
+
+constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
+constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
+constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
+
+bool openAnalyzer(int mode) {
+    const InstrumentLink& link = instrumentLink;
+    return paOpen(mode, link.gpibAddress, link.ipAddress[0], link.ipAddress[1], link.ipAddress[2],
+                  link.ipAddress[3], link.kxciPort) == 1;
+}
+
+bool openNetworkAnalyzer(double) {
+    return openAnalyzer(analyzerNetwork);
+}
+
+bool openMultimeter(double) {
+    return gpibMultimeterOpen(instrumentLink.gpibAddress);
+}
+
+bool openGpibSourcemeter(double) {
+    return gpibSourcemeterOpen(instrumentLink.gpibAddress);
+}
+
+bool openScope(double) {
+    InstrumentLink& link = instrumentLink;
+    return scopeOpen(&link.visaResourceManager, &link.scopeInstrument) == 1;
+}
+
+void closeScope() {
+    if (instrumentLink.visaResourceManager) scopeClose(instrumentLink.visaResourceManager);
+    instrumentLink.visaResourceManager = 0;
+}
+
+const InstrumentKind kinds[equipmentKindCount] = {
+    {
+        .name = L"Arduino",
+        .unit = &boardVolts,
+        .overTheBoard = true,
+        .read = [] { return laserAnalogRead(laserLink, 0, 1); },
+    },
+    {
+        .name = L"NI-DAQ",
+        .unit = &boardVolts,
+        .failed = {"This equipment is not supported yet", "NI-DAQ Error"},
+    },
+    {
+        .name = L"GPIB Multimeter",
+        .unit = &microamperes,
+        .open = openMultimeter,
+        .openAtStart = openMultimeter,
+        .connected = {"MultiMeter device connected", "GPIB Communication"},
+        .failed = noMultimeter,
+        .failedAtStart = noMultimeter,
+        .keptAtStart = true,
+        .read = gpibMultimeterRead,
+        .readingScale = microamperesPerAmpere,
+    },
+    {
+        .name = L"GPIB Sourcemeter",
+        .unit = &amperes,
+        .canSweep = true,
+        .open = openGpibSourcemeter,
+        .openAtStart = openGpibSourcemeter,
+        .connected = {"SourceMeter device connected", "GPIB Communication"},
+        .failed = {"No GPIB connected", "GPIB Error"},
+        .failedAtStart = {"No SourceMeter devices found at GPIB", "GPIB Error"},
+        .keptAtStart = true,
+        .read = gpibSourcemeterRead,
+        .applyBias = gpibSourcemeterSetUp,
+        .isLimited = gpibSourcemeterIsLimited,
+        .close = gpibSourcemeterOff,
+    },
+    {
+        .name = L"USB Sourcemeter",
+        .unit = &microamperes,
+        .canSweep = true,
+        .open = usbSourcemeterOpen,
+        .openAtStart = usbSourcemeterOpen,
+        .connected = {"SourceMeter device connected", "USB Communication"},
+        .failed = {"No SourceMeter devices found via USB", "USB Error"},
+        .failedAtStart = {"No SourceMeter devices via USB", "USB Error"},
+        .read = usbSourcemeterRead,
+        .readingScale = microamperesPerAmpere,
+        .applyBias = usbSourcemeterSetUp,
+        .isLimited = usbSourcemeterIsLimited,
+        .takeRefusal = takeUsbSourcemeterRefusal,
+    },
+    {
+        .name = L"Tektronix Oscilloscope",
+        .unit = &volts,
+        .open = openScope,
+        .openAtStart = openScope,
+        .connected = {"Tektronics devices connected via USB", "Oscilloscope Connected"},
+        .failed = noScope,
+        .failedAtStart = noScope,
+        .read = [] { return scopeRead(instrumentLink.scopeInstrument); },
+        .close = closeScope,
+    },
+    {
+        .name = L"4200 PA Ethernet",
+        .unit = &amperes,
+        .canSweep = true,
+        .usesNetworkAddress = true,
+        .holdsOneConnection = true,
+        .open = openNetworkAnalyzer,
+        .openAtStart = openNetworkAnalyzer,
+        .connected = {"Parameter Analyzer 4200 connected via Ethernet",
+                      "Parameter Analyzer Connected"},
+        .failed = noAnalyzer,
+        .failedAtStart = noScope, // as operators know it
+        .read = [] { return paRead(analyzerNetwork); },
+        .applyBias = [](float v, float a) { paApplyBias(analyzerNetwork, v, a); },
+        .close = [] { paClose(analyzerNetwork); },
+    },
+    {
+        .name = L"4200 PA GPIB",
+        .unit = &amperes,
+        .open = [](double) { return openAnalyzer(analyzerGpib); },
+        .openAtStart = openNetworkAnalyzer, // the bus is opened by "Initialize"
+        .connected = {"Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected"},
+        .failed = noAnalyzer,
+        .failedAtStart = noScope,
+        .read = [] { return paRead(analyzerGpib); },
+        .applyBias = [](float v, float a) { paApplyBias(analyzerGpib, v, a); },
+        .close = [] { paClose(analyzerGpib); },
+    },
+};
+
+const InstrumentKind none{.unit = &boardVolts};
+
+} // namespace
+
+bool isInstrumentKind(int32_t kind) {
+    return kind >= 0 && kind < equipmentKindCount;
+}
+
+const InstrumentKind& instrumentKind(int32_t kind) {
+    return isInstrumentKind(kind) ? kinds[kind] : none;
+}

@@ -1,0 +1,77 @@
+// The kinds of instruments: one row each with all that the program knows of it.
+#pragma once
+
+#include "instruments/reading.h"
+
+#include <cstdint>
+#include <string>
+
+enum EquipmentKind : int32_t {
+    kindArduino = 0,
+    kindNiDaq = 1,
+    kindGpibMultimeter = 2,
+    kindGpibSourcemeter = 3,
+    kindUsbSourcemeter = 4,
+    kindOscilloscope = 5,
+    kindAnalyzerEthernet = 6,
+    kindAnalyzerGpib = 7,
+};
+constexpr int equipmentKindCount = 8;
+
+struct Notice {
+    const char* text;
+    const char* caption;
+};
+
+// What a reading means, as it stands in the maps.
+struct Unit {
+    const char* name;        // the true unit of a reading: "V", "uA" or "A"
+    double perReading;       // times the reading it is in the SI's unit
+    const char* si;          // that unit: "A" or "V"
+    const char* label;       // beside the measured value in the control column
+    const char* scaleFormat; // of the numbers at the colour bar
+};
+
+struct InstrumentKind {
+    const wchar_t* name = L"";
+    const Unit* unit;
+    bool canSweep = false; // its source sets the bias of the I-V sweep
+    bool overTheBoard = false;
+    bool usesNetworkAddress = false;
+    bool holdsOneConnection = false; // opening it again closes the one before
+    // Null where there is nothing to open. At start-up other things may be done and said.
+    bool (*open)(double biasVolts) = nullptr;
+    bool (*openAtStart)(double biasVolts) = nullptr;
+    Notice connected{};
+    Notice failed{}; // without `open`: the kind is not supported
+    Notice failedAtStart{};
+    bool keptAtStart = false; // selected also when it does not open then; else kind 0 is
+    // Null, or what has nothing to do.
+    Reading (*read)() = nullptr; // in the instrument's unit
+    double readingScale = 1.0;   // makes `unit` of it
+    void (*applyBias)(float volts, float limitAmperes) = nullptr;
+    bool (*isLimited)() = nullptr;          // the limit cuts the current now
+    std::string (*takeRefusal)() = nullptr; // of a bias, since last asked; empty when it took all
+    void (*close)() = nullptr;              // after its bias was taken off
+};
+
+// The row of a kind. A number that names none has a row without an instrument.
+const InstrumentKind& instrumentKind(int32_t kind);
+bool isInstrumentKind(int32_t kind);
+
+struct InstrumentLink {
+    int32_t ammeterKind = kindArduino;
+    int32_t gpibAddress = 18; // primary address
+    // The parameter analyzer: a private address that most routers leave free, and its TCP port.
+    int32_t ipAddress[4] = {192, 168, 0, 10};
+    int32_t kxciPort = 1225;
+    int32_t gpibBoard = 0;
+    int32_t gpibDevice = -1;
+    uint32_t visaResourceManager = 0;
+    uint32_t scopeInstrument = 0;
+    float biasVoltage = 0.0f;     // V; as the dialog says
+    float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
+    float currentLimit = 0.0001f; // A
+};
+
+extern InstrumentLink instrumentLink;

@@ -1,0 +1,32 @@
+// The two lights on the laser board: the laser and the illumination.
+//
+// The board keeps its outputs when its port is opened. So a new link is told what the lights are to
+// be, and an "off" that does not go out is tried once more over the same port, freshly opened. If
+// that fails too, the light's radio button stays on "On" and the main window's title says that the
+// board is lost and the light may be on, until a later link has taken the "off".
+#pragma once
+
+#include "platform/window_handle.h"
+
+// The drive level that is sent when the laser is switched on, V.
+constexpr double defaultLaserLevel = 4.0;
+extern double laserLevel;
+
+// Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at
+// laserLevel): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
+// button and the keyboard focus; returns the previous state.
+int setLaserOutput(int mode);
+int setLaserLevel(int mode);
+
+// As last asked for, whether the board has heard it or not.
+bool laserIsOn();
+bool illuminationIsOn();
+
+// Opens the link, switches the laser off and the illumination to what it is meant to be. Returns
+// what opening the link returns, and 0 when the board then takes no command.
+int connectLaserBoard(WindowHandle ownerWindow);
+
+// At a forced end, from any thread: both lights off, before any window is touched, and none is
+// touched from a thread that is not the windows'. From such a thread nothing switches a light on
+// any more, whatever the windows' thread still does.
+void darkenAtOnce();
