@@ -127,7 +127,7 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
             state.found = 1;
             break;
         }
-        // The cut-off shows as 0 at every level, and is meant to.
+        // The cut-off, a fraction, shows as 0 in this text that operators know.
         std::snprintf(state.text, sizeof state.text, "[%d-%d] Z=%.0f f=%.3f cutoff=%.0f",
                       state.level, static_cast<int>(i), curve.positionUm[i],
                       static_cast<double>(curve.factor[i]), static_cast<double>(sweep.cutOff));
@@ -171,7 +171,7 @@ void goToPeak(FocusState& state, const FocusCurve& curve) {
     showInformation(state.text);
 }
 
-void darken() {
+void switchLightsOff() {
     setLaserOutput(0);
     switchLiveView(LiveView::Off);
 }
@@ -215,7 +215,7 @@ int focusSweep(FocusState& state) {
     state.found = 0;
     {
         const RunningProcess running;
-        darken();
+        switchLightsOff();
         showInformation("Focusing has started");
         double startUm = 0.0;
         if (goToStart(sweep, startUm) == SweepEnd::Finished &&
@@ -234,7 +234,7 @@ int autoFocus(FocusState& state) {
     const bool wasLive = liveViewIsOn();
     const bool wasIlluminated = illuminationIsOn();
     stopRequested = 0;
-    darken();
+    switchLightsOff();
     for (int i = 0; i < 2; ++i) {
         waitResponsive(100);
         controlCamera(cameraState, cameraManual);

@@ -23,14 +23,14 @@ constexpr int64_t acquisitionFrames = 10;
 constexpr char deviceName[] = "Camera";
 constexpr char frameName[] = "Camera frame";
 
-void fail(CameraState& state) {
+void disconnect(CameraState& state) {
     state.connected = 0;
     showInformation("No camera detected");
 }
 
-void fail(CameraState& state, const std::exception& refusal) {
+void disconnect(CameraState& state, const std::exception& refusal) {
     printRefusal(deviceName, refusal.what());
-    fail(state);
+    disconnect(state);
 }
 
 void openAutomatic(CBaslerUniversalInstantCamera& camera) {
@@ -164,7 +164,7 @@ int initCamera(CameraState& state) {
         state.device = std::make_unique<CBaslerUniversalInstantCamera>(
             CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo()));
     } catch (const std::exception& refusal) {
-        fail(state, refusal);
+        disconnect(state, refusal);
         return 0;
     }
     forgetRefusal(frameName);
@@ -175,7 +175,7 @@ int initCamera(CameraState& state) {
 
 int controlCamera(CameraState& state, uint32_t mode) {
     if (!state.connected) {
-        fail(state);
+        disconnect(state);
         return 0;
     }
     try {
@@ -184,7 +184,7 @@ int controlCamera(CameraState& state, uint32_t mode) {
         if (mode == cameraAccumulate) accumulateFrame(state);
         if (mode == cameraManual) applyManual(state);
     } catch (const std::exception& refusal) {
-        fail(state, refusal);
+        disconnect(state, refusal);
     }
     return 0;
 }
@@ -200,7 +200,7 @@ bool holdAutomatic(CameraState& state) {
             held = true;
         }
     } catch (const std::exception& refusal) {
-        fail(state, refusal);
+        disconnect(state, refusal);
     }
     return held;
 }
@@ -211,7 +211,7 @@ void resumeAutomatic(CameraState& state) {
         setAutomatic(state.device->GainAuto, Auto_Continuous);
         setAutomatic(state.device->ExposureAuto, Auto_Continuous);
     } catch (const std::exception& refusal) {
-        fail(state, refusal);
+        disconnect(state, refusal);
     }
 }
 
@@ -230,7 +230,7 @@ int grabFrames(CameraState& state, uint32_t count) {
         }
     }
     if (failed) {
-        fail(state);
+        disconnect(state);
         fillTestPattern(state);
     }
     if (cameraImage.pixels) convertBayerFrame(cameraImage, state.frame, cameraImage.pixels.get());

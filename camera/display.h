@@ -28,8 +28,10 @@ constexpr Colour markGreen = colourRgb(0, 255, 0);
 bool makeCameraPicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& memory);
 
 // Draws the display picture with the scale bar and the laser spot's mark at the top left of the
-// main window; with `save` also writes it into the session folder, which must be there. Returns 1,
-// or 0 when no bitmap could be made. Each failure is shown in the information text.
+// main window (laserOffset, cameraAperture, the view's scale and, in a saved picture,
+// drawnRectangle are read); with `save` also writes it into the session folder, which must be
+// there. Returns 1, or 0 when no bitmap could be made. Each failure is shown in the information
+// text.
 int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save);
 
 // Saves what a window shows as "<label>(<number>).jpg" (PNG inside, as all image files) in the

@@ -18,7 +18,7 @@
 #include <algorithm>
 
 void (*onLiveViewStart)() = [] {};
-uint64_t framesShown = 0;
+LiveViewState liveViewState;
 
 namespace {
 
@@ -28,9 +28,6 @@ constexpr int idleLimitTicks = 500; // 50 s without input
 // has asked for.
 constexpr uint64_t searchPauseFactor = 10;
 constexpr uint64_t searchPauseLeastMs = 2000;
-
-int idleTicks = 0;
-bool liveBefore = false;
 
 bool cameraWantsConnecting() {
     return !cameraState.connected || cameraState.needsInit;
@@ -77,14 +74,14 @@ void grabAndDraw() {
     leaveWideView(); // what is on the screen decides what a click means
     grabFrames(cameraState, 1);
     drawCameraFrame(cameraImage.pixels.get(), 0);
-    ++framesShown;
+    ++liveViewState.framesShown;
 }
 
 void switchLiveView(LiveView to) {
     if (to == LiveView::AsBefore)
-        to = liveBefore ? LiveView::On : LiveView::Off;
+        to = liveViewState.wasOn ? LiveView::On : LiveView::Off;
     else if (to != LiveView::FreshFrame)
-        liveBefore = liveViewIsOn();
+        liveViewState.wasOn = liveViewIsOn();
     if (to == LiveView::On) {
         leaveWideView();
         if (searchIsDue()) connectCamera();
@@ -101,15 +98,15 @@ void switchLiveView(LiveView to) {
 }
 
 void resetIdle() {
-    idleTicks = 0;
+    liveViewState.idleTicks = 0;
 }
 
 void liveViewTick() {
     if (!liveViewIsOn()) return; // a tick that was waiting when the timer was stopped
     const uint64_t beganMs = tickCountMs();
-    const bool searched = idleTicks == 0 && searchIsDue();
+    const bool searched = liveViewState.idleTicks == 0 && searchIsDue();
     if (searched) connectCamera();
-    if (++idleTicks == idleLimitTicks) {
+    if (++liveViewState.idleTicks == idleLimitTicks) {
         switchEverythingOff();
         return;
     }
@@ -118,5 +115,5 @@ void liveViewTick() {
     // One that connects and then gives no frame has cost as much as one that is not there.
     if (searched && !cameraState.connected) rememberSearch(beganMs);
     showSpot();
-    setField(Field::Time, formatted("idle:%d", idleTicks).c_str());
+    setField(Field::Time, formatted("idle:%d", liveViewState.idleTicks).c_str());
 }

@@ -6,8 +6,12 @@
 // Called when the live view goes on: the scan's geometry belongs to the view. Set at start-up.
 extern void (*onLiveViewStart)();
 
-// How many fresh frames have been shown. What was drawn over an earlier one is gone.
-extern uint64_t framesShown;
+struct LiveViewState {
+    int idleTicks = 0;
+    bool wasOn = false;       // before it was last switched
+    uint64_t framesShown = 0; // fresh ones; what was drawn over an earlier one is gone
+};
+extern LiveViewState liveViewState;
 
 enum class LiveView {
     Off, // timer off

@@ -65,7 +65,8 @@ bool takeField(Centre centre, int column, int row, bool settle) {
 
 void takeFields(Centre centre) {
     for (int row = -1; row <= 1; ++row) {
-        // The middle row runs back, and without the time to settle, and that is meant.
+        // The middle row runs back, the shorter way; only the outer rows wait for the stage to
+        // settle.
         const int direction = row == 0 ? -1 : 1;
         for (int i = -1; i <= 1; ++i)
             if (!takeField(centre, direction * i, row, row != 0)) return;

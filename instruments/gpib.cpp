@@ -81,7 +81,7 @@ constexpr ErrorName errorNames[] = {
 };
 
 // True when the call that has just returned went well; otherwise it is reported under `label`.
-bool passed(const char* label) {
+bool callSucceeded(const char* label) {
     if (!(ni488.ThreadIbsta() & gpibErrorBit)) return true;
     gpibReportError(label);
     return false;
@@ -89,7 +89,7 @@ bool passed(const char* label) {
 
 bool writeBytes(const char* command, size_t count) {
     ni488.ibwrt(instrumentLink.gpibDevice, command, count);
-    return passed("ibwrt Error");
+    return callSucceeded("ibwrt Error");
 }
 
 void printStatusBits(unsigned long status) {
@@ -126,13 +126,13 @@ bool openAndClear(int address) {
     ni488 = loadNi488();
     instrumentLink.gpibDevice =
         ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
-    if (!passed("ibdev Error")) return false;
+    if (!callSucceeded("ibdev Error")) return false;
     ni488.ibclr(instrumentLink.gpibDevice);
-    return passed("ibclr Error");
+    return callSucceeded("ibclr Error");
 }
 
 // A device that cannot be opened leaves the one before it selected.
-bool keptIf(bool opened, int previousDevice) {
+bool selectedOrAsBefore(bool opened, int previousDevice) {
     if (!opened) instrumentLink.gpibDevice = previousDevice;
     return opened;
 }
@@ -141,14 +141,14 @@ bool keptIf(bool opened, int previousDevice) {
 
 bool gpibOpenDevice(int address) {
     const int previous = instrumentLink.gpibDevice;
-    return keptIf(openAndClear(address), previous);
+    return selectedOrAsBefore(openAndClear(address), previous);
 }
 
 bool gpibMultimeterOpen(int address) {
     const int previous = instrumentLink.gpibDevice;
-    return keptIf(openAndClear(address) && writeBytes("REN", commandWithZero) &&
-                      writeBytes("F3X", commandWithZero),
-                  previous);
+    return selectedOrAsBefore(openAndClear(address) && writeBytes("REN", commandWithZero) &&
+                                  writeBytes("F3X", commandWithZero),
+                              previous);
 }
 
 bool gpibSourcemeterOpen(int address) {
@@ -164,7 +164,7 @@ bool gpibWrite(const char* command) {
 
 bool gpibRead(char* reply, size_t count) {
     ni488.ibrd(instrumentLink.gpibDevice, reply, count);
-    return passed("ibrd Error");
+    return callSucceeded("ibrd Error");
 }
 
 Reading gpibMultimeterRead() {
@@ -172,7 +172,7 @@ Reading gpibMultimeterRead() {
     // Nothing is written before: the meter runs freely and answers with its last value.
     ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
     unsigned long count = ni488.ThreadIbcnt();
-    const bool read = passed("ibrd Error");
+    const bool read = callSucceeded("ibrd Error");
     if (!read) count = std::min<unsigned long>(count, replyCount); // or an error number
     if (count > replyCount) endProgram("more bytes in a GPIB reply than asked for");
     reply[count] = '\0';
@@ -228,5 +228,5 @@ void gpibSourcemeterSetUp(float voltage, float limit) {
 void gpibSourcemeterOff() {
     gpibWrite(":OUTP OFF");
     ni488.ibonl(instrumentLink.gpibDevice, 0);
-    passed("ibonl Error");
+    callSucceeded("ibonl Error");
 }

@@ -16,7 +16,7 @@ constexpr uint64_t timeoutMs = 5000;
 
 constexpr const char* deviceName = "Oscilloscope";
 
-bool passed(const char* call, ViSession object, ViStatus status) {
+bool callSucceeded(const char* call, ViSession object, ViStatus status) {
     return visaPassed(visa, deviceName, call, object, status);
 }
 
@@ -77,7 +77,7 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
         char text[viDescriptionSize] = {};
         visa.viStatusDesc(session, status, text);
         std::fprintf(stderr, "failure: %s\n", text);
-        passed("not opened", session, status);
+        callSucceeded("not opened", session, status);
         if (manager) visa.viClose(manager);
         return 0;
     }
@@ -91,11 +91,11 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
 }
 
 bool scopeWrite(ViSession session, const char* command) {
-    return passed("viWrite", session, writeText(session, command));
+    return callSucceeded("viWrite", session, writeText(session, command));
 }
 
 bool scopeReadText(ViSession session, std::string& text) {
-    return passed("viRead", session, readText(session, text));
+    return callSucceeded("viRead", session, readText(session, text));
 }
 
 namespace {
@@ -119,7 +119,7 @@ Reading scopeRead(ViSession scopeInstrument) {
     const bool asked = scopeWrite(scopeInstrument, valueQuery);
     std::string reply;
     const ViStatus status = readText(scopeInstrument, reply);
-    bool read = passed("viRead", scopeInstrument, status);
+    bool read = callSucceeded("viRead", scopeInstrument, status);
     if (read && reply[0] == ':') read = askWithoutHeader(scopeInstrument, status, reply);
     char* end = nullptr;
     Reading reading;

@@ -36,7 +36,7 @@ constexpr const char* anyOfItsModel = "USB0::0x05E6::0x2450::?*INSTR";
 constexpr uint64_t timeoutMs = 5000;
 constexpr uint32_t replyBytes = 255;
 
-bool passed(const char* call, ViSession object, ViStatus status) {
+bool callSucceeded(const char* call, ViSession object, ViStatus status) {
     return visaPassed(visa, deviceName, call, object, status);
 }
 
@@ -44,9 +44,10 @@ bool passed(const char* call, ViSession object, ViStatus status) {
 bool send(const Session& session, const std::string& command) {
     const std::string line = command + "\n";
     uint32_t written = 0;
-    return passed("viWrite", session.instrument,
-                  visa.viWrite(session.instrument, reinterpret_cast<const uint8_t*>(line.data()),
-                               static_cast<uint32_t>(line.size()), &written));
+    return callSucceeded("viWrite", session.instrument,
+                         visa.viWrite(session.instrument,
+                                      reinterpret_cast<const uint8_t*>(line.data()),
+                                      static_cast<uint32_t>(line.size()), &written));
 }
 
 // The reply without its line end; empty when nothing came.
@@ -54,8 +55,8 @@ std::string ask(const Session& session, const char* query) {
     if (!send(session, query)) return {};
     uint8_t buffer[replyBytes + 1] = {};
     uint32_t received = 0;
-    if (!passed("viRead", session.instrument,
-                visa.viRead(session.instrument, buffer, replyBytes, &received)))
+    if (!callSucceeded("viRead", session.instrument,
+                       visa.viRead(session.instrument, buffer, replyBytes, &received)))
         return {};
     std::string reply = reinterpret_cast<const char*>(buffer);
     reply.erase(reply.find_last_not_of("\r\n") + 1);
@@ -86,12 +87,13 @@ ViStatus openFirstOfItsModel(Session& session) {
 }
 
 bool open(Session& session) {
-    if (!passed("viOpenDefaultRM", 0, visa.viOpenDefaultRM(&session.resourceManager))) return false;
+    if (!callSucceeded("viOpenDefaultRM", 0, visa.viOpenDefaultRM(&session.resourceManager)))
+        return false;
     ViStatus status = visa.viOpen(session.resourceManager, resource, 0, 0, &session.instrument);
     if (status == viResourceNotFound) status = openFirstOfItsModel(session);
-    return passed("viOpen", session.resourceManager, status) &&
-           passed("viSetAttribute", session.instrument,
-                  visa.viSetAttribute(session.instrument, viAttrTimeout, timeoutMs));
+    return callSucceeded("viOpen", session.resourceManager, status) &&
+           callSucceeded("viSetAttribute", session.instrument,
+                         visa.viSetAttribute(session.instrument, viAttrTimeout, timeoutMs));
 }
 
 bool identify(const Session& session) {

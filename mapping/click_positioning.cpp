@@ -52,7 +52,7 @@ void moveToClickedPoint(int x, int y) {
     } else if (answer == BoxAnswer::No) {
         dx -= laserOffset.x;
         dy -= laserOffset.y;
-    } // Cancel moves by the clicked position itself, and that is meant.
+    } // Cancel moves by the clicked position itself: neither centre nor spot.
 
     constexpr auto umPerPixel = static_cast<float>(fieldWidthUm / fieldWidthPx);
     const float scale = umPerPixel * static_cast<float>(wideView ? wideFactor : 1);

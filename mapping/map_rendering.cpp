@@ -14,6 +14,8 @@
 
 #include <algorithm>
 
+MapViews mapViews;
+
 namespace {
 
 constexpr Colour mapGround = colourRgb(0xC8, 0xC8, 0xC8);
@@ -27,10 +29,6 @@ constexpr int confocalTop = 450;
 // What stands beside and below a map in its window.
 constexpr int scaleWidthPx = 84;
 constexpr int labelHeightPx = 16;
-
-int shownMapChannel = channelPhotocurrent;
-int shownConfocalChannel = channelConfocal;
-int liveRowsFrom = -1;
 
 int columnsOf(const Map& map) {
     return static_cast<int>(map.size());
@@ -210,7 +208,7 @@ int drawMap(WindowHandle window, int channel) {
     const WindowContext target(window);
     if (!target.context) return 0;
     const bool drawn = drawMapOn(target.context, clientExtent(window), channel);
-    (window == mapWindow ? shownMapChannel : shownConfocalChannel) = channel;
+    (window == mapWindow ? mapViews.mapChannel : mapViews.confocalChannel) = channel;
     return drawn ? 1 : 0;
 }
 
@@ -293,28 +291,28 @@ void coverWithGround(WindowHandle window) {
 } // namespace
 
 void startLiveRows() {
-    liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
+    mapViews.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
     coverWithGround(mapWindow);
     if (confocalEnabled) coverWithGround(confocalWindow);
 }
 
 void setLiveRows(int firstDrawnRow) {
-    liveRowsFrom = firstDrawnRow;
+    mapViews.liveRowsFrom = firstDrawnRow;
 }
 
 void repaintMapWindow() {
-    if (liveRowsFrom < 0) return drawMapWithScale(shownMapChannel);
+    if (mapViews.liveRowsFrom < 0) return drawMapWithScale(mapViews.mapChannel);
     coverWithGround(mapWindow);
     const Map& map = scanMap.maps[planePhotocurrent];
-    for (int row = liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
+    for (int row = mapViews.liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
 }
 
 void repaintConfocalWindow() {
-    if (liveRowsFrom < 0) {
-        drawMap(confocalWindow, shownConfocalChannel);
+    if (mapViews.liveRowsFrom < 0) {
+        drawMap(confocalWindow, mapViews.confocalChannel);
         return;
     }
     coverWithGround(confocalWindow);
-    for (int row = liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
+    for (int row = mapViews.liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
         drawConfocalRow(confocalWindow, row);
 }

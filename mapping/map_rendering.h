@@ -14,6 +14,14 @@ enum MapChannel : int {
     channelConfocal = 4, // red, green and blue together
 };
 
+// What the two picture windows show.
+struct MapViews {
+    int mapChannel = channelPhotocurrent;
+    int confocalChannel = channelConfocal;
+    int liveRowsFrom = -1; // first row, from the top, that a running scan has drawn; -1 no scan
+};
+extern MapViews mapViews;
+
 // False colour of a level 0..1023: black over red and yellow to white.
 Colour colourOf(int level);
 
@@ -23,8 +31,9 @@ void drawMapRow(WindowHandle window, const Map& map, int row);
 // One row of the three colour maps in true colour.
 void drawConfocalRow(WindowHandle window, int row);
 
-// The whole map of a channel, scaled to cellPx pixels a point, on a grey ground. Returns 1, or 0
-// after 20 failures, each shown in the information text.
+// The whole map of a channel, scaled to cellPx pixels a point, on a grey ground; sets the extremes
+// that the scale shows (scanMap.mapMin, mapMax). Returns 1, or 0 after 20 failures, each shown in
+// the information text.
 int drawMap(WindowHandle window, int channel);
 
 // The colour scale beside the photocurrent map and its extremes as text.

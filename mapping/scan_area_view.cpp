@@ -16,7 +16,7 @@ uint64_t shownOn = onNoFrame; // number of the frame that it was drawn on
 } // namespace
 
 void showScanArea() {
-    shownOn = framesShown;
+    shownOn = liveViewState.framesShown;
     const WindowContext view(mainWindow);
     if (!view.context) return;
     const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
@@ -25,5 +25,5 @@ void showScanArea() {
 }
 
 void repaintScanArea() {
-    if (shownOn == framesShown) showScanArea();
+    if (shownOn == liveViewState.framesShown) showScanArea();
 }

@@ -86,7 +86,7 @@ bool writeRows(FILE* file, const Map& map) {
 }
 
 // A failure lets the next save make a new folder.
-bool wrote(const std::wstring& path, const Map& map) {
+bool writeMap(const std::wstring& path, const Map& map) {
     File file = openFile(path, L"w");
     if (file && writeRows(file.get(), map)) return true;
     dataFolders.sessionFolderMade = 0;
@@ -103,7 +103,7 @@ bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     for (size_t plane = 0; plane < planes; ++plane) {
         if (write(makeMapFileName(prefixes[plane]), scanMap.maps[plane])) continue;
         ensureSessionFolder(dataFolders);
-        all &= wrote(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
+        all &= writeMap(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
     }
     scanMap.saveCount += 1;
     return all;
@@ -112,7 +112,7 @@ bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
 } // namespace
 
 bool writeMapFile(const std::wstring& path, const Map& map) {
-    const bool written = wrote(path, map);
+    const bool written = writeMap(path, map);
     if (!written) reportFailure();
     return written;
 }
@@ -122,5 +122,5 @@ void saveMapFiles() {
 }
 
 bool saveMapFilesQuietly() {
-    return saveWith(wrote);
+    return saveWith(writeMap);
 }

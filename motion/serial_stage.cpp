@@ -26,7 +26,7 @@ double travelMs(const LaserLink& link, int axis, double targetUm) {
 }
 
 // The end of the way: the stage says that it has arrived, perhaps at a limit switch.
-bool tellsArrival(LaserLink& link, int axis, const std::string& reply) {
+bool isArrivalReport(LaserLink& link, int axis, const std::string& reply) {
     if (reply.empty() || reply[0] != arrivalLetters[axis]) return false;
     const char side = reply.size() > 1 ? reply[1] : '\0';
     if (side == 'L') link.channelMaximum[axis] = link.channelValue[axis];
@@ -36,9 +36,9 @@ bool tellsArrival(LaserLink& link, int axis, const std::string& reply) {
     return true;
 }
 
-// A report on the way; true when it lies at the target.
-bool tellsTarget(LaserLink& link, int axis, const std::string& reply, int32_t targetSteps,
-                 int32_t elapsed, int32_t timeoutMs) {
+// Stores a position report; true when it lies at the target.
+bool takePositionReport(LaserLink& link, int axis, const std::string& reply, int32_t targetSteps,
+                        int32_t elapsed, int32_t timeoutMs) {
     int32_t steps = 0;
     if (reply.empty() || reply[0] != positionLetters[axis]) return false;
     if (std::sscanf(reply.c_str() + 1, "%d", &steps) != 1) return false;
@@ -76,8 +76,9 @@ bool waitForSerialArrival(LaserLink& link, int axis, double targetUm, int32_t ti
     for (;;) {
         const std::string reply = laserReceive(link);
         const uint64_t elapsed = tickCountMs() - start;
-        if (tellsArrival(link, axis, reply)) break;
-        if (tellsTarget(link, axis, reply, targetSteps, static_cast<int32_t>(elapsed), timeoutMs))
+        if (isArrivalReport(link, axis, reply)) break;
+        if (takePositionReport(link, axis, reply, targetSteps, static_cast<int32_t>(elapsed),
+                               timeoutMs))
             break;
         if (elapsed >= 2 * static_cast<uint64_t>(timeoutMs)) {
             laserChannelValue(link, axis);

@@ -21,3 +21,4 @@ struct LocalTime {
 };
 
 LocalTime localTime();
+

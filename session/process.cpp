@@ -5,6 +5,8 @@
 #include "screen/screen.h"
 #include "session/responsive_wait.h"
 
+#include <cassert>
+
 int32_t processRunning = 0;
 
 namespace {
@@ -22,6 +24,7 @@ bool runProcess(void (*work)(), void (*saveQuietly)()) {
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);
     work();
+    assert(processRunning == 0 && movesUnderWay == 0); // it ends as it began
     keepSystemAwake(false);
     saveUnfinished = nullptr;
     underWay = false;
@@ -35,6 +38,7 @@ bool processUnderWay() {
 }
 
 RunningProcess::RunningProcess() {
+    assert(processRunning == 0);
     processRunning = 1;
 }
 
@@ -48,6 +52,7 @@ MoveUnderWay::MoveUnderWay() {
 
 MoveUnderWay::~MoveUnderWay() {
     --movesUnderWay;
+    assert(movesUnderWay >= 0);
 }
 
 bool stageIsMoving() {

@@ -88,7 +88,7 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t
         }
         if (record.currentIndex % samplesPerPlot == 0) plot(record);
     }
-    return true; // its time is not added to the offset, and that is meant
+    return true; // the record is full: no time follows that this would offset
 }
 
 // The readings that nobody answered.

@@ -35,6 +35,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+HandState handState;
+
 namespace {
 
 constexpr double focusStepUm = 1.0;
@@ -43,16 +45,13 @@ constexpr double focusKeyStepUm = 50.0;
 constexpr int largestClickPx = 10; // a smaller drag is a click
 
 double xyKeyStep = 100.0; // um
-int keyBusy = 0;
-bool picksLaserSpot = false; // a click sets the laser spot; what item 2111 toggles
-bool dragging = false;
 
 void moveAndShow(StageAxis& axis, double um) {
     // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
-    const int busyBefore = keyBusy;
-    keyBusy = 1;
+    const int busyBefore = handState.keyBusy;
+    handState.keyBusy = 1;
     moveBy(axis, um);
-    keyBusy = busyBefore;
+    handState.keyBusy = busyBefore;
     refreshPositions();
 }
 
@@ -217,7 +216,8 @@ constexpr Command commands[] = {
     {idCameraAuto, setCameraAutomatic, allowed, allowed},
     {idCameraAutoSetting, setCameraAutomatic, allowed, allowed},
     {idBlueOnly, [] { blueOnly = 1; }, allowed, allowed},
-    {idPickLaserSpot, [] { picksLaserSpot = toggleCheckMark(idPickLaserSpot); }, allowed, allowed},
+    {idPickLaserSpot, [] { handState.picksLaserSpot = toggleCheckMark(idPickLaserSpot); }, allowed,
+     allowed},
     {idDrawScanArea, drawScanArea, allowed, allowed},
     {idShowMap, [] { showMapWindow(channelPhotocurrent); }, allowed, allowed},
     {idShowConfocal,
@@ -253,7 +253,7 @@ void invertDrag() {
 
 // The button went up where this window did not hear of it: no selection, no click.
 void endLostDrag() {
-    dragging = false;
+    handState.dragging = false;
     redrawPicture();
 }
 
@@ -297,8 +297,8 @@ void onCommand(int id) {
 
 void onKeyDown(uintptr_t virtualKey) {
     resetIdle();
-    if (keyBusy || stageIsMoving()) return;
-    keyBusy = 1;
+    if (handState.keyBusy || stageIsMoving()) return;
+    handState.keyBusy = 1;
     switch (virtualKey) {
     case keyPageUp:
         moveBy(stageZ, focusKeyStepUm);
@@ -319,13 +319,13 @@ void onKeyDown(uintptr_t virtualKey) {
         moveBy(stageY, -xyKeyStep);
         break;
     default:
-        return; // the move keys stay blocked until the next click, and that is meant
+        return; // the move keys stay blocked until the next click: who types is not steering
     }
     if (!mainWindow) return;
     refreshPositions();
     grabAndDraw();
-    if (dragging) invertDrag();
-    keyBusy = 0;
+    if (handState.dragging) invertDrag();
+    handState.keyBusy = 0;
 }
 
 void onKeyUp() {
@@ -334,7 +334,7 @@ void onKeyUp() {
 
 void onMouseMove(int x, int y, bool leftButtonHeld) {
     resetIdle();
-    if (!dragging) return;
+    if (!handState.dragging) return;
     if (!leftButtonHeld) return endLostDrag();
     if (!inPicture(x, y)) return;
     invertDrag();
@@ -344,20 +344,20 @@ void onMouseMove(int x, int y, bool leftButtonHeld) {
 }
 
 void onLeftButtonDown(int x, int y) {
-    keyBusy = 0;
+    handState.keyBusy = 0;
     resetIdle();
     switchLiveView(LiveView::Off);
     // A process keeps the scan area that it works on.
-    if (!inPicture(x, y) || dragging || processUnderWay()) return;
+    if (!inPicture(x, y) || handState.dragging || processUnderWay()) return;
     drawCircleMark(mainWindow, x, y, 2, markRed);
     drawnRectangle = {x, y, x, y};
-    dragging = true;
+    handState.dragging = true;
     invertDrag();
 }
 
 void onLeftButtonUp(int x, int y) {
-    if (!dragging) return;
-    dragging = false;
+    if (!handState.dragging) return;
+    handState.dragging = false;
     if (processUnderWay()) return redrawPicture(); // started while the button was held
     const int width = std::abs(drawnRectangle.x1 - drawnRectangle.x2);
     const int height = std::abs(drawnRectangle.y1 - drawnRectangle.y2);
@@ -365,7 +365,7 @@ void onLeftButtonUp(int x, int y) {
         const bool selected = areaConfirmed(width, height) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
         if (selected) selectScanArea();
-    } else if (picksLaserSpot) {
+    } else if (handState.picksLaserSpot) {
         pickLaserSpot(x, y);
     } else if (!mayHappen(refused, refused)) {
         redrawPicture(); // erases the mark
@@ -377,7 +377,7 @@ void onLeftButtonUp(int x, int y) {
 void onPaint() {
     redrawPicture();
     repaintScanArea();
-    if (dragging) invertDrag();
+    if (handState.dragging) invertDrag();
 }
 
 void onClose() {
@@ -396,7 +396,7 @@ void onSessionEnd() {
 }
 
 void fillControlColumn() {
-    picksLaserSpot = false; // a new window's menu has no check mark
+    handState.picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, selectedInstrument().unit->label);

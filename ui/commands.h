@@ -20,6 +20,14 @@ struct Command {
 std::span<const Command> commandTable();
 
 void onCommand(int id);
+// What keys and mouse are in the middle of.
+struct HandState {
+    int keyBusy = 0;             // a key's move is under way: the move keys do nothing
+    bool picksLaserSpot = false; // a click sets the laser spot; what item 2111 toggles
+    bool dragging = false;
+};
+extern HandState handState;
+
 void onKeyDown(uintptr_t virtualKey);
 void onKeyUp();
 void onMouseMove(int x, int y, bool leftButtonHeld);

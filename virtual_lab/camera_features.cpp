@@ -310,7 +310,7 @@ void adaptExposure(double mean) {
 // --- The library's functions
 // ----------------------------------------------------------------------
 
-static uint32_t fail(uint32_t code, const char* name, const char* why) {
+static uint32_t failedCall(uint32_t code, const char* name, const char* why) {
     lab.camera.lastError = std::string(name ? name : "(null)") + ": " + why;
     return code;
 }
@@ -346,19 +346,20 @@ static bool writable(const LabCameraDevice& device, const LabFeature& feature) {
 static uint32_t look(void* handle, const char* name, bool write, LabFeature*& found) {
     LabCameraDevice* device = openDevice(handle);
     if (!device)
-        return fail(isDevice(handle) ? illegalState : badDevice, name, "the device is not open");
+        return failedCall(isDevice(handle) ? illegalState : badDevice, name,
+                          "the device is not open");
     found = findFeature(name);
-    if (!found) return fail(noSuchNode, name, "the camera has no such feature");
+    if (!found) return failedCall(noSuchNode, name, "the camera has no such feature");
     // The last values of a lost camera are still read, from the library's cache.
-    if (device->lost && write) return fail(failure, name, "the device has been removed");
-    if (write && !writable(*device, *found)) return fail(notWritable, name, "not writable");
+    if (device->lost && write) return failedCall(failure, name, "the device has been removed");
+    if (write && !writable(*device, *found)) return failedCall(notWritable, name, "not writable");
     return 0;
 }
 
 static uint32_t look(void* handle, const char* name, bool write, FeatureKind kind,
                      LabFeature*& found) {
     if (uint32_t error = look(handle, name, write, found)) return error;
-    if (found->kind != kind) return fail(wrongType, name, "the feature is of another type");
+    if (found->kind != kind) return failedCall(wrongType, name, "the feature is of another type");
     return 0;
 }
 
@@ -384,7 +385,7 @@ static double currentMinimum(const LabFeature& feature) {
 
 static uint32_t store(LabFeature& feature, double value) {
     if (!(value >= feature.minimum && value <= currentMaximum(feature)))
-        return fail(outOfRange, feature.name, "value out of range");
+        return failedCall(outOfRange, feature.name, "value out of range");
     feature.value = value;
     return 0;
 }
@@ -400,7 +401,7 @@ static uint32_t storeEntry(LabFeature& feature, const char* entry) {
         feature.value = static_cast<double>(i);
         return 0;
     }
-    return fail(invalidArgument, feature.name, "the enumeration has no such entry");
+    return failedCall(invalidArgument, feature.name, "the enumeration has no such entry");
 }
 
 static uint32_t giveText(const std::string& text, char* buffer, size_t* length) {
@@ -418,7 +419,7 @@ static uint32_t giveNumber(void* handle, const char* name, FeatureKind kind,
                            double (*number)(const LabFeature&), Value* value) {
     LabLock lock;
     LabFeature* feature = nullptr;
-    if (!value) return fail(invalidArgument, name, "no place for the value");
+    if (!value) return failedCall(invalidArgument, name, "no place for the value");
     if (uint32_t error = look(handle, name, false, kind, feature)) return error;
     *value = static_cast<Value>(number(*feature));
     return 0;
@@ -469,13 +470,13 @@ uint32_t PylonDeviceFeatureFromString(void* handle, const char* name, const char
     LabLock lock;
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, true, feature)) return error;
-    if (!text) return fail(invalidArgument, name, "no value");
+    if (!text) return failedCall(invalidArgument, name, "no value");
     if (feature->kind == FeatureKind::Enumeration) return storeEntry(*feature, text);
     if (feature->kind == FeatureKind::Command)
-        return fail(wrongType, name, "a command has no value");
+        return failedCall(wrongType, name, "a command has no value");
     char* end = nullptr;
     double value = std::strtod(text, &end);
-    if (end == text || *end) return fail(invalidArgument, name, "not a number");
+    if (end == text || *end) return failedCall(invalidArgument, name, "not a number");
     return store(*feature, value);
 }
 
@@ -484,7 +485,7 @@ uint32_t PylonDeviceFeatureToString(void* handle, const char* name, char* buffer
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, false, feature)) return error;
     if (feature->kind == FeatureKind::Command)
-        return fail(wrongType, name, "a command has no value");
+        return failedCall(wrongType, name, "a command has no value");
     double value = featureValue(name);
     std::string text;
     if (feature->kind == FeatureKind::Enumeration)
@@ -494,7 +495,7 @@ uint32_t PylonDeviceFeatureToString(void* handle, const char* name, char* buffer
     else
         text = std::to_string(static_cast<int64_t>(value));
     if (uint32_t error = giveText(text, buffer, length))
-        return fail(error, name, "the buffer is too small");
+        return failedCall(error, name, "the buffer is too small");
     return 0;
 }
 
@@ -552,7 +553,7 @@ uint32_t PylonDeviceExecuteCommandFeature(void* handle, const char* name) {
     LabFeature* feature = nullptr;
     if (uint32_t error = look(handle, name, true, FeatureKind::Command, feature)) return error;
     bool start = std::strcmp(name, "AcquisitionStart") == 0;
-    if (start && lab.camera.acquiring) return fail(illegalState, name, "already acquiring");
+    if (start && lab.camera.acquiring) return failedCall(illegalState, name, "already acquiring");
     lab.camera.acquiring = start;
     lab.camera.frameDue = start && featureValue("TriggerMode") == 0;
     lab.camera.frameDueMs = labNowMs() + cameraFrameMs();

@@ -12,7 +12,7 @@ using namespace LabPylon;
 constexpr int bayerRG8 = 0x01080009, bayerRG12 = 0x01100011; // PFNC
 constexpr uint32_t waitForever = 0xFFFFFFFF;
 
-static uint32_t fail(uint32_t code, const char* why) {
+static uint32_t failedCall(uint32_t code, const char* why) {
     lab.camera.lastError = why;
     return code;
 }
@@ -139,24 +139,27 @@ uint32_t PylonInitialize() {
 
 uint32_t PylonTerminate() {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
+    if (lab.camera.initialised == 0)
+        return failedCall(illegalState, "the library was not initialised");
     --lab.camera.initialised;
     return 0;
 }
 
 uint32_t PylonEnumerateDevices(size_t* count) {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
-    if (!count) return fail(invalidArgument, "no place for the count");
+    if (lab.camera.initialised == 0)
+        return failedCall(illegalState, "the library was not initialised");
+    if (!count) return failedCall(invalidArgument, "no place for the count");
     *count = lab.faults.cameraAbsent || lab.faults.cameraLost ? 0 : 1;
     return 0;
 }
 
 uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
     LabLock lock;
-    if (lab.camera.initialised == 0) return fail(illegalState, "the library was not initialised");
+    if (lab.camera.initialised == 0)
+        return failedCall(illegalState, "the library was not initialised");
     if (!handle || index > 0 || lab.faults.cameraAbsent || lab.faults.cameraLost)
-        return fail(invalidArgument, "there is no such device");
+        return failedCall(invalidArgument, "there is no such device");
     lab.camera.devices.push_back(std::make_unique<LabCameraDevice>());
     *handle = lab.camera.devices.back().get();
     return 0;
@@ -165,8 +168,8 @@ uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
 uint32_t PylonDestroyDevice(void* handle) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(badDevice, "not a device");
-    if (device->open) return fail(illegalState, "the device is still open");
+    if (!device) return failedCall(badDevice, "not a device");
+    if (device->open) return failedCall(illegalState, "the device is still open");
     std::erase_if(lab.camera.devices, [&](auto& other) { return other.get() == device; });
     return 0;
 }
@@ -174,12 +177,13 @@ uint32_t PylonDestroyDevice(void* handle) {
 uint32_t PylonDeviceOpen(void* handle, int access) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(badDevice, "not a device");
-    if (device->lost) return fail(failure, "the device has been removed");
+    if (!device) return failedCall(badDevice, "not a device");
+    if (device->lost) return failedCall(failure, "the device has been removed");
     for (auto& other : lab.camera.devices)
-        if (other->open && !other->lost) return fail(illegalState, "the camera is open already");
+        if (other->open && !other->lost)
+            return failedCall(illegalState, "the camera is open already");
     if (access & ~(accessControl | accessStream | accessEvent | accessExclusive))
-        return fail(invalidArgument, "no such access mode");
+        return failedCall(invalidArgument, "no such access mode");
     device->open = true;
     device->access = access;
     return 0;
@@ -188,8 +192,8 @@ uint32_t PylonDeviceOpen(void* handle, int access) {
 uint32_t PylonDeviceClose(void* handle) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(badDevice, "not a device");
-    if (device->grabber.open) return fail(illegalState, "the stream grabber is still open");
+    if (!device) return failedCall(badDevice, "not a device");
+    if (device->grabber.open) return failedCall(illegalState, "the stream grabber is still open");
     if (!device->lost && device->open) lab.camera.acquiring = lab.camera.frameDue = false;
     device->open = false;
     device->access = 0;
@@ -199,8 +203,8 @@ uint32_t PylonDeviceClose(void* handle) {
 uint32_t PylonDeviceIsOpen(void* handle, uint8_t* open) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(badDevice, "not a device");
-    if (!open) return fail(invalidArgument, "no place for the answer");
+    if (!device) return failedCall(badDevice, "not a device");
+    if (!open) return failedCall(invalidArgument, "no place for the answer");
     *open = device->open;
     return 0;
 }
@@ -208,10 +212,10 @@ uint32_t PylonDeviceIsOpen(void* handle, uint8_t* open) {
 uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber) {
     LabLock lock;
     LabCameraDevice* device = findDevice(handle);
-    if (!device) return fail(badDevice, "not a device");
-    if (!grabber || index > 0) return fail(invalidArgument, "no such stream grabber");
+    if (!device) return failedCall(badDevice, "not a device");
+    if (!grabber || index > 0) return failedCall(invalidArgument, "no such stream grabber");
     if (!(device->access & accessStream))
-        return fail(illegalState, "the device is not open for streaming");
+        return failedCall(illegalState, "the device is not open for streaming");
     *grabber = &device->grabber;
     return 0;
 }
@@ -219,10 +223,10 @@ uint32_t PylonDeviceGetStreamGrabber(void* handle, size_t index, void** grabber)
 uint32_t PylonStreamGrabberOpen(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (device->lost) return fail(failure, "the device has been removed");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (device->lost) return failedCall(failure, "the device has been removed");
     if (!(device->access & accessStream) || device->grabber.open)
-        return fail(illegalState, "open already, or the device is not open");
+        return failedCall(illegalState, "open already, or the device is not open");
     device->grabber.open = true;
     return 0;
 }
@@ -230,8 +234,8 @@ uint32_t PylonStreamGrabberOpen(void* handle) {
 uint32_t PylonStreamGrabberClose(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (device->grabber.prepared) return fail(illegalState, "the grab has not been finished");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (device->grabber.prepared) return failedCall(illegalState, "the grab has not been finished");
     device->grabber.open = false;
     return 0;
 }
@@ -239,10 +243,10 @@ uint32_t PylonStreamGrabberClose(void* handle) {
 uint32_t PylonStreamGrabberSetMaxNumBuffer(void* handle, size_t count) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (count == 0) return fail(invalidArgument, "no buffers");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (count == 0) return failedCall(invalidArgument, "no buffers");
     if (!device->grabber.open || device->grabber.prepared)
-        return fail(illegalState, "not open, or grabbing");
+        return failedCall(illegalState, "not open, or grabbing");
     device->grabber.maxBuffers = count;
     return 0;
 }
@@ -250,10 +254,10 @@ uint32_t PylonStreamGrabberSetMaxNumBuffer(void* handle, size_t count) {
 uint32_t PylonStreamGrabberSetMaxBufferSize(void* handle, size_t size) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (size == 0) return fail(invalidArgument, "no size");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (size == 0) return failedCall(invalidArgument, "no size");
     if (!device->grabber.open || device->grabber.prepared)
-        return fail(illegalState, "not open, or grabbing");
+        return failedCall(illegalState, "not open, or grabbing");
     device->grabber.maxBufferSize = size;
     return 0;
 }
@@ -261,11 +265,11 @@ uint32_t PylonStreamGrabberSetMaxBufferSize(void* handle, size_t size) {
 uint32_t PylonStreamGrabberGetPayloadSize(void* deviceHandle, void* handle, size_t* size) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!findDevice(deviceHandle)) return fail(badDevice, "not a device");
+    if (!findDevice(deviceHandle)) return failedCall(badDevice, "not a device");
     if (!device || device != findDevice(deviceHandle))
-        return fail(badGrabber, "not a stream grabber of this device");
-    if (!size) return fail(invalidArgument, "no place for the size");
-    if (!device->grabber.open) return fail(illegalState, "not open");
+        return failedCall(badGrabber, "not a stream grabber of this device");
+    if (!size) return failedCall(invalidArgument, "no place for the size");
+    if (!device->grabber.open) return failedCall(illegalState, "not open");
     *size = cameraPayload();
     return 0;
 }
@@ -273,12 +277,12 @@ uint32_t PylonStreamGrabberGetPayloadSize(void* deviceHandle, void* handle, size
 uint32_t PylonStreamGrabberPrepareGrab(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (device->lost) return fail(failure, "the device has been removed");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (device->lost) return failedCall(failure, "the device has been removed");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.open || grabber.prepared) return fail(illegalState, "not open, or grabbing");
+    if (!grabber.open || grabber.prepared) return failedCall(illegalState, "not open, or grabbing");
     if (grabber.maxBuffers == 0 || grabber.maxBufferSize < cameraPayload())
-        return fail(illegalState, "number or size of the buffers not set");
+        return failedCall(illegalState, "number or size of the buffers not set");
     grabber.prepared = true;
     return 0;
 }
@@ -286,13 +290,15 @@ uint32_t PylonStreamGrabberPrepareGrab(void* handle) {
 uint32_t PylonStreamGrabberRegisterBuffer(void* handle, void* memory, size_t size, void** buffer) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!memory || !buffer) return fail(invalidArgument, "no buffer, or no place for its handle");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!memory || !buffer)
+        return failedCall(invalidArgument, "no buffer, or no place for its handle");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.prepared) return fail(illegalState, "the grab has not been prepared");
-    if (grabber.buffers.size() >= grabber.maxBuffers) return fail(illegalState, "too many buffers");
+    if (!grabber.prepared) return failedCall(illegalState, "the grab has not been prepared");
+    if (grabber.buffers.size() >= grabber.maxBuffers)
+        return failedCall(illegalState, "too many buffers");
     if (size < cameraPayload() || size > grabber.maxBufferSize)
-        return fail(illegalState, "the buffer is too small or larger than announced");
+        return failedCall(illegalState, "the buffer is too small or larger than announced");
     grabber.buffers.push_back(std::make_unique<LabBuffer>(
         LabBuffer{.memory = static_cast<uint8_t*>(memory), .size = size}));
     *buffer = grabber.buffers.back().get();
@@ -303,11 +309,11 @@ uint32_t PylonStreamGrabberQueueBuffer(void* handle, void* bufferHandle, const v
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
     LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!buffer) return fail(invalidArgument, "not a buffer of this stream grabber");
-    if (device->lost) return fail(failure, "the device has been removed");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!buffer) return failedCall(invalidArgument, "not a buffer of this stream grabber");
+    if (device->lost) return failedCall(failure, "the device has been removed");
     if (buffer->at != LabBuffer::At::Program)
-        return fail(illegalState, "the buffer is queued already");
+        return failedCall(illegalState, "the buffer is queued already");
     takeDueFrames(device->grabber); // these came too early for this buffer
     buffer->at = LabBuffer::At::Queue;
     buffer->context = context;
@@ -318,10 +324,10 @@ uint32_t PylonStreamGrabberQueueBuffer(void* handle, void* bufferHandle, const v
 uint32_t PylonStreamGrabberStartStreamingIfMandatory(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (device->lost) return fail(failure, "the device has been removed");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (device->lost) return failedCall(failure, "the device has been removed");
     if (!device->grabber.prepared || device->grabber.streaming)
-        return fail(illegalState, "not prepared, or streaming already");
+        return failedCall(illegalState, "not prepared, or streaming already");
     device->grabber.streaming = true;
     return 0;
 }
@@ -329,7 +335,7 @@ uint32_t PylonStreamGrabberStartStreamingIfMandatory(void* handle) {
 uint32_t PylonStreamGrabberStopStreamingIfMandatory(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
     device->grabber.streaming = false;
     return 0;
 }
@@ -337,9 +343,9 @@ uint32_t PylonStreamGrabberStopStreamingIfMandatory(void* handle) {
 uint32_t PylonStreamGrabberGetWaitObject(void* handle, void** object) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!object) return fail(invalidArgument, "no place for the wait object");
-    if (!device->grabber.open) return fail(illegalState, "not open");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!object) return failedCall(invalidArgument, "no place for the wait object");
+    if (!device->grabber.open) return failedCall(illegalState, "not open");
     *object = &device->grabber.waitObject;
     return 0;
 }
@@ -353,7 +359,7 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
         {
             LabLock lock;
             LabCameraDevice* device = deviceOfWaitObject(object);
-            if (!device) return fail(badWaitObject, "not a wait object");
+            if (!device) return failedCall(badWaitObject, "not a wait object");
             // Of a lost camera a wait only hears nothing more.
             if (!device->lost) takeDueFrames(device->grabber);
             if (!device->grabber.output.empty()) {
@@ -363,7 +369,7 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
             bool coming = !device->lost && !lab.faults.cameraSilent && lab.camera.frameDue &&
                           device->grabber.streaming && !device->grabber.queue.empty();
             if (timeoutMs == waitForever && !coming)
-                return fail(illegalState, "nothing is coming: this wait would never end");
+                return failedCall(illegalState, "nothing is coming: this wait would never end");
             double nowMs = labNowMs();
             if (deadlineMs < 0)
                 deadlineMs = timeoutMs == waitForever ? std::numeric_limits<double>::infinity()
@@ -381,10 +387,10 @@ uint32_t PylonWaitObjectWait(void* object, uint32_t timeoutMs, uint8_t* ready) {
 uint32_t PylonStreamGrabberRetrieveResult(void* handle, LabGrabResult* result, uint8_t* ready) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!result || !ready) return fail(invalidArgument, "no place for the result");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!result || !ready) return failedCall(invalidArgument, "no place for the result");
     LabGrabber& grabber = device->grabber;
-    if (!grabber.prepared) return fail(illegalState, "the grab has not been prepared");
+    if (!grabber.prepared) return failedCall(illegalState, "the grab has not been prepared");
     if (!device->lost) takeDueFrames(grabber);
     *ready = !grabber.output.empty();
     if (!*ready) return 0;
@@ -413,7 +419,7 @@ uint32_t PylonStreamGrabberRetrieveResult(void* handle, LabGrabResult* result, u
 uint32_t PylonStreamGrabberFlushBuffersToOutput(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
     LabGrabber& grabber = device->grabber;
     for (LabBuffer* buffer : grabber.queue) {
         buffer->at = LabBuffer::At::Output;
@@ -427,10 +433,10 @@ uint32_t PylonStreamGrabberDeregisterBuffer(void* handle, void* bufferHandle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
     LabBuffer* buffer = device ? findBuffer(device->grabber, bufferHandle) : nullptr;
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!buffer) return fail(invalidArgument, "not a buffer of this stream grabber");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!buffer) return failedCall(invalidArgument, "not a buffer of this stream grabber");
     if (buffer->at != LabBuffer::At::Program)
-        return fail(illegalState, "the buffer is still queued or not retrieved");
+        return failedCall(illegalState, "the buffer is still queued or not retrieved");
     std::erase_if(device->grabber.buffers, [&](auto& other) { return other.get() == buffer; });
     return 0;
 }
@@ -438,9 +444,11 @@ uint32_t PylonStreamGrabberDeregisterBuffer(void* handle, void* bufferHandle) {
 uint32_t PylonStreamGrabberFinishGrab(void* handle) {
     LabLock lock;
     LabCameraDevice* device = deviceOfGrabber(handle);
-    if (!device) return fail(badGrabber, "not a stream grabber");
-    if (!device->grabber.prepared) return fail(illegalState, "the grab has not been prepared");
-    if (!device->grabber.buffers.empty()) return fail(illegalState, "buffers are still registered");
+    if (!device) return failedCall(badGrabber, "not a stream grabber");
+    if (!device->grabber.prepared)
+        return failedCall(illegalState, "the grab has not been prepared");
+    if (!device->grabber.buffers.empty())
+        return failedCall(illegalState, "buffers are still registered");
     device->grabber.prepared = device->grabber.streaming = false;
     return 0;
 }

@@ -120,5 +120,5 @@ void switchLaser(int pwm); // 0..255, 0 is off
 
 // How much of the light is left at the spot (1 in focus) and how much wider the spot is, for a
 // surface that lies `defocusUm` from the focus.
-double focusFactor(double defocusUm);
+double sharpnessAt(double defocusUm);
 double spotWidening(double defocusUm);

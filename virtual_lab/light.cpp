@@ -14,13 +14,13 @@ double spotWidening(double defocusUm) {
     return std::sqrt(1 + (defocusUm / labDepthOfFocusUm) * (defocusUm / labDepthOfFocusUm));
 }
 
-double focusFactor(double defocusUm) {
+double sharpnessAt(double defocusUm) {
     return 1 / (1 + (defocusUm / labDepthOfFocusUm) * (defocusUm / labDepthOfFocusUm));
 }
 
 static double voltsAt(LabPoint spot, double pwm, double zUm) {
     return photoVoltsAtReference * landscapeAt(spot.x, spot.y) * pwm / referencePwm *
-           focusFactor(zUm - surfaceHeightAt(spot.x, spot.y));
+           sharpnessAt(zUm - surfaceHeightAt(spot.x, spot.y));
 }
 
 LabPixel labSpotPixel() {

@@ -1,25 +1,30 @@
 // The program's records as its static initialisation leaves them, whatever a test did before.
-#include "instruments/lights.h"
-#include "session/process.h"
 #include "tests/doubles/doubles.h"
 
 #include "app/program.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "instruments/tektronics.h"
+#include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "session/data_folders.h"
+#include "session/live_view_timer.h"
+#include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
+#include "session/stopwatch.h"
 #include "spectroscopy/sweep_record.h"
+#include "ui/commands.h"
 
 #include <cstring>
 
@@ -51,6 +56,11 @@ void resetProgram() {
     forgetLights();
     connectFloors();
     processRunning = stopRequested = 0;
+    handState = {};
+    mapViews = {};
+    liveViewState = {};
+    liveViewTimerOff();
+    elapsedMs(true);
     laserLevel = defaultLaserLevel;
     stageX = stageY = stageZ = {};
     axisOrder = 2;

@@ -1,6 +1,6 @@
 // Everything that can break while a map is taken: the run ends, the laser is off, what was measured
 // is saved.
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
 #include "camera/camera.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-using FailureTest = RoadTest;
+using FailureTest = WholeRunTest;
 
 // Cells of the map, in the order in which they were measured, that are not 0.
 size_t cellsMeasured() {
@@ -41,7 +41,7 @@ TEST_F(FailureTest, NoDeviceAtAll) {
     answer("No devices found", BoxAnswer::Ok);
     answer("Error in  opening serial port", BoxAnswer::Ok);
     answer("No Arduino devices found", BoxAnswer::Ok);
-    runRoad(30, 20);
+    runProgramOver(30, 20);
     ASSERT_GE(shownBoxes.size(), 3u);
     EXPECT_EQ(shownBoxes[0].caption, "Scanner Error");
     EXPECT_EQ(shownBoxes[1].caption, "Warning");
@@ -63,12 +63,12 @@ struct Fault {
     const char* told;    // behind "Mapping finished"
 };
 
-class FaultInScanTest : public RoadTest, public testing::WithParamInterface<Fault> {};
+class FaultInScanTest : public WholeRunTest, public testing::WithParamInterface<Fault> {};
 
 TEST_P(FaultInScanTest, EndsAndSaves) {
     writeSettings(2.0, true);
     afterReadings(20, [] { breakLab(GetParam().fault); });
-    runRoad(12, 10);
+    runProgramOver(12, 10);
     const size_t points = static_cast<size_t>(scanArea.totalPoints);
     EXPECT_EQ(cellsMeasured(), GetParam().currents ? points : cellsBeforeReading20);
     EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(Devices, FaultInScanTest,
 TEST_F(FailureTest, WindowClosedWhileTheScanWaits) {
     writeSettings(2.0, true);
     afterReadings(20, [] { post(messageClose); });
-    runRoad(12, 10);
+    runProgramOver(12, 10);
     EXPECT_EQ(cellsMeasured(), cellsBeforeReading20 + 1); // the point under way is finished
     EXPECT_NE(sessionFile("CONFOCAL"), "");
     EXPECT_EQ(labLaserPwm(), 0);
@@ -139,7 +139,7 @@ TEST_F(FailureTest, SessionFolderThatCannotBeMade) {
         postCommand(idIvMeasurement);
     });
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
-    runRoad(12, 8);
+    runProgramOver(12, 8);
     EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
     EXPECT_EQ(cellsMeasured(), static_cast<size_t>(scanArea.totalPoints)) << "kept in memory";
 }

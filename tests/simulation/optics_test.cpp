@@ -1,7 +1,5 @@
 // Autofocus, the wide view and clicks on the picture, against where the sample really is.
-#include "instruments/lights.h"
-#include "session/process.h"
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "camera/autofocus.h"
 #include "camera/camera.h"
@@ -9,9 +7,11 @@
 #include "camera/live_view.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "screen/control_ids.h"
+#include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/commands.h"
 

@@ -1,6 +1,5 @@
 // I-V sweeps and time series against the sample's laws, and everything that can come between.
-#include "session/process.h"
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
 #include "camera/spot.h"
@@ -8,6 +7,7 @@
 #include "mapping/scan_area.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/process.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
 #include "ui/tool_windows.h"
@@ -21,7 +21,7 @@ namespace {
 constexpr double levelVolts = 4.0; // of the laser
 constexpr float limit = 1e-4f;     // A
 
-class PointMeasurementTest : public RoadTest {
+class PointMeasurementTest : public WholeRunTest {
 protected:
     // The program runs with an instrument and `command` opens a tool; then `work` happens, and a
     // while after the last process has ended the window is closed.

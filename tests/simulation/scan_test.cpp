@@ -1,5 +1,5 @@
 // Whole maps in the laboratory, compared with the sample that they were taken of.
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-using ScanTest = RoadTest;
+using ScanTest = WholeRunTest;
 
 // Rows from the bottom of the map that must hold the landscape; the cells of `partial` more.
 void expectLandscape(int wholeRows, int partial, double zUm) {
@@ -73,7 +73,7 @@ void expectColours() {
 
 TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
     writeSettings(2.0, true);
-    runRoad(40, 30);
+    runProgramOver(40, 30);
 
     EXPECT_EQ(scanArea.cols, 20);
     EXPECT_EQ(scanArea.rows, 15);
@@ -105,7 +105,7 @@ TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
 TEST_F(ScanTest, SavesWhatItMeasured) {
     wallTime = {2026, 3, 7, 14, 5};
     writeSettings(3.0, true);
-    runRoad(12, 9);
+    runProgramOver(12, 9);
 
     const std::string grid = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V.txt";
     std::vector<std::string> expected = {"KST_Data/", "KST_Data/260307_14-05/",
@@ -136,7 +136,7 @@ TEST_F(ScanTest, SavesWhatItMeasured) {
 
 TEST_F(ScanTest, ApproachesEveryPointFromTheLeft) {
     writeSettings(2.5, false);
-    runRoad(20, 10);
+    runProgramOver(20, 10);
     // Within a row the light only moves to the right, each row above the last.
     const std::vector<LabRead>& reads = labReads();
     ASSERT_EQ(reads.size(), static_cast<size_t>(readingsIn(scanArea.cols, scanArea.rows)));
@@ -157,7 +157,7 @@ TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
     // 37 cells: three rows of 12 and one more, each row with its discarded reading.
     afterReadings(3 * 13 + 2, [] { postCommand(idStart); });
     answer("Do you want to stop process, now ?", BoxAnswer::Yes);
-    runRoad(24, 16);
+    runProgramOver(24, 16);
     ASSERT_EQ(scanArea.cols, 12);
     expectLandscape(3, 1, labStageUm(labZ));
     EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
@@ -173,13 +173,13 @@ TEST_F(ScanTest, StopThatIsNotMeantLosesNothing) {
     answer("Do you want to stop process, now ?", BoxAnswer::No);
     afterReadings(30, [] { postClick(1300, 900); });
     answer("Do you want to stop process, now ?", BoxAnswer::No);
-    runRoad(16, 12);
+    runProgramOver(16, 12);
     expectLandscape(scanArea.rows, 0, labStageUm(labZ));
 }
 
 TEST_F(ScanTest, DeclinedQuestionMeasuresNothingAndGoesHome) {
     writeSettings(2.0, true);
-    runRoad(16, 12, BoxAnswer::No);
+    runProgramOver(16, 12, BoxAnswer::No);
     EXPECT_EQ(labCounters().analogReads, 0u);
     expectLandscape(0, 0, 0);
     for (const char* prefix : {"Kestrel", "ConfocalB", "KST", "CONFOCAL"})
@@ -196,7 +196,7 @@ TEST_F(ScanTest, EditsAreRefusedWhileTheGridIsInUse) {
         postCall([] { enterScanStep(); });
         postCommand(idReconnectStages);
     });
-    runRoad(12, 10);
+    runProgramOver(12, 10);
     EXPECT_EQ(textIn(Field::ScanStep), "2.0");
     expectLandscape(scanArea.rows, 0, labStageUm(labZ));
 }
@@ -209,7 +209,7 @@ TEST_F(ScanTest, RefusedNumberedNameMakesANewFolder) {
     afterReadings(5, [] { postCommand(idSaveMaps); });
     answer("File saving error. New folder will be made.", BoxAnswer::Ok,
            [] { wallTime.minute = 6; });
-    runRoad(10, 10);
+    runProgramOver(10, 10);
     const std::string name = "Kestrel(3X3)Step4.0um LaserIntensity16.0 Bias0.0V.txt";
     const auto part = numbersOf(contentOf("KST_Data/260307_14-05/" + name));
     const auto whole = numbersOf(contentOf("KST_Data/260307_14-06/" + name));

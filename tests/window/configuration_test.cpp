@@ -1,7 +1,7 @@
 // The Configuration dialog of the real program, from a change of instrument to the settings file.
-#include "tests/window/road.h"
+#include "tests/window/program_run.h"
 
-class Configuration : public Road {
+class Configuration : public ProgramRun {
 protected:
     HWND dialog = nullptr;
 

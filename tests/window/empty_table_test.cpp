@@ -1,11 +1,11 @@
 // The program on a machine with no device at all.
-#include "tests/window/road.h"
+#include "tests/window/program_run.h"
 
 #include <regex>
 
 namespace fs = std::filesystem;
 
-class EmptyTable : public Road {
+class EmptyTable : public ProgramRun {
 protected:
     void start() {
         program = startProgram(layDesk(false));

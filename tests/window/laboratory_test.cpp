@@ -1,5 +1,5 @@
-// Whole roads in the virtual laboratory, whose files are compared with the sample.
-#include "tests/window/road.h"
+// Whole runs in the virtual laboratory, whose files are compared with the sample.
+#include "tests/window/program_run.h"
 #include "virtual_lab/lab.h"
 
 #include <gdiplus.h>
@@ -102,7 +102,7 @@ struct Area {
     }
 };
 
-class Laboratory : public Road {
+class Laboratory : public ProgramRun {
 protected:
     void start(double step, int kind = 0, const char* faults = "", const char* release = "") {
         LabPixel spot = labSpotPixel();

@@ -1,5 +1,5 @@
 // Plays one run of the program.
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
 #include "camera/spot.h"
@@ -16,7 +16,7 @@
 #include <cmath>
 #include <sstream>
 
-void RoadTest::writeSettings(double step, bool confocal) {
+void WholeRunTest::writeSettings(double step, bool confocal) {
     const LabPixel spot = labSpotPixel();
     writeDesktopFile("KST_Data/Config.txt",
                      formatted("step:%.1f, laser:4.00, laser correct:(%d,%d), Ammeter:0, GPIB:18, "
@@ -29,7 +29,7 @@ static bool informationShown(const char* text) {
     return std::find(shown.begin(), shown.end(), text) != shown.end();
 }
 
-void RoadTest::runRoad(double widthUm, double heightUm, BoxAnswer hysteresis) {
+void WholeRunTest::runProgramOver(double widthUm, double heightUm, BoxAnswer hysteresis) {
     const int halfWidth = static_cast<int>(widthUm / labUmPerPixel / 2);
     const int halfHeight = static_cast<int>(heightUm / labUmPerPixel / 2);
     when([] { return timerRuns(); },
@@ -46,7 +46,7 @@ void RoadTest::runRoad(double widthUm, double heightUm, BoxAnswer hysteresis) {
     EXPECT_EQ(runProgram(1), 0);
 }
 
-void RoadTest::afterReadings(size_t readings, std::function<void()> action) {
+void WholeRunTest::afterReadings(size_t readings, std::function<void()> action) {
     when([readings] { return labCounters().analogReads >= readings; }, std::move(action));
 }
 

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-class Road : public testing::Test {
+class ProgramRun : public testing::Test {
 protected:
     Program program;
 

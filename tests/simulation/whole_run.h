@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-class RoadTest : public LabTest {
+class WholeRunTest : public LabTest {
 protected:
     // The desk's settings: the laser spot where it is, the given step, confocal imaging on or off.
     void writeSettings(double step, bool confocal);
@@ -16,10 +16,10 @@ protected:
     // Starts the program, drags a rectangle of width x height um around the picture's centre,
     // confirms it, presses Start, answers the hysteresis question, and closes the window once
     // "Mapping finished" has been shown.
-    void runRoad(double widthUm, double heightUm, BoxAnswer hysteresis = BoxAnswer::Yes);
+    void runProgramOver(double widthUm, double heightUm, BoxAnswer hysteresis = BoxAnswer::Yes);
 
     // Calls `action` once `points` cells have been read (and a row's discarded reading with each
-    // row); to be called before runRoad.
+    // row); to be called before runProgramOver.
     void afterReadings(size_t readings, std::function<void()> action);
 
     static int readingsIn(int cols, int rows) { return cols * rows + rows; }
