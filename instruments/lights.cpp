@@ -6,6 +6,7 @@
 #include "platform/truncate.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
+#include "session/main_title.h"
 
 #include <algorithm>
 #include <atomic>
@@ -90,7 +91,7 @@ void sayWhetherTheBoardIsLost() {
     static std::string said;
     const std::string loss = lossOfTheBoard();
     if (loss == said) return;
-    setMainTitle(loss.empty() ? "Lumascan" : ("Lumascan - " + loss).c_str());
+    titleLoss(loss);
     if (!loss.empty()) showInformation(loss.c_str());
     said = mainWindow ? loss : std::string(); // before that nobody has read it
 }

@@ -12,17 +12,22 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
+#include "mapping/scan_pace.h"
 #include "motion/stage.h"
+#include "platform/clock.h"
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/main_title.h"
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
 
 #include <algorithm>
+#include <cassert>
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -57,6 +62,7 @@ struct ScanReport {
 };
 
 ScanReport report;
+ScanPace pace(0, 0, 0.0);
 
 std::string describe(const Trouble& trouble, const char* what) {
     if (trouble.points == 0) return "";
@@ -80,8 +86,12 @@ void showReport() {
     if (!failed.empty()) showInformation(("Mapping finished" + failed).c_str());
 }
 
+int percentOf(int count) {
+    return static_cast<int>(int64_t{count} * 100 / scanArea.totalPoints);
+}
+
 void showPercentDone(int count) {
-    const auto percent = static_cast<int>(int64_t{count} * 100 / scanArea.totalPoints);
+    const int percent = percentOf(count);
     std::string text = formatted("Mapping: %d%% done", percent);
     // What was said of a failed move is gone with the next point.
     if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
@@ -115,6 +125,9 @@ struct Point {
 void measurePoint(const Point& point, int mapRow) {
     const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
+    // Nothing may change the scan area while its scan runs.
+    assert(c < scanMap.marks.size() && m < scanMap.marks[c].size());
+    assert(scanArea.cols == scanMap.conditions->cols && scanArea.rows == scanMap.conditions->rows);
     const float value = readPhotocurrent();
     scanMap.maps[planePhotocurrent][c][m] = value;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
@@ -149,6 +162,32 @@ void showScanProgress(int count) {
     setField(Field::Time, formatted("%dM/%dM ", minutes, scanArea.estimatedMinutes).c_str());
 }
 
+// For who looks from another desk, too.
+void showRemaining(int count) {
+    constexpr int minutesOfDay = 24 * 60;
+    const double leftMs = pace.remainingMs();
+    const auto minutes = static_cast<int>(std::lround(leftMs / 60000.0));
+    const std::string left =
+        minutes < 2 ? formatted("%d s left", static_cast<int>(std::lround(leftMs / 1000.0)))
+                    : formatted("%d min left", minutes);
+    const LocalTime now = localTime();
+    const int end = now.hour * 60 + now.minute + minutes;
+    std::string ends = formatted("ends %02d:%02d", end / 60 % 24, end % 60);
+    if (end >= minutesOfDay) ends += formatted(" +%d d", end / minutesOfDay);
+    setField(Field::Remaining, (left + "\n" + ends).c_str());
+    titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
+    showTaskbarProgress(percentOf(count));
+}
+
+void showEnd() {
+    const LocalTime now = localTime();
+    const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
+    setField(Field::Remaining,
+             formatted("took %d min\nended %02d:%02d", minutes, now.hour, now.minute).c_str());
+    titleProgress("");
+    showTaskbarProgress(-1);
+}
+
 void markScanPoint(const WindowContext& view, int row, int column) {
     const PixelPoint point =
         onPresentView(scanArea,
@@ -163,7 +202,9 @@ void markScanPoint(const WindowContext& view, int row, int column) {
 bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
     const double y = place.startY + row * scanArea.scanStep;
+    pace.rowBegins(tickCountMs());
     const bool rowReached = goToRow(place, y);
+    pace.rowReached(tickCountMs());
     if (stopRequested) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
         const double x = place.startX + column * scanArea.scanStep;
@@ -178,6 +219,8 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         if (stopRequested) return false;
         markScanPoint(view, row, column);
         measurePoint({row, column, reached}, mapRow);
+        pace.pointDone(tickCountMs());
+        showRemaining(count);
     }
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
@@ -212,11 +255,14 @@ void scanAllRows(const ScanPlace& place) {
     elapsedMs(true);
     waitResponsive(500);
 
+    const double rowUm = (scanArea.cols - 1) * scanArea.scanStep;
+    pace = ScanPace(scanArea.cols, scanArea.rows, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
     const WindowContext view(mainWindow); // the scan's own, for its markers
     int count = 0;
     for (int row = 0; row < scanArea.rows && !stopRequested; ++row)
         if (!scanRow(place, view, row, count)) break;
     report.pointsDone = count;
+    showEnd();
 }
 
 void returnHome(const ScanPlace& place) {
@@ -259,9 +305,15 @@ bool compensateHysteresis() {
     return moveBy(stageZ, 2.0) && moveBy(stageZ, -2.0);
 }
 
+double remainingScanMs() {
+    return pace.remainingMs();
+}
+
 int runMapping() {
     showInformation("Moving to starting point");
+    setField(Field::Remaining, "");
     report = {};
+    pace = ScanPace(0, 0, 0.0);
     ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
     const auto limit = static_cast<double>(instrumentLink.currentLimit);
     applyBias(static_cast<double>(instrumentLink.biasVoltage), limit);

@@ -6,6 +6,10 @@
 // declined. Always returns 1.
 int runMapping();
 
+// Milliseconds until the last point of the running scan, by what it has taken so far: within a
+// tenth from the fiftieth point on. 0 without one.
+double remainingScanMs();
+
 // A damped swing that ends where it started, approached from the positive side; then Z up and down.
 // Ends early, and returns false, when a move fails.
 bool compensateHysteresis();

@@ -15,6 +15,7 @@ enum class Field {
     Information, // status line 1, the camera's messages
     Progress,    // status line 2
     Time,
+    Remaining, // below it
     PositionX,
     PositionY,
     PositionZ,
@@ -51,6 +52,10 @@ bool toggleCheckMark(int id);
 
 void focusMainWindow();
 void setMainTitle(const char* text);
+
+// A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where
+// there is no taskbar.
+void showTaskbarProgress(int percent);
 
 // Timer 1 of the main window, which drives the live camera view.
 void startTimer(unsigned periodMs);

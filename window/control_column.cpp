@@ -11,7 +11,17 @@
 #include <array>
 #include <cstring>
 
-enum class Kind { Button, PushLike, Radio, Label, Edit, EditClientEdge, EditBorderless, Lines };
+enum class Kind {
+    Button,
+    PushLike,
+    Radio,
+    Label,
+    Edit,
+    EditClientEdge,
+    EditBorderless,
+    Lines,
+    Notice
+};
 
 // Whether the operator types into an edit or only reads it.
 enum class Use { Input, Output };
@@ -70,6 +80,7 @@ static const Control controls[] = {
     {idProgress, Kind::Edit, L"", 1262, 445, 170, 20, shows(Field::Progress)},
     {idLabel, Kind::Label, L"Time/estimated", 1262, 480, 100, 20},
     {idTime, Kind::Edit, L"", 1262, 505, 170, 20, shows(Field::Time)},
+    {idLabel, Kind::Notice, L"", 1262, 527, 180, 30, shows(Field::Remaining)},
     {idShowMap, Kind::Button, L"PC map", 1262, 560, 70, 40},
     {idLabel, Kind::Label, L"I_ph (uA)", 1342, 560, 70, 20, shows(Field::UnitLabel)},
     {0, Kind::Edit, L"", 1342, 580, 70, 20, shows(Field::MeasuredValue)},
@@ -148,7 +159,9 @@ static WindowKind windowKind(const Control& control) {
     case Kind::EditBorderless:
         return {L"EDIT", line, 0};
     case Kind::Lines:
-        return {L"EDIT", child | WS_BORDER | ES_MULTILINE | ES_READONLY, 0};
+        return {L"EDIT", child | WS_BORDER | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL, 0};
+    case Kind::Notice: // wraps
+        return {L"STATIC", child | SS_LEFT, 0};
     case Kind::Label:
         break;
     }
@@ -203,6 +216,14 @@ std::string fieldText(Field field, int capacity) {
     return windowText(opaque(fieldWindows[static_cast<size_t>(field)]), capacity);
 }
 
+// A report may be longer than the box: then it can be scrolled.
+static void scrollLongText(HWND lines) {
+    constexpr LRESULT visibleLines = 2;
+    ShowScrollBar(lines, SB_VERT, FALSE);
+    if (SendMessageW(lines, EM_GETLINECOUNT, 0, 0) > visibleLines)
+        ShowScrollBar(lines, SB_VERT, TRUE);
+}
+
 void setField(Field field, const char* text) {
     HWND window = fieldWindows[static_cast<size_t>(field)];
     if (!window || !onWindowThread()) return;
@@ -210,4 +231,5 @@ void setField(Field field, const char* text) {
     auto length = static_cast<int>(std::strlen(text));
     if (GetWindowTextLengthA(window) == length && fieldText(field, length + 1) == text) return;
     SetWindowTextA(window, text);
+    if (field == Field::Information) scrollLongText(window);
 }

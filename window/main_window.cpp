@@ -5,11 +5,13 @@
 #include "window/tool_window_class.h"
 
 #include "camera/live_view.h"
+#include "platform/messages.h"
 #include "platform/win32/handles.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "ui/commands.h"
 
+#include <shobjidl.h>
 #include <windowsx.h>
 
 // Null again once the window is destroyed, so that what the exit sequence still says goes nowhere.
@@ -157,6 +159,30 @@ void focusMainWindow() {
 
 void setMainTitle(const char* text) {
     if (mainWindow) SetWindowTextA(native(mainWindow), text);
+}
+
+// From the first use to the program's end; null where the system has no taskbar.
+static ITaskbarList3* taskbar() {
+    static ITaskbarList3* const list = [] {
+        ITaskbarList3* made = nullptr;
+        // What runs on this thread may have its own idea of COM: only a failure matters.
+        const HRESULT begun = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        static_cast<void>(begun);
+        if (FAILED(CoCreateInstance(CLSID_TaskbarList, nullptr, CLSCTX_INPROC_SERVER,
+                                    IID_PPV_ARGS(&made))))
+            return static_cast<ITaskbarList3*>(nullptr);
+        if (SUCCEEDED(made->HrInit())) return made;
+        made->Release();
+        return static_cast<ITaskbarList3*>(nullptr);
+    }();
+    return list;
+}
+
+void showTaskbarProgress(int percent) {
+    if (!mainWindow || !onWindowThread() || !taskbar()) return;
+    HWND window = native(mainWindow);
+    taskbar()->SetProgressState(window, percent < 0 ? TBPF_NOPROGRESS : TBPF_NORMAL);
+    if (percent >= 0) taskbar()->SetProgressValue(window, static_cast<ULONGLONG>(percent), 100);
 }
 
 void startTimer(unsigned periodMs) {

@@ -22,6 +22,7 @@ WindowHandle mapWindow = nullptr;
 WindowHandle confocalWindow = nullptr;
 bool mainWindowRefused = false;
 int focusCount = 0;
+int taskbarProgress = -1;
 std::vector<WindowHandle> toolWindows;
 
 static std::vector<std::unique_ptr<NativeWindow>> windows;
@@ -33,6 +34,7 @@ void resetScreen() {
     mainWindow = mapWindow = confocalWindow = nullptr;
     mainWindowRefused = false;
     focusCount = 0;
+    taskbarProgress = -1;
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
     windows.clear();
     fields.clear();
@@ -90,6 +92,10 @@ void focusMainWindow() {
 
 void setMainTitle(const char* text) {
     if (mainWindow) mainWindow->text = text;
+}
+
+void showTaskbarProgress(int percent) {
+    taskbarProgress = percent;
 }
 
 void startTimer(unsigned periodMs) {

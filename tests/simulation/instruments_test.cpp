@@ -1,8 +1,9 @@
 // A whole map with each kind of instrument: value, unit and scale, the bias before and after.
-#include "instruments/lights.h"
-#include "tests/simulation/road.h"
+#include "tests/simulation/whole_run.h"
 
 #include "instruments/ammeter.h"
+#include "instruments/lights.h"
+#include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "platform/text_format.h"
@@ -29,7 +30,7 @@ const Instrument instruments[] = {
 
 constexpr double bias = 0.5; // V
 
-class InstrumentRoad : public RoadTest {
+class InstrumentRun : public WholeRunTest {
 protected:
     // A run with an instrument and a bias is to come.
     void choose(int kind, double step) {
@@ -85,14 +86,14 @@ protected:
     Instrument instrument{};
 };
 
-class InstrumentMapTest : public InstrumentRoad, public testing::WithParamInterface<Instrument> {};
+class InstrumentMapTest : public InstrumentRun, public testing::WithParamInterface<Instrument> {};
 
 TEST_P(InstrumentMapTest, HoldsTheLandscape) {
     choose(GetParam().kind, 2.5);
     double biasInScan = -1;
     when([] { return textIn(Field::Progress) == "Mapping: 50% done"; },
          [&] { biasInScan = labBiasVolts(); });
-    runRoad(20, 15);
+    runProgramOver(20, 15);
 
     EXPECT_EQ(wrongCells([](int, int) { return true; }), 0);
     EXPECT_EQ(biasInScan, instrument.source ? bias : 0.0);
@@ -110,6 +111,33 @@ TEST_P(InstrumentMapTest, HoldsTheLandscape) {
     EXPECT_FALSE(labOutputOn() && instrument.kind == kindGpibSourcemeter); // the 2450's stays on
 }
 
+// A quick instrument and a slow one; the way back to a row counts too.
+TEST_F(InstrumentRun, SaysWhenTheScanWillBeDone) {
+    for (const auto& [kind, step] :
+         {std::pair{kindGpibMultimeter, 0.5}, {kindAnalyzerEthernet, 2.0}}) {
+        SCOPED_TRACE(kind);
+        prepareWorld();
+        choose(kind, step);
+        std::vector<std::pair<double, double>> said;
+        for (const int percent : {55, 65, 75, 85, 95})
+            when(
+                [=] { return textIn(Field::Progress) == formatted("Mapping: %d%% done", percent); },
+                [&] { said.emplace_back(testTimeMs(), remainingScanMs()); });
+        double endMs = 0;
+        when([] { return textIn(Field::Remaining).starts_with("took"); },
+             [&] { endMs = testTimeMs(); });
+        std::string title;
+        when([] { return textIn(Field::Progress) == "Mapping: 70% done"; },
+             [&] { title = mainWindow->text; });
+        runProgramOver(step * 20, step * 5);
+        ASSERT_EQ(said.size(), 5u);
+        for (const auto& [whenMs, leftMs] : said)
+            EXPECT_NEAR(leftMs, endMs - whenMs, 0.1 * leftMs + 80); // and a point under way
+        EXPECT_TRUE(title.starts_with("Lumascan - 69%, ends ")) << title;
+        EXPECT_EQ(taskbarProgress, -1);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, InstrumentMapTest, testing::ValuesIn(instruments),
                          [](const testing::TestParamInfo<Instrument>& info) {
                              return "Kind" + std::to_string(info.param.kind);
@@ -123,7 +151,7 @@ struct Fault {
     bool parsed;     // what comes after the fault is still a number
 };
 
-class InstrumentFaultTest : public InstrumentRoad, public testing::WithParamInterface<Fault> {};
+class InstrumentFaultTest : public InstrumentRun, public testing::WithParamInterface<Fault> {};
 
 TEST_P(InstrumentFaultTest, EndsAndSaves) {
     choose(GetParam().kind, 2.0);
@@ -135,7 +163,7 @@ TEST_P(InstrumentFaultTest, EndsAndSaves) {
              before = scanMap.maps[planePhotocurrent];
          });
     testing::internal::CaptureStdout();
-    runRoad(14, 10);
+    runProgramOver(14, 10);
     testing::internal::GetCapturedStdout();
     ASSERT_FALSE(before.empty()) << "the fault never struck";
     EXPECT_LT(testTimeMs(), 300e3); // a time-out of up to 10 s a cell, and the moves
@@ -177,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"BusError", 7, "gpib error", bias, false}),
     [](const testing::TestParamInfo<Fault>& info) { return std::string(info.param.name); });
 
-using InstrumentDeathTest = InstrumentRoad;
+using InstrumentDeathTest = InstrumentRun;
 
 // The one reply that ends the program by design: not before the set-up is safe and the map saved.
 TEST_F(InstrumentDeathTest, NumberThatIsNoneEndsAScanSafely) {
@@ -191,7 +219,7 @@ TEST_F(InstrumentDeathTest, NumberThatIsNoneEndsAScanSafely) {
              applyLabFaults("sourcemeter long");
              when([] { return labLaserPwm() == 0 && labBiasVolts() == 0.0; }, say);
          });
-    EXPECT_EXIT(runRoad(14, 10), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(runProgramOver(14, 10), testing::KilledBySignal(SIGABRT),
                 "laser at 204, bias 0.5 V\n.*too long\n.*laser at 0, bias 0.0 V\n");
     const std::string saved = contentOf(sessionFile("Kestrel"));        // by what died
     EXPECT_GE(std::count(saved.begin(), saved.end(), '1'), 5) << saved; // of 1e-6 A
