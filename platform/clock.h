@@ -21,4 +21,3 @@ struct LocalTime {
 };
 
 LocalTime localTime();
-
