@@ -11,6 +11,7 @@
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/message_box.h"
@@ -60,6 +61,7 @@ bool startUp(int showCommand) {
     }
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
+    readScanOptions();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
     setLaserLevel(0);
     switchLiveView(LiveView::On);

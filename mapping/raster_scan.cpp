@@ -12,6 +12,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
+#include "mapping/scan_options.h"
 #include "mapping/scan_pace.h"
 #include "motion/stage.h"
 #include "platform/clock.h"
@@ -122,14 +123,53 @@ struct Point {
     bool reached;
 };
 
+// The readings of one point: their mean, and how they scatter.
+struct PointReading {
+    float mean = 0.0f;
+    float deviation = 0.0f; // standard deviation of one reading; 0 of a single one
+    bool answered = true;   // each of them
+};
+
+PointReading readPoint() {
+    PointReading point;
+    if (scanOptions.readingsPerPoint == 1) {
+        point.mean = readPhotocurrent();
+        point.answered = lastReadingAnswered();
+        return point;
+    }
+    double mean = 0.0, squares = 0.0; // of the readings so far, and of their distances from it
+    int count = 0;
+    constexpr uint64_t longestDeafMs = 100;
+    uint64_t heard = tickCountMs();
+    for (int i = 0; i < scanOptions.readingsPerPoint; ++i) {
+        const auto value = static_cast<double>(readPhotocurrent());
+        point.answered = point.answered && lastReadingAnswered();
+        if (!lastReadingAnswered()) continue;
+        const double distance = value - mean;
+        mean += distance / ++count;
+        squares += distance * (value - mean);
+        // Many slow readings must not deafen the windows.
+        if (tickCountMs() - heard < longestDeafMs) continue;
+        waitResponsive(1);
+        if (stopRequested) break;
+        heard = tickCountMs();
+    }
+    point.answered = point.answered && count > 0;
+    point.mean = static_cast<float>(mean);
+    if (count > 1) point.deviation = static_cast<float>(std::sqrt(squares / (count - 1)));
+    return point;
+}
+
 void measurePoint(const Point& point, int mapRow) {
     const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
     // Nothing may change the scan area while its scan runs.
     assert(c < scanMap.marks.size() && m < scanMap.marks[c].size());
     assert(scanArea.cols == scanMap.conditions->cols && scanArea.rows == scanMap.conditions->rows);
-    const float value = readPhotocurrent();
+    const PointReading reading = readPoint();
+    const float value = reading.mean;
     scanMap.maps[planePhotocurrent][c][m] = value;
+    if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading.deviation;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
     bool silent = false;
     const auto heed = [&](bool answered, Trouble& trouble) {
@@ -138,7 +178,7 @@ void measurePoint(const Point& point, int mapRow) {
         silent = true;
     };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
-    heed(lastReadingAnswered(), boardIsInstrument ? report.board : report.instrument);
+    heed(reading.answered, boardIsInstrument ? report.board : report.instrument);
     if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
     if (confocalEnabled) {
         grabFrames(cameraState, 1);
@@ -212,7 +252,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         if (!moved) showProgress("Motor motion failure");
         showScanProgress(++count);
         refreshPositions();
-        waitResponsive(2);
+        waitResponsive(static_cast<uint32_t>(scanOptions.beforeReadingMs));
         if (stopRequested) return false;
         // What was missed is not waited for again at each point of the row.
         const bool reached = moved && rowReached && hasComeTo(stageX, x) && hasComeTo(stageY, y);
@@ -309,7 +349,18 @@ double remainingScanMs() {
     return pace.remainingMs();
 }
 
+// The stage is looked at as the operator chose, in this object's block.
+struct ScanTiming {
+    ScanTiming() {
+        arrivalTiming = {scanOptions.looksEarly, static_cast<uint32_t>(scanOptions.settleMs)};
+    }
+    ~ScanTiming() { arrivalTiming = {}; }
+    ScanTiming(const ScanTiming&) = delete;
+    ScanTiming& operator=(const ScanTiming&) = delete;
+};
+
 int runMapping() {
+    const ScanTiming timing;
     showInformation("Moving to starting point");
     setField(Field::Remaining, "");
     report = {};
@@ -320,6 +371,7 @@ int runMapping() {
     placePictureWindows();
     allocateMaps();
     scanMap.conditions = presentConditions();
+    if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
     ensureSessionFolder(dataFolders);
     startLiveRows();
     place.startX = place.homeX + scanArea.offsetXUm;

@@ -21,6 +21,7 @@ void allocateMaps() {
     const auto rows = static_cast<size_t>(scanArea.rows);
     for (Map& map : scanMap.maps) map.assign(columns, std::vector<float>(rows, 0.0f));
     scanMap.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
+    scanMap.deviation.clear();
     scanMap.conditions.reset();
 }
 
@@ -45,6 +46,7 @@ ScanConditions presentConditions() {
     now.exposureUs = cameraState.exposureUs;
     now.aperturePx = cameraAperture;
     now.laserSpot = laserOffset;
+    now.options = scanOptions;
     return now;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/scan_options.h"
 #include "platform/clock.h"
 
 #include <array>
@@ -41,10 +42,12 @@ struct ScanConditions {
     double exposureUs = 0.0;
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
+    ScanOptions options;
 };
 
 struct ScanMap {
-    std::array<Map, 4> maps;                   // by MapPlane; colours 0..255
+    std::array<Map, 4> maps; // by MapPlane; colours 0..255
+    Map deviation;           // standard deviation of a point's readings; empty when each has one
     std::vector<std::vector<PointMark>> marks; // by cell, as the maps
     std::optional<ScanConditions> conditions;  // as the map's scan started; none before a scan
     int32_t saveCount = 0;

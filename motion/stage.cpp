@@ -13,13 +13,15 @@
 #include <iterator>
 #include <limits>
 
+ArrivalTiming arrivalTiming;
+
 namespace {
 
-// Between two looks at a stage on its way, and after a move of one axis.
+// Between two looks at a stage on its way.
 constexpr uint32_t pollMs = 50;
-constexpr uint32_t settleMs = 10;
+constexpr uint32_t earlyPollMs = 2;
 
-// A stage that has stood beside its target for so many looks does not move.
+// A stage that has stood beside its target for so many looks, 50 ms apart, does not move.
 constexpr int looksOfStall = 101;
 
 // A move of one axis ends at less than this from its target, a move of two at this at most.
@@ -80,6 +82,30 @@ double distanceLeft(const StageAxis& axis, double targetUm, bool leads) {
     return axis.axisNumber == 0 && !leads ? 0.0 : std::fabs(axis.positionUm - targetUm);
 }
 
+// Until the first look at a stage that has `travelMs` to go, and between the later ones.
+uint32_t untilFirstLookMs(double travelMs) {
+    return arrivalTiming.looksEarly ? static_cast<uint32_t>(std::max(0.0, std::ceil(travelMs))) : 0;
+}
+
+uint32_t betweenLooksMs() {
+    return arrivalTiming.looksEarly ? earlyPollMs : pollMs;
+}
+
+// Tells every look, or of those that come every 2 ms the ones 50 ms apart: what counts looks and
+// compares neighbours is made for these.
+class LookPeriod {
+public:
+    bool isOver() {
+        const uint64_t now = tickCountMs();
+        if (arrivalTiming.looksEarly && now - began < pollMs) return false;
+        began = now;
+        return true;
+    }
+
+private:
+    uint64_t began = tickCountMs();
+};
+
 // Looks again and again at one axis until its move has ended.
 class ArrivalWatch {
 public:
@@ -101,9 +127,11 @@ public:
         else if (axis.rightLimitOn && target > current)
             code = rightLimit;
         if (code != notArrived) return true;
+        if (timeIsOver && !approach.goesOn()) return true;
+        if (!period.isOver()) return false;
         const bool stalled =
             errStep < 1.0f && errTarget > oneAxisToleranceUm && looks >= looksOfStall;
-        if ((stalled || timeIsOver) && !approach.goesOn()) return true;
+        if (stalled && !approach.goesOn()) return true;
         ++looks;
         previous = current;
         return false;
@@ -117,7 +145,13 @@ private:
     const float target;
     float previous = 1000000.0f;
     Approach approach;
+    LookPeriod period;
 };
+
+double travelMs(const StageAxis& axis, double targetUm) {
+    const double umPerSecond = std::max(axis.engine.NomSpeed, 1u) * umPerFullStep;
+    return std::fabs(targetUm - axis.positionUm) / umPerSecond * 1000.0;
+}
 
 void sayOutcome(const StageAxis& axis, const ArrivalWatch& watch, bool stopped,
                 uint64_t timeoutMs) {
@@ -179,36 +213,49 @@ public:
         // The other axis is watched too: a key or a switch may have sent it elsewhere.
         const double err = std::max(distanceLeft(pair.a, pair.targetA, aLeads),
                                     distanceLeft(pair.b, pair.targetB, !aLeads));
+        const bool movesOn = controllerMoves(pair.a) || controllerMoves(pair.b);
+        const bool comesNearer = arrivalTiming.looksEarly ? movesOn || err != lastErr
+                                                          : std::fabs(err - previousErr) >= 1.0;
+        lastErr = err;
         // The last look has no earlier one to compare with.
-        atTarget = err <= twoAxesToleranceUm && (timeIsOver || std::fabs(err - previousErr) < 1.0);
+        atTarget = err <= twoAxesToleranceUm && (timeIsOver || !comesNearer);
         if (atTarget) return true;
-        approach.look(controllerMoves(pair.a) || controllerMoves(pair.b), err);
+        approach.look(movesOn, err);
+        counts = period.isOver();
+        if (!counts) return false;
         if (err == previousErr && waits >= looksOfStall) return true;
         previousErr = err;
         return false;
     }
+    void waited() { waits += counts ? 1 : 0; }
     bool goesOn() const { return approach.goesOn(); }
 
     bool atTarget = false;
     bool lost = false;
-    int waits = 0; // between the looks
+    int waits = 0; // between the looks that count
 
 private:
     const TwoAxes& pair;
     const bool aLeads;
     double previousErr = -10.0;
+    double lastErr = -10.0; // of the look before, whether it counts or not
+    bool counts = false;
     Approach approach;
+    LookPeriod period;
 };
 
 // Whether the wait ended at a click.
 bool waitForBoth(PairWatch& watch, double timeMs) {
     const uint64_t start = tickCountMs();
+    if (const uint32_t firstMs = untilFirstLookMs(timeMs / umPerFullStep);
+        firstMs > 0 && waitResponsive(firstMs) == waitClicked)
+        return true;
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
     for (;;) {
         const bool timeIsOver = tickCountMs() - start >= limitMs;
         if (watch.look(timeIsOver)) return false;
-        if (waitResponsive(pollMs) == waitClicked) return true;
-        ++watch.waits;
+        if (waitResponsive(betweenLooksMs()) == waitClicked) return true;
+        watch.waited();
         if (timeIsOver && !watch.goesOn()) return false;
     }
 }
@@ -227,18 +274,22 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     ArrivalWatch watch(axis, targetUm);
     bool stopped = false;
     const uint64_t start = tickCountMs();
-    // One last look after the time: an operator may have taken it to answer a question.
-    while (!watch.look(tickCountMs() - start >= timeoutMs)) {
-        if (waitResponsive(pollMs) != waitClicked) continue;
-        showInformation("stop requested");
-        stopped = true;
-        readPosition(axis); // it went on since the last look
-        break;
+    uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm));
+    for (;;) {
+        if (waitMs > 0 && waitResponsive(waitMs) == waitClicked) {
+            showInformation("stop requested");
+            stopped = true;
+            readPosition(axis); // it went on since the last look
+            break;
+        }
+        // One last look after the time: an operator may have taken it to answer a question.
+        if (watch.look(tickCountMs() - start >= timeoutMs)) break;
+        waitMs = betweenLooksMs();
     }
     if (watch.code == arrived) axis.positionUm = targetUm;
     sayOutcome(axis, watch, stopped, timeoutMs);
     refreshPositions();
-    waitResponsive(settleMs);
+    waitResponsive(arrivalTiming.settleMs);
     return watch.code;
 }
 
@@ -280,7 +331,9 @@ bool standsAt(StageAxis& axis, double targetUm, double toleranceUm) {
             return true;
         }
         if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return false;
-        if (waitResponsive(settleMs) != waitPassed || stopRequested) return false;
+        if (waitResponsive(arrivalTiming.looksEarly ? earlyPollMs : 10) != waitPassed ||
+            stopRequested)
+            return false;
     }
 }
 

@@ -3,6 +3,15 @@
 
 #include "motion/axis.h"
 
+// How a move looks for its own end. A scan may set it for its moves.
+struct ArrivalTiming {
+    // Every 50 ms from the start on; or first when the stage can be there at its speed, and then
+    // every 2 ms. Tolerances, limits and time-outs are the same.
+    bool looksEarly = false;
+    uint32_t settleMs = 10; // after the arrival of one axis
+};
+extern ArrivalTiming arrivalTiming;
+
 enum ArrivalCode : int { notArrived = 0, arrived = 1, leftLimit = 2, rightLimit = 3 };
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
 

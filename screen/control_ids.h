@@ -60,6 +60,7 @@ enum ControlId : int {
     idShowGreen = 32836,
     idShowBlue = 32837,
     idDrawScanArea = 32838,
+    idScanOptions = 32850,
 };
 
 // Of the Configuration dialog.
@@ -97,4 +98,15 @@ enum DialogId : int {
     idAddressOctet4 = 1032,
     idAnalyzerPort = 1033,
     idAxisOrderList = 1034,
+};
+
+// Of the scan options; "OK" and "Cancel" are idSet and idCloseDialog.
+enum ScanOptionsId : int {
+    idScanOptionsDialog = 132,
+
+    idArrivalList = 1040,
+    idSettleTime = 1041,
+    idReadingDelay = 1042,
+    idReadingsPerPoint = 1043,
+    idUnitFileCheck = 1044,
 };

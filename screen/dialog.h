@@ -1,11 +1,21 @@
-// What the Configuration dialog asks of its window: texts, lists, check marks. Provided by the real
-// dialog in the program and by memory in the tests. Without an open dialog nothing happens.
+// What the program's dialogs ask of their window: texts, lists, check marks. Provided by the real
+// dialog in the program and by memory in the tests. One is open at a time; without one nothing
+// happens.
 #pragma once
 
 #include <string>
 
-// Runs the dialog until endDialog; calls openedConfiguration and onConfigurationCommand.
-void runDialog();
+// What a dialog does.
+struct DialogFace {
+    int resource;
+    void (*opened)();
+    void (*onCommand)(int id);
+    void (*onEnter)(int focusedControl); // idSet when none has the focus
+    bool (*isBusy)();                    // with a notice that the dialog must not cover
+};
+
+// Runs the dialog until endDialog.
+void runDialog(const DialogFace& face);
 void endDialog();
 
 // The text's first `capacity` - 1 characters.

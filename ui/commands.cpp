@@ -30,6 +30,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/configuration.h"
+#include "ui/scan_options_dialog.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>
@@ -204,6 +205,7 @@ constexpr Command commands[] = {
     // A new zero in the middle of a move would send it, or the next one, to another place.
     {idReconnectStages, reconnectStages, refused, refused},
     {idConfiguration, configure, refused, refused},
+    {idScanOptions, chooseScanOptions, refused, refused},
     {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed},
     {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed},
     {idLaserOn, [] { setLaserLevel(1); }, allowed, allowed},

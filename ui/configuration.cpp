@@ -274,7 +274,8 @@ void configure() {
     isOpen = true;
     const bool wasLive = liveViewIsOn();
     switchLiveView(LiveView::Off);
-    runDialog();
+    runDialog({idConfigurationDialog, openedConfiguration, onConfigurationCommand,
+               onConfigurationEnter, configurationIsBusy});
     switchLiveView(wasLive ? LiveView::On : LiveView::Off);
     isOpen = false;
 }

@@ -182,6 +182,7 @@ const std::vector<LabRead>& labReads();
 //   axis x|y|z absent                   its controller is not found, the others move up in the list
 //   axis x|y|z stalled
 //   axis x|y|z lost [<n>]               gone, from the n-th call from now on
+//   axis x|y|z overshoot <um>           goes past its target and comes back
 //   axis x|y|z mute                     each call takes 7 s and fails
 //   axis x|y|z slow <steps/s>           its own speed; the program's limit may be lower
 //   axis x|y|z microsteps 1..9          its mode: 9 is 1/256 of a step, 8 is 1/128

@@ -57,6 +57,8 @@ static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& fault
     if (what == "stalled") return faults.stalled[axis] = true;
     if (what == "mute") return faults.mute[axis] = true;
     if (what == "old") return faults.oldStatus[axis] = true;
+    if (what == "overshoot")
+        return words >> faults.overshootUm[axis] && faults.overshootUm[axis] >= 0;
     if (what == "slow") return words >> faults.ownSpeed[axis] && faults.ownSpeed[axis] > 0;
     if (what == "microsteps") {
         uint32_t& mode = faults.microstepMode[axis];

@@ -16,6 +16,7 @@ struct LabFaults {
     int lostFrom[3] = {}; // calls until the controller is gone; 0: it stays
     bool mute[3] = {};
     bool oldStatus[3] = {};
+    double overshootUm[3] = {};
     double ownSpeed[3] = {5000, 5000, 5000}; // full steps per second, whatever the limit allows
     uint32_t microstepMode[3] = {9, 9, 9};
     double rightLimitUm[3] = {5000, 5000, 5000};
@@ -47,6 +48,7 @@ struct LabMotor {
     int32_t originSteps = 0; // count at resetLab
     double steps = 0;        // motor, full steps from originSteps
     double targetSteps = 0;  // the same scale
+    double pastTarget = 0;   // how far it goes beyond it first, with the sign of the way
     double carriageUm = 0;   // from the place at resetLab
     double updatedMs = 0;    // time of the three values above
     int calls = 0;           // since the faults were made

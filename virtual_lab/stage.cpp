@@ -29,7 +29,10 @@ static void advanceMotor(int axis) {
         std::min(faults.ownSpeed[axis], allowed) * (motor.engineFlags & engineAccelOn ? 0.5 : 1.0);
     double reach = std::max(0.0, nowMs - motor.updatedMs) / 1000 * speed;
     motor.updatedMs = nowMs;
-    if (faults.stalled[axis]) motor.targetSteps = motor.steps;
+    if (faults.stalled[axis]) {
+        motor.targetSteps = motor.steps;
+        motor.pastTarget = 0;
+    }
 
     // Moving right the carriage touches the motor's nut, moving left it lags by the play.
     double rightEnd = std::max(motor.steps, faults.rightLimitUm[axis] / umPerStep);
@@ -37,9 +40,15 @@ static void advanceMotor(int axis) {
         std::min(motor.steps, (faults.leftLimitUm[axis] - faults.backlashUm[axis]) / umPerStep);
     motor.targetSteps = std::clamp(motor.targetSteps, leftEnd, rightEnd);
 
-    double way = motor.targetSteps - motor.steps;
-    motor.steps =
-        std::abs(way) <= reach ? motor.targetSteps : motor.steps + std::copysign(reach, way);
+    // First beyond the target, where it overshoots, and then back.
+    for (bool back = false; !back;) {
+        const double goal = std::clamp(motor.targetSteps + motor.pastTarget, leftEnd, rightEnd);
+        const double way = goal - motor.steps;
+        back = motor.pastTarget == 0 || std::abs(way) > reach;
+        motor.steps = std::abs(way) <= reach ? goal : motor.steps + std::copysign(reach, way);
+        reach -= std::min(reach, std::abs(way));
+        if (!back) motor.pastTarget = 0;
+    }
     double motorUm = motor.steps * umPerStep;
     motor.carriageUm = std::clamp(motor.carriageUm, motorUm, motorUm + faults.backlashUm[axis]);
 }
@@ -77,7 +86,8 @@ bool labStageMoves(int axis) {
     LabLock lock;
     if (axis < labX || axis > labZ) return false;
     advanceMotor(axis);
-    return lab.motors[axis].targetSteps != lab.motors[axis].steps;
+    return lab.motors[axis].pastTarget != 0 ||
+           lab.motors[axis].targetSteps != lab.motors[axis].steps;
 }
 
 static LabStageStatus earlierStatus[3]; // what each controller would have said a call ago
@@ -211,7 +221,7 @@ int get_status(int id, LabStageStatus* status) {
     status->CurPosition = static_cast<int32_t>(counts / parts); // both parts bear the sign
     status->uCurPosition = static_cast<int32_t>(counts % parts);
     if (motor.commanded) status->MvCmdSts = commandMove;
-    if (way != 0) {
+    if (way != 0 || motor.pastTarget != 0) {
         status->MoveSts = moveStateMoving | moveStateTargetSpeed;
         status->MvCmdSts |= commandRunning;
         status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
@@ -231,6 +241,7 @@ int command_stop(int id) {
     if (axis < 0) return resultError;
     advanceMotor(axis);
     LabMotor& motor = lab.motors[axis];
+    motor.pastTarget = 0;
     motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
     return 0;
 }
@@ -244,6 +255,9 @@ int command_move(int id, int position, int uPosition) {
     advanceMotor(axis);
     lab.motors[axis].targetSteps =
         static_cast<double>(position) - lab.motors[axis].originSteps + uPosition / stepParts(axis);
+    lab.motors[axis].pastTarget =
+        std::copysign(lab.faults.overshootUm[axis] / umPerStep,
+                      lab.motors[axis].targetSteps - lab.motors[axis].steps);
     lab.motors[axis].commanded = true;
     ++lab.counters.moves;
     return 0;

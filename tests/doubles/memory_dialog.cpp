@@ -2,7 +2,6 @@
 #include "tests/doubles/memory_dialog.h"
 
 #include "screen/control_ids.h"
-#include "ui/configuration.h"
 
 #include <map>
 
@@ -22,12 +21,12 @@ void resetDialog() {
     marks.clear();
 }
 
-void runDialog() {
+void runDialog(const DialogFace& face) {
     lists.clear();
     dialogOpen = true;
-    openedConfiguration();
+    face.opened();
     if (whileDialogOpen) whileDialogOpen();
-    if (dialogOpen) onConfigurationCommand(idCloseDialog);
+    if (dialogOpen) face.onCommand(idCloseDialog);
 }
 
 void endDialog() {

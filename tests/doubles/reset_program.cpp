@@ -62,6 +62,8 @@ void resetProgram() {
     liveViewTimerOff();
     elapsedMs(true);
     laserLevel = defaultLaserLevel;
+    scanOptions = {};
+    arrivalTiming = {};
     stageX = stageY = stageZ = {};
     axisOrder = 2;
     laserLink = {};

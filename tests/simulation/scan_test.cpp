@@ -152,6 +152,56 @@ TEST_F(ScanTest, ApproachesEveryPointFromTheLeft) {
     }
 }
 
+// Whenever the stage is looked at, and whatever it does on its way: the same map, but for the time.
+TEST_F(ScanTest, EarlyLooksReadTheSamePlaces) {
+    for (const char* fault :
+         {"", "axis x slow 100\naxis y slow 100",
+          "axis x overshoot 4\naxis y overshoot 4\naxis x slow 100\nbacklash x 0\nbacklash y 0",
+          "axis x old\naxis y old"}) {
+        double pointMs[2] = {};
+        for (const bool early : {false, true}) {
+            SCOPED_TRACE(std::string(fault) + (early ? " early" : ""));
+            prepareWorld();
+            ASSERT_TRUE(applyLabFaults(fault));
+            writeDesktopFile("KST_Data/Options.ini",
+                             early ? "look for arrival = as soon as it can be there\n" : "");
+            writeSettings(2.0, false);
+            runProgramOver(16, 8);
+            expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+            EXPECT_EQ(textIn(Field::Information), "Mapping finished");
+            const std::vector<LabRead>& reads = labReads();
+            ASSERT_EQ(reads.size(), static_cast<size_t>(readingsIn(8, 4)));
+            pointMs[early] = (reads[8].timeMs - reads[2].timeMs) / 6;
+        }
+        EXPECT_GE(pointMs[false] / pointMs[true], *fault == 0 ? 2.2 : 1.0);
+    }
+}
+
+TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
+    writeDesktopFile("KST_Data/Options.ini", "wait after arrival (ms) = 300\n"
+                                             "wait before reading (ms) = 100x\n"
+                                             "readings per point = 25\nwrite .gwy = maybe\n");
+    writeSettings(2.0, false);
+    runProgramOver(8, 4);
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+    EXPECT_EQ(scanOptions, (ScanOptions{.settleMs = 300, .readingsPerPoint = 25}));
+    const auto& said = historyOf(Field::Information);
+    for (const char* bad : {"wait before reading (ms) = 100x", "write .gwy = maybe"})
+        EXPECT_TRUE(std::any_of(said.begin(), said.end(), [&](const std::string& text) {
+            return text.find(bad) != std::string::npos;
+        })) << bad;
+    // One thrown away, then four points of 25; their spread is what the map keeps beside the mean.
+    const std::vector<LabRead>& reads = labReads();
+    ASSERT_EQ(reads.size(), static_cast<size_t>(2 * (1 + 4 * 25)));
+    EXPECT_GT(reads[26].timeMs - reads[25].timeMs, 300.0);
+    double sum = 0.0, squares = 0.0;
+    for (size_t i = 1; i <= 25; ++i) sum += reads[i].volts;
+    for (size_t i = 1; i <= 25; ++i) squares += std::pow(reads[i].volts - sum / 25, 2);
+    const auto row = static_cast<size_t>(scanArea.rows - 1);
+    EXPECT_NEAR(static_cast<double>(scanMap.maps[planePhotocurrent][0][row]), sum / 25, 1e-6);
+    EXPECT_NEAR(static_cast<double>(scanMap.deviation[0][row]), std::sqrt(squares / 24), 1e-6);
+}
+
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
     writeSettings(2.0, true);
     // 37 cells: three rows of 12 and one more, each row with its discarded reading.

@@ -1,6 +1,12 @@
 // Options.ini: what is kept under a name, and what else stands in the file.
 #include "session/options.h"
+
+#include "mapping/scan_options.h"
+#include "screen/control_ids.h"
 #include "tests/doubles/doubles.h"
+#include "tests/doubles/memory_dialog.h"
+#include "ui/commands.h"
+#include "ui/scan_options_dialog.h"
 
 namespace {
 
@@ -30,6 +36,40 @@ TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {
     EXPECT_FALSE(writeOptions({{"a", "2"}}));
     EXPECT_NE(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(contentOf(file), "a = 1\n");
+}
+
+TEST_F(OptionsTest, DialogTakesAllOrNothing) {
+    const ScanOptions chosen{true, 0, 10000, 1000, false};
+    const auto fill = [](const char* settle) {
+        selectInDialogList(idArrivalList, 1);
+        setDialogText(idSettleTime, settle);
+        setDialogText(idReadingDelay, "10000");
+        setDialogText(idReadingsPerPoint, "1000");
+        checkInDialog(idUnitFileCheck, false);
+    };
+    openBareWindow();
+    whileDialogOpen = [&] {
+        EXPECT_EQ(dialogTextIn(idSettleTime), "10");
+        fill("0");
+    };
+    onCommand(idScanOptions); // and "Cancel"
+    EXPECT_EQ(scanOptions, ScanOptions());
+    EXPECT_EQ(contentOf(file), "");
+    whileDialogOpen = [&] {
+        for (const char* bad : {"10001", "-1", "soon", ""}) {
+            fill(bad);
+            answer("Wait after arrival (ms): 0 to 10000", BoxAnswer::Ok);
+            onScanOptionsCommand(idSet);
+            EXPECT_EQ(scanOptions, ScanOptions()) << bad;
+        }
+        fill("0");
+        onScanOptionsCommand(idSet);
+    };
+    onCommand(idScanOptions);
+    EXPECT_EQ(scanOptions, chosen);
+    scanOptions = {};
+    readScanOptions(); // as the next start finds them
+    EXPECT_EQ(scanOptions, chosen);
 }
 
 } // namespace

@@ -1,11 +1,11 @@
-// The window of the Configuration dialog.
+// The window of the dialogs.
 #include "platform/win32/handles.h"
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
-#include "ui/configuration.h"
 
 static HWND dialog = nullptr;
+static const DialogFace* face = nullptr;
 
 // So that what the operator sees is what is read.
 static void limitEdits() {
@@ -36,17 +36,17 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
     case WM_INITDIALOG:
         dialog = window;
         limitEdits();
-        openedConfiguration();
+        face->opened();
         return TRUE;
     case WM_COMMAND:
         if (LOWORD(wParam) == idSet)
-            onConfigurationEnter(focusedControl());
+            face->onEnter(focusedControl());
         else
-            onConfigurationCommand(LOWORD(wParam));
+            face->onCommand(LOWORD(wParam));
         takeBackFromMainWindow();
         return TRUE;
     case WM_MOUSEACTIVATE: // a click must not bring the dialog before a notice, which it waits for
-        if (!configurationIsBusy()) return FALSE;
+        if (!face->isBusy()) return FALSE;
         SetWindowLongPtrW(window, DWLP_MSGRESULT, MA_NOACTIVATE);
         return TRUE;
     case WM_DESTROY:
@@ -57,9 +57,10 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
     }
 }
 
-void runDialog() {
-    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idConfigurationDialog),
-                    native(mainWindow), dialogProcedure, 0);
+void runDialog(const DialogFace& what) {
+    face = &what;
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(what.resource), native(mainWindow),
+                    dialogProcedure, 0);
 }
 
 void endDialog() {
