@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 cmake/install_missing.sh cmake ninja-build g++ g++-mingw-w64-x86-64-posix googletest libgtest-dev \
-    wine wine64 xvfb socat
+    wine wine64 xvfb socat gwyddion
 
 mkdir -p build
 for preset in native windows; do

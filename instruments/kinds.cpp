@@ -106,6 +106,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .applyBias = usbSourcemeterSetUp,
         .isLimited = usbSourcemeterIsLimited,
         .takeRefusal = takeUsbSourcemeterRefusal,
+        .identity = usbSourcemeterIdentity,
     },
     {
         .name = L"Tektronix Oscilloscope",
@@ -116,6 +117,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .failed = noScope,
         .failedAtStart = noScope,
         .read = [] { return scopeRead(instrumentLink.scopeInstrument); },
+        .identity = scopeIdentity,
         .close = closeScope,
     },
     {

@@ -52,6 +52,7 @@ struct InstrumentKind {
     void (*applyBias)(float volts, float limitAmperes) = nullptr;
     bool (*isLimited)() = nullptr;          // the limit cuts the current now
     std::string (*takeRefusal)() = nullptr; // of a bias, since last asked; empty when it took all
+    std::string (*identity)() = nullptr;    // what it answered to "*IDN?" when it was opened
     void (*close)() = nullptr;              // after its bias was taken off
 };
 

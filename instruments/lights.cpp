@@ -40,9 +40,7 @@ bool sendIllumination(bool on) {
 }
 
 bool sendLaser(bool on) {
-    const double volts = on ? laserLevel : 0.0;
-    const int level = truncated(volts / outputFullScaleVolts * 255.0);
-    return laserAnalogWrite(laserLink, laserPin, std::clamp(level, 0, 255)) != 0;
+    return laserAnalogWrite(laserLink, laserPin, laserDriveOf(on ? laserLevel : 0.0)) != 0;
 }
 
 Light illumination{
@@ -122,6 +120,10 @@ bool sayDark() {
 
 int setLaserOutput(int mode) {
     return switchLight(illumination, mode);
+}
+
+int32_t laserDriveOf(double volts) {
+    return std::clamp(truncated(volts / outputFullScaleVolts * 255.0), 0, 255);
 }
 
 int setLaserLevel(int mode) {

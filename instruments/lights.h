@@ -8,6 +8,8 @@
 
 #include "platform/window_handle.h"
 
+#include <cstdint>
+
 // The drive level that is sent when the laser is switched on, V.
 constexpr double defaultLaserLevel = 4.0;
 extern double laserLevel;
@@ -17,6 +19,7 @@ extern double laserLevel;
 // button and the keyboard focus; returns the previous state.
 int setLaserOutput(int mode);
 int setLaserLevel(int mode);
+int32_t laserDriveOf(double volts); // what is sent for a laser level, 0..255
 
 // As last asked for, whether the board has heard it or not.
 bool laserIsOn();

@@ -10,6 +10,7 @@
 namespace {
 
 Visa visa;
+std::string identity;
 
 constexpr uint32_t replyBytes = 30;
 constexpr uint64_t timeoutMs = 5000;
@@ -34,15 +35,18 @@ ViStatus readText(ViSession session, std::string& text) {
     return status;
 }
 
-// Opens one found instrument and lets it identify itself; what it says is not looked at.
+// Opens one found instrument and lets it identify itself; what it says is only kept.
 ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session) {
     ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
     if (status < 0) return status;
     status = writeText(*session, "*idn?");
     if (status < 0) return status;
-    uint8_t identification[256] = {};
+    uint8_t reply[256] = {};
     uint32_t received = 0;
-    return visa.viRead(*session, identification, sizeof identification, &received);
+    status = visa.viRead(*session, reply, sizeof reply - 1, &received);
+    const std::string text(reinterpret_cast<const char*>(reply));
+    identity = text.substr(0, text.find_first_of("\r\n"));
+    return status;
 }
 
 // `descriptor` is that of the last one found.
@@ -114,6 +118,10 @@ bool askWithoutHeader(ViSession session, ViStatus status, std::string& reply) {
 }
 
 } // namespace
+
+std::string scopeIdentity() {
+    return identity;
+}
 
 Reading scopeRead(ViSession scopeInstrument) {
     const bool asked = scopeWrite(scopeInstrument, valueQuery);

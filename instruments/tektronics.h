@@ -16,6 +16,9 @@ int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument);
 bool scopeWrite(ViSession session, const char* command);
 bool scopeReadText(ViSession session, std::string& text);
 
+// What the last one that was opened answered to "*idn?", without line ends.
+std::string scopeIdentity();
+
 Reading scopeRead(ViSession scopeInstrument); // volts; 0 when the reply is no number
 
 void scopeClose(ViSession visaResourceManager); // with every session opened through it

@@ -14,6 +14,7 @@
 namespace {
 
 struct Session {
+    std::string identification; // as it answered
     ViSession resourceManager = 0;
     ViSession instrument = 0;
 };
@@ -96,9 +97,9 @@ bool open(Session& session) {
                          visa.viSetAttribute(session.instrument, viAttrTimeout, timeoutMs));
 }
 
-bool identify(const Session& session) {
+bool identify(Session& session) {
     if (!send(session, "*CLS")) return false;
-    const std::string identification = ask(session, "*IDN?");
+    const std::string& identification = session.identification = ask(session, "*IDN?");
     if (identification.empty()) return false;
     const std::string manufacturer = identification.substr(0, identification.find(','));
     std::printf("Instrument Manufacturer: %s\n", manufacturer.c_str());
@@ -168,6 +169,11 @@ bool usbSourcemeterOpen(double biasVolts) {
     current = session;
     source = {};
     return true;
+}
+
+std::string usbSourcemeterIdentity() {
+    const std::string& reply = current.identification;
+    return reply.substr(0, reply.find_first_of("\r\n"));
 }
 
 Reading usbSourcemeterRead() {

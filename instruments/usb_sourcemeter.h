@@ -12,6 +12,9 @@
 // stays.
 bool usbSourcemeterOpen(double biasVolts);
 
+// The reply to "*IDN?" of the open instrument, without line ends; empty when none is open.
+std::string usbSourcemeterIdentity();
+
 Reading usbSourcemeterRead();   // amperes; 0 when the reply holds no number
 bool usbSourcemeterIsLimited(); // the limit cuts the current now
 

@@ -79,6 +79,7 @@ std::string whatFailed() {
     text += report.bias;
     if (report.stayedAway) text += ". The stage did not come back";
     if (report.swingFailed) text += ". Hysteresis not compensated";
+    if (scanMap.documentLost) text += ". Not written: the map's .gwy file";
     return text;
 }
 
@@ -114,7 +115,7 @@ bool goToRow(const ScanPlace& place, double y) {
     // Every row is approached from the negative side, so that backlash is taken up the same way.
     moveTo(stageX, place.startX);
     refreshPositions();
-    waitResponsive(10);
+    waitResponsive(rowSettleMs);
     return !stopRequested && hasComeTo(stageY, y);
 }
 
@@ -171,7 +172,7 @@ void measurePoint(const Point& point, int mapRow) {
     scanMap.maps[planePhotocurrent][c][m] = value;
     if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading.deviation;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
-    bool silent = false;
+    bool silent = false, colourless = false;
     const auto heed = [&](bool answered, Trouble& trouble) {
         if (answered) return;
         trouble.count(point.row, point.column);
@@ -182,7 +183,8 @@ void measurePoint(const Point& point, int mapRow) {
     if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
     if (confocalEnabled) {
         grabFrames(cameraState, 1);
-        heed(cameraState.connected != 0, report.camera);
+        colourless = cameraState.connected == 0;
+        if (colourless) report.camera.count(point.row, point.column);
         const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
         showSpotColour(colour);
         scanMap.maps[planeRed][c][m] = static_cast<float>(redOf(colour));
@@ -190,10 +192,12 @@ void measurePoint(const Point& point, int mapRow) {
         scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
     }
     if (!point.reached) report.notReached.count(point.row, point.column);
-    if (silent || !point.reached) ++report.pointsInDoubt;
-    scanMap.marks[c][m] = silent          ? PointMark::Silent
-                          : point.reached ? PointMark::Measured
-                                          : PointMark::NotReached;
+    const PointMark mark = silent           ? PointMark::Silent
+                           : !point.reached ? PointMark::NotReached
+                           : colourless     ? PointMark::NoColour
+                                            : PointMark::Measured;
+    scanMap.marks[c][m] = mark;
+    if (mark != PointMark::Measured) ++report.pointsInDoubt;
 }
 
 void showScanProgress(int count) {
@@ -336,6 +340,10 @@ void saveEverything() {
     saveConfocalImage(channelConfocal, "CONFOCAL");
 }
 
+void noteEnd(ProcessEnd end) {
+    scanMap.outcome = {end, localTime(), stageZ.positionUm, laserLevel, whatFailed()};
+}
+
 } // namespace
 
 bool compensateHysteresis() {
@@ -358,6 +366,12 @@ struct ScanTiming {
     ScanTiming(const ScanTiming&) = delete;
     ScanTiming& operator=(const ScanTiming&) = delete;
 };
+
+void saveScanAtForcedEnd() {
+    if (scanMap.conditions && scanMap.outcome.end == ProcessEnd::Running)
+        noteEnd(ProcessEnd::Forced);
+    saveMapFilesQuietly();
+}
 
 int runMapping() {
     const ScanTiming timing;
@@ -382,9 +396,12 @@ int runMapping() {
     const bool compensated = compensateHysteresis();
     if (!stopRequested) showScanAreaForConsent();
     // Who has stopped or closed meanwhile is asked nothing.
-    if (!stopRequested && consentGiven(compensated) && !stopRequested) scanAllRows(place);
+    const bool declined = !stopRequested && !consentGiven(compensated) && !stopRequested;
+    if (!declined && !stopRequested) scanAllRows(place);
     report.bias = biasTrouble(); // while it is on
+    noteEnd(declined ? ProcessEnd::Declined : processEnd());
     returnHome(place);
+    scanMap.outcome.trouble = whatFailed();
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
     saveEverything();

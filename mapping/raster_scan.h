@@ -1,6 +1,11 @@
 // The raster scan: moves the sample point by point and builds the maps.
 #pragma once
 
+#include <cstdint>
+
+// The wait at the beginning of a row.
+constexpr uint32_t rowSettleMs = 10;
+
 // Scans the scan area: to its start, backlash taken up, the operator's consent, row by row, and
 // back to where the stage stood. Saves the map files and images also of a scan that was stopped or
 // declined. Always returns 1.
@@ -13,3 +18,6 @@ double remainingScanMs();
 // A damped swing that ends where it started, approached from the positive side; then Z up and down.
 // Ends early, and returns false, when a move fails.
 bool compensateHysteresis();
+
+// Saves what the scan that is under way has measured, without asking.
+void saveScanAtForcedEnd();

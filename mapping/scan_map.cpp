@@ -5,6 +5,8 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_document.h"
+#include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/files.h"
@@ -13,6 +15,8 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+
+#include <algorithm>
 
 ScanMap scanMap;
 
@@ -23,10 +27,13 @@ void allocateMaps() {
     scanMap.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
     scanMap.deviation.clear();
     scanMap.conditions.reset();
+    scanMap.outcome = {};
+    scanMap.documentLost = false;
 }
 
 ScanConditions presentConditions() {
     ScanConditions now;
+    now.program = "Lumascan " LUMASCAN_VERSION;
     now.started = localTime();
     now.cols = scanArea.cols;
     now.rows = scanArea.rows;
@@ -35,7 +42,7 @@ ScanConditions presentConditions() {
     now.biasVoltage = instrumentLink.biasVoltage;
     now.currentLimit = instrumentLink.currentLimit;
     now.ammeterKind = instrumentLink.ammeterKind;
-    now.unit = selectedInstrument().unit->name;
+    if (selectedInstrument().identity) now.instrumentIdentity = selectedInstrument().identity();
     now.confocal = confocalEnabled != 0;
     now.homeXUm = stageX.positionUm;
     now.homeYUm = stageY.positionUm;
@@ -47,6 +54,8 @@ ScanConditions presentConditions() {
     now.aperturePx = cameraAperture;
     now.laserSpot = laserOffset;
     now.options = scanOptions;
+    now.axisOrder = axisOrder;
+    now.rowSettleMs = rowSettleMs;
     return now;
 }
 
@@ -54,19 +63,33 @@ ScanConditions mapConditions() {
     return scanMap.conditions.value_or(presentConditions());
 }
 
+namespace {
+
+// `number` stands behind the prefix, `colon` behind "Step".
+std::wstring mapPath(const ScanConditions& scan, const char* prefix, const std::string& number,
+                     const char* colon, const char* ending) {
+    return dataFolders.sessionFolder + L"\\" +
+           widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.%s", prefix,
+                             number.c_str(), scan.cols, scan.rows, colon, scan.stepUm,
+                             scan.laserLevel * laserScaleFactor,
+                             static_cast<double>(scan.biasVoltage), ending));
+}
+
+} // namespace
+
 std::wstring makeMapFileName(const char* prefix) {
-    const std::wstring folder = dataFolders.sessionFolder + L"\\";
     const ScanConditions scan = mapConditions();
+    std::wstring path = mapPath(scan, prefix, "", "", "txt");
     // The numbered form has a colon behind "Step" where the plain form has none.
-    const auto name = [&](const std::string& number, const char* colon) {
-        return widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.txt", prefix,
-                                 number.c_str(), scan.cols, scan.rows, colon, scan.stepUm,
-                                 scan.laserLevel * laserScaleFactor,
-                                 static_cast<double>(scan.biasVoltage)));
-    };
-    std::wstring path = folder + name("", "");
     for (int number = 0; fileExists(path); ++number)
-        path = folder + name(formatted("(%d)", number), ":");
+        path = mapPath(scan, prefix, formatted("(%d)", number), ":", "txt");
+    return path;
+}
+
+std::wstring makeMapDocumentName(const ScanConditions& scan) {
+    std::wstring path = mapPath(scan, "Lumascan", "", "", "gwy");
+    for (int number = 1; fileExists(path); ++number)
+        path = mapPath(scan, "Lumascan", formatted("(%d)", number), "", "gwy");
     return path;
 }
 
@@ -96,19 +119,27 @@ bool writeMap(const std::wstring& path, const Map& map) {
 }
 
 // A map that finds no place in the session folder goes into the new one. There is none within the
-// minute that names the folder: then the map stays in memory for the next save.
-bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
+// minute that names the folder: then the map stays in memory for the next save. The path that was
+// written; empty when none was.
+std::wstring saveMap(size_t plane, bool (*write)(const std::wstring& path, const Map& map)) {
     constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
+    const Map& map = scanMap.maps[plane];
+    std::wstring path = makeMapFileName(prefixes[plane]);
+    if (write(path, map)) return path;
+    ensureSessionFolder(dataFolders);
+    path = makeMapFileName(prefixes[plane]);
+    return writeMap(path, map) ? path : L"";
+}
+
+bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     ensureSessionFolder(dataFolders);
     const size_t planes = mapConditions().confocal ? 4 : 1;
-    bool all = true;
-    for (size_t plane = 0; plane < planes; ++plane) {
-        if (write(makeMapFileName(prefixes[plane]), scanMap.maps[plane])) continue;
-        ensureSessionFolder(dataFolders);
-        all &= writeMap(makeMapFileName(prefixes[plane]), scanMap.maps[plane]);
-    }
+    std::vector<std::wstring> paths;
+    for (size_t plane = 0; plane < planes; ++plane) paths.push_back(saveMap(plane, write));
+    if (scanMap.conditions && scanOptions.writesUnitFile)
+        scanMap.documentLost = !saveMapDocument(scanMap, paths);
     scanMap.saveCount += 1;
-    return all;
+    return std::count(paths.begin(), paths.end(), L"") == 0;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "camera/spot.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
+#include "session/process.h"
 
 #include <array>
 #include <cstdint>
@@ -22,19 +23,21 @@ enum class PointMark : uint8_t {
     NotMeasured = 0,
     Measured = 1,
     NotReached = 2, // measured where the stage stood, which is not the point's place
-    Silent = 3,     // the laser board, the instrument or the camera did not answer
+    Silent = 3,     // the laser board or the instrument did not answer
+    NoColour = 4,   // measured, but without the camera
 };
 
 // All that a scan is taken with.
 struct ScanConditions {
+    std::string program; // name and version
     LocalTime started;
     int32_t cols = 0, rows = 0;
     double stepUm = 0.0;
     double laserLevel = 0.0;                            // V; laserScaleFactor makes it uA
     float biasVoltage = 0.0f;                           // V
     float currentLimit = 0.0f;                          // A
-    int32_t ammeterKind = 0;                            // EquipmentKind
-    const char* unit = "";                              // of the values in the photocurrent map
+    int32_t ammeterKind = 0;                            // EquipmentKind, which has the unit
+    std::string instrumentIdentity;                     // empty when it was not asked
     bool confocal = false;                              // whether the colour maps are taken
     double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where the stage stood
     double offsetXUm = 0.0, offsetYUm = 0.0;            // of the first point from there
@@ -43,6 +46,17 @@ struct ScanConditions {
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
     ScanOptions options;
+    int32_t axisOrder = 0; // of the controllers
+    uint32_t rowSettleMs = 0;
+};
+
+// How the scan of the map ended, and what had changed by then.
+struct ScanOutcome {
+    ProcessEnd end = ProcessEnd::Running;
+    LocalTime ended;
+    double zUm = 0.0;
+    double laserLevel = 0.0; // V
+    std::string trouble;     // what the operator is told of it; empty when all went well
 };
 
 struct ScanMap {
@@ -50,6 +64,8 @@ struct ScanMap {
     Map deviation;           // standard deviation of a point's readings; empty when each has one
     std::vector<std::vector<PointMark>> marks; // by cell, as the maps
     std::optional<ScanConditions> conditions;  // as the map's scan started; none before a scan
+    ScanOutcome outcome;
+    bool documentLost = false; // the last save could not write it
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the photocurrent map when it was last drawn whole
 };
@@ -67,6 +83,9 @@ ScanConditions mapConditions();
 
 // A file name in the session folder that is not taken yet; it tells the map's conditions.
 std::wstring makeMapFileName(const char* prefix);
+
+// The same for the document of a scan, whose numbered name has no colon.
+std::wstring makeMapDocumentName(const ScanConditions& scan);
 
 // One text line a map row, each value followed by a comma. A file that cannot be written raises a
 // box, and the next save makes a new folder. Returns whether it was written whole.

@@ -18,6 +18,7 @@ struct LocalTime {
     int day = 1;   // 1..31
     int hour = 0;
     int minute = 0;
+    int second = 0;
 };
 
 LocalTime localTime();

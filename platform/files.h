@@ -26,3 +26,9 @@ File openFile(const std::wstring& path, const wchar_t* mode);
 // Gives the file the other name, in the place of a file that has it. False, and both are as they
 // were, when that failed.
 bool replaceFile(const std::wstring& from, const std::wstring& to);
+
+// What was written goes from the program and the system's memory to the disk. False on failure.
+bool flushToDisk(FILE* file);
+
+// Nothing happens when it is not there.
+void removeFile(const std::wstring& path);

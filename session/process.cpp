@@ -6,6 +6,7 @@
 #include "session/responsive_wait.h"
 
 #include <cassert>
+#include <cstddef>
 
 int32_t processRunning = 0;
 
@@ -15,12 +16,14 @@ bool underWay = false;
 void (*saveUnfinished)() = nullptr;
 bool closeWanted = false;
 int movesUnderWay = 0;
+bool windowClosed = false; // the reason for the stop
 
 } // namespace
 
 bool runProcess(void (*work)(), void (*saveQuietly)()) {
     if (stageIsTaken()) return false;
     underWay = true;
+    windowClosed = false;
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);
     work();
@@ -71,7 +74,23 @@ void saveUnfinishedProcess() {
     if (saveUnfinished) saveUnfinished();
 }
 
-void stopAndClose() {
+const char* nameOf(ProcessEnd end) {
+    constexpr const char* names[] = {"running", "finished",      "declined",
+                                     "stopped", "window closed", "forced end"};
+    return names[static_cast<size_t>(end)];
+}
+
+ProcessEnd processEnd() {
+    if (!stopRequested) return ProcessEnd::Finished;
+    return windowClosed ? ProcessEnd::WindowClosed : ProcessEnd::Stopped;
+}
+
+void stopAsClosed() {
     stopRequested = 1;
+    windowClosed = true;
+}
+
+void stopAndClose() {
+    stopAsClosed();
     closeWanted = true;
 }

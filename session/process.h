@@ -28,6 +28,10 @@ public:
 // True inside the wait of a move.
 bool stageIsMoving();
 
+// How a process ended, as far as it has.
+enum class ProcessEnd { Running, Finished, Declined, Stopped, WindowClosed, Forced };
+const char* nameOf(ProcessEnd end);
+
 // Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another
 // process or a move of the stage is under way: where that ends is not known yet. Closes the main
 // window afterwards when that was asked for. `saveQuietly` saves what has been measured when the
@@ -46,5 +50,11 @@ void refuseForProcess();
 // At a forced end: what the process that is under way has measured is saved without asking.
 void saveUnfinishedProcess();
 
-// Asks the process that is under way to stop, and closes the main window when it has ended.
+// How the process ends that asks when its loop is over.
+ProcessEnd processEnd();
+
+// Asks the process that is under way to stop, because its window was closed.
+void stopAsClosed();
+
+// The same for the main window, which closes when the process has ended.
 void stopAndClose();

@@ -3,6 +3,7 @@
 
 #include "instruments/ammeter.h"
 #include "instruments/usb_sourcemeter.h"
+#include "mapping/map_document.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
 #include "screen/screen.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr float rangeLowest = 0.01f; // V
 constexpr float rangeHighest = 10.0f;
 constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no number
+constexpr uint32_t settleMs = 10;         // between bias and reading
 constexpr double microamperesPerAmpere = 1e6;
 
 int fileNumber = 0;
@@ -45,7 +47,7 @@ bool measurePoint(SweepRecord& record, float voltage, int32_t& unanswered) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
     applyBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
-    waitResponsive(10);
+    waitResponsive(settleMs);
     if (stopRequested) return false;
     const Reading reading = noteReading(usbSourcemeterRead());
     if (!reading.answered) ++unanswered;
@@ -71,17 +73,35 @@ void measureIvCurve() {
     int32_t unanswered = 0;
     stopRequested = 0;
     const RunningProcess running;
+    noteStart(record);
+    record.voltageStep = step;
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
         if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
+    noteEnd(record, processEnd());
     if (!stopRequested) plot(record, points);
-    endBias("I-V curve measurement finished", record.currentIndex, unanswered);
+    endBias(record, "I-V curve measurement finished", unanswered);
     showEndMessage(record, "I-V curve measurement finished.        ");
 }
 
 void saveIvCurve(bool quietly) {
-    const SweepRecord& record = sweepRecord;
-    saveCurve(formatted("I-V(%d).txt", fileNumber++).c_str(), "V(V), I(uA)", record.xValues,
-              record.yValues, 4 * record.pointsPerQuarter, quietly);
+    SweepRecord& record = sweepRecord;
+    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+    const int32_t points = 4 * record.pointsPerQuarter;
+    const auto volts = [](float value) { return quantity(static_cast<double>(value), "V"); };
+    saveCurve(record,
+              {formatted("I-V(%d)", fileNumber++),
+               "V(V), I(uA)",
+               record.xValues,
+               record.yValues,
+               points,
+               {{"Current read from", "USB Sourcemeter"},
+                {"Voltage range", volts(record.voltageRange) + " to either side of 0"},
+                {"Voltage step", volts(record.voltageStep)},
+                {"Settle time of a point", formatted("%u ms", settleMs)},
+                {"Points", formatted("%d", points)},
+                {"Points measured", formatted("%d, the first lines", record.currentIndex)},
+                {"Units of the text file", "V, uA"}}},
+              quietly);
 }

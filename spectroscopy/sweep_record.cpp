@@ -2,6 +2,8 @@
 #include "spectroscopy/sweep_record.h"
 
 #include "instruments/ammeter.h"
+#include "instruments/lights.h"
+#include "mapping/map_document.h"
 #include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/surface_owners.h"
@@ -27,34 +29,66 @@ void showEndMessage(const SweepRecord& record, const char* message) {
     if (plot.context) drawText(plot.context, 15, 45, message, black, false);
 }
 
-void endBias(const char* name, int32_t readings, int32_t unanswered) {
+void endBias(SweepRecord& record, const char* name, int32_t unanswered) {
     std::string trouble;
-    if (unanswered > 0) trouble = formatted(". No reading: %d of %d", unanswered, readings);
+    if (unanswered > 0)
+        trouble = formatted(". No reading: %d of %d", unanswered, record.currentIndex);
     trouble += biasTrouble(); // before the bias goes
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    record.trouble = trouble;
     if (!trouble.empty()) showInformation((name + trouble).c_str());
 }
 
 namespace {
 
-bool writeCurve(FILE* file, const char* heading, const std::vector<float>& xs,
-                const std::vector<float>& ys, int32_t count) {
-    if (std::fprintf(file, "%s\n", heading) < 0) return false;
-    const size_t points = std::min({static_cast<size_t>(count), xs.size(), ys.size()});
+bool writeCurve(FILE* file, const CurveFile& curve) {
+    if (std::fprintf(file, "%s\n", curve.heading) < 0) return false;
+    const size_t points =
+        std::min({static_cast<size_t>(curve.count), curve.xs.size(), curve.ys.size()});
     for (size_t i = 0; i < points; ++i)
-        if (std::fprintf(file, "%f,%f\n", static_cast<double>(xs[i]), static_cast<double>(ys[i])) <
-            0)
+        if (std::fprintf(file, "%f,%f\n", static_cast<double>(curve.xs[i]),
+                         static_cast<double>(curve.ys[i])) < 0)
             return false;
     return std::fflush(file) == 0;
 }
 
+void saveConditions(const SweepRecord& record, const CurveFile& curve) {
+    Conditions lines = setUpOf(record.setUp);
+    lines.emplace_back("Laser at the start", record.laserWasOn ? "on" : "off");
+    lines.emplace_back("Illumination at the start", record.wasIlluminated ? "on" : "off");
+    lines.insert(lines.end(), curve.conditions.begin(), curve.conditions.end());
+    lines.emplace_back("Outcome", nameOf(record.end));
+    lines.emplace_back("Ended", timeText(record.ended));
+    lines.emplace_back("Trouble", troubleText(record.trouble));
+    lines.emplace_back("Text file", curve.name + ".txt");
+    const std::wstring path =
+        dataFolders.sessionFolder + L"\\" + widened(curve.name) + L".meta.txt";
+    if (!writeDocument(path, linesOf(lines), L"w")) reportUnwritten(path, "the curve's .meta.txt");
+}
+
 } // namespace
 
-bool saveCurve(const char* fileName, const char* heading, const std::vector<float>& xs,
-               const std::vector<float>& ys, int32_t count, bool quietly) {
+void noteStart(SweepRecord& record) {
+    record.setUp = presentConditions();
+    record.laserWasOn = laserIsOn();
+    record.wasIlluminated = illuminationIsOn();
+    record.end = ProcessEnd::Running;
+    record.trouble.clear();
+}
+
+void noteEnd(SweepRecord& record, ProcessEnd end) {
+    record.end = end;
+    record.ended = localTime();
+}
+
+bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) {
     ensureSessionFolder(dataFolders);
-    const File file = openFile(dataFolders.sessionFolder + L"\\" + widened(fileName), L"w");
-    if (file && writeCurve(file.get(), heading, xs, ys, count)) return true;
+    File file = openFile(dataFolders.sessionFolder + L"\\" + widened(curve.name + ".txt"), L"w");
+    if (file && writeCurve(file.get(), curve)) {
+        file.reset();
+        saveConditions(record, curve);
+        return true;
+    }
     if (!quietly)
         showMessageBox(mainWindow, "File saving error", "I-V save Process", BoxButtons::Ok);
     return false;

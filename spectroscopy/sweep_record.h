@@ -2,9 +2,14 @@
 // evolution.
 #pragma once
 
+#include "mapping/scan_map.h"
+#include "platform/clock.h"
 #include "platform/window_handle.h"
+#include "session/document.h"
+#include "session/process.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 struct SweepRecord {
@@ -14,6 +19,7 @@ struct SweepRecord {
     WindowHandle plotWindow = nullptr;
     float voltageRange = 0.5f; // V, to either side of 0
     wchar_t plotTitle[64] = L"Time Evolution Measurement X: Time(s) vs. Y: Photocurrent (uA)";
+    float voltageStep = 0.0f;            // V, of the last sweep
     int32_t pointsPerQuarter = 50;       // of the loop 0, +range, -range, 0
     int32_t repeatCount = 3;             // light cycles
     float onTime = 5.0f, offTime = 2.0f; // s, of one light cycle
@@ -22,7 +28,12 @@ struct SweepRecord {
     std::vector<float> extraValues;      // s
     bool holdsSeries = false;            // the arrays are those of a time evolution
     int32_t currentIndex = 0;
-    char text[100] = {}; // status lines are formatted here
+    char text[100] = {};  // status lines are formatted here
+    ScanConditions setUp; // as the measurement started
+    bool laserWasOn = false, wasIlluminated = false;
+    ProcessEnd end = ProcessEnd::Running;
+    LocalTime ended;
+    std::string trouble; // what the operator was told of it; empty when all went well
 };
 
 extern SweepRecord sweepRecord;
@@ -31,14 +42,29 @@ extern SweepRecord sweepRecord;
 // there is kept.
 void allocateSweep(SweepRecord& record);
 
-// Writes the end of a measurement into its plot.
 // Ends the bias of a measurement. Says in the information text behind `name` how many of its
-// readings nobody answered and what was wrong with the bias; nothing when all was well.
-void endBias(const char* name, int32_t readings, int32_t unanswered);
+// readings nobody answered and what was wrong with the bias, and keeps it; nothing when all was
+// well.
+void endBias(SweepRecord& record, const char* name, int32_t unanswered);
 
+// Writes the end of a measurement into its plot.
 void showEndMessage(const SweepRecord& record, const char* message);
 
-// Writes `heading` and `count` lines "%f,%f" into the session folder. False when the file cannot be
-// written; the operator is told unless `quietly`.
-bool saveCurve(const char* fileName, const char* heading, const std::vector<float>& xs,
-               const std::vector<float>& ys, int32_t count, bool quietly);
+// What is on record of a measurement at its start and its end.
+void noteStart(SweepRecord& record);
+void noteEnd(SweepRecord& record, ProcessEnd end);
+
+// A curve on its way to its file.
+struct CurveFile {
+    std::string name; // without ".txt"
+    const char* heading;
+    const std::vector<float>& xs;
+    const std::vector<float>& ys;
+    int32_t count;         // of lines "%f,%f"
+    Conditions conditions; // of this kind of curve, to those that all have
+};
+
+// Writes the curve into the session folder, and beside it "<name>.meta.txt" with what it was taken
+// with. False when the curve cannot be written; the operator is told unless `quietly`, at a forced
+// end.
+bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly);

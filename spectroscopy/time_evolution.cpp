@@ -4,6 +4,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_document.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/typed_number.h"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -23,6 +25,7 @@ constexpr int longestPhaseSeconds = 10000;
 constexpr int mostRepeats = 200;
 constexpr double samplesPerSecond = 20; // what the arrays are made for
 constexpr int samplesPerPlot = 10;
+constexpr uint32_t settleMs = 10; // after each sample
 
 int fileNumber = 0;
 
@@ -78,7 +81,7 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t
         const bool answered = lastReadingAnswered();
         const uint64_t ms = elapsedMs(false);
         record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
-        waitResponsive(10);
+        waitResponsive(settleMs);
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
         if (!answered) ++unanswered;
@@ -119,18 +122,36 @@ bool measureTimeEvolution() {
     }
     stopRequested = 0;
     const RunningProcess running;
+    noteStart(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
     applyBias(static_cast<double>(instrumentLink.biasVoltage),
               static_cast<double>(instrumentLink.currentLimit));
     const int32_t unanswered = recordCycles(record);
-    endBias("Time Evolution Measurement has completed", record.currentIndex, unanswered);
+    noteEnd(record, processEnd());
+    endBias(record, "Time Evolution Measurement has completed", unanswered);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     return true;
 }
 
 void saveTimeEvolution(bool quietly) {
-    const SweepRecord& record = sweepRecord;
-    saveCurve(formatted("TimeEvo(%d).txt", fileNumber++).c_str(), "Time(sec), I(uA)",
-              record.extraValues, record.yValues, record.currentIndex, quietly);
+    SweepRecord& record = sweepRecord;
+    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+    const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
+    saveCurve(record,
+              {formatted("TimeEvo(%d)", fileNumber++),
+               "Time(sec), I(uA)",
+               record.extraValues,
+               record.yValues,
+               record.currentIndex,
+               {{"Bias", biasText(record.setUp)},
+                {"Laser on for", seconds(record.onTime)},
+                {"Laser off for", seconds(record.offTime)},
+                {"Repeats", formatted("%d", record.repeatCount)},
+                {"Wait after a sample", formatted("%u ms", settleMs)},
+                {"Samples", formatted("%d", record.currentIndex)},
+                {"Room for samples", std::to_string(record.yValues.size())},
+                {"Units of the text file",
+                 formatted("s, %s", instrumentKind(record.setUp.ammeterKind).unit->name)}}},
+              quietly);
 }

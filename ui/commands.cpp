@@ -176,10 +176,6 @@ bool mayHappen(Meanwhile duringProcess, Meanwhile duringMove) {
     return answer == allowed;
 }
 
-void saveScanAtForcedEnd() {
-    static_cast<void>(saveMapFilesQuietly());
-}
-
 // clang-format off: one line a command
 constexpr Command commands[] = {
     // A modal box would hold the process where it is, with the laser on.

@@ -154,7 +154,7 @@ void onToolCommand(WindowHandle window, int id) {
 void onToolClose(WindowHandle window) {
     ToolState* tool = stateOf(window);
     if (tool && tool->measuring) {
-        stopRequested = 1;
+        stopAsClosed();
         tool->closeWanted = true;
         return;
     }

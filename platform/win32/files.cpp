@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <io.h>
 #include <shlobj.h>
 
 std::wstring desktopFolder() {
@@ -34,4 +35,12 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
 bool replaceFile(const std::wstring& from, const std::wstring& to) {
     return MoveFileExW(from.c_str(), to.c_str(),
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool flushToDisk(FILE* file) {
+    return std::fflush(file) == 0 && _commit(_fileno(file)) == 0;
+}
+
+void removeFile(const std::wstring& path) {
+    DeleteFileW(path.c_str());
 }

@@ -12,6 +12,7 @@ namespace fs = std::filesystem;
 
 bool foldersRefused = false;
 std::string refusedFile;
+bool diskFull = false;
 static fs::path desktop;
 
 void makeTempDesktop() {
@@ -20,6 +21,7 @@ void makeTempDesktop() {
     desktop = name;
     foldersRefused = false;
     refusedFile.clear();
+    diskFull = false;
 }
 
 void removeTempDesktop() {
@@ -66,6 +68,15 @@ bool replaceFile(const std::wstring& from, const std::wstring& to) {
     return !error;
 }
 
+bool flushToDisk(FILE* file) {
+    return std::fflush(file) == 0 && !diskFull;
+}
+
+void removeFile(const std::wstring& path) {
+    std::error_code ignored;
+    fs::remove(nativePath(path), ignored);
+}
+
 std::vector<std::string> filesOnDesktop() {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(desktop)) {
@@ -74,6 +85,10 @@ std::vector<std::string> filesOnDesktop() {
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string pathOnDesktop(const std::string& name) {
+    return (desktop / name).string();
 }
 
 std::string contentOf(const std::string& name) {

@@ -8,6 +8,7 @@
 
 extern bool foldersRefused;
 extern std::string refusedFile; // files whose path holds this text cannot be written; empty: none
+extern bool diskFull;           // what is flushed to it fails
 
 void makeTempDesktop();
 void removeTempDesktop();
@@ -17,4 +18,5 @@ std::vector<std::string> filesOnDesktop();
 
 // The content of a file below the desktop; empty when it is not there.
 std::string contentOf(const std::string& name);
+std::string pathOnDesktop(const std::string& name); // for other programs
 void writeDesktopFile(const std::string& name, const std::string& content);

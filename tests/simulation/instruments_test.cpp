@@ -1,4 +1,5 @@
 // A whole map with each kind of instrument: value, unit and scale, the bias before and after.
+#include "tests/simulation/saved_map.h"
 #include "tests/simulation/whole_run.h"
 
 #include "instruments/ammeter.h"
@@ -96,6 +97,18 @@ TEST_P(InstrumentMapTest, HoldsTheLandscape) {
     runProgramOver(20, 15);
 
     EXPECT_EQ(wrongCells([](int, int) { return true; }), 0);
+    const bool volts = instrument.kind == kindOscilloscope;
+    const SavedMap saved;
+    EXPECT_EQ(saved.channels, 1);
+    EXPECT_EQ(saved.unit(0), volts ? "V" : "A");
+    EXPECT_EQ(saved.maskedCells(0), 0);
+    saved.expectCells(0, [this](double value, LabPoint place) { return agrees(value, place); });
+    EXPECT_EQ(saved.condition("Unit of the text file"), volts                   ? "V"
+                                                        : instrument.scale == 1 ? "A"
+                                                                                : "uA");
+    EXPECT_EQ(saved.condition("Bias").starts_with("0.5 V in"), !instrument.source);
+    EXPECT_EQ(saved.condition("Instrument's answer to *IDN?").find("2450") != std::string::npos,
+              instrument.kind == kindUsbSourcemeter);
     EXPECT_EQ(biasInScan, instrument.source ? bias : 0.0);
     EXPECT_EQ(labBiasVolts(), 0.0);
     EXPECT_EQ(labInstrumentErrors(instrument.who), std::vector<std::string>{});
@@ -223,6 +236,7 @@ TEST_F(InstrumentDeathTest, NumberThatIsNoneEndsAScanSafely) {
                 "laser at 204, bias 0.5 V\n.*too long\n.*laser at 0, bias 0.0 V\n");
     const std::string saved = contentOf(sessionFile("Kestrel"));        // by what died
     EXPECT_GE(std::count(saved.begin(), saved.end(), '1'), 5) << saved; // of 1e-6 A
+    EXPECT_EQ(SavedMap().condition("Outcome"), "forced end");
 }
 
 } // namespace

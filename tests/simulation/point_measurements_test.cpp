@@ -54,8 +54,8 @@ protected:
     static long saves() {
         const std::vector<std::string> files = filesOnDesktop();
         return std::count_if(files.begin(), files.end(), [](const std::string& name) {
-            return name.find("/I-V(") != std::string::npos ||
-                   name.find("/TimeEvo(") != std::string::npos;
+            return !name.ends_with(".meta.txt") && (name.find("/I-V(") != std::string::npos ||
+                                                    name.find("/TimeEvo(") != std::string::npos);
         });
     }
 
@@ -74,6 +74,15 @@ protected:
         return points;
     }
 };
+
+// What stands in the conditions beside a curve.
+void expectConditions(const std::string& textFile, const std::vector<std::string>& lines) {
+    const std::string stem = textFile.substr(0, textFile.rfind('.'));
+    const std::string conditions = contentOf(stem + ".meta.txt");
+    for (const std::string& line : lines)
+        EXPECT_NE(conditions.find("\n" + line + "\n"), std::string::npos) << line << " in\n"
+                                                                          << conditions;
+}
 
 TEST_F(PointMeasurementTest, IvCurveFollowsTheDiodesInOrder) {
     instrumentLink.currentLimit = limit;
@@ -106,6 +115,9 @@ TEST_F(PointMeasurementTest, IvCurveFollowsTheDiodesInOrder) {
     EXPECT_TRUE(labInstrumentErrors(labUsbSourcemeter).empty());
     // A voltage, a wait and a reading each; what is set once comes to a few lines.
     EXPECT_LE(labInstrumentCommands(labUsbSourcemeter).size(), 3 * volts.size() + 50);
+    expectConditions(sessionFile("I-V("),
+                     {"Instrument: USB Sourcemeter", "Voltage step: 0.0160000008 V",
+                      "Points measured: 200, the first lines", "Outcome: finished"});
     EXPECT_EQ(historyOf(Field::Information).back().substr(0, 12), "V=-0.016000,");
 }
 
@@ -166,6 +178,9 @@ TEST_F(PointMeasurementTest, SeriesFollowsRiseAndDecay) {
     // A sample every 30 ms fills arrays that are made for one every 50 ms before the end.
     ASSERT_EQ(samples.size(), 240u);
     EXPECT_EQ(sweepRecord.yValues.size(), 240u);
+    expectConditions(sessionFile("TimeEvo("),
+                     {"Laser on for: 2 s", "Laser at the start: off", "Samples: 240",
+                      "Units of the text file: s, V", "Outcome: finished"});
     const LabPoint place{24 * labUmPerPixel, -14 * labUmPerPixel};
     const double full = expectedVolts(place.x, place.y, levelVolts, 0.0);
     EXPECT_NEAR(samples.back().first, 240 * 0.03, 0.2);

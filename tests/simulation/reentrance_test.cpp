@@ -107,7 +107,7 @@ protected:
         std::map<std::string, long> found;
         for (const std::string& file : filesOnDesktop())
             for (const char* kind : {"/I-V(", "/TimeEvo(", "/Kestrel"})
-                found[kind] += file.find(kind) != std::string::npos;
+                found[kind] += file.find(kind) != std::string::npos && !file.ends_with(".meta.txt");
         for (const std::string& text : historyOf(Field::Information))
             for (const char* kind : {"Wide view imaging", "Moving to starting point"})
                 found[kind] += text == kind;

@@ -1,4 +1,5 @@
 // Whole maps in the laboratory, compared with the sample that they were taken of.
+#include "tests/simulation/saved_map.h"
 #include "tests/simulation/whole_run.h"
 
 #include "camera/spot.h"
@@ -34,6 +35,31 @@ void expectLandscape(int wholeRows, int partial, double zUm) {
         }
     }
     EXPECT_EQ(wrong, 0);
+}
+
+// The file with units holds the measured cells as the maps do, and masks the others.
+void expectSavedMap(const char* outcome, int measured, double zUm) {
+    const SavedMap saved;
+    ASSERT_EQ(saved.columns, scanArea.cols);
+    ASSERT_EQ(saved.rows, scanArea.rows);
+    EXPECT_EQ(saved.channels, confocalEnabled ? 4 : 1);
+    EXPECT_EQ(saved.unit(0), "V");
+    EXPECT_EQ(saved.condition("Outcome"), outcome);
+    EXPECT_EQ(saved.condition("Points measured"), std::to_string(measured));
+    saved.expectCells(
+        0, [zUm](double volts, LabPoint place) { return agreesWithLandscape(volts, place, zUm); });
+    for (int channel = 0; channel < saved.channels; ++channel) {
+        EXPECT_EQ(saved.maskedCells(channel), scanArea.totalPoints - measured);
+        EXPECT_EQ(saved.unit(channel), channel == 0 ? "V" : "");
+        for (int i = 0; i < scanArea.totalPoints; ++i) {
+            const int column = i % scanArea.cols, row = i / scanArea.cols;
+            const auto c = static_cast<size_t>(column), r = static_cast<size_t>(row);
+            EXPECT_EQ(saved.value(channel, column, row),
+                      static_cast<double>(scanMap.maps[static_cast<size_t>(channel)][c][r]));
+            const int order = (scanArea.rows - 1 - row) * scanArea.cols + column;
+            EXPECT_EQ(saved.masked(channel, column, row), order >= measured) << column << row;
+        }
+    }
 }
 
 // The confocal maps are the spot's light times the sample's colour.
@@ -83,10 +109,11 @@ TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
         for (const PointMark mark : column) EXPECT_EQ(mark, PointMark::Measured);
     ASSERT_TRUE(scanMap.conditions);
     EXPECT_EQ(scanMap.conditions->started.minute, 5);
-    EXPECT_EQ(scanMap.conditions->unit, std::string("V"));
     EXPECT_EQ(scanMap.conditions->homeXUm, 0.0);
     EXPECT_TRUE(scanMap.conditions->confocal);
     expectColours();
+    expectSavedMap("finished", 20 * 15, labStageUm(labZ));
+    SavedMap().expectGwyddionAgrees();
 
     // One reading before each row is thrown away.
     EXPECT_EQ(labCounters().analogReads, static_cast<uint64_t>(readingsIn(20, 15)));
@@ -107,11 +134,13 @@ TEST_F(ScanTest, SavesWhatItMeasured) {
     writeSettings(3.0, true);
     runProgramOver(12, 9);
 
-    const std::string grid = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V.txt";
+    const std::string stem = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V";
+    const std::string grid = stem + ".txt";
     std::vector<std::string> expected = {"KST_Data/", "KST_Data/260307_14-05/",
                                          "KST_Data/Config.txt", "KST_Data/Options.ini"};
     for (const char* prefix : {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"})
         expected.push_back("KST_Data/260307_14-05/" + (prefix + grid));
+    expected.push_back("KST_Data/260307_14-05/Lumascan" + stem + ".gwy");
     for (const char* image :
          {"optics(0)", "KST(1)", "CONF_R(2)", "CONF_G(3)", "CONF_B(4)", "CONFOCAL(5)"})
         expected.push_back("KST_Data/260307_14-05/" + (image + std::string(".jpg")));
@@ -200,6 +229,11 @@ TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
     const auto row = static_cast<size_t>(scanArea.rows - 1);
     EXPECT_NEAR(static_cast<double>(scanMap.maps[planePhotocurrent][0][row]), sum / 25, 1e-6);
     EXPECT_NEAR(static_cast<double>(scanMap.deviation[0][row]), std::sqrt(squares / 24), 1e-6);
+    const SavedMap saved;
+    ASSERT_EQ(saved.channels, 2);
+    EXPECT_EQ(saved.unit(1), "V");
+    EXPECT_NEAR(saved.value(1, 0, saved.rows - 1), std::sqrt(squares / 24), 1e-6);
+    EXPECT_EQ(saved.condition("Wait after the arrival at a point"), "300 ms");
 }
 
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
@@ -210,6 +244,8 @@ TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
     runProgramOver(24, 16);
     ASSERT_EQ(scanArea.cols, 12);
     expectLandscape(3, 1, labStageUm(labZ));
+    expectSavedMap("stopped", 37, labStageUm(labZ));
+    SavedMap().expectGwyddionAgrees();
     EXPECT_EQ(numbersOf(contentOf(sessionFile("Kestrel"))).size(),
               static_cast<size_t>(scanArea.rows));
     EXPECT_NE(sessionFile("CONFOCAL"), "");
@@ -232,6 +268,7 @@ TEST_F(ScanTest, DeclinedQuestionMeasuresNothingAndGoesHome) {
     runProgramOver(16, 12, BoxAnswer::No);
     EXPECT_EQ(labCounters().analogReads, 0u);
     expectLandscape(0, 0, 0);
+    expectSavedMap("declined", 0, 0);
     for (const char* prefix : {"Kestrel", "ConfocalB", "KST", "CONFOCAL"})
         EXPECT_NE(sessionFile(prefix), "") << prefix;
     EXPECT_NEAR(labStageUm(labX), 0, 2.01);
@@ -265,6 +302,8 @@ TEST_F(ScanTest, RefusedNumberedNameMakesANewFolder) {
     const auto whole = numbersOf(contentOf("KST_Data/260307_14-06/" + name));
     ASSERT_EQ(part.size(), whole.size());
     EXPECT_EQ(part[2][0], whole[2][0]);
+    EXPECT_EQ(SavedMap("14-05").condition("Outcome"), "running");
+    EXPECT_EQ(SavedMap("14-06").condition("Text file"), name);
     EXPECT_EQ(part[0][2], 0.0);
     EXPECT_NEAR(whole[0][2], static_cast<double>(scanMap.maps[planePhotocurrent][2][0]), 1e-6);
     EXPECT_EQ(sessionFile("KST("), "KST_Data/260307_14-06/KST(1).jpg");

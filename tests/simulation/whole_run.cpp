@@ -91,11 +91,12 @@ std::vector<std::vector<double>> numbersOf(const std::string& text) {
     return rows;
 }
 
-std::string sessionFile(const std::string& prefix) {
+std::string sessionFile(const std::string& prefix, const std::string& folder) {
     std::string found;
     for (const std::string& name : filesOnDesktop()) {
         const size_t slash = name.rfind('/');
         if (name.compare(slash + 1, prefix.size(), prefix) != 0) continue;
+        if (name.find(folder) == std::string::npos || name.ends_with(".meta.txt")) continue;
         EXPECT_EQ(found, "") << "more than one " << prefix;
         found = name;
     }

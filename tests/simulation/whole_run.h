@@ -39,5 +39,6 @@ bool agreesWithLandscape(double volts, LabPoint place, double zUm);
 // The numbers of a saved map file, [row][column].
 std::vector<std::vector<double>> numbersOf(const std::string& text);
 
-// The one file of the session whose name begins with `prefix`, below the desktop.
-std::string sessionFile(const std::string& prefix);
+// The one file of the session whose name begins with `prefix`, below the desktop; in the folder
+// whose path holds `folder`. Conditions beside a curve do not count.
+std::string sessionFile(const std::string& prefix, const std::string& folder = "");

@@ -3,8 +3,13 @@
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "screen/screen.h"
 #include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
+#include "tests/doubles/gwy_reader.h"
+
+#include <cmath>
 
 namespace {
 
@@ -45,7 +50,7 @@ TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
     confocalEnabled = 0;
     saveMapFiles();
     EXPECT_NE(contentOf(folder + "ConfocalB" + grid), "");
-    EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
+    EXPECT_EQ(filesOnDesktop().size(), 2u + 5u);
     allocateMaps(); // for another scan
     EXPECT_TRUE(makeMapFileName("Kestrel").ends_with(L"LaserIntensity4.0 Bias0.0V.txt"));
 }
@@ -71,6 +76,44 @@ TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
     EXPECT_TRUE(contentOf("KST_Data/260307_14-07/Kestrel" + grid).starts_with("7.000000,"));
+}
+
+TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
+    openBareWindow();
+    confocalEnabled = 0;
+    instrumentLink.ammeterKind = kindUsbSourcemeter;
+    stageX.positionUm = 100;
+    stageY.positionUm = -40;
+    scanArea.offsetXUm = 3.5;
+    scanArea.offsetYUm = 10;
+    scanMap.conditions = presentConditions();
+    for (auto& column : scanMap.marks) column.assign(3, PointMark::Measured);
+    Map& map = scanMap.maps[planePhotocurrent];
+    map[0] = {1.5f, NAN, 9.9e37f};
+    map[1] = {-1e-9f, INFINITY, 2.0f};
+    scanMap.marks[1][2] = PointMark::NoColour; // the current is good
+    saveMapFiles();
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok);
+    saveMapFiles();
+    const std::string second = "Lumascan(1)(2X3)Step2.0um LaserIntensity30.0 Bias0.5V.gwy";
+    const GwyContent file = readGwy(contentOf(folder + second));
+    const auto amperes = [](float uA) { return static_cast<double>(uA) * 1e-6; };
+    EXPECT_EQ(file.arrays.at("/0/data data"),
+              (std::vector<double>{amperes(1.5f), amperes(-1e-9f), 0, 0, amperes(9.9e37f),
+                                   amperes(2.0f)}));
+    EXPECT_EQ(file.arrays.at("/0/mask data"), (std::vector<double>{0, 0, 1, 1, 1, 0}));
+    EXPECT_DOUBLE_EQ(file.numbers.at("/0/data xoff"), 102.5e-6);
+    EXPECT_DOUBLE_EQ(file.numbers.at("/0/data yoff"), 25e-6); // minus (-40 + 10 + 2 * 2 + 1)
+    EXPECT_DOUBLE_EQ(file.numbers.at("/0/data yreal"), 6e-6);
+    EXPECT_EQ(file.texts.at("/0/meta Text file"), "not written");
+
+    // A failure is said, behind what was said before, and leaves nothing half written.
+    showInformation("Mapping finished");
+    wallTime.minute++;
+    diskFull = true;
+    saveMapFiles();
+    EXPECT_EQ(textIn(Field::Information), "Mapping finished. Not written: the map's .gwy file");
+    EXPECT_EQ(filesOnDesktop().size(), 2u + 3u + 2u);
 }
 
 TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {

@@ -44,10 +44,13 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 
     ASSERT_TRUE(std::regex_match(session().filename().string(), std::regex(R"(\d{6}_\d\d-\d\d)")));
-    std::vector<std::string> files{"CONFOCAL(5).jpg",    "CONF_B(4).jpg",      "CONF_G(3).jpg",
-                                   "CONF_R(2).jpg",      mapName("ConfocalB"), mapName("ConfocalG"),
-                                   mapName("ConfocalR"), "KST(1).jpg",         mapName("Kestrel"),
-                                   "optics(0).jpg"};
+    std::vector<std::string> files{
+        "CONFOCAL(5).jpg",    "CONF_B(4).jpg",
+        "CONF_G(3).jpg",      "CONF_R(2).jpg",
+        mapName("ConfocalB"), mapName("ConfocalG"),
+        mapName("ConfocalR"), "KST(1).jpg",
+        mapName("Kestrel"),   "Lumascan(3X2)Step1.0um LaserIntensity16.0 Bias0.0V.gwy",
+        "optics(0).jpg"};
     EXPECT_EQ(filesIn(session()), files);
     EXPECT_EQ(contentOf(session() / mapName("Kestrel")),
               "0.000000,0.000000,0.000000,\r\n0.000000,0.000000,0.000000,\r\n");

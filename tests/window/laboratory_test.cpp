@@ -100,6 +100,10 @@ struct Area {
                       prefix, columns, rows, step);
         return name;
     }
+    std::string documentName() const { // Gwyddion opens it when the test has ended
+        std::string name = mapName("Lumascan");
+        return name.replace(name.size() - 3, 3, "gwy");
+    }
 };
 
 class Laboratory : public ProgramRun {
@@ -175,11 +179,17 @@ TEST_F(Laboratory, MapsTheLandscape) {
     ASSERT_NO_FATAL_FAILURE(closeProgram());
     expectDark();
 
-    std::vector<std::string> files{"CONFOCAL(5).jpg",         "CONF_B(4).jpg",
-                                   "CONF_G(3).jpg",           "CONF_R(2).jpg",
-                                   area.mapName("ConfocalB"), area.mapName("ConfocalG"),
-                                   area.mapName("ConfocalR"), "KST(1).jpg",
-                                   area.mapName("Kestrel"),   "optics(0).jpg"};
+    std::vector<std::string> files{"CONFOCAL(5).jpg",
+                                   "CONF_B(4).jpg",
+                                   "CONF_G(3).jpg",
+                                   "CONF_R(2).jpg",
+                                   area.mapName("ConfocalB"),
+                                   area.mapName("ConfocalG"),
+                                   area.mapName("ConfocalR"),
+                                   "KST(1).jpg",
+                                   area.mapName("Kestrel"),
+                                   area.documentName(),
+                                   "optics(0).jpg"};
     EXPECT_EQ(filesIn(session()), files);
     expectLandscape(area, area.rows);
 

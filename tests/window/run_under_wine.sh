@@ -1,10 +1,13 @@
 #!/bin/bash
 # Runs a Windows program under Wine on a screen, a desktop folder and a serial line of its own.
 #
-#   run_under_wine.sh [--build FOLDER] [--cable] [--show] [--keep FOLDER] PROGRAM [ARGUMENT...]
+#   run_under_wine.sh [--build FOLDER] [--cable] [--documents] [--show] [--keep FOLDER]
+#                     PROGRAM [ARGUMENT...]
 #
 #   --build FOLDER  the Windows build tree (build/windows); its prefix is made here once and copied
 #   --cable         lay the null-modem cable: COM10 on one end, COM11 on the other
+#   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
+#                   and make a picture of
 #   --show          use the display of $DISPLAY where there is one
 #   --keep FOLDER   run in this folder and keep it; the default is a new one that goes when the
 #                   program has ended well
@@ -17,12 +20,14 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 build=$root/build/windows
 cable=no
+documents=no
 show=no
 folder=
 while [[ ${1:-} == --* ]]; do
     case $1 in
     --build) build=$(cd "$2" && pwd) && shift 2 ;;
     --cable) cable=yes && shift ;;
+    --documents) documents=yes && shift ;;
     --show) show=yes && shift ;;
     --keep) mkdir -p "$2" && folder=$(cd "$2" && pwd) && shift 2 ;;
     *) echo "unknown option $1" >&2 && exit 2 ;;
@@ -152,4 +157,16 @@ own+=("$teller")
 code=0
 wait "$program" || code=$?
 wait "$teller" || true
+if [[ $documents == yes && $code == 0 ]]; then
+    opened=0
+    while IFS= read -r -d '' document; do
+        picture=$folder/document$((++opened)).png
+        if ! gwyddion --convert-to-gwy="$folder/opened.gwy" "$document" ||
+            ! gwyddion-thumbnailer gnome2 256 "$document" "$picture" || [[ ! -s $picture ]]; then
+            echo "Gwyddion does not open $document" >&3
+            code=1
+        fi 3>&1 >>"$folder/gwyddion.log" 2>&1
+    done < <(find "$WINEPREFIX/drive_c/users" -name '*.gwy' -print0)
+    ((opened)) || { echo "no .gwy file to open" && code=1; }
+fi
 exit "$code"

@@ -1,0 +1,234 @@
+// Gathers what belongs to a map and writes it.
+#include "mapping/map_document.h"
+
+#include "instruments/kinds.h"
+#include "instruments/laser_link.h"
+#include "instruments/lights.h"
+#include "platform/text_format.h"
+
+#include <cmath>
+#include <exception>
+
+namespace {
+
+constexpr double metresPerUm = 1e-6;
+
+std::string placeUm(double um) {
+    return formatted("%.3f um", um);
+}
+
+const Unit& unitOf(const ScanConditions& scan) {
+    return *instrumentKind(scan.ammeterKind).unit;
+}
+
+// What an instrument says of itself may hold any byte.
+std::string printable(std::string text) {
+    for (char& letter : text)
+        if (letter < ' ' || letter > '~') letter = '?';
+    return text;
+}
+
+bool isSound(float reading) {
+    return std::isfinite(reading) && std::abs(static_cast<double>(reading)) < overloadReading;
+}
+
+struct PointCounts {
+    int measured = 0, notReached = 0, silent = 0, withoutColour = 0, notMeasured = 0,
+        overloaded = 0;
+};
+
+PointCounts countPoints(const ScanMap& map) {
+    PointCounts counts;
+    const Map& readings = map.maps[planePhotocurrent];
+    for (size_t column = 0; column < map.marks.size(); ++column)
+        for (size_t row = 0; row < map.marks[column].size(); ++row) {
+            const PointMark mark = map.marks[column][row];
+            counts.measured += mark == PointMark::Measured;
+            counts.notReached += mark == PointMark::NotReached;
+            counts.silent += mark == PointMark::Silent;
+            counts.withoutColour += mark == PointMark::NoColour;
+            counts.notMeasured += mark == PointMark::NotMeasured;
+            counts.overloaded += !isSound(readings[column][row]);
+        }
+    return counts;
+}
+
+void addCamera(Conditions& lines, const ScanConditions& scan) {
+    lines.emplace_back("Camera gain", formatted("%d", scan.gain));
+    lines.emplace_back("Camera exposure", quantity(scan.exposureUs, "us"));
+    lines.emplace_back("Camera aperture",
+                       formatted("%d px to each side of the spot", scan.aperturePx));
+}
+
+void addOutcome(Conditions& lines, const ScanMap& map) {
+    const ScanOutcome& outcome = map.outcome;
+    lines.emplace_back("Outcome", nameOf(outcome.end));
+    if (outcome.end != ProcessEnd::Running) {
+        lines.emplace_back("Ended", timeText(outcome.ended));
+        lines.emplace_back("Stage Z at the end", placeUm(outcome.zUm));
+        lines.emplace_back("Laser intensity at the end",
+                           quantity(outcome.laserLevel * laserScaleFactor, "uA"));
+        lines.emplace_back("Trouble", troubleText(outcome.trouble));
+    }
+    const PointCounts counts = countPoints(map);
+    const auto add = [&](const char* name, int points) {
+        lines.emplace_back(name, formatted("%d", points));
+    };
+    add("Points measured", counts.measured);
+    add("Points not reached", counts.notReached);
+    add("Points without an answer", counts.silent);
+    add("Points without colour", counts.withoutColour);
+    add("Points not measured", counts.notMeasured);
+    add("Points out of the instrument's range", counts.overloaded);
+}
+
+Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
+    const ScanConditions& scan = *map.conditions;
+    Conditions lines = setUpOf(scan);
+    const auto add = [&](const char* name, const std::string& value) {
+        lines.emplace_back(name, value);
+    };
+    add("Bias", biasText(scan));
+    add("Columns", formatted("%d", scan.cols));
+    add("Rows", formatted("%d", scan.rows));
+    add("Step", quantity(scan.stepUm, "um"));
+    add("First point X", placeUm(scan.homeXUm + scan.offsetXUm));
+    add("First point Y", placeUm(scan.homeYUm + scan.offsetYUm));
+    add("Order", "rows from the lowest Y upwards, each from left to right");
+    add("Laser spot", formatted("%d, %d px from the picture's lower left corner", scan.laserSpot.x,
+                                scan.laserSpot.y));
+    if (scan.confocal) addCamera(lines, scan);
+    add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
+    add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
+    add("Wait before a reading", formatted("%d ms", scan.options.beforeReadingMs));
+    add("Looks for the arrival",
+        scan.options.looksEarly ? "as soon as it can be there" : "every 50 ms");
+    add("Readings of a point", formatted("%d, their mean", scan.options.readingsPerPoint));
+    addOutcome(lines, map);
+    constexpr const char* names[] = {"Text file", "Text file of red", "Text file of green",
+                                     "Text file of blue"};
+    for (size_t plane = 0; plane < textFiles.size(); ++plane)
+        add(names[plane], textFiles[plane].empty() ? "not written" : fileNameOf(textFiles[plane]));
+    add("Unit of the text file", unitOf(scan).name);
+    return lines;
+}
+
+// A channel of the file. Another one takes a line in the table; a map that is empty is left out.
+struct Channel {
+    const char* title;
+    const char* palette;
+    bool ofCamera; // a plain number; a reading otherwise
+    const Map& (*cellsOf)(const ScanMap&);
+};
+constexpr Channel channelTable[] = {
+    {"Photocurrent", "Viridis", false, [](const ScanMap& m) -> const Map& { return m.maps[0]; }},
+    {"Confocal red", "RGB-Red", true, [](const ScanMap& m) -> const Map& { return m.maps[1]; }},
+    {"Confocal green", "RGB-Green", true, [](const ScanMap& m) -> const Map& { return m.maps[2]; }},
+    {"Confocal blue", "RGB-Blue", true, [](const ScanMap& m) -> const Map& { return m.maps[3]; }},
+    {"Standard deviation", "Gray", false,
+     [](const ScanMap& m) -> const Map& { return m.deviation; }},
+};
+
+bool isKnown(PointMark mark, bool ofCamera) {
+    return mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
+}
+
+GwyChannel channelOf(const ScanMap& map, const Channel& source) {
+    const Map& cells = source.cellsOf(map);
+    const Unit& unit = unitOf(*map.conditions);
+    const double factor = source.ofCamera ? 1.0 : unit.perReading;
+    GwyChannel channel;
+    channel.title = source.title;
+    channel.palette = source.palette;
+    if (!source.ofCamera) channel.unit = unit.si;
+    if (&cells == &map.maps[planePhotocurrent] && channel.unit == "V")
+        channel.title = "Photovoltage";
+    const size_t rows = cells.empty() ? 0 : cells.front().size();
+    channel.values.reserve(cells.size() * rows);
+    channel.unmeasured.reserve(cells.size() * rows);
+    for (size_t row = 0; row < rows; ++row)
+        for (size_t column = 0; column < cells.size(); ++column) {
+            const float value = cells[column][row];
+            // A number that is none would spoil the whole channel in the reader.
+            const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
+            const bool known = isKnown(map.marks[column][row], source.ofCamera);
+            channel.values.push_back(finite * factor);
+            channel.unmeasured.push_back(known && isSound(value) ? 0 : 1);
+        }
+    return channel;
+}
+
+} // namespace
+
+std::string quantity(double value, const char* unit) {
+    return formatted("%.9g %s", value, unit);
+}
+
+std::string timeText(const LocalTime& time) {
+    return formatted("%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+                     time.minute, time.second);
+}
+
+std::string troubleText(const std::string& told) {
+    return told.empty() ? "none" : printable(told.substr(told.find_first_not_of(". ")));
+}
+
+std::string biasText(const ScanConditions& scan) {
+    const std::string volts = quantity(static_cast<double>(scan.biasVoltage), "V");
+    return instrumentKind(scan.ammeterKind).applyBias
+               ? volts
+               : volts + " in the settings, but no source of it";
+}
+
+Conditions setUpOf(const ScanConditions& scan) {
+    constexpr const char* axisOrders[] = {"XYZ", "XZY", "YXZ", "YZX", "ZXY", "ZYX"};
+    Conditions lines;
+    const auto add = [&](const char* name, const std::string& value) {
+        lines.emplace_back(name, value);
+    };
+    add("Program", scan.program);
+    add("Started", timeText(scan.started));
+    add("Instrument", isInstrumentKind(scan.ammeterKind)
+                          ? fileNameOf(instrumentKind(scan.ammeterKind).name)
+                          : "none");
+    if (!scan.instrumentIdentity.empty())
+        add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));
+    add("Current limit", quantity(static_cast<double>(scan.currentLimit), "A"));
+    add("Laser intensity", quantity(scan.laserLevel * laserScaleFactor, "uA"));
+    add("Laser level as sent", formatted("%d of 255", laserDriveOf(scan.laserLevel)));
+    add("Stage X at the start", placeUm(scan.homeXUm));
+    add("Stage Y at the start", placeUm(scan.homeYUm));
+    add("Stage Z at the start", placeUm(scan.homeZUm));
+    if (scan.axisOrder >= 0 && scan.axisOrder < 6) add("Axis order", axisOrders[scan.axisOrder]);
+    return lines;
+}
+
+GwyFrame frameOf(const ScanConditions& scan) {
+    GwyFrame frame{scan.cols, scan.rows};
+    const double left = scan.homeXUm + scan.offsetXUm - scan.stepUm / 2;
+    const double bottom = scan.homeYUm + scan.offsetYUm - scan.stepUm / 2;
+    frame.width = scan.cols * scan.stepUm * metresPerUm;
+    frame.height = scan.rows * scan.stepUm * metresPerUm;
+    frame.left = left * metresPerUm;
+    frame.top = -(bottom + scan.rows * scan.stepUm) * metresPerUm;
+    return frame;
+}
+
+std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
+    std::vector<GwyChannel> channels;
+    for (const Channel& source : channelTable)
+        if ((!source.ofCamera || map.conditions->confocal) && !source.cellsOf(map).empty())
+            channels.push_back(channelOf(map, source));
+    if (!channels.empty()) channels.front().conditions = conditionsOf(map, textFiles);
+    return gwyFile(frameOf(*map.conditions), channels);
+}
+
+bool saveMapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
+    const std::wstring path = makeMapDocumentName(*map.conditions);
+    try {
+        if (writeDocument(path, mapDocument(map, textFiles), L"wb")) return true;
+    } catch (const std::exception&) { // so large a map that memory or the format does not hold it
+    }
+    reportUnwritten(path, "the map's .gwy file");
+    return false;
+}

@@ -1,0 +1,49 @@
+// Writes documents.
+#include "session/document.h"
+
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "screen/screen.h"
+
+#include <cstdio>
+
+namespace {
+
+bool writeAndFlush(const std::wstring& path, const std::string& content, const wchar_t* mode) {
+    File file = openFile(path, mode);
+    if (!file) return false;
+    const bool written =
+        std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
+        flushToDisk(file.get());
+    return std::fclose(file.release()) == 0 && written;
+}
+
+} // namespace
+
+std::string linesOf(const Conditions& conditions) {
+    std::string lines;
+    for (const auto& [name, value] : conditions) lines.append(name + ": ").append(value + "\n");
+    return lines;
+}
+
+bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode) {
+    const std::wstring temporary = path + L".tmp";
+    if (writeAndFlush(temporary, content, mode) && replaceFile(temporary, path)) return true;
+    removeFile(temporary);
+    return false;
+}
+
+void reportUnwritten(const std::wstring& path, const char* what) {
+    std::printf("Not written: %s\n", fileNameOf(path).c_str());
+    if (!onWindowThread()) return; // it would wait for that thread, with the bias on
+    constexpr int longestText = 400;
+    const std::string before = fieldText(Field::Information, longestText);
+    showInformation(((before.empty() ? "" : before + ". ") + "Not written: " + what).c_str());
+}
+
+std::string fileNameOf(const std::wstring& path) {
+    std::string name;
+    for (wchar_t letter : path.substr(path.rfind(L'\\') + 1))
+        name += letter < 0x80 ? static_cast<char>(letter) : '?';
+    return name;
+}

@@ -1,0 +1,25 @@
+// Documents beside the specified files: written whole or not at all.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+// What a measurement was taken with: named texts in their order, each name once, printable ASCII.
+using Conditions = std::vector<std::pair<std::string, std::string>>;
+
+// One line "name: value" each.
+std::string linesOf(const Conditions& conditions);
+
+// Writes to a temporary name in the same folder, to the disk, and only then takes the place of
+// what has the name. `mode` is L"w" for a text with line feeds, L"wb" otherwise. On failure the
+// file that was there before is kept, and the result is false.
+bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode);
+
+// Says on standard output that a document could not be written, and behind what stands in the
+// information text: what it is in a word or two. From another thread than the windows it only
+// prints.
+void reportUnwritten(const std::wstring& path, const char* what);
+
+// A path's last part, as ASCII.
+std::string fileNameOf(const std::wstring& path);
