@@ -12,6 +12,8 @@
 #include <csignal>
 #include <exception>
 
+void (*leaveEvidence)() = [] {};
+
 void makeSafe() {
     static std::atomic<bool> busy = false; // what is done here may fail in the same way
     if (busy.exchange(true)) return;
@@ -24,10 +26,14 @@ void makeSafe() {
 }
 
 void makeSafeAtAbort() {
-    makeSafeAtForcedEnd = makeSafe;
+    makeSafeAtForcedEnd = [] {
+        makeSafe();
+        leaveEvidence();
+    };
     std::set_terminate([] { endProgram("an exception that nobody caught"); });
     std::signal(SIGABRT, [](int) {
         std::signal(SIGABRT, SIG_DFL);
         makeSafe();
+        leaveEvidence();
     });
 }

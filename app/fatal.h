@@ -6,5 +6,8 @@
 // that is not the windows'.
 void makeSafe();
 
+// What is done last when the program aborts, after the set-up was made safe; may be set at start.
+extern void (*leaveEvidence)();
+
 // Makes the set-up safe also when something else aborts the program.
 void makeSafeAtAbort();

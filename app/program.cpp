@@ -10,6 +10,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
@@ -67,6 +68,7 @@ bool startUp(int showCommand) {
     switchLiveView(LiveView::On);
     setLaserOutput(1);
     closeStartupNotice();
+    if (const std::string left = leftScanNotice(); !left.empty()) showInformation(left.c_str());
     return true;
 }
 

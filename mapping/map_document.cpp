@@ -63,7 +63,7 @@ void addCamera(Conditions& lines, const ScanConditions& scan) {
 void addOutcome(Conditions& lines, const ScanMap& map) {
     const ScanOutcome& outcome = map.outcome;
     lines.emplace_back("Outcome", nameOf(outcome.end));
-    if (outcome.end != ProcessEnd::Running) {
+    if (outcome.end != ProcessEnd::Running && outcome.end != ProcessEnd::CutOff) {
         lines.emplace_back("Ended", timeText(outcome.ended));
         lines.emplace_back("Stage Z at the end", placeUm(outcome.zUm));
         lines.emplace_back("Laser intensity at the end",

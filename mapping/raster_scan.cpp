@@ -11,12 +11,14 @@
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "mapping/scan_pace.h"
 #include "motion/stage.h"
 #include "platform/clock.h"
 #include "platform/message_box.h"
+#include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
@@ -60,6 +62,7 @@ struct ScanReport {
     std::string bias;         // what went wrong with it
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
+    bool journalLost = false; // at least in part
 };
 
 ScanReport report;
@@ -79,6 +82,7 @@ std::string whatFailed() {
     text += report.bias;
     if (report.stayedAway) text += ". The stage did not come back";
     if (report.swingFailed) text += ". Hysteresis not compensated";
+    if (report.journalLost) text += ". Journal not written";
     if (scanMap.documentLost) text += ". Not written: the map's .gwy file";
     return text;
 }
@@ -197,6 +201,7 @@ void measurePoint(const Point& point, int mapRow) {
                            : colourless     ? PointMark::NoColour
                                             : PointMark::Measured;
     scanMap.marks[c][m] = mark;
+    journalPoint(c, m);
     if (mark != PointMark::Measured) ++report.pointsInDoubt;
 }
 
@@ -266,6 +271,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         pace.pointDone(tickCountMs());
         showRemaining(count);
     }
+    flushJournal();
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
     if (confocalEnabled) drawConfocalRow(confocalWindow, mapRow);
@@ -328,16 +334,18 @@ void saveConfocalImage(int channel, const char* label) {
     saveMapImage(confocalWindow, channel, label);
 }
 
-void saveEverything() {
-    saveMapFiles();
+// Whether every number is in a file.
+bool saveEverything(bool (*saveFiles)()) {
+    const bool saved = saveFiles() && !scanMap.documentLost;
     placePictureWindows(); // they may have been closed since
     drawMapWithScale(channelPhotocurrent);
     saveMapImage(mapWindow, channelPhotocurrent, "KST");
-    if (!confocalEnabled) return;
+    if (!confocalEnabled) return saved;
     saveConfocalImage(channelRed, "CONF_R");
     saveConfocalImage(channelGreen, "CONF_G");
     saveConfocalImage(channelBlue, "CONF_B");
     saveConfocalImage(channelConfocal, "CONFOCAL");
+    return saved;
 }
 
 void noteEnd(ProcessEnd end) {
@@ -367,10 +375,16 @@ struct ScanTiming {
     ScanTiming& operator=(const ScanTiming&) = delete;
 };
 
+bool saveScan() {
+    return saveEverything(saveMapFilesQuietly);
+}
+
 void saveScanAtForcedEnd() {
     if (scanMap.conditions && scanMap.outcome.end == ProcessEnd::Running)
         noteEnd(ProcessEnd::Forced);
-    saveMapFilesQuietly();
+    const bool saved = saveMapFilesQuietly() && !scanMap.documentLost;
+    if (saved && onWindowThread())
+        removeJournal(); // else its writer may be in the middle of a line
 }
 
 int runMapping() {
@@ -387,6 +401,7 @@ int runMapping() {
     scanMap.conditions = presentConditions();
     if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
     ensureSessionFolder(dataFolders);
+    beginScanJournal();
     startLiveRows();
     place.startX = place.homeX + scanArea.offsetXUm;
     place.startY = place.homeY + scanArea.offsetYUm;
@@ -399,12 +414,14 @@ int runMapping() {
     const bool declined = !stopRequested && !consentGiven(compensated) && !stopRequested;
     if (!declined && !stopRequested) scanAllRows(place);
     report.bias = biasTrouble(); // while it is on
+    report.journalLost = journalIsBroken();
     noteEnd(declined ? ProcessEnd::Declined : processEnd());
     returnHome(place);
     scanMap.outcome.trouble = whatFailed();
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
-    saveEverything();
-    showReport(); // over what the saving had to say
+    if (saveEverything(saveMapFiles)) removeJournal();
+    leaveJournal(); // what is only there is offered again
+    showReport();   // over what the saving had to say
     return 1;
 }

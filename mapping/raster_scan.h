@@ -3,13 +3,17 @@
 
 #include <cstdint>
 
-// The wait at the beginning of a row.
+// Waits before a reading: at the beginning of a row and at each point.
 constexpr uint32_t rowSettleMs = 10;
 
 // Scans the scan area: to its start, backlash taken up, the operator's consent, row by row, and
 // back to where the stage stood. Saves the map files and images also of a scan that was stopped or
 // declined. Always returns 1.
 int runMapping();
+
+// Writes the files and images of the map in memory without asking; whether every number is in a
+// file.
+bool saveScan();
 
 // Milliseconds until the last point of the running scan, by what it has taken so far: within a
 // tenth from the fiftieth point on. 0 without one.

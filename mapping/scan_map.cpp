@@ -136,7 +136,7 @@ bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     const size_t planes = mapConditions().confocal ? 4 : 1;
     std::vector<std::wstring> paths;
     for (size_t plane = 0; plane < planes; ++plane) paths.push_back(saveMap(plane, write));
-    if (scanMap.conditions && scanOptions.writesUnitFile)
+    if (scanMap.conditions && scanMap.conditions->options.writesUnitFile)
         scanMap.documentLost = !saveMapDocument(scanMap, paths);
     scanMap.saveCount += 1;
     return std::count(paths.begin(), paths.end(), L"") == 0;
@@ -150,8 +150,8 @@ bool writeMapFile(const std::wstring& path, const Map& map) {
     return written;
 }
 
-void saveMapFiles() {
-    saveWith(writeMapFile);
+bool saveMapFiles() {
+    return saveWith(writeMapFile);
 }
 
 bool saveMapFilesQuietly() {

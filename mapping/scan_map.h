@@ -46,8 +46,8 @@ struct ScanConditions {
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
     ScanOptions options;
-    int32_t axisOrder = 0; // of the controllers
-    uint32_t rowSettleMs = 0;
+    int32_t axisOrder = 0;    // of the controllers
+    uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
 };
 
 // How the scan of the map ended, and what had changed by then.
@@ -92,7 +92,7 @@ std::wstring makeMapDocumentName(const ScanConditions& scan);
 bool writeMapFile(const std::wstring& path, const Map& map);
 
 // The photocurrent map and, of a confocal scan, the three colour maps.
-void saveMapFiles();
+bool saveMapFiles(); // whether every map was written
 
 // The same without the box, for the program's forced end and in the middle of a scan. Returns
 // whether every map was written.

@@ -61,6 +61,7 @@ enum ControlId : int {
     idShowBlue = 32837,
     idDrawScanArea = 32838,
     idScanOptions = 32850,
+    idRecoverScan = 32851,
 };
 
 // Of the Configuration dialog.

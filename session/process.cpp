@@ -75,8 +75,13 @@ void saveUnfinishedProcess() {
 }
 
 const char* nameOf(ProcessEnd end) {
-    constexpr const char* names[] = {"running", "finished",      "declined",
-                                     "stopped", "window closed", "forced end"};
+    constexpr const char* names[] = {"running",
+                                     "finished",
+                                     "declined",
+                                     "stopped",
+                                     "window closed",
+                                     "forced end",
+                                     "cut off, recovered from its journal"};
     return names[static_cast<size_t>(end)];
 }
 

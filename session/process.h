@@ -29,7 +29,7 @@ public:
 bool stageIsMoving();
 
 // How a process ended, as far as it has.
-enum class ProcessEnd { Running, Finished, Declined, Stopped, WindowClosed, Forced };
+enum class ProcessEnd { Running, Finished, Declined, Stopped, WindowClosed, Forced, CutOff };
 const char* nameOf(ProcessEnd end);
 
 // Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another

@@ -4,6 +4,7 @@
 #include <shlobj.h>
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -252,7 +253,9 @@ std::vector<fs::path> sessionFolders() {
     std::vector<fs::path> folders;
     if (!fs::is_directory(dataRoot())) return folders;
     for (const auto& entry : fs::directory_iterator(dataRoot())) {
-        if (entry.is_directory()) folders.push_back(entry.path());
+        const std::string name = entry.path().filename().string(); // YYMMDD_hh-mm
+        if (entry.is_directory() && std::isdigit(static_cast<unsigned char>(name[0])))
+            folders.push_back(entry.path());
     }
     std::sort(folders.begin(), folders.end());
     return folders;

@@ -16,6 +16,7 @@
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
@@ -141,7 +142,7 @@ void saveCameraImage() {
 
 void saveMaps() {
     ensureSessionFolder(dataFolders);
-    if (!processUnderWay()) return saveMapFiles();
+    if (!processUnderWay()) return static_cast<void>(saveMapFiles());
     // A box would hold the process where it is, with the laser on; a scan saves at its end again.
     if (!saveMapFilesQuietly()) showInformation("File saving error. New folder will be made.");
 }
@@ -230,6 +231,7 @@ constexpr Command commands[] = {
     {idSaveWindowImage, saveOptics, allowed, allowed},
     {idSaveCameraImage, saveCameraImage, allowed, allowed},
     {idSaveMaps, saveMaps, allowed, allowed},
+    {idRecoverScan, recoverLastScan, refused, refused},
 };
 // clang-format on
 

@@ -2,6 +2,7 @@
 #include "tests/simulation/saved_map.h"
 #include "tests/simulation/whole_run.h"
 
+#include "app/program.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 namespace {
 
@@ -137,7 +139,8 @@ TEST_F(ScanTest, SavesWhatItMeasured) {
     const std::string stem = "(4X3)Step3.0um LaserIntensity16.0 Bias0.0V";
     const std::string grid = stem + ".txt";
     std::vector<std::string> expected = {"KST_Data/", "KST_Data/260307_14-05/",
-                                         "KST_Data/Config.txt", "KST_Data/Options.ini"};
+                                         "KST_Data/Config.txt", "KST_Data/Journal/",
+                                         "KST_Data/Options.ini"};
     for (const char* prefix : {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"})
         expected.push_back("KST_Data/260307_14-05/" + (prefix + grid));
     expected.push_back("KST_Data/260307_14-05/Lumascan" + stem + ".gwy");
@@ -234,6 +237,41 @@ TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
     EXPECT_EQ(saved.unit(1), "V");
     EXPECT_NEAR(saved.value(1, 0, saved.rows - 1), std::sqrt(squares / 24), 1e-6);
     EXPECT_EQ(saved.condition("Wait after the arrival at a point"), "300 ms");
+}
+
+// A power cut in the fourth row; the next day's start finds the journal.
+TEST_F(ScanTest, JournalBringsBackWhatAPowerCutTook) {
+    constexpr char file[] = "KST_Data/Journal/journal0.txt";
+    writeSettings(2.0, true);
+    std::string onDisk;
+    afterReadings(3 * 13 + 2, [&] { onDisk = contentOf(file); });
+    runProgramOver(24, 16);
+    EXPECT_EQ(contentOf(file), "") << "a scan that was saved whole";
+    const std::string saved = contentOf(sessionFile("Kestrel"));
+    for (const char* prefix : {"Kestrel", "ConfocalG", "Lumascan"})
+        std::filesystem::remove(pathOnDesktop(sessionFile(prefix)));
+
+    writeDesktopFile(file, onDisk);
+    wallTime.day += 1;
+    scanMap = {};
+    std::string notice;
+    when([] { return timerRuns(); },
+         [&] {
+             notice = textIn(Field::Information);
+             postCommand(idRecoverScan);
+         });
+    when([] { return textIn(Field::Information).starts_with("Recovered: 36 of "); },
+         [] { post(messageClose); });
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_TRUE(notice.starts_with("A scan of 2026-03-07 14:05 was cut off: 36 of 96")) << notice;
+    expectLandscape(3, 0, labStageUm(labZ));
+    const auto whole = numbersOf(saved), part = numbersOf(contentOf(sessionFile("Kestrel")));
+    ASSERT_EQ(part.size(), whole.size());
+    for (size_t row = 0; row < whole.size(); ++row)
+        EXPECT_EQ(part[row], row + 3 < whole.size() ? std::vector<double>(12) : whole[row]);
+    EXPECT_NE(sessionFile("ConfocalG"), "");
+    EXPECT_NE(sessionFile("Lumascan"), "");
+    EXPECT_EQ(contentOf(file), "");
 }
 
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {

@@ -296,6 +296,26 @@ TEST_F(Laboratory, SavesAndGoesDarkWhenClosedInAScan) {
     EXPECT_TRUE(contentOf(dataRoot() / "Config.txt").starts_with("step:2.0, laser:4.00"));
 }
 
+// As a power cut ends it: no window, no signal, nothing saved but the journal.
+TEST_F(Laboratory, RecoversTheScanThatAKillCutOff) {
+    const Area area{550, 480, 660, 540, 2.0, 9, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_TRUE(await([&] { return percentDone() >= 50; }, patiently));
+    endProgram(program);
+    EXPECT_FALSE(fs::exists(session() / area.mapName("Kestrel")));
+
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    EXPECT_TRUE(await([&] { return textOf(information()).starts_with("A scan of "); }, patiently));
+    command(program, idRecoverScan);
+    ASSERT_TRUE(await([&] { return textOf(information()).starts_with("Recovered: "); }, patiently))
+        << textOf(information());
+    expectLandscape(area, 2);
+    EXPECT_TRUE(fs::is_empty(dataRoot() / "Journal"));
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+}
+
 // From another thread, while the windows' own thread is held for ten seconds by a read of the bus.
 TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
     const Area area{550, 480, 660, 540, 2.0, 9, 5};
@@ -321,6 +341,11 @@ TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
     EXPECT_NE(awaitExit(program, patiently), 0);
     expectDark();
     expectLandscape(area, 1, multimeter);
+    const auto isDump = [](const fs::path& file) {
+        return file.extension() == ".dmp" && fs::file_size(file) > 1000;
+    };
+    const fs::directory_iterator log(dataRoot() / "Log"), end;
+    EXPECT_EQ(std::count_if(log, end, isDump), 1);
 }
 
 // The two columns of a curve's file, which must be written byte for byte as its format says.

@@ -1,0 +1,32 @@
+// The journal of a scan: its conditions and each point as it is measured, and the way back.
+#pragma once
+
+#include "mapping/scan_area.h"
+#include "mapping/scan_map.h"
+#include "session/journal.h"
+
+#include <optional>
+#include <string>
+
+// For scanMap, whose conditions are frozen, and scanArea. Failures are said on standard output and
+// by journalIsBroken.
+void beginScanJournal();
+void journalPoint(size_t column, size_t mapRow); // of scanMap
+
+// A scan as its journal has it.
+struct JournaledScan {
+    ScanMap map;         // with its conditions; what the journal has no point for is not measured
+    ScanArea area;       // the geometry that it was drawn on
+    std::wstring folder; // its session folder's name
+    int points = 0;      // that the journal has
+};
+
+// Nothing when the lines do not hold a scan's conditions whole.
+std::optional<JournaledScan> readScanJournal(const LeftJournal& journal);
+
+// "A scan of 2026-11-25 12:30 was cut off ..." for a journal that is left over; empty without one.
+std::string leftScanNotice();
+
+// Writes the files and images of the scan that is left over, as itself would have, into its own
+// session folder, and removes the journal when all were written. It is then the map in memory.
+void recoverLastScan();

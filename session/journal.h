@@ -1,0 +1,39 @@
+// The journal of a running measurement: KST_Data/Journal has one file of it, written as it goes and
+// flushed to the disk, so that a power cut takes two seconds of it at most.
+//
+// Each line ends with its checksum (CRC-32 of the text before the blank, eight hexadecimal digits).
+// What is read back ends before the first line that is cut or changed.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// A new file whose first line names its `kind` and the format's version. False when it cannot be
+// made or written; then the other functions do nothing until the next begin.
+bool beginJournal(const std::string& kind);
+
+// `text` has no line ends. Flushed with the next flush, or when the last one is two seconds ago.
+void journalLine(const std::string& text);
+void flushJournal();
+
+// Whether a line or a flush has failed since the journal was begun, or there is none: the
+// measurement goes on without it.
+bool journalIsBroken();
+
+// What was measured is saved elsewhere: the file goes.
+void removeJournal();
+
+// The file stays, and the next start finds it.
+void leaveJournal();
+
+struct LeftJournal {
+    std::wstring path;
+    std::string kind; // empty when the first line cannot be read or is of a newer version
+    std::vector<std::string> lines; // behind the first, without their checksums
+};
+
+// The latest that an earlier run left, the running measurement's own excepted.
+std::optional<LeftJournal> findLeftJournal();
+
+void removeLeftJournal(const LeftJournal& journal);

@@ -1,0 +1,92 @@
+// A scan's journal, cut and damaged at every place.
+#include "mapping/scan_journal.h"
+
+#include "session/data_folders.h"
+#include "tests/doubles/doubles.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char file[] = "KST_Data/Journal/journal0.txt";
+
+class JournalTest : public LabTest {
+protected:
+    // Three columns and two rows, of which the last point is still to come.
+    void SetUp() override {
+        LabTest::SetUp();
+        ensureSessionFolder(dataFolders);
+        scanArea.rectX1 = 600, scanArea.rectX2 = 614;
+        scanArea.rectY1 = 500, scanArea.rectY2 = 507;
+        computeScanArea(scanArea);
+        allocateMaps();
+        ASSERT_EQ(scanArea.totalPoints, 6);
+        scanMap.conditions = presentConditions();
+        beginScanJournal();
+        for (size_t point = 0; point < 5; ++point) {
+            const size_t column = point % 3, row = 1 - point / 3;
+            for (size_t plane = 0; plane < 4; ++plane)
+                scanMap.maps[plane][column][row] = 1.0f / static_cast<float>(point + plane + 3);
+            scanMap.marks[column][row] = PointMark::Measured;
+            journalPoint(column, row);
+            lineEnds.push_back((flushJournal(), contentOf(file).size()));
+        }
+        leaveJournal(); // as a power cut does
+    }
+
+    // What is found in the journal: every point that lies whole before the damage, and no other
+    // value.
+    void expectPointsBefore(size_t damage) {
+        const std::optional<LeftJournal> left = findLeftJournal();
+        ASSERT_TRUE(left);
+        const std::optional<JournaledScan> scan = readScanJournal(*left);
+        const auto whole = std::count_if(lineEnds.begin(), lineEnds.end(),
+                                         [damage](size_t end) { return end <= damage; });
+        ASSERT_TRUE(scan || whole == 0) << damage;
+        if (!scan) return;
+        ASSERT_EQ(scan->points, whole) << damage;
+        for (size_t column = 0; column < 3; ++column)
+            for (size_t row = 0; row < 2; ++row) {
+                if (scan->map.marks[column][row] == PointMark::NotMeasured) continue;
+                for (size_t plane = 0; plane < 4; ++plane)
+                    ASSERT_EQ(scan->map.maps[plane][column][row], scanMap.maps[plane][column][row]);
+            }
+        ASSERT_EQ(scan->map.conditions->stepUm, scanMap.conditions->stepUm);
+        ASSERT_EQ(scan->area.offsetXUm, scanArea.offsetXUm);
+    }
+
+    std::vector<size_t> lineEnds; // of the points
+};
+
+TEST_F(JournalTest, EveryCutAndEveryChangedByteLosesOnlyWhatComesBehind) {
+    const std::string whole = contentOf(file);
+    expectPointsBefore(whole.size());
+    for (size_t at = 0; at < whole.size(); ++at) {
+        writeDesktopFile(file, whole.substr(0, at));
+        expectPointsBefore(at);
+        std::string changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ (at % 2 ? 0x01 : 0x80));
+        writeDesktopFile(file, changed);
+        expectPointsBefore(at);
+    }
+    writeDesktopFile(file, "Lumascan journal 2 scan 00000000\n");
+    EXPECT_TRUE(leftScanNotice().starts_with("A journal was left that cannot be read"));
+}
+
+TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
+    const std::string left = contentOf(file);
+    ASSERT_TRUE(beginJournal("scan"));
+    EXPECT_EQ(contentOf(file), left);
+    diskFull = true;
+    testing::internal::CaptureStdout();
+    flushJournal();
+    journalLine("lost");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Journal: cannot be written\n");
+    EXPECT_TRUE(journalIsBroken());
+    removeJournal();
+    EXPECT_EQ(contentOf(file), left);
+    EXPECT_EQ(leftScanNotice(), "A scan of 2026-03-07 14:05 was cut off: 5 of 6 points. \"File\", "
+                                "\"Recover last scan\"");
+}
+
+} // namespace
