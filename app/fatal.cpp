@@ -5,6 +5,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "motion/stage.h"
+#include "session/day_log.h"
 #include "session/forced_end.h"
 #include "session/process.h"
 
@@ -20,8 +21,8 @@ void makeSafe() {
     darkenAtOnce(); // first, whatever the windows' thread waits for
     stopAllStages();
     saveUnfinishedProcess();
-    applyBias(0.0,
-              static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
+    logEvent("Ended by force: lights off, stage stopped, the bias is taken off");
+    stepBias(0.0, static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
     busy = false;
 }
 

@@ -15,11 +15,12 @@
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
-#include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
+#include "session/message_box.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
 
@@ -50,6 +51,7 @@ bool startUp(int showCommand) {
     connectFloors();
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
+    logEvent("Lumascan " LUMASCAN_VERSION " starts");
     allocateMaps();
     allocateSweep(sweepRecord);
     registerWindowClasses();
@@ -84,6 +86,7 @@ void shutDown() {
     stopAllStages();
     closeAllStages();
     disconnectInstrument();
+    logEvent("Lumascan ends");
 }
 
 int runProgram(int showCommand) {

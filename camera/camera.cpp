@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <algorithm>
@@ -36,6 +37,7 @@ void disconnect(CameraState& state, const std::exception& refusal) {
 void openAutomatic(CBaslerUniversalInstantCamera& camera) {
     showInformation("Camera Opening");
     camera.Open();
+    reportAnswer(deviceName, "opened");
     if (camera.IsGrabbing()) camera.StopGrabbing();
     if (!camera.PixelFormat.Is(PixelFormat_BayerRG8))
         camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
@@ -157,6 +159,7 @@ CameraState::CameraState() : ownFrame(static_cast<size_t>(frameBytes)) {
 
 int initCamera(CameraState& state) {
     state.frameBytes = static_cast<int32_t>(cameraImage.byteCount);
+    reportSearch(deviceName, "the first camera that its library finds");
     try {
         if (state.device) state.device->Close();
         PylonInitialize();
@@ -168,6 +171,7 @@ int initCamera(CameraState& state) {
         return 0;
     }
     forgetRefusal(frameName);
+    reportAnswer(deviceName, "found");
     state.connected = 1;
     state.needsInit = 0;
     return 1;
@@ -223,7 +227,7 @@ int grabFrames(CameraState& state, uint32_t count) {
             uint32_t taken = 0;
             for (uint32_t i = 0; i < count; ++i)
                 if (takeFrame(state, count, taken)) ++taken;
-            if (taken > 0) printRefusal(deviceName, "frames arrive");
+            if (taken > 0) printNews(deviceName, "frames arrive");
         } catch (const std::exception& refusal) {
             printRefusal(deviceName, refusal.what());
             failed = true;

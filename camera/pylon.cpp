@@ -2,6 +2,7 @@
 #include "camera/pylon.h"
 
 #include "platform/text_format.h"
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <algorithm>
@@ -49,23 +50,14 @@ LibraryHandle loadAnyRelease() {
     return nullptr;
 }
 
-std::string allFileNames() {
-    std::string names;
-    for (const char* fileName : fileNames)
-        names += std::string(names.empty() ? "" : ", ") + fileName;
-    return names;
-}
-
 } // namespace
 
 PylonC loadPylonC(bool& fileFound) {
     PylonC found;
     LibraryHandle library = loadAnyRelease();
     fileFound = library != nullptr;
-    printRefusal("Camera library", fileFound ? libraryPath(library)
-                                             : "not found, neither beside the program nor by the "
-                                               "system: " +
-                                                   allFileNames());
+    constexpr const char* name = "Camera library";
+    printNews(name, reportLibrary(name, library, {std::begin(fileNames), std::end(fileNames)}));
     if (!library) return found;
 #define BIND(name) bindFunction(found.name, library, #name)
     BIND(PylonInitialize);

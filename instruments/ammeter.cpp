@@ -1,8 +1,10 @@
 // Reads, biases and connects the selected instrument.
 #include "instruments/ammeter.h"
 
-#include "platform/message_box.h"
+#include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
+#include "session/message_box.h"
 
 namespace {
 
@@ -12,6 +14,11 @@ bool readingAnswered = false;
 
 void show(const Notice& notice) {
     showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
+}
+
+std::string nameOf(const InstrumentKind& kind) {
+    const std::wstring name = kind.name ? kind.name : L"none";
+    return {name.begin(), name.end()};
 }
 
 } // namespace
@@ -50,6 +57,12 @@ std::string biasTrouble() {
 }
 
 void applyBias(double voltage, double limit) {
+    if (selectedInstrument().applyBias)
+        logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
+    stepBias(voltage, limit);
+}
+
+void stepBias(double voltage, double limit) {
     const InstrumentKind& source = selectedInstrument();
     const auto volts = static_cast<float>(voltage);
     instrumentLink.appliedVoltage = source.applyBias ? volts : 0.0f;
@@ -67,6 +80,7 @@ void connectInstrument(int32_t kind) {
     const bool biasWasOn = link.appliedVoltage != 0.0f;
     if (biasWasOn) applyBias(0.0, limit);
     link.ammeterKind = kind;
+    logEvent("Instrument: " + nameOf(chosen));
     if (!chosen.open) return;
     if (chosen.open(static_cast<double>(link.biasVoltage))) return show(chosen.connected);
     link.ammeterKind = previous;
@@ -77,6 +91,7 @@ void connectInstrument(int32_t kind) {
 
 void connectInstrumentAtStart() {
     const InstrumentKind& chosen = selectedInstrument();
+    logEvent("Instrument at start: " + nameOf(chosen));
     if (!chosen.openAtStart || chosen.openAtStart(0.0)) return;
     if (!chosen.keptAtStart) instrumentLink.ammeterKind = kindArduino;
     show(chosen.failedAtStart);

@@ -31,6 +31,9 @@ std::string biasTrouble();
 // Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source.
 void applyBias(double voltage, double limit);
 
+// The same for one of many, the points of a sweep: the log of the day does not list it.
+void stepBias(double voltage, double limit);
+
 // Selects and connects `kind`, with a box that says how it went; a failure leaves the previous kind
 // selected. The link of the previous kind is not closed. A bias is taken off first, over the link
 // that put it on. After a failure `biasVoltage` is on again if a bias was on before; where the

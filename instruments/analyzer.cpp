@@ -8,6 +8,7 @@
 #include "instruments/vendor_library.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <algorithm>
@@ -63,6 +64,7 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
         closeNetwork();
         kxci = loadKxci();
         const std::string address = formatted("%d.%d.%d.%d", octet1, octet2, octet3, octet4);
+        reportSearch(deviceName, formatted("KXCI at %s port %d", address.c_str(), port));
         int status = kxciConnected;
         kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
         networkOpen = status == kxciConnected;
@@ -78,6 +80,7 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
         paSendCommand(mode, command, reply);
         reply[std::min(std::strcspn(reply, "\r\n"), replyCount)] = '\0';
         std::printf("Parameter analyzer: %s: %s\n", command, reply);
+        if (reply[0] != '\0') reportAnswer(deviceName, std::string(command) + ": " + reply);
     }
     std::fflush(stdout);
     return 1;

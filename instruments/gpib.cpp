@@ -7,7 +7,9 @@
 #include "instruments/vendor_library.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
+#include "session/device_report.h"
 #include "session/forced_end.h"
+#include "session/refusals.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -34,6 +36,8 @@ Ni488 loadNi488() {
 namespace {
 
 Ni488 ni488;
+
+constexpr const char* deviceName = "GPIB instrument";
 
 bool sourcemeterAnswered = false; // since it was opened
 
@@ -92,17 +96,25 @@ bool writeBytes(const char* command, size_t count) {
     return callSucceeded("ibwrt Error");
 }
 
-void printStatusBits(unsigned long status) {
-    std::printf("Ibsta() = 0x%lx  <", status);
+std::string namesIn(unsigned long status) {
+    std::string names;
     for (const StatusBit& entry : statusBits)
-        if (status & entry.bit) std::printf("%s", entry.text);
-    std::printf(" >\n");
+        if (status & entry.bit) names += entry.text;
+    return names;
+}
+
+std::string nameOf(unsigned long code) {
+    for (const ErrorName& entry : errorNames)
+        if (entry.code == code) return entry.text;
+    return {};
+}
+
+void printStatusBits(unsigned long status) {
+    std::printf("Ibsta() = 0x%lx  <%s >\n", status, namesIn(status).c_str());
 }
 
 void printErrorCode(unsigned long code) {
-    std::printf("Iberr() = %lu", code);
-    for (const ErrorName& entry : errorNames)
-        if (entry.code == code) std::printf("%s", entry.text);
+    std::printf("Iberr() = %lu%s", code, nameOf(code).c_str());
 }
 
 } // namespace
@@ -113,6 +125,8 @@ void gpibReportError(const char* label) {
     printErrorCode(ni488.ThreadIberr());
     std::printf("Ibcnt() = %lu\n", ni488.ThreadIbcnt());
     std::printf("\n");
+    noteRefusal(deviceName, label + (": status" + namesIn(ni488.ThreadIbsta())) + ", error" +
+                                nameOf(ni488.ThreadIberr()));
     gpibTakeOffline();
 }
 
@@ -123,12 +137,16 @@ void gpibTakeOffline() {
 namespace {
 
 bool openAndClear(int address) {
+    reportSearch(deviceName, formatted("board %d, address %d", instrumentLink.gpibBoard, address));
+    forgetRefusal(deviceName);
     ni488 = loadNi488();
     instrumentLink.gpibDevice =
         ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
     if (!callSucceeded("ibdev Error")) return false;
     ni488.ibclr(instrumentLink.gpibDevice);
-    return callSucceeded("ibclr Error");
+    if (!callSucceeded("ibclr Error")) return false;
+    reportAnswer(deviceName, "cleared");
+    return true;
 }
 
 // A device that cannot be opened leaves the one before it selected.
@@ -179,6 +197,7 @@ Reading gpibMultimeterRead() {
     std::printf("%s\n", reply);
     Reading reading = extractNumber(reply, count, ReplyKind::Multimeter);
     reading.answered = reading.answered && read;
+    if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }
 
@@ -194,10 +213,12 @@ Reading ask(const char* query) {
         sourcemeterAnswered = true;
         const size_t length = std::min(std::string_view(reply, replyCount).find('\n'), replyCount);
         std::printf("GPIB sourcemeter: first reading %.*s\n", static_cast<int>(length), reply);
+        reportAnswer(deviceName, "first reading " + std::string(reply, length));
         std::fflush(stdout);
     }
     Reading reading = extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
     reading.answered = reading.answered && asked && read;
+    if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }
 

@@ -2,11 +2,14 @@
 #include "instruments/laser_link.h"
 
 #include "platform/clock.h"
-#include "platform/message_box.h"
+#include "platform/messages.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
+#include "session/device_report.h"
 #include "session/forced_end.h"
+#include "session/message_box.h"
+#include "session/refusals.h"
 #include "session/responsive_wait.h"
 
 #include <cstdio>
@@ -20,6 +23,13 @@ namespace {
 constexpr size_t boundedCopyCapacity = 8; // with the terminating zero
 constexpr uint32_t replyCapacity = 50;
 constexpr int32_t channelRate = 7000;
+
+constexpr const char* deviceName = "Laser board";
+
+// The link may fail on the thread that ends the program, too; what is kept belongs to the windows'.
+void noteTrouble(const std::string& words) {
+    if (onWindowThread()) noteRefusal(deviceName, words);
+}
 
 constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
 
@@ -75,11 +85,19 @@ void sendChannelCommand(LaserLink& link, const char letters[3], int channel, dou
 // Opens the port and sets its line up; returns what opening the link returns.
 int openPort(LaserLink& link) {
     if (!link.disconnected && link.portHandle) closeLaserLink(link);
-    link.portHandle = openSerialPort(formatted("\\\\.\\COM%d", link.comPort).c_str());
+    const std::string name = formatted("COM%d", link.comPort);
+    const std::string ports = serialPortNames();
+    reportSearch(deviceName,
+                 name + ", 9600 baud; this computer has " + (ports.empty() ? "no port" : ports));
+    link.portHandle = openSerialPort(("\\\\.\\" + name).c_str());
     link.disconnected = link.portHandle == invalidPort() ? 1 : 0;
-    if (link.disconnected) return 0;
+    if (link.disconnected) {
+        noteTrouble(name + " does not open: " + serialPortTrouble());
+        return 0;
+    }
     link.wasOpen = true;
     const int lineResult = setUpLine(link);
+    if (lineResult != 1) noteTrouble(name + " opens, its line cannot be set up");
     if (lineResult == 0) closeLaserLink(link);
     return lineResult;
 }
@@ -107,7 +125,15 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     sleepMs(100);
 
     laserWrite(link, "z");
-    for (int c = 0; c < 3; ++c) link.channelValue[c] = laserChannelValue(link, c);
+    int replies = 0;
+    for (int c = 0; c < 3; ++c) {
+        link.channelValue[c] = laserChannelValue(link, c);
+        replies += link.replied ? 1 : 0;
+    }
+    if (replies > 0)
+        reportAnswer(deviceName, formatted("%d of 3 questions on COM%d", replies, link.comPort));
+    else
+        noteTrouble(formatted("COM%d opens, but no board answers there", link.comPort));
     sayChannelSettings(link);
     return 1;
 }
@@ -135,7 +161,10 @@ int laserWrite(LaserLink& link, const char* text) {
     if (link.lastResult && link.bytesMoved == count) return 1; // half a command is none
     const bool wasOpen = link.portHandle != nullptr;
     closeLaserLink(link); // a held port could never be opened again
-    if (wasOpen) showInformation("The laser board takes no commands");
+    if (wasOpen) {
+        showInformation("The laser board takes no commands");
+        noteTrouble("takes no commands");
+    }
     return 0;
 }
 
@@ -162,7 +191,9 @@ const char* laserReceive(LaserLink& link) {
 
     link.lastResult = readSerial(link.portHandle, reply, replyCapacity, link.bytesMoved);
     const bool failed = !link.lastResult || link.bytesMoved == 0;
+    if (failed) noteTrouble("no reply");
     if (failed) waitResponsive(1);
+    if (!failed) forgetRefusal(deviceName);
     link.replied = !failed;
     std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%s", failed ? 1 : 0, reply);
     showInformation(link.commandText);

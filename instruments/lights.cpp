@@ -3,9 +3,11 @@
 
 #include "instruments/laser_link.h"
 #include "platform/messages.h"
+#include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/main_title.h"
 
 #include <algorithm>
@@ -33,6 +35,8 @@ struct Light {
     int radioOn;
     int radioOff;
     bool (*send)(bool on);
+    const char* name;
+    std::string logged = {}; // the last line about it
 };
 
 bool sendIllumination(bool on) {
@@ -43,9 +47,11 @@ bool sendLaser(bool on) {
     return laserAnalogWrite(laserLink, laserPin, laserDriveOf(on ? laserLevel : 0.0)) != 0;
 }
 
-Light illumination{
-    .radioOn = idIlluminationOn, .radioOff = idIlluminationOff, .send = sendIllumination};
-Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser};
+Light illumination{.radioOn = idIlluminationOn,
+                   .radioOff = idIlluminationOff,
+                   .send = sendIllumination,
+                   .name = "Illumination"};
+Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser, .name = "Laser"};
 
 std::atomic<bool> darkForGood = false;
 
@@ -94,6 +100,16 @@ void sayWhetherTheBoardIsLost() {
     said = mainWindow ? loss : std::string(); // before that nobody has read it
 }
 
+void logChange(Light& light) {
+    std::string line = std::string(light.name) + (light.lit ? " on" : " off");
+    if (light.lit && &light == &laser)
+        line += formatted(", %.1f uA", laserLevel * laserScaleFactor);
+    if (!light.told) line += ", but the board did not take it";
+    if (line == light.logged) return;
+    light.logged = line;
+    logEvent(line);
+}
+
 int switchLight(Light& light, int mode) {
     bool on = mode == 1;
     if (mode == 2) {
@@ -105,6 +121,7 @@ int switchLight(Light& light, int mode) {
     light.lit = on;
     if (!tell(light) && isLost(light) && reopenLaserLink(laserLink)) tellBoth();
     show(light);
+    logChange(light);
     sayWhetherTheBoardIsLost();
     focusMainWindow();
     return light.previous;

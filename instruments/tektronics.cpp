@@ -1,6 +1,7 @@
 // Finds, sets and reads the oscilloscope.
 #include "instruments/tektronics.h"
 
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <cstdio>
@@ -35,7 +36,7 @@ ViStatus readText(ViSession session, std::string& text) {
     return status;
 }
 
-// Opens one found instrument and lets it identify itself; what it says is only kept.
+// Opens one found instrument and lets it identify itself; what it says is for people.
 ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session) {
     ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
     if (status < 0) return status;
@@ -46,6 +47,7 @@ ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session
     status = visa.viRead(*session, reply, sizeof reply - 1, &received);
     const std::string text(reinterpret_cast<const char*>(reply));
     identity = text.substr(0, text.find_first_of("\r\n"));
+    if (status >= 0) reportAnswer(deviceName, std::string(descriptor) + ", " + text);
     return status;
 }
 
@@ -73,6 +75,7 @@ ViStatus openAndSet(ViSession* manager, ViSession* session, char (&descriptor)[v
 } // namespace
 
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
+    reportSearch(deviceName, "USB?*INSTR, the last one that is found");
     visa = loadVisa();
     ViSession manager = 0, session = 0;
     char descriptor[viDescriptionSize] = {};

@@ -5,6 +5,7 @@
 #include "instruments/visa.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <cstdio>
@@ -101,6 +102,7 @@ bool identify(Session& session) {
     if (!send(session, "*CLS")) return false;
     const std::string& identification = session.identification = ask(session, "*IDN?");
     if (identification.empty()) return false;
+    reportAnswer(deviceName, identification);
     const std::string manufacturer = identification.substr(0, identification.find(','));
     std::printf("Instrument Manufacturer: %s\n", manufacturer.c_str());
     return true;
@@ -159,6 +161,7 @@ bool prepare(const Session& session, double biasVolts) {
 bool usbSourcemeterOpen(double biasVolts) {
     visa = loadVisa();
     Session session;
+    reportSearch(deviceName, std::string(resource) + ", or " + anyOfItsModel);
     forgetRefusal(deviceName);
     if (!open(session) || !identify(session) || !speaksScpi(session) ||
         !prepare(session, biasVolts)) {

@@ -1,13 +1,12 @@
 // Loads a vendor's library aloud.
 #include "instruments/vendor_library.h"
 
+#include "session/device_report.h"
 #include "session/refusals.h"
 
 LibraryHandle loadVendorLibrary(const char* name, const char* fileName) {
     LibraryHandle library = loadLibrary(fileName);
-    printRefusal(name, library ? libraryPath(library)
-                               : std::string(fileName) +
-                                     " not found, neither beside the program nor by the system");
+    printNews(name, reportLibrary(name, library, {fileName}));
     return library;
 }
 

@@ -6,9 +6,9 @@
 #include "camera/spot.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/message_box.h"
 #include "session/responsive_wait.h"
 
 namespace {

@@ -17,14 +17,15 @@
 #include "mapping/scan_pace.h"
 #include "motion/stage.h"
 #include "platform/clock.h"
-#include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
 #include "session/main_title.h"
+#include "session/message_box.h"
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
 
@@ -312,6 +313,8 @@ void scanAllRows(const ScanPlace& place) {
     for (int row = 0; row < scanArea.rows && !stopRequested; ++row)
         if (!scanRow(place, view, row, count)) break;
     report.pointsDone = count;
+    logEvent(formatted("Mapping: %d of %d points, %d in doubt", count, scanArea.totalPoints,
+                       report.pointsInDoubt));
     showEnd();
 }
 
@@ -402,6 +405,8 @@ int runMapping() {
     if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
     ensureSessionFolder(dataFolders);
     beginScanJournal();
+    logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um",
+                       scanArea.cols, scanArea.rows, scanArea.scanStep, place.homeX, place.homeY));
     startLiveRows();
     place.startX = place.homeX + scanArea.offsetXUm;
     place.startY = place.homeY + scanArea.offsetYUm;

@@ -10,11 +10,11 @@
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "platform/files.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/message_box.h"
 
 #include <algorithm>
 

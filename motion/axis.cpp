@@ -5,6 +5,7 @@
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
+#include "session/device_report.h"
 #include "session/options.h"
 #include "session/process.h"
 #include "session/refusals.h"
@@ -171,6 +172,8 @@ void announceSearch() {
     const std::string text =
         formatted("Looking for stage controllers: USB, %s ...", enumerationHint + 5);
     say(text);
+    for (const AxisSlot& slot : axes) forgetAnswer(nameOf(slot.axis).c_str());
+    reportSearch("Stage", formatted("three controllers on USB and at %s", enumerationHint + 5));
     showInformation(text.c_str());
     paintPending(mainWindow); // the search blocks: 5 s where an address is silent
 }
@@ -183,12 +186,13 @@ void openAxis(size_t i, const std::string& name) {
     axis.rightLimitOn = axis.leftLimitOn = 0;
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
-    if (name.empty()) return;
+    if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
     std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
     axis.deviceId = ximc.open_device(axes[i].name);
     if (axis.deviceId >= 0) {
         axis.axisNumber = static_cast<uint32_t>(i + 1);
         say(formatted("Stage %c: %s", letterOf(axis), axes[i].name));
+        reportAnswer(nameOf(axis).c_str(), name + " opened");
         return;
     }
     closedBecause[i] = "does not open";
@@ -239,6 +243,10 @@ bool openStages(int32_t order, int32_t speed) {
     say(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
                   ximc_version_str));
     showInformation(formatted("Stage controllers found: %d", std::max(count, 0)).c_str());
+    if (count > 0)
+        reportAnswer("Stage", formatted("%d controllers (libximc %s)", count, ximc_version_str));
+    else
+        noteRefusal("Stage", "no controller found");
     if (count <= 0) {
         ximc.free_enumerate_devices(devices);
         stageX.axisNumber = 0;

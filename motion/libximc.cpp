@@ -1,11 +1,11 @@
 // Finds the stage controllers' functions in their library.
 #include "motion/libximc.h"
 
-#include "platform/library.h"
+#include "instruments/vendor_library.h"
 
 Libximc loadLibximc() {
     Libximc found;
-    LibraryHandle library = loadLibrary("libximc.dll");
+    LibraryHandle library = loadVendorLibrary("Stage library", "libximc.dll");
     if (!library) return found;
     bindFunction(found.ximc_version, library, "ximc_version", 520);
     bindFunction(found.set_bindy_key, library, "set_bindy_key", 540);

@@ -5,6 +5,7 @@
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 
@@ -293,7 +294,20 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     return watch.code;
 }
 
-bool moveTo(StageAxis& axis, double um) {
+namespace {
+
+// What the operator sends the stage to; the moves of a process are the process.
+bool logMove(const std::string& what, bool arrived) {
+    if (!processUnderWay()) logEvent("Move " + what + (arrived ? "" : ": did not arrive"));
+    return arrived;
+}
+
+std::string place(const StageAxis& axis, double um) {
+    return formatted("%c to %.1f um%s", "XYZ"[indexOf(axis)], um,
+                     axis.axisNumber == 0 ? " (counted only, no controller)" : "");
+}
+
+bool moveOneAxis(StageAxis& axis, double um) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;
         return true;
@@ -310,6 +324,13 @@ bool moveTo(StageAxis& axis, double um) {
     else
         dropNudge(axis);
     return code == arrived;
+}
+
+} // namespace
+
+bool moveTo(StageAxis& axis, double um) {
+    if (axis.positionUm == um && !axisIsLost(axis)) return true; // no move
+    return logMove(place(axis, um), moveOneAxis(axis, um));
 }
 
 bool standsAt(StageAxis& axis, double targetUm, double toleranceUm) {
@@ -341,7 +362,9 @@ bool moveBy(StageAxis& axis, double deltaUm) {
     return moveTo(axis, axis.positionUm + deltaUm);
 }
 
-bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+namespace {
+
+bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
     // One axis alone would go to a place that nobody has named.
     for (const StageAxis* axis : {&a, &b}) {
         if (!axisIsLost(*axis)) continue;
@@ -378,6 +401,13 @@ bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, i
     carryOutNudge(a);
     carryOutNudge(b);
     return true;
+}
+
+} // namespace
+
+bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+    const std::string what = place(a, targetA) + ", " + place(b, targetB);
+    return logMove(what, movePair(a, b, targetA, targetB, speed));
 }
 
 bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed) {

@@ -2,8 +2,8 @@
 #include "motion/stage_connection.h"
 
 #include "motion/stage.h"
-#include "platform/message_box.h"
 #include "screen/screen.h"
+#include "session/message_box.h"
 
 #include <string>
 

@@ -20,6 +20,13 @@ inline LibraryHandle loadLibrary(const char* fileName) {
 // The full path of the file that was loaded.
 std::string libraryPath(LibraryHandle library);
 
+// The version in the file's resources, as "7.5.0.15658"; empty when it has none.
+std::string libraryVersion(LibraryHandle library);
+
+// Why the file of that name beside the program does not load, in the system's words behind its full
+// path; empty when there is no such file.
+std::string libraryTrouble(const char* fileName);
+
 // The address of a function by name; when the library has no such name and `ordinal` is not 0, by
 // ordinal. Null when neither is there.
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal = 0);

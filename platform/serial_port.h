@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 struct NativePort;
 using PortHandle = NativePort*;
@@ -39,6 +40,12 @@ struct SerialTimeouts { // milliseconds; the multipliers are per byte
 // `deviceName` as "\\.\COM10"; read and write, not shared.
 PortHandle openSerialPort(const char* deviceName);
 void closeSerialPort(PortHandle port);
+
+// Why the last port did not open, in the system's words: that it is not there, or taken.
+std::string serialPortTrouble();
+
+// The ports of the computer, as "COM3, COM10"; empty when there are none.
+std::string serialPortNames();
 
 // These give non-zero on success and zero on failure.
 int32_t readLineState(PortHandle port, SerialLineState& state);

@@ -6,6 +6,7 @@ enum ControlId : int {
     idAboutDialog = 103,
     idIcon = 141,
     idStartupNotice = 200,
+    idDevicesDialog = 201,
 
     idAbout = 104,
     idExit = 105,
@@ -60,9 +61,14 @@ enum ControlId : int {
     idShowGreen = 32836,
     idShowBlue = 32837,
     idDrawScanArea = 32838,
+    idShowLog = 32840,
+    idDevices = 32841,
     idScanOptions = 32850,
     idRecoverScan = 32851,
 };
+
+// Of the page of the devices.
+constexpr int idDevicesText = 1001;
 
 // Of the Configuration dialog.
 enum DialogId : int {

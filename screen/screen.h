@@ -76,6 +76,9 @@ void closeStartupNotice();
 // The About box.
 void showAbout();
 
+// The page of the devices, to be read and closed; lines end at a line feed.
+void showDevices(const char* text);
+
 // Creates the window where it is not there yet, places it (screen pixels, outer size) and shows it.
 void placeMapWindow(int x, int y, int width, int height);
 void placeConfocalWindow(int x, int y, int width, int height);

@@ -3,6 +3,7 @@
 
 #include "platform/files.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
 
 #include <cstdio>
 #include <optional>
@@ -88,6 +89,7 @@ bool writeOptions(const std::vector<Option>& options) {
         for (const Option& option : options) put(*lines, option);
         if (writeLines(whole, *lines) && replaceFile(whole, path)) return true;
     }
+    logEvent("Options.ini could not be written");
     std::printf("Options.ini could not be written\n");
     std::fflush(stdout);
     return false;

@@ -2,7 +2,9 @@
 #include "session/process.h"
 
 #include "platform/clock.h"
+#include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/responsive_wait.h"
 
 #include <cassert>
@@ -18,16 +20,28 @@ bool closeWanted = false;
 int movesUnderWay = 0;
 bool windowClosed = false; // the reason for the stop
 
+// How it ended, and what the operator is told of it.
+void logEnd(const char* name, uint64_t tookMs) {
+    constexpr int longestText = 400;
+    const char* how = closeWanted ? "window closed" : stopRequested ? "stopped" : "ended";
+    logEvent(formatted("%s: %s after %.1f s, \"%s\"", name, how,
+                       static_cast<double>(tookMs) / 1000.0,
+                       fieldText(Field::Information, longestText).c_str()));
+}
+
 } // namespace
 
-bool runProcess(void (*work)(), void (*saveQuietly)()) {
+bool runProcess(const char* name, void (*work)(), void (*saveQuietly)()) {
     if (stageIsTaken()) return false;
+    logEvent(std::string(name) + ": begins");
+    const uint64_t start = tickCountMs();
     underWay = true;
     windowClosed = false;
     saveUnfinished = saveQuietly;
     keepSystemAwake(true);
     work();
     assert(processRunning == 0 && movesUnderWay == 0); // it ends as it began
+    logEnd(name, tickCountMs() - start);
     keepSystemAwake(false);
     saveUnfinished = nullptr;
     underWay = false;

@@ -32,11 +32,12 @@ bool stageIsMoving();
 enum class ProcessEnd { Running, Finished, Declined, Stopped, WindowClosed, Forced, CutOff };
 const char* nameOf(ProcessEnd end);
 
-// Runs `work` and keeps the system awake meanwhile; false, and nothing happens, while another
-// process or a move of the stage is under way: where that ends is not known yet. Closes the main
-// window afterwards when that was asked for. `saveQuietly` saves what has been measured when the
-// program is ended by force meanwhile; it may be null.
-bool runProcess(void (*work)(), void (*saveQuietly)());
+// Runs `work`, whose start and end the log of the day has under `name`, and keeps the system awake
+// meanwhile; false, and nothing happens, while another process or a move of the stage is under way:
+// where that ends is not known yet. Closes the main window afterwards when that was asked for.
+// `saveQuietly` saves what has been measured when the program is ended by force meanwhile; it may
+// be null.
+bool runProcess(const char* name, void (*work)(), void (*saveQuietly)());
 
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();

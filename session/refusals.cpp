@@ -1,35 +1,79 @@
 // Remembers the last words of each device.
 #include "session/refusals.h"
 
+#include "platform/clock.h"
+#include "session/day_log.h"
+#include "session/device_report.h"
+
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <map>
 
-static std::map<std::string, std::string>& lastWords() {
-    static std::map<std::string, std::string> words;
+namespace {
+
+struct Spoken {
+    std::string last;    // words
+    int budget = 10;     // lines that the log still takes; one more each minute
+    uint64_t minute = 0; // of the last addition
+    int leftOut = 0;     // lines, since the log took one
+};
+
+std::map<std::string, Spoken>& spoken() {
+    static std::map<std::string, Spoken> words;
     return words;
 }
 
-// One line a refusal: the vendors' texts end in line ends, or have some inside.
-static std::string inOneLine(std::string words) {
-    for (char& c : words)
-        if (c == '\r' || c == '\n') c = ' ';
-    words.erase(words.find_last_not_of(' ') + 1);
-    return words;
+void log(const char* device, Spoken& of, const std::string& line) {
+    constexpr uint64_t largestBudget = 10;
+    const uint64_t minute = tickCountMs() / 60'000;
+    of.budget += static_cast<int>(
+        std::min(minute - of.minute, largestBudget - static_cast<uint64_t>(of.budget)));
+    of.minute = minute;
+    if (of.budget == 0) {
+        ++of.leftOut;
+        return;
+    }
+    --of.budget;
+    const std::string before =
+        of.leftOut == 0 ? "" : "(" + std::to_string(of.leftOut) + " lines left out) ";
+    of.leftOut = 0;
+    logEvent(before + device + ": " + line);
 }
 
-void printRefusal(const char* device, const std::string& words) {
-    std::string& last = lastWords()[device];
+// False when these were the last words.
+bool isNews(const char* device, const std::string& line) {
+    Spoken& of = spoken()[device];
+    if (line == of.last) return false;
+    of.last = line;
+    log(device, of, line);
+    return true;
+}
+
+} // namespace
+
+void printNews(const char* device, const std::string& words) {
     const std::string line = inOneLine(words);
-    if (line == last) return;
-    last = line;
+    if (!isNews(device, line)) return;
     std::printf("%s: %s\n", device, line.c_str());
     std::fflush(stdout); // it must be there to read while the program runs
 }
 
+void printRefusal(const char* device, const std::string& words) {
+    reportFailure(device, words);
+    printNews(device, words);
+}
+
+void noteRefusal(const char* device, const std::string& words) {
+    reportFailure(device, words);
+    isNews(device, inOneLine(words));
+}
+
 void forgetRefusal(const char* device) {
-    lastWords().erase(device);
+    const auto found = spoken().find(device);
+    if (found != spoken().end()) found->second.last.clear();
 }
 
 void forgetAllRefusals() {
-    lastWords().clear();
+    spoken().clear();
 }

@@ -2,11 +2,12 @@
 #include "session/responsive_wait.h"
 
 #include "platform/clock.h"
-#include "platform/message_box.h"
 #include "platform/messages.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/live_view_timer.h"
+#include "session/message_box.h"
 #include "session/process.h"
 
 int32_t stopRequested = 0;
@@ -33,6 +34,7 @@ int nudgeFocus(double um) {
     static bool nudging = false;
     if (nudging) return goOn;
     nudging = true;
+    logEvent(um > 0.0 ? "Key: Z +1 um" : "Key: Z -1 um");
     const bool done = stageHooks.nudgeFocus(um);
     nudging = false;
     return done ? int{waitPassed} : goOn;

@@ -46,7 +46,7 @@ float voltageAt(const SweepRecord& record, int32_t index, float step) {
 bool measurePoint(SweepRecord& record, float voltage, int32_t& unanswered) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
-    applyBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
+    stepBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
     waitResponsive(settleMs);
     if (stopRequested) return false;
     const Reading reading = noteReading(usbSourcemeterRead());

@@ -5,12 +5,12 @@
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
 #include "platform/files.h"
-#include "platform/message_box.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/message_box.h"
 
 #include <algorithm>
 

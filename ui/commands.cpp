@@ -21,16 +21,19 @@
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/clock.h"
-#include "platform/message_box.h"
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
+#include "platform/viewer.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
+#include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/configuration.h"
+#include "ui/devices_page.h"
 #include "ui/scan_options_dialog.h"
 #include "ui/tool_windows.h"
 
@@ -157,6 +160,11 @@ void endLiveView() {
     switchLiveView(LiveView::Off);
 }
 
+void showLog() {
+    logEvent("Command: Show log"); // there is a file to show then
+    if (!openInViewer(dayLogPath())) showInformation("The log of the day does not open");
+}
+
 void drawScanArea() {
     switchLiveView(LiveView::Off);
     showScanArea();
@@ -181,39 +189,41 @@ bool mayHappen(Meanwhile duringProcess, Meanwhile duringMove) {
 constexpr Command commands[] = {
     // A modal box would hold the process where it is, with the laser on.
     {idAbout, showAbout, refused, allowed},
-    {idExit, onClose, allowed, allowed},
+    {idDevices, [] { showDevices(devicesPage().c_str()); }, refused, allowed},
+    {idShowLog, showLog, allowed, allowed},
+    {idExit, onClose, allowed, allowed, "Exit"},
     // While one runs, the click is the question whether to stop it.
-    {idStart, [] { runProcess(mapSample, saveScanAtForcedEnd); }, ignored, refused},
-    {idWideView, [] { runProcess(makeWideView, nullptr); }, ignored, refused},
-    {idFocus, [] { runProcess(focusLaser, nullptr); }, ignored, refused},
+    {idStart, [] { runProcess("Mapping", mapSample, saveScanAtForcedEnd); }, ignored, refused},
+    {idWideView, [] { runProcess("Wide View", makeWideView, nullptr); }, ignored, refused},
+    {idFocus, [] { runProcess("Focus", focusLaser, nullptr); }, ignored, refused},
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
     {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
     // A move inside another one would never find its target.
-    {idMoveXPlus, [] { moveAndShow(stageX, xyKeyStep); }, allowed, ignored},
-    {idMoveXMinus, [] { moveAndShow(stageX, -xyKeyStep); }, allowed, ignored},
-    {idMoveYPlus, [] { moveAndShow(stageY, xyKeyStep); }, allowed, ignored},
-    {idMoveYMinus, [] { moveAndShow(stageY, -xyKeyStep); }, allowed, ignored},
-    {idFocusUp, [] { moveAndShow(stageZ, focusStepUm); }, allowed, ignored},
-    {idFocusDown, [] { moveAndShow(stageZ, -focusStepUm); }, allowed, ignored},
-    {idFocusUpFast, [] { moveAndShow(stageZ, focusFastStepUm); }, allowed, ignored},
-    {idFocusDownFast, [] { moveAndShow(stageZ, -focusFastStepUm); }, allowed, ignored},
+    {idMoveXPlus, [] { moveAndShow(stageX, xyKeyStep); }, allowed, ignored, "X +100 um"},
+    {idMoveXMinus, [] { moveAndShow(stageX, -xyKeyStep); }, allowed, ignored, "X -100 um"},
+    {idMoveYPlus, [] { moveAndShow(stageY, xyKeyStep); }, allowed, ignored, "Y +100 um"},
+    {idMoveYMinus, [] { moveAndShow(stageY, -xyKeyStep); }, allowed, ignored, "Y -100 um"},
+    {idFocusUp, [] { moveAndShow(stageZ, focusStepUm); }, allowed, ignored, "Z +1 um"},
+    {idFocusDown, [] { moveAndShow(stageZ, -focusStepUm); }, allowed, ignored, "Z -1 um"},
+    {idFocusUpFast, [] { moveAndShow(stageZ, focusFastStepUm); }, allowed, ignored, "Z +5 um"},
+    {idFocusDownFast, [] { moveAndShow(stageZ, -focusFastStepUm); }, allowed, ignored, "Z -5 um"},
     {idReadPositions, readPositions, allowed, allowed},
     {idRefreshPositions, refreshPositions, allowed, allowed},
     // A new zero in the middle of a move would send it, or the next one, to another place.
-    {idReconnectStages, reconnectStages, refused, refused},
-    {idConfiguration, configure, refused, refused},
-    {idScanOptions, chooseScanOptions, refused, refused},
-    {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed},
-    {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed},
-    {idLaserOn, [] { setLaserLevel(1); }, allowed, allowed},
-    {idLaserOff, [] { setLaserLevel(0); }, allowed, allowed},
-    {idLaserView, showLaserView, allowed, allowed},
-    {idSampleView, showSampleView, allowed, allowed},
-    {idLiveOn, showLiveView, allowed, allowed},
-    {idLiveOff, endLiveView, allowed, allowed},
+    {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
+    {idConfiguration, configure, refused, refused, "Configuration"},
+    {idScanOptions, chooseScanOptions, refused, refused, "Scan options"},
+    {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed, "illuminate On"},
+    {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed, "illuminate Off"},
+    {idLaserOn, [] { setLaserLevel(1); }, allowed, allowed, "Laser On"},
+    {idLaserOff, [] { setLaserLevel(0); }, allowed, allowed, "Laser Off"},
+    {idLaserView, showLaserView, allowed, allowed, "Laser view"},
+    {idSampleView, showSampleView, allowed, allowed, "Sample view"},
+    {idLiveOn, showLiveView, allowed, allowed, "Video On"},
+    {idLiveOff, endLiveView, allowed, allowed, "Video Off"},
     {idGain, takeCommandedGain, allowed, allowed},
-    {idCameraAuto, setCameraAutomatic, allowed, allowed},
-    {idCameraAutoSetting, setCameraAutomatic, allowed, allowed},
+    {idCameraAuto, setCameraAutomatic, allowed, allowed, "Camera auto setting"},
+    {idCameraAutoSetting, setCameraAutomatic, allowed, allowed, "Camera auto setting"},
     {idBlueOnly, [] { blueOnly = 1; }, allowed, allowed},
     {idPickLaserSpot, [] { handState.picksLaserSpot = toggleCheckMark(idPickLaserSpot); }, allowed,
      allowed},
@@ -228,10 +238,10 @@ constexpr Command commands[] = {
     {idShowRed, [] { showMapWindow(channelRed); }, allowed, allowed},
     {idShowGreen, [] { showMapWindow(channelGreen); }, allowed, allowed},
     {idShowBlue, [] { showMapWindow(channelBlue); }, allowed, allowed},
-    {idSaveWindowImage, saveOptics, allowed, allowed},
-    {idSaveCameraImage, saveCameraImage, allowed, allowed},
-    {idSaveMaps, saveMaps, allowed, allowed},
-    {idRecoverScan, recoverLastScan, refused, refused},
+    {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
+    {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
+    {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
+    {idRecoverScan, recoverLastScan, refused, refused, "Recover last scan"},
 };
 // clang-format on
 
@@ -273,6 +283,8 @@ void selectScanArea() {
     scanArea.rectX2 = drag.x2;
     scanArea.rectY2 = drag.y2;
     const int32_t minutes = computeScanArea(scanArea);
+    logEvent(formatted("Scan area: %d x %d points, step %.1f um", scanArea.cols, scanArea.rows,
+                       scanArea.scanStep));
     allocateMaps();
     showInformation(formatted("%d min. expected", minutes).c_str());
     showProgress("New scan area was selected.");
@@ -288,9 +300,11 @@ std::span<const Command> commandTable() {
 }
 
 void onCommand(int id) {
-    for (const Command& command : commands)
-        if (command.id == id && mayHappen(command.duringProcess, command.duringMove))
-            command.carryOut();
+    for (const Command& command : commands) {
+        if (command.id != id || !mayHappen(command.duringProcess, command.duringMove)) continue;
+        if (command.logged) logEvent(std::string("Command: ") + command.logged);
+        command.carryOut();
+    }
     // So that the arrow keys go on working; into a tool window the operator types.
     if (id != idIvMeasurement && id != idTimeEvolution) focusMainWindow();
 }
@@ -381,6 +395,7 @@ void onPaint() {
 }
 
 void onClose() {
+    logEvent("The main window is closed");
     if (processUnderWay()) return stopAndClose();
     // A move may be under way, and what called it comes back only after its time-out.
     stopAllStages();
@@ -389,6 +404,7 @@ void onClose() {
 }
 
 void onSessionEnd() {
+    logEvent("Windows ends the session");
     stopRequested = 1;
     // The system waits a few seconds: the settings are quick, an instrument may be stuck.
     writeSettingsFile(dataFolders.configPath);

@@ -13,7 +13,8 @@ struct Command {
     int id;
     void (*carryOut)();
     Meanwhile duringProcess;
-    Meanwhile duringMove; // also within a process that allows it
+    Meanwhile duringMove;         // also within a process that allows it
+    const char* logged = nullptr; // as the log of the day names it; null for what changes nothing
 };
 
 // Every command of the main window; ids that are not there do nothing.

@@ -10,13 +10,14 @@
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/live_view_timer.h"
+#include "session/message_box.h"
 #include "session/process.h"
 #include "ui/commands.h"
 
@@ -247,24 +248,25 @@ constexpr EnterKey enterKeys[] = {
 struct DialogCommand {
     int id;
     void (*carryOut)();
+    const char* logged = nullptr; // as in the main window's table
     bool duringProcess = false;
 };
 
 constexpr DialogCommand commands[] = {
-    {idSet, apply},
-    {idCloseDialog, closeDialog, true},
-    {idInitializeInstrument, connectChosenInstrument},
-    {idConnectLaser, connectLaser},
-    {idConnectStages, connectStages},
-    {idConnectCamera, reconnectCamera, true},
-    {idInitializeCamera, reconnectCamera, true},
-    {idConfocalCheck, takeConfocal},
+    {idSet, apply, "Set"},
+    {idCloseDialog, closeDialog, nullptr, true},
+    {idInitializeInstrument, connectChosenInstrument, "initialize"},
+    {idConnectLaser, connectLaser, "Connect laser board"},
+    {idConnectStages, connectStages, "Connect stages"},
+    {idConnectCamera, reconnectCamera, "Connect camera", true},
+    {idInitializeCamera, reconnectCamera, "Initialize camera", true},
+    {idConfocalCheck, takeConfocal, "Confocal Image"},
     {idHandXMinus, [] { moveByHand(-1, 0); }},
     {idHandXPlus, [] { moveByHand(1, 0); }},
     {idHandYMinus, [] { moveByHand(0, -1); }},
     {idHandYPlus, [] { moveByHand(0, 1); }},
     {idGo, moveToTyped},
-    {idSetZero, setZero},
+    {idSetZero, setZero, "Set Zero"},
 };
 
 } // namespace
@@ -296,10 +298,12 @@ void onConfigurationCommand(int id) {
     for (const DialogCommand& command : commands) {
         if (command.id != id) continue;
         busy = true;
-        if (stageIsTaken() && !command.duringProcess)
+        if (stageIsTaken() && !command.duringProcess) {
             refuse();
-        else
+        } else {
+            if (command.logged) logEvent(std::string("Configuration: ") + command.logged);
             command.carryOut();
+        }
         busy = false;
     }
 }

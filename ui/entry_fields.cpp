@@ -6,10 +6,11 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
+#include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/commands.h"
@@ -62,6 +63,8 @@ void enterXyPosition(Field field, StageAxis& axis) {
 
 void applyCameraSettings() {
     showCameraSettings();
+    logEvent(formatted("Camera by hand: gain %d, exposure %.0f us", cameraState.gain,
+                       cameraState.exposureUs));
     controlCamera(cameraState, cameraManual);
     grabFrames(cameraState, 1);
 }
@@ -90,6 +93,7 @@ void enterScanStep() {
     const double typed = typedNumber(Field::ScanStep).value_or(0.0f);
     scanArea.scanStep = std::clamp(typed, scanStepLowest, scanStepHighest);
     showScanSettings();
+    logEvent(formatted("Scan step %.1f um", scanArea.scanStep));
     computeScanArea(scanArea);
     allocateMaps();
     focusMainWindow();
@@ -126,6 +130,7 @@ void enterLaserIntensity() {
         laserLevel = static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
                      laserScaleFactor;
     showScanSettings();
+    logEvent(formatted("Laser intensity %.1f uA", laserLevel * laserScaleFactor));
     focusMainWindow();
     if (laserIsOn()) setLaserLevel(1);
 }

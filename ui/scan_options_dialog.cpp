@@ -3,12 +3,12 @@
 
 #include "camera/live_view.h"
 #include "mapping/scan_options.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
+#include "session/message_box.h"
 
 #include <iterator>
 #include <optional>

@@ -3,11 +3,11 @@
 
 #include "camera/live_view.h"
 #include "instruments/ammeter.h"
-#include "platform/message_box.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/live_view_timer.h"
+#include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/iv_sweep.h"
@@ -116,7 +116,7 @@ void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
     sweepRecord.repeatEdit = tool.edits[2];
     if (!tool.holdsLiveView || liveViewIsOn()) tool.wasLive = liveViewIsOn();
     tool.measuring = true;
-    runProcess(work, saveQuietly);
+    runProcess(work == sweep ? "I-V curve" : "Time evolution", work, saveQuietly);
     tool.measuring = false;
     if (!mainWindow) return;
     letLiveViewGoOn(tool);

@@ -218,6 +218,28 @@ static INT_PTR CALLBACK aboutProcedure(HWND dialog, UINT message, WPARAM wParam,
     return TRUE;
 }
 
+static std::string withWindowsLineEnds(const char* text) {
+    std::string lines;
+    for (; *text; ++text) lines += *text == '\n' ? std::string("\r\n") : std::string(1, *text);
+    return lines;
+}
+
+static INT_PTR CALLBACK devicesProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_INITDIALOG)
+        SetDlgItemTextA(dialog, idDevicesText, reinterpret_cast<const char*>(lParam));
+    else if (message == WM_COMMAND && (LOWORD(wParam) == IDOK || LOWORD(wParam) == IDCANCEL))
+        EndDialog(dialog, LOWORD(wParam));
+    else
+        return FALSE;
+    return TRUE;
+}
+
+void showDevices(const char* text) {
+    const std::string lines = withWindowsLineEnds(text);
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idDevicesDialog),
+                    native(mainWindow), devicesProcedure, reinterpret_cast<LPARAM>(lines.c_str()));
+}
+
 void showAbout() {
     DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idAboutDialog), native(mainWindow),
                     aboutProcedure, 0);

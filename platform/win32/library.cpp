@@ -2,8 +2,10 @@
 #include "platform/library.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/system_words.h"
 
 #include <string>
+#include <vector>
 
 static std::string modulePath(HMODULE module) {
     std::string path(MAX_PATH, '\0');
@@ -22,19 +24,51 @@ static std::string executableFolder() {
     return path.substr(0, path.find_last_of('\\'));
 }
 
-LibraryHandle loadLibrary(const char* fileName, LibraryPlace place) {
+static std::string pathBesideProgram(const char* fileName) {
+    return executableFolder() + "\\" + fileName;
+}
+
+// `error` is the system's when the result is null.
+static HMODULE load(const std::string& name, DWORD flags, DWORD& error) {
     // Without this the system itself asks for a library's missing companion or an empty drive.
     DWORD previousMode = 0;
     SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &previousMode);
-    HMODULE library = nullptr;
-    if (place == LibraryPlace::BesideProgram) {
-        const std::string path = executableFolder() + "\\" + fileName;
-        library = LoadLibraryExA(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-    } else {
-        library = LoadLibraryExA(fileName, nullptr, 0);
-    }
+    HMODULE library = LoadLibraryExA(name.c_str(), nullptr, flags);
+    error = GetLastError();
     SetThreadErrorMode(previousMode, nullptr);
-    return opaque(library);
+    return library;
+}
+
+LibraryHandle loadLibrary(const char* fileName, LibraryPlace place) {
+    DWORD error = 0;
+    if (place == LibraryPlace::SystemOrder) return opaque(load(fileName, 0, error));
+    return opaque(load(pathBesideProgram(fileName), LOAD_WITH_ALTERED_SEARCH_PATH, error));
+}
+
+std::string libraryTrouble(const char* fileName) {
+    const std::string path = pathBesideProgram(fileName);
+    if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES) return {};
+    DWORD error = 0;
+    HMODULE library = load(path, LOAD_WITH_ALTERED_SEARCH_PATH, error);
+    if (library) FreeLibrary(library);
+    return path + (library ? " loads now" : " is there and does not load: " + systemWords(error));
+}
+
+std::string libraryVersion(LibraryHandle library) {
+    const std::string path = libraryPath(library);
+    const DWORD size = GetFileVersionInfoSizeA(path.c_str(), nullptr);
+    std::vector<char> block(size);
+    void* found = nullptr;
+    UINT length = 0;
+    if (size == 0 || !GetFileVersionInfoA(path.c_str(), 0, size, block.data()) ||
+        !VerQueryValueA(block.data(), "\\", &found, &length))
+        return {};
+    const auto& version = *static_cast<VS_FIXEDFILEINFO*>(found);
+    std::string text;
+    for (const DWORD part : {version.dwFileVersionMS, version.dwFileVersionLS})
+        text += (text.empty() ? "" : ".") + std::to_string(HIWORD(part)) + "." +
+                std::to_string(LOWORD(part));
+    return text;
 }
 
 std::string libraryPath(LibraryHandle library) {

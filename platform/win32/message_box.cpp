@@ -15,8 +15,8 @@ static UINT boxStyle(BoxButtons buttons) {
     return MB_OK;
 }
 
-BoxAnswer showMessageBox(WindowHandle owner, const char* text, const char* caption,
-                         BoxButtons buttons) {
+BoxAnswer runMessageBox(WindowHandle owner, const char* text, const char* caption,
+                        BoxButtons buttons) {
     switch (MessageBoxA(native(owner), text, caption, boxStyle(buttons))) {
     case IDOK:
         return BoxAnswer::Ok;

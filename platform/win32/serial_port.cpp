@@ -2,8 +2,14 @@
 #include "platform/serial_port.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/system_words.h"
 
+#include <algorithm>
+#include <atomic>
 #include <bit>
+#include <cstdio>
+#include <cstring>
+#include <vector>
 
 static_assert(sizeof(DCB) == 28 && sizeof(COMMTIMEOUTS) == 20);
 static_assert(sizeof(SerialLineState) == sizeof(DCB));
@@ -12,14 +18,39 @@ static_assert(offsetof(SerialLineState, byteSize) == offsetof(DCB, ByteSize));
 static_assert(offsetof(SerialLineState, reserved1) == offsetof(DCB, wReserved1));
 static_assert(sizeof(SerialTimeouts) == sizeof(COMMTIMEOUTS));
 
+static std::atomic<DWORD> lastTrouble = ERROR_SUCCESS;
+
 PortHandle openSerialPort(const char* deviceName) {
     HANDLE port = CreateFileA(deviceName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                               0, nullptr);
+    if (port == INVALID_HANDLE_VALUE) lastTrouble = GetLastError();
     return reinterpret_cast<PortHandle>(port);
 }
 
 void closeSerialPort(PortHandle port) {
     CloseHandle(native(port));
+}
+
+std::string serialPortTrouble() {
+    return systemWords(lastTrouble);
+}
+
+std::string serialPortNames() {
+    std::vector<char> devices(65536); // names ended by a zero each, and by one more
+    const DWORD size = QueryDosDeviceA(nullptr, devices.data(), static_cast<DWORD>(devices.size()));
+    std::vector<int> numbers;
+    for (DWORD at = 0; at < size; ++at) {
+        int number = 0, length = 0;
+        const char* name = devices.data() + at;
+        if (std::sscanf(name, "COM%d%n", &number, &length) == 1 && name[length] == '\0')
+            numbers.push_back(number);
+        at += static_cast<DWORD>(std::strlen(name));
+    }
+    std::sort(numbers.begin(), numbers.end());
+    std::string names;
+    for (const int number : numbers)
+        names += (names.empty() ? "COM" : ", COM") + std::to_string(number);
+    return names;
 }
 
 int32_t readLineState(PortHandle port, SerialLineState& state) {

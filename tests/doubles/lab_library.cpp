@@ -46,6 +46,14 @@ std::string libraryPath(LibraryHandle library) {
     return std::string("C:\\Lumascan\\") + library->fileName;
 }
 
+std::string libraryVersion(LibraryHandle) {
+    return libraries.version;
+}
+
+std::string libraryTrouble(const char*) {
+    return libraries.trouble;
+}
+
 void* findFunction(LibraryHandle library, const char* name, unsigned ordinal) {
     if (libraries.functionsMissing.count(name) != 0) return nullptr;
     std::string found = name;

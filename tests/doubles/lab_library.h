@@ -14,6 +14,8 @@ struct LibraryDouble {
     std::string onPath;                         // another name of the camera's, found by the system
     bool namesMissing = false;                  // functions are found by ordinal alone
     std::set<std::string> functionsMissing;     // these not at all
+    std::string version;                        // of each
+    std::string trouble;                        // why those that are absent do not load
     std::map<std::string, void*> replaced;      // by function name
     std::string ximcDefinition = "libximc.def"; // the stage library's release
 };

@@ -56,6 +56,15 @@ static bool isOpen(PortHandle port) {
     return port == &thePort && serial.openPorts != 0;
 }
 
+std::string serialPortTrouble() {
+    const bool there = serial.openedNames.back() == "\\\\.\\COM10";
+    return there ? "Access is denied (5)" : "The system cannot find the file specified (2)";
+}
+
+std::string serialPortNames() {
+    return labBoardPresent() ? "COM3, COM10" : "";
+}
+
 void closeSerialPort(PortHandle port) {
     EXPECT_TRUE(isOpen(port)) << "a port closed that is not open";
     serial.openPorts--;

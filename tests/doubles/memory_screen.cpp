@@ -1,6 +1,8 @@
 // The screen of the native tests.
 #include "tests/doubles/memory_screen.h"
 
+#include "platform/files.h"
+#include "platform/viewer.h"
 #include "screen/control_ids.h"
 #include "tests/doubles/script.h"
 #include "ui/commands.h"
@@ -23,6 +25,7 @@ WindowHandle confocalWindow = nullptr;
 bool mainWindowRefused = false;
 int focusCount = 0;
 int taskbarProgress = -1;
+std::string shownPage;
 std::vector<WindowHandle> toolWindows;
 
 static std::vector<std::unique_ptr<NativeWindow>> windows;
@@ -35,6 +38,7 @@ void resetScreen() {
     mainWindowRefused = false;
     focusCount = 0;
     taskbarProgress = -1;
+    shownPage.clear();
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
     windows.clear();
     fields.clear();
@@ -128,6 +132,14 @@ void destroyMainWindow() {
 void showStartupNotice() {}
 void closeStartupNotice() {}
 void showAbout() {}
+
+void showDevices(const char* text) {
+    shownPage = text;
+}
+
+bool openInViewer(const std::wstring& path) {
+    return fileExists(path);
+}
 
 static void placeWindow(WindowHandle& window, int width, int height) {
     const Extent client{width - windowFrame.width, height - windowFrame.height};

@@ -21,7 +21,8 @@ int checkedRadio(int first);
 extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 
-extern int taskbarProgress; // -1 none
+extern std::string shownPage;                 // of the devices
+extern int taskbarProgress;                   // -1 none
 extern std::vector<WindowHandle> toolWindows; // open now, oldest first
 
 void resetScreen();

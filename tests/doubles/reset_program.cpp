@@ -18,6 +18,7 @@
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "session/data_folders.h"
+#include "session/device_report.h"
 #include "session/live_view_timer.h"
 #include "session/process.h"
 #include "session/refusals.h"
@@ -52,6 +53,7 @@ static void forgetLights() {
 }
 
 void resetProgram() {
+    dataFolders = {}; // what is let go of here belongs into no log
     releaseDevices();
     forgetLights();
     connectFloors();
@@ -84,5 +86,6 @@ void resetProgram() {
     scanMap = {};
     sweepRecord = {};
     forgetAllRefusals();
+    forgetDeviceReports();
     prepareDataFolders(dataFolders);
 }

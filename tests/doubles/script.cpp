@@ -234,8 +234,8 @@ int runMessageLoop() {
     return 0;
 }
 
-BoxAnswer showMessageBox(WindowHandle owner, const char* text, const char* caption,
-                         BoxButtons buttons) {
+BoxAnswer runMessageBox(WindowHandle owner, const char* text, const char* caption,
+                        BoxButtons buttons) {
     shownBoxes.push_back({text, caption, buttons, owner, testTimeMs()});
     if (onlooker.waits) onlooker.waits();
     const auto plan = std::find_if(answers.begin(), answers.end(), [&](const PlannedAnswer& each) {

@@ -81,6 +81,7 @@ std::vector<std::string> filesOnDesktop() {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(desktop)) {
         const std::string name = fs::relative(entry.path(), desktop).string();
+        if (name.starts_with("KST_Data/Log")) continue; // every run leaves one
         names.push_back(entry.is_directory() ? name + "/" : name);
     }
     std::sort(names.begin(), names.end());

@@ -14,6 +14,7 @@ void makeTempDesktop();
 void removeTempDesktop();
 
 // Names below the desktop, sorted, with slashes: "KST_Data/Config.txt". Folders end with a slash.
+// The log of the day is left out.
 std::vector<std::string> filesOnDesktop();
 
 // The content of a file below the desktop; empty when it is not there.

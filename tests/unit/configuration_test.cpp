@@ -352,7 +352,7 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
         EXPECT_FALSE(timerRuns());
         switchLiveView(LiveView::AsBefore);
     };
-    ASSERT_TRUE(runProcess(process, nullptr));
+    ASSERT_TRUE(runProcess("Test", process, nullptr));
     EXPECT_TRUE(timerRuns());
     EXPECT_EQ(labStageUm(labX), 0.0);
     EXPECT_EQ(axisOrder, 2);
