@@ -131,7 +131,8 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
         replies += link.replied ? 1 : 0;
     }
     if (replies > 0)
-        reportAnswer(deviceName, formatted("%d of 3 questions on COM%d", replies, link.comPort));
+        reportAnswer(deviceName,
+                     formatted("answers %d of 3 questions on COM%d", replies, link.comPort));
     else
         noteTrouble(formatted("COM%d opens, but no board answers there", link.comPort));
     sayChannelSettings(link);

@@ -95,7 +95,7 @@ void drag(const Program& program, int x1, int y1, int x2, int y2);
 
 std::filesystem::path dataRoot(); // "KST_Data" on the desktop
 
-// Folders below the data root, sorted by name.
+// Folders below the data root but the log's, sorted by name.
 std::vector<std::filesystem::path> sessionFolders();
 
 // Names, sorted.

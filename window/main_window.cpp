@@ -225,12 +225,15 @@ static std::string withWindowsLineEnds(const char* text) {
 }
 
 static INT_PTR CALLBACK devicesProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_INITDIALOG)
+    if (message == WM_INITDIALOG) {
+        const auto columns = reinterpret_cast<WPARAM>(GetStockObject(ANSI_FIXED_FONT));
+        SendDlgItemMessageW(dialog, idDevicesText, WM_SETFONT, columns, FALSE);
         SetDlgItemTextA(dialog, idDevicesText, reinterpret_cast<const char*>(lParam));
-    else if (message == WM_COMMAND && (LOWORD(wParam) == IDOK || LOWORD(wParam) == IDCANCEL))
-        EndDialog(dialog, LOWORD(wParam));
-    else
-        return FALSE;
+        return TRUE;
+    }
+    if (message != WM_COMMAND) return FALSE;
+    if (LOWORD(wParam) != IDOK && LOWORD(wParam) != IDCANCEL) return FALSE;
+    EndDialog(dialog, LOWORD(wParam));
     return TRUE;
 }
 

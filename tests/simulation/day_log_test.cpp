@@ -88,7 +88,7 @@ TEST_F(DayLogTest, DevicesPageTellsTheFaultsApart) {
         {"", holdCamera, connectFirstCamera,
          "Failed last  PylonDeviceOpen: The device is controlled by another application. "
          "(0xC3000001)"},
-        {"", nullptr, connectBoard, "Answered     3 of 3 questions on COM10"},
+        {"", nullptr, connectBoard, "Answered     answers 3 of 3 questions on COM10"},
         {"", [] { laserLink.comPort = 11; }, connectBoard,
          "Looked for   COM11, 9600 baud; this computer has COM3, COM10", "serial port"},
         {"", [] { laserLink.comPort = 11; }, connectBoard,
@@ -148,7 +148,7 @@ TEST_F(DayLogTest, TellsAScanInOrderAndCountsItsPoints) {
               "Stage library: C:\\Lumascan\\libximc.dll, version 1.2.3.4",
               "Stage: 3 controllers",
               "Laser board: looking for COM10",
-              "Laser board: 3 of 3",
+              "Laser board: answers 3 of 3",
               "Instrument at start: Arduino",
               "Camera: found",
               "Illumination on",

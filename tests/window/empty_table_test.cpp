@@ -29,6 +29,16 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     EXPECT_TRUE(isChecked(program, idLaserOff));
     EXPECT_TRUE(isChecked(program, idSampleView));
 
+    command(program, idShowLog); // a viewer comes up, or none: the program goes on
+    command(program, idDevices);
+    Box page = awaitBox(program, patiently);
+    ASSERT_EQ(page.caption, "Devices");
+    const std::string devices = textOf(GetDlgItem(page.window, idDevicesText));
+    for (const char* line : {"Library      libximc.dll not found",
+                             "Library      not found, neither", "COM10 does not open"})
+        EXPECT_NE(devices.find(line), std::string::npos) << devices;
+    ASSERT_TRUE(answerBox(page, IDCANCEL));
+
     HWND x = controlById(program, idPositionX);
     EXPECT_EQ(textOf(x), "0.0");
     typeAndEnter(x, "25");
@@ -43,6 +53,11 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     EXPECT_EQ(textOf(x), "-75.0");
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 
+    ASSERT_EQ(filesIn(dataRoot() / "Log").size(), 1u);
+    const std::string log = contentOf(dataRoot() / "Log" / filesIn(dataRoot() / "Log")[0]);
+    EXPECT_TRUE(std::regex_search(log, std::regex(R"(^\d\d:\d\d:\d\d Lumascan \S+ starts\r\n)")))
+        << log;
+    EXPECT_TRUE(log.ends_with(" Lumascan ends\r\n")) << log;
     ASSERT_TRUE(std::regex_match(session().filename().string(), std::regex(R"(\d{6}_\d\d-\d\d)")));
     std::vector<std::string> files{
         "CONFOCAL(5).jpg",    "CONF_B(4).jpg",
