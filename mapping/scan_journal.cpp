@@ -158,7 +158,7 @@ void beginScanJournal() {
 
 void journalPoint(size_t column, size_t mapRow) {
     if (journalIsBroken()) return;
-    const auto value = [&](MapPlane plane) {
+    const auto value = [&](size_t plane) {
         return static_cast<double>(scanMap.maps[plane][column][mapRow]);
     };
     const double deviation =

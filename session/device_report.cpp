@@ -26,7 +26,7 @@ void note(const char* device, std::string DeviceReport::*part, const std::string
 std::string whyMissing(const std::vector<std::string>& fileNames) {
     std::string names;
     for (const std::string& fileName : fileNames) {
-        const std::string trouble = libraryTrouble(fileName.c_str());
+        std::string trouble = libraryTrouble(fileName.c_str());
         if (!trouble.empty()) return trouble;
         names += (names.empty() ? "" : ", ") + fileName;
     }
