@@ -40,7 +40,7 @@ std::string kept(ReplyKind kind) {
     return number;
 }
 
-void readNumber(ReplyKind kind, float (*read)()) {
+template <class Read> void readNumber(ReplyKind kind, Read read) {
     const std::string number = kept(kind);
     if (number.size() >= 100) return;
     char* end = nullptr;
@@ -84,7 +84,7 @@ void readBoard() {
 constexpr unsigned long driverErrorCount = 0xE0140025; // an error number, not a count
 
 // A reply over GPIB: at most as many bytes as are asked for, now and then with a driver's error.
-void readBus(ReplyKind kind, float (*read)()) {
+void readBus(ReplyKind kind, Reading (*read)()) {
     text.resize(std::min<size_t>(text.size(), 100));
     gpibOpenDevice(18);
     readNumber(kind, read);
