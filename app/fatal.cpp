@@ -34,7 +34,6 @@ void makeSafeAtAbort() {
     std::set_terminate([] { endProgram("an exception that nobody caught"); });
     std::signal(SIGABRT, [](int) {
         std::signal(SIGABRT, SIG_DFL);
-        makeSafe();
-        leaveEvidence();
+        makeSafeAtForcedEnd();
     });
 }

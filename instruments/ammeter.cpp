@@ -2,6 +2,7 @@
 #include "instruments/ammeter.h"
 
 #include "platform/text_format.h"
+#include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "session/message_box.h"
@@ -14,11 +15,6 @@ bool readingAnswered = false;
 
 void show(const Notice& notice) {
     showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
-}
-
-std::string nameOf(const InstrumentKind& kind) {
-    const std::wstring name = kind.name ? kind.name : L"none";
-    return {name.begin(), name.end()};
 }
 
 } // namespace
@@ -80,7 +76,7 @@ void connectInstrument(int32_t kind) {
     const bool biasWasOn = link.appliedVoltage != 0.0f;
     if (biasWasOn) applyBias(0.0, limit);
     link.ammeterKind = kind;
-    logEvent("Instrument: " + nameOf(chosen));
+    logEvent("Instrument: " + narrowed(chosen.name));
     if (!chosen.open) return;
     if (chosen.open(static_cast<double>(link.biasVoltage))) return show(chosen.connected);
     link.ammeterKind = previous;
@@ -91,10 +87,11 @@ void connectInstrument(int32_t kind) {
 
 void connectInstrumentAtStart() {
     const InstrumentKind& chosen = selectedInstrument();
-    logEvent("Instrument at start: " + nameOf(chosen));
-    if (!chosen.openAtStart || chosen.openAtStart(0.0)) return;
+    logEvent("Instrument at start: " + narrowed(chosen.name));
+    const auto open = chosen.openAtStart ? chosen.openAtStart : chosen.open;
+    if (!open || open(0.0)) return;
     if (!chosen.keptAtStart) instrumentLink.ammeterKind = kindArduino;
-    show(chosen.failedAtStart);
+    show(chosen.failedAtStart.text ? chosen.failedAtStart : chosen.failed);
 }
 
 void disconnectInstrument() {

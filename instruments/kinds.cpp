@@ -21,7 +21,6 @@ constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "%.1fuA"};
 // The board's analog input gives volts; the window speaks of the current that they stand for.
 constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
 
-constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
 
@@ -69,10 +68,8 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .name = L"GPIB Multimeter",
         .unit = &microamperes,
         .open = openMultimeter,
-        .openAtStart = openMultimeter,
         .connected = {"MultiMeter device connected", "GPIB Communication"},
-        .failed = noMultimeter,
-        .failedAtStart = noMultimeter,
+        .failed = {"No MultiMeter devices found at GPIB", "GPIB Error"},
         .keptAtStart = true,
         .read = gpibMultimeterRead,
         .readingScale = microamperesPerAmpere,
@@ -82,7 +79,6 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .unit = &amperes,
         .canSweep = true,
         .open = openGpibSourcemeter,
-        .openAtStart = openGpibSourcemeter,
         .connected = {"SourceMeter device connected", "GPIB Communication"},
         .failed = {"No GPIB connected", "GPIB Error"},
         .failedAtStart = {"No SourceMeter devices found at GPIB", "GPIB Error"},
@@ -97,7 +93,6 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .unit = &microamperes,
         .canSweep = true,
         .open = usbSourcemeterOpen,
-        .openAtStart = usbSourcemeterOpen,
         .connected = {"SourceMeter device connected", "USB Communication"},
         .failed = {"No SourceMeter devices found via USB", "USB Error"},
         .failedAtStart = {"No SourceMeter devices via USB", "USB Error"},
@@ -112,10 +107,8 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .name = L"Tektronix Oscilloscope",
         .unit = &volts,
         .open = openScope,
-        .openAtStart = openScope,
         .connected = {"Tektronics devices connected via USB", "Oscilloscope Connected"},
         .failed = noScope,
-        .failedAtStart = noScope,
         .read = [] { return scopeRead(instrumentLink.scopeInstrument); },
         .identity = scopeIdentity,
         .close = closeScope,
@@ -127,7 +120,6 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .usesNetworkAddress = true,
         .holdsOneConnection = true,
         .open = openNetworkAnalyzer,
-        .openAtStart = openNetworkAnalyzer,
         .connected = {"Parameter Analyzer 4200 connected via Ethernet",
                       "Parameter Analyzer Connected"},
         .failed = noAnalyzer,
@@ -150,7 +142,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
 };
 
-const InstrumentKind none{.unit = &boardVolts};
+const InstrumentKind none{.name = L"none", .unit = &boardVolts};
 
 } // namespace
 

@@ -38,13 +38,12 @@ struct InstrumentKind {
     bool canSweep = false; // its source sets the bias of the I-V sweep
     bool overTheBoard = false;
     bool usesNetworkAddress = false;
-    bool holdsOneConnection = false; // opening it again closes the one before
-    // Null where there is nothing to open. At start-up other things may be done and said.
-    bool (*open)(double biasVolts) = nullptr;
-    bool (*openAtStart)(double biasVolts) = nullptr;
+    bool holdsOneConnection = false;                 // opening it again closes the one before
+    bool (*open)(double biasVolts) = nullptr;        // null where there is nothing to open
+    bool (*openAtStart)(double biasVolts) = nullptr; // where it is not `open`
     Notice connected{};
-    Notice failed{}; // without `open`: the kind is not supported
-    Notice failedAtStart{};
+    Notice failed{};          // without `open`: the kind is not supported
+    Notice failedAtStart{};   // where it is not `failed`
     bool keptAtStart = false; // selected also when it does not open then; else kind 0 is
     // Null, or what has nothing to do.
     Reading (*read)() = nullptr; // in the instrument's unit

@@ -5,6 +5,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "platform/text_format.h"
+#include "platform/widen.h"
 
 #include <cmath>
 #include <exception>
@@ -188,9 +189,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     };
     add("Program", scan.program);
     add("Started", timeText(scan.started));
-    add("Instrument", isInstrumentKind(scan.ammeterKind)
-                          ? fileNameOf(instrumentKind(scan.ammeterKind).name)
-                          : "none");
+    add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));
     add("Current limit", quantity(static_cast<double>(scan.currentLimit), "A"));

@@ -7,6 +7,7 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/document.h"
 
 #include <charconv>
 #include <cstdio>
@@ -97,6 +98,8 @@ template <class Scan, class Visit> void eachValue(Scan& scan, Visit visit) {
 }
 
 constexpr char pointsBegin[] = "points";
+constexpr char unreadable[] =
+    "A journal was left that cannot be read; it stays in KST_Data/Journal";
 
 // The cells' place and values; the laser spot is the scan's own while the geometry is computed.
 void computeArea(JournaledScan& scan) {
@@ -104,15 +107,6 @@ void computeArea(JournaledScan& scan) {
     laserOffset = scan.map.conditions->laserSpot;
     computeScanArea(scan.area);
     laserOffset = present;
-}
-
-void allocate(JournaledScan& scan) {
-    const auto columns = static_cast<size_t>(scan.area.cols);
-    const auto rows = static_cast<size_t>(scan.area.rows);
-    for (Map& map : scan.map.maps) map.assign(columns, std::vector<float>(rows, 0.0f));
-    scan.map.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
-    if (scan.map.conditions->options.readingsPerPoint > 1)
-        scan.map.deviation = scan.map.maps[planePhotocurrent];
 }
 
 // One point's line; false when it is none of this scan.
@@ -136,19 +130,12 @@ std::string dateOf(const LocalTime& time) {
                      time.minute);
 }
 
-std::string folderName() {
-    const std::wstring& path = dataFolders.sessionFolder;
-    std::string name;
-    for (const wchar_t c : path.substr(path.rfind(L'\\') + 1)) name += static_cast<char>(c);
-    return name;
-}
-
 } // namespace
 
 void beginScanJournal() {
     if (!beginJournal(kind)) return;
     JournaledScan scan{.map = {.conditions = scanMap.conditions}, .area = scanArea};
-    journalLine("folder = " + folderName());
+    journalLine("folder = " + fileNameOf(dataFolders.sessionFolder));
     eachValue(scan, [](const char* name, const auto& value) {
         journalLine(std::string(name) + " = " + textOf(value));
     });
@@ -191,7 +178,9 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     computeArea(scan);
     const ScanConditions& conditions = *scan.map.conditions;
     if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
-    allocate(scan);
+    emptyMaps(scan.map, scan.area);
+    if (conditions.options.readingsPerPoint > 1)
+        scan.map.deviation = scan.map.maps[planePhotocurrent];
     for (++i; i < journal.lines.size(); ++i)
         if (!takePoint(journal.lines[i], scan)) break;
     return scan;
@@ -201,7 +190,7 @@ std::string leftScanNotice() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return {};
     const std::optional<JournaledScan> scan = readScanJournal(*left);
-    if (!scan) return "A journal was left that cannot be read; it stays in KST_Data/Journal";
+    if (!scan) return unreadable;
     return formatted("A scan of %s was cut off: %d of %d points. \"File\", \"Recover last scan\"",
                      dateOf(scan->map.conditions->started).c_str(), scan->points,
                      scan->area.totalPoints);
@@ -211,7 +200,7 @@ void recoverLastScan() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return showInformation("No scan was cut off");
     std::optional<JournaledScan> scan = readScanJournal(*left);
-    if (!scan) return showInformation(leftScanNotice().c_str());
+    if (!scan) return showInformation(unreadable);
     scan->map.saveCount = scanMap.saveCount;
     scanMap = std::move(scan->map);
     scanMap.outcome.end = ProcessEnd::CutOff;

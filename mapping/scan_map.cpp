@@ -20,11 +20,15 @@
 
 ScanMap scanMap;
 
+void emptyMaps(ScanMap& map, const ScanArea& area) {
+    const auto columns = static_cast<size_t>(area.cols);
+    const auto rows = static_cast<size_t>(area.rows);
+    for (Map& plane : map.maps) plane.assign(columns, std::vector<float>(rows, 0.0f));
+    map.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
+}
+
 void allocateMaps() {
-    const auto columns = static_cast<size_t>(scanArea.cols);
-    const auto rows = static_cast<size_t>(scanArea.rows);
-    for (Map& map : scanMap.maps) map.assign(columns, std::vector<float>(rows, 0.0f));
-    scanMap.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
+    emptyMaps(scanMap, scanArea);
     scanMap.deviation.clear();
     scanMap.conditions.reset();
     scanMap.outcome = {};
@@ -60,7 +64,7 @@ ScanConditions presentConditions() {
 }
 
 ScanConditions mapConditions() {
-    return scanMap.conditions.value_or(presentConditions());
+    return scanMap.conditions ? *scanMap.conditions : presentConditions();
 }
 
 namespace {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
 #include "session/process.h"
@@ -71,6 +72,9 @@ struct ScanMap {
 };
 
 extern ScanMap scanMap;
+
+// The four maps and the marks, of the area's size, all cells 0 and not measured.
+void emptyMaps(ScanMap& map, const ScanArea& area);
 
 // All four maps, of the scan area's size, all cells 0 and not measured.
 void allocateMaps();

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <vector>
 
 ScanOptions scanOptions;
 
@@ -17,9 +18,6 @@ namespace {
 constexpr char arrivalName[] = "look for arrival";
 constexpr char every50Ms[] = "every 50 ms";
 constexpr char early[] = "as soon as it can be there";
-constexpr char settleName[] = "wait after arrival (ms)";
-constexpr char beforeReadingName[] = "wait before reading (ms)";
-constexpr char readingsName[] = "readings per point";
 constexpr char unitFileName[] = "write .gwy";
 constexpr char yes[] = "yes";
 constexpr char no[] = "no";
@@ -40,14 +38,14 @@ void take(const char* name, bool& value, const char* whenTrue, const char* whenF
         sayBad(name, text);
 }
 
-void take(const char* name, int32_t& value, int32_t lowest, int32_t highest) {
-    const std::string text = readOption(name);
+void take(const ScanNumber& of) {
+    const std::string text = readOption(of.option);
     if (text.empty()) return;
     const std::optional<int> number = typedInteger(text);
-    if (number && *number >= lowest && *number <= highest && std::to_string(*number) == text)
-        value = *number;
+    if (number && of.allows(*number) && std::to_string(*number) == text)
+        scanOptions.*of.value = *number;
     else
-        sayBad(name, text);
+        sayBad(of.option, text);
 }
 
 } // namespace
@@ -55,16 +53,14 @@ void take(const char* name, int32_t& value, int32_t lowest, int32_t highest) {
 void readScanOptions() {
     scanOptions = {};
     take(arrivalName, scanOptions.looksEarly, early, every50Ms);
-    take(settleName, scanOptions.settleMs, 0, longestScanWaitMs);
-    take(beforeReadingName, scanOptions.beforeReadingMs, 0, longestScanWaitMs);
-    take(readingsName, scanOptions.readingsPerPoint, 1, mostReadingsPerPoint);
+    for (const ScanNumber& number : scanNumbers) take(number);
     take(unitFileName, scanOptions.writesUnitFile, yes, no);
 }
 
 bool writeScanOptions() {
-    return writeOptions({{arrivalName, scanOptions.looksEarly ? early : every50Ms},
-                         {settleName, std::to_string(scanOptions.settleMs)},
-                         {beforeReadingName, std::to_string(scanOptions.beforeReadingMs)},
-                         {readingsName, std::to_string(scanOptions.readingsPerPoint)},
-                         {unitFileName, scanOptions.writesUnitFile ? yes : no}});
+    std::vector<Option> options{{arrivalName, scanOptions.looksEarly ? early : every50Ms}};
+    for (const ScanNumber& number : scanNumbers)
+        options.push_back({number.option, std::to_string(scanOptions.*number.value)});
+    options.push_back({unitFileName, scanOptions.writesUnitFile ? yes : no});
+    return writeOptions(options);
 }

@@ -3,20 +3,32 @@
 
 #include <cstdint>
 
-constexpr int32_t longestScanWaitMs = 10000;
-constexpr int32_t mostReadingsPerPoint = 1000;
-
 struct ScanOptions {
-    bool looksEarly = false;      // at the stage: as soon as it can be there
-    int32_t settleMs = 10;        // after the arrival at a point; 0..longestScanWaitMs
-    int32_t beforeReadingMs = 2;  // 0..longestScanWaitMs
-    int32_t readingsPerPoint = 1; // 1..mostReadingsPerPoint; the map holds their mean
+    bool looksEarly = false; // at the stage: as soon as it can be there
+    int32_t settleMs = 10;   // after the arrival at a point
+    int32_t beforeReadingMs = 2;
+    int32_t readingsPerPoint = 1; // the map holds their mean
     bool writesUnitFile = true;   // the file with units beside the text files
 
     bool operator==(const ScanOptions&) const = default;
 };
 
 extern ScanOptions scanOptions;
+
+// The numbers among them, in the order of the dialog.
+struct ScanNumber {
+    const char* option; // in Options.ini
+    const char* label;  // for the operator
+    int32_t ScanOptions::*value;
+    int32_t lowest, highest;
+    bool allows(int32_t number) const { return number >= lowest && number <= highest; }
+};
+constexpr ScanNumber scanNumbers[] = {
+    {"wait after arrival (ms)", "Wait after arrival (ms)", &ScanOptions::settleMs, 0, 10000},
+    {"wait before reading (ms)", "Wait before the reading (ms)", &ScanOptions::beforeReadingMs, 0,
+     10000},
+    {"readings per point", "Readings per point", &ScanOptions::readingsPerPoint, 1, 1000},
+};
 
 // From Options.ini. A value that is none of its own is said, in the information text and on
 // standard output, and the default takes its place; a line that is not there means the default.

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 // The current user's desktop folder without a trailing separator; empty when there is none.
@@ -22,6 +23,18 @@ using File = std::unique_ptr<FILE, CloseFile>;
 // Opens as fopen does; null when it fails, and for a name with a colon, which no folder would list.
 // `mode` is that of fopen ("r" and "w" are text modes).
 File openFile(const std::wstring& path, const wchar_t* mode);
+
+// The file's bytes; nothing when it does not open.
+inline std::optional<std::string> contentOfFile(const std::wstring& path) {
+    // Not as text, which would end at a stray control character.
+    const File file = openFile(path, L"rb");
+    if (!file) return {};
+    std::string content;
+    char part[4096];
+    while (const size_t count = std::fread(part, 1, sizeof part, file.get()))
+        content.append(part, count);
+    return content;
+}
 
 // Gives the file the other name, in the place of a file that has it. False, and both are as they
 // were, when that failed.

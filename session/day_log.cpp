@@ -21,11 +21,11 @@ bool append(const std::wstring& path, const std::string& line) {
     return std::fclose(file.release()) == 0 && written;
 }
 
+} // namespace
+
 std::wstring logFolder() {
     return dataFolders.dataRoot + L"\\Log";
 }
-
-} // namespace
 
 std::string inOneLine(std::string words) {
     for (char& c : words)

@@ -9,6 +9,9 @@
 // again. From any thread: two calls at once share the file and nothing else.
 void logEvent(const std::string& event);
 
+// KST_Data/Log, whether it is there or not.
+std::wstring logFolder();
+
 // The file of today, whether it is there or not.
 std::wstring dayLogPath();
 

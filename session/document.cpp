@@ -3,6 +3,7 @@
 
 #include "platform/files.h"
 #include "platform/messages.h"
+#include "platform/widen.h"
 #include "screen/screen.h"
 
 #include <cstdio>
@@ -42,8 +43,5 @@ void reportUnwritten(const std::wstring& path, const char* what) {
 }
 
 std::string fileNameOf(const std::wstring& path) {
-    std::string name;
-    for (wchar_t letter : path.substr(path.rfind(L'\\') + 1))
-        name += letter < 0x80 ? static_cast<char>(letter) : '?';
-    return name;
+    return narrowed(path.substr(path.rfind(L'\\') + 1));
 }

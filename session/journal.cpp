@@ -65,14 +65,11 @@ std::optional<std::string> checked(const std::string& line) {
 
 LeftJournal readJournal(const std::wstring& path) {
     LeftJournal found{.path = path};
-    const File file = openFile(path, L"rb");
-    std::string line;
-    for (int c = file ? std::fgetc(file.get()) : EOF; c != EOF; c = std::fgetc(file.get())) {
-        if (c != '\n') {
-            line += static_cast<char>(c);
-            continue;
-        }
-        const std::optional<std::string> text = checked(line);
+    const std::string content = contentOfFile(path).value_or("");
+    size_t end = 0;
+    // A line without its end was cut.
+    for (size_t at = 0; (end = content.find('\n', at)) != std::string::npos; at = end + 1) {
+        const std::optional<std::string> text = checked(content.substr(at, end - at));
         if (!text) break;
         if (!found.kind.empty())
             found.lines.push_back(*text);
@@ -80,7 +77,6 @@ LeftJournal readJournal(const std::wstring& path) {
             found.kind = text->substr(sizeof firstWords - 1);
         else
             break;
-        line.clear();
     }
     return found;
 }

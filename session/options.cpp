@@ -4,6 +4,7 @@
 #include "platform/files.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/document.h"
 
 #include <cstdio>
 #include <optional>
@@ -26,13 +27,9 @@ std::string_view trimmed(std::string_view text) {
 // Nothing where there is a file that cannot be read: it must not be replaced.
 std::optional<std::vector<std::string>> readLines() {
     std::vector<std::string> lines;
-    // Not as text, which would end at a stray control character.
-    const File file = openFile(optionsPath(), L"rb");
-    if (!file && fileExists(optionsPath())) return {};
-    std::string content;
-    for (int c = file ? std::fgetc(file.get()) : EOF; c != EOF; c = std::fgetc(file.get()))
-        content += static_cast<char>(c);
-    std::istringstream text(content);
+    const std::optional<std::string> content = contentOfFile(optionsPath());
+    if (!content && fileExists(optionsPath())) return {};
+    std::istringstream text(content.value_or(""));
     for (std::string line; std::getline(text, line);) {
         if (line.ends_with('\r')) line.pop_back();
         lines.push_back(line);
@@ -60,17 +57,6 @@ void put(std::vector<std::string>& lines, const Option& option) {
     lines.push_back(written);
 }
 
-bool writeLines(const std::wstring& path, const std::vector<std::string>& lines) {
-    const File file = openFile(path, L"w");
-    if (!file) return false;
-    bool written = true;
-    for (const std::string& line : lines) {
-        written &= std::fwrite(line.data(), 1, line.size(), file.get()) == line.size();
-        written &= std::fputc('\n', file.get()) != EOF;
-    }
-    return std::fflush(file.get()) == 0 && written;
-}
-
 } // namespace
 
 std::string readOption(const std::string& name) {
@@ -83,11 +69,11 @@ std::string readOption(const std::string& name) {
 }
 
 bool writeOptions(const std::vector<Option>& options) {
-    const std::wstring path = optionsPath();
-    const std::wstring whole = path + L".new";
     if (auto lines = readLines()) {
         for (const Option& option : options) put(*lines, option);
-        if (writeLines(whole, *lines) && replaceFile(whole, path)) return true;
+        std::string content;
+        for (const std::string& line : *lines) content += line + "\n";
+        if (writeDocument(optionsPath(), content, L"w")) return true;
     }
     logEvent("Options.ini could not be written");
     std::printf("Options.ini could not be written\n");

@@ -17,45 +17,34 @@ namespace {
 
 constexpr const wchar_t* arrivalWays[] = {L"every 50 ms", L"as soon as it can be there"};
 
-struct NumberEdit {
-    int id;
-    const char* name;
-    int32_t ScanOptions::*value;
-    int32_t lowest, highest;
-};
-
-constexpr NumberEdit numberEdits[] = {
-    {idSettleTime, "Wait after arrival (ms)", &ScanOptions::settleMs, 0, longestScanWaitMs},
-    {idReadingDelay, "Wait before the reading (ms)", &ScanOptions::beforeReadingMs, 0,
-     longestScanWaitMs},
-    {idReadingsPerPoint, "Readings per point", &ScanOptions::readingsPerPoint, 1,
-     mostReadingsPerPoint},
-};
+// Of the numbers, in their order.
+constexpr int numberEdits[] = {idSettleTime, idReadingDelay, idReadingsPerPoint};
+static_assert(std::size(numberEdits) == std::size(scanNumbers));
 
 bool askingBack = false; // a notice is open
 
 void opened() {
     fillDialogList(idArrivalList, arrivalWays, static_cast<int>(std::size(arrivalWays)));
     selectInDialogList(idArrivalList, scanOptions.looksEarly ? 1 : 0);
-    for (const NumberEdit& edit : numberEdits)
-        setDialogText(edit.id, formatted("%d", scanOptions.*edit.value).c_str());
+    for (size_t i = 0; i < std::size(scanNumbers); ++i)
+        setDialogText(numberEdits[i], formatted("%d", scanOptions.*scanNumbers[i].value).c_str());
     checkInDialog(idUnitFileCheck, scanOptions.writesUnitFile);
 }
 
-void sayRange(const NumberEdit& edit) {
+void sayRange(const ScanNumber& of) {
     askingBack = true;
-    showMessageBox(mainWindow,
-                   formatted("%s: %d to %d", edit.name, edit.lowest, edit.highest).c_str(),
+    showMessageBox(mainWindow, formatted("%s: %d to %d", of.label, of.lowest, of.highest).c_str(),
                    "Scan options", BoxButtons::Ok);
     askingBack = false;
 }
 
 void takeOver() {
     ScanOptions chosen = scanOptions;
-    for (const NumberEdit& edit : numberEdits) {
-        const std::optional<int> typed = typedInteger(dialogText(edit.id, editCapacity));
-        if (!typed || *typed < edit.lowest || *typed > edit.highest) return sayRange(edit);
-        chosen.*edit.value = *typed;
+    for (size_t i = 0; i < std::size(scanNumbers); ++i) {
+        const ScanNumber& number = scanNumbers[i];
+        const std::optional<int> typed = typedInteger(dialogText(numberEdits[i], editCapacity));
+        if (!typed || !number.allows(*typed)) return sayRange(number);
+        chosen.*number.value = *typed;
     }
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);

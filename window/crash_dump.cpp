@@ -2,7 +2,7 @@
 #include "window/crash_dump.h"
 
 #include "platform/files.h"
-#include "session/data_folders.h"
+#include "session/day_log.h"
 
 #include <windows.h>
 
@@ -10,7 +10,7 @@
 #include <dbghelp.h>
 
 void writeCrashDump(EXCEPTION_POINTERS* exception) {
-    const std::wstring folder = dataFolders.dataRoot + L"\\Log";
+    const std::wstring folder = logFolder();
     makeFolder(folder); // one that is there already is simply used
     SYSTEMTIME now;
     GetLocalTime(&now);

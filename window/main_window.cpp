@@ -179,7 +179,9 @@ static ITaskbarList3* taskbar() {
 }
 
 void showTaskbarProgress(int percent) {
-    if (!mainWindow || !onWindowThread() || !taskbar()) return;
+    static int shown = -1; // a scan tells it at each point, and it changes a hundred times
+    if (percent == shown || !mainWindow || !onWindowThread() || !taskbar()) return;
+    shown = percent;
     HWND window = native(mainWindow);
     taskbar()->SetProgressState(window, percent < 0 ? TBPF_NOPROGRESS : TBPF_NORMAL);
     if (percent >= 0) taskbar()->SetProgressValue(window, static_cast<ULONGLONG>(percent), 100);

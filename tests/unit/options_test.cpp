@@ -31,7 +31,7 @@ TEST_F(OptionsTest, KeepsWhatItDoesNotKnow) {
 
 TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {
     ASSERT_TRUE(writeOptions({{"a", "1"}}));
-    refusedFile = "Options.ini.new";
+    refusedFile = "Options.ini.tmp";
     testing::internal::CaptureStdout();
     EXPECT_FALSE(writeOptions({{"a", "2"}}));
     EXPECT_NE(testing::internal::GetCapturedStdout(), "");
