@@ -21,7 +21,7 @@ void makeSafe() {
     darkenAtOnce(); // first, whatever the windows' thread waits for
     stopAllStages();
     saveUnfinishedProcess();
-    logEvent("Ended by force: lights off, stage stopped, the bias is taken off");
+    logEvent("Ended by force: lights told to be off, stage to stop; the bias is next");
     stepBias(0.0, static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
     busy = false;
 }

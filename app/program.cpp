@@ -70,7 +70,10 @@ bool startUp(int showCommand) {
     switchLiveView(LiveView::On);
     setLaserOutput(1);
     closeStartupNotice();
-    if (const std::string left = leftScanNotice(); !left.empty()) showInformation(left.c_str());
+    if (const std::string left = leftScanNotice(); !left.empty()) {
+        logEvent(left);
+        showInformation(left.c_str());
+    }
     return true;
 }
 

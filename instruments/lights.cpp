@@ -160,6 +160,8 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     laser.state = 0;
     laser.lit = false;
     if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
+    logChange(laser);
+    logChange(illumination);
     sayWhetherTheBoardIsLost();
     return laserLink.disconnected ? 0 : opened;
 }

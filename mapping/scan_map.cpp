@@ -14,6 +14,7 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/document.h"
 #include "session/message_box.h"
 
 #include <algorithm>
@@ -117,7 +118,7 @@ bool writeRows(FILE* file, const Map& map) {
 // A failure lets the next save make a new folder.
 bool writeMap(const std::wstring& path, const Map& map) {
     File file = openFile(path, L"w");
-    if (file && writeRows(file.get(), map)) return true;
+    if (logFile(path, file && writeRows(file.get(), map))) return true;
     dataFolders.sessionFolderMade = 0;
     return false;
 }

@@ -4,6 +4,7 @@
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/options.h"
 
 #include <cstdio>
@@ -25,6 +26,7 @@ constexpr char no[] = "no";
 void sayBad(const char* name, const std::string& value) {
     const std::string text =
         formatted("Options.ini: \"%s = %s\" is not known, the default holds", name, value.c_str());
+    logEvent(text);
     std::printf("%s\n", text.c_str());
     std::fflush(stdout);
     showInformation(text.c_str());

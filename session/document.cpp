@@ -5,6 +5,7 @@
 #include "platform/messages.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 
 #include <cstdio>
 
@@ -29,9 +30,10 @@ std::string linesOf(const Conditions& conditions) {
 
 bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode) {
     const std::wstring temporary = path + L".tmp";
-    if (writeAndFlush(temporary, content, mode) && replaceFile(temporary, path)) return true;
+    if (writeAndFlush(temporary, content, mode) && replaceFile(temporary, path))
+        return logFile(path, true);
     removeFile(temporary);
-    return false;
+    return logFile(path, false);
 }
 
 void reportUnwritten(const std::wstring& path, const char* what) {
@@ -40,6 +42,13 @@ void reportUnwritten(const std::wstring& path, const char* what) {
     constexpr int longestText = 400;
     const std::string before = fieldText(Field::Information, longestText);
     showInformation(((before.empty() ? "" : before + ". ") + "Not written: " + what).c_str());
+}
+
+bool logFile(const std::wstring& path, bool written) {
+    const std::wstring folder = path.substr(0, path.find_last_of(L'\\'));
+    logEvent((written ? "Written: " : "Not written: ") + fileNameOf(folder) + "\\" +
+             fileNameOf(path));
+    return written;
 }
 
 std::string fileNameOf(const std::wstring& path) {

@@ -21,5 +21,8 @@ bool writeDocument(const std::wstring& path, const std::string& content, const w
 // prints.
 void reportUnwritten(const std::wstring& path, const char* what);
 
+// Tells the log of the day that the file was written or not; returns `written`.
+bool logFile(const std::wstring& path, bool written);
+
 // A path's last part, as ASCII.
 std::string fileNameOf(const std::wstring& path);

@@ -5,6 +5,7 @@
 #include "platform/files.h"
 #include "platform/text_format.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
 
 #include <array>
 #include <cstdint>
@@ -50,6 +51,7 @@ int latestNumber() {
 
 void giveUp() {
     journal.reset();
+    logEvent("Journal: cannot be written");
     std::printf("Journal: cannot be written\n");
     std::fflush(stdout);
 }

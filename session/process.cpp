@@ -23,7 +23,7 @@ bool windowClosed = false; // the reason for the stop
 // How it ended, and what the operator is told of it.
 void logEnd(const char* name, uint64_t tookMs) {
     constexpr int longestText = 400;
-    const char* how = closeWanted ? "window closed" : stopRequested ? "stopped" : "ended";
+    const char* how = stopRequested ? nameOf(processEnd()) : "ended"; // or was declined
     logEvent(formatted("%s: %s after %.1f s, \"%s\"", name, how,
                        static_cast<double>(tookMs) / 1000.0,
                        fieldText(Field::Information, longestText).c_str()));

@@ -83,8 +83,9 @@ void noteEnd(SweepRecord& record, ProcessEnd end) {
 
 bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) {
     ensureSessionFolder(dataFolders);
-    File file = openFile(dataFolders.sessionFolder + L"\\" + widened(curve.name + ".txt"), L"w");
-    if (file && writeCurve(file.get(), curve)) {
+    const std::wstring path = dataFolders.sessionFolder + L"\\" + widened(curve.name + ".txt");
+    File file = openFile(path, L"w");
+    if (logFile(path, file && writeCurve(file.get(), curve))) {
         file.reset();
         saveConditions(record, curve);
         return true;

@@ -127,6 +127,7 @@ void apply() {
     takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
     takeInteger(idCameraAperture, cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
+    logEvent(formatted("Camera aperture %d pixels", cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
     applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));

@@ -8,6 +8,7 @@
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/message_box.h"
 
 #include <iterator>
@@ -49,6 +50,10 @@ void takeOver() {
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);
     scanOptions = chosen;
+    logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point%s",
+                       chosen.looksEarly ? "early looks" : "looks every 50 ms", chosen.settleMs,
+                       chosen.beforeReadingMs, chosen.readingsPerPoint,
+                       chosen.writesUnitFile ? ", .gwy" : ""));
     if (!writeScanOptions()) showInformation("Options.ini could not be written");
     endDialog();
 }

@@ -166,10 +166,11 @@ TEST_F(DayLogTest, TellsAScanInOrderAndCountsItsPoints) {
               "0 in doubt",
               "Illumination on",
               "Laser off",
+              "Written: 260307_14-05\\Kestrel(",
               "Mapping: ended after ",
               "The main window is closed",
               "Lumascan ends",
-              "Ended by force: lights off",
+              "Ended by force: lights told to be off",
               "Ended by force: a reason"}) {
             while (at < lines.size() && lines[at].find(wanted) == std::string::npos) ++at;
             ASSERT_LT(at, lines.size()) << wanted << "\n" << contentOf(logFile);
