@@ -73,6 +73,10 @@ void destroyMainWindow();
 void showStartupNotice();
 void closeStartupNotice();
 
+// Until closeStartupNotice: one line in a small window of its own, painted at once, so that a
+// search that blocks for seconds is not taken for a program that does not start.
+void sayAtStartup(const char* text);
+
 // The About box.
 void showAbout();
 

@@ -2,6 +2,7 @@
 #include "session/device_report.h"
 
 #include "platform/messages.h"
+#include "screen/screen.h"
 #include "session/day_log.h"
 
 #include <algorithm>
@@ -52,7 +53,9 @@ void forgetAnswer(const char* device) {
 void reportSearch(const char* device, const std::string& lookedFor) {
     forgetAnswer(device);
     note(device, &DeviceReport::lookedFor, lookedFor);
-    logEvent(std::string(device) + ": looking for " + lookedFor);
+    const std::string line = std::string(device) + ": looking for " + lookedFor;
+    logEvent(line);
+    if (!mainWindow) sayAtStartup(line.c_str());
 }
 
 void reportAnswer(const char* device, const std::string& words) {

@@ -207,9 +207,30 @@ void showStartupNotice() {
     if (startupNotice) ShowWindow(startupNotice, SW_SHOW);
 }
 
+static HWND startupLine = nullptr;
+
 void closeStartupNotice() {
-    if (startupNotice) DestroyWindow(startupNotice);
-    startupNotice = nullptr;
+    for (HWND* each : {&startupNotice, &startupLine}) {
+        if (*each) DestroyWindow(*each);
+        *each = nullptr;
+    }
+}
+
+void sayAtStartup(const char* text) {
+    if (!startupLine) {
+        constexpr int width = 640, height = 48;
+        startupLine = CreateWindowExW(
+            WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE, L"STATIC", L"",
+            WS_POPUP | WS_BORDER | SS_CENTER | SS_CENTERIMAGE | SS_NOPREFIX,
+            (GetSystemMetrics(SM_CXSCREEN) - width) / 2, GetSystemMetrics(SM_CYSCREEN) / 4, width,
+            height, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+        if (!startupLine) return;
+        SendMessageW(startupLine, WM_SETFONT,
+                     reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT)), FALSE);
+        ShowWindow(startupLine, SW_SHOWNOACTIVATE);
+    }
+    SetWindowTextA(startupLine, text);
+    UpdateWindow(startupLine);
 }
 
 static INT_PTR CALLBACK aboutProcedure(HWND dialog, UINT message, WPARAM wParam, LPARAM) {

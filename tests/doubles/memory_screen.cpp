@@ -26,6 +26,7 @@ bool mainWindowRefused = false;
 int focusCount = 0;
 int taskbarProgress = -1;
 std::string shownPage;
+std::vector<std::string> startupTexts;
 std::vector<WindowHandle> toolWindows;
 
 static std::vector<std::unique_ptr<NativeWindow>> windows;
@@ -39,6 +40,7 @@ void resetScreen() {
     focusCount = 0;
     taskbarProgress = -1;
     shownPage.clear();
+    startupTexts.clear();
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
     windows.clear();
     fields.clear();
@@ -131,6 +133,9 @@ void destroyMainWindow() {
 
 void showStartupNotice() {}
 void closeStartupNotice() {}
+void sayAtStartup(const char* text) {
+    startupTexts.emplace_back(text);
+}
 void showAbout() {}
 
 void showDevices(const char* text) {

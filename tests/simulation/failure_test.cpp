@@ -52,6 +52,12 @@ TEST_F(FailureTest, NoDeviceAtAll) {
     // The confocal maps hold the test pattern, which moves from point to point.
     EXPECT_NE(scanMap.maps[planeRed][0][0], scanMap.maps[planeRed][3][0]);
     EXPECT_EQ(stageX.positionUm, 0.0);
+    // Each search was told before it began, as long as there was no main window to tell it in.
+    ASSERT_EQ(startupTexts.size(), 3u);
+    EXPECT_TRUE(startupTexts[0].starts_with("Stage: looking for three controllers"))
+        << startupTexts[0];
+    EXPECT_TRUE(startupTexts[1].starts_with("Laser board: looking for COM10")) << startupTexts[1];
+    EXPECT_TRUE(startupTexts[2].starts_with("Camera: looking for")) << startupTexts[2];
 }
 
 struct Fault {
