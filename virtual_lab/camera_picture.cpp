@@ -88,6 +88,17 @@ static const uint8_t* litNoise(int row) {
     return noise().lit.data() + noiseStart(row);
 }
 
+// Whether anyone looks at a picture row, from the bottom.
+static std::array<bool, pictureHeight> isSeen;
+static void chooseRows() {
+    const int top = automaticTop();
+    for (int row = 0; row < pictureHeight; ++row) {
+        int fromTop = labRawHeight - 2 - 2 * row - top;
+        isSeen[static_cast<size_t>(row)] = lab.rowsAroundSpot < 0 || fromTop % automaticStep == 0 ||
+                                           std::abs(row - labSpotPixel().row) <= lab.rowsAroundSpot;
+    }
+}
+
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
 // the compiler makes vectors of it. A sanitizer's check at every byte would undo that, and so would
 // a call of std::min, which has one.
@@ -105,6 +116,7 @@ brighten(uint8_t* __restrict out, const uint8_t* __restrict reflectance,
 
 static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
     for (int row = 0; row < pictureHeight; ++row) { // from the bottom
+        if (!isSeen[static_cast<size_t>(row)]) continue;
         int tileY = floorDivide(bottom + row, tileSide);
         int inTileY = bottom + row - tileY * tileSide;
         int rawRow = labRawHeight - 2 - 2 * row;
@@ -129,6 +141,7 @@ static void drawDefocused(uint8_t* raw, uint16_t scale, int left, int bottom, do
     defocusSample(sample, left, bottom, sigma);
     uint8_t lines[2][labRawWidth];
     for (int row = 0; row < pictureHeight; ++row) {
+        if (!isSeen[static_cast<size_t>(row)]) continue;
         int rawRow = labRawHeight - 2 - 2 * row;
         defocusedRow(sample, row, lines[0], lines[1]);
         for (int line : {0, 1})
@@ -157,8 +170,9 @@ static void drawIlluminated(uint8_t* raw, double brightness) {
 
 static void drawDark(uint8_t* raw) {
     for (int row = 0; row < labRawHeight; ++row)
-        std::memcpy(raw + static_cast<size_t>(row) * labRawWidth,
-                    noise().dark.data() + noiseStart(row), labRawWidth);
+        if (isSeen[static_cast<size_t>(labRawHeight - 1 - row) / 2])
+            std::memcpy(raw + static_cast<size_t>(row) * labRawWidth,
+                        noise().dark.data() + noiseStart(row), labRawWidth);
 }
 
 // A fraction of a grey level shows in as many of the pixels, so that their mean is the light.
@@ -203,6 +217,7 @@ static void addSpot(uint8_t* raw, double brightness) {
         across[1][at + 1] = static_cast<float>(part * colour.blue);
     }
     for (int row = bottom; row <= top; ++row) {
+        if (!isSeen[static_cast<size_t>(row)]) continue;
         auto rowPeak = static_cast<float>(peak * profile(row - labSpotPixel().row));
         for (int line : {0, 1}) {
             int rawRow = labRawHeight - 2 - 2 * row + line;
@@ -216,6 +231,7 @@ static void addSpot(uint8_t* raw, double brightness) {
 
 void renderLabFrame(uint8_t* raw) {
     LabLock lock;
+    chooseRows();
     double brightness = cameraSensitivity();
     if (lab.board.illuminated)
         drawIlluminated(raw, brightness);

@@ -79,5 +79,9 @@ size_t cameraPayload();                        // bytes of a frame as the camera
 double cameraSensitivity();
 double cameraFrameMs(); // exposure and read-out
 
+// The automatic functions look at every eighth mosaic cell each way, from this raw row on.
+int automaticTop();
+constexpr int automaticStep = 16; // pixels
+
 // Steps of the automatic functions after a frame of that mean brightness (0..255).
 void adaptExposure(double mean);

@@ -47,17 +47,22 @@ void dropLostCamera() {
     lab.camera.acquiring = lab.camera.frameDue = false;
 }
 
-// Mean brightness of the automatic functions' region, from every eighth mosaic cell each way.
+static int automaticRegion(const char* what) {
+    std::string name = lab.faults.cameraOld ? "AutoFunctionAOI" : "AutoFunctionROI";
+    return static_cast<int>(featureValue((name + what).c_str()));
+}
+
+int automaticTop() {
+    return automaticRegion("OffsetY") / 2 * 2;
+}
+
+// Mean brightness of the automatic functions' region.
 static double meanBrightness(const uint8_t* raw) {
-    auto region = [](const char* what) {
-        std::string name = lab.faults.cameraOld ? "AutoFunctionAOI" : "AutoFunctionROI";
-        return static_cast<int>(featureValue((name + what).c_str()));
-    };
-    int left = region("OffsetX") / 2 * 2, top = region("OffsetY") / 2 * 2;
-    int right = left + region("Width") - 1, bottom = top + region("Height") - 1;
+    int left = automaticRegion("OffsetX") / 2 * 2, top = automaticTop();
+    int right = left + automaticRegion("Width") - 1, bottom = top + automaticRegion("Height") - 1;
     uint64_t sum = 0, count = 0;
-    for (int row = top; row < bottom; row += 16) {
-        for (int column = left; column < right; column += 16, count += 4) {
+    for (int row = top; row < bottom; row += automaticStep) {
+        for (int column = left; column < right; column += automaticStep, count += 4) {
             const uint8_t* cell = raw + static_cast<size_t>(row) * labRawWidth + column;
             sum += cell[0] + cell[1] + cell[labRawWidth] + cell[labRawWidth + 1];
         }

@@ -238,3 +238,8 @@ constexpr int labRawWidth = 2464, labRawHeight = 2056;
 // +1. In the dark one in 64 shows a 1, and light of less than a grey level shows as a 1 in as large
 // a part of the pixels.
 void renderLabFrame(uint8_t* raw);
+
+// Until the next resetLab frames show only so many picture rows on either side of the laser spot,
+// and those that the automatic functions look at; the others stay as they are in the buffer. For
+// runs in which nobody looks at them: it is most of a frame's work.
+void setLabRowsAroundSpot(int rows);

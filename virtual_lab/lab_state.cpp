@@ -31,6 +31,7 @@ void labSleepMs(double ms) {
 void resetLab(uint64_t seed) {
     LabLock lock;
     lab.seed = seed;
+    lab.rowsAroundSpot = -1;
     lab.noise.seed(seed);
     lab.faults = {};
     lab.board = {};
@@ -41,6 +42,11 @@ void resetLab(uint64_t seed) {
     resetMotors();
     resetCamera();
     resetInstruments();
+}
+
+void setLabRowsAroundSpot(int rows) {
+    LabLock lock;
+    lab.rowsAroundSpot = rows;
 }
 
 static int axisNamed(const std::string& name) {

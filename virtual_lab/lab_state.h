@@ -84,6 +84,7 @@ struct Lab {
     std::mt19937_64 noise;
     uint64_t seed = 0;
     int lastStageId = -1;
+    int rowsAroundSpot = -1; // that frames show; -1: all
 };
 
 extern Lab lab;

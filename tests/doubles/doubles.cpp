@@ -13,6 +13,7 @@ void prepareWorld() {
     drawnTexts.clear();
     savedImages.clear();
     drawingFailures.clear();
+    nobodyLooks = false;
     liveContexts = liveBitmaps = imagingStarts = 0;
     resetSerial();
     libraries = {};

@@ -65,4 +65,7 @@ extern std::map<Drawing, int> drawingFailures;
 // Contexts and bitmaps that are not released, and imaging that is not stopped.
 extern int liveContexts, liveBitmaps, imagingStarts;
 
+// Nobody looks at pixels and texts: calls succeed and fail as ever, and draw nothing.
+extern bool nobodyLooks;
+
 NativeBitmap blankBitmap(int width, int height, uint32_t pixel);

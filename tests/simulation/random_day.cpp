@@ -83,6 +83,7 @@ public:
         if (!found.insert(whole.substr(0, whole.find_first_of("0123456789"))).second) return;
         if (!causes.empty()) whole += " (in: " + causes.back().what + ")";
         note("FOUND " + whole);
+        day.broken.insert(ruleNames[static_cast<size_t>(rule)]);
         day.findings.push_back(formatted("%.0f ms: ", testTimeMs()) + whole);
     }
 
@@ -577,6 +578,8 @@ public:
     bool inDialog = false; // the main window takes nothing meanwhile
 };
 
+constexpr int rowsLookedAt = 104; // of 200 for the focus
+
 void writeSettings(uint32_t seed) {
     const int kind = static_cast<int>(seed % equipmentKindCount);
     writeDesktopFile(
@@ -593,6 +596,8 @@ RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored) {
     RandomDay day;
     day.seed = seed;
     prepareWorld();
+    nobodyLooks = true;
+    setLabRowsAroundSpot(rowsLookedAt);
     onLeftButtonUp(-1, -1); // no drag and no idle time is left from another day
     resetIdle();
     Judge judge(day, ignored);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,8 +22,10 @@ enum class Rule {
 
 struct RandomDay {
     uint32_t seed = 0;
-    std::vector<std::string> history;  // actions, faults, boxes, each with its time in ms
-    std::vector<std::string> findings; // what the judge saw; each kind once
+    std::vector<std::string> history;       // actions, faults, boxes, each with its time in ms
+    std::vector<std::string> findings;      // what the judge saw; each kind once
+    std::set<std::string> broken;           // the rules that these break
+    std::map<std::string, uint64_t> counts; // of what happened, by kind
 };
 
 // Lives through the day of a seed in a world of its own (prepareWorld). The same seed is the same
