@@ -5,13 +5,23 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
+#include "session/main_title.h"
 #include "session/message_box.h"
+
+#include <algorithm>
+#include <array>
 
 namespace {
 
 // Of the readings since biasWasLimited was asked.
 bool readingAtLimit = false;
 bool readingAnswered = false;
+
+void sayWhetherABiasIsLost() {
+    const std::string words = biasLeftOn();
+    titleBias(words);
+    if (!words.empty()) showInformation(words.c_str());
+}
 
 void show(const Notice& notice) {
     showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
@@ -52,6 +62,13 @@ std::string biasTrouble() {
     return text;
 }
 
+std::string biasLeftOn() {
+    std::array<bool, equipmentKindCount> lost = instrumentLink.mayBeBiased;
+    if (instrumentLink.biasHeard) lost[static_cast<size_t>(instrumentLink.ammeterKind)] = false;
+    const bool any = std::find(lost.begin(), lost.end(), true) != lost.end();
+    return any ? "instrument lost: the bias may be on" : "";
+}
+
 void applyBias(double voltage, double limit) {
     if (selectedInstrument().applyBias)
         logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
@@ -62,7 +79,12 @@ void stepBias(double voltage, double limit) {
     const InstrumentKind& source = selectedInstrument();
     const auto volts = static_cast<float>(voltage);
     instrumentLink.appliedVoltage = source.applyBias ? volts : 0.0f;
-    if (source.applyBias) source.applyBias(volts, static_cast<float>(limit));
+    if (!source.applyBias) return;
+    bool& mayBeOn = instrumentLink.mayBeBiased[static_cast<size_t>(instrumentLink.ammeterKind)];
+    mayBeOn = mayBeOn || volts != 0.0f; // also when only a part of it goes out
+    instrumentLink.biasHeard = source.applyBias(volts, static_cast<float>(limit));
+    if (instrumentLink.biasHeard) mayBeOn = volts != 0.0f;
+    sayWhetherABiasIsLost();
 }
 
 void connectInstrument(int32_t kind) {
@@ -74,11 +96,15 @@ void connectInstrument(int32_t kind) {
     const auto limit = static_cast<double>(link.currentLimit);
     // Nobody could take it away over a link that is no longer the selected one.
     const bool biasWasOn = link.appliedVoltage != 0.0f;
-    if (biasWasOn) applyBias(0.0, limit);
+    if (biasWasOn || link.mayBeBiased[static_cast<size_t>(previous)]) applyBias(0.0, limit);
     link.ammeterKind = kind;
     logEvent("Instrument: " + narrowed(chosen.name));
     if (!chosen.open) return;
-    if (chosen.open(static_cast<double>(link.biasVoltage))) return show(chosen.connected);
+    if (chosen.open(static_cast<double>(link.biasVoltage))) {
+        // It is back, and may still have what could not be taken off.
+        if (link.mayBeBiased[static_cast<size_t>(kind)]) applyBias(0.0, limit);
+        return show(chosen.connected);
+    }
     link.ammeterKind = previous;
     if (chosen.holdsOneConnection && previous == kind) link.biasVoltage = 0.0f;
     if (biasWasOn) applyBias(static_cast<double>(link.biasVoltage), limit);

@@ -29,10 +29,15 @@ bool biasWasLimited();
 std::string biasTrouble();
 
 // Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source.
+// A source that did not hear of 0 V is told of in title and information text until it has.
 void applyBias(double voltage, double limit);
 
 // The same for one of many, the points of a sweep: the log of the day does not list it.
 void stepBias(double voltage, double limit);
+
+// What is said while a source may have a bias that nobody means, because it has not heard what it
+// was last told or is no longer the selected one; empty else.
+std::string biasLeftOn();
 
 // Selects and connects `kind`, with a box that says how it went; a failure leaves the previous kind
 // selected. The link of the previous kind is not closed. A bias is taken off first, over the link

@@ -96,12 +96,12 @@ bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySiz
     return true;
 }
 
-void paApplyBias(int mode, float voltage, float limit) {
+bool paApplyBias(int mode, float voltage, float limit) {
     const std::string command =
         formatted("DV1, 1, %f, %f", static_cast<double>(voltage), static_cast<double>(limit));
     showInformation(command.c_str());
     char reply[analyzerReplySize];
-    paSendCommand(mode, command.c_str(), reply);
+    return paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';
 }
 
 Reading paRead(int mode) {
@@ -110,7 +110,8 @@ Reading paRead(int mode) {
     reply[replyCount - 1] = '\0';
     showInformation(reply);
     Reading reading = extractNumber(reply, replyCount, ReplyKind::Analyzer);
-    reading.answered = reading.answered && sent;
+    const bool whole = std::strlen(reply) < replyCount - 1; // an exponent may be cut off
+    reading.answered = reading.answered && sent && whole;
     reading.limited = reading.answered && reply[0] == 'C';
     if (reading.answered) forgetRefusal(deviceName);
     return reading;

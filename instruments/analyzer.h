@@ -16,7 +16,7 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
 bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]);
 
 // Sources `voltage` (V) on the first unit with the compliance `limit` (A).
-void paApplyBias(int mode, float voltage, float limit);
+bool paApplyBias(int mode, float voltage, float limit);
 
 // Amperes on the first unit; 0 when the reply holds no number. A reply of a measurement in
 // compliance begins with a C.

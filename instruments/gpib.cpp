@@ -234,16 +234,21 @@ bool gpibSourcemeterIsLimited() {
     return ask(":SOUR:VOLT:ILIM:TRIP?") == 1.0f;
 }
 
-void gpibSourcemeterSetUp(float voltage, float limit) {
+bool gpibSourcemeterSetUp(float voltage, float limit) {
     sourcemeterLimit = limit;
-    gpibWrite(":SOUR:VOLT:RANG 1");
-    gpibWrite(formatted(":SOUR:VOLT %f", static_cast<double>(voltage)).c_str());
-    gpibWrite(formatted(":SOUR:VOLT:ILIM %f", static_cast<double>(limit)).c_str());
-    gpibWrite(":SENSe:FUNCtion \"Current\"");
-    gpibWrite(":SENSe:Curr:RANG 1E-6");
-    gpibWrite(":COUN 1");
-    gpibWrite(":OUTP ON");
+    const std::string lines[] = {
+        ":SOUR:VOLT:RANG 1",
+        formatted(":SOUR:VOLT %f", static_cast<double>(voltage)),
+        formatted(":SOUR:VOLT:ILIM %f", static_cast<double>(limit)),
+        ":SENSe:FUNCtion \"Current\"",
+        ":SENSe:Curr:RANG 1E-6",
+        ":COUN 1",
+        ":OUTP ON",
+    };
+    bool heard = true;
+    for (const std::string& line : lines) heard &= gpibWrite(line.c_str());
     sleepMs(100);
+    return heard;
 }
 
 void gpibSourcemeterOff() {

@@ -16,7 +16,7 @@ Reading gpibSourcemeterRead();
 
 // Sources `voltage` (V) with the current limit `limit` (A) in the fixed 1 V and 1 uA ranges, and
 // switches the output on.
-void gpibSourcemeterSetUp(float voltage, float limit);
+bool gpibSourcemeterSetUp(float voltage, float limit);
 bool gpibSourcemeterIsLimited(); // the limit cuts the current now
 void gpibSourcemeterOff();       // output off, device offline
 

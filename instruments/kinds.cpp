@@ -125,7 +125,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .failed = noAnalyzer,
         .failedAtStart = noScope, // as operators know it
         .read = [] { return paRead(analyzerNetwork); },
-        .applyBias = [](float v, float a) { paApplyBias(analyzerNetwork, v, a); },
+        .applyBias = [](float v, float a) { return paApplyBias(analyzerNetwork, v, a); },
         .close = [] { paClose(analyzerNetwork); },
     },
     {
@@ -137,7 +137,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .failed = noAnalyzer,
         .failedAtStart = noScope,
         .read = [] { return paRead(analyzerGpib); },
-        .applyBias = [](float v, float a) { paApplyBias(analyzerGpib, v, a); },
+        .applyBias = [](float v, float a) { return paApplyBias(analyzerGpib, v, a); },
         .close = [] { paClose(analyzerGpib); },
     },
 };

@@ -3,6 +3,7 @@
 
 #include "instruments/reading.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -48,7 +49,8 @@ struct InstrumentKind {
     // Null, or what has nothing to do.
     Reading (*read)() = nullptr; // in the instrument's unit
     double readingScale = 1.0;   // makes `unit` of it
-    void (*applyBias)(float volts, float limitAmperes) = nullptr;
+    // False when the source may not have heard all of it.
+    bool (*applyBias)(float volts, float limitAmperes) = nullptr;
     bool (*isLimited)() = nullptr;          // the limit cuts the current now
     std::string (*takeRefusal)() = nullptr; // of a bias, since last asked; empty when it took all
     std::string (*identity)() = nullptr;    // what it answered to "*IDN?" when it was opened
@@ -72,6 +74,10 @@ struct InstrumentLink {
     float biasVoltage = 0.0f;     // V; as the dialog says
     float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
     float currentLimit = 0.0001f; // A
+    // Sources, by kind, that got a bias and have not heard 0 V since; and whether the selected one
+    // has heard what it was last told.
+    std::array<bool, equipmentKindCount> mayBeBiased = {};
+    bool biasHeard = true;
 };
 
 extern InstrumentLink instrumentLink;

@@ -166,6 +166,10 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     return laserLink.disconnected ? 0 : opened;
 }
 
+std::string lightLeftOn() {
+    return isLost(laser) || isLost(illumination) ? lossOfTheBoard() : std::string();
+}
+
 void darkenAtOnce() {
     const bool mayTouchWindows = onWindowThread();
     if (!mayTouchWindows) darkForGood = true;

@@ -9,6 +9,7 @@
 #include "platform/window_handle.h"
 
 #include <cstdint>
+#include <string>
 
 // The drive level that is sent when the laser is switched on, V.
 constexpr double defaultLaserLevel = 4.0;
@@ -28,6 +29,9 @@ bool illuminationIsOn();
 // Opens the link, switches the laser off and the illumination to what it is meant to be. Returns
 // what opening the link returns, and 0 when the board then takes no command.
 int connectLaserBoard(WindowHandle ownerWindow);
+
+// What the title says while a light may shine that was switched off; empty else.
+std::string lightLeftOn();
 
 // At a forced end, from any thread: both lights off, before any window is touched, and none is
 // touched from a thread that is not the windows'. From such a thread nothing switches a light on

@@ -192,13 +192,13 @@ bool usbSourcemeterIsLimited() {
     return numberFor(":SOUR:VOLT:ILIM:TRIP?") == 1.0f;
 }
 
-void usbSourcemeterSetUp(float voltage, float limit) {
+bool usbSourcemeterSetUp(float voltage, float limit) {
     const std::string level = formatted(":SOUR:VOLT %g", static_cast<double>(voltage));
     // After 0 V somebody may have been at the instrument, and at its output's switch.
     const bool asBefore = source.on && source.volts != 0.0f && source.limit == limit;
     source = {};
     if (asBefore) {
-        if (!send(current, level)) return;
+        if (!send(current, level)) return false;
     } else {
         const std::string lines[] = {
             ":SOUR:FUNC VOLT",
@@ -208,10 +208,11 @@ void usbSourcemeterSetUp(float voltage, float limit) {
             ":SENS:CURR:RANG:AUTO ON",
             ":OUTP ON",
         };
-        if (!sendAll(current, lines)) return;
+        if (!sendAll(current, lines)) return false;
         heedRefusals(current);
     }
     source = {true, voltage, limit};
+    return true;
 }
 
 std::string takeUsbSourcemeterRefusal() {

@@ -5,13 +5,13 @@
 
 namespace {
 
-std::string loss, progress;
+std::string loss, bias, progress;
 
 void setTitle(std::string& part, const std::string& words) {
     if (part == words) return;
     part = words;
     std::string title = "Lumascan";
-    for (const std::string* each : {&loss, &progress})
+    for (const std::string* each : {&loss, &bias, &progress})
         if (!each->empty()) title += " - " + *each;
     setMainTitle(title.c_str());
 }
@@ -20,6 +20,10 @@ void setTitle(std::string& part, const std::string& words) {
 
 void titleLoss(const std::string& words) {
     setTitle(loss, words);
+}
+
+void titleBias(const std::string& words) {
+    setTitle(bias, words);
 }
 
 void titleProgress(const std::string& words) {

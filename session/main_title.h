@@ -4,6 +4,7 @@
 
 #include <string>
 
-// "Lumascan", then " - " and the loss, then " - " and the progress; an empty one is left out.
-void titleLoss(const std::string& words);
+// "Lumascan", then " - " and each loss, then " - " and the progress; an empty one is left out.
+void titleLoss(const std::string& words); // of a light
+void titleBias(const std::string& words);
 void titleProgress(const std::string& words);

@@ -20,6 +20,7 @@
 #include "session/data_folders.h"
 #include "session/device_report.h"
 #include "session/live_view_timer.h"
+#include "session/main_title.h"
 #include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
@@ -63,6 +64,7 @@ void resetProgram() {
     liveViewState = {};
     liveViewTimerOff();
     elapsedMs(true);
+    for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
     laserLevel = defaultLaserLevel;
     scanOptions = {};
     arrivalTiming = {};

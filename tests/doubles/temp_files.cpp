@@ -13,15 +13,16 @@ namespace fs = std::filesystem;
 bool foldersRefused = false;
 std::string refusedFile;
 bool diskFull = false;
+std::vector<std::string> overwrittenFiles;
 static fs::path desktop;
 
 void makeTempDesktop() {
     char name[] = "/tmp/lumascan-XXXXXX";
     if (!mkdtemp(name)) std::abort();
     desktop = name;
-    foldersRefused = false;
+    foldersRefused = diskFull = false;
+    overwrittenFiles.clear();
     refusedFile.clear();
-    diskFull = false;
 }
 
 void removeTempDesktop() {
@@ -59,7 +60,13 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     const bool refused = *mode != L'r' && !refusedFile.empty() &&
                          file.string().find(refusedFile) != std::string::npos;
     if (file.empty() || refused || fs::is_directory(file)) return nullptr;
-    return File(std::fopen(file.c_str(), fs::path(mode).c_str()));
+    std::error_code error;
+    if (*mode == L'w' && fs::file_size(file, error) > 0 && !error)
+        overwrittenFiles.push_back(fs::relative(file, desktop).string());
+    File opened(std::fopen(file.c_str(), fs::path(mode).c_str()));
+    if (opened && diskFull && *mode != L'r')
+        opened.reset(std::fopen("/dev/full", fs::path(mode).c_str()));
+    return opened;
 }
 
 bool replaceFile(const std::wstring& from, const std::wstring& to) {

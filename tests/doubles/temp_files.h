@@ -8,7 +8,9 @@
 
 extern bool foldersRefused;
 extern std::string refusedFile; // files whose path holds this text cannot be written; empty: none
-extern bool diskFull;           // what is flushed to it fails
+
+extern bool diskFull; // files can be made, and nothing be written into them
+extern std::vector<std::string> overwrittenFiles; // opened for writing with something in them
 
 void makeTempDesktop();
 void removeTempDesktop();

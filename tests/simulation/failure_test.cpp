@@ -156,6 +156,16 @@ TEST_F(FailureTest, NoMainWindowEndsWithoutSettings) {
     EXPECT_EQ(contentOf("KST_Data/Config.txt"), "");
 }
 
+TEST_F(FailureTest, ALightThatTheEndCannotSwitchOffIsSaid) {
+    at(3000, [] { postCommand(idLaserOn); });
+    at(4000, [] {
+        serial.refuseWrite = true;
+        post(messageClose);
+    });
+    answer("laser board lost: the laser may be on", BoxAnswer::Ok);
+    EXPECT_EQ(runProgram(1), 0);
+}
+
 TEST_F(FailureTest, FiftyIdleSecondsSwitchEverythingOff) {
     writeSettings(2.0, false);
     when([] { return timerRuns(); },

@@ -5,6 +5,7 @@
 #include "camera/live_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
@@ -15,15 +16,18 @@
 #include "ui/configuration.h"
 #include "ui/tool_windows.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
+#include <sstream>
+#include <utility>
 
 namespace {
 
 // --- The judge -----------------------------------------------------------------------------------
 
-constexpr const char* ruleNames[] = {"lights", "bias",     "place", "watch",
-                                     "cause",  "one move", "box",   "end"};
+constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
+                                     "cell",   "named", "files", "box",   "end"};
 
 // Sets of laboratory axes.
 constexpr unsigned noAxis = 0, axisX = 1u << labX, axisY = 1u << labY, axisZ = 1u << labZ;
@@ -44,9 +48,13 @@ struct Cause {
     std::string what;
     unsigned axes = noAxis;
     bool process = false;
-    bool sweep = false;  // of the bias
-    bool inMove = false; // it came in the middle of a move
+    bool sweep = false;    // of the bias
+    bool inMove = false;   // it came in the middle of a move
+    bool began = false;    // a process
+    size_t saidBefore = 0; // information texts
 };
+
+constexpr const char* scanName = "scan";
 
 // Two axes count as arrived within 3 um, a zero drops its microsteps (1.25 um), and the carriage
 // may lag behind its motor by the play (2 um), at the zero as well.
@@ -57,8 +65,8 @@ class Judge {
 public:
     Judge(RandomDay& record, const std::set<Rule>& rules) : day(record), ignored(rules) {
         current = this;
-        real.open = vendors<decltype(real.open)>("open_device");
-        real.move = vendors<decltype(real.move)>("command_move");
+        real.open = stageFunction<decltype(real.open)>("open_device");
+        real.move = stageFunction<decltype(real.move)>("command_move");
         replaceFunction(
             "open_device", +[](const char* name) { return current->opens(name); });
         replaceFunction(
@@ -91,14 +99,17 @@ public:
         cause.inMove = stageIsMoving();
         causes.push_back(std::move(cause));
     }
-    void end() { causes.pop_back(); }
+    void end() {
+        if (causes.back().began && !processUnderWay()) lookAtProcessEnd(causes.back());
+        causes.pop_back();
+    }
 
     void breaks(const std::string& text) {
         faults = text;
         for (AxisView& each : axes) each.doubtful |= blamesAxis(each);
-        biasDoubtful |= blamesBus();
         boardEverBroken |= blames("board");
         busEverBroken |= blamesBus();
+        cameraEverBroken |= blames("camera Pylon");
     }
 
     void calledZero(unsigned which) {
@@ -115,6 +126,12 @@ public:
         lookAtLights();
         lookAtBias();
         for (int axis : {labX, labY, labZ}) lookAtAxis(axis);
+        lookAtProcess();
+        lookAtCells();
+        if (!overwrittenFiles.empty()) {
+            find(Rule::Files, "overwritten: " + overwrittenFiles.back());
+            overwrittenFiles.clear();
+        }
         if (labCounters().moves != movesSeen)
             find(Rule::Cause, "the stage was moved past the program's library");
     }
@@ -124,7 +141,7 @@ public:
 
     void choseInstrument() { instrumentChosen = true; }
 
-    bool busIsBlamed() const { return biasDoubtful || blamesBus(); }
+    void count(const std::string& what) { ++day.counts[what]; }
 
     // After the program's end.
     void lookAtEnd() {
@@ -132,23 +149,32 @@ public:
         if (processRunning != 0) find(Rule::End, "a process still runs");
         if (imagingStarts != 0) find(Rule::End, "imaging was not stopped");
         const bool reached = labBoardPresent();
-        if (reached && !saidLost && !boardDoubtful && (labLaserPwm() != 0 || labIlluminated()))
+        if (reached && !saidLost && !saidAtEnd() && !boardDoubtful &&
+            (labLaserPwm() != 0 || labIlluminated()))
             find(Rule::Lights, formatted("left on: laser %d, illumination %d", labLaserPwm(),
                                          labIlluminated() ? 1 : 0));
-        if (!busIsBlamed() && labBiasVolts() != 0.0)
-            find(Rule::Bias, formatted("left on: %g V", labBiasVolts()));
+        if (labBiasVolts() != 0.0 && !biasSaidLost && !saidAtEnd())
+            find(Rule::Bias, formatted("left on without a word: %g V", labBiasVolts()));
         if (!boardEverBroken && (labLaserPwm() != 0 || labIlluminated()))
             find(Rule::End, "the laser or the illumination was left on");
         if (!busEverBroken && labBiasVolts() != 0.0) find(Rule::End, "a bias was left on");
         const LabCounters& left = labCounters();
-        if (left.cameraDevices != 0) find(Rule::End, "a camera device was not destroyed");
+        if (left.cameraDevices != devicesBefore && !cameraEverBroken)
+            find(Rule::End, "a camera device was not destroyed");
         if (!instrumentChosen) lookAtLinks(left);
         if (serial.openPorts != 0) find(Rule::End, "the port was not closed");
     }
 
 private:
-    template <class Function> static Function vendors(const char* name) {
-        return reinterpret_cast<Function>(virtualLabFunction("libximc.dll", name));
+    template <class Function> static Function stageFunction(const char* name) {
+        return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
+    }
+
+    static bool saidAtEnd() {
+        const auto says = [](const ShownBox& box) {
+            return box.text.find("may be on") != std::string::npos;
+        };
+        return std::any_of(shownBoxes.begin(), shownBoxes.end(), says);
     }
 
     static bool isPageKey(const Message& message) {
@@ -183,9 +209,11 @@ private:
         const std::string name = formatted("command %d", id);
         switch (id) {
         case idStart:
+            return {scanName, allAxes, true};
         case idWideView:
+            return {"wide view", allAxes, true};
         case idFocus:
-            return {name, allAxes, true};
+            return {"autofocus", allAxes, true};
         case idMoveXPlus:
         case idMoveXMinus:
             return {name, axisX};
@@ -215,8 +243,9 @@ private:
     int moves(int id, int position, int microsteps) {
         for (int axis : {labX, labY, labZ})
             if (id >= 0 && axes[axis].id == id) judgeMove(axis);
+        const uint64_t before = labCounters().moves;
         const int result = real.move(id, position, microsteps);
-        if (result == 0) ++movesSeen;
+        movesSeen += labCounters().moves - before;
         return result;
     }
 
@@ -262,7 +291,9 @@ private:
     // A light that is on must show, or the title must say that the board is lost. One that is off
     // need not while the board does not answer: "On" is then what was asked for.
     void lookAtLights() {
-        saidLost = windowText(mainWindow, 200).find("board lost") != std::string::npos;
+        const std::string title = windowText(mainWindow, 200);
+        saidLost = title.find("board lost") != std::string::npos;
+        biasSaidLost = title.find("the bias may be on") != std::string::npos;
         // A board that takes everything and does nothing cannot be told from one that is there.
         if (blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
         const bool answers = labBoardPresent() && laserLink.disconnected == 0;
@@ -286,11 +317,92 @@ private:
         const double volts = labBiasVolts();
         const double said = static_cast<double>(instrumentLink.biasVoltage);
         const bool right = std::fabs(volts) < 1e-6 || std::fabs(volts - said) < 1e-3;
-        if (right) {
-            biasDoubtful = blamesBus();
-        } else if (!busIsBlamed()) {
+        if (!right && !biasSaidLost)
             find(Rule::Bias, formatted("%g V on the sample, %g V in the dialog", volts, said));
+    }
+
+    // The first wait of a process.
+    void lookAtProcess() {
+        const bool runs = processUnderWay();
+        if (runs && !processSeen && !causes.empty()) {
+            causes.back().began = true;
+            causes.back().saidBefore = historyOf(Field::Information).size();
+            ++day.counts["process: " + causes.back().what];
+            marked.clear();
         }
+        processSeen = runs;
+    }
+
+    void lookAtProcessEnd(const Cause& cause) {
+        processSeen = false;
+        if (!mainWindow) return;
+        look();
+        std::string said;
+        const std::vector<std::string>& all = historyOf(Field::Information);
+        for (size_t i = std::min(cause.saidBefore, all.size()); i < all.size(); ++i) said += all[i];
+        const bool scans = cause.what == scanName;
+        if (scans && said.find("Mapping finished") == std::string::npos) return; // it was not begun
+        if (scans && labLaserPwm() != 0 && !saidLost && !boardDoubtful)
+            find(Rule::Lights, "the laser is on after a scan");
+        if ((scans || cause.axes == noAxis) && labBiasVolts() != 0.0 && !biasSaidLost)
+            find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));
+        if (!scans) return;
+        if (marked[PointMark::Silent] > 0 && said.find(". No ") == std::string::npos)
+            find(Rule::Named, "nothing is said of silent points");
+        if (marked[PointMark::NotReached] > 0 && said.find(". Not reached") == std::string::npos)
+            find(Rule::Named, "nothing is said of points not reached");
+    }
+
+    // Each cell that has been marked since the last look is the one that was measured last.
+    void lookAtCells() {
+        if (scanMap.marks.size() != marksSeen.size() ||
+            (!marksSeen.empty() && scanMap.marks[0].size() != marksSeen[0].size()))
+            marksSeen = {};
+        marksSeen.resize(scanMap.marks.size());
+        for (size_t c = 0; c < marksSeen.size(); ++c) {
+            if (scanMap.marks[c] == marksSeen[c]) continue;
+            marksSeen[c].resize(scanMap.marks[c].size());
+            for (size_t m = 0; m < marksSeen[c].size(); ++m) {
+                const PointMark mark = scanMap.marks[c][m];
+                if (std::exchange(marksSeen[c][m], mark) == mark) continue;
+                if (mark != PointMark::NotMeasured) judgeCell(c, m, mark);
+            }
+        }
+    }
+
+    void judgeCell(size_t c, size_t m, PointMark mark) {
+        const ScanConditions& scan = *scanMap.conditions;
+        ++marked[mark];
+        ++day.counts[mark == PointMark::Measured ? "points measured" : "points in doubt"];
+        struct {
+            double timeMs = -1, x = 0, y = 0, value = 0;
+        } read;
+        const bool board = scan.ammeterKind == kindArduino;
+        if (board && !labReads().empty()) {
+            const LabRead& last = labReads().back();
+            read = {last.timeMs, last.sampleX, last.sampleY, last.volts};
+        } else if (!board && !labMeasurements().empty()) {
+            const LabMeasurement& last = labMeasurements().back();
+            read = {last.timeMs, last.sampleX, last.sampleY, last.value};
+        }
+        const double before = std::exchange(lastCellMs, read.timeMs);
+        if (mark != PointMark::Measured) return;
+        if (read.timeMs <= before) return find(Rule::Cell, "marked measured without a reading");
+        const double row = scan.rows - 1.0 - static_cast<double>(m);
+        const double x = axes[labX].zeroUm + scan.homeXUm + scan.offsetXUm +
+                         static_cast<double>(c) * scan.stepUm +
+                         (labSpotPixel().column - labCentreColumn) * labUmPerPixel;
+        const double y = axes[labY].zeroUm + scan.homeYUm + scan.offsetYUm + row * scan.stepUm +
+                         (labSpotPixel().row - labCentreRow) * labUmPerPixel;
+        const bool doubtful = axes[labX].doubtful || axes[labY].doubtful;
+        if (!doubtful && std::hypot(read.x - x, read.y - y) > placeToleranceUm)
+            find(Rule::Cell, formatted("measured at (%.1f, %.1f) um, belongs to (%.1f, %.1f)",
+                                       read.x, read.y, x, y));
+        const double cell = static_cast<double>(scanMap.maps[planePhotocurrent][c][m]);
+        const double is = read.value * selectedInstrument().readingScale;
+        if (board && cell == 0.0 && is < 10.5 * labAdcStepVolts) return; // too few steps
+        if (std::fabs(cell - is) > 1e-3 * std::fabs(is) + 1e-9)
+            find(Rule::Cell, formatted("holds %g, measured was %g", cell, is));
     }
 
     void lookAtAxis(int axis) {
@@ -339,8 +451,13 @@ private:
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
     bool boardDoubtful = false;
-    bool biasDoubtful = false; // a source may not have heard what it was told
-    bool saidLost = false;
+    bool saidLost = false, biasSaidLost = false; // in the title
+    bool processSeen = false;
+    bool cameraEverBroken = false;
+    const uint64_t devicesBefore = labCounters().cameraDevices;
+    std::vector<std::vector<PointMark>> marksSeen;
+    std::map<PointMark, int> marked; // in the process that runs, or ran last
+    double lastCellMs = -1;
     struct {
         int (*open)(const char* name);
         int (*move)(int id, int position, int microsteps);
@@ -349,37 +466,17 @@ private:
 
 // --- The operator --------------------------------------------------------------------------------
 
-constexpr const char* faultLines[] = {"",
-                                      "",
-                                      "",
-                                      "",
-                                      "camera lost",
-                                      "camera absent",
-                                      "stage absent",
-                                      "stage count 2",
-                                      "axis x absent",
-                                      "axis y absent",
-                                      "axis x stalled",
-                                      "axis z stalled",
-                                      "axis x lost",
-                                      "axis y lost 20",
-                                      "axis z mute",
-                                      "axis x slow 60",
-                                      "axis z old",
-                                      "limit x right at 15",
-                                      "limit y left at -30",
-                                      "board unplugged",
-                                      "board unplugged",
-                                      "board absent",
-                                      "gpib error",
-                                      "gpib error ibwrt 3",
-                                      "gpib absent",
-                                      "visa absent",
-                                      "instrument absent",
-                                      "instrument refused",
-                                      "instrument stuck",
-                                      "instrument silent",
-                                      "instrument garbage"};
+constexpr const char* faultLines[] = {
+    "camera silent",           "camera unsettled",   "axis y mute",         "axis x old",
+    "stage count 1",           "limit z right at 5", "backlash x 5",        "gpib error ibrd 2",
+    "gpib error ibclr",        "gpib error ibonl",   "visa empty",          "k2450 other",
+    "instrument unterminated", "camera lost",        "camera absent",       "stage absent",
+    "stage count 2",           "axis x absent",      "axis y absent",       "axis x stalled",
+    "axis z stalled",          "axis x lost",        "axis y lost 20",      "axis z mute",
+    "axis x slow 60",          "axis z old",         "limit x right at 15", "limit y left at -30",
+    "board unplugged",         "board unplugged",    "board absent",        "gpib error",
+    "gpib error ibwrt 3",      "gpib absent",        "visa absent",         "instrument absent",
+    "instrument refused",      "instrument stuck",   "instrument silent",   "instrument garbage"};
 
 constexpr const char* typedTexts[] = {"5", "-30", "", "nan", "1e30", "9999999999", "100", "x"};
 
@@ -412,7 +509,7 @@ public:
         case 5:
             return breaksOrMends();
         case 6:
-            return commands(idStart);
+            return commands(oneOf({idStart, idStart, idFocus, idWideView}));
         case 7:
         case 8:
             return commands(idConfiguration);
@@ -518,17 +615,57 @@ private:
              [enter = edit.enter] { enter(); });
     }
 
+    // A call that fails, with or without doing what it was asked, or is late, from the n-th on.
+    std::string breaksCall() {
+        const struct {
+            const char* device;
+            const char* library;
+        } devices[] = {
+            {"stage", "libximc.dll"}, {"camera", "PylonC_v9.dll"}, {"visa", "VISA64.dll"}};
+        const auto device = oneOf(devices);
+        const std::vector<std::string> names = faultyFunctions(device.library);
+        CallFault fault{names[static_cast<size_t>(below(static_cast<int>(names.size())))]};
+        fault.from = 1 + below(30);
+        fault.fails = below(4) != 0;
+        fault.carriedOut = below(3) == 0;
+        if (!fault.fails) fault.lateMs = 100 + below(5000);
+        libraries.callFaults.push_back(fault);
+        judge.count(formatted("fault: %s call ", device.device) + (!fault.fails ? "late"
+                                                                   : fault.carriedOut
+                                                                       ? "done and failed"
+                                                                       : "fails"));
+        return formatted("%s %s %s from the %d. call on", device.device, fault.function.c_str(),
+                         fault.fails ? "fails" : "is late", fault.from);
+    }
+
     void breaksOrMends() {
-        std::string lines = oneOf(faultLines);
+        std::string lines = below(2) == 0 ? "" : oneOf(faultLines);
         if (below(3) == 0) lines += std::string("\n") + oneOf(faultLines);
         if (!applyLabFaults(lines)) judge.find(Rule::End, "no such fault: " + lines);
+        std::istringstream each(lines);
+        for (std::string line; std::getline(each, line);)
+            if (!line.empty()) judge.count("fault: " + line);
+        if (lines.empty()) judge.count("all mended");
+        libraries.callFaults.clear();
+        if (below(3) == 0) lines += "\n" + breaksCall();
+        serial.refuseWrite = below(12) == 0;
+        serial.replies.clear();
+        for (int left = below(8) == 0 ? 3 : 0; left > 0; --left) serial.replies.push_back("\xFFx,");
+        if (serial.refuseWrite) lines += "\nboard takes nothing";
+        if (!serial.replies.empty()) lines += "\nboard answers garbage";
         judge.breaks(lines);
         const char* const files[] = {"", "Confocal", "KST_Data"};
         refusedFile = oneOf(files);
         foldersRefused = below(4) == 0;
+        diskFull = below(6) == 0;
         drawingFailures[static_cast<Drawing>(below(8))] = below(25);
-        judge.note("broken: " + lines + (foldersRefused ? " | folders" : "") +
-                   (refusedFile.empty() ? "" : " | file " + refusedFile));
+        if (foldersRefused) lines += " | folders";
+        if (diskFull) lines += " | disk full";
+        if (!refusedFile.empty()) lines += " | file " + refusedFile;
+        for (const char* what :
+             {"board takes nothing", "board answers garbage", "| folders", "| disk full", "| file"})
+            if (lines.find(what) != std::string::npos) judge.count(std::string("fault: ") + what);
+        judge.note("broken: " + lines);
     }
 
     void usesTool() {
@@ -617,6 +754,11 @@ RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored) {
     at(time + 1, [] { post(messageClose); });
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");
     judge.lookAtEnd();
+    libraries.callFaults.clear();
+    resetProgram(); // lets go of what the program holds
+    if (liveContexts != 0 || liveBitmaps != 0)
+        judge.find(Rule::End, formatted("%d contexts and %d bitmaps were not given back",
+                                        liveContexts, liveBitmaps));
     return day;
 }
 

@@ -16,6 +16,9 @@ enum class Rule {
     Watch,   // while it moves the program waits for it
     Cause,   // it is moved by a process, a key, a click, a command: along their axes
     OneMove, // and not in the middle of another move
+    Cell,    // a cell of the map that counts as measured holds what was measured there
+    Named,   // of a scan's spoilt points the screen says why
+    Files,   // no file is overwritten
     Box,     // no box holds a process that has not asked it; none asks after a stop
     End,     // the program ends, light and bias off and nothing leaked
 };

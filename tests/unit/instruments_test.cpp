@@ -382,6 +382,32 @@ TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
 }
 
+TEST_F(InstrumentsTest, ABiasThatCannotBeTakenOffIsSaidUntilItIs) {
+    openBareWindow();
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    const struct {
+        int kind, gpibAddress;
+        const char* fault;
+    } sources[] = {{3, 24, "gpib error ibwrt"},
+                   {4, 18, "k2450 stuck"},
+                   {6, 18, "analyzer silent"},
+                   {7, 17, "gpib absent"}};
+    for (const auto& each : sources) {
+        SCOPED_TRACE(each.fault);
+        link.gpibAddress = each.gpibAddress;
+        connectInstrument(each.kind);
+        applyBias(0.5, 1e-3);
+        EXPECT_EQ(biasLeftOn(), "");
+        ASSERT_TRUE(applyLabFaults(each.fault));
+        connectInstrument(kindArduino);
+        EXPECT_EQ(mainWindow->text, "Lumascan - instrument lost: the bias may be on");
+        ASSERT_TRUE(applyLabFaults(""));
+        connectInstrument(each.kind);
+        EXPECT_EQ(mainWindow->text, "Lumascan");
+        EXPECT_EQ(labBiasVolts(), 0.0);
+    }
+}
+
 // What the last one left at the instrument, sent to it past the program.
 void tellUsbSourcemeter(const std::string& lines) {
     const Visa visa = loadVisa();
