@@ -78,8 +78,6 @@ bool startUp(int showCommand) {
 }
 
 void shutDown() {
-    // The title says until here what may be on.
-    const std::string lightSaid = lightLeftOn(), biasSaid = biasLeftOn();
     writeSettingsFile(dataFolders.configPath);
     setLaserOutput(0);
     setLaserLevel(0);
@@ -92,8 +90,7 @@ void shutDown() {
     closeAllStages();
     disconnectInstrument();
     for (const std::string& left : {lightLeftOn(), biasLeftOn()})
-        if (!left.empty() && left != lightSaid && left != biasSaid)
-            showMessageBox(nullptr, left.c_str(), "Lumascan", BoxButtons::Ok);
+        if (!left.empty()) showMessageBox(nullptr, left.c_str(), "Lumascan", BoxButtons::Ok);
     logEvent("Lumascan ends");
 }
 

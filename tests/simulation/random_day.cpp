@@ -182,7 +182,7 @@ private:
                (message.wParam == keyPageUp || message.wParam == keyPageDown);
     }
 
-    static Cause causeOf(const Message& message) {
+    Cause causeOf(const Message& message) {
         switch (message.id) {
         case messageCommand:
             return causeOfCommand(static_cast<int>(message.wParam));
@@ -205,8 +205,9 @@ private:
         return {name};
     }
 
-    static Cause causeOfCommand(int id) {
+    Cause causeOfCommand(int id) {
         const std::string name = formatted("command %d", id);
+        if (id == idLaserOn || id == idLaserView) askedForLaser = true;
         switch (id) {
         case idStart:
             return {scanName, allAxes, true};
@@ -342,7 +343,7 @@ private:
         for (size_t i = std::min(cause.saidBefore, all.size()); i < all.size(); ++i) said += all[i];
         const bool scans = cause.what == scanName;
         if (scans && said.find("Mapping finished") == std::string::npos) return; // it was not begun
-        if (scans && labLaserPwm() != 0 && !saidLost && !boardDoubtful)
+        if (scans && labLaserPwm() != 0 && !saidLost && !boardDoubtful && !askedForLaser)
             find(Rule::Lights, "the laser is on after a scan");
         if ((scans || cause.axes == noAxis) && labBiasVolts() != 0.0 && !biasSaidLost)
             find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));
@@ -372,6 +373,7 @@ private:
 
     void judgeCell(size_t c, size_t m, PointMark mark) {
         const ScanConditions& scan = *scanMap.conditions;
+        askedForLaser = false;
         ++marked[mark];
         ++day.counts[mark == PointMark::Measured ? "points measured" : "points in doubt"];
         struct {
@@ -447,6 +449,7 @@ private:
     std::string faults;
     uint64_t movesSeen = 0;
     int pageKeys = 0;
+    bool askedForLaser = false; // by hand, since the last point
     bool instrumentChosen = false; // in the dialog
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
