@@ -90,12 +90,16 @@ void stepBias(double voltage, double limit) {
 void connectInstrument(int32_t kind) {
     if (!isInstrumentKind(kind)) return;
     const InstrumentKind& chosen = instrumentKind(kind);
-    if (!chosen.open && chosen.failed.text) return show(chosen.failed); // and nothing is changed
     InstrumentLink& link = instrumentLink;
     const int32_t previous = link.ammeterKind;
     const auto limit = static_cast<double>(link.currentLimit);
-    // Nobody could take it away over a link that is no longer the selected one.
     const bool biasWasOn = link.appliedVoltage != 0.0f;
+    if (!chosen.open && chosen.failed.text) { // nothing is changed but the bias, if one was typed
+        const bool typed = link.appliedVoltage != link.biasVoltage;
+        if (biasWasOn && typed) applyBias(static_cast<double>(link.biasVoltage), limit);
+        return show(chosen.failed);
+    }
+    // Nobody could take it away over a link that is no longer the selected one.
     if (biasWasOn || link.mayBeBiased[static_cast<size_t>(previous)]) applyBias(0.0, limit);
     link.ammeterKind = kind;
     logEvent("Instrument: " + narrowed(chosen.name));

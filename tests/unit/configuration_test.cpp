@@ -169,6 +169,7 @@ TEST_F(ConfigurationTest, TakesTheBiasOffBeforeTheInstrumentChanges) {
         {3, 4, idSet, "0.25", "24", "k2450 refused", "No SourceMeter devices found", 0.25,
          "0.250000"},
         {4, 1, idSet, "0.5", "24", "", "This equipment is not supported", 0.5, "0.500000"},
+        {4, 1, idSet, "0", "24", "", "This equipment is not supported", 0, "0.000000"},
         {6, 6, idInitializeInstrument, "0.5", "24", "analyzer refused", "No Parameter Analyzer", 0,
          "0.000000"},
     };
