@@ -49,6 +49,7 @@ struct Cause {
     unsigned axes = noAxis;
     bool process = false;
     bool sweep = false;    // of the bias
+    bool bias = false;     // may put one on the sample, as a process may
     bool inMove = false;   // it came in the middle of a move
     bool began = false;    // a process
     size_t saidBefore = 0; // information texts
@@ -100,6 +101,7 @@ public:
         causes.push_back(std::move(cause));
     }
     void end() {
+        look(); // nothing may have waited meanwhile
         if (causes.back().began && !processUnderWay()) lookAtProcessEnd(causes.back());
         causes.pop_back();
     }
@@ -107,6 +109,8 @@ public:
     void breaks(const std::string& text) {
         faults = text;
         for (AxisView& each : axes) each.doubtful |= blamesAxis(each);
+        // A board that takes everything and does nothing cannot be told from one that is there.
+        if (blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
         boardEverBroken |= blames("board");
         busEverBroken |= blamesBus();
         cameraEverBroken |= blames("camera Pylon");
@@ -295,7 +299,6 @@ private:
         const std::string title = windowText(mainWindow, 200);
         saidLost = title.find("board lost") != std::string::npos;
         biasSaidLost = title.find("the bias may be on") != std::string::npos;
-        // A board that takes everything and does nothing cannot be told from one that is there.
         if (blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
         const bool answers = labBoardPresent() && laserLink.disconnected == 0;
         bool right = true;
@@ -313,9 +316,15 @@ private:
     }
 
     void lookAtBias() {
-        for (const Cause& cause : causes)
+        bool mayComeOn = false;
+        for (const Cause& cause : causes) {
             if (cause.sweep) return;
+            mayComeOn |= cause.process || cause.bias;
+        }
         const double volts = labBiasVolts();
+        if (volts != 0.0 && biasSeen == 0.0 && !mayComeOn)
+            find(Rule::Cause, formatted("a bias was put on, %g V", volts));
+        biasSeen = volts;
         const double said = static_cast<double>(instrumentLink.biasVoltage);
         const bool right = std::fabs(volts) < 1e-6 || std::fabs(volts - said) < 1e-3;
         if (!right && !biasSaidLost)
@@ -449,11 +458,12 @@ private:
     std::string faults;
     uint64_t movesSeen = 0;
     int pageKeys = 0;
-    bool askedForLaser = false; // by hand, since the last point
+    bool askedForLaser = false;    // by hand, since the last point
     bool instrumentChosen = false; // in the dialog
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
     bool boardDoubtful = false;
+    double biasSeen = 0.0;                       // V; at the last look
     bool saidLost = false, biasSaidLost = false; // in the title
     bool processSeen = false;
     bool cameraEverBroken = false;
@@ -482,6 +492,18 @@ constexpr const char* faultLines[] = {
     "instrument refused",      "instrument stuck",   "instrument silent",   "instrument garbage"};
 
 constexpr const char* typedTexts[] = {"5", "-30", "", "nan", "1e30", "9999999999", "100", "x"};
+
+// What Enter may do behind a field of the dialog.
+struct Enter {
+    int id;
+    unsigned axes;
+    bool bias;
+};
+
+constexpr Enter enters[] = {{idHandStep, noAxis, false},    {idDialogPositionX, xy, false},
+                            {idDialogPositionY, xy, false}, {idLaserComPort, noAxis, false},
+                            {idGpibAddress, noAxis, true},  {idAddressOctet4, noAxis, true},
+                            {idBias, noAxis, true},         {idInstrumentList, noAxis, true}};
 
 class Operator {
 public:
@@ -539,9 +561,12 @@ public:
         inDialog = true;
         for (int left = below(8); left > 0 && mainWindow; --left) {
             advanceVirtualTime(below(400));
-            switch (below(5)) {
+            switch (below(6)) {
             case 0:
                 typesInDialog();
+                break;
+            case 5:
+                entersInDialog();
                 break;
             case 1:
                 setDialogText(idBias, oneOf({"0", "0.5", "-1", "nan"}));
@@ -689,6 +714,16 @@ private:
         judge.note(formatted("in %d he types ", id) + dialogTextIn(id));
     }
 
+    // Behind a field, and after what is typed there.
+    void entersInDialog() {
+        const Enter field = oneOf(enters);
+        judge.note(formatted("Enter in %d", field.id));
+        judge.begin({formatted("Enter in %d", field.id), field.axes, false, false, field.bias});
+        if (field.bias) judge.choseInstrument();
+        onConfigurationEnter(field.id);
+        judge.end();
+    }
+
     void choosesInstrument() {
         const int kind = below(equipmentKindCount);
         selectInDialogList(idInstrumentList, kind);
@@ -704,7 +739,8 @@ private:
         judge.note(formatted("presses %d", id));
         if (id == idInitializeInstrument) judge.choseInstrument();
         const bool moves = id == idGo || (id >= idHandXMinus && id <= idHandYPlus);
-        judge.begin({formatted("button %d", id), moves ? xy : noAxis});
+        const bool bias = id == idSet || id == idInitializeInstrument;
+        judge.begin({formatted("button %d", id), moves ? xy : noAxis, false, false, bias});
         if (id == idConfocalCheck) checkInDialog(id, below(2) == 0);
         onConfigurationCommand(id);
         if (id == idSetZero && !stageIsTaken()) judge.calledZero(xy);

@@ -10,14 +10,11 @@ namespace {
 
 unsigned firstSeed = 0, endSeed = 20;
 
-// What the program does not heed yet.
-const std::set<Rule> notYet = {Rule::Lights, Rule::Bias, Rule::OneMove, Rule::Box};
-
 class RandomOperatorTest : public LabTest, public testing::WithParamInterface<unsigned> {};
 
 TEST_P(RandomOperatorTest, SeesTheTruthAndEndsWithTheLaserOff) {
     testing::internal::CaptureStdout();
-    const RandomDay day = liveRandomDay(GetParam(), notYet);
+    const RandomDay day = liveRandomDay(GetParam());
     testing::internal::GetCapturedStdout();
     EXPECT_TRUE(day.findings.empty()) << told(day);
 }
