@@ -1,5 +1,6 @@
 // Lives through a range of random days, on several cores: `campaign --seeds 0..100000 --jobs 2`.
 // Each job is a process of its own, so a day that crashes or hangs is a failed seed and no more.
+// Asked to end (SIGTERM, SIGINT) it prints the table of the days until then.
 // A failing seed prints what happened; `--seeds 7..7 --verbose` prints the history of any.
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/random_day.h"
@@ -40,6 +41,7 @@ struct Job {
 
 std::map<std::string, uint64_t> counts, failures;
 uint64_t days = 0, failedDays = 0;
+volatile std::sig_atomic_t enough = 0;
 
 void liveThrough(const Range& range, uint64_t seed, int to) {
     FILE* lines = fdopen(to, "w");
@@ -161,18 +163,21 @@ int main(int argc, char** argv) {
     std::vector<Job> jobs(static_cast<size_t>(range.jobs));
     for (size_t i = 0; i < jobs.size() && range.first + i <= range.last; ++i)
         start(jobs[i], range, range.first + i);
-    for (bool anyRuns = true; anyRuns;) {
+    for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { enough = 1; });
+    for (bool anyRuns = true; anyRuns && !enough;) {
         std::vector<pollfd> polled;
         for (const Job& job : jobs) polled.push_back({job.lines, POLLIN, 0});
-        poll(polled.data(), polled.size(), 1000);
-        anyRuns = false;
-        for (size_t i = 0; i < jobs.size(); ++i) {
+        const bool interrupted = poll(polled.data(), polled.size(), 1000) < 0;
+        anyRuns = interrupted;
+        for (size_t i = 0; i < jobs.size() && !interrupted; ++i) {
             Job& job = jobs[i];
             if (job.lines >= 0 && job.living && Clock::now() - job.began > longestDay)
                 kill(job.process, SIGKILL);
             anyRuns |= job.lines >= 0 && (polled[i].revents == 0 || follows(job, range));
         }
     }
+    for (const Job& job : jobs)
+        if (job.lines >= 0) kill(job.process, SIGKILL);
     printTable(std::chrono::duration<double>(Clock::now() - began).count());
     return failedDays == 0 ? 0 : 1;
 }

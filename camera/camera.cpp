@@ -9,6 +9,7 @@
 #include "session/refusals.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 
@@ -145,9 +146,11 @@ void fillTestPattern(CameraState& state) {
     state.grabResult.reset();
     // Byte i is i / 10 + phase: runs of ten equal bytes.
     const auto bytes = static_cast<size_t>(state.frameBytes);
-    auto value = static_cast<uint8_t>(state.fallbackPhase);
-    for (size_t start = 0; start < bytes; start += 10, ++value)
-        for (size_t i = start; i < start + 10 && i < bytes; ++i) state.frame[i] = value;
+    std::array<uint8_t, size_t{256} * 10> period;
+    for (size_t i = 0; i < period.size(); ++i)
+        period[i] = static_cast<uint8_t>(i / 10 + static_cast<uint32_t>(state.fallbackPhase));
+    for (size_t start = 0; start < bytes; start += period.size())
+        std::copy_n(period.begin(), std::min(period.size(), bytes - start), state.frame + start);
     state.fallbackPhase = static_cast<int32_t>(static_cast<uint32_t>(state.fallbackPhase) + 1);
 }
 

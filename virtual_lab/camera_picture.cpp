@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <map>
 
 constexpr int pictureWidth = labRawWidth / 2, pictureHeight = labRawHeight / 2;
 
@@ -229,13 +230,56 @@ static void addSpot(uint8_t* raw, double brightness) {
     }
 }
 
+static size_t spotLine() {
+    return static_cast<size_t>(labRawHeight - 2 - 2 * labSpotPixel().row);
+}
+
+// What a frame shows, up to its noise.
+struct Scene {
+    double brightness, x, y, z;
+    int laserPwm;
+    bool illuminated;
+    int firstSeen;
+    bool operator==(const Scene&) const = default;
+};
+
+// By its memory, what was drawn there last, with the line through the spot: another may lie there
+// since.
+struct Drawn {
+    Scene scene;
+    std::array<uint8_t, labRawWidth> line;
+};
+static std::map<const uint8_t*, Drawn> drawn;
+
+static bool isStillThere(const uint8_t* raw, const Scene& scene) {
+    const uint8_t* line = raw + size_t{labRawWidth} * spotLine();
+    const auto last = drawn.find(raw);
+    return last != drawn.end() && last->second.scene == scene &&
+           std::memcmp(line, last->second.line.data(), labRawWidth) == 0;
+}
+
+void setLabRowsAroundSpot(int rows) {
+    LabLock lock;
+    lab.rowsAroundSpot = rows;
+    drawn.clear();
+}
+
 void renderLabFrame(uint8_t* raw) {
     LabLock lock;
-    chooseRows();
     double brightness = cameraSensitivity();
+    const Scene scene = {brightness,       labStageUm(labX),   labStageUm(labY),
+                         labStageUm(labZ), lab.board.laserPwm, lab.board.illuminated,
+                         automaticTop()};
+    const bool nobodyLooks = lab.rowsAroundSpot >= 0;
+    if (nobodyLooks && isStillThere(raw, scene)) return;
+    chooseRows();
     if (lab.board.illuminated)
         drawIlluminated(raw, brightness);
     else
         drawDark(raw);
     if (lab.board.laserPwm > 0) addSpot(raw, brightness);
+    if (!nobodyLooks) return;
+    Drawn& now = drawn[raw];
+    now.scene = scene;
+    std::memcpy(now.line.data(), raw + size_t{labRawWidth} * spotLine(), labRawWidth);
 }

@@ -240,6 +240,7 @@ constexpr int labRawWidth = 2464, labRawHeight = 2056;
 void renderLabFrame(uint8_t* raw);
 
 // Until the next resetLab frames show only so many picture rows on either side of the laser spot,
-// and those that the automatic functions look at; the others stay as they are in the buffer. For
-// runs in which nobody looks at them: it is most of a frame's work.
+// and those that the automatic functions look at; the others stay as they are in the buffer, and so
+// do all of a buffer that shows the scene already, its noise too. For runs in which nobody looks at
+// them: it is most of a frame's work.
 void setLabRowsAroundSpot(int rows);

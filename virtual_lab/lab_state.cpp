@@ -44,11 +44,6 @@ void resetLab(uint64_t seed) {
     resetInstruments();
 }
 
-void setLabRowsAroundSpot(int rows) {
-    LabLock lock;
-    lab.rowsAroundSpot = rows;
-}
-
 static int axisNamed(const std::string& name) {
     if (name == "x") return labX;
     if (name == "y") return labY;

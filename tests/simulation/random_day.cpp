@@ -263,7 +263,8 @@ private:
             --pageKeys;
         else if ((cause.axes & 1u << axis) == 0)
             find(Rule::Cause, formatted("%s was sent", name));
-        if (cause.inMove) find(Rule::OneMove, formatted("%s was sent inside another move", name));
+        if (cause.inMove && !nudged)
+            find(Rule::OneMove, formatted("%s was sent inside another move", name));
         if (stageIsMoving() && labStageMoves(axis) && !axes[axis].doubtful)
             find(Rule::OneMove, formatted("%s was sent elsewhere on its way", name));
         axes[axis].unwatchedFromUm = NAN;
@@ -316,15 +317,16 @@ private:
     }
 
     void lookAtBias() {
-        bool mayComeOn = false;
+        bool mayComeOn = false, sweeps = false;
         for (const Cause& cause : causes) {
-            if (cause.sweep) return;
+            sweeps |= cause.sweep;
             mayComeOn |= cause.process || cause.bias;
         }
         const double volts = labBiasVolts();
-        if (volts != 0.0 && biasSeen == 0.0 && !mayComeOn)
+        const double before = std::exchange(biasSeen, volts);
+        if (sweeps) return;
+        if (volts != 0.0 && before == 0.0 && !mayComeOn)
             find(Rule::Cause, formatted("a bias was put on, %g V", volts));
-        biasSeen = volts;
         const double said = static_cast<double>(instrumentLink.biasVoltage);
         const bool right = std::fabs(volts) < 1e-6 || std::fabs(volts - said) < 1e-3;
         if (!right && !biasSaidLost)
@@ -385,16 +387,22 @@ private:
         askedForLaser = false;
         ++marked[mark];
         ++day.counts[mark == PointMark::Measured ? "points measured" : "points in doubt"];
+        const bool board = scan.ammeterKind == kindArduino;
+        const double scale = selectedInstrument().readingScale;
+        const auto cell = static_cast<double>(scanMap.maps[planePhotocurrent][c][m]);
         struct {
             double timeMs = -1, x = 0, y = 0, value = 0;
         } read;
-        const bool board = scan.ammeterKind == kindArduino;
         if (board && !labReads().empty()) {
             const LabRead& last = labReads().back();
             read = {last.timeMs, last.sampleX, last.sampleY, last.volts};
-        } else if (!board && !labMeasurements().empty()) {
-            const LabMeasurement& last = labMeasurements().back();
-            read = {last.timeMs, last.sampleX, last.sampleY, last.value};
+        }
+        // A row begins with a reading that no cell keeps.
+        for (size_t i = board ? 0 : labMeasurements().size(); i > 0; --i) {
+            const LabMeasurement& at = labMeasurements()[i - 1];
+            if (at.timeMs <= lastCellMs) break;
+            read = {at.timeMs, at.sampleX, at.sampleY, at.value};
+            if (std::fabs(cell - at.value * scale) <= 1e-3 * std::fabs(cell)) break;
         }
         const double before = std::exchange(lastCellMs, read.timeMs);
         if (mark != PointMark::Measured) return;
@@ -409,8 +417,7 @@ private:
         if (!doubtful && std::hypot(read.x - x, read.y - y) > placeToleranceUm)
             find(Rule::Cell, formatted("measured at (%.1f, %.1f) um, belongs to (%.1f, %.1f)",
                                        read.x, read.y, x, y));
-        const double cell = static_cast<double>(scanMap.maps[planePhotocurrent][c][m]);
-        const double is = read.value * selectedInstrument().readingScale;
+        const double is = read.value * scale;
         if (board && cell == 0.0 && is < 10.5 * labAdcStepVolts) return; // too few steps
         if (std::fabs(cell - is) > 1e-3 * std::fabs(is) + 1e-9)
             find(Rule::Cell, formatted("holds %g, measured was %g", cell, is));
