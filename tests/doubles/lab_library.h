@@ -19,6 +19,7 @@ struct CallFault {
 };
 
 struct LibraryDouble {
+    bool callsMayFail = false; // set before the program loads a library
     std::vector<CallFault> callFaults;
     bool allAbsent = false;
     std::set<std::string> absent;               // by file name

@@ -7,27 +7,52 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 namespace fs = std::filesystem;
 
 bool foldersRefused = false;
 std::string refusedFile;
-bool diskFull = false;
+bool flushFails = false, diskFull = false;
 std::vector<std::string> overwrittenFiles;
+DiskWatch diskWatch;
 static fs::path desktop;
+static std::map<FILE*, std::string> names; // of what was opened last
 
-void makeTempDesktop() {
+static void watchDisk() {
+    if (diskWatch.before) diskWatch.before();
+}
+
+static std::string makeTempFolder() {
     char name[] = "/tmp/lumascan-XXXXXX";
     if (!mkdtemp(name)) std::abort();
-    desktop = name;
-    foldersRefused = diskFull = false;
+    return name;
+}
+
+void makeTempDesktop() {
+    removeTempDesktop();
+    diskWatch = {};
+    desktop = makeTempFolder();
+    foldersRefused = flushFails = diskFull = false;
     overwrittenFiles.clear();
     refusedFile.clear();
 }
 
 void removeTempDesktop() {
     std::error_code ignored;
-    fs::remove_all(desktop, ignored);
+    if (!desktop.empty()) fs::remove_all(desktop, ignored);
+    desktop.clear();
+}
+
+std::string copyDesktop() {
+    const std::string folder = makeTempFolder();
+    fs::copy(desktop, folder, fs::copy_options::recursive);
+    return folder;
+}
+
+void useAsDesktop(const std::string& folder) {
+    removeTempDesktop();
+    desktop = folder;
 }
 
 // Empty for a name that Windows does not take.
@@ -60,28 +85,37 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     const bool refused = *mode != L'r' && !refusedFile.empty() &&
                          file.string().find(refusedFile) != std::string::npos;
     if (file.empty() || refused || fs::is_directory(file)) return nullptr;
+    watchDisk();
     std::error_code error;
     if (*mode == L'w' && fs::file_size(file, error) > 0 && !error)
         overwrittenFiles.push_back(fs::relative(file, desktop).string());
     File opened(std::fopen(file.c_str(), fs::path(mode).c_str()));
     if (opened && diskFull && *mode != L'r')
         opened.reset(std::fopen("/dev/full", fs::path(mode).c_str()));
+    if (opened) names[opened.get()] = fs::relative(file, desktop).string();
     return opened;
 }
 
 bool replaceFile(const std::wstring& from, const std::wstring& to) {
+    watchDisk();
     std::error_code error;
     fs::rename(nativePath(from), nativePath(to), error);
     return !error;
 }
 
 bool flushToDisk(FILE* file) {
-    return std::fflush(file) == 0 && !diskFull;
+    watchDisk();
+    const bool flushed = std::fflush(file) == 0 && !diskFull && !flushFails;
+    if (flushed && diskWatch.flushed) diskWatch.flushed(names[file]);
+    return flushed;
 }
 
 void removeFile(const std::wstring& path) {
+    watchDisk();
     std::error_code ignored;
-    fs::remove(nativePath(path), ignored);
+    const fs::path file = nativePath(path);
+    if (fs::remove(file, ignored) && diskWatch.removed)
+        diskWatch.removed(fs::relative(file, desktop).string());
 }
 
 std::vector<std::string> filesOnDesktop() {

@@ -12,6 +12,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "tests/doubles/doubles.h"
+#include "tests/simulation/power_cut.h"
 #include "ui/commands.h"
 #include "ui/configuration.h"
 #include "ui/tool_windows.h"
@@ -27,7 +28,7 @@ namespace {
 // --- The judge -----------------------------------------------------------------------------------
 
 constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
-                                     "cell",   "named", "files", "box",   "end"};
+                                     "cell",   "named", "files", "kept",  "box",   "end"};
 
 // Sets of laboratory axes.
 constexpr unsigned noAxis = 0, axisX = 1u << labX, axisY = 1u << labY, axisZ = 1u << labZ;
@@ -780,10 +781,16 @@ RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored) {
     day.seed = seed;
     prepareWorld();
     nobodyLooks = true;
+    libraries.callsMayFail = true;
     setLabRowsAroundSpot(rowsLookedAt);
     onLeftButtonUp(-1, -1); // no drag and no idle time is left from another day
     resetIdle();
     Judge judge(day, ignored);
+    PowerCut powerCut(seed);
+    onlooker.waits = [&, judges = onlooker.waits] {
+        judges();
+        powerCut.look();
+    };
     Operator hand(seed, judge);
     answerOthers = [&](const ShownBox& box) { return hand.answers(box); };
     whileDialogOpen = [&] { hand.configures(); };
@@ -805,6 +812,9 @@ RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored) {
     if (liveContexts != 0 || liveBitmaps != 0)
         judge.find(Rule::End, formatted("%d contexts and %d bitmaps were not given back",
                                         liveContexts, liveBitmaps));
+    if (!powerCut.hasHappened()) return day;
+    for (const std::string& wrong : powerCut.startAgain(day.counts)) judge.find(Rule::Kept, wrong);
+    resetProgram();
     return day;
 }
 

@@ -19,6 +19,7 @@ enum class Rule {
     Cell,    // a cell of the map that counts as measured holds what was measured there
     Named,   // of a scan's spoilt points the screen says why
     Files,   // no file is overwritten
+    Kept,    // what was on the disk when the power was cut is recovered, and nothing else
     Box,     // no box holds a process that has not asked it; none asks after a stop
     End,     // the program ends, light and bias off and nothing leaked
 };

@@ -77,7 +77,7 @@ TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
     const std::string left = contentOf(file);
     ASSERT_TRUE(beginJournal("scan"));
     EXPECT_EQ(contentOf(file), left);
-    diskFull = true;
+    flushFails = true;
     testing::internal::CaptureStdout();
     flushJournal();
     journalLine("lost");
