@@ -34,6 +34,7 @@ private:
     std::string journal;
     size_t flushedSize = 0;
     ScanMap flushed;
-    ScanMap scanThen; // at the cut
+    ScanMap scanThen;  // at the cut
+    bool ended = true; // the journal's scan
     uint32_t luck;
 };
