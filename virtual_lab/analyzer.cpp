@@ -15,6 +15,13 @@ constexpr double largestLimit = 0.105;
 constexpr double networkTimeoutMs = 3000;
 constexpr int networkOk = LabKxci::connected, networkFailed = -1;
 
+struct Analyzer {
+    bool userMode = false;
+    LabSource units[unitCount];
+    double integrationMs = 20;
+};
+static Analyzer analyzer;
+
 struct UserCommand {
     std::string letters;
     int number = -1; // directly behind the letters
@@ -44,7 +51,7 @@ static bool takeCommand(const char*& at, UserCommand& command) {
 }
 
 static std::string measureCurrent(int unit) {
-    const LabSource& source = lab.instruments.analyzer.units[unit];
+    const LabSource& source = analyzer.units[unit];
     bool limited = false;
     double amps = unit == 0 ? contactCurrent(source, limited) : 0;
     amps = digitizeCurrent(amps, automaticRange(amps, smallestAmps, largestAmps), 1e-15);
@@ -67,7 +74,6 @@ static bool setVoltage(LabSource& source, const std::vector<double>& arguments) 
 }
 
 static bool execute(const UserCommand& command, std::string& answer, double& takesMs) {
-    LabAnalyzer& analyzer = lab.instruments.analyzer;
     int number = command.number;
     if (command.letters == "US" && number < 0) return analyzer.userMode = true;
     if (!analyzer.userMode) return false;
@@ -88,8 +94,9 @@ static bool execute(const UserCommand& command, std::string& answer, double& tak
     return false;
 }
 
-void analyzerTakes(const std::string& message, const char* terminator) {
-    lab.instruments.lines[labAnalyzer].output.clear();
+// Over the bus, where a reply ends in a line feed.
+void analyzerTakes(LabInstrument who, const std::string& message) {
+    lab.instruments.lines[who].output.clear();
     std::string text = message.substr(0, message.find_last_not_of("\r\n") + 1), answer;
     double takesMs = 0;
     bool understood = !text.empty();
@@ -97,9 +104,18 @@ void analyzerTakes(const std::string& message, const char* terminator) {
         UserCommand command;
         understood = takeCommand(at, command) && execute(command, answer, takesMs);
     }
-    if (!understood) noteError(labAnalyzer, "illegal command", text);
+    if (!understood) noteError(who, "illegal command", text);
     if (answer.empty()) answer = understood ? "ACK" : "ERROR";
-    reply(labAnalyzer, answer, terminator, takesMs);
+    reply(who, answer, "\r\n", takesMs);
+}
+
+void renewAnalyzer(LabInstrument) {
+    analyzer = {};
+    lab.instruments.networkLinked = false;
+}
+
+const LabSource& analyzerSource(LabInstrument) {
+    return analyzer.units[0];
 }
 
 void setLabAnalyzerNetwork(const std::string& address, int port) {
@@ -144,9 +160,10 @@ void SendKXCICommand_C(const char* command, char* answer, int* status) {
             LabInstrumentLine& line = lab.instruments.lines[labAnalyzer];
             logEntry(line.commands, std::string(command));
             if (labOnCommand) labOnCommand(labAnalyzer, command);
-            analyzerTakes(command, "");
+            analyzerTakes(labAnalyzer, command);
             if (!line.output.empty()) {
                 text = line.output.front().bytes;
+                text.erase(text.find_last_not_of("\r\n") + 1);
                 waitMs = line.output.front().readyMs - labNowMs();
                 line.output.clear();
             }

@@ -17,194 +17,75 @@ constexpr uint32_t notWritable = illegalState, wrongType = logicalError;
 // Entries of the automatic functions' enumerations.
 constexpr double autoOff = 1, autoOnce = 2;
 
+// One line for each: name, kind, generation, value, minimum, maximum, entries; then whether it can
+// only be read and is fixed while frames are grabbed. Each region whose brightness the automatic
+// functions look at has its own values; as delivered, region 1 is the middle of the sensor.
 static std::vector<LabFeature> initialFeatures() {
     using enum FeatureKind;
     using enum FeatureAge;
     constexpr double wide = labRawWidth, high = labRawHeight;
-    std::vector<LabFeature> features = {
-        {.name = "PixelFormat",
-         .kind = Enumeration,
-         .value = 1,
-         .entries = {"BayerRG8", "BayerRG12"},
-         .fixedWhileGrabbing = true},
-        {.name = "AcquisitionMode",
-         .kind = Enumeration,
-         .value = 1,
-         .entries = {"SingleFrame", "Continuous"},
-         .fixedWhileGrabbing = true},
-        {.name = "TriggerSelector", .kind = Enumeration, .entries = {"FrameStart"}},
-        {.name = "TriggerMode", .kind = Enumeration, .entries = {"Off", "On"}},
-        {.name = "AcquisitionStart", .kind = Command},
-        {.name = "AcquisitionStop", .kind = Command},
+    constexpr bool readOnly = true, fixed = true;
+    const std::vector<const char*> none, modes = {"SingleFrame", "Continuous"},
+                                         automatic = {"Continuous", "Off", "Once"};
+    const auto region = [](const char* name, FeatureAge age, double first, double second,
+                           double minimum, double maximum) {
+        return LabFeature{name, Integer, age,   first, minimum, maximum,
+                          {},   false,   false, true,  second};
+    };
+    return {
+        {"PixelFormat", Enumeration, Always, 1, 0, 0, {"BayerRG8", "BayerRG12"}, false, fixed},
+        {"AcquisitionMode", Enumeration, Always, 1, 0, 0, modes, false, fixed},
+        {"TriggerSelector", Enumeration, Always, 0, 0, 0, {"FrameStart"}},
+        {"TriggerMode", Enumeration, Always, 0, 0, 0, {"Off", "On"}},
+        {"AcquisitionStart", Command},
+        {"AcquisitionStop", Command},
 
-        {.name = "OffsetX", .kind = Integer, .maximum = wide, .fixedWhileGrabbing = true},
-        {.name = "OffsetY", .kind = Integer, .maximum = high, .fixedWhileGrabbing = true},
-        {.name = "Width",
-         .kind = Integer,
-         .value = wide,
-         .minimum = 16,
-         .maximum = wide,
-         .fixedWhileGrabbing = true},
-        {.name = "Height",
-         .kind = Integer,
-         .value = high,
-         .minimum = 16,
-         .maximum = high,
-         .fixedWhileGrabbing = true},
-        {.name = "SensorWidth", .kind = Integer, .value = wide, .readOnly = true},
-        {.name = "SensorHeight", .kind = Integer, .value = high, .readOnly = true},
-        {.name = "PayloadSize", .kind = Integer, .readOnly = true},
+        {"OffsetX", Integer, Always, 0, 0, wide, none, false, fixed},
+        {"OffsetY", Integer, Always, 0, 0, high, none, false, fixed},
+        {"Width", Integer, Always, wide, 16, wide, none, false, fixed},
+        {"Height", Integer, Always, high, 16, high, none, false, fixed},
+        {"PayloadSize", Integer, Always, 0, 0, 0, none, readOnly},
 
-        {.name = "GainAuto",
-         .kind = Enumeration,
-         .value = autoOff,
-         .entries = {"Continuous", "Off", "Once"}},
-        {.name = "ExposureAuto",
-         .kind = Enumeration,
-         .value = autoOff,
-         .entries = {"Continuous", "Off", "Once"}},
-        {.name = "BalanceWhiteAuto",
-         .kind = Enumeration,
-         .value = autoOff,
-         .entries = {"Continuous", "Off", "Once"}},
+        {"GainAuto", Enumeration, Always, autoOff, 0, 0, automatic},
+        {"ExposureAuto", Enumeration, Always, autoOff, 0, 0, automatic},
+        {"BalanceWhiteAuto", Enumeration, Always, autoOff, 0, 0, automatic},
 
-        {.name = "DeviceSFNCVersionMajor",
-         .kind = Integer,
-         .age = Sfnc2,
-         .value = 2,
-         .readOnly = true},
-        {.name = "DeviceSFNCVersionMinor",
-         .kind = Integer,
-         .age = Sfnc2,
-         .value = 3,
-         .readOnly = true},
-        {.name = "DeviceSFNCVersionSubMinor", .kind = Integer, .age = Sfnc2, .readOnly = true},
-        {.name = "Gain", .kind = Float, .age = Sfnc2, .maximum = 36},
-        {.name = "AutoGainLowerLimit", .kind = Float, .age = Sfnc2, .maximum = 36},
-        {.name = "AutoGainUpperLimit", .kind = Float, .age = Sfnc2, .value = 36, .maximum = 36},
-        {.name = "ExposureTime",
-         .kind = Float,
-         .age = Sfnc2,
-         .value = 5000,
-         .minimum = 20,
-         .maximum = 1e7},
-        {.name = "AutoExposureTimeLowerLimit",
-         .kind = Float,
-         .age = Sfnc2,
-         .value = 20,
-         .minimum = 20,
-         .maximum = 1e6},
-        {.name = "AutoExposureTimeUpperLimit",
-         .kind = Float,
-         .age = Sfnc2,
-         .value = 1e5,
-         .minimum = 20,
-         .maximum = 1e6},
-        {.name = "AutoTargetBrightness",
-         .kind = Float,
-         .age = Sfnc2,
-         .value = 0.5,
-         .minimum = 0.2,
-         .maximum = 0.8},
-        {.name = "BalanceRatio", .kind = Float, .age = Sfnc2, .value = 1, .maximum = 16},
-        {.name = "AcquisitionBurstFrameCount",
-         .kind = Integer,
-         .age = Sfnc2,
-         .value = 1,
-         .minimum = 1,
-         .maximum = 1023},
+        {"DeviceSFNCVersionMajor", Integer, Sfnc2, 2, 0, 0, none, readOnly},
+        {"DeviceSFNCVersionMinor", Integer, Sfnc2, 3, 0, 0, none, readOnly},
+        {"DeviceSFNCVersionSubMinor", Integer, Sfnc2, 0, 0, 0, none, readOnly},
+        {"Gain", Float, Sfnc2, 0, 0, 36},
+        {"AutoGainLowerLimit", Float, Sfnc2, 0, 0, 36},
+        {"AutoGainUpperLimit", Float, Sfnc2, 36, 0, 36},
+        {"ExposureTime", Float, Sfnc2, 5000, 20, 1e7},
+        {"AutoExposureTimeLowerLimit", Float, Sfnc2, 20, 20, 1e6},
+        {"AutoExposureTimeUpperLimit", Float, Sfnc2, 1e5, 20, 1e6},
+        {"AutoTargetBrightness", Float, Sfnc2, 0.5, 0.2, 0.8},
+        {"BalanceRatio", Float, Sfnc2, 1, 0, 16},
+        {"AutoFunctionROISelector", Enumeration, Sfnc2, 0, 0, 0, {"ROI1", "ROI2"}},
+        region("AutoFunctionROIOffsetX", Sfnc2, wide / 4, 0, 0, wide),
+        region("AutoFunctionROIOffsetY", Sfnc2, high / 4, 0, 0, high),
+        region("AutoFunctionROIWidth", Sfnc2, wide / 2, wide, 16, wide),
+        region("AutoFunctionROIHeight", Sfnc2, high / 2, high, 16, high),
+        {"AutoFunctionROIUseBrightness", Boolean, Sfnc2, 1, 0, 1, none, false, false, true},
 
-        {.name = "GainRaw", .kind = Integer, .age = BeforeSfnc2, .maximum = 360}, // 0.1 dB
-        {.name = "AutoGainRawLowerLimit", .kind = Integer, .age = BeforeSfnc2, .maximum = 360},
-        {.name = "AutoGainRawUpperLimit",
-         .kind = Integer,
-         .age = BeforeSfnc2,
-         .value = 360,
-         .maximum = 360},
-        {.name = "ExposureTimeAbs",
-         .kind = Float,
-         .age = BeforeSfnc2,
-         .value = 5000,
-         .minimum = 20,
-         .maximum = 1e7},
+        {"GainRaw", Integer, BeforeSfnc2, 0, 0, 360}, // 0.1 dB
+        {"AutoGainRawLowerLimit", Integer, BeforeSfnc2, 0, 0, 360},
+        {"AutoGainRawUpperLimit", Integer, BeforeSfnc2, 360, 0, 360},
+        {"ExposureTimeAbs", Float, BeforeSfnc2, 5000, 20, 1e7},
         // In place of the time in us (see findFeature): units of a base, as delivered 20 us.
-        {.name = "ExposureTimeRaw",
-         .kind = Integer,
-         .age = BeforeSfnc2,
-         .value = 250,
-         .minimum = 1,
-         .maximum = 4095},
-        {.name = "ExposureTimeBaseAbs",
-         .kind = Float,
-         .age = BeforeSfnc2,
-         .value = 20,
-         .minimum = 20,
-         .maximum = 1e7},
-        {.name = "AutoExposureTimeAbsLowerLimit",
-         .kind = Float,
-         .age = BeforeSfnc2,
-         .value = 20,
-         .minimum = 20,
-         .maximum = 1e6},
-        {.name = "AutoExposureTimeAbsUpperLimit",
-         .kind = Float,
-         .age = BeforeSfnc2,
-         .value = 1e5,
-         .minimum = 20,
-         .maximum = 1e6},
-        {.name = "AutoTargetValue",
-         .kind = Integer,
-         .age = BeforeSfnc2,
-         .value = 128,
-         .minimum = 50,
-         .maximum = 205},
-        {.name = "BalanceRatioAbs", .kind = Float, .age = BeforeSfnc2, .value = 1, .maximum = 16},
-        {.name = "AcquisitionFrameCount",
-         .kind = Integer,
-         .age = BeforeSfnc2,
-         .value = 1,
-         .minimum = 1,
-         .maximum = 255},
+        {"ExposureTimeRaw", Integer, BeforeSfnc2, 250, 1, 4095},
+        {"ExposureTimeBaseAbs", Float, BeforeSfnc2, 20, 20, 1e7},
+        {"AutoExposureTimeAbsLowerLimit", Float, BeforeSfnc2, 20, 20, 1e6},
+        {"AutoExposureTimeAbsUpperLimit", Float, BeforeSfnc2, 1e5, 20, 1e6},
+        {"AutoTargetValue", Integer, BeforeSfnc2, 128, 50, 205},
+        {"BalanceRatioAbs", Float, BeforeSfnc2, 1, 0, 16},
+        {"AcquisitionFrameCount", Integer, BeforeSfnc2, 1, 1, 255},
+        {"AutoFunctionAOISelector", Enumeration, BeforeSfnc2, 0, 0, 0, {"AOI1", "AOI2"}},
+        region("AutoFunctionAOIOffsetX", BeforeSfnc2, wide / 4, 0, 0, wide),
+        region("AutoFunctionAOIOffsetY", BeforeSfnc2, high / 4, 0, 0, high),
+        region("AutoFunctionAOIWidth", BeforeSfnc2, wide / 2, wide, 16, wide),
+        region("AutoFunctionAOIHeight", BeforeSfnc2, high / 2, high, 16, high),
     };
-
-    // The regions whose brightness the automatic functions look at. As delivered, region 1 is the
-    // middle of the sensor.
-    struct Names {
-        FeatureAge age;
-        const char *selector, *first, *second, *offsetX, *offsetY, *width, *height;
-    };
-    for (const Names& names :
-         {Names{Sfnc2, "AutoFunctionROISelector", "ROI1", "ROI2", "AutoFunctionROIOffsetX",
-                "AutoFunctionROIOffsetY", "AutoFunctionROIWidth", "AutoFunctionROIHeight"},
-          Names{BeforeSfnc2, "AutoFunctionAOISelector", "AOI1", "AOI2", "AutoFunctionAOIOffsetX",
-                "AutoFunctionAOIOffsetY", "AutoFunctionAOIWidth", "AutoFunctionAOIHeight"}}) {
-        auto add = [&](const char* name, double value, double other, double minimum,
-                       double maximum) {
-            features.push_back({.name = name,
-                                .kind = Integer,
-                                .age = names.age,
-                                .value = value,
-                                .minimum = minimum,
-                                .maximum = maximum,
-                                .perRegion = true,
-                                .otherValue = other});
-        };
-        features.push_back({.name = names.selector,
-                            .kind = Enumeration,
-                            .age = names.age,
-                            .entries = {names.first, names.second}});
-        add(names.offsetX, wide / 4, 0, 0, wide);
-        add(names.offsetY, high / 4, 0, 0, high);
-        add(names.width, wide / 2, wide, 16, wide);
-        add(names.height, high / 2, high, 16, high);
-    }
-    features.push_back({.name = "AutoFunctionROIUseBrightness",
-                        .kind = Boolean,
-                        .age = Sfnc2,
-                        .value = 1,
-                        .maximum = 1,
-                        .perRegion = true});
-    return features;
 }
 
 void resetCamera() {
@@ -372,7 +253,6 @@ static double currentMaximum(const LabFeature& feature) {
     };
     if (name.ends_with("OffsetX")) return without("OffsetX", "Width");
     if (name.ends_with("OffsetY")) return without("OffsetY", "Height");
-    if (name == "SensorWidth" || name == "SensorHeight") return feature.value;
     if (name.ends_with("Width")) return without("Width", "OffsetX");
     if (name.ends_with("Height")) return without("Height", "OffsetY");
     if (name == "PayloadSize") return static_cast<double>(cameraPayload());
@@ -436,15 +316,10 @@ uint32_t GenApiGetLastErrorMessage(char* buffer, size_t* length) {
     return giveText(lab.camera.lastError, buffer, length);
 }
 
-uint8_t PylonDeviceFeatureIsImplemented(void* handle, const char* name) {
-    LabLock lock;
-    return openDevice(handle) && findFeature(name);
-}
-
 uint8_t PylonDeviceFeatureIsAvailable(void* handle, const char* name) {
-    if (PylonDeviceFeatureIsImplemented(handle, name)) return 1;
-    // The entries of an enumeration have names of their own.
     LabLock lock;
+    if (openDevice(handle) && findFeature(name)) return 1;
+    // The entries of an enumeration have names of their own.
     constexpr std::string_view prefix = "EnumEntry_TriggerSelector_";
     LabFeature* selector = openDevice(handle) ? findFeature("TriggerSelector") : nullptr;
     if (!selector || !std::string_view(name).starts_with(prefix)) return 0;
@@ -542,10 +417,6 @@ uint32_t PylonDeviceSetBooleanFeature(void* handle, const char* name, uint8_t va
     LabFeature* feature = nullptr;
     uint32_t error = look(handle, name, true, FeatureKind::Boolean, feature);
     return error ? error : store(*feature, value != 0);
-}
-
-uint32_t PylonDeviceGetBooleanFeature(void* handle, const char* name, uint8_t* value) {
-    return giveNumber(handle, name, FeatureKind::Boolean, presentValue, value);
 }
 
 uint32_t PylonDeviceExecuteCommandFeature(void* handle, const char* name) {

@@ -46,9 +46,11 @@ double contactCurrent(const LabSource& source, bool& limited) {
 
 static std::vector<LabSource> sourcesThatAreOn() {
     std::vector<LabSource> on;
-    for (const LabSourcemeter& meter : lab.instruments.sourcemeters)
-        if (meter.source.on && meter.sourcesVolts) on.push_back(meter.source);
-    if (lab.instruments.analyzer.units[0].on) on.push_back(lab.instruments.analyzer.units[0]);
+    for (int i = 0; i < labInstrumentCount; ++i) {
+        const auto& sourceOf = labInstrumentKinds[i].source;
+        if (sourceOf && sourceOf(static_cast<LabInstrument>(i)).on)
+            on.push_back(sourceOf(static_cast<LabInstrument>(i)));
+    }
     return on;
 }
 

@@ -99,7 +99,6 @@ uint32_t PylonDeviceOpen(void* device, int accessMode);
 uint32_t PylonDeviceClose(void* device);
 uint32_t PylonDeviceIsOpen(void* device, uint8_t* open);
 
-uint8_t PylonDeviceFeatureIsImplemented(void* device, const char* name);
 uint8_t PylonDeviceFeatureIsAvailable(void* device, const char* name);
 uint8_t PylonDeviceFeatureIsReadable(void* device, const char* name);
 uint8_t PylonDeviceFeatureIsWritable(void* device, const char* name);
@@ -114,7 +113,6 @@ uint32_t PylonDeviceGetFloatFeature(void* device, const char* name, double* valu
 uint32_t PylonDeviceGetFloatFeatureMin(void* device, const char* name, double* value);
 uint32_t PylonDeviceGetFloatFeatureMax(void* device, const char* name, double* value);
 uint32_t PylonDeviceSetBooleanFeature(void* device, const char* name, uint8_t value);
-uint32_t PylonDeviceGetBooleanFeature(void* device, const char* name, uint8_t* value);
 uint32_t PylonDeviceExecuteCommandFeature(void* device, const char* name);
 
 uint32_t PylonDeviceGetStreamGrabber(void* device, size_t index, void** grabber);
@@ -220,7 +218,7 @@ void CloseKXCIConnection_C();
     F(PylonInitialize) F(PylonTerminate) F(GenApiGetLastErrorMessage)                              \
     F(PylonEnumerateDevices) F(PylonCreateDeviceByIndex) F(PylonDestroyDevice)                     \
     F(PylonDeviceOpen) F(PylonDeviceClose)                                                         \
-    F(PylonDeviceFeatureIsReadable) F(PylonDeviceFeatureIsWritable)                                \
+    F(PylonDeviceFeatureIsAvailable) F(PylonDeviceFeatureIsReadable) F(PylonDeviceFeatureIsWritable)                                \
     F(PylonDeviceFeatureFromString) F(PylonDeviceFeatureToString)                                  \
     F(PylonDeviceSetIntegerFeature) F(PylonDeviceGetIntegerFeature)                                \
     F(PylonDeviceGetIntegerFeatureMin) F(PylonDeviceGetIntegerFeatureMax)                          \
@@ -237,9 +235,7 @@ void CloseKXCIConnection_C();
     F(PylonStreamGrabberFinishGrab)
 
 // Exported for completeness; the program does not call them.
-#define LAB_FURTHER_PYLON_FUNCTIONS(F)                                                             \
-    F(PylonDeviceFeatureIsImplemented) F(PylonDeviceFeatureIsAvailable)                            \
-    F(PylonDeviceGetBooleanFeature) F(PylonDeviceIsOpen)
+#define LAB_FURTHER_PYLON_FUNCTIONS(F) F(PylonDeviceIsOpen)
 
 #define LAB_NI488_FUNCTIONS(F)                                                                     \
     F(ibdev) F(ibclr) F(ibwrt) F(ibrd) F(ibonl) F(ThreadIbsta) F(ThreadIberr) F(ThreadIbcnt)

@@ -9,7 +9,7 @@ using namespace LabNi488;
 using Status = unsigned long;
 constexpr size_t systemErrorNumber = 0xE0140025; // as of an adapter that has been pulled
 constexpr int boardDescriptor = 0;
-constexpr int busInstruments = labAnalyzer + 1;
+constexpr int busInstruments = labAnalyzer + 1; // the first ones
 
 // Of the calling thread's last call.
 struct CallOutcome {
@@ -95,13 +95,13 @@ int ibdev(int board, int pad, int sad, int tmo, int eot, int eos) {
     bool timeoutKnown = tmo >= 0 && tmo < static_cast<int>(std::size(timeoutsMs));
     if (lab.faults.gpibAbsent || board != 0) {
         fail(noBoard);
-    } else if (pad < 0 || pad > 30 || !secondary || !timeoutKnown || eos != 0) {
-        fail(badArgument); // no end-of-string byte is modelled
+    } else if (pad < 0 || pad > 30 || !secondary || !timeoutKnown || eot == 0 || eos != 0) {
+        fail(badArgument); // writes that do not end a message are not modelled
     } else if (brokenNow("ibdev", false)) {
         fail(driverError);
     } else {
         int descriptor = ++lab.instruments.lastDescriptor;
-        lab.instruments.gpibDevices[descriptor] = {pad, timeoutsMs[tmo], eot != 0, {}};
+        lab.instruments.gpibDevices[descriptor] = {pad, timeoutsMs[tmo]};
         finish(statusComplete);
         return descriptor;
     }
@@ -115,13 +115,12 @@ unsigned long ibclr(int descriptor) {
         if (descriptor == boardDescriptor) return fail(badArgument);
         LabGpibDevice* device = deviceFor(descriptor, "ibclr");
         if (!device) return last.status;
-        device->held.clear();
         LabInstrument who = instrumentAt(device->address);
         // The others on the bus take the command bytes, so a wrong address goes unnoticed here.
         if (who == labInstrumentCount) return finish(statusComplete);
         if (!lab.faults.instruments[who].stuck) {
             lab.instruments.lines[who].output.clear();
-            if (who == labMultimeter) clearMultimeter();
+            if (labInstrumentKinds[who].clears) labInstrumentKinds[who].clears();
             ++lab.counters.deviceClears;
             return finish(statusComplete);
         }
@@ -143,10 +142,7 @@ unsigned long ibwrt(int descriptor, const void* bytes, size_t count) {
         if (!bytes) return fail(badArgument);
         who = instrumentAt(device->address);
         if (who == labInstrumentCount) return fail(noListener);
-        device->held.append(static_cast<const char*>(bytes), count);
-        bool ended = device->endsWrites || (!device->held.empty() && device->held.back() == '\n');
-        if (!ended || count == 0) return finish(statusComplete, 0, count);
-        message.swap(device->held);
+        message.assign(static_cast<const char*>(bytes), count);
         timeoutMs = device->timeoutMs;
     }
     if (sendToInstrument(who, message, timeoutMs) == LabTransfer::Ended)

@@ -18,7 +18,7 @@ static bool* faultNamed(const std::string& name, LabInstrumentFaults& faults) {
 
 static bool isMeant(const std::string& device, LabInstrument who) {
     if (who == labSecondScope) return device == "scope" || device == "instrument";
-    return device == labInstrumentNames[who] || device == "instrument";
+    return device == labInstrumentKinds[who].name || device == "instrument";
 }
 
 static bool parseGpibError(std::istringstream& words, LabFaults& faults) {
@@ -39,7 +39,7 @@ static bool parseAddress(std::istringstream& words, const std::string& device, L
     int address = 0;
     if (!(words >> at >> address) || at != "at" || address < 1 || address > 30) return false;
     for (int who = labMultimeter; who <= labAnalyzer; ++who) {
-        if (device != labInstrumentNames[who]) continue;
+        if (device != labInstrumentKinds[who].name) continue;
         faults.gpibAddresses[who] = address;
         return true;
     }

@@ -6,8 +6,6 @@
 #include <cstring>
 #include <utility>
 
-const char* const labInstrumentNames[labInstrumentCount] = {"multimeter", "sourcemeter", "analyzer",
-                                                            "k2450",      "scope",       "scope2"};
 void (*labOnCommand)(LabInstrument, const std::string&) = nullptr;
 
 static LabInstrumentLine& lineOf(LabInstrument who) {
@@ -23,23 +21,6 @@ bool instrumentPresent(LabInstrument who) {
     return !faultsOf(who).absent;
 }
 
-static void take(LabInstrument who, const std::string& message) {
-    switch (who) {
-    case labMultimeter:
-        return multimeterTakes(message);
-    case labSourcemeter:
-    case labUsbSourcemeter:
-        return sourcemeterTakes(who, message);
-    case labScope:
-    case labSecondScope:
-        return scopeTakes(who, message);
-    case labAnalyzer:
-        return analyzerTakes(message, "\r\n");
-    case labInstrumentCount:
-        break;
-    }
-}
-
 LabTransfer sendToInstrument(LabInstrument who, const std::string& message, double timeoutMs) {
     {
         LabLock lock;
@@ -47,7 +28,7 @@ LabTransfer sendToInstrument(LabInstrument who, const std::string& message, doub
         if (!faultsOf(who).stuck) {
             logEntry(lineOf(who).commands, message);
             if (labOnCommand) labOnCommand(who, message);
-            take(who, message);
+            labInstrumentKinds[who].takes(who, message);
             return LabTransfer::Ended;
         }
     }
@@ -75,17 +56,16 @@ LabTransfer receiveFromInstrument(LabInstrument who, void* buffer, size_t count,
             LabLock lock;
             if (!instrumentPresent(who)) return LabTransfer::Lost;
             bool stuck = faultsOf(who).stuck;
-            if (first && who == labMultimeter && !stuck && lineOf(who).output.empty())
-                multimeterTalks();
+            const LabInstrumentKind& kind = labInstrumentKinds[who];
+            if (first && kind.talks && !stuck && lineOf(who).output.empty()) kind.talks();
             const std::deque<LabReply>& output = lineOf(who).output;
             bool coming = !stuck && !output.empty();
             double nowMs = labNowMs();
             if (coming && output.front().readyMs <= nowMs)
                 return takeBytes(who, buffer, count, received);
             if (nowMs >= deadlineMs) {
-                bool isSourcemeter = who == labSourcemeter || who == labUsbSourcemeter;
-                if (isSourcemeter && output.empty() && !stuck && !faultsOf(who).silent)
-                    sourcemeterHadNothingToSay(who);
+                if (kind.hadNothingToSay && output.empty() && !stuck && !faultsOf(who).silent)
+                    kind.hadNothingToSay(who);
                 return LabTransfer::TimedOut;
             }
             // Short enough to notice an instrument that is switched off meanwhile.
@@ -105,13 +85,10 @@ static void lengthenNumber(std::string& text, size_t length) {
 }
 
 void reply(LabInstrument who, std::string text, const char* terminator, double takesMs) {
-    constexpr size_t longScopeNumber = 40, longNumber = 120;
     const LabInstrumentFaults& faults = faultsOf(who);
     if (faults.silent) return;
     if (faults.garbage) text = "?@#\x80~*Q\xFF%&u";
-    if (faults.longNumbers)
-        lengthenNumber(text,
-                       who == labScope || who == labSecondScope ? longScopeNumber : longNumber);
+    if (faults.longNumbers) lengthenNumber(text, labInstrumentKinds[who].longNumber);
     if (!faults.unterminated) text += terminator;
     lineOf(who).output.push_back({text, labNowMs() + takesMs});
 }
@@ -132,22 +109,21 @@ void resetInstruments() {
     lab.instruments = {};
     lab.instruments.lastDescriptor = before.lastDescriptor;
     lab.instruments.lastVisaObject = before.lastVisaObject;
+    for (int i = 0; i < labInstrumentCount; ++i) {
+        labInstrumentKinds[i].renew(static_cast<LabInstrument>(i));
+        lab.instruments.gpibAddresses[i] = labInstrumentKinds[i].gpibAddress;
+    }
 }
 
 // As after a turn of the mains switch; what programs hold of it is worthless from then on.
 void switchOffAbsentInstruments() {
-    LabInstruments& all = lab.instruments;
     for (int i = 0; i < labInstrumentCount; ++i) {
-        auto who = static_cast<LabInstrument>(i);
+        const auto who = static_cast<LabInstrument>(i);
         if (instrumentPresent(who)) continue;
-        all.lines[who].output.clear();
-        if (who == labMultimeter) all.multimeter = {};
-        if (who == labSourcemeter || who == labUsbSourcemeter) switchOffSourcemeter(who);
-        if (who == labScope) all.scopes[0] = {};
-        if (who == labSecondScope) all.scopes[1] = {};
-        if (who == labAnalyzer) all.analyzer = {};
-        if (who == labAnalyzer) all.networkLinked = false;
-        for (auto& [handle, object] : all.visaObjects)
+        lineOf(who).output.clear();
+        const LabInstrumentKind& kind = labInstrumentKinds[who];
+        (kind.switchOff ? kind.switchOff : kind.renew)(who);
+        for (auto& [handle, object] : lab.instruments.visaObjects)
             if (object.instrument == who) object.lost = true;
     }
 }

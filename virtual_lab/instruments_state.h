@@ -27,49 +27,10 @@ struct LabSource {
     double limit = 1.05e-4; // A
 };
 
-struct LabMultimeter {
-    bool remote = false; // until then commands are not for it
-    int function = 0;    // 0 volts, 3 amperes
-    int range = 0;       // 0 automatic
-    int rate = 2;
-    bool withPrefix = true;
-    std::string pending; // commands that wait for their X
-};
-
-struct LabSourcemeter {
-    LabSource source;
-    bool sourcesVolts = true;
-    double sourceRange = 0; // V; 0 automatic
-    char measures = 'I';    // or V
-    double range = 0;       // A; 0 automatic
-    bool sendsText = true;  // else readings go out as raw bytes
-    double plc = 1;         // integration time in periods of the mains
-    int count = 1;
-    std::deque<int> errorQueue;
-    int eventStatus = 0;
-    std::string language = "SCPI";     // its command set
-    std::string nextLanguage = "SCPI"; // from the next time on that it is switched on
-};
-
-struct LabScope {
-    std::string type = "PERI"; // what it measures
-    std::string channel = "CH1";
-    bool toldNoHeader = false;
-    std::deque<int> events;
-};
-
-struct LabAnalyzer {
-    bool userMode = false;
-    LabSource units[2];
-    double integrationMs = 20;
-};
-
 // A device on the GPIB bus as a program has opened it.
 struct LabGpibDevice {
     int address;
     double timeoutMs;
-    bool endsWrites;  // the last byte of each write is marked as the end
-    std::string held; // written, but the end is still to come
 };
 
 struct LabVisaObject {
@@ -84,12 +45,8 @@ struct LabVisaObject {
 struct LabInstruments {
     LabInstrumentLine lines[labInstrumentCount];
     std::vector<LabMeasurement> measurements;
-    LabMultimeter multimeter;
-    LabSourcemeter sourcemeters[2]; // on the bus, on USB
-    LabScope scopes[2];
-    LabAnalyzer analyzer;
 
-    int gpibAddresses[3] = {18, 24, 17}; // 0: not on the bus
+    int gpibAddresses[labInstrumentCount] = {}; // now; 0: not on the bus
     std::map<int, LabGpibDevice> gpibDevices;
     int lastDescriptor = 1023;
     std::map<uint32_t, LabVisaObject> visaObjects;
@@ -111,6 +68,23 @@ struct LabInstrumentFaults {
     bool otherSerial = false; // the USB sourcemeter
 };
 
+// One kind of instrument: what its model does, and where its links find it. What may be null has
+// nothing to do.
+struct LabInstrumentKind {
+    const char* name; // in the fault text and the log
+    void (*takes)(LabInstrument who, const std::string& message);
+    void (*renew)(LabInstrument who);                     // as delivered
+    void (*switchOff)(LabInstrument who) = nullptr;       // where it then keeps something
+    const char* resource = nullptr;                       // on USB
+    int gpibAddress = 0;                                  // as delivered; 0: not on the bus
+    size_t longNumber = 120;                              // characters, where the faults want that
+    void (*talks)() = nullptr;                            // puts out a reply that nobody asked for
+    void (*clears)() = nullptr;                           // by the bus
+    void (*hadNothingToSay)(LabInstrument who) = nullptr; // and was asked
+    const LabSource& (*source)(LabInstrument who) = nullptr;
+};
+extern const LabInstrumentKind labInstrumentKinds[labInstrumentCount];
+
 // Takes one line of the fault text apart that begins with `device`; false when it is none of the
 // instruments'.
 struct LabFaults;
@@ -120,7 +94,6 @@ void resetInstruments();
 void switchOffAbsentInstruments();
 
 bool instrumentPresent(LabInstrument who);
-extern const char* const labInstrumentNames[labInstrumentCount];
 extern void (*labOnCommand)(LabInstrument who, const std::string& message); // may be null
 
 // --- For the links: they hold no lock ------------------------------------------------------------
@@ -138,14 +111,20 @@ LabTransfer receiveFromInstrument(LabInstrument who, void* buffer, size_t count,
 
 // --- For the instruments: they run under the lock ------------------------------------------------
 
-void multimeterTakes(const std::string& message);
-void multimeterTalks(); // puts the newest reading into its output
+void multimeterTakes(LabInstrument who, const std::string& message);
+void renewMultimeter(LabInstrument who);
+void multimeterTalks();
 void clearMultimeter();
 void sourcemeterTakes(LabInstrument who, const std::string& message);
-void switchOffSourcemeter(LabInstrument who);       // what it keeps is its command set
-void sourcemeterHadNothingToSay(LabInstrument who); // and was asked
+void renewSourcemeter(LabInstrument who);
+void switchOffSourcemeter(LabInstrument who);
+void sourcemeterHadNothingToSay(LabInstrument who);
+const LabSource& sourcemeterSource(LabInstrument who);
 void scopeTakes(LabInstrument who, const std::string& message);
-void analyzerTakes(const std::string& message, const char* terminator);
+void renewScope(LabInstrument who);
+void analyzerTakes(LabInstrument who, const std::string& message);
+void renewAnalyzer(LabInstrument who);
+const LabSource& analyzerSource(LabInstrument who);
 
 // Puts a reply into the output, as the faults let it.
 void reply(LabInstrument who, std::string text, const char* terminator, double takesMs);

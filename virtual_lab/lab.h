@@ -178,7 +178,7 @@ const std::vector<LabRead>& labReads();
 //   camera lacks <feature name>         it has no such feature; several lines, several features
 //   camera unsettled                    an automatic function that works once never ends
 //   camera silent                       it answers every call, but no frame comes
-//   stage absent | stage count 1|2|3
+//   stage absent | stage count 1|2|3    they drive Y, X, Z in this order
 //   axis x|y|z absent                   its controller is not found, the others move up in the list
 //   axis x|y|z stalled
 //   axis x|y|z lost [<n>]               gone, from the n-th call from now on
@@ -189,7 +189,7 @@ const std::vector<LabRead>& labReads();
 //   axis x|y|z old                      its status is the one of the call before
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
-//   backlash x|y|z <um>
+//   backlash x|y|z <um>                 2, 2 and 0.8 when nothing is said
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails
 //   gpib error ibdev|ibclr|ibwrt|ibrd|ibonl [<n>]   only these, from the n-th from now on

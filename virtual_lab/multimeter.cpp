@@ -1,53 +1,29 @@
 // The multimeter on the GPIB bus: single letters with a number, carried out at an X; it measures
-// all the time and tells its newest reading to whoever reads.
+// all the time and tells its newest reading to whoever reads. From its manual; of its settings only
+// the function is known here.
 #include "virtual_lab/lab_state.h"
 
 #include <cmath>
 
-constexpr int functionVolts = 0, functionOhms = 2, functionAmps = 3;
-constexpr const char* functionNames[] = {"DCV", "ACV", "OHM", "DCA", "ACA"};
-constexpr double smallestAmps = 2e-6, largestAmps = 2e-2;
-constexpr double smallestVolts = 0.2, largestVolts = 200;
+constexpr char functionVolts = '0', functionAmps = '3';
 constexpr double stepsOfRange = 200000;
-constexpr double conversionMs[] = {1, 3, 20, 100};
-constexpr const char* overflowDigits = "+9.99999E+09";
+constexpr double conversionMs = 20;
 
-static bool applySetting(LabMultimeter& meter, char letter, int number) {
-    switch (letter) {
-    case 'F':
-        if (number > 4) return false;
-        meter.function = number;
-        return true;
-    case 'R':
-        if (number > 5) return false;
-        meter.range = number;
-        return true;
-    case 'S':
-        if (number > 3) return false;
-        meter.rate = number;
-        return true;
-    case 'G':
-        if (number > 1) return false;
-        meter.withPrefix = number == 0;
-        return true;
-    default:
-        return false;
-    }
-}
+struct Multimeter {
+    bool remote = false; // until then commands are not for it
+    char function = functionVolts;
+    std::string pending; // commands that wait for their X
+};
+static Multimeter meter;
 
-// All of them or, if one is not understood, none.
 static bool execute(const std::string& commands) {
-    LabMultimeter changed = lab.instruments.multimeter;
-    for (size_t i = 0; i < commands.size(); i += 2) {
-        int number = i + 1 < commands.size() ? commands[i + 1] - '0' : -1;
-        if (number < 0 || number > 9 || !applySetting(changed, commands[i], number)) return false;
-    }
-    lab.instruments.multimeter = changed;
-    return true;
+    const bool known =
+        commands == std::string{'F', functionVolts} || commands == std::string{'F', functionAmps};
+    if (known) meter.function = commands[1];
+    return known || commands.empty();
 }
 
-void multimeterTakes(const std::string& message) {
-    LabMultimeter& meter = lab.instruments.multimeter;
+void multimeterTakes(LabInstrument who, const std::string& message) {
     std::string letters;
     for (char byte : message)
         if (byte != '\0' && byte != '\r' && byte != '\n' && byte != ' ') letters += byte;
@@ -55,8 +31,8 @@ void multimeterTakes(const std::string& message) {
         meter.remote = true;
         return;
     }
-    if (!meter.remote) return noteError(labMultimeter, "no remote", letters);
-    lab.instruments.lines[labMultimeter].output.clear();
+    if (!meter.remote) return noteError(who, "no remote", letters);
+    lab.instruments.lines[who].output.clear();
     for (char letter : letters) {
         if (letter != 'X') {
             meter.pending += letter;
@@ -64,30 +40,28 @@ void multimeterTakes(const std::string& message) {
         }
         std::string commands;
         commands.swap(meter.pending);
-        if (!execute(commands)) noteError(labMultimeter, "IDDC", commands + "X");
+        if (!execute(commands)) noteError(who, "IDDC", commands + "X");
     }
 }
 
 void clearMultimeter() {
-    bool remote = lab.instruments.multimeter.remote; // a line of the bus, not cleared with it
-    lab.instruments.multimeter = {};
-    lab.instruments.multimeter.remote = remote;
+    const bool remote = meter.remote; // a line of the bus, not cleared with it
+    meter = {};
+    meter.remote = remote;
+}
+
+void renewMultimeter(LabInstrument) {
+    meter = {};
 }
 
 void multimeterTalks() {
-    const LabMultimeter& meter = lab.instruments.multimeter;
-    bool amps = meter.function == functionAmps;
-    double value = amps                              ? labPhotoCurrent(0)
-                   : meter.function == functionVolts ? labPhotoVoltage()
-                                                     : 0; // nothing alternates here
-    double smallest = amps ? smallestAmps : smallestVolts;
-    double range = meter.range ? smallest * std::pow(10, meter.range - 1)
-                               : automaticRange(value, smallest, amps ? largestAmps : largestVolts);
+    const bool amps = meter.function == functionAmps;
+    double value = amps ? labPhotoCurrent(0) : labPhotoVoltage();
+    const double range = amps ? automaticRange(value, 2e-6, 2e-2) : automaticRange(value, 0.2, 200);
     value = digitizeCurrent(value, range, range / stepsOfRange);
-    bool over = std::abs(value) > range * rangeReach || meter.function == functionOhms;
-    std::string text = over ? overflowDigits : printed("%+.5E", value);
-    if (meter.withPrefix)
-        text = printed("%c%s", over ? 'O' : 'N', functionNames[meter.function]) + text;
+    const char* format = amps ? "NDCA%+.5E" : "NDCV%+.5E";
+    std::string text = printed(format, value);
+    if (std::abs(value) > range * rangeReach) text = amps ? "ODCA+9.99999E+09" : "ODCV+9.99999E+09";
     noteMeasurement(labMultimeter, 0, value);
-    reply(labMultimeter, text, "\r\n", conversionMs[meter.rate]);
+    reply(labMultimeter, text, "\r\n", conversionMs);
 }

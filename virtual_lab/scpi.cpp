@@ -28,7 +28,6 @@ static std::vector<std::string> split(const std::string& text, char separator) {
 
 std::vector<ScpiCommand> splitScpi(const std::string& message) {
     std::vector<ScpiCommand> commands;
-    std::string path = ":"; // up to the last colon
     for (const std::string& part : split(message, ';')) {
         ScpiCommand command;
         command.text = trimmed(part);
@@ -37,8 +36,7 @@ std::vector<ScpiCommand> splitScpi(const std::string& message) {
         std::string header = command.text.substr(0, end);
         command.query = header.back() == '?';
         if (command.query) header.pop_back();
-        if (header.empty() || (header[0] != ':' && header[0] != '*')) header = path + header;
-        if (header[0] == ':') path = header.substr(0, header.rfind(':') + 1);
+        if (header.empty() || (header[0] != ':' && header[0] != '*')) header = ':' + header;
         command.header = header;
         if (end != std::string::npos)
             for (const std::string& parameter : split(command.text.substr(end), ','))
@@ -53,16 +51,16 @@ struct PatternWord {
     bool optional;
 };
 
-static std::vector<PatternWord> wordsOf(const char* pattern) {
+static std::vector<PatternWord> wordsOf(const std::string& pattern) {
     std::vector<PatternWord> words;
     bool optional = false;
-    for (; *pattern; ++pattern) {
-        if (*pattern == '[' || *pattern == ']')
-            optional = *pattern == '[';
-        else if (*pattern == ':' || words.empty())
-            words.push_back({*pattern == ':' ? "" : std::string(1, *pattern), optional});
+    for (const char c : pattern) {
+        if (c == '[' || c == ']')
+            optional = c == '[';
+        else if (c == ':' || words.empty())
+            words.push_back({c == ':' ? "" : std::string(1, c), optional});
         else
-            words.back().word += *pattern;
+            words.back().word += c;
     }
     return words;
 }
@@ -93,16 +91,22 @@ static bool matchFrom(const std::vector<std::string>& words, size_t word,
     return pattern[at].optional && matchFrom(words, word, pattern, at + 1);
 }
 
-bool scpiMatches(const std::string& header, const char* pattern) {
+static bool matches(const std::string& header, const std::string& pattern) {
     size_t start = !header.empty() && header[0] == ':' ? 1 : 0;
     return matchFrom(split(header.substr(start), ':'), 0, wordsOf(pattern), 0);
+}
+
+bool scpiIs(const ScpiCommand& command, const std::string& pattern) {
+    const bool query = pattern.back() == '?';
+    return command.query == query &&
+           matches(command.header, pattern.substr(0, pattern.size() - query));
 }
 
 bool scpiWordIs(const std::string& parameter, const char* pattern) {
     std::string word = parameter;
     if (word.size() >= 2 && (word[0] == '"' || word[0] == '\'') && word.back() == word[0])
         word = word.substr(1, word.size() - 2);
-    return scpiMatches(word, pattern);
+    return matches(word, pattern);
 }
 
 bool scpiNumber(const std::string& parameter, double& value) {

@@ -1,5 +1,6 @@
 // The two sourcemeters, one on the GPIB bus and one on USB: SCPI, a voltage source with a limit, a
-// current meter with ranges, an error queue.
+// current meter with ranges, an error queue. Numbers and texts of the errors are those of the SCPI
+// standard, all else is from the instrument's reference manual.
 #include "virtual_lab/lab_state.h"
 #include "virtual_lab/scpi.h"
 
@@ -10,257 +11,147 @@ constexpr double smallestAmps = 1e-8, largestAmps = 1;
 constexpr double stepsOfRange = 1e6;
 constexpr double smallestVolts = 0.02, largestVolts = 200;
 constexpr double smallestLimit = 1e-9, largestLimit = 1.05;
-constexpr double mainsPeriodMs = 20;
-constexpr size_t longestErrorQueue = 32;
+constexpr double readingMs = 20; // a period of the mains
 
-// Error numbers and texts of the SCPI standard.
-enum ScpiError {
-    noError = 0,
-    dataType = -104,
-    parameterNotAllowed = -108,
-    missingParameter = -109,
-    undefinedHeader = -113,
-    settingsConflict = -221,
-    outOfRange = -222,
-    illegalValue = -224,
-    queueOverflow = -350,
-    queryInterrupted = -410,
-    queryUnterminated = -420,
-};
+constexpr int noError = 0, dataType = -104, parameterNotAllowed = -108, missingParameter = -109,
+              undefinedHeader = -113, outOfRange = -222, illegalValue = -224,
+              queryInterrupted = -410, queryUnterminated = -420;
 
 static const char* errorText(int error) {
-    switch (error) {
-    case noError:
-        return "No error";
-    case dataType:
-        return "Data type error";
-    case parameterNotAllowed:
-        return "Parameter not allowed";
-    case missingParameter:
-        return "Missing parameter";
-    case undefinedHeader:
-        return "Undefined header";
-    case settingsConflict:
-        return "Settings conflict";
-    case outOfRange:
-        return "Parameter data out of range";
-    case illegalValue:
-        return "Illegal parameter value";
-    case queueOverflow:
-        return "Queue overflow";
-    case queryInterrupted:
-        return "Query INTERRUPTED";
-    case queryUnterminated:
-        return "Query UNTERMINATED";
-    }
+    constexpr struct {
+        int number;
+        const char* text;
+    } texts[] = {{noError, "No error"},
+                 {dataType, "Data type error"},
+                 {parameterNotAllowed, "Parameter not allowed"},
+                 {missingParameter, "Missing parameter"},
+                 {undefinedHeader, "Undefined header"},
+                 {outOfRange, "Parameter data out of range"},
+                 {illegalValue, "Illegal parameter value"},
+                 {queryInterrupted, "Query INTERRUPTED"},
+                 {queryUnterminated, "Query UNTERMINATED"}};
+    for (const auto& known : texts)
+        if (known.number == error) return known.text;
     return "Unknown error";
 }
 
-// The meter that a command is for, and what it answers.
+struct Sourcemeter {
+    LabSource source;
+    double sourceRange = 0; // V; 0 automatic
+    double range = 0;       // A; 0 automatic
+    bool sendsText = true;  // else readings go out as raw bytes
+    int count = 1;          // measurements for a reading
+    std::deque<int> errorQueue;
+    std::string language = "SCPI";     // its command set
+    std::string nextLanguage = "SCPI"; // from the next time on that it is switched on
+};
+static Sourcemeter meters[2];
+
+static Sourcemeter& meterOf(LabInstrument who) {
+    return meters[who == labUsbSourcemeter];
+}
+
+const LabSource& sourcemeterSource(LabInstrument who) {
+    return meterOf(who).source;
+}
+
+// A command and the meter that it is for, and what it answers.
 struct Call {
     LabInstrument who;
-    LabSourcemeter& meter;
-    const ScpiCommand& command;
+    Sourcemeter& meter;
+    const std::string& parameter; // empty when there is none
     std::string answer{};
     double takesMs = 0;
-
-    size_t parameterCount() const { return command.parameters.size(); }
 };
 
-static int numberIn(const Call& call, double smallest, double largest, double& value) {
-    if (call.parameterCount() == 0) return missingParameter;
-    if (call.parameterCount() > 1) return parameterNotAllowed;
+static int setNumber(const Call& call, double smallest, double largest, double& setting) {
     double number = 0;
-    if (!scpiNumber(call.command.parameters[0], number)) return dataType;
+    if (!scpiNumber(call.parameter, number)) return dataType;
     if (number < smallest || number > largest) return outOfRange;
-    value = number;
+    setting = number;
     return noError;
 }
 
-// The setting as a reply, or a new value for it.
-static int numberSetting(Call& call, double smallest, double largest, double& setting) {
-    if (!call.command.query) return numberIn(call, smallest, largest, setting);
-    if (call.parameterCount() > 0) return parameterNotAllowed;
-    call.answer = printed("%.6E", setting);
-    return noError;
-}
-
-static int switchSetting(Call& call, bool& setting) {
-    if (call.command.query) {
-        call.answer = std::to_string(setting);
-        return call.parameterCount() > 0 ? parameterNotAllowed : noError;
-    }
-    if (call.parameterCount() == 0) return missingParameter;
-    if (call.parameterCount() > 1) return parameterNotAllowed;
-    const std::string& word = call.command.parameters[0];
-    if (word == "1" || scpiWordIs(word, "ON"))
-        setting = true;
-    else if (word == "0" || scpiWordIs(word, "OFF"))
-        setting = false;
-    else
-        return illegalValue;
+static int setSwitch(const Call& call, bool& setting) {
+    const bool on = call.parameter == "1" || scpiWordIs(call.parameter, "ON");
+    if (!on && call.parameter != "0" && !scpiWordIs(call.parameter, "OFF")) return illegalValue;
+    setting = on;
     return noError;
 }
 
 // Fixed ranges come in decades; the one that holds the number is taken.
-static int rangeSetting(Call& call, double smallest, double largest, double present,
-                        double& range) {
-    if (call.command.query) {
-        call.answer = printed("%.6E", range > 0 ? range : present);
-        return noError;
-    }
+static int setRange(const Call& call, double smallest, double largest, double& range) {
     double wanted = 0;
-    if (int error = numberIn(call, -largest * rangeReach, largest * rangeReach, wanted))
+    if (int error = setNumber(call, -largest * rangeReach, largest * rangeReach, wanted))
         return error;
-    double fitting = smallest;
-    while (fitting < largest * 0.99 && std::abs(wanted) > fitting * (1 + 1e-9)) fitting *= 10;
-    range = fitting;
+    range = smallest;
+    while (range < largest * 0.99 && std::abs(wanted) > range * (1 + 1e-9)) range *= 10;
     return noError;
 }
 
-static int automaticSetting(Call& call, double present, double& range) {
-    bool automatic = range == 0;
-    int error = switchSetting(call, automatic);
-    if (error == noError && automatic != (range == 0)) range = automatic ? 0 : present;
-    return error;
+static int setAutomatic(const Call& call, double& range) {
+    if (!scpiWordIs(call.parameter, "ON")) return illegalValue; // nobody switches it off
+    range = 0;
+    return noError;
 }
 
-static double voltageRange(const LabSourcemeter& meter) {
-    return automaticRange(meter.source.volts, smallestVolts, largestVolts);
+static int acceptOnly(const Call& call, const char* word) {
+    return scpiWordIs(call.parameter, word) ? noError : illegalValue;
 }
 
-static double currentRange(const LabSourcemeter& meter) {
+static double measure(const Call& call) {
+    const Sourcemeter& meter = call.meter;
     bool limited = false;
-    return automaticRange(contactCurrent(meter.source, limited), smallestAmps, largestAmps);
-}
-
-static std::string formattedReading(LabInstrument who, double value) {
-    return printed(who == labSourcemeter ? "%+.6E" : "%.6E", value);
-}
-
-static double measure(Call& call) {
-    LabSourcemeter& meter = call.meter;
-    LabSource source = meter.source;
-    source.on = source.on && meter.sourcesVolts;
-    double bias = source.on ? source.volts : 0, value = bias;
-    if (meter.measures == 'I') {
-        bool limited = false;
-        // With its output off the source stands at 0 V behind its own small limit, and what is read
-        // is the meter's offset, not the sample.
-        value = source.on ? contactCurrent(source, limited) : 0;
-        double range =
-            meter.range > 0 ? meter.range : automaticRange(value, smallestAmps, largestAmps);
-        value = digitizeCurrent(value, range, range / stepsOfRange);
-        if (std::abs(value) > range * rangeReach) value = overflow;
-    }
-    noteMeasurement(call.who, bias, value);
+    // With its output off the source stands at 0 V behind its own small limit, and what is read is
+    // the meter's offset, not the sample.
+    double value = meter.source.on ? contactCurrent(meter.source, limited) : 0;
+    const double range =
+        meter.range > 0 ? meter.range : automaticRange(value, smallestAmps, largestAmps);
+    value = digitizeCurrent(value, range, range / stepsOfRange);
+    if (std::abs(value) > range * rangeReach) value = overflow;
+    noteMeasurement(call.who, meter.source.on ? meter.source.volts : 0, value);
     return value;
 }
 
 static int read(Call& call) {
-    const std::vector<std::string>& parameters = call.command.parameters;
-    if (parameters.size() > 1) return parameterNotAllowed;
-    if (parameters.size() == 1 && parameters[0] != "\"defbuffer1\"" &&
-        parameters[0] != "\"defbuffer2\"")
-        return illegalValue;
+    if (!call.parameter.empty() && call.parameter != "\"defbuffer1\"") return illegalValue;
     double value = 0;
     for (int i = 0; i < call.meter.count; ++i) value = measure(call); // the last one is told
-    call.answer = call.meter.sendsText ? formattedReading(call.who, value) : "#0\x81\xA3";
-    call.takesMs = call.meter.count * call.meter.plc * mainsPeriodMs;
+    call.answer = printed(call.who == labSourcemeter ? "%+.6E" : "%.6E", value);
+    if (!call.meter.sendsText) call.answer = "#0\x81\xA3";
+    call.takesMs = call.meter.count * readingMs;
     return noError;
 }
 
 static int setSourceVoltage(Call& call) {
     const double range = call.meter.sourceRange > 0 ? call.meter.sourceRange : largestVolts;
-    return numberSetting(call, -range * rangeReach, range * rangeReach, call.meter.source.volts);
-}
-
-static int setSourceRange(Call& call) {
-    double range = call.meter.sourceRange;
-    if (int error =
-            rangeSetting(call, smallestVolts, largestVolts, voltageRange(call.meter), range))
-        return error;
-    if (range > 0 && std::abs(call.meter.source.volts) > range * rangeReach)
-        return settingsConflict;
-    call.meter.sourceRange = range;
-    return noError;
-}
-
-static int setSourceFunction(Call& call) {
-    if (call.command.query) {
-        call.answer = call.meter.sourcesVolts ? "VOLT" : "CURR";
-        return noError;
-    }
-    if (call.parameterCount() == 0) return missingParameter;
-    bool volts = scpiWordIs(call.command.parameters[0], "VOLTage");
-    if (!volts && !scpiWordIs(call.command.parameters[0], "CURRent")) return illegalValue;
-    if (volts != call.meter.sourcesVolts) call.meter.source.on = false;
-    call.meter.sourcesVolts = volts;
-    return noError;
+    return setNumber(call, -range * rangeReach, range * rangeReach, call.meter.source.volts);
 }
 
 static int setMeasuredFunction(Call& call) {
-    if (call.command.query) {
-        call.answer = call.meter.measures == 'I' ? "\"CURR:DC\"" : "\"VOLT:DC\"";
-        return noError;
-    }
-    if (call.parameterCount() == 0) return missingParameter;
-    const std::string& name = call.command.parameters[0];
-    if (name[0] != '"' && name[0] != '\'') return dataType;
-    if (scpiWordIs(name, "CURRent[:DC]"))
-        call.meter.measures = 'I';
-    else if (scpiWordIs(name, "VOLTage[:DC]"))
-        call.meter.measures = 'V';
-    else
-        return illegalValue;
-    return noError;
+    if (call.parameter[0] != '"') return dataType;
+    return acceptOnly(call, "CURRent[:DC]");
 }
 
 static int setCount(Call& call) {
-    double count = call.meter.count;
-    int error = numberSetting(call, 1, 300000, count);
-    call.meter.count = static_cast<int>(count);
+    double count = 0;
+    const int error = setNumber(call, 1, 300000, count);
+    if (error == noError) call.meter.count = static_cast<int>(count);
     return error;
 }
 
 static int setFormat(Call& call) {
-    if (call.command.query) {
-        call.answer = call.meter.sendsText ? "ASC" : "REAL";
-        return noError;
-    }
-    if (call.parameterCount() != 1) return missingParameter;
-    const std::string& word = call.command.parameters[0];
-    if (!scpiWordIs(word, "ASCii") && !scpiWordIs(word, "REAL")) return illegalValue;
-    call.meter.sendsText = !scpiWordIs(word, "REAL");
+    const bool text = scpiWordIs(call.parameter, "ASCii");
+    if (!text && !scpiWordIs(call.parameter, "REAL")) return illegalValue;
+    call.meter.sendsText = text;
     return noError;
 }
 
 static int setLanguage(Call& call) {
-    if (call.command.query) {
-        call.answer = call.meter.language;
-        return noError;
-    }
-    if (call.parameterCount() != 1) return missingParameter;
     for (const char* language : {"SCPI", "SCPI2400", "TSP"})
-        if (scpiWordIs(call.command.parameters[0], language))
+        if (scpiWordIs(call.parameter, language))
             return call.meter.nextLanguage = language, noError;
     return illegalValue;
-}
-
-static int reset(Call& call) {
-    LabSourcemeter fresh;
-    fresh.language = call.meter.language;
-    fresh.nextLanguage = call.meter.nextLanguage;
-    fresh.errorQueue = call.meter.errorQueue;
-    fresh.eventStatus = call.meter.eventStatus;
-    call.meter = fresh;
-    return noError;
-}
-
-static int clearStatus(Call& call) {
-    call.meter.errorQueue.clear();
-    call.meter.eventStatus = 0;
-    return noError;
 }
 
 static int nextError(Call& call) {
@@ -270,12 +161,6 @@ static int nextError(Call& call) {
         call.meter.errorQueue.pop_front();
     }
     call.answer = printed("%d,\"%s\"", error, errorText(error));
-    return noError;
-}
-
-static int eventStatus(Call& call) {
-    call.answer = std::to_string(call.meter.eventStatus);
-    call.meter.eventStatus = 0;
     return noError;
 }
 
@@ -292,81 +177,64 @@ static int identify(Call& call) {
     return noError;
 }
 
-enum class Form { Command, Query, Both };
-
+// What a program of ours can say; of the instrument's other commands none is known here.
 struct Entry {
-    const char* pattern;
-    Form form;
+    const char* pattern; // a query's ends in '?'
+    size_t fewest, most; // parameters
     int (*execute)(Call& call);
 };
 
 constexpr Entry entries[] = {
-    {"*CLS", Form::Command, clearStatus},
-    {"*RST", Form::Command, reset},
-    {"*WAI", Form::Command, [](Call&) -> int { return noError; }},
-    {"*IDN", Form::Query, identify},
-    {"*ESR", Form::Query, eventStatus},
-    {"*OPC", Form::Query,
-     [](Call& call) -> int {
-         call.answer = std::to_string(1);
-         return noError;
-     }},
-    {"*LANG", Form::Both, setLanguage},
-    {"FORMat[:DATA]", Form::Both, setFormat},
-    {"SYSTem:ERRor[:NEXT]", Form::Query, nextError},
-    {"SYSTem:ERRor:COUNt", Form::Query,
-     [](Call& call) -> int {
-         call.answer = std::to_string(call.meter.errorQueue.size());
-         return noError;
-     }},
-    {"SYSTem:CLEar", Form::Command, clearStatus},
-    {"OUTPut#[:STATe]", Form::Both,
-     [](Call& call) { return switchSetting(call, call.meter.source.on); }},
-    {"SOURce#:FUNCtion[:MODE]", Form::Both, setSourceFunction},
-    {"SOURce#:VOLTage[:LEVel][:IMMediate][:AMPLitude]", Form::Both, setSourceVoltage},
-    {"SOURce#:VOLTage:RANGe", Form::Both, setSourceRange},
-    {"SOURce#:VOLTage:RANGe:AUTO", Form::Both,
+    {"*CLS", 0, 0, [](Call& call) { return call.meter.errorQueue.clear(), noError; }},
+    {"*WAI", 0, 0, [](Call&) { return noError; }},
+    {"*IDN?", 0, 0, identify},
+    {"*LANG", 1, 1, setLanguage},
+    {"*LANG?", 0, 0, [](Call& call) { return call.answer = call.meter.language, noError; }},
+    {"FORMat[:DATA]", 1, 1, setFormat},
+    {"SYSTem:ERRor[:NEXT]?", 0, 0, nextError},
+    {"OUTPut#[:STATe]", 1, 1, [](Call& call) { return setSwitch(call, call.meter.source.on); }},
+    {"SOURce#:FUNCtion[:MODE]", 1, 1, [](Call& call) { return acceptOnly(call, "VOLTage"); }},
+    {"SOURce#:VOLTage[:LEVel][:IMMediate][:AMPLitude]", 1, 1, setSourceVoltage},
+    {"SOURce#:VOLTage:RANGe", 1, 1,
      [](Call& call) {
-         return automaticSetting(call, voltageRange(call.meter), call.meter.sourceRange);
+         return setRange(call, smallestVolts, largestVolts, call.meter.sourceRange);
      }},
-    {"SOURce#:VOLTage:ILIMit[:LEVel]", Form::Both,
+    {"SOURce#:VOLTage:RANGe:AUTO", 1, 1,
+     [](Call& call) { return setAutomatic(call, call.meter.sourceRange); }},
+    {"SOURce#:VOLTage:ILIMit[:LEVel]", 1, 1,
      [](Call& call) {
-         return numberSetting(call, smallestLimit, largestLimit, call.meter.source.limit);
+         return setNumber(call, smallestLimit, largestLimit, call.meter.source.limit);
      }},
-    {"SOURce#:VOLTage:ILIMit[:LEVel]:TRIPped", Form::Query, limitTripped},
-    {"[:SENSe#]:FUNCtion[:ON]", Form::Both, setMeasuredFunction},
-    {"[:SENSe#]:CURRent[:DC]:RANGe[:UPPer]", Form::Both,
-     [](Call& call) {
-         return rangeSetting(call, smallestAmps, largestAmps, currentRange(call.meter),
-                             call.meter.range);
-     }},
-    {"[:SENSe#]:CURRent[:DC]:RANGe:AUTO", Form::Both,
-     [](Call& call) { return automaticSetting(call, currentRange(call.meter), call.meter.range); }},
-    {"[:SENSe#]:CURRent[:DC]:NPLCycles", Form::Both,
-     [](Call& call) { return numberSetting(call, 0.01, 10, call.meter.plc); }},
-    {"[:SENSe#]:COUNt", Form::Both, setCount},
-    {"READ", Form::Query, read},
+    {"SOURce#:VOLTage:ILIMit[:LEVel]:TRIPped?", 0, 0, limitTripped},
+    {"[:SENSe#]:FUNCtion[:ON]", 1, 1, setMeasuredFunction},
+    {"[:SENSe#]:CURRent[:DC]:RANGe[:UPPer]", 1, 1,
+     [](Call& call) { return setRange(call, smallestAmps, largestAmps, call.meter.range); }},
+    {"[:SENSe#]:CURRent[:DC]:RANGe:AUTO", 1, 1,
+     [](Call& call) { return setAutomatic(call, call.meter.range); }},
+    {"[:SENSe#]:COUNt", 1, 1, setCount},
+    {"READ?", 0, 1, read},
 };
 
-static int execute(Call& call) {
+static int execute(const ScpiCommand& command, LabInstrument who, std::string& answer,
+                   double& takesMs) {
     for (const Entry& entry : entries) {
-        if (!scpiMatches(call.command.header, entry.pattern)) continue;
+        if (!scpiIs(command, entry.pattern)) continue;
         // In its other command sets only the common commands are these.
-        if (call.meter.language != "SCPI" && entry.pattern[0] != '*') break;
-        bool fits = entry.form == Form::Both || (entry.form == Form::Query) == call.command.query;
-        return fits ? entry.execute(call) : undefinedHeader;
+        if (meterOf(who).language != "SCPI" && entry.pattern[0] != '*') break;
+        if (command.parameters.size() < entry.fewest) return missingParameter;
+        if (command.parameters.size() > entry.most) return parameterNotAllowed;
+        const std::string none;
+        Call call{who, meterOf(who), command.parameters.empty() ? none : command.parameters[0]};
+        const int error = entry.execute(call);
+        answer = call.answer;
+        takesMs += call.takesMs;
+        return error;
     }
     return undefinedHeader;
 }
 
 static void addError(LabInstrument who, int error, const std::string& text) {
-    LabSourcemeter& meter = lab.instruments.sourcemeters[who == labUsbSourcemeter];
-    constexpr int commandError = 32, executionError = 16, queryError = 4;
-    meter.eventStatus |= error > -200 ? commandError : error > -400 ? executionError : queryError;
-    if (meter.errorQueue.size() < longestErrorQueue)
-        meter.errorQueue.push_back(error);
-    else
-        meter.errorQueue.back() = queueOverflow;
+    meterOf(who).errorQueue.push_back(error);
     noteError(who, std::to_string(error), text);
 }
 
@@ -376,27 +244,25 @@ void sourcemeterTakes(LabInstrument who, const std::string& message) {
         line.output.clear();
         addError(who, queryInterrupted, message);
     }
-    std::string answer;
+    std::string answers;
     double takesMs = 0;
     for (const ScpiCommand& command : splitScpi(message)) {
-        Call call{who, lab.instruments.sourcemeters[who == labUsbSourcemeter], command};
-        if (int error = execute(call)) {
-            addError(who, error, command.text);
-            continue;
-        }
-        if (call.answer.empty()) continue;
-        if (!answer.empty()) answer += ';';
-        answer += call.answer;
-        takesMs += call.takesMs;
+        std::string answer;
+        if (int error = execute(command, who, answer, takesMs)) addError(who, error, command.text);
+        if (!answers.empty() && !answer.empty()) answers += ';';
+        answers += answer;
     }
-    if (!answer.empty()) reply(who, answer, "\n", takesMs);
+    if (!answers.empty()) reply(who, answers, "\n", takesMs);
+}
+
+void renewSourcemeter(LabInstrument who) {
+    meterOf(who) = {};
 }
 
 void switchOffSourcemeter(LabInstrument who) {
-    LabSourcemeter& meter = lab.instruments.sourcemeters[who == labUsbSourcemeter];
-    LabSourcemeter fresh;
-    fresh.language = fresh.nextLanguage = meter.nextLanguage;
-    meter = fresh;
+    const std::string language = meterOf(who).nextLanguage;
+    meterOf(who) = {};
+    meterOf(who).language = meterOf(who).nextLanguage = language;
 }
 
 void sourcemeterHadNothingToSay(LabInstrument who) {

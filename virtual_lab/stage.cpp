@@ -114,6 +114,16 @@ static int stageFault(int id) {
     return resultError;
 }
 
+// What a call on an open controller does, where nothing is broken of it.
+template <class Act> static int onController(int id, Act act) {
+    if (int fault = stageFault(id)) return fault;
+    LabLock lock;
+    const int axis = axisOfId(id);
+    if (axis < 0) return resultError;
+    advanceMotor(axis);
+    return act(axis, lab.motors[axis]);
+}
+
 static double stepParts(int axis) {
     return std::exp2(static_cast<double>(lab.faults.microstepMode[axis]) - 1);
 }
@@ -173,94 +183,81 @@ int close_device(int* id) {
 }
 
 int get_engine_settings(int id, LabEngineSettings* settings) {
-    if (int fault = stageFault(id)) return fault;
-    LabLock lock;
-    int axis = axisOfId(id);
-    if (axis < 0 || !settings) return resultError;
-    const LabMotor& motor = lab.motors[axis];
-    *settings = {};
-    settings->NomVoltage = 50;
-    settings->NomCurrent = 670;
-    settings->NomSpeed = static_cast<uint32_t>(motor.nominalSpeed);
-    settings->uNomSpeed =
-        static_cast<uint32_t>((motor.nominalSpeed - std::floor(motor.nominalSpeed)) * microsteps);
-    settings->EngineFlags = motor.engineFlags;
-    settings->Antiplay = 1800;
-    settings->MicrostepMode = lab.faults.microstepMode[axis];
-    settings->StepsPerRev = 200;
-    return 0;
+    return onController(id, [settings](int axis, const LabMotor& motor) {
+        if (!settings) return resultError;
+        *settings = {};
+        settings->NomVoltage = 50;
+        settings->NomCurrent = 670;
+        settings->NomSpeed = static_cast<uint32_t>(motor.nominalSpeed);
+        settings->uNomSpeed = static_cast<uint32_t>(
+            (motor.nominalSpeed - std::floor(motor.nominalSpeed)) * microsteps);
+        settings->EngineFlags = motor.engineFlags;
+        settings->Antiplay = 1800;
+        settings->MicrostepMode = lab.faults.microstepMode[axis];
+        settings->StepsPerRev = 200;
+        return 0;
+    });
 }
 
 int set_engine_settings(int id, const LabEngineSettings* settings) {
-    if (int fault = stageFault(id)) return fault;
-    LabLock lock;
-    int axis = axisOfId(id);
-    if (axis < 0 || !settings) return resultError;
-    if (settings->NomSpeed < lowestSpeed || settings->NomSpeed > highestSpeed ||
-        settings->uNomSpeed > 255 || settings->MicrostepMode != lab.faults.microstepMode[axis])
-        return resultValueError;
-    advanceMotor(axis);
-    lab.motors[axis].nominalSpeed = settings->NomSpeed + settings->uNomSpeed / microsteps;
-    lab.motors[axis].engineFlags = settings->EngineFlags;
-    return 0;
+    return onController(id, [settings](int axis, LabMotor& motor) {
+        if (!settings) return resultError;
+        if (settings->NomSpeed < lowestSpeed || settings->NomSpeed > highestSpeed ||
+            settings->uNomSpeed > 255 || settings->MicrostepMode != lab.faults.microstepMode[axis])
+            return resultValueError;
+        motor.nominalSpeed = settings->NomSpeed + settings->uNomSpeed / microsteps;
+        motor.engineFlags = settings->EngineFlags;
+        return 0;
+    });
 }
 
 int get_status(int id, LabStageStatus* status) {
-    if (int fault = stageFault(id)) return fault;
-    LabLock lock;
-    int axis = axisOfId(id);
-    if (axis < 0 || !status) return resultError;
-    advanceMotor(axis);
-    const LabMotor& motor = lab.motors[axis];
-    double way = motor.targetSteps - motor.steps;
+    return onController(id, [status](int axis, const LabMotor& motor) {
+        if (!status) return resultError;
+        double way = motor.targetSteps - motor.steps;
 
-    *status = {};
-    const auto parts = static_cast<int64_t>(stepParts(axis));
-    int64_t counts = static_cast<int64_t>(std::floor(motor.steps * static_cast<double>(parts))) +
-                     motor.originSteps * parts;
-    status->CurPosition = static_cast<int32_t>(counts / parts); // both parts bear the sign
-    status->uCurPosition = static_cast<int32_t>(counts % parts);
-    if (motor.commanded) status->MvCmdSts = commandMove;
-    if (way != 0 || motor.pastTarget != 0) {
-        status->MoveSts = moveStateMoving | moveStateTargetSpeed;
-        status->MvCmdSts |= commandRunning;
-        status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
-    }
-    if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6) status->GPIOFlags |= rightEdge;
-    if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6) status->GPIOFlags |= leftEdge;
-    const LabStageStatus now = *status;
-    if (lab.faults.oldStatus[axis]) *status = earlierStatus[axis];
-    earlierStatus[axis] = now;
-    return 0;
+        *status = {};
+        const auto parts = static_cast<int64_t>(stepParts(axis));
+        int64_t counts =
+            static_cast<int64_t>(std::floor(motor.steps * static_cast<double>(parts))) +
+            motor.originSteps * parts;
+        status->CurPosition = static_cast<int32_t>(counts / parts); // both parts bear the sign
+        status->uCurPosition = static_cast<int32_t>(counts % parts);
+        if (motor.commanded) status->MvCmdSts = commandMove;
+        if (way != 0 || motor.pastTarget != 0) {
+            status->MoveSts = moveStateMoving | moveStateTargetSpeed;
+            status->MvCmdSts |= commandRunning;
+            status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
+        }
+        if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
+            status->GPIOFlags |= rightEdge;
+        if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6) status->GPIOFlags |= leftEdge;
+        const LabStageStatus now = *status;
+        if (lab.faults.oldStatus[axis]) *status = earlierStatus[axis];
+        earlierStatus[axis] = now;
+        return 0;
+    });
 }
 
 int command_stop(int id) {
-    if (int fault = stageFault(id)) return fault;
-    LabLock lock;
-    int axis = axisOfId(id);
-    if (axis < 0) return resultError;
-    advanceMotor(axis);
-    LabMotor& motor = lab.motors[axis];
-    motor.pastTarget = 0;
-    motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
-    return 0;
+    return onController(id, [](int, LabMotor& motor) {
+        motor.pastTarget = 0;
+        motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
+        return 0;
+    });
 }
 
 int command_move(int id, int position, int uPosition) {
-    if (int fault = stageFault(id)) return fault;
-    LabLock lock;
-    int axis = axisOfId(id);
-    if (axis < 0) return resultError;
-    if (std::abs(uPosition) > 255) return resultValueError;
-    advanceMotor(axis);
-    lab.motors[axis].targetSteps =
-        static_cast<double>(position) - lab.motors[axis].originSteps + uPosition / stepParts(axis);
-    lab.motors[axis].pastTarget =
-        std::copysign(lab.faults.overshootUm[axis] / umPerStep,
-                      lab.motors[axis].targetSteps - lab.motors[axis].steps);
-    lab.motors[axis].commanded = true;
-    ++lab.counters.moves;
-    return 0;
+    return onController(id, [=](int axis, LabMotor& motor) {
+        if (std::abs(uPosition) > 255) return resultValueError;
+        motor.targetSteps =
+            static_cast<double>(position) - motor.originSteps + uPosition / stepParts(axis);
+        motor.pastTarget = std::copysign(lab.faults.overshootUm[axis] / umPerStep,
+                                         motor.targetSteps - motor.steps);
+        motor.commanded = true;
+        ++lab.counters.moves;
+        return 0;
+    });
 }
 
 // What a caller passes here is no settings: a move that took the wrong function. The real library

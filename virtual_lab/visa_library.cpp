@@ -10,9 +10,6 @@ using namespace LabVisa;
 using ViStatus = int32_t;
 using ViSession = uint32_t; // and find lists
 
-constexpr uint32_t infiniteTimeout = 0xFFFFFFFF;
-constexpr double infiniteMs = 1e9;
-
 struct StatusText {
     ViStatus status;
     const char* text;
@@ -36,20 +33,10 @@ constexpr StatusText statusTexts[] = {
     {connectionLost, "The connection for the given session has been lost."},
 };
 
-struct Resource {
-    const char* name;
-    LabInstrument instrument;
-};
-constexpr Resource resources[] = {
-    {"USB0::0x05E6::0x2450::04437886::INSTR", labUsbSourcemeter},
-    {"USB0::0x0699::0x0368::C010001::INSTR", labScope},
-    {"USB0::0x0699::0x0368::C010002::INSTR", labSecondScope},
-};
-
-static const char* nameOf(const Resource& resource) {
-    const bool other = lab.faults.instruments[resource.instrument].otherSerial &&
-                       resource.instrument == labUsbSourcemeter;
-    return other ? "USB0::0x05E6::0x2450::04412345::INSTR" : resource.name;
+// Null when it is not on USB.
+static const char* resourceOf(LabInstrument who) {
+    const bool other = who == labUsbSourcemeter && lab.faults.instruments[who].otherSerial;
+    return other ? "USB0::0x05E6::0x2450::04412345::INSTR" : labInstrumentKinds[who].resource;
 }
 
 static LabVisaObject* objectOf(uint32_t handle, LabVisaObject::Kind kind) {
@@ -84,6 +71,17 @@ static bool matches(const char* expression, const char* name) {
     for (; fits(*name); ++name)
         if (matches(expression + 2, name + 1)) return true;
     return false;
+}
+
+// Whoever is on USB, switched on and meant by the expression, in the order of a search.
+static std::vector<LabInstrument> found(const char* expression) {
+    std::vector<LabInstrument> list;
+    for (int i = 0; i < labInstrumentCount; ++i) {
+        const auto who = static_cast<LabInstrument>(i);
+        if (resourceOf(who) && instrumentPresent(who) && matches(expression, resourceOf(who)))
+            list.push_back(who);
+    }
+    return list;
 }
 
 static void giveName(char* descriptor, const std::string& name) {
@@ -131,20 +129,18 @@ ViStatus viFindRsrc(ViSession manager, const char* expression, ViSession* list, 
     LabLock lock;
     if (!objectOf(manager, LabVisaObject::Kind::Manager)) return invalidObject;
     if (!isExpression(expression)) return invalidExpression;
-    std::deque<std::string> found;
-    for (const Resource& resource : resources)
-        if (instrumentPresent(resource.instrument) && !lab.faults.visaEmpty &&
-            matches(expression, nameOf(resource)))
-            found.push_back(nameOf(resource));
-    if (count) *count = static_cast<uint32_t>(found.size());
-    if (found.empty()) {
+    std::deque<std::string> names;
+    if (!lab.faults.visaEmpty)
+        for (LabInstrument who : found(expression)) names.emplace_back(resourceOf(who));
+    if (count) *count = static_cast<uint32_t>(names.size());
+    if (names.empty()) {
         if (list) *list = 0;
         giveName(descriptor, "");
         return lab.faults.visaEmpty ? success : notFound;
     }
-    giveName(descriptor, found.front());
-    found.pop_front();
-    if (list) *list = addObject({LabVisaObject::Kind::List, manager, found});
+    giveName(descriptor, names.front());
+    names.pop_front();
+    if (list) *list = addObject({LabVisaObject::Kind::List, manager, names});
     return success;
 }
 
@@ -166,13 +162,11 @@ ViStatus viOpen(ViSession manager, const char* name, uint32_t accessMode, uint32
     if (!objectOf(manager, LabVisaObject::Kind::Manager)) return invalidObject;
     if (accessMode != 0) return notSupported; // locks and stored settings are not modelled
     if (!name || !std::strstr(name, "::") || std::strpbrk(name, "?*+")) return invalidName;
-    for (const Resource& resource : resources) {
-        if (!matches(name, nameOf(resource)) || !instrumentPresent(resource.instrument)) continue;
-        if (lab.faults.instruments[resource.instrument].refused) return busy;
-        *session = addObject({LabVisaObject::Kind::Instrument, manager, {}, resource.instrument});
-        return success;
-    }
-    return notFound;
+    const std::vector<LabInstrument> named = found(name);
+    if (named.empty()) return notFound;
+    if (lab.faults.instruments[named.front()].refused) return busy;
+    *session = addObject({LabVisaObject::Kind::Instrument, manager, {}, named.front()});
+    return success;
 }
 
 ViStatus viClose(ViSession object) {
@@ -190,8 +184,7 @@ ViStatus viSetAttribute(ViSession object, uint32_t attribute, uint64_t value) {
     if (found == lab.instruments.visaObjects.end()) return invalidObject;
     if (attribute != attributeTimeout || found->second.kind != LabVisaObject::Kind::Instrument)
         return attributeUnsupported;
-    auto ms = static_cast<uint32_t>(value);
-    found->second.timeoutMs = ms == infiniteTimeout ? infiniteMs : ms;
+    found->second.timeoutMs = static_cast<double>(value);
     return success;
 }
 

@@ -66,7 +66,7 @@ static HANDLE createLog(const wchar_t* name) {
 
 // One message on each line behind the instrument's name; control characters as \x and two digits.
 static void logInstrumentCommand(LabInstrument who, const std::string& message) {
-    std::string line = labInstrumentNames[who];
+    std::string line = labInstrumentKinds[who].name;
     line += ' ';
     for (char byte : message) {
         auto code = static_cast<unsigned char>(byte);

@@ -80,6 +80,37 @@ TEST_F(VirtualLab, BoardTakesItsCommandsAndNoOthers) {
     EXPECT_NEAR(std::stoi(ask("R0 100")) * labAdcStepVolts, labPhotoVoltage(), labAdcStepVolts);
 }
 
+TEST_F(VirtualLab, InstrumentsTakeNoTypo) {
+    const struct {
+        int address; // on the bus
+        std::vector<std::string> right, wrong;
+    } instruments[] = {
+        {18, {"REN", "F3X"}, {"F9X", "FX", "E3X", "F3R9X"}},
+        {24,
+         {":SOUR:VOLT 0.5", ":SENS:CURR:RANG 1E-8", ":READ?", "*CLS"},
+         {":SOUR:VLT 1", ":SOUR:VOLT 500", ":SOUR:VOLT", ":SOUR:VOLT 1,2", ":SOUR:VOLT one",
+          ":SENS:FUNC \"CURT\"", ":SENS:FUNC CURR", ":OUTP ONN", ":READ", ":SENSE:CURRE:RANG 1"}},
+        {17,
+         {"US", "IT1 BC DR1", "DV1, 1, 0.500000, 0.00000001"},
+         {"DV1, 1, 0.5", "DV3, 1, 0, 1E-4", "DV1, 1, 30, 1E-4", "TI", "XX1", "DV1, 1, 0.5, 0.2"}}};
+    for (const auto& [address, right, wrong] : instruments) {
+        const int device = ibdev(0, address, 0, 13, 1, 0);
+        char reply[100];
+        const auto tell = [&](const std::string& command) {
+            ibwrt(device, command.data(), command.size());
+            if (address != 24 || command.back() == '?') ibrd(device, reply, sizeof reply);
+        };
+        uint64_t errors = labCounters().instrumentErrors;
+        for (const std::string& command : right) tell(command);
+        EXPECT_EQ(labCounters().instrumentErrors, errors) << address;
+        for (const std::string& command : wrong) {
+            tell(command);
+            EXPECT_EQ(labCounters().instrumentErrors, ++errors) << command;
+        }
+        ibonl(device, 0);
+    }
+}
+
 TEST_F(VirtualLab, CameraInsistsOnTypesRangesAndTheOrderOfCalls) {
     openCamera();
     EXPECT_NE(PylonDeviceSetFloatFeature(camera, "Gain", 36.5), 0u);
