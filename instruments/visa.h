@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 using ViStatus = int32_t;
 using ViSession = uint32_t; // sessions and find lists; 0 is none
@@ -48,3 +49,25 @@ Visa loadVisa();
 // words for it, once until other words come.
 bool visaPassed(const Visa& visa, const char* device, const char* call, ViSession object,
                 ViStatus status);
+
+// A message-based instrument, and what keeps it open. A call that fails is said under its name.
+struct VisaInstrument {
+    const char* name; // for people
+    Visa visa{};
+    ViSession manager = 0, session = 0;
+    std::string identity{}; // its reply to "*IDN?"
+};
+
+// Opens the resource or, where that is not there (or null), the first one that fits the expression,
+// with 5 s for each transfer. What was opened of it when it fails is closed by the caller.
+bool openInstrument(VisaInstrument& instrument, const char* resource, const char* expression);
+void closeInstrument(const VisaInstrument& instrument);
+
+// Commands end with a line feed on USB.
+bool sendTo(const VisaInstrument& instrument, const std::string& command);
+
+// The first 255 bytes of the reply, without its line end; empty when nothing came.
+std::string ask(const VisaInstrument& instrument, const char* query);
+
+// Clears its errors and takes down who it is. False when it does not answer.
+bool identify(VisaInstrument& instrument);
