@@ -92,7 +92,7 @@ void drawPlot(ContextHandle context, const float* xs, const float* ys, int first
     const Range y = rangeOf(ys, first, end);
     const std::vector<PixelPoint> line = lineThrough(xs, ys, first, end, x, y);
     drawLines(context, line.data(), static_cast<int>(line.size()), colour);
-    // The last two stand a margin off the plot's corners, and are meant to.
+    // The last two stand a margin off the plot's corners, as in every plot saved so far.
     label(context, left, 313, "%.1f     ", x.lowest);
     label(context, left + width / 2, 313, "%.1f     ", (x.highest + x.lowest) / 2);
     label(context, width, 313, "%.1f      ", x.highest);

@@ -23,8 +23,6 @@ constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no numbe
 constexpr uint32_t settleMs = 10;         // between bias and reading
 constexpr double microamperesPerAmpere = 1e6;
 
-int fileNumber = 0;
-
 float stepFromEdit(SweepRecord& record) {
     const std::optional<float> typed = typedNumber(windowText(record.valueEdit, editCapacity));
     if (!typed) return stepWithoutRange;
@@ -91,7 +89,8 @@ void saveIvCurve(bool quietly) {
     const int32_t points = 4 * record.pointsPerQuarter;
     const auto volts = [](float value) { return quantity(static_cast<double>(value), "V"); };
     saveCurve(record,
-              {formatted("I-V(%d)", fileNumber++),
+              {"I-V",
+               record.sweepsSaved,
                "V(V), I(uA)",
                record.xValues,
                record.yValues,

@@ -52,7 +52,18 @@ bool writeCurve(FILE* file, const CurveFile& curve) {
     return std::fflush(file) == 0;
 }
 
-void saveConditions(const SweepRecord& record, const CurveFile& curve) {
+std::wstring pathInSession(const std::string& name, const wchar_t* ending) {
+    return dataFolders.sessionFolder + L"\\" + widened(name) + ending;
+}
+
+std::string freeName(const CurveFile& curve) {
+    std::string name;
+    do name = formatted("%s(%d)", curve.kind, curve.number++);
+    while (fileExists(pathInSession(name, L".txt")));
+    return name;
+}
+
+void saveConditions(const SweepRecord& record, const CurveFile& curve, const std::string& name) {
     Conditions lines = setUpOf(record.setUp);
     lines.emplace_back("Laser at the start", record.laserWasOn ? "on" : "off");
     lines.emplace_back("Illumination at the start", record.wasIlluminated ? "on" : "off");
@@ -60,9 +71,8 @@ void saveConditions(const SweepRecord& record, const CurveFile& curve) {
     lines.emplace_back("Outcome", nameOf(record.end));
     lines.emplace_back("Ended", timeText(record.ended));
     lines.emplace_back("Trouble", troubleText(record.trouble));
-    lines.emplace_back("Text file", curve.name + ".txt");
-    const std::wstring path =
-        dataFolders.sessionFolder + L"\\" + widened(curve.name) + L".meta.txt";
+    lines.emplace_back("Text file", name + ".txt");
+    const std::wstring path = pathInSession(name, L".meta.txt");
     if (!writeDocument(path, linesOf(lines), L"w")) reportUnwritten(path, "the curve's .meta.txt");
 }
 
@@ -83,11 +93,12 @@ void noteEnd(SweepRecord& record, ProcessEnd end) {
 
 bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) {
     ensureSessionFolder(dataFolders);
-    const std::wstring path = dataFolders.sessionFolder + L"\\" + widened(curve.name + ".txt");
+    const std::string name = freeName(curve);
+    const std::wstring path = pathInSession(name, L".txt");
     File file = openFile(path, L"w");
     if (logFile(path, file && writeCurve(file.get(), curve))) {
         file.reset();
-        saveConditions(record, curve);
+        saveConditions(record, curve, name);
         return true;
     }
     if (!quietly)

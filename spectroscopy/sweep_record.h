@@ -34,6 +34,7 @@ struct SweepRecord {
     ProcessEnd end = ProcessEnd::Running;
     LocalTime ended;
     std::string trouble; // what the operator was told of it; empty when all went well
+    int32_t sweepsSaved = 0, seriesSaved = 0; // since the program's start: the next file's numbers
 };
 
 extern SweepRecord sweepRecord;
@@ -56,7 +57,8 @@ void noteEnd(SweepRecord& record, ProcessEnd end);
 
 // A curve on its way to its file.
 struct CurveFile {
-    std::string name; // without ".txt"
+    const char* kind;
+    int32_t& number; // of the file; counted on past those that are there already
     const char* heading;
     const std::vector<float>& xs;
     const std::vector<float>& ys;
@@ -64,7 +66,8 @@ struct CurveFile {
     Conditions conditions; // of this kind of curve, to those that all have
 };
 
-// Writes the curve into the session folder, and beside it "<name>.meta.txt" with what it was taken
-// with. False when the curve cannot be written; the operator is told unless `quietly`, at a forced
-// end.
+// Writes the curve into the session folder as "<kind>(<number>).txt", and beside it ".meta.txt"
+// with what it was taken with. Nothing is overwritten: a program that was started again within a
+// minute finds the files of the one before it there. False when the curve cannot be written; the
+// operator is told unless `quietly`, at a forced end.
 bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly);

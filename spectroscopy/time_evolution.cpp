@@ -27,8 +27,6 @@ constexpr double samplesPerSecond = 20; // what the arrays are made for
 constexpr int samplesPerPlot = 10;
 constexpr uint32_t settleMs = 10; // after each sample
 
-int fileNumber = 0;
-
 void readSeconds(WindowHandle edit, float& seconds) {
     const std::optional<int> typed = typedInteger(windowText(edit, editCapacity));
     if (!typed) return;
@@ -139,7 +137,8 @@ void saveTimeEvolution(bool quietly) {
     if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
     const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
     saveCurve(record,
-              {formatted("TimeEvo(%d)", fileNumber++),
+              {"TimeEvo",
+               record.seriesSaved,
                "Time(sec), I(uA)",
                record.extraValues,
                record.yValues,

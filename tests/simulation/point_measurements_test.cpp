@@ -7,9 +7,12 @@
 #include "mapping/scan_area.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/data_folders.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "spectroscopy/iv_sweep.h"
 #include "spectroscopy/sweep_record.h"
+#include "spectroscopy/time_evolution.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>
@@ -119,6 +122,19 @@ TEST_F(PointMeasurementTest, IvCurveFollowsTheDiodesInOrder) {
                      {"Instrument: USB Sourcemeter", "Voltage step: 0.0160000008 V",
                       "Points measured: 200, the first lines", "Outcome: finished"});
     EXPECT_EQ(historyOf(Field::Information).back().substr(0, 12), "V=-0.016000,");
+}
+
+// The program was started again within a minute: its session folder is the one before's.
+TEST_F(PointMeasurementTest, NoCurveIsWrittenOverAnother) {
+    ensureSessionFolder(dataFolders);
+    for (const auto save : {saveIvCurve, saveTimeEvolution}) {
+        for (int start = 0; start < 2; ++start) {
+            sweepRecord = {};
+            allocateSweep(sweepRecord);
+            save(true);
+        }
+    }
+    EXPECT_EQ(saves(), 4);
 }
 
 TEST_F(PointMeasurementTest, ASweepSaysWhatCutItAndWhoWasSilent) {
