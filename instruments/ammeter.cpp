@@ -13,10 +13,6 @@
 
 namespace {
 
-// Of the readings since biasWasLimited was asked.
-bool readingAtLimit = false;
-bool readingAnswered = false;
-
 void sayWhetherABiasIsLost() {
     const std::string words = biasLeftOn();
     titleBias(words);
@@ -36,20 +32,20 @@ float readPhotocurrent() {
 }
 
 Reading noteReading(Reading reading) {
-    readingAtLimit = readingAtLimit || reading.limited;
-    readingAnswered = reading.answered;
+    instrumentLink.readingAtLimit = instrumentLink.readingAtLimit || reading.limited;
+    instrumentLink.readingAnswered = reading.answered;
     return reading;
 }
 
 bool lastReadingAnswered() {
-    return readingAnswered;
+    return instrumentLink.readingAnswered;
 }
 
 bool biasWasLimited() {
-    const bool limited = readingAtLimit;
-    readingAtLimit = false;
+    const bool limited = instrumentLink.readingAtLimit;
+    instrumentLink.readingAtLimit = false;
     // A source that no longer answers would only cost another time-out.
-    if (limited || !readingAnswered) return limited;
+    if (limited || !instrumentLink.readingAnswered) return limited;
     const InstrumentKind& source = selectedInstrument();
     return source.isLimited && source.isLimited();
 }

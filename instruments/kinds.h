@@ -78,6 +78,8 @@ struct InstrumentLink {
     // has heard what it was last told.
     std::array<bool, equipmentKindCount> mayBeBiased = {};
     bool biasHeard = true;
+    bool readingAnswered = false; // the last one
+    bool readingAtLimit = false;  // one of those since biasWasLimited was asked
 };
 
 extern InstrumentLink instrumentLink;

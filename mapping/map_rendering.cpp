@@ -268,7 +268,7 @@ void placeMapWindowForArea() {
 
 void placePictureWindows() {
     placeMapWindowForArea();
-    if (confocalEnabled)
+    if (mapIsConfocal())
         placeConfocalWindow(picturesLeft, confocalTop, scanArea.mapWidthPx + 50,
                             scanArea.mapHeightPx + 40);
 }
@@ -293,7 +293,7 @@ void coverWithGround(WindowHandle window) {
 void startLiveRows() {
     mapViews.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
     coverWithGround(mapWindow);
-    if (confocalEnabled) coverWithGround(confocalWindow);
+    if (mapIsConfocal()) coverWithGround(confocalWindow);
 }
 
 void setLiveRows(int firstDrawnRow) {

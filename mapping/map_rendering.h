@@ -44,7 +44,7 @@ void drawScaleLabels(WindowHandle window);
 void markPoint(ContextHandle view, int x, int y);
 
 // Places the windows of the maps beside the main window, sized for the scan area, and shows them;
-// the one for the confocal maps only when confocal imaging is on.
+// the one for the confocal maps only when the maps have such planes.
 void placePictureWindows();
 
 // Draws a channel into the map window; channel 0 with its colour scale.

@@ -186,7 +186,7 @@ void measurePoint(const Point& point, int mapRow) {
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
     heed(reading.answered, boardIsInstrument ? report.board : report.instrument);
     if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
-    if (confocalEnabled) {
+    if (mapIsConfocal()) {
         grabFrames(cameraState, 1);
         colourless = cameraState.connected == 0;
         if (colourless) report.camera.count(point.row, point.column);
@@ -275,7 +275,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
     flushJournal();
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
-    if (confocalEnabled) drawConfocalRow(confocalWindow, mapRow);
+    if (mapIsConfocal()) drawConfocalRow(confocalWindow, mapRow);
     return true;
 }
 
@@ -295,7 +295,7 @@ bool consentGiven(bool compensated) {
 }
 
 void scanAllRows(const ScanPlace& place) {
-    if (confocalEnabled) {
+    if (mapIsConfocal()) {
         controlCamera(cameraState, cameraManual);
         grabFrames(cameraState, 1);
     }
@@ -343,7 +343,7 @@ bool saveEverything(bool (*saveFiles)()) {
     placePictureWindows(); // they may have been closed since
     drawMapWithScale(channelPhotocurrent);
     saveMapImage(mapWindow, channelPhotocurrent, "KST");
-    if (!confocalEnabled) return saved;
+    if (!mapIsConfocal()) return saved;
     saveConfocalImage(channelRed, "CONF_R");
     saveConfocalImage(channelGreen, "CONF_G");
     saveConfocalImage(channelBlue, "CONF_B");
@@ -399,9 +399,9 @@ int runMapping() {
     ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
     const auto limit = static_cast<double>(instrumentLink.currentLimit);
     applyBias(static_cast<double>(instrumentLink.biasVoltage), limit);
-    placePictureWindows();
     allocateMaps();
     scanMap.conditions = presentConditions();
+    placePictureWindows();
     if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
     ensureSessionFolder(dataFolders);
     beginScanJournal();

@@ -207,14 +207,11 @@ void recoverLastScan() {
     scanArea = scan->area;
 
     const DataFolders present = dataFolders;
-    const int32_t confocalNow = confocalEnabled;
-    confocalEnabled = scanMap.conditions->confocal ? 1 : 0;
     dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + scan->folder;
     makeFolder(dataFolders.sessionFolder); // it is there, unless somebody has moved it away
     dataFolders.sessionFolderMade = 1;
     const bool saved = saveScan();
     dataFolders = present;
-    confocalEnabled = confocalNow;
     if (saved) removeLeftJournal(*left);
     showInformation(
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",

@@ -64,6 +64,10 @@ ScanConditions presentConditions() {
     return now;
 }
 
+bool mapIsConfocal() {
+    return scanMap.conditions ? scanMap.conditions->confocal : confocalEnabled != 0;
+}
+
 ScanConditions mapConditions() {
     return scanMap.conditions ? *scanMap.conditions : presentConditions();
 }
@@ -138,7 +142,7 @@ std::wstring saveMap(size_t plane, bool (*write)(const std::wstring& path, const
 
 bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     ensureSessionFolder(dataFolders);
-    const size_t planes = mapConditions().confocal ? 4 : 1;
+    const size_t planes = mapIsConfocal() ? 4 : 1;
     std::vector<std::wstring> paths;
     for (size_t plane = 0; plane < planes; ++plane) paths.push_back(saveMap(plane, write));
     if (scanMap.conditions && scanMap.conditions->options.writesUnitFile)

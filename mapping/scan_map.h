@@ -79,6 +79,9 @@ void emptyMaps(ScanMap& map, const ScanArea& area);
 // All four maps, of the scan area's size, all cells 0 and not measured.
 void allocateMaps();
 
+// Whether the maps have confocal planes: as their scan found it, or as the next one would.
+bool mapIsConfocal();
+
 // The conditions of a scan that starts now.
 ScanConditions presentConditions();
 

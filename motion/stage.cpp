@@ -29,6 +29,9 @@ constexpr int looksOfStall = 101;
 constexpr float oneAxisToleranceUm = 1.0f;
 constexpr double twoAxesToleranceUm = 3.0;
 
+// A stage that went less than this between two looks stands.
+constexpr double leastWayUm = 1.0;
+
 int movesUnderWay[axisCount];
 double nudgesUm[axisCount]; // wait for the end of the axis' move; 0 none
 bool nudging[axisCount];
@@ -130,8 +133,8 @@ public:
         if (code != notArrived) return true;
         if (timeIsOver && !approach.goesOn()) return true;
         if (!period.isOver()) return false;
-        const bool stalled =
-            errStep < 1.0f && errTarget > oneAxisToleranceUm && looks >= looksOfStall;
+        const bool stalled = static_cast<double>(errStep) < leastWayUm &&
+                             errTarget > oneAxisToleranceUm && looks >= looksOfStall;
         if (stalled && !approach.goesOn()) return true;
         ++looks;
         previous = current;
@@ -215,8 +218,9 @@ public:
         const double err = std::max(distanceLeft(pair.a, pair.targetA, aLeads),
                                     distanceLeft(pair.b, pair.targetB, !aLeads));
         const bool movesOn = controllerMoves(pair.a) || controllerMoves(pair.b);
-        const bool comesNearer = arrivalTiming.looksEarly ? movesOn || err != lastErr
-                                                          : std::fabs(err - previousErr) >= 1.0;
+        const bool comesNearer = arrivalTiming.looksEarly
+                                     ? movesOn || err != lastErr
+                                     : std::fabs(err - previousErr) >= leastWayUm;
         lastErr = err;
         // The last look has no earlier one to compare with.
         atTarget = err <= twoAxesToleranceUm && (timeIsOver || !comesNearer);
