@@ -112,7 +112,7 @@ TEST_P(InstrumentMapTest, HoldsTheLandscape) {
     EXPECT_EQ(biasInScan, instrument.source ? bias : 0.0);
     EXPECT_EQ(labBiasVolts(), 0.0);
     EXPECT_EQ(labInstrumentErrors(instrument.who), std::vector<std::string>{});
-    // What stays open at exit, and is meant to.
+    // What stays open at exit: the end of the process closes it.
     EXPECT_EQ(labCounters().networkLinks, instrument.kind == kindAnalyzerGpib ? 1u : 0u);
     EXPECT_EQ(labCounters().gpibDescriptors, instrument.kind == kindGpibMultimeter ? 1u : 0u);
     EXPECT_EQ(labCounters().visaSessions, instrument.kind == kindUsbSourcemeter ? 2u : 0u);

@@ -193,9 +193,7 @@ TEST_F(InstrumentsTest, StuckInstrumentsAreGivenUp) {
 
 TEST_F(InstrumentsTest, SourcemeterIsSetUpLineByLine) {
     ASSERT_TRUE(gpibSourcemeterOpen(24));
-    const double start = testTimeMs();
     gpibSourcemeterSetUp(0.5f, 0.0001f);
-    EXPECT_GE(testTimeMs() - start, 170); // 10 ms behind each line, then 100 ms
     EXPECT_EQ(
         labInstrumentCommands(labSourcemeter),
         (Commands{":SOUR:VOLT:RANG 1", ":SOUR:VOLT 0.500000", ":SOUR:VOLT:ILIM 0.000100",
@@ -246,9 +244,8 @@ TEST_F(InstrumentsTest, OscilloscopeThatIsNotThereLeavesNothingOpen) {
     const std::pair<const char*, const char*> faults[] = {
         {"visa absent", "Unknown system error (miscellaneous error)."},
         {"visa empty", "The given session or object reference is invalid."},
-        {"scope absent\nk2450 absent",
-         "Insufficient location information or the device or resource "
-         "is not present in the system."},
+        {"instrument absent", "Insufficient location information or the device or resource "
+                              "is not present in the system."},
         {"k2450 absent\nscope refused",
          "The resource is valid, but VISA cannot currently access it."},
         {"k2450 absent\nscope stuck", "Timeout expired before operation completed."},
@@ -356,7 +353,7 @@ TEST_F(InstrumentsTest, AReadingTellsWhetherItWasAnswered) {
             EXPECT_FALSE(lastReadingAnswered());
         }
     }
-    for (int kind : {1, 8}) {
+    for (int kind : {int{kindNiDaq}, equipmentKindCount}) {
         link.ammeterKind = kind;
         readPhotocurrent();
         EXPECT_FALSE(lastReadingAnswered());
@@ -476,33 +473,12 @@ TEST_F(InstrumentsTest, WhatTheUsbSourcemeterRefusesIsSaidOnce) {
                          "(0xBFFF0015)\n");
 }
 
-constexpr Notice noMultimeter{"No MultiMeter devices found at GPIB", "GPIB Error"};
-constexpr Notice noGpib{"No GPIB connected", "GPIB Error"};
-constexpr Notice noSourcemeter{"No SourceMeter devices found at GPIB", "GPIB Error"};
-constexpr Notice noUsbMeter{"No SourceMeter devices found via USB", "USB Error"};
-constexpr Notice noUsbMeterAtStart{"No SourceMeter devices via USB", "USB Error"};
-constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
-constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
-
 const struct Connect {
     int kind, gpibAddress;
     const char* absent; // the fault that takes the instrument away
-    const char *connected, *connectedCaption;
-    Notice failure, failureAtStart;
-    bool keptAtStart;
-} connects[] = {{2, 18, "gpib absent", "MultiMeter device connected", "GPIB Communication",
-                 noMultimeter, noMultimeter, true},
-                {3, 24, "gpib absent", "SourceMeter device connected", "GPIB Communication", noGpib,
-                 noSourcemeter, true},
-                {4, 18, "k2450 absent", "SourceMeter device connected", "USB Communication",
-                 noUsbMeter, noUsbMeterAtStart, false},
-                {5, 18, "visa absent", "Tektronics devices connected via USB",
-                 "Oscilloscope Connected", noScope, noScope, false},
-                {6, 18, "analyzer absent", "Parameter Analyzer 4200 connected via Ethernet",
-                 "Parameter Analyzer Connected", noAnalyzer, noScope, false},
-                {7, 17, "gpib absent\nanalyzer absent",
-                 "Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected",
-                 noAnalyzer, noScope, false}};
+} connects[] = {{2, 18, "gpib absent"},     {3, 24, "gpib absent"},
+                {4, 18, "k2450 absent"},    {5, 18, "visa absent"},
+                {6, 18, "analyzer absent"}, {7, 17, "gpib absent\nanalyzer absent"}};
 
 // Calls `connect`, which shows that box or, without a text, none, and ends with a kind.
 template <class Call> void expectBox(Notice notice, int32_t kindAfter, Call connect) {
@@ -541,8 +517,11 @@ template <class Call> void forEachKind(Call connect) {
 TEST_F(InstrumentsTest, StartUpShowsOnlyWhatFailed) {
     forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = c.kind;
-        expectBox(there ? Notice() : c.failureAtStart,
-                  there || c.keptAtStart ? c.kind : kindArduino, connectInstrumentAtStart);
+        const InstrumentKind& kind = instrumentKind(c.kind);
+        const Notice failure = kind.failedAtStart.text ? kind.failedAtStart : kind.failed;
+        const bool kept = there || c.kind == kindGpibMultimeter || c.kind == kindGpibSourcemeter;
+        expectBox(there ? Notice() : failure, kept ? c.kind : kindArduino,
+                  connectInstrumentAtStart);
     });
 }
 
@@ -551,8 +530,9 @@ TEST_F(InstrumentsTest, ConnectingTellsHowItWent) {
     ASSERT_NE(mainWindow, nullptr);
     forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = kindArduino;
-        expectBox(there ? Notice{c.connected, c.connectedCaption} : c.failure,
-                  there ? c.kind : kindArduino, [&] { connectInstrument(c.kind); });
+        const InstrumentKind& kind = instrumentKind(c.kind);
+        expectBox(there ? kind.connected : kind.failed, there ? c.kind : kindArduino,
+                  [&] { connectInstrument(c.kind); });
     });
     link.ammeterKind = kindGpibMultimeter;
     expectBox({"This equipment is not supported yet", "NI-DAQ Error"}, kindGpibMultimeter,

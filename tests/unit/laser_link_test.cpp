@@ -14,13 +14,11 @@ using Numbers = std::vector<uint32_t>;
 TEST_F(LaserLinkTest, OpeningSaysExactlyThis) {
     serial.scripted = true;
     serial.replies = {"32", "64", "-8"};
-    const double start = testTimeMs();
     EXPECT_EQ(openLaserLink(laserLink, nullptr), 1);
     EXPECT_EQ(wire(), "z|p|P|Q|s-6400|S-6400|T-6400|a-44800|A-44800|b-44800|");
     EXPECT_EQ(laserLink.channelValue[0], -5.0);
     EXPECT_EQ(laserLink.channelValue[1], -10.0);
     EXPECT_EQ(laserLink.channelValue[2], 1.25);
-    EXPECT_EQ(testTimeMs() - start, 100 + 3 * 10);
     EXPECT_EQ(serial.openedNames, std::vector<std::string>{"\\\\.\\COM10"});
     const SerialLineState& line = serial.line;
     EXPECT_EQ((Numbers{line.baudRate, line.byteSize, line.parity, line.stopBits, line.flags}),
@@ -68,20 +66,17 @@ TEST_F(LaserLinkTest, RepliesBecomeVolts) {
         const char* reply;
         float volts;
         const char* shown;
-        double waitedMs;
     } cases[] = {
-        {"512", 2.5f, "Rece.(0):512", 10 + 10},
-        {"1023", 4.9951172f, "Rece.(0):1023", 10 + 10},
-        {"7", 0.0f, "Rece.(0):7", 10 + 10}, // one character counts as 0
-        {"12 rest", 0.05859375f, "Rece.(0):12 rest", 10 + 10},
-        {"x12", 0.0f, "Rece.(0):x12", 10 + 10},
-        {"", 0.0f, "Rece.(1):0", 10 + 550 + 1}, // nothing within the time-out
+        {"512", 2.5f, "Rece.(0):512"},
+        {"1023", 4.9951172f, "Rece.(0):1023"},
+        {"7", 0.0f, "Rece.(0):7"}, // one character counts as 0
+        {"12 rest", 0.05859375f, "Rece.(0):12 rest"},
+        {"x12", 0.0f, "Rece.(0):x12"},
+        {"", 0.0f, "Rece.(1):0"}, // nothing within the time-out
     };
     for (const auto& each : cases) {
         serial.replies = {each.reply};
-        const double start = testTimeMs();
         EXPECT_EQ(readPhotocurrent(), each.volts) << each.reply;
-        EXPECT_EQ(testTimeMs() - start, each.waitedMs) << each.reply;
         EXPECT_EQ(textIn(Field::Information), each.shown);
         EXPECT_EQ(wire(), "R0 1|");
     }

@@ -4,15 +4,10 @@
 
 namespace {
 
-class SerialStageTest : public WindowTest {
-protected:
-    void SetUp() override {
-        WindowTest::SetUp();
-        openScriptedLink();
-    }
-};
+using SerialStageTest = WindowTest;
 
 TEST_F(SerialStageTest, RepliesEndTheWay) {
+    openScriptedLink();
     const struct {
         int axis;
         std::vector<const char*> replies;
@@ -39,22 +34,16 @@ TEST_F(SerialStageTest, RepliesEndTheWay) {
         EXPECT_EQ(laserLink.channelMaximum[axis], each.maximum);
         EXPECT_EQ(laserLink.channelMinimum[axis], each.minimum);
     }
-}
-
-TEST_F(SerialStageTest, MovesThatAreNotStarted) {
+    serial.replies = {"X", "", "-64"}; // the wrong axis, silence, the answer to the question
+    EXPECT_TRUE(waitForSerialArrival(laserLink, 2, 100.0, 200));
+    EXPECT_EQ(wire(), "Q|");
+    EXPECT_EQ(laserLink.channelValue[2], 10.0);
     EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 10001.0));
     EXPECT_EQ(textIn(Field::Information), "Error: Out of Motor range");
     laserLink.disconnected = 1;
     EXPECT_FALSE(moveSerialAxisTo(laserLink, 0, 20.0));
     EXPECT_EQ(laserLink.channelValue[0], 20.0) << "offline the cached position moves";
     EXPECT_EQ(wire(), "");
-}
-
-TEST_F(SerialStageTest, SilenceEndsInTheQuestionWhereItIs) {
-    serial.replies = {"X", "", "-64"}; // the wrong axis, nothing, the answer
-    EXPECT_TRUE(waitForSerialArrival(laserLink, 2, 100.0, 200));
-    EXPECT_EQ(wire(), "Q|");
-    EXPECT_EQ(laserLink.channelValue[2], 10.0);
 }
 
 } // namespace
