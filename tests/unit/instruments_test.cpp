@@ -193,7 +193,9 @@ TEST_F(InstrumentsTest, StuckInstrumentsAreGivenUp) {
 
 TEST_F(InstrumentsTest, SourcemeterIsSetUpLineByLine) {
     ASSERT_TRUE(gpibSourcemeterOpen(24));
+    const double settledMs = testTimeMs() + 170; // 10 ms behind each line, then 100 ms
     gpibSourcemeterSetUp(0.5f, 0.0001f);
+    EXPECT_GE(testTimeMs(), settledMs) << "no reading while the source settles";
     EXPECT_EQ(
         labInstrumentCommands(labSourcemeter),
         (Commands{":SOUR:VOLT:RANG 1", ":SOUR:VOLT 0.500000", ":SOUR:VOLT:ILIM 0.000100",
