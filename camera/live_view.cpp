@@ -18,6 +18,7 @@
 #include <algorithm>
 
 void (*onLiveViewStart)() = [] {};
+void (*onFreshFrame)() = [] {};
 LiveViewState liveViewState;
 
 namespace {
@@ -75,6 +76,7 @@ void grabAndDraw() {
     grabFrames(cameraState, 1);
     drawCameraFrame(cameraImage.pixels.get(), 0);
     ++liveViewState.framesShown;
+    onFreshFrame();
 }
 
 void switchLiveView(LiveView to) {

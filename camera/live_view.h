@@ -6,6 +6,9 @@
 // Called when the live view goes on: the scan's geometry belongs to the view. Set at start-up.
 extern void (*onLiveViewStart)();
 
+// Called when a fresh frame is on the main window. Set at start-up.
+extern void (*onFreshFrame)();
+
 struct LiveViewState {
     int idleTicks = 0;
     bool wasOn = false;       // before it was last switched

@@ -132,3 +132,21 @@ uint32_t pixelGreen(const CameraImage& image, int32_t x, int32_t y) {
 uint32_t pixelRed(const CameraImage& image, int32_t x, int32_t y) {
     return channelAt(image, pixelOffset(x, y) + 2);
 }
+
+std::vector<uint32_t> smallPicture(const CameraImage& image) {
+    std::vector<uint32_t> small;
+    if (!image.pixels) return small;
+    small.reserve(size_t{smallPictureWidth} * smallPictureHeight);
+    const size_t rowBytes = size_t{smallPictureWidth} * 8;
+    for (size_t row = smallPictureHeight; row-- > 0;) {
+        const uint8_t* pixel = image.pixels.get() + 2 * row * rowBytes;
+        for (int32_t x = 0; x < smallPictureWidth; ++x, pixel += 8) {
+            const auto mean = [&](size_t channel) {
+                return uint32_t{pixel[channel]} + pixel[channel + 4] + pixel[channel + rowBytes] +
+                       pixel[channel + rowBytes + 4];
+            };
+            small.push_back(mean(2) / 4 << 16 | mean(1) / 4 << 8 | mean(0) / 4);
+        }
+    }
+    return small;
+}

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 // Display picture size in pixels: half the sensor's 2464 x 2056 in each direction.
 extern int32_t imageWidth;  // 1232
@@ -43,6 +44,11 @@ extern int32_t blueOnly;
 // x `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they
 // are.
 void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* out);
+
+// The display picture at half its size, each pixel the mean of four: top-down, 0x00RRGGBB. Empty
+// without picture memory.
+constexpr int32_t smallPictureWidth = 616, smallPictureHeight = 514;
+std::vector<uint32_t> smallPicture(const CameraImage& image);
 
 // One channel of a display pixel, row counted from the bottom; positions outside the picture give
 // its edge.

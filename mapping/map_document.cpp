@@ -189,6 +189,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     };
     add("Program", scan.program);
     add("Started", timeText(scan.started));
+    if (!scan.continued.empty()) add("Continued", printable(scan.continued));
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));

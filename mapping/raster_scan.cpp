@@ -8,6 +8,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
@@ -41,6 +42,7 @@ namespace {
 struct ScanPlace {
     double homeX, homeY;   // where the stage stood
     double startX, startY; // the first point
+    int firstRow = 0;      // not 0 of a scan that goes on
 };
 
 // Points that one cause has spoilt.
@@ -64,6 +66,7 @@ struct ScanReport {
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
     bool journalLost = false; // at least in part
+    double zShiftUm = 0.0;    // the Z of a scan that goes on, as its first start counts it
 };
 
 ScanReport report;
@@ -284,6 +287,8 @@ void showScanAreaForConsent() {
     waitResponsive(1000);
     switchLiveView(LiveView::FreshFrame);
     showScanArea();
+    if (wideView) grabFrames(cameraState, 1); // what is on the screen was seen earlier
+    keepScanPicture();
 }
 
 bool consentGiven(bool compensated) {
@@ -307,10 +312,11 @@ void scanAllRows(const ScanPlace& place) {
     waitResponsive(500);
 
     const double rowUm = (scanArea.cols - 1) * scanArea.scanStep;
-    pace = ScanPace(scanArea.cols, scanArea.rows, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
+    pace = ScanPace(scanArea.cols, scanArea.rows - place.firstRow,
+                    rowUm / (motorSpeed * umPerFullStep) * 1000.0);
     const WindowContext view(mainWindow); // the scan's own, for its markers
-    int count = 0;
-    for (int row = 0; row < scanArea.rows && !stopRequested; ++row)
+    int count = place.firstRow * scanArea.cols;
+    for (int row = place.firstRow; row < scanArea.rows && !stopRequested; ++row)
         if (!scanRow(place, view, row, count)) break;
     report.pointsDone = count;
     logEvent(formatted("Mapping: %d of %d points, %d in doubt", count, scanArea.totalPoints,
@@ -352,7 +358,8 @@ bool saveEverything(bool (*saveFiles)()) {
 }
 
 void noteEnd(ProcessEnd end) {
-    scanMap.outcome = {end, localTime(), stageZ.positionUm, laserLevel, whatFailed()};
+    scanMap.outcome = {end, localTime(), stageZ.positionUm + report.zShiftUm, laserLevel,
+                       whatFailed()};
 }
 
 } // namespace
@@ -390,7 +397,44 @@ void saveScanAtForcedEnd() {
         removeJournal(); // else its writer may be in the middle of a line
 }
 
-int runMapping() {
+namespace {
+
+// What is told of the points that an earlier run has measured.
+void takeOverReport(int firstRow) {
+    report.pointsDone = firstRow * scanArea.cols;
+    for (int row = 0; row < firstRow; ++row)
+        for (int column = 0; column < scanArea.cols; ++column) {
+            const PointMark mark = scanMap.marks[static_cast<size_t>(column)]
+                                                [static_cast<size_t>(scanArea.rows - 1 - row)];
+            if (mark == PointMark::Measured) continue;
+            Trouble& trouble = mark == PointMark::NotReached ? report.notReached
+                               : mark == PointMark::NoColour ? report.camera
+                                                             : report.instrument;
+            trouble.count(row, column);
+            ++report.pointsInDoubt;
+        }
+}
+
+void beginScan() {
+    allocateMaps();
+    scanMap.conditions = presentConditions();
+    if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
+    ensureSessionFolder(dataFolders);
+    beginScanJournal();
+}
+
+void beginContinuation(ScanPlace& place, const LeftJournal& left) {
+    place.firstRow = firstMissingRow(scanMap);
+    ScanConditions& conditions = *scanMap.conditions;
+    report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
+    if (!conditions.continued.empty()) conditions.continued += "; ";
+    conditions.continued += timeText(localTime()) + formatted(" after row %d", place.firstRow);
+    takeOverReport(place.firstRow);
+    continueScanJournal(left);
+    logEvent("Continued: " + conditions.continued);
+}
+
+void scanFrom(const LeftJournal* left) {
     const ScanTiming timing;
     showInformation("Moving to starting point");
     setField(Field::Remaining, "");
@@ -399,15 +443,19 @@ int runMapping() {
     ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
     const auto limit = static_cast<double>(instrumentLink.currentLimit);
     applyBias(static_cast<double>(instrumentLink.biasVoltage), limit);
-    allocateMaps();
-    scanMap.conditions = presentConditions();
+    if (left)
+        beginContinuation(place, *left);
+    else
+        beginScan();
     placePictureWindows();
-    if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
-    ensureSessionFolder(dataFolders);
-    beginScanJournal();
     logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um",
                        scanArea.cols, scanArea.rows, scanArea.scanStep, place.homeX, place.homeY));
     startLiveRows();
+    if (place.firstRow > 0) {
+        setLiveRows(scanArea.rows - place.firstRow);
+        repaintMapWindow();
+        repaintConfocalWindow();
+    }
     place.startX = place.homeX + scanArea.offsetXUm;
     place.startY = place.homeY + scanArea.offsetYUm;
     showInformation("scanning ...");
@@ -425,8 +473,21 @@ int runMapping() {
     scanMap.outcome.trouble = whatFailed();
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
-    if (saveEverything(saveMapFiles)) removeJournal();
+    const bool saved = saveEverything(saveMapFiles);
+    if (saved && !(left && declined)) removeJournal();
     leaveJournal(); // what is only there is offered again
     showReport();   // over what the saving had to say
+}
+
+} // namespace
+
+int runMapping() {
+    scanFrom(nullptr);
+    return 1;
+}
+
+int continueMapping(const LeftJournal& left, const std::wstring& folder) {
+    const OtherSessionFolder scansOwn(folder);
+    scanFrom(&left);
     return 1;
 }

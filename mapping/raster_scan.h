@@ -1,6 +1,8 @@
 // The raster scan: moves the sample point by point and builds the maps.
 #pragma once
 
+#include "session/journal.h"
+
 #include <cstdint>
 
 // Waits before a reading: at the beginning of a row and at each point.
@@ -10,6 +12,12 @@ constexpr uint32_t rowSettleMs = 10;
 // back to where the stage stood. Saves the map files and images also of a scan that was stopped or
 // declined. Always returns 1.
 int runMapping();
+
+// Goes on with the map in memory, whose settings are in force (takeOverScan), from its first
+// missing row on, as if the scan had started where the stage stands. All is saved into `folder`,
+// the scan's session folder, and `left`, its journal, becomes that of this scan; when this one is
+// declined the journal stays, so that it can go on another time. Always returns 1.
+int continueMapping(const LeftJournal& left, const std::wstring& folder);
 
 // Writes the files and images of the map in memory without asking; whether every number is in a
 // file.

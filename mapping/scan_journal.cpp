@@ -1,6 +1,7 @@
 // Writes a scan's journal, and makes a map of one.
 #include "mapping/scan_journal.h"
 
+#include "camera/camera.h"
 #include "mapping/raster_scan.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
@@ -11,13 +12,13 @@
 
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <map>
 
 namespace {
 
-constexpr char kind[] = "scan";
-
 using Lines = std::map<std::string, std::string>;
+using Texts = std::vector<std::string>;
 
 std::string textOf(int32_t value) {
     return formatted("%d", value);
@@ -97,9 +98,7 @@ template <class Scan, class Visit> void eachValue(Scan& scan, Visit visit) {
     visit("area view scale", a.viewScale);
 }
 
-constexpr char pointsBegin[] = "points";
-constexpr char unreadable[] =
-    "A journal was left that cannot be read; it stays in KST_Data/Journal";
+constexpr char folderIs[] = "folder = ", continuedIs[] = "continued = ", pointsBegin[] = "points";
 
 // The cells' place and values; the laser spot is the scan's own while the geometry is computed.
 void computeArea(JournaledScan& scan) {
@@ -125,39 +124,70 @@ bool takePoint(const std::string& line, JournaledScan& scan) {
     return true;
 }
 
-std::string dateOf(const LocalTime& time) {
-    return formatted("%d-%02d-%02d %02d:%02d", time.year, time.month, time.day, time.hour,
-                     time.minute);
-}
-
-} // namespace
-
-void beginScanJournal() {
-    if (!beginJournal(kind)) return;
+// All that stands before the points.
+Texts conditionLines() {
     JournaledScan scan{.map = {.conditions = scanMap.conditions}, .area = scanArea};
-    journalLine("folder = " + fileNameOf(dataFolders.sessionFolder));
-    eachValue(scan, [](const char* name, const auto& value) {
-        journalLine(std::string(name) + " = " + textOf(value));
+    Texts lines{folderIs + fileNameOf(dataFolders.sessionFolder)};
+    eachValue(scan, [&](const char* name, const auto& value) {
+        lines.push_back(std::string(name) + " = " + textOf(value));
     });
-    journalLine(pointsBegin);
-    flushJournal();
+    if (!scanMap.conditions->continued.empty())
+        lines.push_back(continuedIs + scanMap.conditions->continued);
+    lines.push_back(pointsBegin);
+    return lines;
 }
 
-void journalPoint(size_t column, size_t mapRow) {
-    if (journalIsBroken()) return;
+std::string pointLine(size_t column, size_t mapRow) {
     const auto value = [&](size_t plane) {
         return static_cast<double>(scanMap.maps[plane][column][mapRow]);
     };
     const double deviation =
         scanMap.deviation.empty() ? 0.0 : static_cast<double>(scanMap.deviation[column][mapRow]);
-    journalLine(formatted("%d %d %.9g %.9g %.9g %.9g %.9g %d", static_cast<int>(column),
-                          static_cast<int>(mapRow), value(planePhotocurrent), value(planeRed),
-                          value(planeGreen), value(planeBlue), deviation,
-                          static_cast<int>(scanMap.marks[column][mapRow])));
+    return formatted("%d %d %.9g %.9g %.9g %.9g %.9g %d", static_cast<int>(column),
+                     static_cast<int>(mapRow), value(planePhotocurrent), value(planeRed),
+                     value(planeGreen), value(planeBlue), deviation,
+                     static_cast<int>(scanMap.marks[column][mapRow]));
+}
+
+} // namespace
+
+void beginScanJournal() {
+    if (!beginJournal(scanJournalKind)) return;
+    for (const std::string& line : conditionLines()) journalLine(line);
+    flushJournal();
+}
+
+void continueScanJournal(const LeftJournal& left) {
+    Texts lines = conditionLines();
+    for (size_t row = scanMap.marks.front().size(); row-- > 0;)
+        for (size_t column = 0; column < scanMap.marks.size(); ++column)
+            if (scanMap.marks[column][row] != PointMark::NotMeasured)
+                lines.push_back(pointLine(column, row));
+    continueJournal(left, lines);
+}
+
+void journalPoint(size_t column, size_t mapRow) {
+    if (!journalIsBroken()) journalLine(pointLine(column, mapRow));
+}
+
+void keepScanPicture() {
+    // Another one would follow the stage away from the first place at each time that it goes on.
+    if (!cameraState.connected || !scanMap.conditions->continued.empty()) return;
+    const std::vector<uint32_t> pixels = smallPicture(cameraImage);
+    keepJournalPicture(
+        {reinterpret_cast<const char*>(pixels.data()), pixels.size() * sizeof pixels.front()});
+}
+
+std::vector<uint32_t> scanPicture(const LeftJournal& journal) {
+    const std::string bytes = journalPicture(journal);
+    std::vector<uint32_t> pixels(size_t{smallPictureWidth} * smallPictureHeight);
+    if (bytes.size() != pixels.size() * sizeof pixels.front()) return {};
+    std::memcpy(pixels.data(), bytes.data(), bytes.size());
+    return pixels;
 }
 
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
-    if (journal.kind != kind) return {};
+    if (journal.kind != scanJournalKind) return {};
     Lines values;
     size_t i = 0;
     for (; i < journal.lines.size() && journal.lines[i] != pointsBegin; ++i) {
@@ -174,6 +204,7 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
         whole = whole && found != values.end() && take(found->second, value);
     });
     scan.folder = widened(values["folder"]);
+    scan.map.conditions->continued = values["continued"];
     if (!whole || scan.folder.empty() || scan.area.viewScale < 1) return {};
     computeArea(scan);
     const ScanConditions& conditions = *scan.map.conditions;
@@ -186,32 +217,45 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     return scan;
 }
 
+int firstMissingRow(const ScanMap& map) {
+    const auto rows = static_cast<int>(map.marks.front().size());
+    for (int row = 0; row < rows; ++row)
+        for (const std::vector<PointMark>& column : map.marks)
+            if (column[static_cast<size_t>(rows - 1 - row)] == PointMark::NotMeasured) return row;
+    return rows;
+}
+
+std::string startOf(const JournaledScan& scan) {
+    const LocalTime& time = scan.map.conditions->started;
+    return formatted("%d-%02d-%02d %02d:%02d", time.year, time.month, time.day, time.hour,
+                     time.minute);
+}
+
 std::string leftScanNotice() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return {};
     const std::optional<JournaledScan> scan = readScanJournal(*left);
-    if (!scan) return unreadable;
-    return formatted("A scan of %s was cut off: %d of %d points. \"File\", \"Recover last scan\"",
-                     dateOf(scan->map.conditions->started).c_str(), scan->points,
-                     scan->area.totalPoints);
+    if (!scan) return unreadableJournal;
+    return formatted(
+        "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
+        "\"Recover last scan\"",
+        startOf(*scan).c_str(), scan->points, scan->area.totalPoints);
 }
 
 void recoverLastScan() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return showInformation("No scan was cut off");
     std::optional<JournaledScan> scan = readScanJournal(*left);
-    if (!scan) return showInformation(unreadable);
+    if (!scan) return showInformation(unreadableJournal);
     scan->map.saveCount = scanMap.saveCount;
     scanMap = std::move(scan->map);
     scanMap.outcome.end = ProcessEnd::CutOff;
     scanArea = scan->area;
 
-    const DataFolders present = dataFolders;
-    dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + scan->folder;
-    makeFolder(dataFolders.sessionFolder); // it is there, unless somebody has moved it away
-    dataFolders.sessionFolderMade = 1;
-    const bool saved = saveScan();
-    dataFolders = present;
+    const bool saved = [&] {
+        const OtherSessionFolder folder(scan->folder);
+        return saveScan();
+    }();
     if (saved) removeLeftJournal(*left);
     showInformation(
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",

@@ -7,11 +7,27 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+constexpr char scanJournalKind[] = "scan";
+constexpr char unreadableJournal[] =
+    "A journal was left that cannot be read; it stays in KST_Data/Journal";
 
 // For scanMap, whose conditions are frozen, and scanArea. Failures are said on standard output and
 // by journalIsBroken.
 void beginScanJournal();
 void journalPoint(size_t column, size_t mapRow); // of scanMap
+
+// The same for a scan that goes on: the journal that it was read from becomes its own, with the
+// points of the map and all that follow.
+void continueScanJournal(const LeftJournal& left);
+
+// The camera's last picture, of the place where the scan starts; not that of another scan, which
+// goes on here. Nothing without a camera.
+void keepScanPicture();
+
+// The picture that was kept, as smallPicture makes it; empty when there is none.
+std::vector<uint32_t> scanPicture(const LeftJournal& journal);
 
 // A scan as its journal has it.
 struct JournaledScan {
@@ -23,6 +39,13 @@ struct JournaledScan {
 
 // Nothing when the lines do not hold a scan's conditions whole.
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal);
+
+// The first row in the order of the scan, from 0, of which a point is missing; the number of rows
+// when none is.
+int firstMissingRow(const ScanMap& map);
+
+// "2026-11-25 12:30"
+std::string startOf(const JournaledScan& scan);
 
 // "A scan of 2026-11-25 12:30 was cut off ..." for a journal that is left over; empty without one.
 std::string leftScanNotice();

@@ -49,6 +49,7 @@ struct ScanConditions {
     ScanOptions options;
     int32_t axisOrder = 0;    // of the controllers
     uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
+    std::string continued;    // when, and behind which row, it went on; empty of a scan in one go
 };
 
 // How the scan of the map ended, and what had changed by then.

@@ -65,6 +65,14 @@ enum ControlId : int {
     idDevices = 32841,
     idScanOptions = 32850,
     idRecoverScan = 32851,
+    idContinueScan = 32852,
+};
+
+// Of the window "Continue last scan".
+enum ContinueId : int {
+    idContinueConfirm = 1100,
+    idContinueCancel = 1101,
+    idContinueMove = 1110, // twelve of them: X, Y, Z by each step
 };
 
 // Of the page of the devices.

@@ -97,10 +97,10 @@ struct ToolControl {
 };
 
 // Creates and shows a tool window (class "IV") owned by the main window, at (`left`, 100) of the
-// screen, 500 x 435 pixels outside; its edits go into `edits` in their order. Null on failure. Its
-// commands come to onToolCommand, its close to onToolClose.
+// screen, outer size in pixels; its edits go into `edits` in their order, and the first of them has
+// the focus. Null on failure. Its commands come to onToolCommand, its close to onToolClose.
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
-                              int count, WindowHandle* edits);
+                              int count, WindowHandle* edits, int width = 500, int height = 435);
 void destroyToolWindow(WindowHandle window);
 void raiseToolWindow(WindowHandle window); // to the front, to type into
 

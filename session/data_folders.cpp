@@ -26,3 +26,13 @@ void ensureSessionFolder(DataFolders& folders) {
     makeFolder(folders.sessionFolder);
     folders.sessionFolderMade = 1;
 }
+
+OtherSessionFolder::OtherSessionFolder(const std::wstring& name) : before(dataFolders) {
+    dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + name;
+    makeFolder(dataFolders.sessionFolder);
+    dataFolders.sessionFolderMade = 1;
+}
+
+OtherSessionFolder::~OtherSessionFolder() {
+    dataFolders = before;
+}

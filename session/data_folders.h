@@ -19,3 +19,16 @@ void prepareDataFolders(DataFolders& folders);
 // Makes the session folder, named for the local minute of this first call; later calls do nothing
 // until a failed save has cleared `sessionFolderMade`.
 void ensureSessionFolder(DataFolders& folders);
+
+// What is saved in this object's block goes into the session folder of that name, which is made
+// where it is not there.
+class OtherSessionFolder {
+public:
+    explicit OtherSessionFolder(const std::wstring& name);
+    ~OtherSessionFolder();
+    OtherSessionFolder(const OtherSessionFolder&) = delete;
+    OtherSessionFolder& operator=(const OtherSessionFolder&) = delete;
+
+private:
+    DataFolders before;
+};

@@ -6,6 +6,7 @@
 #include "platform/text_format.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/document.h"
 
 #include <array>
 #include <cstdint>
@@ -42,11 +43,25 @@ std::wstring pathOf(int number) {
     return dataFolders.dataRoot + L"\\Journal\\journal" + std::to_wstring(number) + L".txt";
 }
 
-// -1 when there is none. Numbers are never used again while a later one is there.
-int latestNumber() {
-    int number = mostJournals - 1;
+std::wstring picturePathOf(const std::wstring& path) {
+    return path + L".picture";
+}
+
+// The latest below `end`; -1 when there is none. Numbers are never used again while a later one is
+// there.
+int latestNumber(int end = mostJournals) {
+    int number = end - 1;
     while (number >= 0 && (pathOf(number) == journalPath || !fileExists(pathOf(number)))) --number;
     return number;
+}
+
+void removeWithPicture(const std::wstring& path) {
+    removeFile(path);
+    removeFile(picturePathOf(path));
+}
+
+std::string withChecksum(const std::string& text) {
+    return text + formatted(" %08x\n", checksumOf(text));
 }
 
 void giveUp() {
@@ -90,6 +105,7 @@ bool beginJournal(const std::string& kind) {
     makeFolder(dataFolders.dataRoot + L"\\Journal"); // one that is there already is simply used
     const int number = latestNumber() + 1;
     journalPath = pathOf(number);
+    removeFile(picturePathOf(journalPath)); // of an earlier one of that number
     if (number < mostJournals) journal = openFile(journalPath, L"wb");
     flushedMs = tickCountMs();
     if (!journal) {
@@ -103,7 +119,7 @@ bool beginJournal(const std::string& kind) {
 
 void journalLine(const std::string& text) {
     if (!journal) return;
-    const std::string line = text + formatted(" %08x\n", checksumOf(text));
+    const std::string line = withChecksum(text);
     if (std::fwrite(line.data(), 1, line.size(), journal.get()) != line.size()) return giveUp();
     if (tickCountMs() - flushedMs >= longestUnflushedMs) flushJournal();
 }
@@ -120,7 +136,7 @@ bool journalIsBroken() {
 
 void removeJournal() {
     journal.reset();
-    if (!journalPath.empty()) removeFile(journalPath);
+    if (!journalPath.empty()) removeWithPicture(journalPath);
     journalPath.clear();
 }
 
@@ -129,12 +145,38 @@ void leaveJournal() {
     journalPath.clear();
 }
 
-std::optional<LeftJournal> findLeftJournal() {
-    const int number = latestNumber();
-    if (number < 0) return {};
-    return readJournal(pathOf(number));
+void keepJournalPicture(const std::string& picture) {
+    if (!journal) return;
+    writeDocument(picturePathOf(journalPath), withChecksum(picture), L"wb");
+}
+
+std::optional<LeftJournal> findLeftJournal(const std::string& kind) {
+    std::optional<LeftJournal> unreadable;
+    for (int number = latestNumber(); number >= 0; number = latestNumber(number)) {
+        LeftJournal found = readJournal(pathOf(number));
+        if (!found.kind.empty() && (kind.empty() || kind == found.kind)) return found;
+        if (kind.empty() && !unreadable) unreadable = found;
+    }
+    return unreadable;
+}
+
+std::string journalPicture(const LeftJournal& left) {
+    const std::string content = contentOfFile(picturePathOf(left.path)).value_or("");
+    if (content.empty()) return {};
+    return checked(content.substr(0, content.size() - 1)).value_or("");
+}
+
+bool continueJournal(const LeftJournal& left, const std::vector<std::string>& lines) {
+    leaveJournal();
+    journalPath = left.path;
+    std::string content = withChecksum(firstWords + left.kind);
+    for (const std::string& line : lines) content += withChecksum(line);
+    if (writeDocument(left.path, content, L"wb")) journal = openFile(left.path, L"ab");
+    flushedMs = tickCountMs();
+    if (!journal) giveUp();
+    return !journalIsBroken();
 }
 
 void removeLeftJournal(const LeftJournal& left) {
-    removeFile(left.path);
+    removeWithPicture(left.path);
 }

@@ -21,6 +21,10 @@ void flushJournal();
 // measurement goes on without it.
 bool journalIsBroken();
 
+// Keeps `picture` in a file beside the journal that is being written, which goes with it. A failure
+// is only logged.
+void keepJournalPicture(const std::string& picture);
+
 // What was measured is saved elsewhere: the file goes.
 void removeJournal();
 
@@ -33,7 +37,16 @@ struct LeftJournal {
     std::vector<std::string> lines; // behind the first, without their checksums
 };
 
-// The latest that an earlier run left, the running measurement's own excepted.
-std::optional<LeftJournal> findLeftJournal();
+// The latest of that kind that an earlier run left, the running measurement's own excepted. Without
+// a kind the latest of all; one that cannot be read only where no other is.
+std::optional<LeftJournal> findLeftJournal(const std::string& kind = "");
+
+// What was kept with it; empty when there is none, or it was cut or changed.
+std::string journalPicture(const LeftJournal& journal);
+
+// The measurement goes on: the journal is replaced by one of these lines, the whole file or nothing
+// of it, and the lines that follow go behind them. False when that failed: the old one is as it
+// was, the other functions write nothing, and removeJournal still removes it.
+bool continueJournal(const LeftJournal& journal, const std::vector<std::string>& lines);
 
 void removeLeftJournal(const LeftJournal& journal);

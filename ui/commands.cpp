@@ -33,6 +33,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/configuration.h"
+#include "ui/continue_window.h"
 #include "ui/devices_page.h"
 #include "ui/scan_options_dialog.h"
 #include "ui/tool_windows.h"
@@ -60,20 +61,8 @@ void moveAndShow(StageAxis& axis, double um) {
     refreshPositions();
 }
 
-void mapSample() {
-    stopRequested = 0; // before the question: the window may be closed while it is asked
-    if (!partialStageAccepted() || stopRequested) return;
-    {
-        const RunningProcess running;
-        setField(Field::StartButton, "Stop");
-        showInformation("Writing...");
-        waitResponsive(10);
-        if (confocalEnabled) connectMissingCamera();
-        showMapWindow(channelPhotocurrent);
-        runMapping();
-    }
-    setField(Field::StartButton, "Start");
-    refreshPositions();
+void scanSample() {
+    mapSample([] { return true; }, [] { runMapping(); });
 }
 
 void readPositions() {
@@ -193,7 +182,7 @@ constexpr Command commands[] = {
     {idShowLog, showLog, allowed, allowed},
     {idExit, onClose, allowed, allowed, "Exit"},
     // While one runs, the click is the question whether to stop it.
-    {idStart, [] { runProcess("Mapping", mapSample, saveScanAtForcedEnd); }, ignored, refused},
+    {idStart, [] { runProcess("Mapping", scanSample, saveScanAtForcedEnd); }, ignored, refused},
     {idWideView, [] { runProcess("Wide View", makeWideView, nullptr); }, ignored, refused},
     {idFocus, [] { runProcess("Focus", focusLaser, nullptr); }, ignored, refused},
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
@@ -242,6 +231,7 @@ constexpr Command commands[] = {
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
     {idRecoverScan, recoverLastScan, refused, refused, "Recover last scan"},
+    {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
 };
 // clang-format on
 
@@ -299,6 +289,22 @@ std::span<const Command> commandTable() {
     return commands;
 }
 
+void mapSample(bool (*prepare)(), void (*scan)()) {
+    stopRequested = 0; // before the question: the window may be closed while it is asked
+    if (!partialStageAccepted() || stopRequested || !prepare() || stopRequested) return;
+    {
+        const RunningProcess running;
+        setField(Field::StartButton, "Stop");
+        showInformation("Writing...");
+        waitResponsive(10);
+        if (confocalEnabled) connectMissingCamera();
+        showMapWindow(channelPhotocurrent);
+        scan();
+    }
+    setField(Field::StartButton, "Start");
+    refreshPositions();
+}
+
 void onCommand(int id) {
     for (const Command& command : commands) {
         if (command.id != id || !mayHappen(command.duringProcess, command.duringMove)) continue;
@@ -306,7 +312,7 @@ void onCommand(int id) {
         command.carryOut();
     }
     // So that the arrow keys go on working; into a tool window the operator types.
-    if (id != idIvMeasurement && id != idTimeEvolution) focusMainWindow();
+    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan) focusMainWindow();
 }
 
 void onKeyDown(uintptr_t virtualKey) {

@@ -21,6 +21,11 @@ struct Command {
 std::span<const Command> commandTable();
 
 void onCommand(int id);
+
+// The work of a scan's process, from the questions before it to the start button after it: `scan`
+// when `prepare` has returned true.
+void mapSample(bool (*prepare)(), void (*scan)());
+
 // What keys and mouse are in the middle of.
 struct HandState {
     int keyBusy = 0;             // a key's move is under way: the move keys do nothing

@@ -13,6 +13,8 @@
 #include "spectroscopy/iv_sweep.h"
 #include "spectroscopy/sweep_record.h"
 #include "spectroscopy/time_evolution.h"
+#include "ui/commands.h"
+#include "ui/continue_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -144,6 +146,7 @@ void openTool(Tool tool) {
 }
 
 void onToolCommand(WindowHandle window, int id) {
+    if (isContinueWindow(window)) return onContinueCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -164,10 +167,23 @@ void onToolClose(WindowHandle window) {
     destroyToolWindow(window);
 }
 
+void onToolKey(WindowHandle window, uintptr_t virtualKey) {
+    if (toolTakesKeys(window)) onKeyDown(virtualKey);
+}
+
+bool toolTakesKeys(WindowHandle window) {
+    return isContinueWindow(window);
+}
+
+void onToolPaint(WindowHandle window) {
+    if (isContinueWindow(window)) paintContinueWindow();
+}
+
 bool isToolWindow(WindowHandle window) {
-    return stateOf(window) != nullptr;
+    return stateOf(window) != nullptr || isContinueWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
+    if (isContinueWindow(window)) forgetContinueWindow();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

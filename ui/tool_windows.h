@@ -1,7 +1,10 @@
-// The tool windows of the point measurements: what stands in them and what their buttons do.
+// The tool windows of the point measurements: what stands in them and what their buttons do. The
+// window "Continue last scan" has the same class, and passes through here.
 #pragma once
 
 #include "platform/window_handle.h"
+
+#include <cstdint>
 
 enum class Tool { IvCurve, TimeEvolution };
 
@@ -16,6 +19,12 @@ void onToolCommand(WindowHandle window, int id);
 // The operator closes a tool window. While its measurement runs that is asked to stop, and the
 // window goes when it has ended.
 void onToolClose(WindowHandle window);
+
+// A key that the window itself was given; whether its keys steer the stage, as in the main window.
+void onToolKey(WindowHandle window, uintptr_t virtualKey);
+bool toolTakesKeys(WindowHandle window);
+
+void onToolPaint(WindowHandle window);
 
 bool isToolWindow(WindowHandle window);
 

@@ -1,5 +1,4 @@
-// The tool windows as the system sees them. What they show is drawn by the measurements and is not
-// drawn again.
+// The tool windows as the system sees them. What the measurements draw there is not drawn again.
 #include "window/tool_window_class.h"
 
 #include "platform/win32/handles.h"
@@ -11,7 +10,16 @@ LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, L
     switch (message) {
     case WM_COMMAND:
         onToolCommand(opaque(window), LOWORD(wParam));
+        if (toolTakesKeys(opaque(window))) SetFocus(window); // the button has it after a click
         return 0;
+    case WM_KEYDOWN:
+        onToolKey(opaque(window), wParam);
+        return 0;
+    case WM_PAINT: {
+        const LRESULT result = DefWindowProcW(window, message, wParam, lParam);
+        onToolPaint(opaque(window));
+        return result;
+    }
     case WM_RBUTTONDOWN:
         InvalidateRect(window, nullptr, TRUE);
         break;
@@ -62,8 +70,8 @@ static HWND createControl(HWND window, const ToolControl& control) {
 }
 
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
-                              int count, WindowHandle* edits) {
-    constexpr int top = 100, width = 500, height = 435; // pixels
+                              int count, WindowHandle* edits, int width, int height) {
+    constexpr int top = 100;
     HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, L"IV", title,
                                   WS_POPUP | WS_CAPTION | WS_SYSMENU, left, top, width, height,
                                   native(mainWindow), nullptr, GetModuleHandleW(nullptr), nullptr);
@@ -75,7 +83,7 @@ WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl*
     }
     ShowWindow(window, SW_SHOW);
     UpdateWindow(window);
-    SetFocus(native(*firstEdit));
+    SetFocus(firstEdit ? native(*firstEdit) : window);
     return opaque(window);
 }
 

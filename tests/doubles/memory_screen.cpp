@@ -16,8 +16,8 @@
 
 constexpr uint32_t desktopGrey = 0xFFFFFF;
 constexpr Extent mainClient{1446, 1069};
-constexpr Extent toolClient{494, 406};
 constexpr Extent windowFrame{16, 39}; // outer size less client size
+constexpr Extent toolFrame{6, 29};
 
 WindowHandle mainWindow = nullptr;
 WindowHandle mapWindow = nullptr;
@@ -162,7 +162,8 @@ void placeConfocalWindow(int, int, int width, int height) {
 }
 
 WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* controls, int count,
-                              WindowHandle* edits) {
+                              WindowHandle* edits, int width, int height) {
+    const Extent toolClient{width - toolFrame.width, height - toolFrame.height};
     const WindowHandle window = addWindow(toolClient);
     window->text.assign(title, title + std::wcslen(title));
     for (int i = 0; i < count; i++) {

@@ -6,10 +6,13 @@
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "screen/control_ids.h"
+#include "session/process.h"
 #include "ui/commands.h"
+#include "ui/tool_windows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -272,6 +275,82 @@ TEST_F(ScanTest, JournalBringsBackWhatAPowerCutTook) {
     EXPECT_NE(sessionFile("ConfocalG"), "");
     EXPECT_NE(sessionFile("Lumascan"), "");
     EXPECT_EQ(contentOf(file), "");
+}
+
+// The power went in the fourth row, on a stage that was moved since; the program starts with other
+// settings and goes on. A second power cut then loses nothing either.
+TEST_F(ScanTest, GoesOnAfterAPowerCut) {
+    const std::string file = "KST_Data/Journal/journal0.txt", picture = file + ".picture";
+    writeSettings(2.0, true);
+    std::string onDisk, pictureOnDisk;
+    afterReadings(3 * 13 + 2, [&] {
+        onDisk = contentOf(file);
+        pictureOnDisk = contentOf(picture);
+    });
+    runProgramOver(24, 16);
+    EXPECT_EQ(contentOf(picture), "");
+    const auto before = numbersOf(contentOf(sessionFile("Kestrel")));
+    std::filesystem::remove_all(pathOnDesktop("KST_Data/260307_14-05"));
+
+    writeDesktopFile(file, onDisk);
+    writeDesktopFile(picture, pictureOnDisk);
+    writeSettings(5.0, false);
+    wallTime.day += 1;
+    scanMap = {};
+    const auto press = [](int id) { postCall([id] { onToolCommand(toolWindows.back(), id); }); };
+    when([] { return timerRuns(); }, [] { postCommand(idContinueScan); });
+    when([] { return !toolWindows.empty(); },
+         [&] {
+             EXPECT_EQ(scanArea.scanStep, 5.0) << "nothing is taken over before the word";
+             press(idContinueMove);
+         });
+    const auto compareAndConfirm = [&] {
+        const NativeBitmap& shown = toolWindows.back()->client;
+        const std::vector<uint32_t> then = scanPicture(*findLeftJournal());
+        const std::vector<uint32_t> now = smallPicture(cameraImage);
+        ASSERT_EQ(then.size(), now.size()) << "a picture was kept";
+        for (size_t y = 2; y < 514; y += 51)
+            for (size_t x = 0; x < 616; x += 61) {
+                const int left = static_cast<int>(x) + 10, top = static_cast<int>(y) + 28;
+                EXPECT_EQ(shown.at(left, top), then[616 * y + x]);
+                EXPECT_EQ(shown.at(left + 626, top), now[616 * y + x]);
+            }
+        press(idContinueConfirm);
+    };
+    const auto isAway = [] { return std::abs(stageX.positionUm) > 9.9 && timerRuns(); };
+    const auto isBack = [] { return std::abs(stageX.positionUm) < 0.1 && timerRuns(); };
+    when(isAway, [&] {
+        press(idContinueMove + 3);
+        when(isBack, compareAndConfirm);
+    });
+    answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
+    std::string secondCut;
+    when([] { return textIn(Field::Progress) == "Mapping: 60% done"; },
+         [&] {
+             secondCut = contentOf(file);
+             when([] { return textIn(Field::Information) == "Mapping finished"; },
+                  [] { in(1000, [] { post(messageClose); }); });
+         });
+    EXPECT_EQ(runProgram(1), 0);
+
+    EXPECT_EQ(scanArea.cols * scanArea.rows, 96);
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+    expectColours();
+    expectSavedMap("finished", 96, labStageUm(labZ));
+    EXPECT_EQ(SavedMap().condition("Started"), "2026-03-07 14:05:00");
+    EXPECT_TRUE(SavedMap().condition("Continued").starts_with("2026-03-08 14:"));
+    EXPECT_TRUE(SavedMap().condition("Continued").ends_with(" after row 3"));
+    EXPECT_NE(sessionFile("Lumascan").find("260307_14-05"), std::string::npos);
+    const auto after = numbersOf(contentOf(sessionFile("Kestrel")));
+    for (size_t row = before.size() - 3; row < before.size(); ++row)
+        EXPECT_EQ(after[row], before[row]);
+    EXPECT_EQ(contentOf(file) + contentOf(picture), "");
+
+    writeDesktopFile(file, secondCut);
+    const std::optional<JournaledScan> cutAgain = readScanJournal(*findLeftJournal());
+    ASSERT_TRUE(cutAgain);
+    EXPECT_GE(cutAgain->points, 4 * 12);
+    EXPECT_EQ(firstMissingRow(cutAgain->map), 4);
 }
 
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {

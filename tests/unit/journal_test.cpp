@@ -86,7 +86,7 @@ TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
     removeJournal();
     EXPECT_EQ(contentOf(file), left);
     EXPECT_EQ(leftScanNotice(), "A scan of 2026-03-07 14:05 was cut off: 5 of 6 points. \"File\", "
-                                "\"Recover last scan\"");
+                                "\"Continue last scan\" or \"Recover last scan\"");
 }
 
 } // namespace

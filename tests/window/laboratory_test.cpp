@@ -316,6 +316,48 @@ TEST_F(Laboratory, RecoversTheScanThatAKillCutOff) {
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 }
 
+// The same in the middle of a row: the stage is found where the scan was cut off, the operator
+// brings it back to where the scan started, and the scan goes on.
+TEST_F(Laboratory, ContinuesTheScanThatAKillCutOff) {
+    const Area area{550, 480, 660, 540, 2.0, 9, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step));
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_TRUE(await([&] { return percentDone() >= 50; }, patiently)); // the third row of five
+    endProgram(program);
+    const auto folders = sessionFolders();
+
+    // Its laboratory begins anew, at the start of the scan: it is moved away before the program
+    // calls its place 0, and the operator moves it back.
+    ASSERT_NO_FATAL_FAILURE(start(5.0));
+    command(program, idContinueScan);
+    HWND window = nullptr;
+    ASSERT_TRUE(await([&] { return (window = topWindow(program, "IV")) != nullptr; }, patiently));
+    // A click within a move would only stop it: the live view goes on behind it, idle from 0.
+    const auto press = [&](int id, const char* x, const char* idle) {
+        click(GetDlgItem(window, id));
+        EXPECT_TRUE(await(
+            [&] {
+                return textOf(controlById(program, idPositionX)) == x &&
+                       textOf(controlById(program, idTime)) == idle;
+            },
+            patiently));
+    };
+    press(idContinueMove, "-10.0", "idle:5");
+    press(idContinueMove + 3, "0.0", "idle:3");
+    click(GetDlgItem(window, idContinueConfirm));
+    ASSERT_NO_FATAL_FAILURE(
+        answer("Scan area checking", "Hysteresis compensated. Is it okay?", "Yes No", IDYES));
+    ASSERT_TRUE(await([&] { return percentDone() > 50; }, patiently));
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    EXPECT_EQ(sessionFolders(), folders) << "the folder of its own date";
+    expectLandscape(area, area.rows);
+    EXPECT_NE(contentOf(session() / area.documentName()).find(" after row 2"), std::string::npos);
+    EXPECT_TRUE(fs::is_empty(dataRoot() / "Journal"));
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+}
+
 // From another thread, while the windows' own thread is held for ten seconds by a read of the bus.
 TEST_F(Laboratory, CrashLeavesTheLaserOffAndTheMapSaved) {
     const Area area{550, 480, 660, 540, 2.0, 9, 5};
