@@ -2,6 +2,7 @@
 #include "app/program.h"
 
 #include "app/fatal.h"
+#include "app/recovery.h"
 #include "app/settings_line.h"
 #include "camera/camera.h"
 #include "camera/live_view.h"
@@ -10,7 +11,6 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
-#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
@@ -70,7 +70,7 @@ bool startUp(int showCommand) {
     switchLiveView(LiveView::On);
     setLaserOutput(1);
     closeStartupNotice();
-    if (const std::string left = leftScanNotice(); !left.empty()) {
+    if (const std::string left = leftNotice(); !left.empty()) {
         logEvent(left);
         showInformation(left.c_str());
     }

@@ -486,7 +486,7 @@ int runMapping() {
     return 1;
 }
 
-int continueMapping(const LeftJournal& left, const std::wstring& folder) {
+int continueMapping(const LeftJournal& left, const std::string& folder) {
     const OtherSessionFolder scansOwn(folder);
     scanFrom(&left);
     return 1;

@@ -4,6 +4,7 @@
 #include "session/journal.h"
 
 #include <cstdint>
+#include <string>
 
 // Waits before a reading: at the beginning of a row and at each point.
 constexpr uint32_t rowSettleMs = 10;
@@ -17,7 +18,7 @@ int runMapping();
 // missing row on, as if the scan had started where the stage stands. All is saved into `folder`,
 // the scan's session folder, and `left`, its journal, becomes that of this scan; when this one is
 // declined the journal stays, so that it can go on another time. Always returns 1.
-int continueMapping(const LeftJournal& left, const std::wstring& folder);
+int continueMapping(const LeftJournal& left, const std::string& folder);
 
 // Writes the files and images of the map in memory without asking; whether every number is in a
 // file.

@@ -2,93 +2,23 @@
 #include "mapping/scan_journal.h"
 
 #include "camera/camera.h"
+#include "mapping/journal_values.h"
+#include "mapping/map_document.h"
 #include "mapping/raster_scan.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
-#include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/document.h"
 
-#include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <map>
 
 namespace {
 
-using Lines = std::map<std::string, std::string>;
-using Texts = std::vector<std::string>;
-
-std::string textOf(int32_t value) {
-    return formatted("%d", value);
-}
-std::string textOf(uint32_t value) {
-    return formatted("%u", value);
-}
-std::string textOf(double value) {
-    return formatted("%.17g", value);
-}
-std::string textOf(float value) {
-    return formatted("%.9g", static_cast<double>(value));
-}
-std::string textOf(bool value) {
-    return value ? "1" : "0";
-}
-std::string textOf(const std::string& value) {
-    return value;
-}
-
-// False when the text is no such value, or more than one.
-template <class Number> bool take(const std::string& text, Number& value) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
-bool take(const std::string& text, bool& value) {
-    value = text == "1";
-    return text == "0" || text == "1";
-}
-bool take(const std::string& text, std::string& value) {
-    value = text;
-    return true;
-}
-
-// All that a journal keeps of a scan beside its points. `visit(name, value)` writes or reads.
-template <class Scan, class Visit> void eachValue(Scan& scan, Visit visit) {
-    auto& c = *scan.map.conditions;
-    visit("program", c.program);
-    visit("year", c.started.year);
-    visit("month", c.started.month);
-    visit("day", c.started.day);
-    visit("hour", c.started.hour);
-    visit("minute", c.started.minute);
-    visit("second", c.started.second);
-    visit("columns", c.cols);
-    visit("rows", c.rows);
-    visit("step um", c.stepUm);
-    visit("laser level V", c.laserLevel);
-    visit("bias V", c.biasVoltage);
-    visit("current limit A", c.currentLimit);
-    visit("instrument kind", c.ammeterKind);
-    visit("instrument", c.instrumentIdentity);
-    visit("confocal", c.confocal);
-    visit("home x um", c.homeXUm);
-    visit("home y um", c.homeYUm);
-    visit("home z um", c.homeZUm);
-    visit("offset x um", c.offsetXUm);
-    visit("offset y um", c.offsetYUm);
-    visit("gain", c.gain);
-    visit("exposure us", c.exposureUs);
-    visit("aperture px", c.aperturePx);
-    visit("spot x px", c.laserSpot.x);
-    visit("spot y px", c.laserSpot.y);
-    visit("axis order", c.axisOrder);
-    visit("row settles ms", c.rowSettleMs);
-    visit("looks early", c.options.looksEarly);
-    visit("settles ms", c.options.settleMs);
-    visit("before reading ms", c.options.beforeReadingMs);
-    visit("readings per point", c.options.readingsPerPoint);
-    visit("writes unit file", c.options.writesUnitFile);
+// All that a journal keeps of a scan beside its points.
+template <class Scan, class Visit> void eachValue(Scan& scan, Visit& visit) {
+    eachCondition(*scan.map.conditions, visit);
     auto& a = scan.area;
     visit("area step um", a.scanStep);
     visit("area x1 px", a.rectX1);
@@ -96,9 +26,17 @@ template <class Scan, class Visit> void eachValue(Scan& scan, Visit visit) {
     visit("area x2 px", a.rectX2);
     visit("area y2 px", a.rectY2);
     visit("area view scale", a.viewScale);
+    visit("folder", scan.folder);
 }
 
-constexpr char folderIs[] = "folder = ", continuedIs[] = "continued = ", pointsBegin[] = "points";
+constexpr char continuedName[] = "continued";
+
+// What no scan can have is not computed: it might have no end.
+bool isPossible(const ScanArea& area) {
+    return area.scanStep >= scanStepLowest && area.scanStep <= scanStepHighest &&
+           area.viewScale >= 1 && area.viewScale <= 3 && inPicture(area.rectX1, area.rectY1) &&
+           inPicture(area.rectX2, area.rectY2);
+}
 
 // The cells' place and values; the laser spot is the scan's own while the geometry is computed.
 void computeArea(JournaledScan& scan) {
@@ -116,6 +54,7 @@ bool takePoint(const std::string& line, JournaledScan& scan) {
     if (std::sscanf(line.c_str(), "%lu %lu %f %f %f %f %f %d", &column, &row, &values[0],
                     &values[1], &values[2], &values[3], &deviation, &mark) != 8)
         return false;
+    if (mark < 0 || mark > static_cast<int>(PointMark::NoColour)) return false;
     if (column >= scan.map.marks.size() || row >= scan.map.marks[column].size()) return false;
     for (size_t plane = 0; plane < 4; ++plane) scan.map.maps[plane][column][row] = values[plane];
     if (!scan.map.deviation.empty()) scan.map.deviation[column][row] = deviation;
@@ -125,16 +64,15 @@ bool takePoint(const std::string& line, JournaledScan& scan) {
 }
 
 // All that stands before the points.
-Texts conditionLines() {
-    JournaledScan scan{.map = {.conditions = scanMap.conditions}, .area = scanArea};
-    Texts lines{folderIs + fileNameOf(dataFolders.sessionFolder)};
-    eachValue(scan, [&](const char* name, const auto& value) {
-        lines.push_back(std::string(name) + " = " + textOf(value));
-    });
-    if (!scanMap.conditions->continued.empty())
-        lines.push_back(continuedIs + scanMap.conditions->continued);
-    lines.push_back(pointsBegin);
-    return lines;
+std::vector<std::string> conditionLines() {
+    JournaledScan scan{.map = {.conditions = scanMap.conditions},
+                       .area = scanArea,
+                       .folder = fileNameOf(dataFolders.sessionFolder)};
+    JournalLines lines;
+    eachValue(scan, lines);
+    const std::string& continued = scanMap.conditions->continued;
+    if (!continued.empty()) lines(continuedName, continued);
+    return lines.ended();
 }
 
 std::string pointLine(size_t column, size_t mapRow) {
@@ -158,7 +96,7 @@ void beginScanJournal() {
 }
 
 void continueScanJournal(const LeftJournal& left) {
-    Texts lines = conditionLines();
+    std::vector<std::string> lines = conditionLines();
     for (size_t row = scanMap.marks.front().size(); row-- > 0;)
         for (size_t column = 0; column < scanMap.marks.size(); ++column)
             if (scanMap.marks[column][row] != PointMark::NotMeasured)
@@ -188,31 +126,19 @@ std::vector<uint32_t> scanPicture(const LeftJournal& journal) {
 
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     if (journal.kind != scanJournalKind) return {};
-    Lines values;
-    size_t i = 0;
-    for (; i < journal.lines.size() && journal.lines[i] != pointsBegin; ++i) {
-        const size_t equals = journal.lines[i].find(" = ");
-        if (equals == std::string::npos) return {};
-        values[journal.lines[i].substr(0, equals)] = journal.lines[i].substr(equals + 3);
-    }
-    if (i == journal.lines.size()) return {};
+    JournalValues values(journal);
     JournaledScan scan;
     scan.map.conditions.emplace();
-    bool whole = true;
-    eachValue(scan, [&](const char* name, auto& value) {
-        const auto found = values.find(name);
-        whole = whole && found != values.end() && take(found->second, value);
-    });
-    scan.folder = widened(values["folder"]);
-    scan.map.conditions->continued = values["continued"];
-    if (!whole || scan.folder.empty() || scan.area.viewScale < 1) return {};
+    eachValue(scan, values);
+    scan.map.conditions->continued = values.textOrNothing(continuedName);
+    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area)) return {};
     computeArea(scan);
     const ScanConditions& conditions = *scan.map.conditions;
     if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
     emptyMaps(scan.map, scan.area);
     if (conditions.options.readingsPerPoint > 1)
         scan.map.deviation = scan.map.maps[planePhotocurrent];
-    for (++i; i < journal.lines.size(); ++i)
+    for (size_t i = values.firstPoint(); i < journal.lines.size(); ++i)
         if (!takePoint(journal.lines[i], scan)) break;
     return scan;
 }
@@ -226,15 +152,11 @@ int firstMissingRow(const ScanMap& map) {
 }
 
 std::string startOf(const JournaledScan& scan) {
-    const LocalTime& time = scan.map.conditions->started;
-    return formatted("%d-%02d-%02d %02d:%02d", time.year, time.month, time.day, time.hour,
-                     time.minute);
+    return timeText(scan.map.conditions->started).substr(0, sizeof "2026-11-25 12:30" - 1);
 }
 
-std::string leftScanNotice() {
-    const std::optional<LeftJournal> left = findLeftJournal();
-    if (!left) return {};
-    const std::optional<JournaledScan> scan = readScanJournal(*left);
+std::string scanNotice(const LeftJournal& left) {
+    const std::optional<JournaledScan> scan = readScanJournal(left);
     if (!scan) return unreadableJournal;
     return formatted(
         "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
@@ -242,10 +164,8 @@ std::string leftScanNotice() {
         startOf(*scan).c_str(), scan->points, scan->area.totalPoints);
 }
 
-void recoverLastScan() {
-    const std::optional<LeftJournal> left = findLeftJournal();
-    if (!left) return showInformation("No scan was cut off");
-    std::optional<JournaledScan> scan = readScanJournal(*left);
+void recoverScan(const LeftJournal& left) {
+    std::optional<JournaledScan> scan = readScanJournal(left);
     if (!scan) return showInformation(unreadableJournal);
     scan->map.saveCount = scanMap.saveCount;
     scanMap = std::move(scan->map);
@@ -256,7 +176,7 @@ void recoverLastScan() {
         const OtherSessionFolder folder(scan->folder);
         return saveScan();
     }();
-    if (saved) removeLeftJournal(*left);
+    if (saved) removeLeftJournal(left);
     showInformation(
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
                   scan->points, scanArea.totalPoints)

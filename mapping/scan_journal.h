@@ -31,10 +31,10 @@ std::vector<uint32_t> scanPicture(const LeftJournal& journal);
 
 // A scan as its journal has it.
 struct JournaledScan {
-    ScanMap map;         // with its conditions; what the journal has no point for is not measured
-    ScanArea area;       // the geometry that it was drawn on
-    std::wstring folder; // its session folder's name
-    int points = 0;      // that the journal has
+    ScanMap map;        // with its conditions; what the journal has no point for is not measured
+    ScanArea area;      // the geometry that it was drawn on
+    std::string folder; // its session folder's name
+    int points = 0;     // that the journal has
 };
 
 // Nothing when the lines do not hold a scan's conditions whole.
@@ -47,9 +47,9 @@ int firstMissingRow(const ScanMap& map);
 // "2026-11-25 12:30"
 std::string startOf(const JournaledScan& scan);
 
-// "A scan of 2026-11-25 12:30 was cut off ..." for a journal that is left over; empty without one.
-std::string leftScanNotice();
+// "A scan of 2026-11-25 12:30 was cut off ..."
+std::string scanNotice(const LeftJournal& left);
 
-// Writes the files and images of the scan that is left over, as itself would have, into its own
-// session folder, and removes the journal when all were written. It is then the map in memory.
-void recoverLastScan();
+// Writes the files and images of the scan, as itself would have, into its own session folder, and
+// removes the journal when all were written. It is then the map in memory.
+void recoverScan(const LeftJournal& left);

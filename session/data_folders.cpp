@@ -17,18 +17,23 @@ void prepareDataFolders(DataFolders& folders) {
     folders.sessionFolderMade = 0;
 }
 
+std::string sessionFolderName(const DataFolders& folders) {
+    if (folders.sessionFolderMade)
+        return narrowed(folders.sessionFolder.substr(folders.sessionFolder.rfind(L'\\') + 1));
+    const LocalTime now = localTime();
+    return formatted("%02d%02d%02d_%02d-%02d", now.year - 2000, now.month, now.day, now.hour,
+                     now.minute);
+}
+
 void ensureSessionFolder(DataFolders& folders) {
     if (folders.sessionFolderMade) return;
-    const LocalTime now = localTime();
-    const std::string TodayDate = formatted("%02d%02d%02d_%02d-%02d", now.year - 2000, now.month,
-                                            now.day, now.hour, now.minute);
-    folders.sessionFolder = folders.dataRoot + L"\\" + widened(TodayDate);
+    folders.sessionFolder = folders.dataRoot + L"\\" + widened(sessionFolderName(folders));
     makeFolder(folders.sessionFolder);
     folders.sessionFolderMade = 1;
 }
 
-OtherSessionFolder::OtherSessionFolder(const std::wstring& name) : before(dataFolders) {
-    dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + name;
+OtherSessionFolder::OtherSessionFolder(const std::string& name) : before(dataFolders) {
+    dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + widened(name);
     makeFolder(dataFolders.sessionFolder);
     dataFolders.sessionFolderMade = 1;
 }

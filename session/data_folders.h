@@ -20,11 +20,14 @@ void prepareDataFolders(DataFolders& folders);
 // until a failed save has cleared `sessionFolderMade`.
 void ensureSessionFolder(DataFolders& folders);
 
+// The session folder's name: of the one that was made, or of the one that would be made now.
+std::string sessionFolderName(const DataFolders& folders);
+
 // What is saved in this object's block goes into the session folder of that name, which is made
 // where it is not there.
 class OtherSessionFolder {
 public:
-    explicit OtherSessionFolder(const std::wstring& name);
+    explicit OtherSessionFolder(const std::string& name);
     ~OtherSessionFolder();
     OtherSessionFolder(const OtherSessionFolder&) = delete;
     OtherSessionFolder& operator=(const OtherSessionFolder&) = delete;

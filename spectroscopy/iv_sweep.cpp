@@ -10,6 +10,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/curve_plot.h"
+#include "spectroscopy/sweep_journal.h"
 #include "spectroscopy/sweep_record.h"
 
 #include <algorithm>
@@ -51,6 +52,7 @@ bool measurePoint(SweepRecord& record, float voltage, int32_t& unanswered) {
     if (!reading.answered) ++unanswered;
     record.yValues[i] =
         static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
+    journalSample(voltage, record.yValues[i]);
     std::snprintf(record.text, sizeof record.text, "V=%f,I=%f", static_cast<double>(voltage),
                   static_cast<double>(record.yValues[i]));
     showInformation(record.text);
@@ -73,6 +75,7 @@ void measureIvCurve() {
     const RunningProcess running;
     noteStart(record);
     record.voltageStep = step;
+    beginSweepJournal(record);
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
         if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
@@ -83,24 +86,37 @@ void measureIvCurve() {
     showEndMessage(record, "I-V curve measurement finished.        ");
 }
 
-void saveIvCurve(bool quietly) {
-    SweepRecord& record = sweepRecord;
-    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+namespace {
+
+bool save(const SweepRecord& record, int32_t& number, bool quietly) {
     const int32_t points = 4 * record.pointsPerQuarter;
     const auto volts = [](float value) { return quantity(static_cast<double>(value), "V"); };
-    saveCurve(record,
-              {"I-V",
-               record.sweepsSaved,
-               "V(V), I(uA)",
-               record.xValues,
-               record.yValues,
-               points,
-               {{"Current read from", "USB Sourcemeter"},
-                {"Voltage range", volts(record.voltageRange) + " to either side of 0"},
-                {"Voltage step", volts(record.voltageStep)},
-                {"Settle time of a point", formatted("%u ms", settleMs)},
-                {"Points", formatted("%d", points)},
-                {"Points measured", formatted("%d, the first lines", record.currentIndex)},
-                {"Units of the text file", "V, uA"}}},
-              quietly);
+    return saveCurve(record,
+                     {"I-V",
+                      number,
+                      "V(V), I(uA)",
+                      record.xValues,
+                      record.yValues,
+                      points,
+                      {{"Current read from", "USB Sourcemeter"},
+                       {"Voltage range", volts(record.voltageRange) + " to either side of 0"},
+                       {"Voltage step", volts(record.voltageStep)},
+                       {"Settle time of a point", formatted("%u ms", settleMs)},
+                       {"Points", formatted("%d", points)},
+                       {"Points measured", formatted("%d, the first lines", record.currentIndex)},
+                       {"Units of the text file", "V, uA"}}},
+                     quietly);
+}
+
+} // namespace
+
+bool saveIvCurve(bool quietly) {
+    SweepRecord& record = sweepRecord;
+    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+    return endSweepJournal(save(record, record.sweepsSaved, quietly));
+}
+
+bool saveRecoveredIvCurve(const SweepRecord& record) {
+    int32_t number = 0; // the first that is free
+    return save(record, number, false);
 }

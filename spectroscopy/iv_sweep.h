@@ -1,11 +1,17 @@
 // The current-voltage curve at the present place of the stage.
 #pragma once
 
+#include "spectroscopy/sweep_record.h"
+
 // Takes the range from its edit, sweeps the bias 0, +range, -range, 0 and reads the USB sourcemeter
 // at each of the steps, whatever instrument is selected. The curve grows in the plot window. A stop
 // ends it between two points; the bias is 0 V afterwards.
 void measureIvCurve();
 
 // Writes all points of the loop to the next "I-V(n).txt"; the points that a stopped sweep did not
-// reach as they were before. `quietly`, at a forced end: without telling of a failure.
-void saveIvCurve(bool quietly);
+// reach as they were before. `quietly`, at a forced end: without telling of a failure. Whether it
+// and its conditions were written; then its journal goes, and else it stays.
+bool saveIvCurve(bool quietly);
+
+// The same of a curve that was cut off, to the next name that is free.
+bool saveRecoveredIvCurve(const SweepRecord& record);

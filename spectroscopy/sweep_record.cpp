@@ -63,17 +63,21 @@ std::string freeName(const CurveFile& curve) {
     return name;
 }
 
-void saveConditions(const SweepRecord& record, const CurveFile& curve, const std::string& name) {
+bool saveConditions(const SweepRecord& record, const CurveFile& curve, const std::string& name) {
     Conditions lines = setUpOf(record.setUp);
     lines.emplace_back("Laser at the start", record.laserWasOn ? "on" : "off");
     lines.emplace_back("Illumination at the start", record.wasIlluminated ? "on" : "off");
     lines.insert(lines.end(), curve.conditions.begin(), curve.conditions.end());
     lines.emplace_back("Outcome", nameOf(record.end));
-    lines.emplace_back("Ended", timeText(record.ended));
-    lines.emplace_back("Trouble", troubleText(record.trouble));
+    if (record.end != ProcessEnd::CutOff) {
+        lines.emplace_back("Ended", timeText(record.ended));
+        lines.emplace_back("Trouble", troubleText(record.trouble));
+    }
     lines.emplace_back("Text file", name + ".txt");
     const std::wstring path = pathInSession(name, L".meta.txt");
-    if (!writeDocument(path, linesOf(lines), L"w")) reportUnwritten(path, "the curve's .meta.txt");
+    if (writeDocument(path, linesOf(lines), L"w")) return true;
+    reportUnwritten(path, "the curve's .meta.txt");
+    return false;
 }
 
 } // namespace
@@ -98,8 +102,7 @@ bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) 
     File file = openFile(path, L"w");
     if (logFile(path, file && writeCurve(file.get(), curve))) {
         file.reset();
-        saveConditions(record, curve, name);
-        return true;
+        return saveConditions(record, curve, name);
     }
     if (!quietly)
         showMessageBox(mainWindow, "File saving error", "I-V save Process", BoxButtons::Ok);

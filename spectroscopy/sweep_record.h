@@ -68,6 +68,6 @@ struct CurveFile {
 
 // Writes the curve into the session folder as "<kind>(<number>).txt", and beside it ".meta.txt"
 // with what it was taken with. Nothing is overwritten: a program that was started again within a
-// minute finds the files of the one before it there. False when the curve cannot be written; the
-// operator is told unless `quietly`, at a forced end.
+// minute finds the files of the one before it there. False when one of the two cannot be written;
+// the operator is told, of the curve unless `quietly`, at a forced end.
 bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly);

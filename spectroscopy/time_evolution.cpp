@@ -13,6 +13,7 @@
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
 #include "spectroscopy/curve_plot.h"
+#include "spectroscopy/sweep_journal.h"
 #include "spectroscopy/sweep_record.h"
 
 #include <algorithm>
@@ -82,6 +83,7 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t
         waitResponsive(settleMs);
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
+        journalSample(record.extraValues[i], record.yValues[i]);
         if (!answered) ++unanswered;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
             offsetMs += ms;
@@ -121,6 +123,7 @@ bool measureTimeEvolution() {
     stopRequested = 0;
     const RunningProcess running;
     noteStart(record);
+    beginSweepJournal(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
     applyBias(static_cast<double>(instrumentLink.biasVoltage),
@@ -132,25 +135,38 @@ bool measureTimeEvolution() {
     return true;
 }
 
-void saveTimeEvolution(bool quietly) {
+namespace {
+
+bool save(const SweepRecord& record, int32_t& number, bool quietly) {
+    const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
+    return saveCurve(record,
+                     {"TimeEvo",
+                      number,
+                      "Time(sec), I(uA)",
+                      record.extraValues,
+                      record.yValues,
+                      record.currentIndex,
+                      {{"Bias", biasText(record.setUp)},
+                       {"Laser on for", seconds(record.onTime)},
+                       {"Laser off for", seconds(record.offTime)},
+                       {"Repeats", formatted("%d", record.repeatCount)},
+                       {"Wait after a sample", formatted("%u ms", settleMs)},
+                       {"Samples", formatted("%d", record.currentIndex)},
+                       {"Room for samples", std::to_string(record.yValues.size())},
+                       {"Units of the text file",
+                        formatted("s, %s", instrumentKind(record.setUp.ammeterKind).unit->name)}}},
+                     quietly);
+}
+
+} // namespace
+
+bool saveTimeEvolution(bool quietly) {
     SweepRecord& record = sweepRecord;
     if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
-    const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
-    saveCurve(record,
-              {"TimeEvo",
-               record.seriesSaved,
-               "Time(sec), I(uA)",
-               record.extraValues,
-               record.yValues,
-               record.currentIndex,
-               {{"Bias", biasText(record.setUp)},
-                {"Laser on for", seconds(record.onTime)},
-                {"Laser off for", seconds(record.offTime)},
-                {"Repeats", formatted("%d", record.repeatCount)},
-                {"Wait after a sample", formatted("%u ms", settleMs)},
-                {"Samples", formatted("%d", record.currentIndex)},
-                {"Room for samples", std::to_string(record.yValues.size())},
-                {"Units of the text file",
-                 formatted("s, %s", instrumentKind(record.setUp.ammeterKind).unit->name)}}},
-              quietly);
+    return endSweepJournal(save(record, record.seriesSaved, quietly));
+}
+
+bool saveRecoveredSeries(const SweepRecord& record) {
+    int32_t number = 0; // the first that is free
+    return save(record, number, false);
 }

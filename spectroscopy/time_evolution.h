@@ -1,6 +1,8 @@
 // The photocurrent against time while the laser goes on and off, at the present place of the stage.
 #pragma once
 
+#include "spectroscopy/sweep_record.h"
+
 // Takes on time, off time (whole seconds) and repeat count from their edits and records that many
 // light cycles; the trace grows in the plot window. Ends between two samples when a stop is asked
 // for, and when the arrays are full, which are made for 20 samples a second. The laser is off
@@ -8,5 +10,9 @@
 bool measureTimeEvolution();
 
 // Writes the samples to the next "TimeEvo(n).txt". `quietly`, at a forced end: without telling of a
-// failure.
-void saveTimeEvolution(bool quietly);
+// failure. Whether they and their conditions were written; then their journal goes, and else it
+// stays.
+bool saveTimeEvolution(bool quietly);
+
+// The same of a series that was cut off, to the next name that is free.
+bool saveRecoveredSeries(const SweepRecord& record);

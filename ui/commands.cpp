@@ -2,6 +2,7 @@
 #include "ui/commands.h"
 
 #include "app/fatal.h"
+#include "app/recovery.h"
 #include "app/settings_line.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
@@ -16,7 +17,6 @@
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
-#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
@@ -230,7 +230,7 @@ constexpr Command commands[] = {
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
-    {idRecoverScan, recoverLastScan, refused, refused, "Recover last scan"},
+    {idRecoverScan, recoverLast, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
 };
 // clang-format on

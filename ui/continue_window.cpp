@@ -46,7 +46,7 @@ ContinueState state;
 
 // What the process is to go on with, between the operator's word and its start.
 LeftJournal chosen;
-std::wstring chosenFolder;
+std::string chosenFolder;
 
 void drawSmallPicture(ContextHandle context, int left, const std::vector<uint32_t>& pixels,
                       const char* without) {

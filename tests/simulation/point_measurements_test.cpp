@@ -2,6 +2,7 @@
 #include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
+#include "app/recovery.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "mapping/scan_area.h"
@@ -17,6 +18,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <sstream>
 
 namespace {
@@ -298,6 +300,53 @@ TEST_F(PointMeasurementTest, NoSweepWithoutASource) {
         press(tool, idSweepStart);
     });
     EXPECT_EQ(saves(), 1);
+}
+
+// Of a sweep and of a series: what the journal has at some sample is what recovering it writes.
+TEST_F(PointMeasurementTest, JournalsBringBackCutOffCurves) {
+    struct Case {
+        int kind, command, start;
+        const char *prefix, *notice;
+    };
+    for (const Case& each :
+         {Case{kindUsbSourcemeter, idIvMeasurement, idSweepStart, "I-V(",
+               "An I-V curve of 2026-03-07 14:05 was cut off or not saved: "},
+          Case{kindArduino, idTimeEvolution, idSeriesStart, "TimeEvo(",
+               "A time evolution of 2026-03-07 14:05 was cut off or not saved: "}}) {
+        SCOPED_TRACE(each.prefix);
+        prepareWorld();
+        std::string onDisk;
+        run(each.kind, each.command, [&](NativeWindow& tool) {
+            press(tool, each.start);
+            when([] { return sweepRecord.currentIndex >= 160; },
+                 [&] { onDisk = contentOf("KST_Data/Journal/journal0.txt"); });
+        });
+        EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), "") << "saved whole";
+        const std::string name = sessionFile(each.prefix), saved = contentOf(name);
+        writeDesktopFile("KST_Data/Journal/journal0.txt", onDisk);
+        const std::string notice = leftNotice();
+        EXPECT_TRUE(notice.starts_with(each.notice)) << notice;
+        diskFull = true;
+        recoverLast();
+        diskFull = false;
+        EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), onDisk);
+        const std::vector<std::string> before = filesOnDesktop();
+        recoverLast();
+        EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), "");
+        EXPECT_EQ(contentOf(name), saved) << "nothing is overwritten";
+        std::string recovered, conditions;
+        for (const std::string& file : filesOnDesktop())
+            if (std::find(before.begin(), before.end(), file) == before.end())
+                (file.ends_with(".meta.txt") ? conditions : recovered) = contentOf(file);
+        EXPECT_NE(conditions.find("Outcome: cut off, recovered from its journal\n"),
+                  std::string::npos);
+        int count = 0;
+        ASSERT_EQ(std::sscanf(notice.c_str() + std::strlen(each.notice), "%d", &count), 1);
+        EXPECT_GT(count, 80);
+        size_t end = 0; // of the heading and as many lines
+        for (int line = 0; line <= count; ++line) end = saved.find('\n', end) + 1;
+        EXPECT_EQ(recovered.substr(0, end), saved.substr(0, end));
+    }
 }
 
 TEST_F(PointMeasurementTest, ASweepAfterAShortSeriesHasItsOwnArrays) {

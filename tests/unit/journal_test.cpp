@@ -1,6 +1,7 @@
 // A scan's journal, cut and damaged at every place.
 #include "mapping/scan_journal.h"
 
+#include "app/recovery.h"
 #include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 
@@ -70,7 +71,7 @@ TEST_F(JournalTest, EveryCutAndEveryChangedByteLosesOnlyWhatComesBehind) {
         expectPointsBefore(at);
     }
     writeDesktopFile(file, "Lumascan journal 2 scan 00000000\n");
-    EXPECT_TRUE(leftScanNotice().starts_with("A journal was left that cannot be read"));
+    EXPECT_TRUE(leftNotice().starts_with("A journal was left that cannot be read"));
 }
 
 TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
@@ -85,8 +86,8 @@ TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
     EXPECT_TRUE(journalIsBroken());
     removeJournal();
     EXPECT_EQ(contentOf(file), left);
-    EXPECT_EQ(leftScanNotice(), "A scan of 2026-03-07 14:05 was cut off: 5 of 6 points. \"File\", "
-                                "\"Continue last scan\" or \"Recover last scan\"");
+    EXPECT_EQ(leftNotice(), "A scan of 2026-03-07 14:05 was cut off: 5 of 6 points. \"File\", "
+                            "\"Continue last scan\" or \"Recover last scan\"");
 }
 
 } // namespace

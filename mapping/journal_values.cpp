@@ -1,0 +1,87 @@
+// Writes and reads a journal's values.
+#include "mapping/journal_values.h"
+
+#include "platform/text_format.h"
+
+#include <charconv>
+
+namespace {
+
+constexpr char equals[] = " = ";
+constexpr char pointsBegin[] = "points";
+
+// False when the text is no such value, or more than one.
+template <class Number> bool takeNumber(const std::string& text, Number& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+} // namespace
+
+std::vector<std::string> JournalLines::ended() const {
+    std::vector<std::string> all = lines;
+    all.emplace_back(pointsBegin);
+    return all;
+}
+
+void JournalLines::add(const char* name, const std::string& value) {
+    lines.push_back(name + (equals + value));
+}
+
+std::string JournalLines::textOf(int32_t value) {
+    return formatted("%d", value);
+}
+std::string JournalLines::textOf(uint32_t value) {
+    return formatted("%u", value);
+}
+std::string JournalLines::textOf(double value) {
+    return formatted("%.17g", value);
+}
+std::string JournalLines::textOf(float value) {
+    return formatted("%.9g", static_cast<double>(value));
+}
+std::string JournalLines::textOf(bool value) {
+    return value ? "1" : "0";
+}
+std::string JournalLines::textOf(const std::string& value) {
+    std::string line = value; // an instrument's answer may hold any byte
+    for (char& letter : line)
+        if (letter >= 0 && letter < ' ') letter = '?';
+    return line;
+}
+
+JournalValues::JournalValues(const LeftJournal& journal) {
+    for (const std::string& line : journal.lines) {
+        ++pointsFrom;
+        whole = line == pointsBegin;
+        const size_t at = line.find(equals);
+        if (whole || at == std::string::npos) return;
+        values[line.substr(0, at)] = line.substr(at + sizeof equals - 1);
+    }
+}
+
+std::string JournalValues::textOrNothing(const std::string& name) const {
+    const auto found = values.find(name);
+    return found == values.end() ? "" : found->second;
+}
+
+bool JournalValues::take(const std::string& text, int32_t& value) {
+    return takeNumber(text, value);
+}
+bool JournalValues::take(const std::string& text, uint32_t& value) {
+    return takeNumber(text, value);
+}
+bool JournalValues::take(const std::string& text, double& value) {
+    return takeNumber(text, value);
+}
+bool JournalValues::take(const std::string& text, float& value) {
+    return takeNumber(text, value);
+}
+bool JournalValues::take(const std::string& text, bool& value) {
+    value = text == "1";
+    return text == "0" || text == "1";
+}
+bool JournalValues::take(const std::string& text, std::string& value) {
+    value = text;
+    return true;
+}

@@ -1,0 +1,98 @@
+// What a journal holds before its points: a line "name = value" for each condition. One function
+// names them all, for who writes them and for who reads them.
+#pragma once
+
+#include "mapping/scan_map.h"
+#include "session/journal.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+// Puts the values down as lines: eachCondition(conditions, lines).
+class JournalLines {
+public:
+    template <class Value> void operator()(const char* name, const Value& value) {
+        add(name, textOf(value));
+    }
+    // The lines, and the one behind which the points stand.
+    std::vector<std::string> ended() const;
+
+private:
+    static std::string textOf(int32_t value);
+    static std::string textOf(uint32_t value);
+    static std::string textOf(double value);
+    static std::string textOf(float value);
+    static std::string textOf(bool value);
+    static std::string textOf(const std::string& value);
+    void add(const char* name, const std::string& value);
+
+    std::vector<std::string> lines;
+};
+
+// Takes the values from the lines of a journal, the same way.
+class JournalValues {
+public:
+    explicit JournalValues(const LeftJournal& journal);
+
+    template <class Value> void operator()(const char* name, Value& value) {
+        const auto found = values.find(name);
+        whole = found != values.end() && take(found->second, value) && whole;
+    }
+    // What a journal may be without.
+    std::string textOrNothing(const std::string& name) const;
+
+    // Whether every value so far was there and was one, and points may follow.
+    bool areWhole() const { return whole; }
+    size_t firstPoint() const { return pointsFrom; } // among the journal's lines
+
+private:
+    static bool take(const std::string& text, int32_t& value);
+    static bool take(const std::string& text, uint32_t& value);
+    static bool take(const std::string& text, double& value);
+    static bool take(const std::string& text, float& value);
+    static bool take(const std::string& text, bool& value);
+    static bool take(const std::string& text, std::string& value);
+
+    std::map<std::string, std::string> values;
+    size_t pointsFrom = 0;
+    bool whole = false;
+};
+
+// All that a measurement is taken with but `continued`.
+template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit& visit) {
+    visit("program", c.program);
+    visit("year", c.started.year);
+    visit("month", c.started.month);
+    visit("day", c.started.day);
+    visit("hour", c.started.hour);
+    visit("minute", c.started.minute);
+    visit("second", c.started.second);
+    visit("columns", c.cols);
+    visit("rows", c.rows);
+    visit("step um", c.stepUm);
+    visit("laser level V", c.laserLevel);
+    visit("bias V", c.biasVoltage);
+    visit("current limit A", c.currentLimit);
+    visit("instrument kind", c.ammeterKind);
+    visit("instrument", c.instrumentIdentity);
+    visit("confocal", c.confocal);
+    visit("home x um", c.homeXUm);
+    visit("home y um", c.homeYUm);
+    visit("home z um", c.homeZUm);
+    visit("offset x um", c.offsetXUm);
+    visit("offset y um", c.offsetYUm);
+    visit("gain", c.gain);
+    visit("exposure us", c.exposureUs);
+    visit("aperture px", c.aperturePx);
+    visit("spot x px", c.laserSpot.x);
+    visit("spot y px", c.laserSpot.y);
+    visit("axis order", c.axisOrder);
+    visit("row settles ms", c.rowSettleMs);
+    visit("looks early", c.options.looksEarly);
+    visit("settles ms", c.options.settleMs);
+    visit("before reading ms", c.options.beforeReadingMs);
+    visit("readings per point", c.options.readingsPerPoint);
+    visit("writes unit file", c.options.writesUnitFile);
+}

@@ -1,0 +1,37 @@
+// The journal of a sweep or a series: its conditions and each sample as it is taken, and the way
+// back to its text files.
+#pragma once
+
+#include "session/journal.h"
+#include "spectroscopy/sweep_record.h"
+
+#include <optional>
+#include <string>
+
+constexpr char sweepJournalKind[] = "I-V curve";
+constexpr char seriesJournalKind[] = "time evolution";
+
+// For a record whose start is noted (noteStart); what it holds says of which kind it is.
+void beginSweepJournal(const SweepRecord& record);
+
+void journalSample(float x, float y);
+
+// The measurement is over: a journal whose curve is saved elsewhere goes, another one is offered
+// again, and the information text says so. Returns `saved`.
+bool endSweepJournal(bool saved);
+
+struct JournaledSweep {
+    SweepRecord record; // with its conditions and samples, cut off
+    std::string folder; // its session folder's name
+};
+
+// Nothing when the lines do not hold the conditions whole.
+std::optional<JournaledSweep> readSweepJournal(const LeftJournal& journal);
+
+// "An I-V curve of 2026-11-25 12:30 was cut off ..."
+std::string sweepNotice(const LeftJournal& left);
+
+// Writes the text files of the curve, as its measurement would have, under the next free name in
+// its own session folder, and removes the journal when both were written. The curve in memory
+// stays.
+void recoverSweep(const LeftJournal& left);
