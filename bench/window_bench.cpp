@@ -8,11 +8,13 @@
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "platform/win32/handles.h"
 #include "screen/screen.h"
+#include "session/data_folders.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 
@@ -172,7 +174,9 @@ struct Meter {
 
 // Both ways of looking for the arrival, with an instrument that answers at once (there is none
 // behind this kind), one of 20 ms and one of 200 ms.
-void benchPoints() {
+// Returns the fastest point that was measured, ms.
+double benchPoints() {
+    double fastest = 1e9;
     constexpr Meter meters[] = {
         {"none", kindNiDaq, 1}, {"board", kindArduino, 1}, {"board, 10 readings", kindArduino, 10}};
     constexpr double travel = 2.0 / (motorSpeed * umPerFullStep) * 1000.0;
@@ -186,6 +190,7 @@ void benchPoints() {
             const double few = mappingMs(10);
             const double many = mappingMs(70);
             points[early] = (many - few) / 60.0;
+            fastest = std::min(fastest, points[early]);
             const double demanded = (early ? 12.0 : 62.0) + travel + reading;
             std::printf("map point, %s, %s: %.2f ms; demanded: %d ms of waits + %.1f ms travel of "
                         "2 um + %.2f ms reading = %.2f ms; ratio %.3f (wanted: at most %.2f)\n",
@@ -198,6 +203,31 @@ void benchPoints() {
     }
     scanOptions = {};
     instrumentLink.ammeterKind = kindArduino;
+    return fastest;
+}
+
+// A point's line, and its share of the row's way to the disk.
+void benchJournal(double pointMs) {
+    constexpr int columns = 40, rows = 30;
+    setGrid(columns, rows, 1.0);
+    scanMap.conditions = presentConditions();
+    ensureSessionFolder(dataFolders);
+    beginScanJournal();
+    std::vector<double> flushes;
+    const double start = nowMs();
+    for (size_t row = 0; row < rows; ++row) {
+        for (size_t column = 0; column < columns; ++column) journalPoint(column, row);
+        const double before = nowMs();
+        flushJournal();
+        flushes.push_back(nowMs() - before);
+    }
+    const double each = (nowMs() - start) / (columns * rows);
+    std::nth_element(flushes.begin(), flushes.begin() + rows / 2, flushes.end());
+    std::printf("journal: %.4f ms a point in rows of %d, a flush %.3f ms; %.2f %% of the fastest "
+                "map point (wanted: under 1 %%)%s\n",
+                each, columns, flushes[rows / 2], each / pointMs * 100.0,
+                journalIsBroken() ? " BROKEN" : "");
+    removeJournal();
 }
 
 } // namespace
@@ -207,7 +237,7 @@ int main() {
     const bool same = benchRows();
     benchTick();
     benchWaiting();
-    if (stageX.axisNumber != 0) benchPoints();
+    if (stageX.axisNumber != 0) benchJournal(benchPoints());
     std::fflush(stdout);
     destroyMainWindow();
     shutDown();

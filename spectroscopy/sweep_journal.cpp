@@ -74,14 +74,14 @@ void journalSample(float x, float y) {
 
 bool endSweepJournal(bool saved) {
     if (!onWindowThread()) return saved; // its writer may be in the middle of a line
-    const bool keeps = !saved && !journalIsBroken();
+    constexpr int longestText = 400;
+    const std::string before = fieldText(Field::Information, longestText);
+    if (journalIsBroken())
+        showInformation((before + ". Journal not written").c_str());
+    else if (!saved)
+        showInformation((before + ". Kept: \"File\", \"Recover last scan\"").c_str());
     if (saved) removeJournal();
     leaveJournal();
-    constexpr int longestText = 400;
-    if (keeps)
-        showInformation(
-            (fieldText(Field::Information, longestText) + ". Kept: \"File\", \"Recover last scan\"")
-                .c_str());
     return saved;
 }
 

@@ -17,7 +17,7 @@ void beginSweepJournal(const SweepRecord& record);
 void journalSample(float x, float y);
 
 // The measurement is over: a journal whose curve is saved elsewhere goes, another one is offered
-// again, and the information text says so. Returns `saved`.
+// again, and the information text says so, or that there was none. Returns `saved`.
 bool endSweepJournal(bool saved);
 
 struct JournaledSweep {

@@ -1,5 +1,5 @@
 // Fuzzes everything that reads text from outside: instruments' replies, the settings line, the
-// board's replies, the analyzer's replies. The first byte chooses, the rest is the text.
+// board's replies, the analyzer's replies, a journal. The first byte chooses, the rest is the text.
 #include "app/settings_line.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
@@ -9,6 +9,9 @@
 #include "instruments/lights.h"
 #include "instruments/number_extraction.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_journal.h"
+#include "session/data_folders.h"
+#include "spectroscopy/sweep_journal.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
@@ -18,11 +21,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 namespace {
 
 std::string text; // of the present input
+std::vector<std::string> scanLines, sweepLines;
 
 void require(bool condition) {
     if (!condition) std::abort();
@@ -90,6 +95,40 @@ void readBus(ReplyKind kind, Reading (*read)()) {
     readNumber(kind, read);
 }
 
+// Lines of a journal: as conditions behind those of a scan or a sweep, which they may replace, and
+// as points. What comes of it is a map or a curve of the journal's own size.
+void readJournals() {
+    for (const char* kind : {scanJournalKind, sweepJournalKind, seriesJournalKind}) {
+        LeftJournal journal{.kind = kind,
+                            .lines = kind == scanJournalKind ? scanLines : sweepLines};
+        std::istringstream lines(text);
+        std::vector<std::string> own;
+        for (std::string line; std::getline(lines, line);) own.push_back(line);
+        journal.lines.pop_back(); // "points", before the conditions that replace others
+        journal.lines.insert(journal.lines.end(), own.begin(), own.end());
+        journal.lines.emplace_back("points");
+        journal.lines.insert(journal.lines.end(), own.begin(), own.end());
+        if (const std::optional<JournaledScan> scan = readScanJournal(journal)) {
+            require(scan->points >= 0 && scan->points <= scan->area.totalPoints);
+            require(firstMissingRow(scan->map) <= scan->map.conditions->rows);
+        }
+        if (const std::optional<JournaledSweep> sweep = readSweepJournal(journal))
+            require(sweep->record.currentIndex >= 0 &&
+                    static_cast<size_t>(sweep->record.currentIndex) <=
+                        sweep->record.yValues.size());
+    }
+}
+
+// The lines that the program itself writes before the points.
+std::vector<std::string> writtenLines(void (*begin)()) {
+    begin();
+    leaveJournal();
+    const std::optional<LeftJournal> left = findLeftJournal();
+    require(left.has_value());
+    removeLeftJournal(*left);
+    return left->lines;
+}
+
 void answerAnalyzer(const char*, char* reply, int*) {
     std::memcpy(reply, text.c_str(), text.size() + 1);
 }
@@ -117,6 +156,13 @@ void connectDoubles() {
         "ThreadIbsta", +[] { return text.starts_with('!') ? 0x8100ul : 0x2100ul; });
     replaceFunction(
         "ThreadIbcnt", +[] { return text.starts_with('!') ? driverErrorCount : text.size(); });
+    prepareDataFolders(dataFolders);
+    allocateMaps();
+    scanMap.conditions = presentConditions();
+    scanLines = writtenLines(beginScanJournal);
+    allocateSweep(sweepRecord);
+    noteStart(sweepRecord);
+    sweepLines = writtenLines([] { beginSweepJournal(sweepRecord); });
     require(std::freopen("/dev/null", "w", stdout)); // what is read is printed
     serial.scripted = true;
     openLaserLink(laserLink, nullptr);
@@ -130,7 +176,8 @@ void (*const targets[])() = {
     readBoard,
     readAnalyzer,
     [] { readBus(ReplyKind::Multimeter, gpibMultimeterRead); },
-    [] { readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead); }};
+    [] { readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead); },
+    readJournals};
 
 } // namespace
 
@@ -141,6 +188,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     resetClock();
     serial.writes.clear(); // the doubles remember everything
     text.assign(reinterpret_cast<const char*>(data) + 1, size - 1);
-    targets[data[0] % std::size(targets)]();
+    targets[data[0] % std::size(targets)](); // the corpus begins with a target's number
     return 0;
 }

@@ -353,6 +353,31 @@ TEST_F(ScanTest, GoesOnAfterAPowerCut) {
     EXPECT_EQ(firstMissingRow(cutAgain->map), 4);
 }
 
+// No journal can be written, and one of a newer version lies there: the scan goes on, says it once,
+// and leaves what it cannot read.
+TEST_F(ScanTest, GoesOnWithoutAJournal) {
+    const std::string newer = "Lumascan journal 2 scan 00000000\n";
+    for (const bool refused : {true, false}) {
+        SCOPED_TRACE(refused);
+        prepareWorld();
+        writeSettings(2.0, false);
+        writeDesktopFile("KST_Data/Journal/journal0.txt", newer);
+        refusedFile = refused ? "Journal" : "";
+        testing::internal::CaptureStdout();
+        runProgramOver(8, 6);
+        const std::string said = testing::internal::GetCapturedStdout();
+        refusedFile.clear();
+        constexpr char words[] = "Journal: cannot be written\n";
+        EXPECT_EQ(said.find(words) != std::string::npos, refused);
+        EXPECT_EQ(said.find(words), said.rfind(words)) << "said once";
+        EXPECT_EQ(textIn(Field::Information),
+                  refused ? "Mapping finished. Journal not written" : "Mapping finished");
+        expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+        EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), newer);
+        EXPECT_EQ(contentOf("KST_Data/Journal/journal1.txt"), "");
+    }
+}
+
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
     writeSettings(2.0, true);
     // 37 cells: three rows of 12 and one more, each row with its discarded reading.
