@@ -353,6 +353,52 @@ TEST_F(ScanTest, GoesOnAfterAPowerCut) {
     EXPECT_EQ(firstMissingRow(cutAgain->map), 4);
 }
 
+// Without a camera, after a cancel, at a second thought and declined at last: the journal stays,
+// and nothing was taken over before the word.
+TEST_F(ScanTest, KeepsTheJournalOfAScanThatDoesNotGoOn) {
+    const std::string file = "KST_Data/Journal/journal0.txt";
+    writeSettings(2.0, false);
+    std::string onDisk;
+    afterReadings(13 + 5, [&] { onDisk = contentOf(file); });
+    runProgramOver(24, 8);
+    const size_t readings = labCounters().analogReads;
+    std::filesystem::remove_all(pathOnDesktop("KST_Data/260307_14-05"));
+
+    writeDesktopFile(file, onDisk);
+    writeSettings(5.0, false);
+    wallTime.day += 1;
+    applyLabFaults("camera absent");
+    const auto press = [](int id) { postCall([id] { onToolCommand(toolWindows.back(), id); }); };
+    constexpr char question[] = "There are no two pictures to compare. ";
+    when([] { return timerRuns(); }, [] { postCommand(idContinueScan); });
+    when([] { return !toolWindows.empty(); },
+         [&] {
+             press(idContinueCancel);
+             when([] { return toolWindows.empty(); },
+                  [&] {
+                      postCommand(idContinueScan);
+                      when([] { return !toolWindows.empty(); }, [&] { press(idContinueConfirm); });
+                  });
+         });
+    answer(question, BoxAnswer::No, [&] {
+        EXPECT_EQ(scanArea.scanStep, 5.0);
+        EXPECT_EQ(contentOf(file), onDisk);
+        in(100, [&] { press(idContinueConfirm); });
+    });
+    answer(question, BoxAnswer::Yes);
+    answer("Hysteresis compensated. Is it okay?", BoxAnswer::No, [] {
+        when([] { return textIn(Field::Information) == "Mapping finished"; },
+             [] { in(1000, [] { post(messageClose); }); });
+    });
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_EQ(labCounters().analogReads, readings);
+    EXPECT_EQ(SavedMap().condition("Outcome"), "declined");
+    const std::optional<JournaledScan> kept = readScanJournal(*findLeftJournal());
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->points, 12);
+    EXPECT_EQ(firstMissingRow(kept->map), 1);
+}
+
 // No journal can be written, and one of a newer version lies there: the scan goes on, says it once,
 // and leaves what it cannot read.
 TEST_F(ScanTest, GoesOnWithoutAJournal) {
