@@ -58,7 +58,7 @@ PowerCut::PowerCut(uint32_t seed) {
         journal = name;
         flushedSize = fs::file_size(pathOnDesktop(name));
         flushed = scanMap;
-        ended = false;
+        ended = anotherBegan = false;
     };
     diskWatch.removed = [this](const std::string& name) {
         if (name == journal) flushed = {};
@@ -72,7 +72,9 @@ PowerCut::~PowerCut() {
 }
 
 void PowerCut::look() {
-    ended |= scanMap.outcome.end != ProcessEnd::Running;
+    const bool runs = scanMap.outcome.end == ProcessEnd::Running;
+    anotherBegan |= ended && runs;
+    ended |= !runs;
     if (!inFiles && testTimeMs() >= cutMs) cut();
 }
 
@@ -123,7 +125,7 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
         return wrong;
     }
     // What came behind the last flush may be there as well.
-    const bool wentOn = !ended && haveOneSize(scanThen, flushed);
+    const bool wentOn = !anotherBegan && haveOneSize(scanThen, flushed);
     for (size_t c = 0; c < flushed.marks.size(); ++c) {
         for (size_t m = 0; m < flushed.marks[c].size(); ++m) {
             const bool wasFlushed = flushed.marks[c][m] != PointMark::NotMeasured;

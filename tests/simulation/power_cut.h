@@ -34,7 +34,7 @@ private:
     std::string journal;
     size_t flushedSize = 0;
     ScanMap flushed;
-    ScanMap scanThen;  // at the cut
-    bool ended = true; // the journal's scan
+    ScanMap scanThen;                         // at the cut
+    bool ended = false, anotherBegan = false; // the journal's scan, another behind it
     uint32_t luck;
 };
