@@ -36,6 +36,11 @@ bool haveOneSize(const ScanMap& one, const ScanMap& other) {
            (one.marks.empty() || one.marks[0].size() == other.marks[0].size());
 }
 
+bool beganAtOnce(const ScanMap& one, const ScanMap& other) {
+    return one.conditions && other.conditions &&
+           one.conditions->started == other.conditions->started;
+}
+
 bool isSameCell(const ScanMap& one, const ScanMap& other, size_t c, size_t m) {
     for (size_t plane = 0; plane < one.maps.size(); ++plane)
         if (one.maps[plane][c][m] != other.maps[plane][c][m]) return false;
@@ -58,7 +63,6 @@ PowerCut::PowerCut(uint32_t seed) {
         journal = name;
         flushedSize = fs::file_size(pathOnDesktop(name));
         flushed = scanMap;
-        ended = anotherBegan = false;
     };
     diskWatch.removed = [this](const std::string& name) {
         if (name == journal) flushed = {};
@@ -72,9 +76,6 @@ PowerCut::~PowerCut() {
 }
 
 void PowerCut::look() {
-    const bool runs = scanMap.outcome.end == ProcessEnd::Running;
-    anotherBegan |= ended && runs;
-    ended |= !runs;
     if (!inFiles && testTimeMs() >= cutMs) cut();
 }
 
@@ -125,7 +126,7 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
         return wrong;
     }
     // What came behind the last flush may be there as well.
-    const bool wentOn = !anotherBegan && haveOneSize(scanThen, flushed);
+    const bool wentOn = haveOneSize(scanThen, flushed) && beganAtOnce(scanThen, flushed);
     for (size_t c = 0; c < flushed.marks.size(); ++c) {
         for (size_t m = 0; m < flushed.marks[c].size(); ++m) {
             const bool wasFlushed = flushed.marks[c][m] != PointMark::NotMeasured;

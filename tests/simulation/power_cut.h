@@ -34,7 +34,6 @@ private:
     std::string journal;
     size_t flushedSize = 0;
     ScanMap flushed;
-    ScanMap scanThen;                         // at the cut
-    bool ended = false, anotherBegan = false; // the journal's scan, another behind it
+    ScanMap scanThen; // at the cut
     uint32_t luck;
 };

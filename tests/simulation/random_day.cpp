@@ -788,6 +788,9 @@ RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored) {
     Judge judge(day, ignored);
     PowerCut powerCut(seed);
     onlooker.waits = [&, judges = onlooker.waits] {
+        const auto seconds = static_cast<int>(testTimeMs() / 1000);
+        wallTime.minute = 5 + seconds / 60 % 55;
+        wallTime.second = seconds % 60;
         judges();
         powerCut.look();
     };
