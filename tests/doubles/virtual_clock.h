@@ -11,4 +11,7 @@ double testTimeMs(); // since the test began
 
 extern LocalTime wallTime; // what the program's clock shows; it stands still
 
+// A test that is not over by then is ended by force: two hours after resetClock, unless set.
+extern double deadlineMs;
+
 void resetClock();

@@ -1,0 +1,168 @@
+// Maps for weeks of virtual time in one run of the program, past the 49.7 days after which the low
+// 32 bits of the system's tick count begin anew: `soak [days] [ms to wait at each point]`, 60 and
+// 10000 unless told. Prints what the program held after the first day and at the end, and ends with
+// 1 when it grew, or when a point was read sooner than its waits allow.
+#include "app/program.h"
+#include "mapping/scan_map.h"
+#include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+#include "tests/doubles/doubles.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <malloc.h>
+
+namespace {
+
+constexpr double msPerDay = 24.0 * 3600 * 1000;
+constexpr int columns = 60; // of the scan, with the rectangle below
+
+struct Held {
+    double heapKb = 0; // without what the laboratory and the doubles keep
+    long files = 0;    // open
+    int contexts = 0, bitmaps = 0;
+    size_t journals = 0;
+};
+
+double days = 60, pointMs = 10000;
+Held afterFirstDay, atEnd;
+bool firstDayIsOver = false;
+size_t scans = 0, points = 0, readsSeen = 0, tooSoon = 0;
+double shortestMs = 1e18;
+int unexpected = 0;
+
+long openFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+void forgetWhatDoublesKeep() {
+    for (int field = 0; field <= static_cast<int>(Field::StartButton); ++field) {
+        std::vector<std::string>& history = historyOf(static_cast<Field>(field));
+        if (history.empty()) continue;
+        std::vector<std::string>{history.back()}.swap(history);
+    }
+    std::vector<ShownBox>().swap(shownBoxes);
+}
+
+Held held() {
+    forgetWhatDoublesKeep();
+    Held now;
+    const double lab = static_cast<double>(labReads().capacity() * sizeof(LabRead) +
+                                           labBoardCommands().capacity() * sizeof(std::string));
+    now.heapKb = (static_cast<double>(mallinfo2().uordblks + mallinfo2().hblkhd) - lab) / 1024;
+    now.files = openFiles();
+    now.contexts = liveContexts;
+    now.bitmaps = liveBitmaps;
+    for (const std::string& name : filesOnDesktop())
+        now.journals += name.starts_with("KST_Data/Journal/") && name.back() != '/';
+    return now;
+}
+
+// The wall clock goes with the virtual time.
+void setWallClock() {
+    std::tm date{};
+    date.tm_year = 2026 - 1900;
+    date.tm_mon = 2;
+    date.tm_mday = 7;
+    date.tm_sec = static_cast<int>(testTimeMs() / 1000);
+    timegm(&date);
+    wallTime = {date.tm_year + 1900, date.tm_mon + 1, date.tm_mday,
+                date.tm_hour,        date.tm_min,     date.tm_sec};
+}
+
+// A row begins with a reading that no cell keeps; all others come behind the waits of a point.
+void lookAtReads() {
+    const std::vector<LabRead>& reads = labReads();
+    for (size_t i = readsSeen; i < reads.size(); ++i) {
+        if ((i - readsSeen) % (columns + 1) == 0) continue;
+        const double ms = reads[i].timeMs - reads[i - 1].timeMs;
+        shortestMs = std::min(shortestMs, ms);
+        tooSoon += ms < pointMs;
+    }
+    readsSeen = reads.size();
+}
+
+void onScanEnd() {
+    ++scans;
+    for (const auto& column : scanMap.marks)
+        points +=
+            static_cast<size_t>(std::count(column.begin(), column.end(), PointMark::Measured));
+    if (scanMap.marks.size() != columns) ++unexpected;
+    lookAtReads();
+    if (!firstDayIsOver && testTimeMs() >= msPerDay) {
+        firstDayIsOver = true;
+        afterFirstDay = held();
+    }
+    forgetWhatDoublesKeep();
+    if (testTimeMs() < days * msPerDay) return postCommand(idStart);
+    atEnd = held();
+    post(messageClose);
+}
+
+void watchScan() {
+    when(
+        [] {
+            return textIn(Field::Information).starts_with("Mapping finished") && !processRunning;
+        },
+        [] {
+            onScanEnd();
+            when([] { return processRunning != 0; }, watchScan);
+        });
+}
+
+size_t largestLog() {
+    size_t largest = 0;
+    const std::string folder = pathOnDesktop("KST_Data/Log");
+    for (const auto& file : std::filesystem::directory_iterator(folder))
+        largest = std::max<size_t>(largest, file.file_size());
+    return largest;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1) days = std::atof(argv[1]);
+    if (argc > 2) pointMs = std::atof(argv[2]);
+    prepareWorld();
+    nobodyLooks = true;
+    setLabRowsAroundSpot(104);
+    deadlineMs = (days + 1) * msPerDay;
+    onlooker.waits = setWallClock;
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Yes; };
+    const LabPixel spot = labSpotPixel();
+    writeDesktopFile("KST_Data/Config.txt",
+                     formatted("step:2.0, laser:4.00, laser correct:(%d,%d), Ammeter:0, GPIB:18, "
+                               "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 1\n",
+                               spot.column, spot.row));
+    writeDesktopFile("KST_Data/Options.ini",
+                     formatted("wait after arrival (ms) = %.0f\n", pointMs));
+    when([] { return timerRuns(); },
+         [] {
+             const int halfWidth = static_cast<int>(120 / labUmPerPixel / 2);
+             const int halfHeight = static_cast<int>(80 / labUmPerPixel / 2);
+             postDrag(616 + halfWidth, 514 + halfHeight, 616 - halfWidth, 514 - halfHeight);
+             postCommand(idStart);
+             watchScan();
+         });
+    std::freopen("/dev/null", "w", stdout);
+    const int code = runProgram(1);
+    std::fprintf(stderr, "%.1f days, %zu scans, %zu points measured\n", testTimeMs() / msPerDay,
+                 scans, points);
+    std::fprintf(stderr, "shortest way from a reading to the next point's: %.1f ms\n", shortestMs);
+    for (const Held* each : {&afterFirstDay, &atEnd})
+        std::fprintf(stderr,
+                     "%-15s heap %.0f kB, %ld open files, %d contexts, %d bitmaps, %zu journals\n",
+                     each == &atEnd ? "at the end:" : "after a day:", each->heapKb, each->files,
+                     each->contexts, each->bitmaps, each->journals);
+    std::fprintf(stderr, "largest log of a day: %zu bytes\n", largestLog());
+    removeTempDesktop();
+    const bool grew = atEnd.heapKb > afterFirstDay.heapKb + 64 ||
+                      atEnd.files > afterFirstDay.files ||
+                      atEnd.contexts > afterFirstDay.contexts ||
+                      atEnd.bitmaps > afterFirstDay.bitmaps || atEnd.journals > 0;
+    return code == 0 && !grew && tooSoon == 0 && unexpected == 0 ? 0 : 1;
+}
