@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <stdio_ext.h>
 
 namespace fs = std::filesystem;
 
@@ -105,7 +106,8 @@ bool replaceFile(const std::wstring& from, const std::wstring& to) {
 
 bool flushToDisk(FILE* file) {
     watchDisk();
-    const bool flushed = std::fflush(file) == 0 && !diskFull && !flushFails;
+    if (diskFull || flushFails) __fpurge(file); // not even a part of it is there
+    const bool flushed = !diskFull && !flushFails && std::fflush(file) == 0;
     if (flushed && diskWatch.flushed) diskWatch.flushed(names[file]);
     return flushed;
 }

@@ -326,9 +326,9 @@ TEST_F(PointMeasurementTest, JournalsBringBackCutOffCurves) {
         writeDesktopFile("KST_Data/Journal/journal0.txt", onDisk);
         const std::string notice = leftNotice();
         EXPECT_TRUE(notice.starts_with(each.notice)) << notice;
-        diskFull = true;
+        flushFails = true;
         recoverLast();
-        diskFull = false;
+        flushFails = false;
         EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), onDisk);
         const std::vector<std::string> before = filesOnDesktop();
         recoverLast();
