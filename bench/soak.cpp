@@ -46,6 +46,7 @@ void forgetWhatDoublesKeep() {
         std::vector<std::string>{history.back()}.swap(history);
     }
     std::vector<ShownBox>().swap(shownBoxes);
+    std::vector<std::string>().swap(serial.writes);
 }
 
 Held held() {

@@ -155,16 +155,8 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
             if (wasFlushed && !isSameCell(scanMap, flushed, c, m))
                 wrong.push_back(formatted("lost: cell %zu, %zu", c, m));
             if (!wasFlushed && scanMap.marks[c][m] != PointMark::NotMeasured &&
-                !(sameScan && isSameCell(scanMap, scanThen, c, m))) {
+                !(sameScan && isSameCell(scanMap, scanThen, c, m)))
                 wrong.push_back(formatted("wrong: cell %zu, %zu", c, m));
-                if (getenv("DBG"))
-                    std::fprintf(stderr,
-                                 "same %d began %d size %d: flushed %d then %d %g now %d %g\n",
-                                 sameScan, beganAtOnce(scanThen, flushed),
-                                 haveOneSize(scanThen, flushed), (int)flushed.marks[c][m],
-                                 (int)scanThen.marks[c][m], (double)scanThen.maps[0][c][m],
-                                 (int)scanMap.marks[c][m], (double)scanMap.maps[0][c][m]);
-            }
         }
     }
     return wrong;
