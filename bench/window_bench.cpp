@@ -1,10 +1,13 @@
 // What the operator waits for in the real windows: a live row, a live-view tick, a map point, and
 // what a waiting program costs. With the laboratory's DLLs beside it the map points are measured
-// too. Run it under tests/window/run_under_wine.sh --cable, or on Windows.
+// too; `window_bench scan` tells where the time of a whole scan goes, in nine minutes. Run it under
+// tests/window/run_under_wine.sh --cable, or on Windows.
 #include "app/program.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/spot.h"
 #include "instruments/ammeter.h"
+#include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
@@ -12,6 +15,7 @@
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
+#include "platform/files.h"
 #include "platform/win32/handles.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
@@ -24,6 +28,7 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -144,8 +149,8 @@ void benchWaiting() {
     processRunning = 0;
 }
 
-double mappingMs(int columns) {
-    setGrid(columns, 1, 2.0);
+double mappingMs(int columns, int rows = 1) {
+    setGrid(columns, rows, 2.0);
     std::atomic<bool> done{false};
     std::thread operatorSaysYes([&] {
         while (!done) {
@@ -230,11 +235,110 @@ void benchJournal(double pointMs) {
     removeJournal();
 }
 
+// A large map on the screen and in its text file, beside a plain copy of as many pixels and a plain
+// write of the same bytes.
+void benchLargeMap() {
+    constexpr int side = 1000;
+    scanArea.cols = scanArea.rows = side;
+    scanArea.totalPoints = side * side;
+    allocateMaps();
+    Map& map = scanMap.maps[planePhotocurrent];
+    for (size_t column = 0; column < side; ++column)
+        for (size_t row = 0; row < side; ++row)
+            map[column][row] = static_cast<float>((column * 37 + row * 91) % 1013) / 1013.0f;
+    showMapWindow(channelPhotocurrent);
+    paintPending(mapWindow);
+    const double draw = medianMs(11, [] { drawMap(mapWindow, channelPhotocurrent); });
+    const std::vector<uint32_t> pixels(size_t{side} * side, 0x808080);
+    const double copy = medianMs(11, [&] {
+        const WindowContext view(mapWindow);
+        putPixels(view.context, 0, 0, side, side, pixels.data());
+    });
+    ensureSessionFolder(dataFolders);
+    const std::wstring path = dataFolders.sessionFolder + L"\\large.txt";
+    const double save = medianMs(5, [&] { writeMapFile(path, map); });
+    std::string text;
+    if (const File file = openFile(path, L"rb")) {
+        char part[65536];
+        for (size_t count; (count = std::fread(part, 1, sizeof part, file.get())) > 0;)
+            text.append(part, count);
+    }
+    const double plain = medianMs(5, [&] {
+        const File file = openFile(path, L"wb");
+        if (file) std::fwrite(text.data(), 1, text.size(), file.get());
+    });
+    std::printf("map of %d x %d points: drawn in %.1f ms (wanted: at most 50), %.1f times a plain "
+                "copy; text of %.1f MB saved in %.0f ms (wanted: at most 500), %.1f times writing "
+                "the same bytes\n",
+                side, side, draw, draw / copy, static_cast<double>(text.size()) / 1e6, save,
+                save / plain);
+    removeFile(path);
+}
+
+// Where the time of a whole scan goes: its parts, measured one by one and counted, as shares of the
+// scan that then runs.
+void benchScan(bool confocal) {
+    constexpr int columns = 60, rows = 40, points = columns * rows;
+    scanOptions = {};
+    confocalEnabled = confocal ? 1 : 0;
+    const double whole = mappingMs(columns, rows);
+    const Map& map = scanMap.maps[planePhotocurrent];
+    const double travel = 2.0 / (motorSpeed * umPerFullStep) * 1000.0;
+    const double reading = medianMs(51, [] { readPhotocurrent(); });
+    const double frame = medianMs(51, [] {
+        grabFrames(cameraState, 1);
+        showSpotColour(sampleSpotColour(laserOffset, cameraAperture));
+    });
+    const double rowDrawn = medianMs(51, [&] {
+        drawMapRow(mapWindow, map, 5);
+        if (confocalEnabled) drawConfocalRow(confocalWindow, 5);
+    });
+    const double saving = medianMs(1, [&] {
+        const std::wstring path = dataFolders.sessionFolder + L"\\again.txt";
+        for (int plane = 0; plane < (confocalEnabled ? 4 : 1); ++plane) writeMapFile(path, map);
+        saveMapDocument(scanMap, {});
+        saveMapImage(mapWindow, channelPhotocurrent, "KST");
+        for (int image = 0; confocalEnabled && image < 4; ++image)
+            saveMapImage(confocalWindow, channelConfocal, "CONFOCAL");
+        removeFile(path);
+    });
+    beginScanJournal();
+    for (size_t column = 0; column < columns; ++column) journalPoint(column, 0);
+    const double flushing = medianMs(11, [] {
+        for (size_t column = 0; column < columns; ++column) journalPoint(column, 0);
+        flushJournal();
+    });
+    removeJournal();
+    std::printf("scan of %d x %d points, confocal %s: %.1f s\n", columns, rows,
+                confocal ? "on" : "off", whole / 1000.0);
+    double told = 0;
+    const auto tell = [&](const char* part, double ms) {
+        told += ms;
+        std::printf("  %-40s %8.2f s  %5.2f %%\n", part, ms / 1000.0, ms / whole * 100.0);
+    };
+    tell("travel of 2 um", points * travel);
+    tell("waits (62 ms a point)", points * 62.0);
+    tell("readings", (points + rows) * reading);
+    if (confocal) tell("frames and their colours", points * frame);
+    tell("drawing rows", rows * rowDrawn);
+    tell("journal", rows * flushing);
+    tell("saving files and images", saving);
+    tell("rest: ways back, swing, question, polls", whole - told);
+}
+
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
     if (!startUp(SW_SHOW)) return 1;
+    if (argc > 1 && std::string(argv[1]) == "scan") {
+        for (const bool confocal : {false, true}) benchScan(confocal);
+        std::fflush(stdout);
+        destroyMainWindow();
+        shutDown();
+        return 0;
+    }
     const bool same = benchRows();
+    benchLargeMap();
     benchTick();
     benchWaiting();
     if (stageX.axisNumber != 0) benchJournal(benchPoints());
