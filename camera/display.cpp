@@ -4,11 +4,13 @@
 #include "camera/camera.h"
 #include "camera/spot.h"
 #include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
+#include "session/document.h"
 #include "session/responsive_wait.h"
 
 int32_t cameraImageCounter = 0;
@@ -36,13 +38,21 @@ void outlineDrawnRectangle(ContextHandle picture) {
     drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
 }
 
+// Under the next number that no file has: a program that was started again within a minute finds
+// the pictures of the one before it.
+void saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
+                  int32_t& counter) {
+    std::wstring path;
+    do path = folders.sessionFolder + L"\\" + widened(formatted("%s(%d).jpg", label, counter++));
+    while (fileExists(path));
+    if (!logFile(path, saveBitmapAsPng(bitmap, path))) reportUnwritten(path, "a picture");
+}
+
 void savePicture(MemoryBitmap& memory) {
     outlineDrawnRectangle(memory.context);
-    const std::string name = formatted("camera(%d).jpg", cameraImageCounter);
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
-    saveBitmapAsPng(memory.bitmap, dataFolders.sessionFolder + L"\\" + widened(name));
+    saveNumbered(dataFolders, memory.bitmap, "camera", cameraImageCounter);
     memory.select();
-    ++cameraImageCounter;
 }
 
 void showCopyFailure(int count) {
@@ -130,9 +140,7 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 
 void saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
     ensureSessionFolder(folders);
-    const std::string name = formatted("%s(%d).jpg", label, windowImageCounter);
-    saveBitmapAsPng(bitmap, folders.sessionFolder + L"\\" + widened(name));
-    ++windowImageCounter;
+    saveNumbered(folders, bitmap, label, windowImageCounter);
 }
 
 void drawScaleBar(ContextHandle context, int width, int height) {
