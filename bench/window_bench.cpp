@@ -193,8 +193,8 @@ double benchPoints() {
         for (const bool early : {false, true}) {
             scanOptions = {.looksEarly = early, .readingsPerPoint = meter.readings};
             const double few = mappingMs(10);
-            const double many = mappingMs(70);
-            points[early] = (many - few) / 60.0;
+            const double many = mappingMs(210);
+            points[early] = (many - few) / 200.0;
             fastest = std::min(fastest, points[early]);
             const double demanded = (early ? 12.0 : 62.0) + travel + reading;
             std::printf("map point, %s, %s: %.2f ms; demanded: %d ms of waits + %.1f ms travel of "
@@ -331,6 +331,7 @@ void benchScan(bool confocal) {
 int main(int argc, char** argv) {
     if (!startUp(SW_SHOW)) return 1;
     if (argc > 1 && std::string(argv[1]) == "scan") {
+        benchLargeMap();
         for (const bool confocal : {false, true}) benchScan(confocal);
         std::fflush(stdout);
         destroyMainWindow();

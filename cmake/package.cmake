@@ -1,4 +1,5 @@
-# Packs the program with its guides, without and with the virtual laboratory beside it:
+# Packs the program with its guides, without and with the virtual laboratory beside it, and by
+# itself what a crash dump is read with:
 #
 #   cmake -D version=1.0.0 -D source=FOLDER -D build=FOLDER -P package.cmake
 file(GLOB_RECURSE guides RELATIVE ${source} ${source}/docs/*.md ${source}/docs/*.png)
@@ -26,3 +27,4 @@ endfunction()
 pack(Lumascan-${version}-win64 PROGRAMS ${build}/Lumascan.exe PAGES ${guides})
 pack(Lumascan-${version}-virtual-lab PROGRAMS ${build}/Lumascan.exe ${laboratory}
      PAGES ${guides})
+pack(Lumascan-${version}-symbols PROGRAMS ${build}/Lumascan.debug)

@@ -18,6 +18,8 @@
 #include "session/message_box.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 
 ScanMap scanMap;
 
@@ -111,10 +113,17 @@ void reportFailure() {
 
 bool writeRows(FILE* file, const Map& map) {
     const size_t rows = map.empty() ? 0 : map.front().size();
+    std::string line;
     for (size_t row = 0; row < rows; ++row) {
-        for (const std::vector<float>& column : map)
-            if (std::fprintf(file, "%f,", static_cast<double>(column[row])) < 0) return false;
-        if (std::fprintf(file, "\n") < 0) return false;
+        line.clear();
+        for (const std::vector<float>& column : map) {
+            char text[64]; // the largest float has 39 digits before the point
+            const auto end = std::to_chars(text, std::end(text), static_cast<double>(column[row]),
+                                           std::chars_format::fixed, 6);
+            line.append(text, end.ptr) += ',';
+        }
+        line += '\n';
+        if (std::fwrite(line.data(), 1, line.size(), file) != line.size()) return false;
     }
     return std::fflush(file) == 0;
 }

@@ -4,12 +4,15 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 #include "tests/doubles/gwy_reader.h"
 
+#include <bit>
 #include <cmath>
+#include <random>
 
 namespace {
 
@@ -40,6 +43,21 @@ TEST_F(MapFilesTest, WritesEveryPlaneRowByRow) {
     EXPECT_EQ(contentOf(folder + "ConfocalB" + grid),
               "0.000000,255.000000,\n0.000000,0.000000,\n0.000000,0.000000,\n");
     EXPECT_EQ(filesOnDesktop().size(), 2u + 4u);
+}
+
+// Ties, tiny and huge values, infinities and what is no number among them.
+TEST_F(MapFilesTest, EachNumberIsWrittenAsPrintfDoes) {
+    std::minstd_rand random(1);
+    Map map(1);
+    for (uint32_t i = 0; i < 20000; ++i) {
+        const auto bits = static_cast<uint32_t>(random()) ^ (static_cast<uint32_t>(random()) << 16);
+        const float tie = static_cast<float>(i) / 128.0f;
+        map[0].push_back(i % 2 == 0 ? tie : std::bit_cast<float>(bits));
+    }
+    std::string expected;
+    for (const float value : map[0]) expected += formatted("%f,\n", static_cast<double>(value));
+    ASSERT_TRUE(writeMapFile(dataFolders.dataRoot + L"\\numbers.txt", map));
+    EXPECT_EQ(contentOf("KST_Data/numbers.txt"), expected);
 }
 
 TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
