@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <malloc.h>
 #include <map>
 #include <poll.h>
@@ -22,7 +23,9 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds longestDay{120}; // real time; then it hangs
+// What a day may take; then it hangs.
+constexpr double longestDayCpuSeconds = 60;
+constexpr std::chrono::minutes longestDay{30};
 
 struct Range {
     uint32_t first = 0, last = 99;
@@ -36,7 +39,8 @@ struct Job {
     uint32_t seed = 0; // of the day that it lives through
     bool living = false, failed = false; // a day has begun and not ended; it has failed
     Clock::time_point began;
-    std::string rest; // of a line that has not come whole
+    double cpuBegan = 0; // seconds of its process
+    std::string rest;    // of a line that has not come whole
 };
 
 std::map<std::string, uint64_t> counts, failures;
@@ -82,7 +86,19 @@ void start(Job& job, const Range& range, uint64_t first) {
         std::_Exit(0);
     }
     close(ends[1]);
-    job = {process, ends[0], static_cast<uint32_t>(first), false, false, Clock::now(), {}};
+    job = {process, ends[0], static_cast<uint32_t>(first), false, false, Clock::now(), 0, {}};
+}
+
+double cpuSecondsOf(const Job& job) {
+    clockid_t clock;
+    timespec time{};
+    if (clock_getcpuclockid(job.process, &clock) != 0 || clock_gettime(clock, &time) != 0) return 0;
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+bool hangs(const Job& job) {
+    return job.living && (Clock::now() - job.began > longestDay ||
+                          cpuSecondsOf(job) - job.cpuBegan > longestDayCpuSeconds);
 }
 
 void fails(Job& job, const std::string& rule) {
@@ -95,7 +111,12 @@ void hears(Job& job, const std::string& line) {
     std::string word, what;
     uint64_t number = 0;
     words >> word;
-    if (word == "begin") words >> job.seed, job.failed = false, job.began = Clock::now();
+    if (word == "begin") {
+        words >> job.seed;
+        job.failed = false;
+        job.began = Clock::now();
+        job.cpuBegan = cpuSecondsOf(job);
+    }
     if (word == "count" && words >> number && std::getline(words >> std::ws, what))
         counts[what] += number;
     if (word == "failed" && std::getline(words >> std::ws, what)) fails(job, what);
@@ -171,8 +192,7 @@ int main(int argc, char** argv) {
         anyRuns = interrupted;
         for (size_t i = 0; i < jobs.size() && !interrupted; ++i) {
             Job& job = jobs[i];
-            if (job.lines >= 0 && job.living && Clock::now() - job.began > longestDay)
-                kill(job.process, SIGKILL);
+            if (job.lines >= 0 && hangs(job)) kill(job.process, SIGKILL);
             anyRuns |= job.lines >= 0 && (polled[i].revents == 0 || follows(job, range));
         }
     }
