@@ -8,17 +8,18 @@
 
 #include <optional>
 
+static bool holdsCurve(const LeftJournal& left) {
+    return left.kind == sweepJournalKind || left.kind == seriesJournalKind;
+}
+
 std::string leftNotice() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return {};
-    return left->kind == sweepJournalKind || left->kind == seriesJournalKind ? sweepNotice(*left)
-                                                                             : scanNotice(*left);
+    return holdsCurve(*left) ? sweepNotice(*left) : scanNotice(*left);
 }
 
 void recoverLast() {
     const std::optional<LeftJournal> left = findLeftJournal();
     if (!left) return showInformation("No measurement was cut off");
-    if (left->kind == sweepJournalKind || left->kind == seriesJournalKind)
-        return recoverSweep(*left);
-    recoverScan(*left);
+    holdsCurve(*left) ? recoverSweep(*left) : recoverScan(*left);
 }

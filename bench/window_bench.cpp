@@ -257,12 +257,7 @@ void benchLargeMap() {
     ensureSessionFolder(dataFolders);
     const std::wstring path = dataFolders.sessionFolder + L"\\large.txt";
     const double save = medianMs(5, [&] { writeMapFile(path, map); });
-    std::string text;
-    if (const File file = openFile(path, L"rb")) {
-        char part[65536];
-        for (size_t count; (count = std::fread(part, 1, sizeof part, file.get())) > 0;)
-            text.append(part, count);
-    }
+    const std::string text = contentOfFile(path).value_or("");
     const double plain = medianMs(5, [&] {
         const File file = openFile(path, L"wb");
         if (file) std::fwrite(text.data(), 1, text.size(), file.get());

@@ -4,7 +4,6 @@
 #include "camera/camera.h"
 #include "camera/spot.h"
 #include "platform/clock.h"
-#include "platform/files.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
@@ -38,13 +37,10 @@ void outlineDrawnRectangle(ContextHandle picture) {
     drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
 }
 
-// Under the next number that no file has: a program that was started again within a minute finds
-// the pictures of the one before it.
 void saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
                   int32_t& counter) {
-    std::wstring path;
-    do path = folders.sessionFolder + L"\\" + widened(formatted("%s(%d).jpg", label, counter++));
-    while (fileExists(path));
+    const std::string name = nextFreeName(folders.sessionFolder, label, counter, L".jpg");
+    const std::wstring path = folders.sessionFolder + L"\\" + widened(name) + L".jpg";
     if (!logFile(path, saveBitmapAsPng(bitmap, path))) reportUnwritten(path, "a picture");
 }
 

@@ -6,7 +6,8 @@
 // Called when the live view goes on: the scan's geometry belongs to the view. Set at start-up.
 extern void (*onLiveViewStart)();
 
-// Called when a fresh frame is on the main window. Set at start-up.
+// Called when a fresh frame is on the main window; does nothing unless who shows frames too sets
+// it.
 extern void (*onFreshFrame)();
 
 struct LiveViewState {

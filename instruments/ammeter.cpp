@@ -8,9 +8,6 @@
 #include "session/main_title.h"
 #include "session/message_box.h"
 
-#include <algorithm>
-#include <array>
-
 namespace {
 
 void sayWhetherABiasIsLost() {
@@ -59,10 +56,12 @@ std::string biasTrouble() {
 }
 
 std::string biasLeftOn() {
-    std::array<bool, equipmentKindCount> lost = instrumentLink.mayBeBiased;
-    if (instrumentLink.biasHeard) lost[static_cast<size_t>(instrumentLink.ammeterKind)] = false;
-    const bool any = std::find(lost.begin(), lost.end(), true) != lost.end();
-    return any ? "instrument lost: the bias may be on" : "";
+    for (int32_t kind = 0; kind < equipmentKindCount; ++kind) {
+        const bool meant = kind == instrumentLink.ammeterKind && instrumentLink.biasHeard;
+        if (instrumentLink.mayBeBiased[static_cast<size_t>(kind)] && !meant)
+            return "instrument lost: the bias may be on";
+    }
+    return {};
 }
 
 void applyBias(double voltage, double limit) {

@@ -15,7 +15,8 @@ int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int oc
 // unnoticed; over GPIB they are reported and take the device offline. False when the bus refused.
 bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySize]);
 
-// Sources `voltage` (V) on the first unit with the compliance `limit` (A).
+// Sources `voltage` (V) on the first unit with the compliance `limit` (A). False when it does not
+// reply.
 bool paApplyBias(int mode, float voltage, float limit);
 
 // Amperes on the first unit; 0 when the reply holds no number. A reply of a measurement in

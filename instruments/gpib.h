@@ -15,7 +15,7 @@ Reading gpibMultimeterRead();
 Reading gpibSourcemeterRead();
 
 // Sources `voltage` (V) with the current limit `limit` (A) in the fixed 1 V and 1 uA ranges, and
-// switches the output on.
+// switches the output on. False when a line of it did not go out.
 bool gpibSourcemeterSetUp(float voltage, float limit);
 bool gpibSourcemeterIsLimited(); // the limit cuts the current now
 void gpibSourcemeterOff();       // output off, device offline

@@ -20,7 +20,8 @@ bool usbSourcemeterIsLimited(); // the limit cuts the current now
 
 // Sources `voltage` (V) with the current limit `limit` (A) and switches the output on. When another
 // limit or the output itself is set, or the voltage was 0 before, everything is set anew and the
-// instrument is asked whether it took it; between, the voltage alone is sent.
+// instrument is asked whether it took it; between, the voltage alone is sent. False when
+// a line of it did not go out.
 bool usbSourcemeterSetUp(float voltage, float limit);
 
 // What the instrument last said that it did not take, with its own number and words, since this was

@@ -9,7 +9,6 @@
 #include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
-#include "session/document.h"
 
 #include <cstdio>
 #include <cstring>
@@ -67,7 +66,7 @@ bool takePoint(const std::string& line, JournaledScan& scan) {
 std::vector<std::string> conditionLines() {
     JournaledScan scan{.map = {.conditions = scanMap.conditions},
                        .area = scanArea,
-                       .folder = fileNameOf(dataFolders.sessionFolder)};
+                       .folder = sessionFolderName(dataFolders)};
     JournalLines lines;
     eachValue(scan, lines);
     const std::string& continued = scanMap.conditions->continued;
@@ -151,8 +150,8 @@ int firstMissingRow(const ScanMap& map) {
     return rows;
 }
 
-std::string startOf(const JournaledScan& scan) {
-    return timeText(scan.map.conditions->started).substr(0, sizeof "2026-11-25 12:30" - 1);
+std::string startOf(const ScanConditions& measurement) {
+    return timeText(measurement.started).substr(0, sizeof "2026-11-25 12:30" - 1);
 }
 
 std::string scanNotice(const LeftJournal& left) {
@@ -161,7 +160,7 @@ std::string scanNotice(const LeftJournal& left) {
     return formatted(
         "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
         "\"Recover last scan\"",
-        startOf(*scan).c_str(), scan->points, scan->area.totalPoints);
+        startOf(*scan->map.conditions).c_str(), scan->points, scan->area.totalPoints);
 }
 
 void recoverScan(const LeftJournal& left) {

@@ -45,7 +45,7 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal);
 int firstMissingRow(const ScanMap& map);
 
 // "2026-11-25 12:30"
-std::string startOf(const JournaledScan& scan);
+std::string startOf(const ScanConditions& measurement);
 
 // "A scan of 2026-11-25 12:30 was cut off ..."
 std::string scanNotice(const LeftJournal& left);

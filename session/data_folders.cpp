@@ -5,6 +5,7 @@
 #include "platform/files.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
+#include "session/document.h"
 
 DataFolders dataFolders;
 
@@ -18,8 +19,7 @@ void prepareDataFolders(DataFolders& folders) {
 }
 
 std::string sessionFolderName(const DataFolders& folders) {
-    if (folders.sessionFolderMade)
-        return narrowed(folders.sessionFolder.substr(folders.sessionFolder.rfind(L'\\') + 1));
+    if (folders.sessionFolderMade) return fileNameOf(folders.sessionFolder);
     const LocalTime now = localTime();
     return formatted("%02d%02d%02d_%02d-%02d", now.year - 2000, now.month, now.day, now.hour,
                      now.minute);

@@ -3,6 +3,7 @@
 
 #include "platform/files.h"
 #include "platform/messages.h"
+#include "platform/text_format.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
@@ -49,6 +50,14 @@ bool logFile(const std::wstring& path, bool written) {
     logEvent((written ? "Written: " : "Not written: ") + fileNameOf(folder) + "\\" +
              fileNameOf(path));
     return written;
+}
+
+std::string nextFreeName(const std::wstring& folder, const char* stem, int32_t& number,
+                         const wchar_t* ending) {
+    std::string name;
+    do name = formatted("%s(%d)", stem, number++);
+    while (fileExists(folder + L"\\" + widened(name) + ending));
+    return name;
 }
 
 std::string fileNameOf(const std::wstring& path) {

@@ -1,6 +1,7 @@
 // Documents beside the specified files: written whole or not at all.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,12 @@ void reportUnwritten(const std::wstring& path, const char* what);
 
 // Tells the log of the day that the file was written or not; returns `written`.
 bool logFile(const std::wstring& path, bool written);
+
+// "<stem>(<number>)", with the first number from `number` on of which the folder has no file with
+// that ending; `number` is the next one then. Nothing is put in the place of what a program that
+// was started again within a minute finds there.
+std::string nextFreeName(const std::wstring& folder, const char* stem, int32_t& number,
+                         const wchar_t* ending);
 
 // A path's last part, as ASCII.
 std::string fileNameOf(const std::wstring& path);

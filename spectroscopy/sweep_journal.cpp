@@ -2,7 +2,6 @@
 #include "spectroscopy/sweep_journal.h"
 
 #include "mapping/journal_values.h"
-#include "mapping/map_document.h"
 #include "mapping/scan_journal.h"
 #include "platform/messages.h"
 #include "platform/text_format.h"
@@ -12,13 +11,13 @@
 #include "spectroscopy/time_evolution.h"
 
 #include <cstdio>
-#include <utility>
 
 namespace {
 
-// All that a journal keeps of a curve beside its samples.
-template <class Sweep, class Visit> void eachValue(Sweep& sweep, Visit& visit) {
-    auto& r = sweep.record;
+// All that a journal keeps of a curve beside its samples: `room` is for how many there was memory,
+// `folder` its session folder's name.
+template <class Record, class Room, class Folder, class Visit>
+void eachValue(Record& r, Room& room, Folder& folder, Visit& visit) {
     eachCondition(r.setUp, visit);
     visit("laser was on", r.laserWasOn);
     visit("was illuminated", r.wasIlluminated);
@@ -28,16 +27,9 @@ template <class Sweep, class Visit> void eachValue(Sweep& sweep, Visit& visit) {
     visit("on time s", r.onTime);
     visit("off time s", r.offTime);
     visit("repeats", r.repeatCount);
-    visit("room", sweep.room);
-    visit("folder", sweep.folder);
+    visit("room", room);
+    visit("folder", folder);
 }
-
-// The conditions alone, without the samples of another curve.
-struct SweepHead {
-    SweepRecord record;
-    std::string folder;
-    int32_t room = 0; // for samples
-};
 
 constexpr int32_t mostRoom = 200 * 20000 * 20; // of the longest series
 
@@ -49,20 +41,10 @@ std::string nameOf(const LeftJournal& left) {
 
 void beginSweepJournal(const SweepRecord& record) {
     if (!beginJournal(record.holdsSeries ? seriesJournalKind : sweepJournalKind)) return;
-    SweepHead head{.folder = sessionFolderName(dataFolders),
-                   .room = static_cast<int32_t>(record.yValues.size())};
-    SweepRecord& r = head.record;
-    r.setUp = record.setUp;
-    r.laserWasOn = record.laserWasOn;
-    r.wasIlluminated = record.wasIlluminated;
-    r.voltageRange = record.voltageRange;
-    r.voltageStep = record.voltageStep;
-    r.pointsPerQuarter = record.pointsPerQuarter;
-    r.onTime = record.onTime;
-    r.offTime = record.offTime;
-    r.repeatCount = record.repeatCount;
+    const auto room = static_cast<int32_t>(record.yValues.size());
+    const std::string folder = sessionFolderName(dataFolders);
     JournalLines lines;
-    eachValue(head, lines);
+    eachValue(record, room, folder, lines);
     for (const std::string& line : lines.ended()) journalLine(line);
     flushJournal();
 }
@@ -89,32 +71,33 @@ std::optional<JournaledSweep> readSweepJournal(const LeftJournal& journal) {
     const bool series = journal.kind == seriesJournalKind;
     if (!series && journal.kind != sweepJournalKind) return {};
     JournalValues values(journal);
-    SweepHead head;
-    eachValue(head, values);
-    SweepRecord& record = head.record;
+    JournaledSweep sweep;
+    SweepRecord& record = sweep.record;
+    int32_t room = 0;
+    eachValue(record, room, sweep.folder, values);
     const size_t samples = journal.lines.size() - values.firstPoint();
-    if (!values.areWhole() || head.folder.empty() || head.room < 0 || head.room > mostRoom ||
-        samples > static_cast<size_t>(head.room) ||
-        (!series && head.room != int64_t{4} * record.pointsPerQuarter))
+    if (!values.areWhole() || sweep.folder.empty() || room < 0 || room > mostRoom ||
+        samples > static_cast<size_t>(room) ||
+        (!series && room != int64_t{4} * record.pointsPerQuarter))
         return {};
     record.holdsSeries = series;
     record.end = ProcessEnd::CutOff;
     std::vector<float>& xs = series ? record.extraValues : record.xValues;
-    xs.assign(static_cast<size_t>(head.room), 0.0f);
-    record.yValues.assign(static_cast<size_t>(head.room), 0.0f);
+    xs.assign(static_cast<size_t>(room), 0.0f);
+    record.yValues.assign(static_cast<size_t>(room), 0.0f);
     for (size_t i = 0; i < samples; ++i, ++record.currentIndex)
         if (std::sscanf(journal.lines[values.firstPoint() + i].c_str(), "%f %f", &xs[i],
                         &record.yValues[i]) != 2)
             break;
-    return JournaledSweep{std::move(record), head.folder};
+    return sweep;
 }
 
 std::string sweepNotice(const LeftJournal& left) {
     const std::optional<JournaledSweep> sweep = readSweepJournal(left);
     if (!sweep) return unreadableJournal;
-    return nameOf(left) + formatted(" of %.16s was cut off or not saved: %d samples. \"File\", "
+    return nameOf(left) + formatted(" of %s was cut off or not saved: %d samples. \"File\", "
                                     "\"Recover last scan\"",
-                                    timeText(sweep->record.setUp.started).c_str(),
+                                    startOf(sweep->record.setUp).c_str(),
                                     sweep->record.currentIndex);
 }
 

@@ -56,13 +56,6 @@ std::wstring pathInSession(const std::string& name, const wchar_t* ending) {
     return dataFolders.sessionFolder + L"\\" + widened(name) + ending;
 }
 
-std::string freeName(const CurveFile& curve) {
-    std::string name;
-    do name = formatted("%s(%d)", curve.kind, curve.number++);
-    while (fileExists(pathInSession(name, L".txt")));
-    return name;
-}
-
 bool saveConditions(const SweepRecord& record, const CurveFile& curve, const std::string& name) {
     Conditions lines = setUpOf(record.setUp);
     lines.emplace_back("Laser at the start", record.laserWasOn ? "on" : "off");
@@ -97,7 +90,8 @@ void noteEnd(SweepRecord& record, ProcessEnd end) {
 
 bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) {
     ensureSessionFolder(dataFolders);
-    const std::string name = freeName(curve);
+    const std::string name =
+        nextFreeName(dataFolders.sessionFolder, curve.kind, curve.number, L".txt");
     const std::wstring path = pathInSession(name, L".txt");
     File file = openFile(path, L"w");
     if (logFile(path, file && writeCurve(file.get(), curve))) {

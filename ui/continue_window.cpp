@@ -80,7 +80,7 @@ std::string conditionsLine(const ScanConditions& scan) {
 
 WindowHandle createWindow(const JournaledScan& scan) {
     using enum ToolControl::Kind;
-    const std::string start = startOf(scan);
+    const std::string start = startOf(*scan.map.conditions);
     const std::string thenTitle = "At the start of the scan, " + start;
     const std::string points =
         formatted("The scan of %s has %d of %d points; it goes on with row %d of %d from below.",
