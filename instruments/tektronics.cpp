@@ -12,6 +12,7 @@ namespace {
 
 Visa visa;
 std::string identity;
+bool answerLeft = false; // it was asked, and its answer not taken to the end
 
 constexpr uint32_t replyBytes = 30;
 constexpr uint64_t timeoutMs = 5000;
@@ -39,12 +40,15 @@ ViStatus readText(ViSession session, std::string& text) {
 // Opens one found instrument and lets it identify itself; what it says is for people.
 ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session) {
     ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
+    if (status >= 0 && answerLeft) status = visa.viClear(*session);
     if (status < 0) return status;
+    answerLeft = true;
     status = writeText(*session, "*idn?");
     if (status < 0) return status;
     uint8_t reply[256] = {};
     uint32_t received = 0;
     status = visa.viRead(*session, reply, sizeof reply - 1, &received);
+    answerLeft = status < 0 || status == viMoreToCome;
     const std::string text(reinterpret_cast<const char*>(reply));
     identity = text.substr(0, text.find_first_of("\r\n"));
     if (status >= 0) reportAnswer(deviceName, std::string(descriptor) + ", " + text);
@@ -111,13 +115,16 @@ constexpr const char* valueQuery = ":MEASUREMENT:IMMED:VALUE?";
 
 // An oscilloscope that puts the command's name before each value, as ":MEASU:IMM:VAL 1.0E-3", is
 // told to leave that; what it has still to say of this reply is thrown away, then it is asked anew.
-// Returns whether the new reply has come.
-bool askWithoutHeader(ViSession session, ViStatus status, std::string& reply) {
+// Returns how the new reply was read.
+ViStatus askWithoutHeader(ViSession session, ViStatus status, std::string& reply) {
     std::string rest;
     constexpr int mostReads = 8; // of what a header and its value can be long
     for (int i = 0; status == viMoreToCome && i < mostReads; ++i) status = readText(session, rest);
-    return scopeWrite(session, "HEADER OFF") && scopeWrite(session, valueQuery) &&
-           scopeReadText(session, reply);
+    for (const char* command : {"HEADER OFF", valueQuery}) {
+        const ViStatus written = writeText(session, command);
+        if (written < 0) return written;
+    }
+    return readText(session, reply);
 }
 
 } // namespace
@@ -127,11 +134,14 @@ std::string scopeIdentity() {
 }
 
 Reading scopeRead(ViSession scopeInstrument) {
+    if (answerLeft && !clearAnswer(visa, deviceName, scopeInstrument)) return {};
+    answerLeft = true;
     const bool asked = scopeWrite(scopeInstrument, valueQuery);
     std::string reply;
-    const ViStatus status = readText(scopeInstrument, reply);
-    bool read = callSucceeded("viRead", scopeInstrument, status);
-    if (read && reply[0] == ':') read = askWithoutHeader(scopeInstrument, status, reply);
+    ViStatus status = readText(scopeInstrument, reply);
+    if (status >= 0 && reply[0] == ':') status = askWithoutHeader(scopeInstrument, status, reply);
+    const bool read = callSucceeded("viRead", scopeInstrument, status);
+    answerLeft = !asked || !read || status == viMoreToCome;
     char* end = nullptr;
     Reading reading;
     reading.value = static_cast<float>(std::strtod(reply.c_str(), &end));

@@ -36,7 +36,7 @@ Reading numberFor(const char* query) {
 }
 
 // The instrument has two other command sets, in which these commands do other things or nothing.
-bool speaksScpi(const VisaInstrument& meter) {
+bool speaksScpi(VisaInstrument& meter) {
     const std::string language = ask(meter, "*LANG?");
     if (language == "SCPI") return true;
     if (!language.empty())
@@ -55,7 +55,7 @@ template <class Lines> bool sendAll(const VisaInstrument& meter, const Lines& li
 }
 
 // What the instrument has not taken of the lines before.
-void heedRefusals(const VisaInstrument& meter) {
+void heedRefusals(VisaInstrument& meter) {
     const std::string error = ask(meter, ":SYST:ERR?"); // 0,"No error..." when all is well
     if (std::atoi(error.c_str()) == 0) return;
     lastRefusal = error;
@@ -67,7 +67,7 @@ void heedRefusals(const VisaInstrument& meter) {
 
 // The output goes off first: the last run may have left it on, and the bias comes only with the
 // next set-up. The rest is what somebody else may have left otherwise.
-bool prepare(const VisaInstrument& meter, double biasVolts) {
+bool prepare(VisaInstrument& meter, double biasVolts) {
     const std::string lines[] = {
         ":OUTP OFF",
         ":FORM ASC",

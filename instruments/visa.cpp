@@ -23,6 +23,7 @@ Visa loadVisa() {
                        bindFunction(found.viStatusDesc, library, "viStatusDesc", 142) &&
                        bindFunction(found.viRead, library, "viRead", 256) &&
                        bindFunction(found.viWrite, library, "viWrite", 257);
+    bindFunction(found.viClear, library, "viClear", 260); // needed after a failure only
     // What opens must also close.
     return heedMissingFunctions(name, library, whole) ? found : Visa();
 }
@@ -34,6 +35,10 @@ bool visaPassed(const Visa& visa, const char* device, const char* call, ViSessio
     if (visa.viStatusDesc(object, status, text) < 0) std::strcpy(text, "no VISA library");
     printRefusal(device, formatted("%s: %s (0x%08X)", call, text, static_cast<unsigned>(status)));
     return false;
+}
+
+bool clearAnswer(const Visa& visa, const char* device, ViSession session) {
+    return visaPassed(visa, device, "viClear", session, visa.viClear(session));
 }
 
 namespace {
@@ -90,13 +95,16 @@ bool sendTo(const VisaInstrument& instrument, const std::string& command) {
                                                  static_cast<uint32_t>(line.size()), &written));
 }
 
-std::string ask(const VisaInstrument& instrument, const char* query) {
+std::string ask(VisaInstrument& instrument, const char* query) {
+    const Visa& visa = instrument.visa;
+    if (instrument.answerLeft && !clearAnswer(visa, instrument.name, instrument.session)) return {};
+    instrument.answerLeft = true;
     if (!sendTo(instrument, query)) return {};
     uint8_t buffer[replyBytes + 1] = {};
     uint32_t received = 0;
-    if (!callSucceeded(instrument, "viRead", instrument.session,
-                       instrument.visa.viRead(instrument.session, buffer, replyBytes, &received)))
-        return {};
+    const ViStatus status = visa.viRead(instrument.session, buffer, replyBytes, &received);
+    if (!callSucceeded(instrument, "viRead", instrument.session, status)) return {};
+    instrument.answerLeft = status == viMoreToCome;
     std::string reply = reinterpret_cast<const char*>(buffer);
     reply.erase(reply.find_last_not_of("\r\n") + 1);
     return reply;

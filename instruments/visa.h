@@ -40,6 +40,7 @@ struct Visa {
                         uint32_t* returned) = [](ViSession, const uint8_t*, uint32_t, uint32_t*) {
         return viLibraryMissing;
     };
+    ViStatus (*viClear)(ViSession session) = [](ViSession) { return viLibraryMissing; };
 };
 
 // Loads VISA64.dll, by name and then by the standard's ordinals.
@@ -50,12 +51,18 @@ Visa loadVisa();
 bool visaPassed(const Visa& visa, const char* device, const char* call, ViSession object,
                 ViStatus status);
 
+// Sends the device clear that an instrument needs before it is asked anew when an answer was left
+// in it: the oscilloscope's manual says that it else may give that to the next read, and every
+// value would stand at the place behind its own. False, and said, when it does not go out.
+bool clearAnswer(const Visa& visa, const char* device, ViSession session);
+
 // A message-based instrument, and what keeps it open. A call that fails is said under its name.
 struct VisaInstrument {
     const char* name; // for people
     Visa visa{};
     ViSession manager = 0, session = 0;
-    std::string identity{}; // its reply to "*IDN?"
+    std::string identity{};  // its reply to "*IDN?"
+    bool answerLeft = false; // it was asked, and its answer not taken to the end
 };
 
 // Opens the resource or, where that is not there (or null), the first one that fits the expression,
@@ -66,8 +73,9 @@ void closeInstrument(const VisaInstrument& instrument);
 // Commands end with a line feed on USB.
 bool sendTo(const VisaInstrument& instrument, const std::string& command);
 
-// The first 255 bytes of the reply, without its line end; empty when nothing came.
-std::string ask(const VisaInstrument& instrument, const char* query);
+// The first 255 bytes of the reply, without its line end; empty when nothing came. Never the answer
+// to a query before.
+std::string ask(VisaInstrument& instrument, const char* query);
 
 // Clears its errors and takes down who it is. False when it does not answer.
 bool identify(VisaInstrument& instrument);

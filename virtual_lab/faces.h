@@ -189,6 +189,7 @@ int32_t viSetAttribute(uint32_t object, uint32_t attribute, uint64_t value);
 int32_t viStatusDesc(uint32_t object, int32_t status, char* text);
 int32_t viRead(uint32_t session, uint8_t* buffer, uint32_t count, uint32_t* returned);
 int32_t viWrite(uint32_t session, const uint8_t* buffer, uint32_t count, uint32_t* returned);
+int32_t viClear(uint32_t session);
 }
 
 // --- Parameter analyzer's client -----------------------------------------------------------------
@@ -242,7 +243,7 @@ void CloseKXCIConnection_C();
 
 #define LAB_VISA_FUNCTIONS(F)                                                                      \
     F(viOpenDefaultRM) F(viFindRsrc) F(viFindNext) F(viOpen) F(viClose) F(viSetAttribute)          \
-    F(viStatusDesc) F(viRead) F(viWrite)
+    F(viStatusDesc) F(viRead) F(viWrite) F(viClear)
 
 #define LAB_KXCI_FUNCTIONS(F)                                                                      \
     F(OpenKXCIConnection_C) F(SendKXCICommand_C) F(CloseKXCIConnection_C)

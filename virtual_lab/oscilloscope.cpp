@@ -49,7 +49,9 @@ static int execute(LabInstrument who, const ScpiCommand& command, std::string& a
     return understood;
 }
 
-// Replies that nobody has taken stay in the queue.
+// Replies that nobody has taken stay in the queue. Its manual says that a new query "normally"
+// clears them, that a fast controller may read them as well, and that it should send a device
+// clear.
 void scopeTakes(LabInstrument who, const std::string& message) {
     std::string answers;
     double takesMs = 0;

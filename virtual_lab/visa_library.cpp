@@ -230,4 +230,21 @@ ViStatus viWrite(ViSession session, const uint8_t* buffer, uint32_t count, uint3
     return statusOf(transfer);
 }
 
+ViStatus viClear(ViSession session) {
+    double timeoutMs = 0;
+    {
+        LabLock lock;
+        LabInstrument who = labInstrumentCount;
+        if (ViStatus status = instrumentOf(session, who, timeoutMs); status < 0) return status;
+        if (!instrumentPresent(who)) return connectionLost;
+        if (!lab.faults.instruments[who].stuck) {
+            lab.instruments.lines[who].output.clear();
+            ++lab.counters.deviceClears;
+            return success;
+        }
+    }
+    labSleepMs(timeoutMs);
+    return timedOut;
+}
+
 } // extern "C"

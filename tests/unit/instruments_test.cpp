@@ -242,6 +242,30 @@ TEST_F(InstrumentsTest, OscilloscopeIsFoundSetAndRead) {
     EXPECT_EQ(labCounters().visaSessions, 0u);
 }
 
+// Else each value would stand at the place behind its own, from there to the end of a map.
+TEST_F(InstrumentsTest, NoAnswerIsTakenForThatToALaterQuestion) {
+    libraries.callsMayFail = true;
+    applyLabFaults("k2450 absent");
+    InstrumentLink& link = instrumentLink;
+    const std::vector<CallFault> readFails = {{"viRead"}};
+    libraries.callFaults = readFails; // its name stays in it
+    EXPECT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 0);
+    libraries.callFaults.clear();
+    ASSERT_EQ(scopeOpen(&link.visaResourceManager, &link.scopeInstrument), 1);
+    for (const char* failing : {"viRead", "viWrite", "viClear"}) {
+        for (const char* call : {"viRead", failing}) {
+            libraries.callFaults = {{call}};
+            EXPECT_FALSE(scopeRead(link.scopeInstrument).answered) << failing;
+        }
+        libraries.callFaults.clear();
+        const Reading reading = scopeRead(link.scopeInstrument);
+        EXPECT_TRUE(reading.answered) << failing;
+        EXPECT_NEAR(static_cast<double>(reading), labMeasurements().back().value, 1e-5);
+    }
+    scopeClose(link.visaResourceManager);
+    link.visaResourceManager = 0;
+}
+
 TEST_F(InstrumentsTest, OscilloscopeThatIsNotThereLeavesNothingOpen) {
     const std::pair<const char*, const char*> faults[] = {
         {"visa absent", "Unknown system error (miscellaneous error)."},

@@ -139,7 +139,8 @@ TEST_F(VendorFacts, OrdinalsAreThoseOfTheReleases) {
                                   {"viOpenDefaultRM", 141},
                                   {"viStatusDesc", 142},
                                   {"viRead", 256},
-                                  {"viWrite", 257}});
+                                  {"viWrite", 257},
+                                  {"viClear", 260}});
     const std::initializer_list<Export> steady = {
         {"set_engine_settings", 11}, {"get_engine_settings", 13}, {"open_device", 504},
         {"close_device", 506},       {"enumerate_devices", 508},  {"free_enumerate_devices", 509},
