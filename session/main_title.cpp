@@ -2,6 +2,7 @@
 #include "session/main_title.h"
 
 #include "screen/screen.h"
+#include "session/day_log.h"
 
 namespace {
 
@@ -16,14 +17,20 @@ void setTitle(std::string& part, const std::string& words) {
     setMainTitle(title.c_str());
 }
 
+// What is lost stands in the log, too, with the time when it was and when it was no longer.
+void setLoss(std::string& part, const std::string& words) {
+    if (part != words) logEvent(words.empty() ? "No longer: " + part : words);
+    setTitle(part, words);
+}
+
 } // namespace
 
 void titleLoss(const std::string& words) {
-    setTitle(loss, words);
+    setLoss(loss, words);
 }
 
 void titleBias(const std::string& words) {
-    setTitle(bias, words);
+    setLoss(bias, words);
 }
 
 void titleProgress(const std::string& words) {

@@ -103,16 +103,33 @@ static void chooseRows() {
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
 // the compiler makes vectors of it. A sanitizer's check at every byte would undo that, and so would
 // a call of std::min, which has one.
-__attribute__((no_sanitize("address", "undefined"))) static void
-brighten(uint8_t* __restrict out, const uint8_t* __restrict reflectance,
-         const uint8_t* __restrict noise, int count, uint16_t scale) {
+#define LAB_VECTORS no_sanitize("address", "undefined")
+__attribute__((always_inline, LAB_VECTORS)) static inline void
+brightenPixels(uint8_t* __restrict out, const uint8_t* __restrict reflectance,
+               const uint8_t* __restrict noise, int count, uint16_t scale) {
     for (int i = 0; i < count; ++i) {
         uint16_t wide = static_cast<uint16_t>(reflectance[i] << 8);
         uint16_t level = static_cast<uint16_t>((uint32_t{wide} * scale) >> 16);
-        uint16_t noisy = static_cast<uint16_t>((level < 255 ? level : 255) + noise[i]);
-        noisy = noisy < 1 ? 1 : noisy;
-        out[i] = static_cast<uint8_t>((noisy < 256 ? noisy : 256) - 1);
+        int16_t noisy = static_cast<int16_t>((level < 255 ? level : 255) + noise[i] - 1);
+        noisy = noisy > 0 ? noisy : 0;
+        out[i] = static_cast<uint8_t>(noisy < 255 ? noisy : 255);
     }
+}
+
+__attribute__((target("avx2"), LAB_VECTORS)) static void brightenAtOnce(uint8_t* out,
+                                                                        const uint8_t* reflectance,
+                                                                        const uint8_t* noise,
+                                                                        int count, uint16_t scale) {
+    brightenPixels(out, reflectance, noise, count, scale);
+}
+
+__attribute__((LAB_VECTORS)) static void brighten(uint8_t* out, const uint8_t* reflectance,
+                                                  const uint8_t* noise, int count, uint16_t scale) {
+    static const bool can = __builtin_cpu_supports("avx2");
+    if (can)
+        brightenAtOnce(out, reflectance, noise, count, scale);
+    else
+        brightenPixels(out, reflectance, noise, count, scale);
 }
 
 static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
@@ -177,9 +194,10 @@ static void drawDark(uint8_t* raw) {
 }
 
 // A fraction of a grey level shows in as many of the pixels, so that their mean is the light.
-__attribute__((no_sanitize("address", "undefined"))) static void
-addLight(uint8_t* __restrict out, const float* __restrict profile, float peak,
-         const float* __restrict fraction, const uint8_t* __restrict lit, int count) {
+__attribute__((LAB_VECTORS)) static void addLight(uint8_t* __restrict out,
+                                                  const float* __restrict profile, float peak,
+                                                  const float* __restrict fraction,
+                                                  const uint8_t* __restrict lit, int count) {
     constexpr float overflow = 300;
     for (int i = 0; i < count; ++i) {
         float light = profile[i] * peak;

@@ -81,7 +81,7 @@ double cameraFrameMs(); // exposure and read-out
 
 // The automatic functions look at every eighth mosaic cell each way, from this raw row on.
 int automaticTop();
-constexpr int automaticStep = 16; // pixels
+constexpr int automaticStep = 48; // pixels
 
 // Steps of the automatic functions after a frame of that mean brightness (0..255).
 void adaptExposure(double mean);

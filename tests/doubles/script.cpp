@@ -3,6 +3,7 @@
 
 #include "camera/live_view.h"
 #include "screen/screen.h"
+#include "tests/doubles/memory_surface.h"
 #include "tests/doubles/virtual_clock.h"
 #include "ui/commands.h"
 
@@ -176,7 +177,10 @@ bool takeMessage(Message& message) {
         return true;
     }
     if (!timerDue()) return false;
-    timerDueMs = virtualNowMs() + timerPeriodMs;
+    // Where nobody looks at the pictures the machine is busy, and most ticks are dropped, as
+    // Windows does then.
+    constexpr unsigned ticksOfBusyMachine = 4;
+    timerDueMs = virtualNowMs() + timerPeriodMs * (nobodyLooks ? ticksOfBusyMachine : 1);
     message = {mainWindow, messageTimer, 1, 0};
     return true;
 }

@@ -299,8 +299,11 @@ private:
     // need not while the board does not answer: "On" is then what was asked for.
     void lookAtLights() {
         const std::string title = windowText(mainWindow, 200);
-        saidLost = title.find("board lost") != std::string::npos;
-        biasSaidLost = title.find("the bias may be on") != std::string::npos;
+        for (auto [said, words] : {std::pair(&saidLost, "laser board lost"),
+                                   std::pair(&biasSaidLost, "the bias may be on")}) {
+            const bool before = std::exchange(*said, title.find(words) != std::string::npos);
+            if (*said && !before) lookAtLog(words);
+        }
         if (blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
         const bool answers = labBoardPresent() && laserLink.disconnected == 0;
         bool right = true;
@@ -360,10 +363,21 @@ private:
         if ((scans || cause.axes == noAxis) && labBiasVolts() != 0.0 && !biasSaidLost)
             find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));
         if (!scans) return;
-        if (marked[PointMark::Silent] > 0 && said.find(". No ") == std::string::npos)
-            find(Rule::Named, "nothing is said of silent points");
-        if (marked[PointMark::NotReached] > 0 && said.find(". Not reached") == std::string::npos)
-            find(Rule::Named, "nothing is said of points not reached");
+        for (auto [mark, words] : {std::pair(PointMark::Silent, ". No "),
+                                   std::pair(PointMark::NotReached, ". Not reached")}) {
+            if (marked[mark] == 0) continue;
+            if (said.find(words) == std::string::npos)
+                find(Rule::Named, std::string("not said: ") + words);
+            lookAtLog(words);
+        }
+    }
+
+    // What is said must stand there, too, unless it could not be written.
+    void lookAtLog(const std::string& words) {
+        if (foldersRefused || diskFull || !refusedFile.empty()) return;
+        ++day.counts["said and logged"];
+        if (contentOf("KST_Data/Log/2026-03-07.txt").find(words) == std::string::npos)
+            find(Rule::Named, "not in the log: " + words);
     }
 
     // Each cell that has been marked since the last look is the one that was measured last.
@@ -405,7 +419,9 @@ private:
             read = {at.timeMs, at.sampleX, at.sampleY, at.value};
             if (std::fabs(cell - at.value * scale) <= 1e-3 * std::fabs(cell)) break;
         }
-        const double before = std::exchange(lastCellMs, read.timeMs);
+        // Read since the cell before was marked: an answer that came late belongs to no later
+        // point.
+        const double before = std::exchange(lastCellMs, virtualNowMs());
         if (mark != PointMark::Measured) return;
         if (read.timeMs <= before) return find(Rule::Cell, "marked measured without a reading");
         const double row = scan.rows - 1.0 - static_cast<double>(m);
