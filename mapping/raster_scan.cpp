@@ -66,6 +66,7 @@ struct ScanReport {
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
     bool journalLost = false; // at least in part
+    uint64_t titledMs = 0;    // when the title last told how far it is
     double zShiftUm = 0.0;    // the Z of a scan that goes on, as its first start counts it
 };
 
@@ -228,7 +229,11 @@ void showRemaining(int count) {
     std::string ends = formatted("ends %02d:%02d", end / 60 % 24, end % 60);
     if (end >= minutesOfDay) ends += formatted(" +%d d", end / minutesOfDay);
     setField(Field::Remaining, (left + "\n" + ends).c_str());
-    titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
+    const uint64_t nowMs = tickCountMs();
+    if (nowMs - report.titledMs >= 1000) { // a title is drawn by the system, which takes its time
+        report.titledMs = nowMs;
+        titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
+    }
     showTaskbarProgress(percentOf(count));
 }
 
@@ -251,6 +256,14 @@ void markScanPoint(const WindowContext& view, int row, int column) {
     markPoint(view.context, point.x, point.y);
 }
 
+void waitBeforeReading(uint64_t settledMs) {
+    const auto waitMs = static_cast<uint32_t>(scanOptions.beforeReadingMs);
+    if (waitMs > 0 && scanOptions.looksEarly)
+        waitResponsiveSince(settledMs, waitMs); // the texts since then are a part of it
+    else
+        waitResponsive(waitMs);
+}
+
 // One row from left to right; false when a stop was asked for.
 bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
@@ -261,11 +274,12 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
     if (stopRequested) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
         const double x = place.startX + column * scanArea.scanStep;
+        const uint64_t beganMs = tickCountMs();
         const bool moved = moveTo(stageX, x);
         if (!moved) showProgress("Motor motion failure");
         showScanProgress(++count);
         refreshPositions();
-        waitResponsive(static_cast<uint32_t>(scanOptions.beforeReadingMs));
+        waitBeforeReading(std::max(beganMs, lastSettledMs()));
         if (stopRequested) return false;
         // What was missed is not waited for again at each point of the row.
         const bool reached = moved && rowReached && hasComeTo(stageX, x) && hasComeTo(stageY, y);

@@ -274,11 +274,31 @@ bool nudgeAfterMove(const StageAxis& axis, double um) {
     return true;
 }
 
+namespace {
+
+uint64_t settledMs = 0;
+
+// What the texts of the arrival take is a part of it where every millisecond of a point counts.
+void settle(uint64_t seenMs) {
+    if (arrivalTiming.settleMs > 0 && arrivalTiming.looksEarly)
+        waitResponsiveSince(seenMs, arrivalTiming.settleMs);
+    else
+        waitResponsive(arrivalTiming.settleMs);
+    settledMs = seenMs + arrivalTiming.settleMs;
+}
+
+} // namespace
+
+uint64_t lastSettledMs() {
+    return settledMs;
+}
+
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     const MoveMark moving(axis);
     ArrivalWatch watch(axis, targetUm);
     bool stopped = false;
     const uint64_t start = tickCountMs();
+    uint64_t lastLook = start;
     uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm));
     for (;;) {
         if (waitMs > 0 && waitResponsive(waitMs) == waitClicked) {
@@ -287,6 +307,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             readPosition(axis); // it went on since the last look
             break;
         }
+        lastLook = tickCountMs();
         // One last look after the time: an operator may have taken it to answer a question.
         if (watch.look(tickCountMs() - start >= timeoutMs)) break;
         waitMs = betweenLooksMs();
@@ -294,7 +315,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     if (watch.code == arrived) axis.positionUm = targetUm;
     sayOutcome(axis, watch, stopped, timeoutMs);
     refreshPositions();
-    waitResponsive(arrivalTiming.settleMs);
+    settle(lastLook);
     return watch.code;
 }
 

@@ -15,6 +15,10 @@ extern ArrivalTiming arrivalTiming;
 enum ArrivalCode : int { notArrived = 0, arrived = 1, leftLimit = 2, rightLimit = 3 };
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
 
+// When the last arrival of one axis was over, its settling included, by tickCountMs(): the end of
+// the wait that was due, however late that woke up.
+uint64_t lastSettledMs();
+
 // Whether the axis is at rest at the target by what its controller says now: moves end within 1 um
 // of it (of two axes 3 um) and take it for reached. An axis on its way, or one that stands beside
 // it, is given a short time; false after that, at a stop and at once for a lost axis. An axis

@@ -92,3 +92,8 @@ int waitResponsive(uint32_t durationMs) {
         waitForMessage(start + durationMs);
     }
 }
+
+int waitResponsiveSince(uint64_t startMs, uint32_t durationMs) {
+    const uint64_t spentMs = tickCountMs() - startMs;
+    return waitResponsive(spentMs < durationMs ? durationMs - static_cast<uint32_t>(spentMs) : 1);
+}

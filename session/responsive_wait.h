@@ -25,3 +25,7 @@ enum WaitResult : int {
 // Dispatches messages until `durationMs` has passed, however long the system is up. The live view
 // is off during the wait and comes back after it unless a process runs.
 int waitResponsive(uint32_t durationMs);
+
+// The same until `durationMs` after `startMs` of tickCountMs(), but for a millisecond at least:
+// what was done since counts as waiting.
+int waitResponsiveSince(uint64_t startMs, uint32_t durationMs);

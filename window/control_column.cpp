@@ -219,9 +219,11 @@ std::string fieldText(Field field, int capacity) {
 // A report may be longer than the box: then it can be scrolled.
 static void scrollLongText(HWND lines) {
     constexpr LRESULT visibleLines = 2;
-    ShowScrollBar(lines, SB_VERT, FALSE);
-    if (SendMessageW(lines, EM_GETLINECOUNT, 0, 0) > visibleLines)
-        ShowScrollBar(lines, SB_VERT, TRUE);
+    // The bar takes a part of the lines' width; showing and hiding it is slow.
+    static HWND scrolled = nullptr;
+    if (scrolled == lines) ShowScrollBar(lines, SB_VERT, FALSE);
+    scrolled = SendMessageW(lines, EM_GETLINECOUNT, 0, 0) > visibleLines ? lines : nullptr;
+    if (scrolled) ShowScrollBar(lines, SB_VERT, TRUE);
 }
 
 void setField(Field field, const char* text) {
