@@ -66,7 +66,6 @@ struct ScanReport {
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
     bool journalLost = false; // at least in part
-    uint64_t titledMs = 0;    // when the title last told how far it is
     double zShiftUm = 0.0;    // the Z of a scan that goes on, as its first start counts it
 };
 
@@ -229,11 +228,7 @@ void showRemaining(int count) {
     std::string ends = formatted("ends %02d:%02d", end / 60 % 24, end % 60);
     if (end >= minutesOfDay) ends += formatted(" +%d d", end / minutesOfDay);
     setField(Field::Remaining, (left + "\n" + ends).c_str());
-    const uint64_t nowMs = tickCountMs();
-    if (nowMs - report.titledMs >= 1000) { // a title is drawn by the system, which takes its time
-        report.titledMs = nowMs;
-        titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
-    }
+    titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
     showTaskbarProgress(percentOf(count));
 }
 

@@ -137,6 +137,7 @@ public:
             find(Rule::Files, "overwritten: " + overwrittenFiles.back());
             overwrittenFiles.clear();
         }
+        logWasRefused = logIsRefused();
         if (labCounters().moves != movesSeen)
             find(Rule::Cause, "the stage was moved past the program's library");
     }
@@ -372,9 +373,11 @@ private:
         }
     }
 
+    static bool logIsRefused() { return foldersRefused || diskFull || !refusedFile.empty(); }
+
     // What is said must stand there, too, unless it could not be written.
     void lookAtLog(const std::string& words) {
-        if (foldersRefused || diskFull || !refusedFile.empty()) return;
+        if (logWasRefused || logIsRefused()) return;
         ++day.counts["said and logged"];
         if (contentOf("KST_Data/Log/2026-03-07.txt").find(words) == std::string::npos)
             find(Rule::Named, "not in the log: " + words);
@@ -489,6 +492,7 @@ private:
     bool boardDoubtful = false;
     double biasSeen = 0.0;                       // V; at the last look
     bool saidLost = false, biasSaidLost = false; // in the title
+    bool logWasRefused = false;                  // at the last look
     bool processSeen = false;
     bool cameraEverBroken = false;
     const uint64_t devicesBefore = labCounters().cameraDevices;
