@@ -2,17 +2,21 @@
 #include "tests/simulation/saved_map.h"
 #include "tests/simulation/whole_run.h"
 
+#include "app/program.h"
 #include "instruments/ammeter.h"
 #include "instruments/lights.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "motion/axis.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "ui/tool_windows.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 namespace {
 
@@ -149,6 +153,62 @@ TEST_F(InstrumentRun, SaysWhenTheScanWillBeDone) {
         EXPECT_TRUE(title.starts_with("Lumascan - 69%, ends ")) << title;
         EXPECT_EQ(taskbarProgress, -1);
     }
+}
+
+// The program was set to the board meanwhile, and to another axis order.
+TEST_F(InstrumentRun, AScanGoesOnWithItsOwnInstrumentOrNotAtAll) {
+    const std::string file = "KST_Data/Journal/journal0.txt";
+    choose(kindUsbSourcemeter, 2.5);
+    std::string onDisk;
+    when([] { return textIn(Field::Progress) == "Mapping: 50% done"; },
+         [&] { onDisk = contentOf(file); });
+    runProgramOver(20, 15);
+    std::filesystem::remove_all(pathOnDesktop("KST_Data/260307_14-05"));
+
+    writeDesktopFile(file, onDisk);
+    writeSettings(5.0, false);
+    instrumentLink.biasVoltage = 0.0f;
+    scanMap = {};
+    const auto goOn = [] {
+        postCommand(idContinueScan);
+        when([] { return !toolWindows.empty(); },
+             [] { postCall([] { onToolCommand(toolWindows.back(), idContinueConfirm); }); });
+    };
+    const auto refused = [](const char* why) {
+        return textIn(Field::Information) == std::string("Not continued: ") + why;
+    };
+    when([] { return timerRuns(); },
+         [=] {
+             applyLabFaults("k2450 absent");
+             goOn();
+         });
+    for (int i = 0; i < 3; ++i) answer("There are no two pictures to compare. ", BoxAnswer::Yes);
+    answer("No SourceMeter devices found via USB", BoxAnswer::Ok);
+    when([=] { return refused("the scan's instrument is not connected: USB Sourcemeter"); },
+         [=] {
+             EXPECT_EQ(scanArea.scanStep, 5.0);
+             applyLabFaults("");
+             axisOrder = 3;
+             goOn();
+         });
+    when([=] { return refused("the axis order is not that of the scan (Configuration)"); },
+         [=] {
+             axisOrder = 2;
+             goOn();
+         });
+    answer("SourceMeter device connected", BoxAnswer::Ok);
+    double biasInScan = -1;
+    when([] { return textIn(Field::Progress) == "Mapping: 75% done"; },
+         [&] { biasInScan = labBiasVolts(); });
+    answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes, [] {
+        when([] { return textIn(Field::Information) == "Mapping finished"; },
+             [] { in(1000, [] { post(messageClose); }); });
+    });
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_EQ(wrongCells([](int, int) { return true; }), 0);
+    EXPECT_EQ(biasInScan, bias);
+    EXPECT_EQ(labBiasVolts(), 0.0);
+    EXPECT_EQ(contentOf(file), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, InstrumentMapTest, testing::ValuesIn(instruments),
