@@ -1,7 +1,7 @@
 // Lives through a range of random days, on several cores: `campaign --seeds 0..100000 --jobs 2`.
 // Each job is a process of its own, so a day that crashes or hangs is a failed seed and no more.
 // Asked to end (SIGTERM, SIGINT) it prints the table of the days until then.
-// A failing seed prints what happened; `--seeds 7..7 --verbose` prints the history of any.
+// A failing seed prints what happened; `--seeds 7..7 --verbose` prints the log and the history of any.
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/random_day.h"
 
@@ -53,6 +53,10 @@ void liveThrough(const Range& range, uint64_t seed, int to) {
         std::fprintf(lines, "begin %u\n", static_cast<unsigned>(seed));
         std::fflush(lines);
         const RandomDay day = liveRandomDay(static_cast<uint32_t>(seed));
+        if (range.verbose) {
+            const std::string log = contentOf(logOfRandomDay);
+            std::fwrite(log.data(), 1, log.size(), stderr);
+        }
         removeTempDesktop();
         // What the doubles complain of: a test would fail.
         static int complaintsBefore = 0;

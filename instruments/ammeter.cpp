@@ -10,6 +10,19 @@
 
 namespace {
 
+std::string addressOf(const InstrumentKind& kind) {
+    return kind.address ? kind.address() : "";
+}
+
+// What a bias is kept for: another instrument of the same kind is not the one that has it.
+std::pair<int32_t, std::string> selectedPlace() {
+    return {instrumentLink.ammeterKind, instrumentLink.openedAt};
+}
+
+bool mayBeBiased() {
+    return instrumentLink.mayBeBiased.count(selectedPlace()) != 0;
+}
+
 void sayWhetherABiasIsLost() {
     const std::string words = biasLeftOn();
     titleBias(words);
@@ -56,12 +69,9 @@ std::string biasTrouble() {
 }
 
 std::string biasLeftOn() {
-    for (int32_t kind = 0; kind < equipmentKindCount; ++kind) {
-        const bool meant = kind == instrumentLink.ammeterKind && instrumentLink.biasHeard;
-        if (instrumentLink.mayBeBiased[static_cast<size_t>(kind)] && !meant)
-            return "instrument lost: the bias may be on";
-    }
-    return {};
+    const InstrumentLink& link = instrumentLink;
+    const size_t meant = link.biasHeard ? link.mayBeBiased.count(selectedPlace()) : 0;
+    return link.mayBeBiased.size() > meant ? "instrument lost: the bias may be on" : "";
 }
 
 void applyBias(double voltage, double limit) {
@@ -75,10 +85,10 @@ void stepBias(double voltage, double limit) {
     const auto volts = static_cast<float>(voltage);
     instrumentLink.appliedVoltage = source.applyBias ? volts : 0.0f;
     if (!source.applyBias) return;
-    bool& mayBeOn = instrumentLink.mayBeBiased[static_cast<size_t>(instrumentLink.ammeterKind)];
-    mayBeOn = mayBeOn || volts != 0.0f; // also when only a part of it goes out
+    auto& mayBeOn = instrumentLink.mayBeBiased;
+    if (volts != 0.0f) mayBeOn.insert(selectedPlace()); // also when only a part of it goes out
     instrumentLink.biasHeard = source.applyBias(volts, static_cast<float>(limit));
-    if (instrumentLink.biasHeard) mayBeOn = volts != 0.0f;
+    if (instrumentLink.biasHeard && volts == 0.0f) mayBeOn.erase(selectedPlace());
     sayWhetherABiasIsLost();
 }
 
@@ -95,13 +105,14 @@ void connectInstrument(int32_t kind) {
         return show(chosen.failed);
     }
     // Nobody could take it away over a link that is no longer the selected one.
-    if (biasWasOn || link.mayBeBiased[static_cast<size_t>(previous)]) applyBias(0.0, limit);
+    if (biasWasOn || mayBeBiased()) applyBias(0.0, limit);
     link.ammeterKind = kind;
     logEvent("Instrument: " + narrowed(chosen.name));
     if (!chosen.open) return;
     if (chosen.open(static_cast<double>(link.biasVoltage))) {
+        link.openedAt = addressOf(chosen);
         // It is back, and may still have what could not be taken off.
-        if (link.mayBeBiased[static_cast<size_t>(kind)]) applyBias(0.0, limit);
+        if (mayBeBiased()) applyBias(0.0, limit);
         return show(chosen.connected);
     }
     link.ammeterKind = previous;
@@ -113,6 +124,7 @@ void connectInstrument(int32_t kind) {
 void connectInstrumentAtStart() {
     const InstrumentKind& chosen = selectedInstrument();
     logEvent("Instrument at start: " + narrowed(chosen.name));
+    instrumentLink.openedAt = addressOf(chosen);
     const auto open = chosen.openAtStart ? chosen.openAtStart : chosen.open;
     if (!open || open(0.0)) return;
     if (!chosen.keptAtStart) instrumentLink.ammeterKind = kindArduino;

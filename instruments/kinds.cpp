@@ -24,6 +24,16 @@ constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
 
+std::string busAddress() {
+    return std::to_string(instrumentLink.gpibAddress);
+}
+
+std::string networkAddress() {
+    std::string address;
+    for (const int32_t octet : instrumentLink.ipAddress) address += std::to_string(octet) + ".";
+    return address + std::to_string(instrumentLink.kxciPort);
+}
+
 bool openAnalyzer(int mode) {
     const InstrumentLink& link = instrumentLink;
     return paOpen(mode, link.gpibAddress, link.ipAddress[0], link.ipAddress[1], link.ipAddress[2],
@@ -67,6 +77,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     {
         .name = L"GPIB Multimeter",
         .unit = &microamperes,
+        .address = busAddress,
         .open = openMultimeter,
         .connected = {"MultiMeter device connected", "GPIB Communication"},
         .failed = {"No MultiMeter devices found at GPIB", "GPIB Error"},
@@ -78,6 +89,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .name = L"GPIB Sourcemeter",
         .unit = &amperes,
         .canSweep = true,
+        .address = busAddress,
         .open = openGpibSourcemeter,
         .connected = {"SourceMeter device connected", "GPIB Communication"},
         .failed = {"No GPIB connected", "GPIB Error"},
@@ -118,6 +130,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .unit = &amperes,
         .canSweep = true,
         .usesNetworkAddress = true,
+        .address = networkAddress,
         .holdsOneConnection = true,
         .open = openNetworkAnalyzer,
         .connected = {"Parameter Analyzer 4200 connected via Ethernet",
@@ -131,6 +144,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     {
         .name = L"4200 PA GPIB",
         .unit = &amperes,
+        .address = busAddress,
         .open = [](double) { return openAnalyzer(analyzerGpib); },
         .openAtStart = openNetworkAnalyzer, // the bus is opened by "Initialize"
         .connected = {"Parameter Analyzer 4200 connected via GPIB", "Parameter Analyzer Connected"},

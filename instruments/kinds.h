@@ -3,9 +3,10 @@
 
 #include "instruments/reading.h"
 
-#include <array>
 #include <cstdint>
+#include <set>
 #include <string>
+#include <utility>
 
 enum EquipmentKind : int32_t {
     kindArduino = 0,
@@ -39,7 +40,8 @@ struct InstrumentKind {
     bool canSweep = false; // its source sets the bias of the I-V sweep
     bool overTheBoard = false;
     bool usesNetworkAddress = false;
-    bool holdsOneConnection = false;                 // opening it again closes the one before
+    std::string (*address)() = nullptr; // where it is looked for; null where there is but one place
+    bool holdsOneConnection = false;    // opening it again closes the one before
     bool (*open)(double biasVolts) = nullptr;        // null where there is nothing to open
     bool (*openAtStart)(double biasVolts) = nullptr; // where it is not `open`
     Notice connected{};
@@ -74,9 +76,10 @@ struct InstrumentLink {
     float biasVoltage = 0.0f;     // V; as the dialog says
     float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
     float currentLimit = 0.0001f; // A
-    // Sources, by kind, that got a bias and have not heard 0 V since; and whether the selected one
-    // has heard what it was last told.
-    std::array<bool, equipmentKindCount> mayBeBiased = {};
+    std::string openedAt;         // the address at which the selected one was opened
+    // Sources that got a bias and have not heard 0 V since, by kind and address; and whether the
+    // selected one has heard what it was last told.
+    std::set<std::pair<int32_t, std::string>> mayBeBiased;
     bool biasHeard = true;
     bool readingAnswered = false; // the last one
     bool readingAtLimit = false;  // one of those since biasWasLimited was asked

@@ -225,11 +225,14 @@ public:
         // The last look has no earlier one to compare with.
         atTarget = err <= twoAxesToleranceUm && (timeIsOver || !comesNearer);
         if (atTarget) return true;
-        approach.look(movesOn, err);
+        // One that is blocked does not end the move of the other, which would go on unwatched.
+        const double bothErr = pair.distanceA() + pair.distanceB();
+        approach.look(movesOn, bothErr);
         counts = period.isOver();
         if (!counts) return false;
-        if (err == previousErr && waits >= looksOfStall) return true;
+        if (bothErr == previousBoth && waits >= looksOfStall) return true;
         previousErr = err;
+        previousBoth = bothErr;
         return false;
     }
     void waited() { waits += counts ? 1 : 0; }
@@ -243,6 +246,7 @@ private:
     const TwoAxes& pair;
     const bool aLeads;
     double previousErr = -10.0;
+    double previousBoth = -10.0;
     double lastErr = -10.0; // of the look before, whether it counts or not
     bool counts = false;
     Approach approach;

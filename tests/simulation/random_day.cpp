@@ -267,7 +267,8 @@ private:
             find(Rule::Cause, formatted("%s was sent", name));
         if (cause.inMove && !nudged)
             find(Rule::OneMove, formatted("%s was sent inside another move", name));
-        if (stageIsMoving() && labStageMoves(axis) && !axes[axis].doubtful)
+        // A stop cuts short the wait in which a move goes its last micrometre.
+        if (stageIsMoving() && labStageMoves(axis) && !axes[axis].doubtful && stopRequested == 0)
             find(Rule::OneMove, formatted("%s was sent elsewhere on its way", name));
         axes[axis].unwatchedFromUm = NAN;
     }
@@ -379,7 +380,7 @@ private:
     void lookAtLog(const std::string& words) {
         if (logWasRefused || logIsRefused()) return;
         ++day.counts["said and logged"];
-        if (contentOf("KST_Data/Log/2026-03-07.txt").find(words) == std::string::npos)
+        if (contentOf(logOfRandomDay).find(words) == std::string::npos)
             find(Rule::Named, "not in the log: " + words);
     }
 
@@ -411,16 +412,22 @@ private:
         struct {
             double timeMs = -1, x = 0, y = 0, value = 0;
         } read;
-        if (board && !labReads().empty()) {
-            const LabRead& last = labReads().back();
-            read = {last.timeMs, last.sampleX, last.sampleY, last.volts};
-        }
         // A row begins with a reading that no cell keeps.
-        for (size_t i = board ? 0 : labMeasurements().size(); i > 0; --i) {
-            const LabMeasurement& at = labMeasurements()[i - 1];
-            if (at.timeMs <= lastCellMs) break;
-            read = {at.timeMs, at.sampleX, at.sampleY, at.value};
-            if (std::fabs(cell - at.value * scale) <= 1e-3 * std::fabs(cell)) break;
+        const auto isTheCells = [&](double timeMs, double x, double y, double value) {
+            if (timeMs <= lastCellMs) return true;
+            read = {timeMs, x, y, value};
+            return std::fabs(cell - value * scale) <= 1e-3 * std::fabs(cell);
+        };
+        if (board) {
+            for (size_t i = labReads().size(); i > 0; --i)
+                if (const LabRead& at = labReads()[i - 1];
+                    isTheCells(at.timeMs, at.sampleX, at.sampleY, at.volts))
+                    break;
+        } else {
+            for (size_t i = labMeasurements().size(); i > 0; --i)
+                if (const LabMeasurement& at = labMeasurements()[i - 1];
+                    isTheCells(at.timeMs, at.sampleX, at.sampleY, at.value))
+                    break;
         }
         // Read since the cell before was marked: an answer that came late belongs to no later
         // point.

@@ -24,6 +24,9 @@ enum class Rule {
     End,     // the program ends, light and bias off and nothing leaked
 };
 
+// What the program has logged, below the desktop, until that is removed.
+constexpr const char* logOfRandomDay = "KST_Data/Log/2026-03-07.txt";
+
 struct RandomDay {
     uint32_t seed = 0;
     std::vector<std::string> history;       // actions, faults, boxes, each with its time in ms

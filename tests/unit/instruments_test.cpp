@@ -425,6 +425,12 @@ TEST_F(InstrumentsTest, ABiasThatCannotBeTakenOffIsSaidUntilItIs) {
         connectInstrument(kindArduino);
         EXPECT_EQ(mainWindow->text, "Lumascan - instrument lost: the bias may be on");
         ASSERT_TRUE(applyLabFaults(""));
+        if (each.kind == kindGpibSourcemeter) { // another one hears 0 V
+            link.gpibAddress = 18;
+            connectInstrument(each.kind);
+            EXPECT_EQ(mainWindow->text, "Lumascan - instrument lost: the bias may be on");
+            link.gpibAddress = each.gpibAddress;
+        }
         connectInstrument(each.kind);
         EXPECT_EQ(mainWindow->text, "Lumascan");
         EXPECT_EQ(labBiasVolts(), 0.0);

@@ -357,4 +357,13 @@ TEST_F(StageTest, TwoAxesArriveTogether) {
     EXPECT_EQ(speedsSent, (std::vector<uint32_t>{1000}));
 }
 
+TEST_F(StageTest, OneBlockedAxisDoesNotEndTheWatchOfTheOther) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(applyLabFaults("limit x right at 15"));
+    EXPECT_FALSE(moveXYTo(4000.0, 3900.0, motorSpeed));
+    EXPECT_NEAR(stageX.positionUm, labStageUm(labX), 1.25);
+    EXPECT_NEAR(stageY.positionUm, labStageUm(labY), 1.25);
+    EXPECT_NEAR(stageY.positionUm, 3900.0, 4.0);
+}
+
 } // namespace
