@@ -2,38 +2,60 @@
 #include "app/fatal.h"
 
 #include "instruments/ammeter.h"
-#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "motion/stage.h"
+#include "platform/messages.h"
 #include "session/day_log.h"
 #include "session/forced_end.h"
 #include "session/process.h"
 
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <exception>
+#include <iterator>
 
-void (*leaveEvidence)() = [] {};
+namespace {
+
+// The first two take nothing from the heap as long as the devices obey: whoever crashed may have it
+// locked.
+constexpr void (*steps[])() = {
+    [] {
+        if (!onWindowThread()) endsByForce = true;
+        darkenAtOnce(); // first, whatever the windows' thread waits for
+    },
+    stopAllStages,
+    saveUnfinishedProcess,
+    [] { logEvent("Ended by force: lights told to be off, stage to stop; the bias is next"); },
+    // Last: it may take a time-out.
+    [] { stepBias(0.0, static_cast<double>(instrumentLink.currentLimit)); },
+};
+
+std::atomic<size_t> nextStep = 0;
+
+void endAtAbort(int) {
+    std::signal(SIGABRT, endAtAbort); // another thread may follow; it must not end the process yet
+    makeSafeAtForcedEnd();
+    std::signal(SIGABRT, SIG_DFL);
+}
+
+} // namespace
+
+bool tryNextSafetyStep() {
+    const size_t step = nextStep++; // taken before it is tried: it may fail, and call for the rest
+    if (step >= std::size(steps)) return false;
+    steps[step]();
+    return true;
+}
 
 void makeSafe() {
-    static std::atomic<bool> busy = false; // what is done here may fail in the same way
-    if (busy.exchange(true)) return;
-    darkenAtOnce(); // first, whatever the windows' thread waits for
-    stopAllStages();
-    saveUnfinishedProcess();
-    logEvent("Ended by force: lights told to be off, stage to stop; the bias is next");
-    stepBias(0.0, static_cast<double>(instrumentLink.currentLimit)); // last: it may take a time-out
-    busy = false;
+    while (tryNextSafetyStep()) {
+    }
+    nextStep = 0; // the system has ended the session, and may take it back
 }
 
 void makeSafeAtAbort() {
-    makeSafeAtForcedEnd = [] {
-        makeSafe();
-        leaveEvidence();
-    };
+    if (!makeSafeAtForcedEnd) makeSafeAtForcedEnd = makeSafe;
     std::set_terminate([] { endProgram("an exception that nobody caught"); });
-    std::signal(SIGABRT, [](int) {
-        std::signal(SIGABRT, SIG_DFL);
-        makeSafeAtForcedEnd();
-    });
+    std::signal(SIGABRT, endAtAbort);
 }

@@ -5,6 +5,7 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
+#include "session/forced_end.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
 
@@ -42,6 +43,7 @@ float readPhotocurrent() {
 }
 
 Reading noteReading(Reading reading) {
+    stayWhereTheProgramEnds(); // taken in the dark, perhaps
     instrumentLink.readingAtLimit = instrumentLink.readingAtLimit || reading.limited;
     instrumentLink.readingAnswered = reading.answered;
     return reading;
@@ -83,6 +85,7 @@ void applyBias(double voltage, double limit) {
 void stepBias(double voltage, double limit) {
     const InstrumentKind& source = selectedInstrument();
     const auto volts = static_cast<float>(voltage);
+    if (volts != 0.0f) stayWhereTheProgramEnds();
     instrumentLink.appliedVoltage = source.applyBias ? volts : 0.0f;
     if (!source.applyBias) return;
     auto& mayBeOn = instrumentLink.mayBeBiased;

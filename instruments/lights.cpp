@@ -8,10 +8,10 @@
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
+#include "session/forced_end.h"
 #include "session/main_title.h"
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 
 double laserLevel = defaultLaserLevel;
@@ -53,11 +53,9 @@ Light illumination{.radioOn = idIlluminationOn,
                    .name = "Illumination"};
 Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser, .name = "Laser"};
 
-std::atomic<bool> darkForGood = false;
-
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
-    const bool on = light.lit && !darkForGood;
+    const bool on = light.lit && !endsByForce;
     const bool linked = !laserLink.disconnected && laserLink.portHandle;
     if (on && linked) light.mayBeOn = true; // also when only a part of it goes out
     light.told = light.send(on);
@@ -171,10 +169,8 @@ std::string lightLeftOn() {
 }
 
 void darkenAtOnce() {
-    const bool mayTouchWindows = onWindowThread();
-    if (!mayTouchWindows) darkForGood = true;
     const bool dark = sayDark() || (reopenLaserLink(laserLink) && sayDark());
-    if (!mayTouchWindows) return;
+    if (!onWindowThread()) return;
     for (Light* light : {&laser, &illumination}) {
         light->state = 0;
         light->lit = false;

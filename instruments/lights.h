@@ -34,6 +34,6 @@ int connectLaserBoard(WindowHandle ownerWindow);
 std::string lightLeftOn();
 
 // At a forced end, from any thread: both lights off, before any window is touched, and none is
-// touched from a thread that is not the windows'. From such a thread nothing switches a light on
-// any more, whatever the windows' thread still does.
+// touched from a thread that is not the windows'. Nothing switches a light on any more when the
+// program ends by such a thread (endsByForce), whatever the windows' thread still does.
 void darkenAtOnce();

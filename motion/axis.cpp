@@ -6,6 +6,7 @@
 #include "platform/truncate.h"
 #include "screen/screen.h"
 #include "session/device_report.h"
+#include "session/forced_end.h"
 #include "session/options.h"
 #include "session/process.h"
 #include "session/refusals.h"
@@ -345,6 +346,7 @@ bool startMoveTo(StageAxis& axis, double um) {
     if (isTowardsLimit(axis, um)) return false;
     StepCount steps = stepsOf(um);
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
+    stayWhereTheProgramEnds(); // the stage has been stopped
     return heeded(axis, ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps),
                   "command_move");
 }

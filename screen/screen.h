@@ -51,7 +51,7 @@ void checkRadio(int first, int last, int checked);
 bool toggleCheckMark(int id);
 
 void focusMainWindow();
-void setMainTitle(const char* text);
+void setMainTitle(const char* text); // not from another thread than the windows'
 
 // A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where
 // there is no taskbar.

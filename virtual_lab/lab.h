@@ -206,6 +206,9 @@ const std::vector<LabRead>& labReads();
 //   <who> long                          numbers of 40 characters (scopes) or 120 (the others)
 //   scope headers                       the command's name before each value, until HEADER OFF
 //   k2450 other                         one with another serial number, 04412345
+//   crash exception|abort|overflow [aside|again]   on Windows: the program, when it next sees a
+//                                       stage on its way; aside: on a thread of a library; again:
+//                                       and also whoever stops that stage
 // <who> is multimeter, sourcemeter, analyzer, k2450, scope, or instrument: all of them. A search
 // for USB instruments finds the k2450, too, and before the scopes: the scope alone switched off,
 // the last one found is the k2450.

@@ -5,6 +5,8 @@
 
 Lab lab;
 void (*labBeforeCall)() = nullptr;
+void (*labWhileMoving)() = nullptr;
+void (*labOnStage)(int, const char*) = nullptr;
 
 static std::recursive_mutex labMutex;
 static double (*clockNowMs)() = nullptr;
@@ -112,6 +114,12 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.boardAbsent = true;
     } else if (device == "board" && what == "unplugged") {
         faults.boardUnplugged = true;
+    } else if (device == "crash" &&
+               (what == "exception" || what == "abort" || what == "overflow")) {
+        faults.crash = what;
+        if (words >> detail && detail != "aside" && detail != "again") return false;
+        faults.crashAside = detail == "aside";
+        faults.crashAgain = detail == "again";
     } else if (device == "backlash" && axis >= 0) {
         if (!(words >> number) || number < 0) return false;
         faults.backlashUm[axis] = number;

@@ -38,6 +38,9 @@ struct LabFaults {
     int gpibAddresses[3] = {}; // 0: as the test has set it
     bool visaAbsent = false;
     bool visaEmpty = false;
+    std::string crash; // how the program is made to crash, or empty
+    bool crashAside = false;
+    bool crashAgain = false;
 };
 
 // One axis: what its controller has been told, where the motor stands and where the carriage is.
@@ -99,7 +102,9 @@ private:
     std::unique_lock<std::recursive_mutex> held;
 };
 
-extern void (*labBeforeCall)(); // may be null
+extern void (*labBeforeCall)();  // may be null
+extern void (*labWhileMoving)(); // may be null; without the lock, a stage was seen on its way
+extern void (*labOnStage)(int axis, const char* what); // may be null
 
 double labNowMs();
 void labSleepMs(double ms); // not while holding the lock

@@ -212,7 +212,7 @@ int set_engine_settings(int id, const LabEngineSettings* settings) {
 }
 
 int get_status(int id, LabStageStatus* status) {
-    return onController(id, [status](int axis, const LabMotor& motor) {
+    const int result = onController(id, [status](int axis, const LabMotor& motor) {
         if (!status) return resultError;
         double way = motor.targetSteps - motor.steps;
 
@@ -237,14 +237,21 @@ int get_status(int id, LabStageStatus* status) {
         earlierStatus[axis] = now;
         return 0;
     });
+    if (result == 0 && status->MoveSts != 0 && labWhileMoving) labWhileMoving();
+    return result;
 }
 
 int command_stop(int id) {
-    return onController(id, [](int, LabMotor& motor) {
+    bool moves = false;
+    const int result = onController(id, [&moves](int axis, LabMotor& motor) {
+        moves = motor.pastTarget != 0 || motor.targetSteps != motor.steps;
+        if (labOnStage) labOnStage(axis, moves ? "stopped on its way" : "stopped");
         motor.pastTarget = 0;
         motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
         return 0;
     });
+    if (moves && labWhileMoving) labWhileMoving();
+    return result;
 }
 
 int command_move(int id, int position, int uPosition) {
@@ -255,6 +262,7 @@ int command_move(int id, int position, int uPosition) {
         motor.pastTarget = std::copysign(lab.faults.overshootUm[axis] / umPerStep,
                                          motor.targetSteps - motor.steps);
         motor.commanded = true;
+        if (labOnStage) labOnStage(axis, "moves");
         ++lab.counters.moves;
         return 0;
     });

@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <cstdlib>
+
 // The program's end of the cable is COM10.
 constexpr wchar_t boardPort[] = L"\\\\.\\COM11";
 constexpr DWORD openRetryMs = 500;
@@ -23,6 +26,58 @@ static double performanceMs() {
     LARGE_INTEGER ticks;
     QueryPerformanceCounter(&ticks);
     return static_cast<double>(ticks.QuadPart) / ticksPerMs;
+}
+
+// --- Crashes
+// -----------------------------------------------------------------------------------------
+
+static std::atomic<LPTHREAD_START_ROUTINE> crash = nullptr; // that the fault file asks for
+static std::atomic<bool> crashAside, crashAgain;
+
+static DWORD WINAPI crashByException(void*) {
+    static volatile int* volatile nowhere = nullptr;
+    *nowhere = 1;
+    return 0;
+}
+
+static DWORD WINAPI crashByAbort(void*) {
+    std::abort();
+}
+
+[[gnu::noinline]] static DWORD recurse(DWORD depth) {
+    volatile DWORD frame[100];
+    frame[0] = depth;
+    return depth + 1 == 0 ? 0 : recurse(depth + 1) + frame[0];
+}
+
+// Windows keeps a guard page so far above the end of the stack as the thread has asked for. Wine 8
+// has the whole stack committed and the guard page at its end, whatever was asked for, so that it
+// has no place for the exception and ends the thread: here the page is put where it belongs.
+static DWORD WINAPI crashByOverflow(void*) {
+    ULONG guaranteed = 0; // asks
+    SetThreadStackGuarantee(&guaranteed);
+    MEMORY_BASIC_INFORMATION stack;
+    VirtualQuery(&stack, &stack, sizeof stack);
+    DWORD before;
+    VirtualProtect(static_cast<char*>(stack.AllocationBase) + guaranteed, 1,
+                   PAGE_READWRITE | PAGE_GUARD, &before);
+    return recurse(0);
+}
+
+// The laboratory's lock is not held: what makes the set-up safe needs it.
+static void crashIfWanted() {
+    const auto wanted = crashAgain ? crash.load() : crash.exchange(nullptr);
+    if (!wanted) return;
+    if (!crashAside) wanted(nullptr);
+    CreateThread(nullptr, 0, wanted, nullptr, 0, nullptr);
+}
+
+static void planCrash(const LabFaults& faults) {
+    crashAside = faults.crashAside;
+    crashAgain = faults.crashAgain;
+    if (faults.crash == "exception") crash = crashByException;
+    if (faults.crash == "abort") crash = crashByAbort;
+    if (faults.crash == "overflow") crash = crashByOverflow;
 }
 
 static void sleepRoundedUp(double ms) {
@@ -57,6 +112,7 @@ static void followFaultFile() {
         return;
     seen = found;
     applyLabFaults(readWholeFile(path));
+    planCrash(lab.faults);
 }
 
 static HANDLE createLog(const wchar_t* name) {
@@ -73,6 +129,12 @@ static void logInstrumentCommand(LabInstrument who, const std::string& message) 
         line += code < 0x20 || code > 0x7E ? printed("\\x%02x", code) : std::string(1, byte);
     }
     line += '\n';
+    DWORD written;
+    WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+}
+
+static void logStage(int axis, const char* what) {
+    const std::string line = printed("stage %c %s\n", "xyz"[axis], what);
     DWORD written;
     WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
@@ -161,6 +223,8 @@ static void startLaboratory() {
     commandLog = createLog(L"board_commands.log");
     instrumentLog = createLog(L"instrument_commands.log");
     labOnCommand = logInstrumentCommand;
+    labOnStage = logStage;
+    labWhileMoving = crashIfWanted;
     // The board outlives the program's use of any one library, so this DLL stays to the end.
     HMODULE pinned;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
@@ -186,6 +250,7 @@ static void logLastCommands() {
     while (port != INVALID_HANDLE_VALUE && readCommand(bytes) && !bytes.empty()) logCommand(bytes);
     closeBoardPort();
     labOnCommand = nullptr;
+    labOnStage = nullptr;
     for (HANDLE log : {commandLog, instrumentLog})
         if (log != INVALID_HANDLE_VALUE) CloseHandle(log);
 }

@@ -2,37 +2,57 @@
 #include "window/crash_dump.h"
 
 #include "platform/files.h"
+#include "platform/text_format.h"
+#include "platform/widen.h"
 #include "session/day_log.h"
 
 #include <windows.h>
 
-#include <cstdio>
 #include <dbghelp.h>
 
-void writeCrashDump(EXCEPTION_POINTERS* exception) {
+namespace {
+
+template <class Function> Function* function(HMODULE library, const char* name) {
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+// Empty, or what failed.
+std::string write(const std::wstring& path, const Crash& crash) {
+    const auto failed = [](const char* call) {
+        return formatted("%s failed, error 0x%lX", call, GetLastError());
+    };
+    HMODULE library = LoadLibraryW(L"dbghelp.dll");
+    if (!library) return failed("loading dbghelp.dll");
+    const auto writeDump = function<decltype(MiniDumpWriteDump)>(library, "MiniDumpWriteDump");
+    if (!writeDump) return failed("finding MiniDumpWriteDump");
+    // A dump holds no symbols, yet Wine reads those of all modules first where it may: for 10 s.
+    const auto setOptions = function<decltype(SymSetOptions)>(library, "SymSetOptions");
+    if (setOptions) setOptions(SYMOPT_DEFERRED_LOADS);
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return failed("making the file");
+    MINIDUMP_EXCEPTION_INFORMATION information{crash.thread, crash.exception, FALSE};
+    const std::string trouble = writeDump(GetCurrentProcess(), GetCurrentProcessId(), file,
+                                          MiniDumpNormal, &information, nullptr, nullptr)
+                                    ? ""
+                                    : failed("MiniDumpWriteDump");
+    CloseHandle(file);
+    return trouble;
+}
+
+} // namespace
+
+void writeCrashDump(const Crash& crash) {
     const std::wstring folder = logFolder();
     makeFolder(folder); // one that is there already is simply used
     SYSTEMTIME now;
     GetLocalTime(&now);
-    wchar_t name[64];
-    std::swprintf(name, 64, L"\\crash-%04d%02d%02d-%02d%02d%02d.dmp", now.wYear, now.wMonth,
-                  now.wDay, now.wHour, now.wMinute, now.wSecond);
-    const std::wstring path = folder + name;
-
-    using Write = decltype(&MiniDumpWriteDump);
-    HMODULE library = LoadLibraryW(L"dbghelp.dll");
-    const auto write = library ? reinterpret_cast<Write>(reinterpret_cast<void*>(
-                                     GetProcAddress(library, "MiniDumpWriteDump")))
-                               : nullptr;
-    HANDLE file = write ? CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr)
-                        : INVALID_HANDLE_VALUE;
-    bool written = false;
-    if (file != INVALID_HANDLE_VALUE) {
-        MINIDUMP_EXCEPTION_INFORMATION information{GetCurrentThreadId(), exception, FALSE};
-        written = write(GetCurrentProcess(), GetCurrentProcessId(), file, MiniDumpNormal,
-                        exception ? &information : nullptr, nullptr, nullptr) != FALSE;
-        CloseHandle(file);
-    }
-    std::fprintf(stderr, "crash dump %s: %ls\n", written ? "written" : "not written", path.c_str());
+    const std::string name = formatted("crash-%04d%02d%02d-%02d%02d%02d.dmp", now.wYear, now.wMonth,
+                                       now.wDay, now.wHour, now.wMinute, now.wSecond);
+    const EXCEPTION_RECORD& record = *crash.exception->ExceptionRecord;
+    logEvent(formatted("Crashed: 0x%08lX at 0x%llX", record.ExceptionCode,
+                       reinterpret_cast<unsigned long long>(record.ExceptionAddress)));
+    const std::string trouble = write(folder + L"\\" + widened(name), crash);
+    logEvent(trouble.empty() ? "Crash dump written: " + name
+                             : "No crash dump " + name + ": " + trouble);
 }

@@ -158,7 +158,7 @@ void focusMainWindow() {
 }
 
 void setMainTitle(const char* text) {
-    if (mainWindow) SetWindowTextA(native(mainWindow), text);
+    if (mainWindow && onWindowThread()) SetWindowTextA(native(mainWindow), text);
 }
 
 // From the first use to the program's end; null where the system has no taskbar.

@@ -299,7 +299,7 @@ TEST_F(InstrumentDeathTest, NumberThatIsNoneEndsAScanSafely) {
              when([] { return labLaserPwm() == 0 && labBiasVolts() == 0.0; }, say);
          });
     EXPECT_EXIT(runProgramOver(14, 10), testing::KilledBySignal(SIGABRT),
-                "laser at 204, bias 0.5 V\n.*too long\n.*laser at 0, bias 0.0 V\n");
+                "laser at 204, bias 0.5 V\n.*laser at 0, bias 0.0 V\n.*too long\n");
     const std::string saved = contentOf(sessionFile("Kestrel"));        // by what died
     EXPECT_GE(std::count(saved.begin(), saved.end(), '1'), 5) << saved; // of 1e-6 A
     EXPECT_EQ(SavedMap().condition("Outcome"), "forced end");

@@ -65,7 +65,7 @@ finish() {
 trap finish EXIT
 trap 'exit 143' TERM INT HUP
 
-# A new prefix, without crash dialogs; its desktop is a folder inside it, not the user's home.
+# A new prefix, without crash dialogs and debugger; its desktop is a folder inside it, not the user's home.
 make_prefix() {
     local new=$build/prefix.new
     rm -rf "$new"
@@ -74,6 +74,8 @@ make_prefix() {
         unset DISPLAY
         timeout 300 wineboot -i
         wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
+        wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+            /v Debugger /d false /f
         wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f
         timeout 60 wineserver -w
     ) >"$build/wineboot.log" 2>&1
