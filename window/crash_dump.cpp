@@ -4,6 +4,7 @@
 #include "platform/files.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
+#include "session/data_folders.h"
 #include "session/day_log.h"
 
 #include <windows.h>
@@ -43,6 +44,7 @@ std::string write(const std::wstring& path, const Crash& crash) {
 } // namespace
 
 void writeCrashDump(const Crash& crash) {
+    if (dataFolders.dataRoot.empty()) return; // the folders are not known yet
     const std::wstring folder = logFolder();
     makeFolder(folder); // one that is there already is simply used
     SYSTEMTIME now;
