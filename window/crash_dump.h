@@ -10,5 +10,6 @@ struct Crash {
 };
 
 // Says in the log of the day that the program has crashed, writes KST_Data/Log/
-// crash-<date>-<time>.dmp with the stacks of all threads, and says that, or why not. To be called last, when the set-up is safe.
+// crash-<date>-<time>.dmp with the stacks of all threads, and says that, or why not. To be called
+// last, when the set-up is safe.
 void writeCrashDump(const Crash& crash);
