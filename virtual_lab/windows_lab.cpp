@@ -28,8 +28,7 @@ static double performanceMs() {
     return static_cast<double>(ticks.QuadPart) / ticksPerMs;
 }
 
-// --- Crashes
-// -----------------------------------------------------------------------------------------
+// --- Crashes -------------------------------------------------------------------------------------
 
 static std::atomic<LPTHREAD_START_ROUTINE> crash = nullptr; // that the fault file asks for
 static std::atomic<bool> crashAside, crashAgain;

@@ -65,7 +65,8 @@ finish() {
 trap finish EXIT
 trap 'exit 143' TERM INT HUP
 
-# A new prefix, without crash dialogs and debugger; its desktop is a folder inside it, not the user's home.
+# A new prefix, without crash dialogs and debugger; its desktop is a folder inside it, not the
+# user's home.
 make_prefix() {
     local new=$build/prefix.new
     rm -rf "$new"
