@@ -416,7 +416,9 @@ private:
         const auto isTheCells = [&](double timeMs, double x, double y, double value) {
             if (timeMs <= lastCellMs) return true;
             read = {timeMs, x, y, value};
-            return std::fabs(cell - value * scale) <= 1e-3 * std::fabs(cell);
+            // The board's number of one digit counts as 0.
+            const bool tooSmall = board && cell == 0.0 && value < 10.5 * labAdcStepVolts;
+            return tooSmall || std::fabs(cell - value * scale) <= 1e-3 * std::fabs(cell);
         };
         if (board) {
             for (size_t i = labReads().size(); i > 0; --i)
