@@ -108,7 +108,7 @@ std::string usbSourcemeterIdentity() {
 
 Reading usbSourcemeterRead() {
     // What was set before is in effect when the reading starts.
-    if (!sendTo(current, "*WAI")) return {};
+    if (!emptyOutput(current) || !sendTo(current, "*WAI")) return {};
     Reading reading = numberFor(":READ? \"defbuffer1\"");
     reading.limited = reading.answered && isAtLimit(reading, source.limit);
     if (reading.answered) forgetRefusal(deviceName);
@@ -124,6 +124,7 @@ bool usbSourcemeterSetUp(float voltage, float limit) {
     // After 0 V somebody may have been at the instrument, and at its output's switch.
     const bool asBefore = source.on && source.volts != 0.0f && source.limit == limit;
     source = {};
+    emptyOutput(current); // a bias goes out all the same
     if (asBefore) {
         if (!sendTo(current, level)) return false;
     } else {

@@ -95,14 +95,20 @@ bool sendTo(const VisaInstrument& instrument, const std::string& command) {
                                                  static_cast<uint32_t>(line.size()), &written));
 }
 
+bool emptyOutput(VisaInstrument& instrument) {
+    if (instrument.answerLeft)
+        instrument.answerLeft = !clearAnswer(instrument.visa, instrument.name, instrument.session);
+    return !instrument.answerLeft;
+}
+
 std::string ask(VisaInstrument& instrument, const char* query) {
-    const Visa& visa = instrument.visa;
-    if (instrument.answerLeft && !clearAnswer(visa, instrument.name, instrument.session)) return {};
+    if (!emptyOutput(instrument)) return {};
     instrument.answerLeft = true;
     if (!sendTo(instrument, query)) return {};
     uint8_t buffer[replyBytes + 1] = {};
     uint32_t received = 0;
-    const ViStatus status = visa.viRead(instrument.session, buffer, replyBytes, &received);
+    const ViStatus status =
+        instrument.visa.viRead(instrument.session, buffer, replyBytes, &received);
     if (!callSucceeded(instrument, "viRead", instrument.session, status)) return {};
     instrument.answerLeft = status == viMoreToCome;
     std::string reply = reinterpret_cast<const char*>(buffer);

@@ -73,6 +73,10 @@ void closeInstrument(const VisaInstrument& instrument);
 // Commands end with a line feed on USB.
 bool sendTo(const VisaInstrument& instrument, const std::string& command);
 
+// Clears what a query before has left unanswered; false when that cannot be done. `ask` does it,
+// and a command that comes before would be counted as an error: it interrupts the old answer.
+bool emptyOutput(VisaInstrument& instrument);
+
 // The first 255 bytes of the reply, without its line end; empty when nothing came. Never the answer
 // to a query before.
 std::string ask(VisaInstrument& instrument, const char* query);

@@ -264,6 +264,18 @@ TEST_F(InstrumentsTest, NoAnswerIsTakenForThatToALaterQuestion) {
     }
     scopeClose(link.visaResourceManager);
     link.visaResourceManager = 0;
+
+    applyLabFaults(""); // the sourcemeter drops the old answer by itself, and counts an error
+    ASSERT_TRUE(usbSourcemeterOpen(0.0));
+    for (const bool readsAgain : {true, false}) {
+        libraries.callFaults = readFails;
+        EXPECT_FALSE(usbSourcemeterRead().answered);
+        libraries.callFaults.clear();
+        EXPECT_TRUE(!readsAgain || usbSourcemeterRead().answered);
+        EXPECT_TRUE(usbSourcemeterSetUp(0.5f, 1e-4f));
+        EXPECT_EQ(takeUsbSourcemeterRefusal(), "");
+        EXPECT_TRUE(usbSourcemeterSetUp(0.0f, 1e-4f));
+    }
 }
 
 TEST_F(InstrumentsTest, OscilloscopeThatIsNotThereLeavesNothingOpen) {
