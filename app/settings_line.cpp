@@ -9,6 +9,7 @@
 #include "motion/stage.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
+#include "session/document.h"
 
 #include <algorithm>
 #include <cmath>
@@ -96,6 +97,5 @@ bool readSettingsFile(const std::wstring& path) {
 }
 
 void writeSettingsFile(const std::wstring& path) {
-    if (File file = openFile(path, L"w"))
-        std::fputs(formatSettingsLine(currentSettings()).c_str(), file.get());
+    writeDocument(path, formatSettingsLine(currentSettings()), L"w"); // the log says a failure
 }

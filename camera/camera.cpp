@@ -224,13 +224,15 @@ void resumeAutomatic(CameraState& state) {
 
 int grabFrames(CameraState& state, uint32_t count) {
     bool failed = !state.connected;
+    state.fresh = false;
     if (!failed) {
         try {
             startGrabbing(*state.device, count);
             uint32_t taken = 0;
             for (uint32_t i = 0; i < count; ++i)
                 if (takeFrame(state, count, taken)) ++taken;
-            if (taken > 0) printNews(deviceName, "frames arrive");
+            state.fresh = taken > 0;
+            if (state.fresh) printNews(deviceName, "frames arrive");
         } catch (const std::exception& refusal) {
             printRefusal(deviceName, refusal.what());
             failed = true;

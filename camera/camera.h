@@ -17,6 +17,7 @@ struct CameraState {
     uint8_t* frame;            // the current raw frame: `ownFrame`, or the last result's buffer
     int32_t connected = 0;     // cleared by every failure
     int32_t needsInit = 1;
+    bool fresh = false;        // the last grab brought a frame of the camera
     int32_t fallbackPhase = 0; // of the test pattern
     std::unique_ptr<CBaslerUniversalInstantCamera> device;
     CGrabResultPtr grabResult;

@@ -54,10 +54,10 @@ bool takeField(Centre centre, int column, int row, bool settle) {
     const bool there = goToField(centre, column, row);
     if (settle) waitResponsive(200);
     grabFrames(cameraState, 1);
-    if (there)
+    // A camera without a fresh frame would show another field's again.
+    if (there && (cameraState.fresh || !cameraState.connected))
         drawWideTile(mainWindow, cameraImage.pixels.get(), column + 1, 1 - row, wideFactor);
-    else
-        showProgress("Motor range limited");
+    if (!there) showProgress("Motor range limited");
     refreshPositions();
     waitResponsive(1);
     return !stopRequested;

@@ -77,8 +77,9 @@ std::string biasLeftOn() {
 }
 
 void applyBias(double voltage, double limit) {
-    if (selectedInstrument().applyBias)
-        logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
+    const InstrumentKind& source = selectedInstrument();
+    if (source.applyBias) logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
+    if (source.beginAnew) source.beginAnew();
     stepBias(voltage, limit);
 }
 

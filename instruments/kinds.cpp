@@ -110,6 +110,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .failedAtStart = {"No SourceMeter devices via USB", "USB Error"},
         .read = usbSourcemeterRead,
         .readingScale = microamperesPerAmpere,
+        .beginAnew = usbSourcemeterBeginAnew,
         .applyBias = usbSourcemeterSetUp,
         .isLimited = usbSourcemeterIsLimited,
         .takeRefusal = takeUsbSourcemeterRefusal,

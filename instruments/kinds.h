@@ -51,6 +51,9 @@ struct InstrumentKind {
     // Null, or what has nothing to do.
     Reading (*read)() = nullptr; // in the instrument's unit
     double readingScale = 1.0;   // makes `unit` of it
+    // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is
+    // set again.
+    void (*beginAnew)() = nullptr;
     // False when the source may not have heard all of it.
     bool (*applyBias)(float volts, float limitAmperes) = nullptr;
     bool (*isLimited)() = nullptr;          // the limit cuts the current now

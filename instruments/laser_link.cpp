@@ -97,6 +97,7 @@ int openPort(LaserLink& link) {
     }
     link.wasOpen = true;
     const int lineResult = setUpLine(link);
+    link.lineWasRead = lineResult == 1;
     if (lineResult != 1) noteTrouble(name + " opens, its line cannot be set up");
     if (lineResult == 0) closeLaserLink(link);
     return lineResult;
@@ -153,6 +154,15 @@ int closeLaserLink(LaserLink& link) {
     link.disconnected = 1;
     if (link.portHandle) closeSerialPort(link.portHandle);
     return 0;
+}
+
+bool laserLinkStands(LaserLink& link) {
+    SerialLineState state;
+    if (link.disconnected || !link.portHandle) return false;
+    if (!link.lineWasRead || readLineState(link.portHandle, state)) return true;
+    closeLaserLink(link);
+    noteTrouble("its port is gone");
+    return false;
 }
 
 int laserWrite(LaserLink& link, const char* text) {

@@ -17,6 +17,7 @@ struct LaserLink {
     char commandText[100] = {};  // commands and the receive notice are formatted here
     uint8_t disconnected = 0;    // 1 after a failed open, a failed write or a close
     bool wasOpen = false;        // once at least
+    bool lineWasRead = false;    // when it was opened
     double channelValue[3] = {}; // last value that each channel reported
     int32_t channelSetting[3] = {1000, 1000, 1000};
     double channelMaximum[3] = {10000.0, 10000.0, 10000.0};
@@ -37,6 +38,11 @@ int closeLaserLink(LaserLink& link);
 // Opens the same port once more for a command that must go out, without a box and without asking
 // the board anything; windows are not touched and messages not taken.
 bool reopenLaserLink(LaserLink& link);
+
+// Whether the port of the link is still there, as its driver says: nothing is sent. A board that
+// was unplugged while nothing was to be sent would else not show. A port that is gone takes the
+// link down.
+bool laserLinkStands(LaserLink& link);
 
 // Sends the text with its terminating zero byte. 1, or 0 when the link is down; a failed write
 // takes it down and says so in the information text.

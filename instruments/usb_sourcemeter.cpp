@@ -54,15 +54,16 @@ template <class Lines> bool sendAll(const VisaInstrument& meter, const Lines& li
     return true;
 }
 
-// What the instrument has not taken of the lines before.
-void heedRefusals(VisaInstrument& meter) {
+// What the instrument has not taken of the lines before. False when it does not say.
+bool heedRefusals(VisaInstrument& meter) {
     const std::string error = ask(meter, ":SYST:ERR?"); // 0,"No error..." when all is well
-    if (std::atoi(error.c_str()) == 0) return;
+    if (error.empty()) return false;
+    if (std::atoi(error.c_str()) == 0) return true;
     lastRefusal = error;
     const std::string words = "refused: " + error;
     printRefusal(deviceName, words);
     showInformation((std::string(deviceName) + " " + words).c_str());
-    sendTo(meter, "*CLS"); // what else it has listed came from the same lines
+    return sendTo(meter, "*CLS"); // what else it has listed came from the same lines
 }
 
 // The output goes off first: the last run may have left it on, and the bias comes only with the
@@ -78,9 +79,7 @@ bool prepare(VisaInstrument& meter, double biasVolts) {
         ":SENS:FUNC \"CURR\"",
         ":SENS:CURR:RANG:AUTO ON",
     };
-    if (!sendAll(meter, lines)) return false;
-    heedRefusals(meter);
-    return true;
+    return sendAll(meter, lines) && heedRefusals(meter);
 }
 
 } // namespace
@@ -119,6 +118,11 @@ bool usbSourcemeterIsLimited() {
     return numberFor(":SOUR:VOLT:ILIM:TRIP?") == 1.0f;
 }
 
+void usbSourcemeterBeginAnew() {
+    source = {};
+    lastRefusal.clear();
+}
+
 bool usbSourcemeterSetUp(float voltage, float limit) {
     const std::string level = formatted(":SOUR:VOLT %g", static_cast<double>(voltage));
     // After 0 V somebody may have been at the instrument, and at its output's switch.
@@ -136,8 +140,7 @@ bool usbSourcemeterSetUp(float voltage, float limit) {
             ":SENS:CURR:RANG:AUTO ON",
             ":OUTP ON",
         };
-        if (!sendAll(current, lines)) return false;
-        heedRefusals(current);
+        if (!sendAll(current, lines) || !heedRefusals(current)) return false;
     }
     source = {true, voltage, limit};
     return true;

@@ -188,10 +188,10 @@ void measurePoint(const Point& point, int mapRow) {
     };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
     heed(reading.answered, boardIsInstrument ? report.board : report.instrument);
-    if (!boardIsInstrument) heed(!laserLink.disconnected, report.board); // the laser hangs on it
+    if (!boardIsInstrument) heed(laserLinkStands(laserLink), report.board); // the laser hangs on it
     if (mapIsConfocal()) {
         grabFrames(cameraState, 1);
-        colourless = cameraState.connected == 0;
+        colourless = cameraState.connected == 0 || !cameraState.fresh;
         if (colourless) report.camera.count(point.row, point.column);
         const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
         showSpotColour(colour);
@@ -483,7 +483,9 @@ void scanFrom(const LeftJournal* left) {
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
     const bool saved = saveEverything(saveMapFiles);
-    if (saved && !(left && declined)) removeJournal();
+    // One that was to go on and did not can still go on.
+    const bool wentOn = report.pointsDone > place.firstRow * scanArea.cols;
+    if (saved && (!left || wentOn)) removeJournal();
     leaveJournal(); // what is only there is offered again
     showReport();   // over what the saving had to say
 }

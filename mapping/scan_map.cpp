@@ -125,7 +125,7 @@ bool writeRows(FILE* file, const Map& map) {
         line += '\n';
         if (std::fwrite(line.data(), 1, line.size(), file) != line.size()) return false;
     }
-    return std::fflush(file) == 0;
+    return flushToDisk(file); // the journal goes next
 }
 
 // A failure lets the next save make a new folder.

@@ -75,6 +75,7 @@ void measureIvCurve() {
     const RunningProcess running;
     noteStart(record);
     record.voltageStep = step;
+    usbSourcemeterBeginAnew();
     beginSweepJournal(record);
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
         if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
@@ -82,7 +83,7 @@ void measureIvCurve() {
     }
     noteEnd(record, processEnd());
     if (!stopRequested) plot(record, points);
-    endBias(record, "I-V curve measurement finished", unanswered);
+    endBias(record, "I-V curve measurement finished", {.readings = unanswered});
     showEndMessage(record, "I-V curve measurement finished.        ");
 }
 

@@ -13,6 +13,7 @@
 #include "session/message_box.h"
 
 #include <algorithm>
+#include <utility>
 
 SweepRecord sweepRecord;
 
@@ -29,10 +30,11 @@ void showEndMessage(const SweepRecord& record, const char* message) {
     if (plot.context) drawText(plot.context, 15, 45, message, black, false);
 }
 
-void endBias(SweepRecord& record, const char* name, int32_t unanswered) {
+void endBias(SweepRecord& record, const char* name, const Missed& missed) {
     std::string trouble;
-    if (unanswered > 0)
-        trouble = formatted(". No reading: %d of %d", unanswered, record.currentIndex);
+    for (auto [count, what] :
+         {std::pair(missed.lights, "laser board"), {missed.readings, "reading"}})
+        if (count > 0) trouble += formatted(". No %s: %d of %d", what, count, record.currentIndex);
     trouble += biasTrouble(); // before the bias goes
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     record.trouble = trouble;
@@ -49,7 +51,7 @@ bool writeCurve(FILE* file, const CurveFile& curve) {
         if (std::fprintf(file, "%f,%f\n", static_cast<double>(curve.xs[i]),
                          static_cast<double>(curve.ys[i])) < 0)
             return false;
-    return std::fflush(file) == 0;
+    return flushToDisk(file); // the journal goes next
 }
 
 std::wstring pathInSession(const std::string& name, const wchar_t* ending) {

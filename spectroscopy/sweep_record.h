@@ -43,10 +43,15 @@ extern SweepRecord sweepRecord;
 // there is kept.
 void allocateSweep(SweepRecord& record);
 
-// Ends the bias of a measurement. Says in the information text behind `name` how many of its
-// readings nobody answered and what was wrong with the bias, and keeps it; nothing when all was
-// well.
-void endBias(SweepRecord& record, const char* name, int32_t unanswered);
+// What a measurement lacks, in samples.
+struct Missed {
+    int32_t readings = 0; // that nobody answered
+    int32_t lights = 0;   // with no board that could have switched the laser
+};
+
+// Ends the bias of a measurement. Says in the information text behind `name` what it lacks and what
+// was wrong with the bias, and keeps it; nothing when all was well.
+void endBias(SweepRecord& record, const char* name, const Missed& missed);
 
 // Writes the end of a measurement into its plot.
 void showEndMessage(const SweepRecord& record, const char* message);

@@ -71,7 +71,7 @@ void plot(const SweepRecord& record) {
 }
 
 // The samples of one phase. False when the series is over: stopped, or the arrays are full.
-bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t& unanswered) {
+bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed& missed) {
     const int32_t cap = truncated(cycleSeconds(record) * samplesPerSecond);
     for (int32_t sample = 0; sample < cap; ++sample) {
         const auto i = static_cast<size_t>(record.currentIndex);
@@ -84,7 +84,9 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
         journalSample(record.extraValues[i], record.yValues[i]);
-        if (!answered) ++unanswered;
+        if (!answered) ++missed.readings;
+        // As instrument it would not have answered.
+        if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
             offsetMs += ms;
             return true;
@@ -94,20 +96,19 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, int32_t
     return true; // the record is full: no time follows that this would offset
 }
 
-// The readings that nobody answered.
-int32_t recordCycles(SweepRecord& record) {
-    int32_t unanswered = 0;
+Missed recordCycles(SweepRecord& record) {
+    Missed missed;
     uint64_t offsetMs = 0;
     for (int32_t cycle = 0; cycle < record.repeatCount; ++cycle) {
         elapsedMs(true);
         setLaserLevel(1);
-        if (!recordPhase(record, record.onTime, offsetMs, unanswered)) break;
+        if (!recordPhase(record, record.onTime, offsetMs, missed)) break;
         elapsedMs(true);
         setLaserLevel(0);
-        if (!recordPhase(record, record.offTime, offsetMs, unanswered)) break;
+        if (!recordPhase(record, record.offTime, offsetMs, missed)) break;
     }
     setLaserLevel(0);
-    return unanswered;
+    return missed;
 }
 
 } // namespace
@@ -128,9 +129,9 @@ bool measureTimeEvolution() {
     // A source that is off gives the meter nothing to read.
     applyBias(static_cast<double>(instrumentLink.biasVoltage),
               static_cast<double>(instrumentLink.currentLimit));
-    const int32_t unanswered = recordCycles(record);
+    const Missed missed = recordCycles(record);
     noteEnd(record, processEnd());
-    endBias(record, "Time Evolution Measurement has completed", unanswered);
+    endBias(record, "Time Evolution Measurement has completed", missed);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     return true;
 }

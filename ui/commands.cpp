@@ -154,6 +154,12 @@ void showLog() {
     if (!openInViewer(dayLogPath())) showInformation("The log of the day does not open");
 }
 
+// The area and the step of a recovered scan are the present ones from then on.
+void recoverAndShow() {
+    recoverLast();
+    showScanSettings();
+}
+
 void drawScanArea() {
     switchLiveView(LiveView::Off);
     showScanArea();
@@ -230,7 +236,7 @@ constexpr Command commands[] = {
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
-    {idRecoverScan, recoverLast, refused, refused, "Recover last scan"},
+    {idRecoverScan, recoverAndShow, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
 };
 // clang-format on

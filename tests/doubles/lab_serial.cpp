@@ -71,7 +71,7 @@ void closeSerialPort(PortHandle port) {
 }
 
 int32_t readLineState(PortHandle port, SerialLineState& state) {
-    if (!isOpen(port) || state.length != sizeof state) return 0;
+    if (!isOpen(port) || !labBoardConnected() || state.length != sizeof state) return 0;
     if (serial.failLineState != 0 && --serial.failLineState == 0) return 0;
     state = serial.line;
     return 1;

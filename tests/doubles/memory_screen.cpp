@@ -59,7 +59,9 @@ void openBareWindow() {
 }
 
 void setField(Field field, const char* text) {
-    if (mainWindow) fields[field].push_back(text);
+    if (!mainWindow) return;
+    fields[field].push_back(text);
+    if (onlooker.shows) onlooker.shows(field);
 }
 
 std::string fieldText(Field field, int capacity) {

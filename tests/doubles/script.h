@@ -3,6 +3,7 @@
 
 #include "platform/message_box.h"
 #include "platform/messages.h"
+#include "screen/screen.h"
 
 #include <functional>
 #include <string>
@@ -54,7 +55,8 @@ struct Onlooker {
     Action waits; // the program waits for a message, or a box for its answer: the operator sees the
                   // screen and may act
     std::function<void(const Message&)> dispatches;
-    Action dispatched; // and everything that came of it
+    Action dispatched;                // and everything that came of it
+    std::function<void(Field)> shows; // a field gets a text
 };
 extern Onlooker onlooker;
 

@@ -272,6 +272,26 @@ TEST_P(InstrumentFaultTest, EndsAndSaves) {
     EXPECT_EQ(labLaserPwm(), 0);
 }
 
+// Nothing is sent to it between the rows, and a dark sample is no zero of the sample.
+TEST_F(InstrumentRun, ABoardThatIsGoneSpoilsTheMapOfAnotherInstrument) {
+    choose(kindGpibMultimeter, 2.0);
+    size_t before = 0;
+    when([] { return labMeasurements().size() >= 20; },
+         [&] {
+             applyLabFaults("board unplugged");
+             before = labMeasurements().size();
+         });
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    runProgramOver(14, 10);
+    int silent = 0;
+    for (const auto& column : scanMap.marks)
+        silent += static_cast<int>(std::count(column.begin(), column.end(), PointMark::Silent));
+    EXPECT_NEAR(silent, static_cast<double>(labMeasurements().size() - before), 3.0);
+    EXPECT_TRUE(historyOf(Field::Information)
+                    .back()
+                    .starts_with(formatted("Mapping finished. No laser board: %d from", silent)));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Faults, InstrumentFaultTest,
     testing::Values(Fault{"PulledBoard", 2, "gpib absent", 0.0, false},

@@ -166,6 +166,28 @@ TEST_F(PointMeasurementTest, ASeriesReadsAtTheStoredBias) {
     for (const LabMeasurement& each : labMeasurements()) EXPECT_EQ(each.biasVolts, 0.5);
 }
 
+TEST_F(PointMeasurementTest, ASeriesSaysThatNobodySwitchedTheLaser) {
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    run(kindUsbSourcemeter, idTimeEvolution, [](NativeWindow& tool) {
+        const char* const typed[] = {"1", "1", "1"};
+        for (size_t i = 0; i < 3; ++i) tool.edits[i]->text = typed[i];
+        press(tool, idSeriesStart);
+        when([] { return labMeasurements().size() >= 10; },
+             [] {
+                 applyLabFaults("board unplugged");
+                 when([] { return labMeasurements().size() >= 15; }, [] { applyLabFaults(""); });
+             });
+    });
+    const auto& texts = historyOf(Field::Information);
+    EXPECT_TRUE(std::any_of(texts.begin(), texts.end(), [](const std::string& text) {
+        return text.starts_with("Time Evolution Measurement has completed. No laser board: ");
+    }));
+    std::string conditions = sessionFile("TimeEvo(");
+    conditions =
+        contentOf(conditions.replace(conditions.rfind('.'), std::string::npos, ".meta.txt"));
+    EXPECT_NE(conditions.find("Trouble: No laser board: "), std::string::npos) << conditions;
+}
+
 // What a series must show at a time of its own, from the light's history.
 double lightAt(double seconds, double onSeconds, double offSeconds) {
     double q = 0.0;
@@ -327,6 +349,7 @@ TEST_F(PointMeasurementTest, JournalsBringBackCutOffCurves) {
         const std::string notice = leftNotice();
         EXPECT_TRUE(notice.starts_with(each.notice)) << notice;
         flushFails = true;
+        answer("File saving error", BoxAnswer::Ok);
         recoverLast();
         flushFails = false;
         EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), onDisk);

@@ -81,6 +81,9 @@ public:
             begin(causeOf(message));
         };
         onlooker.dispatched = [this] { end(); };
+        onlooker.shows = [this](Field field) {
+            if (field == Field::MeasuredValue) shownMs = virtualNowMs();
+        };
     }
 
     void note(const std::string& what) {
@@ -138,6 +141,7 @@ public:
             overwrittenFiles.clear();
         }
         logWasRefused = logIsRefused();
+        askedSinceLook = false;
         if (labCounters().moves != movesSeen)
             find(Rule::Cause, "the stage was moved past the program's library");
     }
@@ -213,7 +217,7 @@ private:
 
     Cause causeOfCommand(int id) {
         const std::string name = formatted("command %d", id);
-        if (id == idLaserOn || id == idLaserView) askedForLaser = true;
+        if (id == idLaserOn || id == idLaserView) askedForLaser = askedSinceLook = true;
         switch (id) {
         case idStart:
             return {scanName, allAxes, true};
@@ -403,7 +407,7 @@ private:
 
     void judgeCell(size_t c, size_t m, PointMark mark) {
         const ScanConditions& scan = *scanMap.conditions;
-        askedForLaser = false;
+        askedForLaser = askedSinceLook; // else it was before this point
         ++marked[mark];
         ++day.counts[mark == PointMark::Measured ? "points measured" : "points in doubt"];
         const bool board = scan.ammeterKind == kindArduino;
@@ -414,7 +418,7 @@ private:
         } read;
         // A row begins with a reading that no cell keeps.
         const auto isTheCells = [&](double timeMs, double x, double y, double value) {
-            if (timeMs <= lastCellMs) return true;
+            if (timeMs < lastCellMs) return true;
             read = {timeMs, x, y, value};
             // The board's number of one digit counts as 0.
             const bool tooSmall = board && cell == 0.0 && value < 10.5 * labAdcStepVolts;
@@ -431,11 +435,12 @@ private:
                     isTheCells(at.timeMs, at.sampleX, at.sampleY, at.value))
                     break;
         }
-        // Read since the cell before was marked: an answer that came late belongs to no later
-        // point.
-        const double before = std::exchange(lastCellMs, virtualNowMs());
+        // Read since the value of the cell before was shown: an answer that came late belongs to no
+        // later point.
+        const double before = std::exchange(lastCellMs, shownMs);
         if (mark != PointMark::Measured) return;
-        if (read.timeMs <= before) return find(Rule::Cell, "marked measured without a reading");
+        if (read.timeMs < before || read.timeMs < 0)
+            return find(Rule::Cell, "marked measured without a reading");
         const double row = scan.rows - 1.0 - static_cast<double>(m);
         const double x = axes[labX].zeroUm + scan.homeXUm + scan.offsetXUm +
                          static_cast<double>(c) * scan.stepUm +
@@ -495,6 +500,7 @@ private:
     uint64_t movesSeen = 0;
     int pageKeys = 0;
     bool askedForLaser = false;    // by hand, since the last point
+    bool askedSinceLook = false;   // and since the judge looked
     bool instrumentChosen = false; // in the dialog
     bool boardEverBroken = false, busEverBroken = false;
     size_t boxesSeen = 0;
@@ -508,6 +514,7 @@ private:
     std::vector<std::vector<PointMark>> marksSeen;
     std::map<PointMark, int> marked; // in the process that runs, or ran last
     double lastCellMs = -1;
+    double shownMs = -1; // when the measured value was shown last
     struct {
         int (*open)(const char* name);
         int (*move)(int id, int position, int microsteps);

@@ -318,4 +318,26 @@ TEST_F(CameraTest, SaysOnceWhichLibraryItTookAndWhyThereIsNoPicture) {
     }
 }
 
+// Else a map would hold its colour once more, and the wide view a field in another's place.
+TEST_F(CameraTest, AFrameThatFailsLeavesNoneThatIsFresh) {
+    setLabRowsAroundSpot(0);
+    connectCamera();
+    grabFrames(cameraState, 1);
+    EXPECT_TRUE(cameraState.fresh);
+    replaceFunction(
+        "PylonStreamGrabberRetrieveResult",
+        +[](void* grabber, PylonGrabResult_t* result, uint8_t* ready) {
+            using Retrieve = uint32_t (*)(void*, PylonGrabResult_t*, uint8_t*);
+            const auto retrieve = reinterpret_cast<Retrieve>(
+                virtualLabFunction("PylonC_v9.dll", "PylonStreamGrabberRetrieveResult"));
+            const uint32_t status = retrieve(grabber, result, ready);
+            result->Status = 4;
+            return status;
+        });
+    connectCamera();
+    grabFrames(cameraState, 1);
+    EXPECT_FALSE(cameraState.fresh);
+    EXPECT_EQ(cameraState.connected, 1);
+}
+
 } // namespace

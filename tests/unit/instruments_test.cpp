@@ -352,6 +352,16 @@ TEST_F(InstrumentsTest, UsbSourcemeterSourcesLimitsAndWaits) {
     EXPECT_EQ(Commands(commands.end() - 2, commands.end()),
               (Commands{"*WAI\n", ":READ? \"defbuffer1\"\n"}));
     EXPECT_EQ(labInstrumentErrors(labUsbSourcemeter), Commands{});
+    // A sweep sends the voltage alone; at a start somebody may have switched the output off.
+    link.ammeterKind = kindUsbSourcemeter;
+    const auto switchings = [&] {
+        return std::count(commands.begin(), commands.end(), ":OUTP ON\n");
+    };
+    const auto once = switchings();
+    stepBias(0.4, 2e-8);
+    EXPECT_EQ(switchings(), once);
+    applyBias(0.4, 2e-8);
+    EXPECT_EQ(switchings(), once + 1);
     const uint64_t sessions = labCounters().visaSessions; // those of the one that is open
     for (const char* fault : {"k2450 refused", "k2450 silent", "k2450 stuck", "k2450 absent"}) {
         applyLabFaults(fault);

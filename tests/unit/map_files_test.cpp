@@ -128,7 +128,7 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     // A failure is said, behind what was said before, and leaves nothing half written.
     showInformation("Mapping finished");
     wallTime.minute++;
-    flushFails = true;
+    refusedFile = ".gwy";
     saveMapFiles();
     EXPECT_EQ(textIn(Field::Information), "Mapping finished. Not written: the map's .gwy file");
     EXPECT_EQ(filesOnDesktop().size(), 2u + 3u + 2u);
