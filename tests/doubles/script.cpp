@@ -179,7 +179,7 @@ bool takeMessage(Message& message) {
     if (!timerDue()) return false;
     // Where nobody looks at the pictures the machine is busy, and most ticks are dropped, as
     // Windows does then.
-    constexpr unsigned ticksOfBusyMachine = 4;
+    constexpr unsigned ticksOfBusyMachine = 8;
     timerDueMs = virtualNowMs() + timerPeriodMs * (nobodyLooks ? ticksOfBusyMachine : 1);
     message = {mainWindow, messageTimer, 1, 0};
     return true;
