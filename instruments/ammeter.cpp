@@ -9,6 +9,10 @@
 #include "session/main_title.h"
 #include "session/message_box.h"
 
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
 namespace {
 
 std::string addressOf(const InstrumentKind& kind) {
@@ -63,11 +67,20 @@ bool biasWasLimited() {
 }
 
 std::string biasTrouble() {
-    std::string text = biasWasLimited() ? ". Current limit reached" : "";
+    std::string text = std::exchange(instrumentLink.biasMissed, false) ? ". Bias not heard" : "";
+    if (biasWasLimited()) text += ". Current limit reached";
     const InstrumentKind& source = selectedInstrument();
     const std::string refusal = source.takeRefusal ? source.takeRefusal() : "";
     if (!refusal.empty()) text += ". Bias refused: " + refusal;
     return text;
+}
+
+std::string limitText(double amperes) {
+    const std::string text = formatted("%f", amperes);
+    constexpr double sameLimit = 0.01;
+    const bool same =
+        std::fabs(std::strtod(text.c_str(), nullptr) - amperes) <= sameLimit * amperes;
+    return same ? text : formatted("%g", amperes);
 }
 
 std::string biasLeftOn() {
@@ -80,6 +93,7 @@ void applyBias(double voltage, double limit) {
     const InstrumentKind& source = selectedInstrument();
     if (source.applyBias) logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
     if (source.beginAnew) source.beginAnew();
+    instrumentLink.biasMissed = false;
     stepBias(voltage, limit);
 }
 
@@ -90,9 +104,13 @@ void stepBias(double voltage, double limit) {
     instrumentLink.appliedVoltage = source.applyBias ? volts : 0.0f;
     if (!source.applyBias) return;
     auto& mayBeOn = instrumentLink.mayBeBiased;
-    if (volts != 0.0f) mayBeOn.insert(selectedPlace()); // also when only a part of it goes out
-    instrumentLink.biasHeard = source.applyBias(volts, static_cast<float>(limit));
-    if (instrumentLink.biasHeard && volts == 0.0f) mayBeOn.erase(selectedPlace());
+    // Also when only a part of it goes out; where nobody answered from the start, nothing does.
+    if (volts != 0.0f && instrumentLink.opened) mayBeOn.insert(selectedPlace());
+    const bool heard = source.applyBias(volts, static_cast<float>(limit));
+    if (heard && volts == 0.0f) mayBeOn.erase(selectedPlace());
+    if (heard && volts != 0.0f) mayBeOn.insert(selectedPlace());
+    if (!heard && volts != 0.0f) instrumentLink.biasMissed = true;
+    instrumentLink.biasHeard = heard;
     sayWhetherABiasIsLost();
 }
 
@@ -115,6 +133,7 @@ void connectInstrument(int32_t kind) {
     if (!chosen.open) return;
     if (chosen.open(static_cast<double>(link.biasVoltage))) {
         link.openedAt = addressOf(chosen);
+        link.opened = true;
         // It is back, and may still have what could not be taken off.
         if (mayBeBiased()) applyBias(0.0, limit);
         return show(chosen.connected);
@@ -130,7 +149,9 @@ void connectInstrumentAtStart() {
     logEvent("Instrument at start: " + narrowed(chosen.name));
     instrumentLink.openedAt = addressOf(chosen);
     const auto open = chosen.openAtStart ? chosen.openAtStart : chosen.open;
-    if (!open || open(0.0)) return;
+    if (!open) return;
+    instrumentLink.opened = open(0.0);
+    if (instrumentLink.opened) return;
     if (!chosen.keptAtStart) instrumentLink.ammeterKind = kindArduino;
     show(chosen.failedAtStart.text ? chosen.failedAtStart : chosen.failed);
 }

@@ -23,9 +23,9 @@ bool lastReadingAnswered();
 // source has nothing to limit.
 bool biasWasLimited();
 
-// What an operator must know of the bias after a process, as a text to put behind another: that
-// the limit cut it (this asks biasWasLimited) or that the source refused something. Empty when all
-// was well.
+// What an operator must know of the bias after a process, as a text to put behind another: that the
+// source did not hear one, that the limit cut it (this asks biasWasLimited) or that the source
+// refused something. Empty when all was well.
 std::string biasTrouble();
 
 // Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source.
@@ -34,6 +34,11 @@ void applyBias(double voltage, double limit);
 
 // The same for one of many, the points of a sweep: the log of the day does not list it.
 void stepBias(double voltage, double limit);
+
+// A current limit (A) as instruments are told it: "%f" or, where that would be another one by more
+// than a hundredth, in powers of ten. A tenth of a microampere would else go out as 0, which a
+// source does not take and which leaves it the limit of before.
+std::string limitText(double amperes);
 
 // What is said while a source may have a bias that nobody means, because it has not heard what it
 // was last told or is no longer the selected one; empty else.

@@ -97,8 +97,8 @@ bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySiz
 }
 
 bool paApplyBias(int mode, float voltage, float limit) {
-    const std::string command =
-        formatted("DV1, 1, %f, %f", static_cast<double>(voltage), static_cast<double>(limit));
+    const std::string command = formatted("DV1, 1, %f, ", static_cast<double>(voltage)) +
+                                limitText(static_cast<double>(limit));
     showInformation(command.c_str());
     char reply[analyzerReplySize];
     return paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';

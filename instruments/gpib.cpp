@@ -239,7 +239,7 @@ bool gpibSourcemeterSetUp(float voltage, float limit) {
     const std::string lines[] = {
         ":SOUR:VOLT:RANG 1",
         formatted(":SOUR:VOLT %f", static_cast<double>(voltage)),
-        formatted(":SOUR:VOLT:ILIM %f", static_cast<double>(limit)),
+        ":SOUR:VOLT:ILIM " + limitText(static_cast<double>(limit)),
         ":SENSe:FUNCtion \"Current\"",
         ":SENSe:Curr:RANG 1E-6",
         ":COUN 1",

@@ -79,11 +79,13 @@ struct InstrumentLink {
     float biasVoltage = 0.0f;     // V; as the dialog says
     float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
     float currentLimit = 0.0001f; // A
-    std::string openedAt;         // the address at which the selected one was opened
+    std::string openedAt;         // the address at which the selected one was looked for
+    bool opened = false;          // and found
     // Sources that got a bias and have not heard 0 V since, by kind and address; and whether the
     // selected one has heard what it was last told.
     std::set<std::pair<int32_t, std::string>> mayBeBiased;
     bool biasHeard = true;
+    bool biasMissed = false;      // a bias was not heard since biasTrouble was asked
     bool readingAnswered = false; // the last one
     bool readingAtLimit = false;  // one of those since biasWasLimited was asked
 };

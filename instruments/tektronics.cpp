@@ -38,9 +38,10 @@ ViStatus readText(ViSession session, std::string& text) {
 }
 
 // Opens one found instrument and lets it identify itself; what it says is for people.
-ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session) {
+// With `clears` each of them is cleared: which one an answer was left in is not known.
+ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session, bool clears) {
     ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
-    if (status >= 0 && answerLeft) status = visa.viClear(*session);
+    if (status >= 0 && clears) status = visa.viClear(*session);
     if (status < 0) return status;
     answerLeft = true;
     status = writeText(*session, "*idn?");
@@ -61,8 +62,9 @@ ViStatus openAllFound(ViSession manager, ViSession* session,
     ViSession list = 0;
     uint32_t count = 0;
     ViStatus status = visa.viFindRsrc(manager, "USB?*INSTR", &list, &count, descriptor);
+    const bool clears = answerLeft;
     for (uint32_t i = 0; status >= 0 && i < count; ++i) {
-        status = openFound(manager, descriptor, session);
+        status = openFound(manager, descriptor, session, clears);
         if (status >= 0 && i + 1 < count) status = visa.viFindNext(list, descriptor);
     }
     return status;

@@ -272,7 +272,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         const uint64_t beganMs = tickCountMs();
         const bool moved = moveTo(stageX, x);
         if (!moved) showProgress("Motor motion failure");
-        showScanProgress(++count);
+        showScanProgress(count + 1);
         refreshPositions();
         waitBeforeReading(std::max(beganMs, lastSettledMs()));
         if (stopRequested) return false;
@@ -281,6 +281,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         if (stopRequested) return false;
         markScanPoint(view, row, column);
         measurePoint({row, column, reached}, mapRow);
+        ++count;
         pace.pointDone(tickCountMs());
         showRemaining(count);
     }

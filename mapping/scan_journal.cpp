@@ -176,6 +176,11 @@ void recoverScan(const LeftJournal& left) {
         return saveScan();
     }();
     if (saved) removeLeftJournal(left);
+    // It may be scanned again, with the laser spot of today.
+    ScanArea today = scanArea;
+    computeScanArea(today);
+    scanArea.offsetXUm = today.offsetXUm;
+    scanArea.offsetYUm = today.offsetYUm;
     showInformation(
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
                   scan->points, scanArea.totalPoints)

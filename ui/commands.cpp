@@ -29,6 +29,7 @@
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/forced_end.h"
 #include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
@@ -421,6 +422,8 @@ void onSessionEnd() {
     // The system waits a few seconds: the settings are quick, an instrument may be stuck.
     writeSettingsFile(dataFolders.configPath);
     makeSafe();
+    // A scan would drive home and switch the lamp on while another program holds the end up.
+    endsByForce = processUnderWay();
 }
 
 void fillControlColumn() {

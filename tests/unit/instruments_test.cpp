@@ -427,6 +427,28 @@ TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
 }
 
+// A scan would tell of a bias that is not there.
+TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
+    openBareWindow();
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    link.gpibAddress = 22; // nobody there
+    ASSERT_TRUE(applyLabFaults("gpib error ibclr"));
+    link.ammeterKind = kindGpibSourcemeter;
+    connectInstrumentAtStart();
+    applyBias(0.5, 1e-4);
+    EXPECT_EQ(biasTrouble(), ". Bias not heard");
+    EXPECT_EQ(biasTrouble(), "");
+    EXPECT_EQ(biasLeftOn(), "") << "nothing went out";
+    ASSERT_TRUE(applyLabFaults(""));
+    link.gpibAddress = 24;
+    connectInstrument(kindGpibSourcemeter);
+    applyBias(0.5, 1e-7); // with six decimals it would be 0, and refused
+    EXPECT_EQ(biasTrouble(), "");
+    EXPECT_NEAR(labCurrentLimit(), 1e-7, 1e-12);
+    EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
+    EXPECT_EQ(limitText(1e-4) + ", " + limitText(1.5e-6), "0.000100, 1.5e-06");
+}
+
 TEST_F(InstrumentsTest, ABiasThatCannotBeTakenOffIsSaidUntilItIs) {
     openBareWindow();
     answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
