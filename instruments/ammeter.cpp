@@ -77,7 +77,7 @@ std::string biasTrouble() {
 
 std::string limitText(double amperes) {
     const std::string text = formatted("%f", amperes);
-    constexpr double sameLimit = 0.01;
+    constexpr double sameLimit = 0.1;
     const bool same =
         std::fabs(std::strtod(text.c_str(), nullptr) - amperes) <= sameLimit * amperes;
     return same ? text : formatted("%g", amperes);
