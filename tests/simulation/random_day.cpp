@@ -149,6 +149,9 @@ public:
     // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
     void pressedPageKey() { ++pageKeys; }
 
+    // Also what is mended before the judge looks again.
+    void refusesFiles() { logWasRefused |= logIsRefused(); }
+
     void choseInstrument() { instrumentChosen = true; }
 
     void count(const std::string& what) { ++day.counts[what]; }
@@ -507,7 +510,7 @@ private:
     bool boardDoubtful = false;
     double biasSeen = 0.0;                       // V; at the last look
     bool saidLost = false, biasSaidLost = false; // in the title
-    bool logWasRefused = false;                  // at the last look
+    bool logWasRefused = false;                  // at the last look or since
     bool processSeen = false;
     bool cameraEverBroken = false;
     const uint64_t devicesBefore = labCounters().cameraDevices;
@@ -730,6 +733,7 @@ private:
         refusedFile = oneOf(files);
         foldersRefused = below(4) == 0;
         diskFull = below(6) == 0;
+        judge.refusesFiles();
         drawingFailures[static_cast<Drawing>(below(8))] = below(25);
         if (foldersRefused) lines += " | folders";
         if (diskFull) lines += " | disk full";
