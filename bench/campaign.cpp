@@ -1,7 +1,8 @@
 // Lives through a range of random days, on several cores: `campaign --seeds 0..100000 --jobs 2`.
 // Each job is a process of its own, so a day that crashes or hangs is a failed seed and no more.
 // Asked to end (SIGTERM, SIGINT) it prints the table of the days until then.
-// A failing seed prints what happened; `--seeds 7..7 --verbose` prints the log and the history of any.
+// A failing seed prints what happened; `--seeds 7..7 --verbose` prints the log and the history of
+// any.
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/random_day.h"
 
