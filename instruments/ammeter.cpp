@@ -107,9 +107,13 @@ void stepBias(double voltage, double limit) {
     // Also when only a part of it goes out; where nobody answered from the start, nothing does.
     if (volts != 0.0f && instrumentLink.opened) mayBeOn.insert(selectedPlace());
     const bool heard = source.applyBias(volts, static_cast<float>(limit));
-    if (heard && volts == 0.0f) mayBeOn.erase(selectedPlace());
-    if (heard && volts != 0.0f) mayBeOn.insert(selectedPlace());
-    if (!heard && volts != 0.0f) instrumentLink.biasMissed = true;
+    if (volts == 0.0f) {
+        if (heard) mayBeOn.erase(selectedPlace());
+    } else if (heard) {
+        mayBeOn.insert(selectedPlace());
+    } else {
+        instrumentLink.biasMissed = true;
+    }
     instrumentLink.biasHeard = heard;
     sayWhetherABiasIsLost();
 }

@@ -251,14 +251,6 @@ void markScanPoint(const WindowContext& view, int row, int column) {
     markPoint(view.context, point.x, point.y);
 }
 
-void waitBeforeReading(uint64_t settledMs) {
-    const auto waitMs = static_cast<uint32_t>(scanOptions.beforeReadingMs);
-    if (waitMs > 0 && scanOptions.looksEarly)
-        waitResponsiveSince(settledMs, waitMs); // the texts since then are a part of it
-    else
-        waitResponsive(waitMs);
-}
-
 // One row from left to right; false when a stop was asked for.
 bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
@@ -274,7 +266,8 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         if (!moved) showProgress("Motor motion failure");
         showScanProgress(count + 1);
         refreshPositions();
-        waitBeforeReading(std::max(beganMs, lastSettledMs()));
+        waitAfterMove(std::max(beganMs, lastSettledMs()),
+                      static_cast<uint32_t>(scanOptions.beforeReadingMs));
         if (stopRequested) return false;
         // What was missed is not waited for again at each point of the row.
         const bool reached = moved && rowReached && hasComeTo(stageX, x) && hasComeTo(stageY, y);

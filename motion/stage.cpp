@@ -282,19 +282,17 @@ namespace {
 
 uint64_t settledMs = 0;
 
-// What the texts of the arrival take is a part of it where every millisecond of a point counts.
-void settle(uint64_t seenMs) {
-    if (arrivalTiming.settleMs > 0 && arrivalTiming.looksEarly)
-        waitResponsiveSince(seenMs, arrivalTiming.settleMs);
-    else
-        waitResponsive(arrivalTiming.settleMs);
-    settledMs = seenMs + arrivalTiming.settleMs;
-}
-
 } // namespace
 
 uint64_t lastSettledMs() {
     return settledMs;
+}
+
+void waitAfterMove(uint64_t sinceMs, uint32_t durationMs) {
+    if (arrivalTiming.looksEarly)
+        waitResponsiveSince(sinceMs, durationMs);
+    else
+        waitResponsive(durationMs);
 }
 
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
@@ -319,7 +317,8 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     if (watch.code == arrived) axis.positionUm = targetUm;
     sayOutcome(axis, watch, stopped, timeoutMs);
     refreshPositions();
-    settle(lastLook);
+    waitAfterMove(lastLook, arrivalTiming.settleMs);
+    settledMs = lastLook + arrivalTiming.settleMs;
     return watch.code;
 }
 

@@ -19,6 +19,10 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs);
 // the wait that was due, however late that woke up.
 uint64_t lastSettledMs();
 
+// waitResponsive behind a move. Where moves look early, what was done since `sinceMs` of
+// tickCountMs() counts as waiting: the texts of an arrival are a part of it.
+void waitAfterMove(uint64_t sinceMs, uint32_t durationMs);
+
 // Whether the axis is at rest at the target by what its controller says now: moves end within 1 um
 // of it (of two axes 3 um) and take it for reached. An axis on its way, or one that stands beside
 // it, is given a short time; false after that, at a stop and at once for a lost axis. An axis

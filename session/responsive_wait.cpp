@@ -10,6 +10,8 @@
 #include "session/message_box.h"
 #include "session/process.h"
 
+#include <algorithm>
+
 int32_t stopRequested = 0;
 StageHooks stageHooks;
 
@@ -95,5 +97,6 @@ int waitResponsive(uint32_t durationMs) {
 
 int waitResponsiveSince(uint64_t startMs, uint32_t durationMs) {
     const uint64_t spentMs = tickCountMs() - startMs;
-    return waitResponsive(spentMs < durationMs ? durationMs - static_cast<uint32_t>(spentMs) : 1);
+    if (spentMs < durationMs) return waitResponsive(durationMs - static_cast<uint32_t>(spentMs));
+    return waitResponsive(std::min<uint32_t>(durationMs, 1));
 }

@@ -26,6 +26,6 @@ enum WaitResult : int {
 // is off during the wait and comes back after it unless a process runs.
 int waitResponsive(uint32_t durationMs);
 
-// The same until `durationMs` after `startMs` of tickCountMs(), but for a millisecond at least:
-// what was done since counts as waiting.
+// The same until `durationMs` after `startMs` of tickCountMs(), but for a millisecond at least
+// unless it is 0: what was done since counts as waiting.
 int waitResponsiveSince(uint64_t startMs, uint32_t durationMs);

@@ -423,7 +423,7 @@ void onSessionEnd() {
     writeSettingsFile(dataFolders.configPath);
     makeSafe();
     // A scan would drive home and switch the lamp on while another program holds the end up.
-    endsByForce = processUnderWay();
+    if (processUnderWay()) endsByForce = true;
 }
 
 void fillControlColumn() {

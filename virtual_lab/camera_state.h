@@ -79,7 +79,7 @@ size_t cameraPayload();                        // bytes of a frame as the camera
 double cameraSensitivity();
 double cameraFrameMs(); // exposure and read-out
 
-// The automatic functions look at every eighth mosaic cell each way, from this raw row on.
+// The automatic functions look at every 24th mosaic cell each way, from this raw row on.
 int automaticTop();
 constexpr int automaticStep = 48; // pixels
 

@@ -120,6 +120,12 @@ static HANDLE createLog(const wchar_t* name) {
 }
 
 // One message on each line behind the instrument's name; control characters as \x and two digits.
+static void writeInstrumentLog(const std::string& text) {
+    const std::string line = text + '\n';
+    DWORD written;
+    WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+}
+
 static void logInstrumentCommand(LabInstrument who, const std::string& message) {
     std::string line = labInstrumentKinds[who].name;
     line += ' ';
@@ -127,15 +133,11 @@ static void logInstrumentCommand(LabInstrument who, const std::string& message) 
         auto code = static_cast<unsigned char>(byte);
         line += code < 0x20 || code > 0x7E ? printed("\\x%02x", code) : std::string(1, byte);
     }
-    line += '\n';
-    DWORD written;
-    WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    writeInstrumentLog(line);
 }
 
 static void logStage(int axis, const char* what) {
-    const std::string line = printed("stage %c %s\n", "xyz"[axis], what);
-    DWORD written;
-    WriteFile(instrumentLog, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    writeInstrumentLog(printed("stage %c %s", "xyz"[axis], what));
 }
 
 // --- The board's end of the cable

@@ -427,17 +427,16 @@ private:
             const bool tooSmall = board && cell == 0.0 && value < 10.5 * labAdcStepVolts;
             return tooSmall || std::fabs(cell - value * scale) <= 1e-3 * std::fabs(cell);
         };
-        if (board) {
-            for (size_t i = labReads().size(); i > 0; --i)
-                if (const LabRead& at = labReads()[i - 1];
-                    isTheCells(at.timeMs, at.sampleX, at.sampleY, at.volts))
+        const auto search = [&](const auto& readings, auto value) {
+            for (size_t i = readings.size(); i > 0; --i)
+                if (const auto& at = readings[i - 1];
+                    isTheCells(at.timeMs, at.sampleX, at.sampleY, at.*value))
                     break;
-        } else {
-            for (size_t i = labMeasurements().size(); i > 0; --i)
-                if (const LabMeasurement& at = labMeasurements()[i - 1];
-                    isTheCells(at.timeMs, at.sampleX, at.sampleY, at.value))
-                    break;
-        }
+        };
+        if (board)
+            search(labReads(), &LabRead::volts);
+        else
+            search(labMeasurements(), &LabMeasurement::value);
         // Read since the value of the cell before was shown: an answer that came late belongs to no
         // later point.
         const double before = std::exchange(lastCellMs, shownMs);
