@@ -16,6 +16,7 @@
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "mapping/scan_pace.h"
+#include "mapping/scan_report.h"
 #include "motion/stage.h"
 #include "platform/clock.h"
 #include "platform/messages.h"
@@ -31,6 +32,7 @@
 #include "session/stopwatch.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cmath>
 #include <cstdio>
@@ -45,50 +47,11 @@ struct ScanPlace {
     int firstRow = 0;      // not 0 of a scan that goes on
 };
 
-// Points that one cause has spoilt.
-struct Trouble {
-    int points = 0;
-    int row = 0, column = 0; // of the first, counted from 1; row 1 is scanned first
-
-    void count(int scanRow, int scanColumn) {
-        if (points++ > 0) return;
-        row = scanRow + 1;
-        column = scanColumn + 1;
-    }
-};
-
-// What an operator who was away must know of the scan.
-struct ScanReport {
-    int pointsDone = 0;
-    int pointsInDoubt = 0; // spoilt by any cause
-    Trouble notReached, board, instrument, camera;
-    std::string bias;         // what went wrong with it
-    bool swingFailed = false; // before the first row
-    bool stayedAway = false;  // the stage did not come back
-    bool journalLost = false; // at least in part
-    double zShiftUm = 0.0;    // the Z of a scan that goes on, as its first start counts it
-};
-
 ScanReport report;
 ScanPace pace(0, 0, 0.0);
 
-std::string describe(const Trouble& trouble, const char* what) {
-    if (trouble.points == 0) return "";
-    return formatted(". %s: %d from row %d, column %d", what, trouble.points, trouble.row,
-                     trouble.column);
-}
-
-// Behind "Mapping finished"; empty when all went well.
 std::string whatFailed() {
-    std::string text =
-        describe(report.notReached, "Not reached") + describe(report.board, "No laser board") +
-        describe(report.instrument, "No reading") + describe(report.camera, "No camera");
-    text += report.bias;
-    if (report.stayedAway) text += ". The stage did not come back";
-    if (report.swingFailed) text += ". Hysteresis not compensated";
-    if (report.journalLost) text += ". Journal not written";
-    if (scanMap.documentLost) text += ". Not written: the map's .gwy file";
-    return text;
+    return report.words(scanMap.documentLost);
 }
 
 void showReport() {
@@ -180,33 +143,24 @@ void measurePoint(const Point& point, int mapRow) {
     scanMap.maps[planePhotocurrent][c][m] = value;
     if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading.deviation;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
-    bool silent = false, colourless = false;
-    const auto heed = [&](bool answered, Trouble& trouble) {
-        if (answered) return;
-        trouble.count(point.row, point.column);
-        silent = true;
-    };
+    std::array<bool, spoiltCount> causes{};
+    const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
-    heed(reading.answered, boardIsInstrument ? report.board : report.instrument);
-    if (!boardIsInstrument) heed(laserLinkStands(laserLink), report.board); // the laser hangs on it
+    spoils(boardIsInstrument ? Spoilt::Board : Spoilt::Instrument, !reading.answered);
+    // The laser hangs on it.
+    spoils(Spoilt::Board, !boardIsInstrument && !laserLinkStands(laserLink));
+    spoils(Spoilt::NotReached, !point.reached);
     if (mapIsConfocal()) {
         grabFrames(cameraState, 1);
-        colourless = cameraState.connected == 0 || !cameraState.fresh;
-        if (colourless) report.camera.count(point.row, point.column);
+        spoils(Spoilt::Camera, cameraState.connected == 0 || !cameraState.fresh);
         const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
         showSpotColour(colour);
         scanMap.maps[planeRed][c][m] = static_cast<float>(redOf(colour));
         scanMap.maps[planeGreen][c][m] = static_cast<float>(greenOf(colour));
         scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
     }
-    if (!point.reached) report.notReached.count(point.row, point.column);
-    const PointMark mark = silent           ? PointMark::Silent
-                           : !point.reached ? PointMark::NotReached
-                           : colourless     ? PointMark::NoColour
-                                            : PointMark::Measured;
-    scanMap.marks[c][m] = mark;
+    scanMap.marks[c][m] = report.take(causes, point.row, point.column);
     journalPoint(c, m);
-    if (mark != PointMark::Measured) ++report.pointsInDoubt;
 }
 
 void showScanProgress(int count) {
@@ -406,16 +360,10 @@ namespace {
 void takeOverReport(int firstRow) {
     report.pointsDone = firstRow * scanArea.cols;
     for (int row = 0; row < firstRow; ++row)
-        for (int column = 0; column < scanArea.cols; ++column) {
-            const PointMark mark = scanMap.marks[static_cast<size_t>(column)]
-                                                [static_cast<size_t>(scanArea.rows - 1 - row)];
-            if (mark == PointMark::Measured) continue;
-            Trouble& trouble = mark == PointMark::NotReached ? report.notReached
-                               : mark == PointMark::NoColour ? report.camera
-                                                             : report.instrument;
-            trouble.count(row, column);
-            ++report.pointsInDoubt;
-        }
+        for (int column = 0; column < scanArea.cols; ++column)
+            report.takeMarked(scanMap.marks[static_cast<size_t>(column)]
+                                           [static_cast<size_t>(scanArea.rows - 1 - row)],
+                              row, column);
 }
 
 void beginScan() {
