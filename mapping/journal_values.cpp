@@ -60,11 +60,6 @@ JournalValues::JournalValues(const LeftJournal& journal) {
     }
 }
 
-std::string JournalValues::textOrNothing(const std::string& name) const {
-    const auto found = values.find(name);
-    return found == values.end() ? "" : found->second;
-}
-
 bool JournalValues::take(const std::string& text, int32_t& value) {
     return takeNumber(text, value);
 }

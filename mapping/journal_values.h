@@ -16,6 +16,10 @@ public:
     template <class Value> void operator()(const char* name, const Value& value) {
         add(name, textOf(value));
     }
+    // A value that journals of earlier versions are without.
+    template <class Value> void added(const char* name, const Value& value) {
+        add(name, textOf(value));
+    }
     // The lines, and the one behind which the points stand.
     std::vector<std::string> ended() const;
 
@@ -40,8 +44,11 @@ public:
         const auto found = values.find(name);
         whole = found != values.end() && take(found->second, value) && whole;
     }
-    // What a journal may be without.
-    std::string textOrNothing(const std::string& name) const;
+    // One that is not there leaves `value` as it is.
+    template <class Value> void added(const char* name, Value& value) {
+        const auto found = values.find(name);
+        if (found != values.end()) whole = take(found->second, value) && whole;
+    }
 
     // Whether every value so far was there and was one, and points may follow.
     bool areWhole() const { return whole; }
@@ -95,4 +102,5 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit("before reading ms", c.options.beforeReadingMs);
     visit("readings per point", c.options.readingsPerPoint);
     visit("writes unit file", c.options.writesUnitFile);
+    visit.added("run-in um", c.options.runInUm);
 }

@@ -100,6 +100,7 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
                                 scan.laserSpot.y));
     if (scan.confocal) addCamera(lines, scan);
     add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
+    add("Run-in to a row", quantity(runInOf(scan.options, scan.stepUm), "um"));
     add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
     add("Wait before a reading", formatted("%d ms", scan.options.beforeReadingMs));
     add("Looks for the arrival",

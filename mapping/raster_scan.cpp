@@ -78,16 +78,26 @@ bool hasComeTo(StageAxis& axis, double targetUm) {
     return axis.axisNumber != 0 && standsAt(axis, targetUm, tolerance);
 }
 
-// Whether the row's Y was reached.
-bool goToRow(const ScanPlace& place, double y) {
-    if (!moveXYTo(place.startX - scanArea.scanStep, y, motorSpeed))
-        showProgress("Motor range limited");
+// How a row begins.
+struct RowStart {
+    bool yReached = false;
+    double soundFromX = 0.0; // before that X has run less than the run-in
+};
+
+RowStart goToRow(const ScanPlace& place, double y) {
+    RowStart row;
+    const double runIn = runInOf(scanMap.conditions->options, scanArea.scanStep);
+    const double runInX = place.startX - runIn;
+    if (!moveXYTo(runInX, y, motorSpeed)) showProgress("Motor range limited");
     readPhotocurrent(); // discarded: the instrument may still hold the value of the last row
+    // A move of both axes ends up to 3 um before its target.
+    row.soundFromX = hasComeTo(stageX, runInX) ? place.startX : stageX.positionUm + runIn;
     // Every row is approached from the negative side, so that backlash is taken up the same way.
     moveTo(stageX, place.startX);
     refreshPositions();
     waitResponsive(rowSettleMs);
-    return !stopRequested && hasComeTo(stageY, y);
+    row.yReached = !stopRequested && hasComeTo(stageY, y);
+    return row;
 }
 
 struct Point {
@@ -210,7 +220,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
     const int mapRow = scanArea.rows - 1 - row;
     const double y = place.startY + row * scanArea.scanStep;
     pace.rowBegins(tickCountMs());
-    const bool rowReached = goToRow(place, y);
+    const RowStart start = goToRow(place, y);
     pace.rowReached(tickCountMs());
     if (stopRequested) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
@@ -224,7 +234,8 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
                       static_cast<uint32_t>(scanOptions.beforeReadingMs));
         if (stopRequested) return false;
         // What was missed is not waited for again at each point of the row.
-        const bool reached = moved && rowReached && hasComeTo(stageX, x) && hasComeTo(stageY, y);
+        const bool reached = moved && start.yReached && x >= start.soundFromX &&
+                             hasComeTo(stageX, x) && hasComeTo(stageY, y);
         if (stopRequested) return false;
         markScanPoint(view, row, column);
         measurePoint({row, column, reached}, mapRow);

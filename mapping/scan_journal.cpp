@@ -10,8 +10,10 @@
 #include "screen/screen.h"
 #include "session/data_folders.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -26,13 +28,15 @@ template <class Scan, class Visit> void eachValue(Scan& scan, Visit& visit) {
     visit("area y2 px", a.rectY2);
     visit("area view scale", a.viewScale);
     visit("folder", scan.folder);
+    visit.added("continued", scan.map.conditions->continued);
 }
 
-constexpr char continuedName[] = "continued";
-
 // What no scan can have is not computed: it might have no end.
-bool isPossible(const ScanArea& area) {
-    return area.scanStep >= scanStepLowest && area.scanStep <= scanStepHighest &&
+bool isPossible(const ScanArea& area, const ScanOptions& options) {
+    const bool allowed =
+        std::all_of(std::begin(scanNumbers), std::end(scanNumbers),
+                    [&](const ScanNumber& of) { return of.allows(options.*of.value); });
+    return allowed && area.scanStep >= scanStepLowest && area.scanStep <= scanStepHighest &&
            area.viewScale >= 1 && area.viewScale <= 3 && inPicture(area.rectX1, area.rectY1) &&
            inPicture(area.rectX2, area.rectY2);
 }
@@ -69,8 +73,6 @@ std::vector<std::string> conditionLines() {
                        .folder = sessionFolderName(dataFolders)};
     JournalLines lines;
     eachValue(scan, lines);
-    const std::string& continued = scanMap.conditions->continued;
-    if (!continued.empty()) lines(continuedName, continued);
     return lines.ended();
 }
 
@@ -129,10 +131,10 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     JournaledScan scan;
     scan.map.conditions.emplace();
     eachValue(scan, values);
-    scan.map.conditions->continued = values.textOrNothing(continuedName);
-    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area)) return {};
-    computeArea(scan);
     const ScanConditions& conditions = *scan.map.conditions;
+    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area, conditions.options))
+        return {};
+    computeArea(scan);
     if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
     emptyMaps(scan.map, scan.area);
     if (conditions.options.readingsPerPoint > 1)

@@ -52,6 +52,10 @@ void take(const ScanNumber& of) {
 
 } // namespace
 
+double runInOf(const ScanOptions& options, double stepUm) {
+    return options.runInUm == 0 ? stepUm : options.runInUm;
+}
+
 void readScanOptions() {
     scanOptions = {};
     take(arrivalName, scanOptions.looksEarly, early, every50Ms);

@@ -9,6 +9,7 @@ struct ScanOptions {
     int32_t beforeReadingMs = 2;
     int32_t readingsPerPoint = 1; // the map holds their mean
     bool writesUnitFile = true;   // the file with units beside the text files
+    int32_t runInUm = 0; // to a row's first point, from the left, takes up the play; 0: one step
 
     bool operator==(const ScanOptions&) const = default;
 };
@@ -28,7 +29,11 @@ constexpr ScanNumber scanNumbers[] = {
     {"wait before reading (ms)", "Wait before the reading (ms)", &ScanOptions::beforeReadingMs, 0,
      10000},
     {"readings per point", "Readings per point", &ScanOptions::readingsPerPoint, 1, 1000},
+    {"run-in (um)", "Run-in (um), 0 for one step", &ScanOptions::runInUm, 0, 100},
 };
+
+// The run-in of a scan with that step, um.
+double runInOf(const ScanOptions& options, double stepUm);
 
 // From Options.ini. A value that is none of its own is said, in the information text and on
 // standard output, and the default takes its place; a line that is not there means the default.

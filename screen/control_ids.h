@@ -124,4 +124,5 @@ enum ScanOptionsId : int {
     idReadingDelay = 1042,
     idReadingsPerPoint = 1043,
     idUnitFileCheck = 1044,
+    idRunIn = 1045,
 };

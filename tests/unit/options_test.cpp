@@ -39,12 +39,13 @@ TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {
 }
 
 TEST_F(OptionsTest, DialogTakesAllOrNothing) {
-    const ScanOptions chosen{true, 0, 10000, 1000, false};
+    const ScanOptions chosen{true, 0, 10000, 1000, false, 5};
     const auto fill = [](const char* settle) {
         selectInDialogList(idArrivalList, 1);
         setDialogText(idSettleTime, settle);
         setDialogText(idReadingDelay, "10000");
         setDialogText(idReadingsPerPoint, "1000");
+        setDialogText(idRunIn, "5");
         checkInDialog(idUnitFileCheck, false);
     };
     openBareWindow();
