@@ -1,13 +1,13 @@
 // Opens the axes of the stage and speaks with their controllers.
 #include "motion/axis.h"
 
+#include "motion/controller_names.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
 #include "session/device_report.h"
 #include "session/forced_end.h"
-#include "session/options.h"
 #include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
@@ -30,18 +30,10 @@ namespace {
 
 Libximc ximc;
 
-// In Options.ini: the names of the three controllers in the order in which they were found.
-constexpr const char* keptNames[axisCount] = {"stage controller 1", "stage controller 2",
-                                              "stage controller 3"};
-
 constexpr int probeAndNetwork = 5; // enumeration flags: probe each device (1), network (4)
 
 // The addresses of this set-up's network controllers; controllers on USB need none.
 constexpr const char* enumerationHint = "addr=192.168.0.1,192.168.0.2";
-
-// Which found device each axis gets, by axis order.
-constexpr int deviceOfAxis[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2},
-                                    {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
 
 struct AxisSlot {
     StageAxis& axis;
@@ -55,6 +47,14 @@ const char* closedBecause[axisCount] = {"no controller", "no controller", "no co
 
 char letterOf(const StageAxis& axis) {
     return "XYZ"[indexOf(axis)];
+}
+
+// Of a fixed length, ended by a zero where it is shorter. An owner may have written any byte.
+template <size_t size> std::string textOf(const char (&letters)[size]) {
+    std::string text(letters, std::find(letters, letters + size, '\0'));
+    for (char& letter : text)
+        if (letter < ' ' || letter > '~') letter = '?';
+    return text;
 }
 
 void say(const std::string& line) {
@@ -72,15 +72,24 @@ void refused(const StageAxis& axis, const std::string& words) {
     printRefusal(nameOf(axis).c_str(), words);
 }
 
-// Whether the call succeeded. One that did not is said; some take the axis away.
-bool heeded(StageAxis& axis, int result, const char* call) {
+// Whether the call succeeded. One that did not is said; some take the axis away. Every call may be
+// made twice: an answer that was disturbed on its way fails at once, and the next one is good.
+template <class Call> bool heeded(StageAxis& axis, const char* name, Call call) {
+    constexpr uint64_t disturbedWithinMs = 1000;
+    const uint64_t start = tickCountMs();
+    int result = call();
+    if (result == ximcError && tickCountMs() - start < disturbedWithinMs) {
+        result = call();
+        if (result == 0) printNews(nameOf(axis).c_str(), formatted("%s answered -1 once", name));
+    }
     if (result == 0) return true;
     const bool lost = result == ximcError || result == ximcNoDevice;
-    refused(axis, formatted("%s answered %d%s", call, result,
+    refused(axis, formatted("%s answered %d%s", name, result,
                             lost ? ", the axis is lost until \"Connect\"" : ""));
     if (!lost) return false;
     axis.lostBy = result;
-    showAxisLoss(axis);
+    axis.missed = Miss::Lost;
+    showAxisOut(axis);
     return false;
 }
 
@@ -88,24 +97,59 @@ bool canBeAsked(const StageAxis& axis) {
     return axis.axisNumber != 0 && axis.lostBy == 0;
 }
 
+// An alarm and lost steps are said when they come and when they go. Windings without current are
+// what they should be before the first move: only a move or a look that needs them says that.
+void tellTrouble(StageAxis& axis) {
+    const bool always = troubleIn(axis.status) != Miss::WindingsOff;
+    const std::string trouble = always ? troubleText(axis.status) : "";
+    if (powerChanged(axis.powerTold, axis.status)) {
+        axis.powerTold = axis.status;
+        printNews(nameOf(axis).c_str(), powerText(axis.status));
+    }
+    if (trouble == axis.told) return;
+    axis.told = trouble;
+    if (trouble.empty()) return printNews(nameOf(axis).c_str(), "no alarm, no lost steps any more");
+    const char* hint = axisIsOut(axis) ? ", its moves are ignored until \"Reconnect Stages\"" : "";
+    refused(axis, trouble + hint + formatted(", Flags 0x%x", axis.status.Flags));
+    showAxisOut(axis);
+}
+
+bool isTowardsLimit(const StageAxis& axis, double um) {
+    return (axis.rightLimitOn && um > axis.positionUm) ||
+           (axis.leftLimitOn && axis.positionUm > um);
+}
+
 // The status of before stays where the controller did not give one.
 bool readStatus(StageAxis& axis) {
     status_t status{};
-    if (!heeded(axis, ximc.get_status(axis.deviceId, &status), "get_status")) return false;
+    if (!heeded(axis, "get_status", [&] { return ximc.get_status(axis.deviceId, &status); }))
+        return false;
     axis.status = status;
+    tellTrouble(axis);
     return true;
 }
 
 bool writeEngine(StageAxis& axis, const engine_settings_t& engine) {
-    return heeded(axis, ximc.set_engine_settings(axis.deviceId, &engine), "set_engine_settings");
+    return heeded(axis, "set_engine_settings",
+                  [&] { return ximc.set_engine_settings(axis.deviceId, &engine); });
 }
 
-// An axis whose controller counts in other steps would go to other places than it is told.
-bool countsAsWeDo(StageAxis& axis) {
-    if (!axis.engineKnown || axis.engine.MicrostepMode == MICROSTEP_MODE_FRAC_256) return true;
-    refused(axis, formatted("microstep mode %u instead of %u (1/256), it is not driven",
-                            axis.engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
-    return false;
+// Why an axis is not driven whose controller counts in other steps: it would go to other places
+// than it is told.
+const char* whyNotDriven(StageAxis& axis) {
+    if (!axis.engineKnown) return nullptr;
+    const engine_settings_t& engine = axis.engine;
+    if (engine.MicrostepMode != MICROSTEP_MODE_FRAC_256) {
+        refused(axis, formatted("microstep mode %u instead of %u (1/256), it is not driven",
+                                engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
+        return "not driven, its microsteps are not 1/256";
+    }
+    if (engine.StepsPerRev != static_cast<uint32_t>(fullStepsPerTurn)) {
+        refused(axis, formatted("%u steps per turn instead of %.0f, it is not driven",
+                                engine.StepsPerRev, fullStepsPerTurn));
+        return "not driven, its motor has not 200 steps per turn";
+    }
+    return nullptr;
 }
 
 void configureAxis(size_t i, int32_t speed) {
@@ -114,12 +158,13 @@ void configureAxis(size_t i, int32_t speed) {
     axis.engine = {};
     axis.engine.NomSpeed = static_cast<uint32_t>(speed);
     if (!canBeAsked(axis)) return;
-    axis.engineKnown =
-        heeded(axis, ximc.get_engine_settings(axis.deviceId, &axis.engine), "get_engine_settings");
-    if (!countsAsWeDo(axis)) {
+    axis.engineKnown = heeded(axis, "get_engine_settings", [&] {
+        return ximc.get_engine_settings(axis.deviceId, &axis.engine);
+    });
+    if (const char* why = whyNotDriven(axis)) {
         closeStage(axis);
         axis.axisNumber = 0;
-        closedBecause[i] = "not driven, its microsteps are not 1/256";
+        closedBecause[i] = why;
         return;
     }
     engine_settings_t wanted = axis.engine;
@@ -132,41 +177,29 @@ void configureAxis(size_t i, int32_t speed) {
     sleepMs(10);
 }
 
-std::vector<std::string> foundNames(void* devices, int count) {
-    std::vector<std::string> names;
+// What a controller and its stage are called; empty where nobody has named them.
+std::string ownersWords(void* devices, int index) {
+    controller_name_t controller{};
+    stage_name_t stage{};
+    std::string words;
+    if (ximc.get_enumerate_device_controller_name(devices, index, &controller) == 0)
+        words = textOf(controller.ControllerName);
+    if (ximc.get_enumerate_device_stage_name(devices, index, &stage) == 0 &&
+        !textOf(stage.PositionerName).empty())
+        words += (words.empty() ? "stage " : ", stage ") + textOf(stage.PositionerName);
+    return words;
+}
+
+std::vector<FoundController> foundControllers(void* devices, int count) {
+    std::vector<FoundController> found;
     for (int i = 0; i < count; ++i) {
         const char* name = ximc.get_device_name(devices, i);
-        names.emplace_back(name ? name : "");
-        say(formatted("Stage controller %d: %s", i + 1, names.back().c_str()));
+        found.push_back({name ? name : "", ownersWords(devices, i)});
+        const std::string words = found.back().words.empty() ? "" : " (" + found.back().words + ")";
+        say(formatted("Stage controller %d: %s%s", i + 1, found.back().name.c_str(),
+                      words.c_str()));
     }
-    return names;
-}
-
-bool contains(const std::vector<std::string>& names, const std::string& name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-using AxisNames = std::array<std::string, axisCount>; // empty: no controller
-
-// Three controllers are told apart by their places in the list, and their names are kept. In a
-// shorter list the places have moved up, perhaps: the names say who is there.
-AxisNames namesOfAxes(const std::vector<std::string>& found, int32_t order) {
-    const int* deviceOf = deviceOfAxis[order >= 0 && order <= 4 ? order : 5];
-    std::vector<std::string> kept;
-    for (const char* option : keptNames) kept.push_back(readOption(option));
-    if (found.size() >= axisCount && !contains(found, "")) {
-        std::vector<Option> options;
-        for (size_t i = 0; i < axisCount; ++i) options.push_back({keptNames[i], found[i]});
-        if (!std::equal(kept.begin(), kept.end(), found.begin())) writeOptions(options);
-    }
-    const bool byName = found.size() < axisCount && !contains(kept, "");
-    AxisNames names;
-    for (size_t i = 0; i < axisCount; ++i) {
-        const auto device = static_cast<size_t>(deviceOf[i]);
-        if (byName && contains(found, kept[device])) names[i] = kept[device];
-        if (!byName && i < found.size() && device < found.size()) names[i] = found[device];
-    }
-    return names;
+    return found;
 }
 
 void announceSearch() {
@@ -181,10 +214,14 @@ void announceSearch() {
 
 void openAxis(size_t i, const std::string& name) {
     StageAxis& axis = axes[i].axis;
+    const bool wasLost = axis.lostBy != 0;
     axis.axisNumber = 0;
     axis.deviceId = -1;
     axis.lostBy = 0;
     axis.rightLimitOn = axis.leftLimitOn = 0;
+    axis.status = axis.powerTold = {};
+    axis.told.clear();
+    axis.missed = Miss::Nothing;
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
@@ -194,6 +231,7 @@ void openAxis(size_t i, const std::string& name) {
         axis.axisNumber = static_cast<uint32_t>(i + 1);
         say(formatted("Stage %c: %s", letterOf(axis), axes[i].name));
         reportAnswer(nameOf(axis).c_str(), name + " opened");
+        if (wasLost) stopStage(axis); // it may still go where it was sent when it was lost
         return;
     }
     closedBecause[i] = "does not open";
@@ -202,13 +240,35 @@ void openAxis(size_t i, const std::string& name) {
 
 } // namespace
 
-void showAxisLoss(const StageAxis& axis) {
-    showInformation(
-        formatted("Stage %c lost (%d): \"Reconnect Stages\"", letterOf(axis), axis.lostBy).c_str());
-}
-
 bool axisIsLost(const StageAxis& axis) {
     return axis.axisNumber != 0 && axis.lostBy != 0;
+}
+
+bool axisIsOut(const StageAxis& axis) {
+    return axisIsLost(axis) || (axis.axisNumber != 0 && troubleIn(axis.status) == Miss::Alarm);
+}
+
+Miss whyMissed(const StageAxis& axis, double targetUm) {
+    if (axis.axisNumber == 0) return Miss::NoController;
+    if (axis.lostBy != 0) return Miss::Lost;
+    const Miss trouble = troubleIn(axis.status);
+    if (trouble == Miss::Alarm || trouble == Miss::StepsLost) return trouble;
+    if (isTowardsLimit(axis, targetUm)) return Miss::LimitSwitch;
+    return trouble != Miss::Nothing ? trouble : Miss::Stalled;
+}
+
+std::string missedText(const StageAxis& axis) {
+    std::string why = nameOf(axis.missed);
+    if (axis.missed == Miss::Lost) why += formatted(" (%d)", axis.lostBy);
+    if (axis.missed == Miss::Alarm) why = troubleText(axis.status);
+    return nameOf(axis) + " " + why;
+}
+
+void showAxisOut(const StageAxis& axis) {
+    const std::string what =
+        axisIsLost(axis) ? formatted("lost (%d)", axis.lostBy) : troubleText(axis.status);
+    const char* hint = axisIsOut(axis) ? ": \"Reconnect Stages\"" : "";
+    showInformation((nameOf(axis) + " " + what + hint).c_str());
 }
 
 bool controllerMoves(const StageAxis& axis) {
@@ -218,9 +278,10 @@ bool controllerMoves(const StageAxis& axis) {
 
 void printNotArrived(const StageAxis& axis) {
     const status_t& status = axis.status;
-    refused(axis, formatted("does not arrive, MoveSts 0x%x, MvCmdSts 0x%x, Flags 0x%x, "
-                            "GPIOFlags 0x%x",
-                            status.MoveSts, status.MvCmdSts, status.Flags, status.GPIOFlags));
+    refused(axis, formatted("does not arrive (%s), MoveSts 0x%x, MvCmdSts 0x%x, PWRSts 0x%x, "
+                            "Flags 0x%x, GPIOFlags 0x%x",
+                            nameOf(axis.missed), status.MoveSts, status.MvCmdSts, status.PWRSts,
+                            status.Flags, status.GPIOFlags));
 }
 
 StepCount stepsOf(double um) {
@@ -251,10 +312,10 @@ bool openStages(int32_t order, int32_t speed) {
     if (count <= 0) {
         ximc.free_enumerate_devices(devices);
         stageX.axisNumber = 0;
-        for (StageAxis* axis : {&stageY, &stageZ}) axis->lostBy = ximcNoDevice;
+        for (const AxisSlot& slot : axes) slot.axis.lostBy = ximcNoDevice;
         return false;
     }
-    const AxisNames names = namesOfAxes(foundNames(devices, count), order);
+    const AxisNames names = namesOfAxes(foundControllers(devices, count), order);
     for (size_t i = 0; i < axisCount; ++i) openAxis(i, names[i]);
     ximc.free_enumerate_devices(devices);
 
@@ -289,9 +350,13 @@ void closeStage(StageAxis& axis) {
 }
 
 double readPosition(StageAxis& axis) {
-    if (!canBeAsked(axis)) return axis.positionUm;
     // The first reading after a move may be old.
-    if (!readStatus(axis) || !readStatus(axis)) return axis.positionUm;
+    if (canBeAsked(axis) && !readStatus(axis)) return axis.positionUm;
+    return readRestingPosition(axis);
+}
+
+double readRestingPosition(StageAxis& axis) {
+    if (!canBeAsked(axis) || !readStatus(axis)) return axis.positionUm;
     axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
     axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
     double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
@@ -323,36 +388,36 @@ void setSpeed(StageAxis& axis, int32_t speed) {
     if (writeEngine(axis, changed)) axis.engine = changed;
 }
 
-namespace {
-
-bool isTowardsLimit(const StageAxis& axis, double um) {
-    return (axis.rightLimitOn && um > axis.positionUm) ||
-           (axis.leftLimitOn && axis.positionUm > um);
-}
-
-} // namespace
-
 bool startMoveTo(StageAxis& axis, double um) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;
         return false;
     }
-    if (axisIsLost(axis)) {
-        showAxisLoss(axis);
+    // The stage may have left the switch since, and an alarm may be over.
+    if (axisIsOut(axis) || isTowardsLimit(axis, um)) readPosition(axis);
+    if (axisIsOut(axis)) {
+        axis.missed = whyMissed(axis, um);
+        showAxisOut(axis);
         return false;
     }
     if (um == axis.positionUm) return true;
-    if (isTowardsLimit(axis, um)) readPosition(axis); // the stage may have left the switch since
-    if (isTowardsLimit(axis, um)) return false;
+    if (isTowardsLimit(axis, um)) {
+        axis.missed = Miss::LimitSwitch;
+        printNotArrived(axis);
+        return false;
+    }
     StepCount steps = stepsOf(um);
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
-    stayWhereTheProgramEnds(); // the stage has been stopped
-    return heeded(axis, ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps),
-                  "command_move");
+    axis.missed = Miss::Stalled; // until it has come
+    stayWhereTheProgramEnds();   // the stage has been stopped
+    return heeded(axis, "command_move", [&] {
+        return ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps);
+    });
 }
 
 void stopStage(StageAxis& axis) {
-    if (canBeAsked(axis)) heeded(axis, ximc.command_stop(axis.deviceId), "command_stop");
+    if (canBeAsked(axis))
+        heeded(axis, "command_stop", [&] { return ximc.command_stop(axis.deviceId); });
 }
 
 void stopAllStages() {

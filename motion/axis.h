@@ -2,6 +2,7 @@
 // and microsteps. Without a controller an axis acts on its cached position alone.
 #pragma once
 
+#include "motion/axis_condition.h"
 #include "motion/libximc.h"
 
 #include <cstddef>
@@ -27,6 +28,9 @@ struct StageAxis {
     int32_t zeroOffsetSteps = 0; // controller step count that the program calls 0 um
     bool engineKnown = false;    // `engine` was read from this controller and may be written back
     int lostBy = 0;              // the library's result that ended its controller; 0 it answers
+    std::string told;            // trouble of its controller that the operator has been told of
+    status_t powerTold{};        // the last status whose power was told
+    Miss missed = Miss::Nothing; // why the last move or look did not find it at its target
 };
 
 extern StageAxis stageX, stageY, stageZ;
@@ -43,10 +47,10 @@ extern int32_t axisOrder;
 extern char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
 extern char ximc_version_str[33];
 
-// Finds and opens the controllers and calls the present place 0 um on every axis. Three that are
-// found get their axes by their places in the list, and their names are kept; of fewer an axis gets
-// the one that had its place by its name, and the others stay closed. So does one that does not
-// open or does not count 256 microsteps. False when none is driven.
+// Finds and opens the controllers and calls the present place 0 um on every axis. Which drives
+// which says namesOfAxes. One that does not open, does not count 256 microsteps or has a motor of
+// other than 200 steps per turn is not driven. One that had been lost is stopped first. False when
+// none is driven.
 bool openStages(int32_t order, int32_t speed);
 
 // The axes without a controller that answers, as "X, Z"; empty when there is none.
@@ -57,13 +61,26 @@ std::string axisList();
 
 void closeStage(StageAxis& axis);
 
-// The controller has answered -1 (error) or -4 (no device). It is said once, the axis is no longer
-// asked (a mute controller blocks the caller for 7 s at each call) and its moves fail at once until
-// the stages are opened again; its cached position stays the last one that was read.
+// The controller has answered -4 (no device), or -1 (error) twice or after a second and more: one
+// answer that was disturbed on its way comes back at once, and is asked for again. A loss is said
+// once, the axis is no longer asked (a mute controller blocks the caller for 7 s at each call) and
+// its moves fail at once until the stages are opened again; its cached position stays the last one
+// that was read.
 bool axisIsLost(const StageAxis& axis);
+
+// Lost, or at the last look in an alarm, in which its controller ignores every move: no move is
+// sent.
+bool axisIsOut(const StageAxis& axis);
+
+// Why an axis that is not at its target by the last look is not there.
+Miss whyMissed(const StageAxis& axis, double targetUm);
+
+// "Stage X lost (-4)", "Stage X alarm (over-current)", "Stage X limit switch": why it was missed.
+std::string missedText(const StageAxis& axis);
 
 // Asks the controller; also refreshes the limit switches. Micrometres.
 double readPosition(StageAxis& axis);
+double readRestingPosition(StageAxis& axis); // by one call: of an axis that was not sent anywhere
 double currentPositionUm(const StageAxis& axis); // without asking
 void setPosition(StageAxis& axis, double um);    // declares the present place to be `um`
 
@@ -77,10 +94,10 @@ bool startMoveTo(StageAxis& axis, double um);
 // Whether the controller said at the last look that it is on its way.
 bool controllerMoves(const StageAxis& axis);
 
-// Says in the information text that the axis is lost.
-void showAxisLoss(const StageAxis& axis);
+// Says in the information text that the axis is lost or in an alarm, and what helps.
+void showAxisOut(const StageAxis& axis);
 
-// Prints, in the controller's own words of the last look, that it does not arrive.
+// Prints why the axis was missed, in the controller's own words of the last look.
 void printNotArrived(const StageAxis& axis);
 
 void stopStage(StageAxis& axis);

@@ -13,6 +13,10 @@ Libximc loadLibximc() {
     bindFunction(found.free_enumerate_devices, library, "free_enumerate_devices", 509);
     bindFunction(found.get_device_count, library, "get_device_count", 517);
     bindFunction(found.get_device_name, library, "get_device_name", 518);
+    // Their ordinals are nowhere written down: by name alone.
+    bindFunction(found.get_enumerate_device_controller_name, library,
+                 "get_enumerate_device_controller_name");
+    bindFunction(found.get_enumerate_device_stage_name, library, "get_enumerate_device_stage_name");
     bindFunction(found.open_device, library, "open_device", 504);
     bindFunction(found.close_device, library, "close_device", 506);
     bindFunction(found.get_engine_settings, library, "get_engine_settings", 13);

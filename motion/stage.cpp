@@ -11,7 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
+#include <initializer_list>
 #include <limits>
 
 ArrivalTiming arrivalTiming;
@@ -119,12 +119,16 @@ public:
     // One look. True when the move has ended: `code` says how.
     bool look(bool timeIsOver) {
         const auto current = static_cast<float>(readPosition(axis));
+        lookedMs = tickCountMs();
         refreshPositions();
-        if (axisIsLost(axis)) return true;
+        if (axisIsOut(axis)) return true;
         const float errTarget = std::fabs(current - target);
         const float errStep = std::fabs(current - previous);
         approach.look(controllerMoves(axis), static_cast<double>(errTarget));
-        if (errTarget < oneAxisToleranceUm)
+        const Miss trouble = troubleIn(axis.status);
+        // Where its controller counts to is not where it is.
+        if (errTarget < oneAxisToleranceUm && trouble == Miss::StepsLost) return true;
+        if (errTarget < oneAxisToleranceUm && trouble == Miss::Nothing)
             code = arrived;
         else if (axis.leftLimitOn && current > target)
             code = leftLimit;
@@ -143,6 +147,7 @@ public:
 
     int code = notArrived;
     int looks = 0; // before the last one
+    uint64_t lookedMs = tickCountMs();
 
 private:
     StageAxis& axis;
@@ -159,13 +164,14 @@ double travelMs(const StageAxis& axis, double targetUm) {
 
 void sayOutcome(const StageAxis& axis, const ArrivalWatch& watch, bool stopped,
                 uint64_t timeoutMs) {
-    // The trailing blanks let a shorter text overwrite a longer one.
     if (watch.code == arrived)
         return showInformation(formatted("arrived:count%d", watch.looks).c_str());
+    if (!stopped && !axisIsOut(axis)) printNotArrived(axis); // of one that is out all is said
+    // The trailing blanks let a shorter text overwrite a longer one.
     if (watch.code == leftLimit) return showInformation("Limit left Switch on    ");
     if (watch.code == rightLimit) return showInformation("Limit right Switch on    ");
-    if (axisIsLost(axis)) return showAxisLoss(axis);
-    if (!stopped) printNotArrived(axis);
+    if (axisIsOut(axis)) return showAxisOut(axis);
+    if (!stopped && axis.missed != Miss::Stalled) return showInformation(missedText(axis).c_str());
     showInformation(
         formatted("Not moving during %d sec     ", truncated(static_cast<double>(timeoutMs) / 1000))
             .c_str());
@@ -181,6 +187,7 @@ struct TwoAxes {
     double distanceA() const { return std::fabs(targetA - a.positionUm); }
     double distanceB() const { return std::fabs(targetB - b.positionUm); }
     double longestUm() const { return std::max(distanceA(), distanceB()); }
+    bool isOut() const { return axisIsOut(a) || axisIsOut(b); }
     void readPositions() const {
         readPosition(a);
         readPosition(b);
@@ -199,21 +206,21 @@ double startTogether(const TwoAxes& pair, int32_t speed) {
     setSpeed(pair.a, aLeads ? speed : shorterSpeed);
     setSpeed(pair.b, aLeads ? shorterSpeed : speed);
     startMoveTo(pair.a, pair.targetA);
-    if (!axisIsLost(pair.a)) startMoveTo(pair.b, pair.targetB);
+    if (!axisIsOut(pair.a)) startMoveTo(pair.b, pair.targetB);
     return timeMs;
 }
 
 // Looks again and again at two axes until they are at their targets or will not be.
 class PairWatch {
 public:
-    PairWatch(const TwoAxes& watched, bool aHasTheLongerWay)
-        : pair(watched), aLeads(aHasTheLongerWay) {}
+    explicit PairWatch(const TwoAxes& watched)
+        : pair(watched), aLeads(pair.distanceA() > pair.distanceB()), aGoes(pair.distanceA() > 0.0),
+          bGoes(pair.distanceB() > 0.0) {}
 
-    // One look. True when the move has ended: `atTarget` and `lost` say how.
+    // One look. True when the move has ended: `atTarget` says whether there.
     bool look(bool timeIsOver) {
         pair.readPositions();
-        lost = axisIsLost(pair.a) || axisIsLost(pair.b);
-        if (lost) return true;
+        if (pair.isOut()) return true;
         // The other axis is watched too: a key or a switch may have sent it elsewhere.
         const double err = std::max(distanceLeft(pair.a, pair.targetA, aLeads),
                                     distanceLeft(pair.b, pair.targetB, !aLeads));
@@ -224,6 +231,12 @@ public:
         lastErr = err;
         // The last look has no earlier one to compare with.
         atTarget = err <= twoAxesToleranceUm && (timeIsOver || !comesNearer);
+        const Miss causes[] = {causeAt(pair.a, pair.targetA), causeAt(pair.b, pair.targetB)};
+        if (atTarget && std::count(causes, causes + 2, Miss::StepsLost) > 0) {
+            atTarget = false;
+            return true;
+        }
+        atTarget = atTarget && causes[0] == Miss::Nothing && causes[1] == Miss::Nothing;
         if (atTarget) return true;
         // One that is blocked does not end the move of the other, which would go on unwatched.
         const double bothErr = pair.distanceA() + pair.distanceB();
@@ -238,13 +251,24 @@ public:
     void waited() { waits += counts ? 1 : 0; }
     bool goesOn() const { return approach.goesOn(); }
 
+    // Why one of the two is not at its target by the last look. Windings that were not needed may
+    // be without current.
+    Miss causeAt(const StageAxis& axis, double targetUm) const {
+        if (axis.axisNumber == 0) return Miss::Nothing;
+        if (axisIsOut(axis) || distanceLeft(axis, targetUm, false) > twoAxesToleranceUm)
+            return whyMissed(axis, targetUm);
+        const Miss trouble = troubleIn(axis.status);
+        const bool went = &axis == &pair.a ? aGoes : bGoes;
+        return trouble == Miss::WindingsOff && !went ? Miss::Nothing : trouble;
+    }
+
     bool atTarget = false;
-    bool lost = false;
     int waits = 0; // between the looks that count
 
 private:
     const TwoAxes& pair;
     const bool aLeads;
+    const bool aGoes, bGoes;
     double previousErr = -10.0;
     double previousBoth = -10.0;
     double lastErr = -10.0; // of the look before, whether it counts or not
@@ -295,12 +319,47 @@ void waitAfterMove(uint64_t sinceMs, uint32_t durationMs) {
         waitResponsive(durationMs);
 }
 
+namespace {
+
+// Looks at an axis that has just been read, and again, until it stands at the target: `missed` of
+// the axis says why not. Returns when it looked last.
+uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
+    // A move has ended up to 3 um before its target: a second for those down to 3 um/s. One that
+    // stands beside it will not come; the tenth of a second is for a status that is old.
+    constexpr uint64_t longestWayMs = 1000;
+    constexpr uint64_t longestRestMs = 100;
+    const uint64_t start = tickCountMs();
+    uint64_t lastMoved = start;
+    for (;;) {
+        const uint64_t now = tickCountMs();
+        const double distanceUm = std::fabs(axis.positionUm - targetUm);
+        const bool moves = controllerMoves(axis);
+        const Miss trouble = axisIsOut(axis) ? whyMissed(axis, targetUm) : troubleIn(axis.status);
+        axis.missed = trouble;
+        if (trouble != Miss::Nothing) return now;
+        if (moves) lastMoved = now;
+        if (!moves && distanceUm <= toleranceUm) {
+            axis.positionUm = targetUm;
+            return now;
+        }
+        axis.missed = whyMissed(axis, targetUm);
+        if (axis.missed == Miss::Stalled && distanceUm > twoAxesToleranceUm)
+            axis.missed = Miss::MovedAway; // a move that had ended there was nearer
+        if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return now;
+        if (waitResponsive(arrivalTiming.looksEarly ? earlyPollMs : 10) != waitPassed ||
+            stopRequested)
+            return now;
+        readPosition(axis);
+    }
+}
+
+} // namespace
+
 int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
     const MoveMark moving(axis);
     ArrivalWatch watch(axis, targetUm);
     bool stopped = false;
     const uint64_t start = tickCountMs();
-    uint64_t lastLook = start;
     uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm));
     for (;;) {
         if (waitMs > 0 && waitResponsive(waitMs) == waitClicked) {
@@ -309,24 +368,32 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
             readPosition(axis); // it went on since the last look
             break;
         }
-        lastLook = tickCountMs();
         // One last look after the time: an operator may have taken it to answer a question.
         if (watch.look(tickCountMs() - start >= timeoutMs)) break;
         waitMs = betweenLooksMs();
     }
-    if (watch.code == arrived) axis.positionUm = targetUm;
+    uint64_t restsMs = watch.lookedMs;
+    axis.missed = watch.code == arrived ? Miss::Nothing : whyMissed(axis, targetUm);
+    if (watch.code == arrived && arrivalTiming.standsWithinUm > 0.0)
+        restsMs = awaitStanding(axis, targetUm, arrivalTiming.standsWithinUm);
+    else if (watch.code == arrived)
+        axis.positionUm = targetUm;
     sayOutcome(axis, watch, stopped, timeoutMs);
     refreshPositions();
-    waitAfterMove(lastLook, arrivalTiming.settleMs);
-    settledMs = lastLook + arrivalTiming.settleMs;
+    waitAfterMove(restsMs, arrivalTiming.settleMs);
+    settledMs = restsMs + arrivalTiming.settleMs;
     return watch.code;
 }
 
 namespace {
 
 // What the operator sends the stage to; the moves of a process are the process.
-bool logMove(const std::string& what, bool arrived) {
-    if (!processUnderWay()) logEvent("Move " + what + (arrived ? "" : ": did not arrive"));
+bool logMove(const std::string& what, bool arrived, std::initializer_list<const StageAxis*> axes) {
+    if (processUnderWay()) return arrived;
+    std::string why;
+    for (const StageAxis* axis : axes)
+        if (axis->missed != Miss::Nothing) why += ", " + missedText(*axis);
+    logEvent("Move " + what + (arrived ? "" : ": did not arrive" + why));
     return arrived;
 }
 
@@ -344,46 +411,36 @@ bool moveOneAxis(StageAxis& axis, double um) {
     // themselves.
     const double distance = std::fabs(um - fullStepsOf(axis.positionUm));
     const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
-    if (axis.positionUm == um && !axisIsLost(axis)) return true;
+    if (axis.positionUm == um && !axisIsOut(axis)) return true;
     if (!startMoveTo(axis, um)) return false;
     const int code = waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000);
     if (code == arrived)
         carryOutNudge(axis);
     else
         dropNudge(axis);
-    return code == arrived;
+    return code == arrived && axis.missed == Miss::Nothing;
 }
 
 } // namespace
 
 bool moveTo(StageAxis& axis, double um) {
-    if (axis.positionUm == um && !axisIsLost(axis)) return true; // no move
-    return logMove(place(axis, um), moveOneAxis(axis, um));
+    if (axis.positionUm == um && !axisIsOut(axis)) return true; // no move
+    const bool came = moveOneAxis(axis, um);
+    return logMove(place(axis, um), came, {&axis});
 }
 
 bool standsAt(StageAxis& axis, double targetUm, double toleranceUm) {
-    // A move has ended up to 3 um before its target: a second for those down to 3 um/s. One that
-    // stands beside it will not come; the tenth of a second is for a status that is old.
-    constexpr uint64_t longestWayMs = 1000;
-    constexpr uint64_t longestRestMs = 100;
     if (axis.axisNumber == 0) return true;
-    const uint64_t start = tickCountMs();
-    uint64_t lastMoved = start;
-    for (;;) {
-        const double um = readPosition(axis);
-        if (axisIsLost(axis)) return false;
-        const uint64_t now = tickCountMs();
-        if (controllerMoves(axis)) {
-            lastMoved = now;
-        } else if (std::fabs(um - targetUm) <= toleranceUm) {
-            axis.positionUm = targetUm;
-            return true;
-        }
-        if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return false;
-        if (waitResponsive(arrivalTiming.looksEarly ? earlyPollMs : 10) != waitPassed ||
-            stopRequested)
-            return false;
-    }
+    readPosition(axis);
+    awaitStanding(axis, targetUm, toleranceUm);
+    return axis.missed == Miss::Nothing;
+}
+
+bool stillStandsAt(StageAxis& axis, double targetUm, double toleranceUm) {
+    if (axis.axisNumber == 0) return true;
+    readRestingPosition(axis);
+    awaitStanding(axis, targetUm, toleranceUm);
+    return axis.missed == Miss::Nothing;
 }
 
 bool moveBy(StageAxis& axis, double deltaUm) {
@@ -392,25 +449,35 @@ bool moveBy(StageAxis& axis, double deltaUm) {
 
 namespace {
 
+// Stops it, unless that would end an alarm that nobody has looked into.
+void stopUnlessOut(StageAxis& axis) {
+    if (!axisIsOut(axis)) stopStage(axis);
+}
+
+bool isOutBefore(StageAxis& axis, double targetUm) {
+    if (axisIsOut(axis)) readPosition(axis); // an alarm may be over
+    if (!axisIsOut(axis)) return false;
+    axis.missed = whyMissed(axis, targetUm);
+    showAxisOut(axis);
+    return true;
+}
+
 bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
-    // One axis alone would go to a place that nobody has named.
-    for (const StageAxis* axis : {&a, &b}) {
-        if (!axisIsLost(*axis)) continue;
-        showAxisLoss(*axis);
-        return false;
-    }
     const TwoAxes pair{a, b, targetA, targetB};
+    a.missed = b.missed = Miss::Nothing;
+    // One axis alone would go to a place that nobody has named.
+    if (isOutBefore(a, targetA) || isOutBefore(b, targetB)) return false;
     speed = std::clamp(speed, 10, 800);
     const double distanceUm = pair.longestUm();
-    PairWatch watch(pair, pair.distanceA() > pair.distanceB());
+    PairWatch watch(pair);
     const double timeMs = startTogether(pair, speed);
 
     const MoveMark movingA(a), movingB(b);
     watch.atTarget = timeMs == 0.0; // no distance, nothing to wait for
     const bool clicked = !watch.atTarget && waitForBoth(watch, timeMs);
-    if (watch.lost) { // the other one does not go on alone
-        stopStage(a);
-        stopStage(b);
+    if (pair.isOut()) { // the other one does not go on alone
+        stopUnlessOut(a);
+        stopUnlessOut(b);
     }
     setSpeed(a, speed);
     setSpeed(b, speed);
@@ -419,9 +486,11 @@ bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_
         dropNudge(a);
         dropNudge(b);
         pair.readPositions();
-        if (clicked || watch.lost) return false;
-        if (distanceLeft(a, targetA, false) > twoAxesToleranceUm) printNotArrived(a);
-        if (distanceLeft(b, targetB, false) > twoAxesToleranceUm) printNotArrived(b);
+        a.missed = watch.causeAt(a, targetA);
+        b.missed = watch.causeAt(b, targetB);
+        if (clicked || pair.isOut()) return false;
+        for (const StageAxis* axis : {&a, &b})
+            if (axis->missed != Miss::Nothing) printNotArrived(*axis);
         return false;
     }
     a.positionUm = targetA;
@@ -435,7 +504,8 @@ bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_
 
 bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
     const std::string what = place(a, targetA) + ", " + place(b, targetB);
-    return logMove(what, movePair(a, b, targetA, targetB, speed));
+    const bool came = movePair(a, b, targetA, targetB, speed);
+    return logMove(what, came, {&a, &b});
 }
 
 bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed) {

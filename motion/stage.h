@@ -9,6 +9,9 @@ struct ArrivalTiming {
     // every 2 ms. Tolerances, limits and time-outs are the same.
     bool looksEarly = false;
     uint32_t settleMs = 10; // after the arrival of one axis
+    // Not 0: a move of one axis has only succeeded when the axis then stands so near, and settles
+    // from the look that found it standing.
+    double standsWithinUm = 0.0;
 };
 extern ArrivalTiming arrivalTiming;
 
@@ -28,6 +31,10 @@ void waitAfterMove(uint64_t sinceMs, uint32_t durationMs);
 // it, is given a short time; false after that, at a stop and at once for a lost axis. An axis
 // without a controller stands where its number says. Micrometres.
 bool standsAt(StageAxis& axis, double targetUm, double toleranceUm);
+
+// The same for an axis that stood there at an earlier look and was not sent anywhere since: a
+// single call, as long as it does.
+bool stillStandsAt(StageAxis& axis, double targetUm, double toleranceUm);
 
 bool moveTo(StageAxis& axis, double um); // starts and waits
 bool moveBy(StageAxis& axis, double deltaUm);

@@ -31,6 +31,15 @@ struct LabStageStatus { // status_t
 };
 static_assert(sizeof(LabStageStatus) == 80);
 
+struct LabControllerName { // controller_name_t: what its owner has called it, 16 letters at most
+    char ControllerName[17];
+    uint32_t CtrlFlags;
+};
+struct LabStageName { // stage_name_t
+    char PositionerName[17];
+};
+static_assert(sizeof(LabControllerName) == 24 && sizeof(LabStageName) == 17);
+
 namespace LabXimc {
 constexpr int resultError = -1, resultNotImplemented = -2, resultValueError = -3,
               resultNoDevice = -4; // 0 is success
@@ -40,6 +49,12 @@ constexpr uint32_t moveStateMoving = 0x01, moveStateTargetSpeed = 0x02; // MoveS
 constexpr uint32_t commandMove = 0x01, commandRunning = 0x80;           // MvCmdSts
 constexpr uint32_t rightEdge = 0x1, leftEdge = 0x2;                     // GPIOFlags
 constexpr uint32_t lowestSpeed = 1, highestSpeed = 100000;              // NomSpeed
+// PWRSts: windings disconnected, at nominal current, at a reduced one.
+constexpr uint32_t powerOff = 0x01, powerNormal = 0x03, powerReduced = 0x04;
+// Flags. In the alarm state commands are acknowledged and ignored until a stop; what has led into
+// it stands beside it. The position error: the encoder is too far from the steps.
+constexpr uint32_t stateAlarm = 0x40, statePositionError = 0x80, stateDriverOverheat = 0x100,
+                   stateOverCurrent = 0x800, stateLowSupply = 0x10000;
 } // namespace LabXimc
 
 extern "C" {
@@ -49,6 +64,8 @@ void* enumerate_devices(int flags, const char* hints);
 int free_enumerate_devices(void* found);
 int get_device_count(void* found);
 char* get_device_name(void* found, int index);
+int get_enumerate_device_controller_name(void* found, int index, LabControllerName* name);
+int get_enumerate_device_stage_name(void* found, int index, LabStageName* name);
 int open_device(const char* name);
 int close_device(int* id);
 int get_engine_settings(int id, LabEngineSettings* settings);
@@ -211,6 +228,10 @@ void CloseKXCIConnection_C();
     F(ximc_version) F(set_bindy_key) F(enumerate_devices) F(free_enumerate_devices)                \
     F(get_device_count) F(get_device_name) F(open_device) F(close_device)                          \
     F(get_engine_settings) F(set_engine_settings) F(get_status) F(command_stop) F(command_move)
+
+// Their ordinals stand nowhere.
+#define LAB_NAMED_LIBXIMC_FUNCTIONS(F)                                                             \
+    F(get_enumerate_device_controller_name) F(get_enumerate_device_stage_name)
 
 // Exported for completeness; the program does not call them.
 #define LAB_FURTHER_LIBXIMC_FUNCTIONS(F) F(set_engine_advansed_setup) F(set_extended_settings)

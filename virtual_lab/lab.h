@@ -179,9 +179,19 @@ const std::vector<LabRead>& labReads();
 //   camera unsettled                    an automatic function that works once never ends
 //   camera silent                       it answers every call, but no frame comes
 //   stage absent | stage count 1|2|3    they drive Y, X, Z in this order
+//   stage order <letters>               a search finds their axes' controllers so; "yxz" else
+//   stage stranger                      another set-up's controller is found before them
+//   stage calls <ms>                    each call to a controller takes so long
 //   axis x|y|z absent                   its controller is not found, the others move up in the list
+//   axis x|y|z replaced                 by a controller of another name
 //   axis x|y|z stalled
 //   axis x|y|z lost [<n>]               gone, from the n-th call from now on
+//   axis x|y|z disturbed <n>            each n-th call is answered by an error, at once
+//   axis x|y|z alarm current|heat|supply [<n>]   raised at the n-th call from now; a stop ends it,
+//                                       that of the supply once the fault is mended
+//   axis x|y|z unpowered                its windings get no current, the controller counts on
+//   axis x|y|z slips <um>               loses so much of its way from now on; its encoder tells
+//   axis x|y|z turn 1..1000             its motor's full steps per turn: 200 when nothing is said
 //   axis x|y|z overshoot <um>           goes past its target and comes back
 //   axis x|y|z mute                     each call takes 7 s and fails
 //   axis x|y|z slow <steps/s>           its own speed; the program's limit may be lower

@@ -1,6 +1,8 @@
 // Reset, time, faults and counters of the virtual laboratory.
 #include "virtual_lab/lab_state.h"
+#include "virtual_lab/faces.h"
 
+#include <algorithm>
 #include <sstream>
 
 Lab lab;
@@ -53,6 +55,24 @@ static int axisNamed(const std::string& name) {
     return -1;
 }
 
+// The rest of a line: a count from 1 on, or nothing.
+static bool parseCount(std::istringstream& words, int& count) {
+    return (words >> std::ws).eof() || (words >> count && count > 0);
+}
+
+static bool parseAlarm(std::istringstream& words, int axis, LabFaults& faults) {
+    using namespace LabXimc;
+    std::string cause;
+    words >> cause;
+    faults.alarmStays[axis] = cause == "supply"; // as long as that is low
+    faults.alarm[axis] = cause == "current"  ? stateOverCurrent
+                         : cause == "heat"   ? stateDriverOverheat
+                         : cause == "supply" ? stateLowSupply
+                                             : 0;
+    faults.alarmFrom[axis] = 1;
+    return faults.alarm[axis] != 0 && parseCount(words, faults.alarmFrom[axis]);
+}
+
 static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
     std::string what;
     words >> what;
@@ -67,10 +87,19 @@ static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& fault
         uint32_t& mode = faults.microstepMode[axis];
         return words >> mode && mode >= 1 && mode <= 9;
     }
+    if (what == "replaced") return faults.replaced[axis] = true;
+    if (what == "unpowered") return faults.unpowered[axis] = true;
+    if (what == "slips") return words >> faults.slipUm[axis] && faults.slipUm[axis] > 0;
+    if (what == "turn") {
+        uint32_t& steps = faults.stepsPerTurn[axis];
+        return words >> steps && steps >= 1 && steps <= 1000;
+    }
+    if (what == "disturbed")
+        return words >> faults.disturbedEach[axis] && faults.disturbedEach[axis] > 0;
+    if (what == "alarm") return parseAlarm(words, axis, faults);
     if (what != "lost") return false;
     faults.lostFrom[axis] = 1;
-    return (words >> std::ws).eof() ||
-           (words >> faults.lostFrom[axis] && faults.lostFrom[axis] > 0);
+    return parseCount(words, faults.lostFrom[axis]);
 }
 
 static bool parseFault(const std::string& line, LabFaults& faults) {
@@ -99,6 +128,15 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
     } else if (device == "stage" && what == "count") {
         if (!(words >> number) || (number != 1 && number != 2 && number != 3)) return false;
         faults.controllers = static_cast<int>(number);
+    } else if (device == "stage" && what == "stranger") {
+        faults.stranger = true;
+    } else if (device == "stage" && what == "order") {
+        words >> faults.busOrder;
+        std::string letters = faults.busOrder;
+        std::sort(letters.begin(), letters.end());
+        if (letters != "xyz") return false;
+    } else if (device == "stage" && what == "calls") {
+        if (!(words >> faults.callMs) || faults.callMs < 0) return false;
     } else if (device == "axis" && axis >= 0) {
         if (!parseAxisFault(words, axis, faults)) return false;
     } else if (device == "limit" && axis >= 0) {

@@ -12,6 +12,17 @@
 struct LabFaults {
     int controllers = 3; // found on the bus, 0..3
     bool noController[3] = {};
+    std::string busOrder = "yxz"; // the controllers' axes as a search finds them
+    bool stranger = false;        // another set-up's controller is found first
+    bool replaced[3] = {};        // by another one, of another name
+    double callMs = 0;            // what each call to a controller takes
+    int disturbedEach[3] = {};    // each such call is answered by a bad checksum; 0: none
+    uint32_t alarm[3] = {};       // flags of the cause that raises one
+    int alarmFrom[3] = {1, 1, 1}; // at this call
+    bool alarmStays[3] = {};      // a stop does not end it
+    bool unpowered[3] = {};       // the windings stay without current
+    double slipUm[3] = {};        // the carriage has lost so much of the motor's way
+    uint32_t stepsPerTurn[3] = {200, 200, 200}; // of the motor
     bool stalled[3] = {};
     int lostFrom[3] = {}; // calls until the controller is gone; 0: it stays
     bool mute[3] = {};
@@ -56,6 +67,10 @@ struct LabMotor {
     double updatedMs = 0;    // time of the three values above
     int calls = 0;           // since the faults were made
     bool commanded = false;  // moved since it was switched on
+    uint32_t alarm = 0;      // flags of the cause; 0: none
+    double slipUm = 0;       // way that the motor was given and the carriage has not gone
+    double lostUm = 0;       // of it by lost steps, without its sign
+    double restsMs = 0;      // when its last move ended
 };
 
 struct LabBoard {

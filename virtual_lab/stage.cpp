@@ -9,19 +9,45 @@
 
 using namespace LabXimc;
 
-constexpr double umPerStep = 1.25; // full step
+constexpr double umPerTurn = 250; // of the lead screw
 constexpr double microsteps = 256;
 
 constexpr double muteMs = 7000; // measured on the library with a controller that answers nothing
 
-// The first controller on the bus drives Y, the second X, the third Z.
+// As they are numbered: the first controller drives Y, the second X, the third Z. One that has
+// replaced another has its number and ten; the fourth is another set-up's.
 constexpr int controllerAxis[3] = {labY, labX, labZ};
-static char controllerNames[3][12] = {"virtual:1", "virtual:2", "virtual:3"};
+constexpr int strangerController = 3;
+static char controllerNames[4][12] = {"virtual:1", "virtual:2", "virtual:3", "virtual:4"};
+static char replacedNames[3][12] = {"virtual:11", "virtual:12", "virtual:13"};
+constexpr const char* ownersNames[4] = {"Sample Y", "Sample X", "Focus", "Other table"};
+constexpr const char* stageNames[4] = {"linear 25", "linear 25", "vertical 10", "rotary"};
 constexpr int32_t initialCounts[3] = {12345, -2310, 700}; // by axis
+
+constexpr double reducesAfterMs = 1500;           // the windings' current, at rest
+constexpr int32_t supply = 1205, lowSupply = 610; // Upwr, in hundredths of a volt
+
+static double umPerStep(int axis) { // full step
+    return umPerTurn / lab.faults.stepsPerTurn[axis];
+}
+
+// Of the way that the motor was given: all of it without current in the windings, else what the
+// fault says.
+static void loseSteps(int axis, LabMotor& motor, double wayUm) {
+    const LabFaults& faults = lab.faults;
+    if (faults.unpowered[axis]) {
+        motor.slipUm += wayUm;
+        return;
+    }
+    const double lost = std::clamp(faults.slipUm[axis] - motor.lostUm, 0.0, std::abs(wayUm));
+    motor.lostUm += lost;
+    motor.slipUm += std::copysign(lost, wayUm);
+}
 
 static void advanceMotor(int axis) {
     LabMotor& motor = lab.motors[axis];
     const LabFaults& faults = lab.faults;
+    const double stepUm = umPerStep(axis);
     double nowMs = labNowMs();
     // On the short ways of a microscope ramps leave about half of the speed.
     const double allowed = motor.engineFlags & engineLimitRpm ? motor.nominalSpeed : highestSpeed;
@@ -35,9 +61,10 @@ static void advanceMotor(int axis) {
     }
 
     // Moving right the carriage touches the motor's nut, moving left it lags by the play.
-    double rightEnd = std::max(motor.steps, faults.rightLimitUm[axis] / umPerStep);
-    double leftEnd =
-        std::min(motor.steps, (faults.leftLimitUm[axis] - faults.backlashUm[axis]) / umPerStep);
+    const double before = motor.steps;
+    double rightEnd = std::max(motor.steps, (faults.rightLimitUm[axis] + motor.slipUm) / stepUm);
+    double leftEnd = std::min(
+        motor.steps, (faults.leftLimitUm[axis] - faults.backlashUm[axis] + motor.slipUm) / stepUm);
     motor.targetSteps = std::clamp(motor.targetSteps, leftEnd, rightEnd);
 
     // First beyond the target, where it overshoots, and then back.
@@ -49,7 +76,9 @@ static void advanceMotor(int axis) {
         reach -= std::min(reach, std::abs(way));
         if (!back) motor.pastTarget = 0;
     }
-    double motorUm = motor.steps * umPerStep;
+    if (motor.steps != before) motor.restsMs = nowMs;
+    loseSteps(axis, motor, (motor.steps - before) * stepUm);
+    double motorUm = motor.steps * stepUm - motor.slipUm;
     motor.carriageUm = std::clamp(motor.carriageUm, motorUm, motorUm + faults.backlashUm[axis]);
 }
 
@@ -66,8 +95,15 @@ void resetMotors() {
 }
 
 static bool isOnBus(int controller) {
+    if (controller == strangerController) return lab.faults.stranger;
     return controller < lab.faults.controllers &&
            !lab.faults.noController[controllerAxis[controller]];
+}
+
+static char* nameOfController(int controller) {
+    const bool replaced =
+        controller != strangerController && lab.faults.replaced[controllerAxis[controller]];
+    return replaced ? replacedNames[controller] : controllerNames[controller];
 }
 
 void dropMissingControllers() {
@@ -99,19 +135,38 @@ static int axisOfId(int id) {
     return -1;
 }
 
+// Where it stands: it gets no current any more until a stop.
+static void raiseAlarm(int axis, uint32_t cause) {
+    LabMotor& motor = lab.motors[axis];
+    advanceMotor(axis);
+    motor.alarm = cause;
+    motor.pastTarget = 0;
+    motor.targetSteps = motor.steps;
+}
+
 // What becomes of any call on an open controller; 0 goes on. May take time: not under the lock.
 static int stageFault(int id) {
+    double takesMs = 0;
+    int result = 0;
     {
         LabLock lock;
         int axis = axisOfId(id);
         if (axis < 0) return resultError;
+        const LabFaults& faults = lab.faults;
         int calls = ++lab.motors[axis].calls;
-        int lostFrom = lab.faults.lostFrom[axis];
-        if (lostFrom > 0 && calls >= lostFrom) return resultNoDevice;
-        if (!lab.faults.mute[axis]) return 0;
+        if (faults.alarm[axis] != 0 && calls == faults.alarmFrom[axis])
+            raiseAlarm(axis, faults.alarm[axis]);
+        if (faults.disturbedEach[axis] > 0 && calls % faults.disturbedEach[axis] == 0)
+            result = resultError;
+        if (faults.lostFrom[axis] > 0 && calls >= faults.lostFrom[axis]) result = resultNoDevice;
+        takesMs = result == 0 ? faults.callMs : 0;
+        if (result == 0 && faults.mute[axis]) {
+            takesMs = muteMs;
+            result = resultError;
+        }
     }
-    labSleepMs(muteMs);
-    return resultError;
+    if (takesMs > 0) labSleepMs(takesMs);
+    return result;
 }
 
 // What a call on an open controller does, where nothing is broken of it.
@@ -122,6 +177,16 @@ template <class Act> static int onController(int id, Act act) {
     if (axis < 0) return resultError;
     advanceMotor(axis);
     return act(axis, lab.motors[axis]);
+}
+
+// What the motor gets of its current.
+static uint32_t powerOf(int axis, const LabMotor& motor, bool moves) {
+    if (motor.alarm != 0 || lab.faults.unpowered[axis] || !motor.commanded) return powerOff;
+    return moves || labNowMs() - motor.restsMs < reducesAfterMs ? powerNormal : powerReduced;
+}
+
+static int controllerAt(void* found, int index) {
+    return static_cast<std::vector<int>*>(found)->at(static_cast<size_t>(index));
 }
 
 static double stepParts(int axis) {
@@ -143,8 +208,12 @@ void* enumerate_devices(int flags, const char*) {
     LabLock lock;
     constexpr int needed = enumerateProbe | enumerateNetwork;
     auto* found = new std::vector<int>; // those that are there, the later ones move up
-    for (int controller : {0, 1, 2})
-        if ((flags & needed) == needed && isOnBus(controller)) found->push_back(controller);
+    if ((flags & needed) != needed) return found;
+    if (isOnBus(strangerController)) found->push_back(strangerController);
+    for (char axis : lab.faults.busOrder)
+        for (int controller : {0, 1, 2})
+            if ("xyz"[controllerAxis[controller]] == axis && isOnBus(controller))
+                found->push_back(controller);
     return found;
 }
 
@@ -159,13 +228,29 @@ int get_device_count(void* found) {
 
 char* get_device_name(void* found, int index) {
     if (index < 0 || index >= get_device_count(found)) return nullptr;
-    return controllerNames[static_cast<std::vector<int>*>(found)->at(static_cast<size_t>(index))];
+    LabLock lock;
+    return nameOfController(controllerAt(found, index));
+}
+
+// The names that a probe has read from the controllers.
+int get_enumerate_device_controller_name(void* found, int index, LabControllerName* name) {
+    if (!name || index < 0 || index >= get_device_count(found)) return resultError;
+    *name = {};
+    std::strcpy(name->ControllerName, ownersNames[controllerAt(found, index)]);
+    return 0;
+}
+
+int get_enumerate_device_stage_name(void* found, int index, LabStageName* name) {
+    if (!name || index < 0 || index >= get_device_count(found)) return resultError;
+    *name = {};
+    std::strcpy(name->PositionerName, stageNames[controllerAt(found, index)]);
+    return 0;
 }
 
 int open_device(const char* name) {
     LabLock lock;
     for (int controller : {0, 1, 2}) {
-        if (!name || std::strcmp(name, controllerNames[controller]) != 0) continue;
+        if (!name || std::strcmp(name, nameOfController(controller)) != 0) continue;
         LabMotor& motor = lab.motors[controllerAxis[controller]];
         if (!isOnBus(controller) || motor.id >= 0) return resultError; // one program at a time
         return motor.id = ++lab.lastStageId;
@@ -194,7 +279,7 @@ int get_engine_settings(int id, LabEngineSettings* settings) {
         settings->EngineFlags = motor.engineFlags;
         settings->Antiplay = 1800;
         settings->MicrostepMode = lab.faults.microstepMode[axis];
-        settings->StepsPerRev = 200;
+        settings->StepsPerRev = lab.faults.stepsPerTurn[axis];
         return 0;
     });
 }
@@ -203,7 +288,9 @@ int set_engine_settings(int id, const LabEngineSettings* settings) {
     return onController(id, [settings](int axis, LabMotor& motor) {
         if (!settings) return resultError;
         if (settings->NomSpeed < lowestSpeed || settings->NomSpeed > highestSpeed ||
-            settings->uNomSpeed > 255 || settings->MicrostepMode != lab.faults.microstepMode[axis])
+            settings->uNomSpeed > 255 ||
+            settings->MicrostepMode != lab.faults.microstepMode[axis] ||
+            settings->StepsPerRev != lab.faults.stepsPerTurn[axis])
             return resultValueError;
         motor.nominalSpeed = settings->NomSpeed + settings->uNomSpeed / microsteps;
         motor.engineFlags = settings->EngineFlags;
@@ -232,6 +319,10 @@ int get_status(int id, LabStageStatus* status) {
         if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
             status->GPIOFlags |= rightEdge;
         if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6) status->GPIOFlags |= leftEdge;
+        status->PWRSts = powerOf(axis, motor, status->MoveSts != 0);
+        status->Upwr = motor.alarm & stateLowSupply ? lowSupply : supply;
+        if (motor.alarm != 0) status->Flags = stateAlarm | motor.alarm;
+        if (motor.lostUm > 0) status->Flags |= statePositionError;
         const LabStageStatus now = *status;
         if (lab.faults.oldStatus[axis]) *status = earlierStatus[axis];
         earlierStatus[axis] = now;
@@ -246,6 +337,7 @@ int command_stop(int id) {
     const int result = onController(id, [&moves](int axis, LabMotor& motor) {
         moves = motor.pastTarget != 0 || motor.targetSteps != motor.steps;
         if (labOnStage) labOnStage(axis, moves ? "stopped on its way" : "stopped");
+        if (!lab.faults.alarmStays[axis]) motor.alarm = 0;
         motor.pastTarget = 0;
         motor.steps = motor.targetSteps = std::floor(motor.steps * microsteps) / microsteps;
         return 0;
@@ -257,9 +349,10 @@ int command_stop(int id) {
 int command_move(int id, int position, int uPosition) {
     return onController(id, [=](int axis, LabMotor& motor) {
         if (std::abs(uPosition) > 255) return resultValueError;
+        if (motor.alarm != 0) return 0; // acknowledged and ignored
         motor.targetSteps =
             static_cast<double>(position) - motor.originSteps + uPosition / stepParts(axis);
-        motor.pastTarget = std::copysign(lab.faults.overshootUm[axis] / umPerStep,
+        motor.pastTarget = std::copysign(lab.faults.overshootUm[axis] / umPerStep(axis),
                                          motor.targetSteps - motor.steps);
         motor.commanded = true;
         if (labOnStage) labOnStage(axis, "moves");

@@ -4,6 +4,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "tests/doubles/doubles.h"
+#include "ui/devices_page.h"
 
 #include <algorithm>
 
@@ -60,28 +61,87 @@ TEST_F(StageTest, OpensAtZeroWithoutRamps) {
     }
 }
 
-TEST_F(StageTest, FewerControllersLeaveAxesClosed) {
+// "1,2,3" as the file of options has the names of the controllers.
+std::string keptNames(const std::string& numbers) {
+    std::string lines;
+    for (size_t i = 0; i < 3; ++i)
+        lines += formatted("stage controller %zu = ", i + 1) +
+                 (2 * i < numbers.size() ? std::string("virtual:") + numbers[2 * i] : "") + "\n";
+    return lines;
+}
+
+// Which axis gets which controller; the laboratory's 1 drives Y, 2 drives X and 3 the focus.
+TEST_F(StageTest, NamesDecideBeforePlaces) {
+    constexpr auto none = BoxAnswer::None; // no box
     const struct {
-        const char* faults;
+        const char *kept, *faults;
         int32_t order;
-        bool found;
-        uint32_t x, y, z;
+        BoxAnswer reply;
+        const char *controllers, *keptAfter; // of X, Y and Z
     } cases[] = {
-        {"stage absent", 2, false, 0, 0, 0},
-        {"stage count 1", 0, true, 1, 0, 0},
-        {"stage count 1", 2, false, 0, 0, 0}, // the first controller would be Y's
-        {"stage count 2", 2, true, 1, 2, 0},
-        {"stage count 2", 1, true, 1, 0, 0},
-        {"", 2, true, 1, 2, 3},
+        {"", "stage absent", 2, none, "---", ""},
+        {"", "", 2, none, "213", "1,2,3"}, // a first start: the list's order
+        {"", "stage count 1", 0, BoxAnswer::Yes, "1--", "1"},
+        {"", "stage count 1", 0, BoxAnswer::No, "---", ""},
+        {"", "stage count 1", 2, none, "---", ""}, // the first controller would be Y's
+        {"", "stage count 2", 2, BoxAnswer::Yes, "21-", "1,2"},
+        {"1,2", "stage count 2", 2, none, "21-", "1,2"}, // asked once
+        {"", "stage stranger", 2, BoxAnswer::No, "---", ""},
+        {"1,2,3", "stage order zxy", 2, none, "213", "1,2,3"},
+        {"1,2,3", "stage stranger\nstage order xyz", 4, none, "231", "1,2,3"},
+        {"0,1,2", "stage count 2", 2, none, "1-2", "0,1,2"}, // the places have moved up
+        {"0,1,2", "stage count 2", 4, none, "12-", "0,1,2"},
+        {"1,2,9", "", 2, BoxAnswer::No, "21-", "1,2,9"},
+        {"1,9,3", "stage order zyx", 2, BoxAnswer::Yes, "132", "3,1,2"},
+        {"1,2,3", "stage stranger\naxis z absent", 2, BoxAnswer::No, "21-", "1,2,3"},
     };
     for (const auto& each : cases) {
+        const std::string name = std::string(each.kept) + "|" + each.faults;
+        writeDesktopFile("KST_Data/Options.ini", keptNames(each.kept));
         ASSERT_TRUE(applyLabFaults(each.faults));
-        EXPECT_EQ(openStages(each.order, motorSpeed), each.found) << each.faults;
-        EXPECT_EQ(stageX.axisNumber, each.x) << each.faults << each.order;
-        EXPECT_EQ(stageY.axisNumber, each.y) << each.faults << each.order;
-        EXPECT_EQ(stageZ.axisNumber, each.z) << each.faults << each.order;
+        const size_t boxes = shownBoxes.size();
+        if (each.reply != none)
+            answer("Do they drive the axes so?", each.reply,
+                   [] { EXPECT_EQ(labCounters().openAxes, 0u) << "before anything is driven"; });
+        EXPECT_EQ(openStages(each.order, motorSpeed), std::string(each.controllers) != "---");
+        EXPECT_EQ(shownBoxes.size() - boxes, each.reply == none ? 0u : 1u) << name;
+        std::string controllers;
+        for (const char* letter : {"X: ", "Y: ", "Z: "}) {
+            const std::string list = axisList();
+            const std::string line = list.substr(list.find(letter) + 3);
+            controllers += line.starts_with("virtual:") ? line[8] : '-';
+        }
+        EXPECT_EQ(controllers, each.controllers) << name;
+        EXPECT_EQ(contentOf("KST_Data/Options.ini"), keptNames(each.keptAfter)) << name;
         closeAll();
     }
+    const std::string& box = shownBoxes[shownBoxes.size() - 2].text; // "1,9,3"
+    EXPECT_NE(box.find("X: virtual:1, Sample Y, stage linear 25 (drove Y)\n"
+                       "Y: virtual:3, Focus, stage vertical 10 (drove Z)\n"
+                       "Z: virtual:2, Sample X, stage linear 25 (not known)\n"),
+              std::string::npos)
+        << box;
+}
+
+// One whose counts mean another way is not driven: 80 full steps of a motor with 20 a turn are 1
+// mm.
+TEST_F(StageTest, OtherStepsAreNotDriven) {
+    const struct {
+        const char *fault, *why;
+    } cases[] = {{"axis y microsteps 8", "not driven, its microsteps are not 1/256"},
+                 {"axis y turn 20", "not driven, its motor has not 200 steps per turn"}};
+    for (const auto& each : cases) {
+        ASSERT_TRUE(applyLabFaults(each.fault));
+        stageX.rightLimitOn = stageX.leftLimitOn = 1;
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        EXPECT_EQ(stageX.rightLimitOn + stageX.leftLimitOn, 0u);
+        EXPECT_EQ(axisList(), formatted("X: virtual:2\nY: %s\nZ: virtual:3\n", each.why));
+        EXPECT_EQ(silentAxes(), "Y");
+        EXPECT_EQ(labCounters().openAxes, 2u);
+        closeAll();
+    }
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_FALSE(openStages(2, motorSpeed)) << "they are open already and do not open again";
 }
 
 TEST_F(StageTest, MovesWhereItIsTold) {
@@ -140,6 +200,7 @@ TEST_F(StageTest, LostAxisIsSaidOnceAndNeverAskedAgain) {
         {"axis x lost", [] { stopStage(stageX); }, -4, 0},
         {"axis x lost 4", [] { moveTo(stageX, 300.0); }, -4, 100},
         {"axis x lost 9", [] { moveXYTo(300.0, 3000.0, motorSpeed); }, -4, 300},
+        {"axis x disturbed 1", [] { moveTo(stageX, 50.0); }, -1, 0},
     };
     for (const auto& each : cases) {
         ASSERT_TRUE(openStages(2, motorSpeed));
@@ -171,12 +232,77 @@ TEST_F(StageTest, LostAxisIsSaidOnceAndNeverAskedAgain) {
         EXPECT_EQ(stageX.positionUm, lastRead);
         EXPECT_EQ(stageX.zeroOffsetSteps, zero);
         const std::string printed = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1) << printed;
-        EXPECT_EQ(printed.find("Stage X: "), 0u) << printed;
-        EXPECT_NE(printed.find(formatted("answered %d", each.answer)), std::string::npos);
+        const std::string said = formatted("answered %d, the axis is lost", each.answer);
+        const size_t place = printed.find(said);
+        EXPECT_NE(place, std::string::npos) << printed;
+        EXPECT_EQ(printed.find("Stage X", place), std::string::npos) << "once";
         EXPECT_EQ(silentAxes(), "X");
         EXPECT_TRUE(applyLabFaults(""));
         closeAll();
+    }
+}
+
+// The library answers -1 at once to one bad checksum, and the next call succeeds.
+TEST_F(StageTest, DisturbedAnswersLoseNothing) {
+    for (int each : {2, 3, 7}) {
+        ASSERT_TRUE(
+            applyLabFaults(formatted("axis x disturbed %d\naxis y disturbed %d", each, each)));
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        const double from = labStageUm(labX); // backlash: to the right only
+        for (double um : {10.0, 12.0, 30.0, 60.0}) EXPECT_TRUE(moveTo(stageX, um)) << each;
+        EXPECT_TRUE(moveXYBy(20.0, 30.0, motorSpeed)) << each;
+        EXPECT_TRUE(standsAt(stageX, 80.0, 0.5));
+        EXPECT_NEAR(labStageUm(labX) - from, 80.0, 0.01 + umPerFullStep);
+        EXPECT_EQ(silentAxes(), "");
+        stopAllStages();
+        closeAll();
+    }
+}
+
+// It was lost on its way, and goes on to where it was sent.
+TEST_F(StageTest, LostAxisIsStoppedWhenItAnswersAgain) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(startMoveTo(stageX, 4000.0));
+    ASSERT_TRUE(applyLabFaults("axis x lost"));
+    readPosition(stageX);
+    ASSERT_TRUE(applyLabFaults(""));
+    ASSERT_TRUE(axisIsLost(stageX));
+    closeAll();
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    EXPECT_FALSE(labStageMoves(labX));
+}
+
+// An alarm, lost steps and windings without current make the controller's count no place.
+TEST_F(StageTest, WhatAControllerSaysOfItsMotorIsHeeded) {
+    const struct {
+        const char *fault, *words;
+        bool out; // moves are not sent any more
+    } cases[] = {
+        {"axis x alarm current 4", "alarm (over-current)", true},
+        {"axis x alarm supply", "alarm (supply too low)", true},
+        {"axis x slips 5", "steps lost", false},
+        {"axis x unpowered", "windings without current", false},
+    };
+    for (const auto& each : cases) {
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        ASSERT_TRUE(moveTo(stageX, 20.0));
+        ASSERT_TRUE(applyLabFaults(each.fault));
+        EXPECT_FALSE(moveTo(stageX, 40.0)) << each.fault;
+        EXPECT_EQ(textIn(Field::Information), std::string("Stage X ") + each.words +
+                                                  (each.out ? ": \"Reconnect Stages\"" : ""));
+        EXPECT_NE(contentOf("KST_Data/Log/2026-03-07.txt").find(each.words), std::string::npos);
+        EXPECT_NE(devicesPage().find(each.words), std::string::npos) << devicesPage();
+        EXPECT_EQ(axisIsOut(stageX), each.out);
+        const uint64_t moves = labCounters().moves;
+        EXPECT_FALSE(moveXYBy(30.0, 30.0, motorSpeed)) << each.fault;
+        if (each.out) { // the other one does not go alone
+            EXPECT_EQ(labCounters().moves, moves);
+        }
+        EXPECT_FALSE(standsAt(stageX, stageX.positionUm, 0.5));
+        ASSERT_TRUE(applyLabFaults(""));
+        stopAllStages(); // as "Reconnect Stages" does
+        closeAll();
+        resetLab(1);
     }
 }
 
@@ -211,38 +337,6 @@ TEST_F(StageTest, SlowWayIsNoFailure) {
     ASSERT_TRUE(applyLabFaults("axis x slow 8\nlimit x right at 320"));
     EXPECT_FALSE(moveTo(stageX, 400.0));
     EXPECT_EQ(textIn(Field::Information), "Limit right Switch on    ");
-}
-
-// The list is shorter than the three that were kept: the places have moved up.
-TEST_F(StageTest, MissingControllerLeavesTheOthersTheirAxes) {
-    ASSERT_TRUE(openStages(2, motorSpeed));
-    EXPECT_EQ(contentOf("KST_Data/Options.ini"), "stage controller 1 = virtual:1\n"
-                                                 "stage controller 2 = virtual:2\n"
-                                                 "stage controller 3 = virtual:3\n");
-    closeAll();
-    stageX.rightLimitOn = stageX.leftLimitOn = 1;
-    ASSERT_TRUE(applyLabFaults("stage count 2"));
-    writeDesktopFile("KST_Data/Options.ini", "stage controller 1 = virtual:0\n"
-                                             "stage controller 2 = virtual:1\n"
-                                             "stage controller 3 = virtual:2\n");
-    const struct {
-        int32_t order;
-        const char *silent, *list;
-    } cases[] = {{2, "Y", "X: virtual:1\nY: no controller\nZ: virtual:2\n"},
-                 {4, "Z", "X: virtual:1\nY: virtual:2\nZ: no controller\n"}};
-    for (const auto& each : cases) {
-        ASSERT_TRUE(openStages(each.order, motorSpeed));
-        EXPECT_EQ(silentAxes(), each.silent);
-        EXPECT_EQ(axisList(), each.list);
-        EXPECT_EQ(stageX.rightLimitOn + stageX.leftLimitOn, 0u);
-        closeAll();
-    }
-    ASSERT_TRUE(applyLabFaults("axis y microsteps 8"));
-    ASSERT_TRUE(openStages(2, motorSpeed));
-    EXPECT_EQ(axisList(),
-              "X: virtual:2\nY: not driven, its microsteps are not 1/256\nZ: virtual:3\n");
-    EXPECT_EQ(labCounters().openAxes, 2u);
-    EXPECT_FALSE(openStages(2, motorSpeed)) << "they are open already and do not open again";
 }
 
 TEST_F(StageTest, NudgeWaitsForTheMove) {

@@ -40,13 +40,18 @@ static_assert(laidOutAsEngineSettings<engine_settings_t>() &&
 
 template <class Status> constexpr bool laidOutAsStageStatus() {
     return sizeof(Status) == 80 && offsetof(Status, MoveSts) == 0 &&
-           offsetof(Status, MvCmdSts) == 4 && offsetof(Status, CurPosition) == 20 &&
+           offsetof(Status, MvCmdSts) == 4 && offsetof(Status, PWRSts) == 8 &&
+           offsetof(Status, CurPosition) == 20 && offsetof(Status, Upwr) == 52 &&
            offsetof(Status, uCurPosition) == 24 && offsetof(Status, EncPosition) == 32 &&
            offsetof(Status, CurSpeed) == 40 && offsetof(Status, CurT) == 64 &&
            offsetof(Status, Flags) == 68 && offsetof(Status, GPIOFlags) == 72 &&
            offsetof(Status, CmdBufFreeSpace) == 76;
 }
 static_assert(laidOutAsStageStatus<status_t>() && laidOutAsStageStatus<LabStageStatus>());
+
+static_assert(sizeof(controller_name_t) == 24 && offsetof(controller_name_t, CtrlFlags) == 20);
+static_assert(sizeof(LabControllerName) == 24 && offsetof(LabControllerName, CtrlFlags) == 20);
+static_assert(sizeof(stage_name_t) == 17 && sizeof(LabStageName) == 17);
 
 // The same as Windows' own, which platform/win32/serial_port.cpp checks.
 static_assert(sizeof(SerialLineState) == 28 && sizeof(SerialTimeouts) == 20);
@@ -79,6 +84,13 @@ static_assert(LabNi488::timeoutsMs[13] == 10'000 && LabNi488::aborted == 6 &&
 
 static_assert(ximcError == -1 && ximcNoDevice == -4 && LabXimc::resultNoDevice == -4);
 static_assert(LabXimc::resultValueError == -3);
+static_assert(STATE_ALARM == 0x40 && STATE_CTP_ERROR == 0x80 && STATE_POWER_OVERHEAT == 0x100 &&
+              STATE_OVERLOAD_POWER_CURRENT == 0x800 && STATE_LOW_POWER_VOLTAGE == 0x10000);
+static_assert(LabXimc::stateAlarm == 0x40 && LabXimc::statePositionError == 0x80 &&
+              LabXimc::stateDriverOverheat == 0x100 && LabXimc::stateOverCurrent == 0x800 &&
+              LabXimc::stateLowSupply == 0x10000);
+static_assert(PWR_STATE_OFF == 1 && PWR_STATE_NORM == 3 && PWR_STATE_REDUCT == 4);
+static_assert(LabXimc::powerOff == 1 && LabXimc::powerNormal == 3 && LabXimc::powerReduced == 4);
 static_assert(LabXimc::enumerateProbe == 1 && LabXimc::enumerateNetwork == 4);
 static_assert(STATE_RIGHT_EDGE == 1 && STATE_LEFT_EDGE == 2 && MVCMD_RUNNING == 0x80);
 static_assert(LabXimc::rightEdge == 1 && LabXimc::leftEdge == 2 && LabXimc::commandRunning == 0x80);
@@ -94,6 +106,8 @@ template <class T> struct Ours { using Type = T; };
 template <> struct Ours<LabEngineSettings*> { using Type = engine_settings_t*; };
 template <> struct Ours<const LabEngineSettings*> { using Type = const engine_settings_t*; };
 template <> struct Ours<LabStageStatus*> { using Type = status_t*; };
+template <> struct Ours<LabControllerName*> { using Type = controller_name_t*; };
+template <> struct Ours<LabStageName*> { using Type = stage_name_t*; };
 template <> struct Ours<LabGrabResult*> { using Type = PylonGrabResult_t*; };
 template <class Result, class... Arguments> struct Ours<Result (*)(Arguments...)> {
     using Type = Result (*)(typename Ours<Arguments>::Type...);
@@ -107,6 +121,7 @@ template <class Result, class... Arguments> struct Ours<Result (*)(Arguments...)
 #define SAME_VISA(name) SAME_SIGNATURE(Visa, name)
 #define SAME_KXCI(name) SAME_SIGNATURE(Kxci, name)
 LAB_LIBXIMC_FUNCTIONS(SAME_LIBXIMC)
+LAB_NAMED_LIBXIMC_FUNCTIONS(SAME_LIBXIMC)
 LAB_PYLON_FUNCTIONS(SAME_PYLON)
 LAB_NI488_FUNCTIONS(SAME_NI488)
 LAB_VISA_FUNCTIONS(SAME_VISA)
@@ -168,6 +183,7 @@ TEST_F(VendorFacts, OrdinalsAreThoseOfTheReleases) {
     libraries.namesMissing = false;
     const Libximc found = loadLibximc();
     LAB_LIBXIMC_FUNCTIONS(BY_ORDINAL)
+    LAB_NAMED_LIBXIMC_FUNCTIONS(BY_ORDINAL)
 }
 
 // Without the bit for it a camera neither streams nor is set.
