@@ -71,17 +71,36 @@ void showPercentDone(int count) {
     showProgress(text.c_str());
 }
 
-// Whether the axis stands where it was sent; it is given a short time for that. What has no
-// controller has not moved.
-bool hasComeTo(StageAxis& axis, double targetUm) {
-    const double tolerance = std::min(scanArea.scanStep / 2, 1.0);
-    return axis.axisNumber != 0 && standsAt(axis, targetUm, tolerance);
+// How far from a point the stage may stand, um.
+double placeTolerance() {
+    return std::min(scanArea.scanStep / 2, 1.0);
+}
+
+// Whether the axis stands where it was sent, by one of the two looks; it is given a short time for
+// that. What has no controller has not moved.
+bool hasComeTo(StageAxis& axis, double targetUm,
+               bool (*look)(StageAxis&, double, double) = standsAt) {
+    if (axis.axisNumber == 0) axis.missed = Miss::NoController;
+    return axis.axisNumber != 0 && look(axis, targetUm, placeTolerance());
+}
+
+NotThere notThere(const StageAxis& axis) {
+    const bool told = axis.missed != Miss::Nothing;
+    return {"XYZ"[indexOf(axis)], told ? axis.missed : Miss::Stalled};
+}
+
+// Without one of the two no further point is reached.
+const StageAxis* axisThatIsOut() {
+    for (const StageAxis* axis : {&stageX, &stageY})
+        if (axisIsOut(*axis)) return axis;
+    return nullptr;
 }
 
 // How a row begins.
 struct RowStart {
-    bool yReached = false;
+    NotThere yMissed;
     double soundFromX = 0.0; // before that X has run less than the run-in
+    NotThere xMissed;        // why
 };
 
 RowStart goToRow(const ScanPlace& place, double y) {
@@ -91,18 +110,30 @@ RowStart goToRow(const ScanPlace& place, double y) {
     if (!moveXYTo(runInX, y, motorSpeed)) showProgress("Motor range limited");
     readPhotocurrent(); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.
-    row.soundFromX = hasComeTo(stageX, runInX) ? place.startX : stageX.positionUm + runIn;
+    const bool ranIn = hasComeTo(stageX, runInX);
+    row.soundFromX = ranIn ? place.startX : stageX.positionUm + runIn;
+    if (!ranIn) row.xMissed = notThere(stageX);
     // Every row is approached from the negative side, so that backlash is taken up the same way.
     moveTo(stageX, place.startX);
     refreshPositions();
     waitResponsive(rowSettleMs);
-    row.yReached = !stopRequested && hasComeTo(stageY, y);
+    if (stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
     return row;
+}
+
+// What is missed of the point (x, y) after the move to it; a move of X has looked where it ended.
+// What was missed before is not waited for again at each point of the row.
+NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start) {
+    if (!moved) return notThere(stageX);
+    if (start.yMissed.why != Miss::Nothing) return start.yMissed;
+    if (x < start.soundFromX) return start.xMissed;
+    if (!looked && !hasComeTo(stageX, x)) return notThere(stageX);
+    return hasComeTo(stageY, y, stillStandsAt) ? NotThere{} : notThere(stageY);
 }
 
 struct Point {
     int row, column; // in the order of the scan
-    bool reached;
+    NotThere missed;
 };
 
 // The readings of one point: their mean, and how they scatter.
@@ -159,7 +190,8 @@ void measurePoint(const Point& point, int mapRow) {
     spoils(boardIsInstrument ? Spoilt::Board : Spoilt::Instrument, !reading.answered);
     // The laser hangs on it.
     spoils(Spoilt::Board, !boardIsInstrument && !laserLinkStands(laserLink));
-    spoils(Spoilt::NotReached, !point.reached);
+    spoils(Spoilt::NotReached, point.missed.why != Miss::Nothing);
+    if (point.missed.why != Miss::Nothing) report.takeMiss(point.missed);
     if (mapIsConfocal()) {
         grabFrames(cameraState, 1);
         spoils(Spoilt::Camera, cameraState.connected == 0 || !cameraState.fresh);
@@ -215,17 +247,25 @@ void markScanPoint(const WindowContext& view, int row, int column) {
     markPoint(view.context, point.x, point.y);
 }
 
-// One row from left to right; false when a stop was asked for.
+// Nothing here moves Z: only a look tells that it is lost or in an alarm.
+void lookAtFocus(const std::string& when) {
+    readPosition(stageZ);
+    const std::string trouble = axisTrouble(stageZ);
+    if (report.focus.empty() && !trouble.empty()) report.focus = trouble + when;
+}
+
+// One row from left to right; false when a stop was asked for or an axis is out.
 bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
     const int mapRow = scanArea.rows - 1 - row;
     const double y = place.startY + row * scanArea.scanStep;
     pace.rowBegins(tickCountMs());
     const RowStart start = goToRow(place, y);
     pace.rowReached(tickCountMs());
-    if (stopRequested) return false;
+    if (stopRequested || axisThatIsOut()) return false;
     for (int column = 0; column < scanArea.cols; ++column) {
         const double x = place.startX + column * scanArea.scanStep;
         const uint64_t beganMs = tickCountMs();
+        const bool looked = stageX.axisNumber != 0 && stageX.positionUm != x;
         const bool moved = moveTo(stageX, x);
         if (!moved) showProgress("Motor motion failure");
         showScanProgress(count + 1);
@@ -233,16 +273,15 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         waitAfterMove(std::max(beganMs, lastSettledMs()),
                       static_cast<uint32_t>(scanOptions.beforeReadingMs));
         if (stopRequested) return false;
-        // What was missed is not waited for again at each point of the row.
-        const bool reached = moved && start.yReached && x >= start.soundFromX &&
-                             hasComeTo(stageX, x) && hasComeTo(stageY, y);
-        if (stopRequested) return false;
+        const NotThere missed = lookAtPoint(x, y, moved, looked, start);
+        if (stopRequested || axisThatIsOut()) return false;
         markScanPoint(view, row, column);
-        measurePoint({row, column, reached}, mapRow);
+        measurePoint({row, column, missed}, mapRow);
         ++count;
         pace.pointDone(tickCountMs());
         showRemaining(count);
     }
+    lookAtFocus(formatted(" in row %d", row + 1));
     flushJournal();
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
@@ -284,7 +323,7 @@ void scanAllRows(const ScanPlace& place) {
                     rowUm / (motorSpeed * umPerFullStep) * 1000.0);
     const WindowContext view(mainWindow); // the scan's own, for its markers
     int count = place.firstRow * scanArea.cols;
-    for (int row = place.firstRow; row < scanArea.rows && !stopRequested; ++row)
+    for (int row = place.firstRow; row < scanArea.rows && !stopRequested && !axisThatIsOut(); ++row)
         if (!scanRow(place, view, row, count)) break;
     report.pointsDone = count;
     logEvent(formatted("Mapping: %d of %d points, %d in doubt", count, scanArea.totalPoints,
@@ -346,7 +385,8 @@ double remainingScanMs() {
 // The stage is looked at as the operator chose, in this object's block.
 struct ScanTiming {
     ScanTiming() {
-        arrivalTiming = {scanOptions.looksEarly, static_cast<uint32_t>(scanOptions.settleMs)};
+        arrivalTiming = {scanOptions.looksEarly, static_cast<uint32_t>(scanOptions.settleMs),
+                         placeTolerance()};
     }
     ~ScanTiming() { arrivalTiming = {}; }
     ScanTiming(const ScanTiming&) = delete;
@@ -396,6 +436,21 @@ void beginContinuation(ScanPlace& place, const LeftJournal& left) {
     logEvent("Continued: " + conditions.continued);
 }
 
+// Whether a scan that its stage has ended may be continued.
+bool canGoOn() {
+    return !report.endedBy.empty() && report.pointsDone > 0 && !report.journalLost;
+}
+
+// Without X or Y the rest would be measured at one spot, for hours in the light of the laser.
+void endIfAxisIsOut() {
+    const StageAxis* out = axisThatIsOut();
+    if (!out || report.pointsDone == scanArea.totalPoints) return;
+    setLaserLevel(0);
+    report.endedBy = axisTrouble(*out);
+    report.journalLost = journalIsBroken();
+    if (canGoOn()) report.endedBy += ", \"Continue last scan\" goes on";
+}
+
 void scanFrom(const LeftJournal* left) {
     const ScanTiming timing;
     showInformation("Moving to starting point");
@@ -427,18 +482,24 @@ void scanFrom(const LeftJournal* left) {
     if (!stopRequested) showScanAreaForConsent();
     // Who has stopped or closed meanwhile is asked nothing.
     const bool declined = !stopRequested && !consentGiven(compensated) && !stopRequested;
-    if (!declined && !stopRequested) scanAllRows(place);
+    const bool goes = !declined && !stopRequested;
+    if (goes && !axisThatIsOut()) scanAllRows(place);
+    if (goes) endIfAxisIsOut();
     report.bias = biasTrouble(); // while it is on
     report.journalLost = journalIsBroken();
-    noteEnd(declined ? ProcessEnd::Declined : processEnd());
+    noteEnd(declined                  ? ProcessEnd::Declined
+            : !report.endedBy.empty() ? ProcessEnd::Stopped
+                                      : processEnd());
     returnHome(place);
+    lookAtFocus(" at the end");
+    scanMap.outcome.zUm = stageZ.positionUm + report.zShiftUm;
     scanMap.outcome.trouble = whatFailed();
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
     const bool saved = saveEverything(saveMapFiles);
-    // One that was to go on and did not can still go on.
+    // One that was to go on and did not can still go on, and one that the stage has ended.
     const bool wentOn = report.pointsDone > place.firstRow * scanArea.cols;
-    if (saved && (!left || wentOn)) removeJournal();
+    if (saved && !canGoOn() && (!left || wentOn)) removeJournal();
     leaveJournal(); // what is only there is offered again
     showReport();   // over what the saving had to say
 }

@@ -46,6 +46,13 @@ PointMark ScanReport::take(const std::array<bool, spoiltCount>& causes, int scan
     return mark;
 }
 
+void ScanReport::takeMiss(NotThere missed) {
+    for (auto& [cause, points] : misses)
+        if (cause.axis == missed.axis && cause.why == missed.why)
+            return static_cast<void>(++points);
+    misses.emplace_back(missed, 1);
+}
+
 void ScanReport::takeMarked(PointMark mark, int scanRow, int column) {
     const size_t cause = causeOf(mark);
     if (cause == spoiltCount) return;
@@ -54,12 +61,24 @@ void ScanReport::takeMarked(PointMark mark, int scanRow, int column) {
     take(causes, scanRow, column);
 }
 
+std::string ScanReport::whyMissed() const {
+    std::string text;
+    for (const auto& [cause, points] : misses)
+        text += (text.empty() ? " (" : ", ") +
+                formatted("%c %s: %d", cause.axis, nameOf(cause.why), points);
+    return text.empty() ? text : text + ")";
+}
+
 std::string ScanReport::words(bool documentLost) const {
     std::string text;
+    if (!endedBy.empty()) text += ". " + endedBy;
     for (size_t i = 0; i < spoiltCount; ++i)
-        if (const SpoiltPoints& of = spoilt[i]; of.points > 0)
+        if (const SpoiltPoints& of = spoilt[i]; of.points > 0) {
             text += formatted(". %s: %d from row %d, column %d", kinds[i].words, of.points, of.row,
                               of.column);
+            if (i == static_cast<size_t>(Spoilt::NotReached)) text += whyMissed();
+        }
+    if (!focus.empty()) text += ". " + focus;
     text += bias;
     if (stayedAway) text += ". The stage did not come back";
     if (swingFailed) text += ". Hysteresis not compensated";

@@ -258,17 +258,20 @@ Miss whyMissed(const StageAxis& axis, double targetUm) {
 }
 
 std::string missedText(const StageAxis& axis) {
-    std::string why = nameOf(axis.missed);
-    if (axis.missed == Miss::Lost) why += formatted(" (%d)", axis.lostBy);
-    if (axis.missed == Miss::Alarm) why = troubleText(axis.status);
-    return nameOf(axis) + " " + why;
+    const std::string trouble = axisTrouble(axis);
+    const bool told = axis.missed == Miss::Lost || axis.missed == Miss::Alarm;
+    return told && !trouble.empty() ? trouble : nameOf(axis) + " " + nameOf(axis.missed);
+}
+
+std::string axisTrouble(const StageAxis& axis) {
+    if (axis.axisNumber == 0) return {};
+    const std::string what = axis.lostBy != 0 ? formatted("lost (%d)", axis.lostBy) : axis.told;
+    return what.empty() ? what : nameOf(axis) + " " + what;
 }
 
 void showAxisOut(const StageAxis& axis) {
-    const std::string what =
-        axisIsLost(axis) ? formatted("lost (%d)", axis.lostBy) : troubleText(axis.status);
     const char* hint = axisIsOut(axis) ? ": \"Reconnect Stages\"" : "";
-    showInformation((nameOf(axis) + " " + what + hint).c_str());
+    showInformation((axisTrouble(axis) + hint).c_str());
 }
 
 bool controllerMoves(const StageAxis& axis) {

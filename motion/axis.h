@@ -94,6 +94,9 @@ bool startMoveTo(StageAxis& axis, double um);
 // Whether the controller said at the last look that it is on its way.
 bool controllerMoves(const StageAxis& axis);
 
+// "Stage X lost (-4)" or the trouble that its controller has, as troubleText; empty without one.
+std::string axisTrouble(const StageAxis& axis);
+
 // Says in the information text that the axis is lost or in an alarm, and what helps.
 void showAxisOut(const StageAxis& axis);
 

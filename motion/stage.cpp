@@ -328,6 +328,7 @@ uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
     // stands beside it will not come; the tenth of a second is for a status that is old.
     constexpr uint64_t longestWayMs = 1000;
     constexpr uint64_t longestRestMs = 100;
+    const bool hadArrived = axis.missed == Miss::Nothing;
     const uint64_t start = tickCountMs();
     uint64_t lastMoved = start;
     for (;;) {
@@ -343,8 +344,8 @@ uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
             return now;
         }
         axis.missed = whyMissed(axis, targetUm);
-        if (axis.missed == Miss::Stalled && distanceUm > twoAxesToleranceUm)
-            axis.missed = Miss::MovedAway; // a move that had ended there was nearer
+        if (axis.missed == Miss::Stalled && hadArrived && distanceUm > twoAxesToleranceUm)
+            axis.missed = Miss::MovedAway;
         if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return now;
         if (waitResponsive(arrivalTiming.looksEarly ? earlyPollMs : 10) != waitPassed ||
             stopRequested)

@@ -149,6 +149,7 @@ struct LabRead {
     double timeMs;
     double sampleX, sampleY; // um, under the laser spot
     double volts;            // as converted, with noise
+    double restedMs;         // since X or Y moved
 };
 
 struct LabCounters {

@@ -133,6 +133,7 @@ template <class Entry> void logEntry(std::vector<Entry>& log, Entry entry) {
 
 // Brings motors and carriages to the present time. Before anything that changes how they move.
 void advanceMotors();
+double labRestedMs(); // for so long X and Y have stood still
 void resetMotors();
 void dropMissingControllers();
 

@@ -23,7 +23,7 @@ static bool analogRead(int pin, int samples) {
         int counts = convertPhotocurrent();
         LabPoint spot = labLaserSpotSample();
         ++lab.counters.analogReads;
-        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts});
+        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts, labRestedMs()});
         sum += counts;
     }
     lab.board.reply += std::to_string(sum / samples);

@@ -76,7 +76,7 @@ static void advanceMotor(int axis) {
         reach -= std::min(reach, std::abs(way));
         if (!back) motor.pastTarget = 0;
     }
-    if (motor.steps != before) motor.restsMs = nowMs;
+    if (motor.steps != before) motor.restsMs = nowMs - reach / speed * 1000;
     loseSteps(axis, motor, (motor.steps - before) * stepUm);
     double motorUm = motor.steps * stepUm - motor.slipUm;
     motor.carriageUm = std::clamp(motor.carriageUm, motorUm, motorUm + faults.backlashUm[axis]);
@@ -116,6 +116,11 @@ double labStageUm(int axis) {
     if (axis < labX || axis > labZ) return 0;
     advanceMotor(axis);
     return lab.motors[axis].carriageUm;
+}
+
+double labRestedMs() {
+    advanceMotors();
+    return labNowMs() - std::max(lab.motors[labX].restsMs, lab.motors[labY].restsMs);
 }
 
 bool labStageMoves(int axis) {

@@ -228,7 +228,7 @@ TEST_F(ScanTest, TheRunInTakesUpThePlay) {
 // Whenever the stage is looked at, and whatever it does on its way: the same map, but for the time.
 TEST_F(ScanTest, EarlyLooksReadTheSamePlaces) {
     for (const char* fault :
-         {"", "axis x slow 100\naxis y slow 100",
+         {"", "axis x slow 100\naxis y slow 100", "axis x slow 50\naxis y slow 50",
           "axis x overshoot 4\naxis y overshoot 4\naxis x slow 100\nbacklash x 0\nbacklash y 0",
           "axis x old\naxis y old"}) {
         double pointMs[2] = {};
@@ -245,9 +245,31 @@ TEST_F(ScanTest, EarlyLooksReadTheSamePlaces) {
             const std::vector<LabRead>& reads = labReads();
             ASSERT_EQ(reads.size(), static_cast<size_t>(readingsIn(8, 4)));
             pointMs[early] = (reads[8].timeMs - reads[2].timeMs) / 6;
+            for (size_t i = 0; i < reads.size(); ++i) // a row begins with one that is discarded
+                EXPECT_TRUE(i % 9 == 0 || reads[i].restedMs >= 12) << i << " " << reads[i].restedMs;
         }
         EXPECT_GE(pointMs[false] / pointMs[true], *fault == 0 ? 2.2 : 1.0);
     }
+}
+
+int statusCalls;
+
+// Through a network controller each call takes 5 ms: X by the two calls that find it arrived, Y by
+// one.
+TEST_F(ScanTest, APointAsksTheStageThreeTimes) {
+    replaceFunction(
+        "get_status", +[](int id, void* status) {
+            ++statusCalls;
+            const auto ask = virtualLabFunction("libximc.dll", "get_status");
+            return reinterpret_cast<int (*)(int, void*)>(ask)(id, status);
+        });
+    ASSERT_TRUE(applyLabFaults("stage calls 5"));
+    writeDesktopFile("KST_Data/Options.ini", "look for arrival = as soon as it can be there\n");
+    writeSettings(2.0, false);
+    int before = 0;
+    afterReadings(3, [&] { before = statusCalls; }); // of a row of 8
+    afterReadings(8, [&] { EXPECT_EQ(statusCalls - before, 5 * 3); });
+    runProgramOver(16, 4);
 }
 
 TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
