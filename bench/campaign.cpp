@@ -4,7 +4,7 @@
 // A failing seed prints what happened; `--seeds 7..7 --verbose` prints the log and the history of
 // any.
 #include "tests/doubles/doubles.h"
-#include "tests/simulation/random_day.h"
+#include "tests/simulation/day/random_day.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 // Operators who press anything at any time while anything breaks. The days of other seeds:
 // simulation_tests --seeds=100..400 --gtest_filter=*RandomOperator*
 #include "tests/doubles/doubles.h"
-#include "tests/simulation/random_day.h"
+#include "tests/simulation/day/random_day.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Copies the disk in the middle of a day and starts the program on the copy.
-#include "tests/simulation/power_cut.h"
+#include "tests/simulation/day/power_cut.h"
 
 #include "app/program.h"
 #include "platform/text_format.h"

@@ -36,8 +36,8 @@ struct RandomDay {
 };
 
 // Lives through the day of a seed in a world of its own (prepareWorld). The same seed is the same
-// day. Rules in `ignored` are not judged.
-RandomDay liveRandomDay(uint32_t seed, const std::set<Rule>& ignored = {});
+// day.
+RandomDay liveRandomDay(uint32_t seed);
 
 // The day as text: the findings, then what led to the last of them.
 std::string told(const RandomDay& day);

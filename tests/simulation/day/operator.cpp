@@ -1,0 +1,209 @@
+// What he presses, types and answers.
+#include "tests/simulation/day/operator.h"
+
+#include "instruments/kinds.h"
+#include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+#include "tests/simulation/day/faults.h"
+#include "ui/commands.h"
+#include "ui/configuration.h"
+#include "ui/tool_windows.h"
+
+namespace {
+
+constexpr const char* typedTexts[] = {"5", "-30", "", "nan", "1e30", "9999999999", "100", "x"};
+
+// What Enter may do behind a field of the dialog.
+struct Enter {
+    int id;
+    unsigned axes;
+    bool bias;
+};
+
+constexpr Enter enters[] = {{idHandStep, noAxis, false},    {idDialogPositionX, xy, false},
+                            {idDialogPositionY, xy, false}, {idLaserComPort, noAxis, false},
+                            {idGpibAddress, noAxis, true},  {idAddressOctet4, noAxis, true},
+                            {idBias, noAxis, true},         {idInstrumentList, noAxis, true}};
+
+} // namespace
+
+void Operator::acts() {
+    if (inDialog) return;
+    // Numbers of commands lie in these ranges; some belong to none.
+    const int firstCommands[] = {idStart, 2100, idLaserOn, idFocus, idSaveWindowImage};
+    const int x = dice.below(1446), y = dice.below(1069);
+    switch (dice.below(14)) {
+    case 0:
+        return pressesKey();
+    case 1:
+        judge.note(formatted("click %d %d", x, y));
+        return clicks(x, y);
+    case 2:
+        judge.note(formatted("drag from %d %d", x, y));
+        return postDrag(x, y, x + dice.below(120) - 60, y + dice.below(120) - 60);
+    case 3:
+        return types();
+    case 4:
+    case 5:
+        return breakOrMend(dice, judge);
+    case 6:
+        return commands(dice.oneOf({idStart, idStart, idFocus, idWideView}));
+    case 7:
+    case 8:
+        return commands(idConfiguration);
+    case 9:
+        return usesTool();
+    default:
+        return commands(dice.oneOf(firstCommands) + dice.below(39));
+    }
+}
+
+BoxAnswer Operator::answers(const ShownBox& box) {
+    const BoxAnswer replies[] = {BoxAnswer::No, BoxAnswer::Cancel, BoxAnswer::None};
+    const bool stops = box.text.starts_with("Do you want to stop");
+    const BoxAnswer reply = dice.below(5) == 0 ? dice.oneOf(replies)
+                            : stops            ? BoxAnswer::No
+                                               : BoxAnswer::Yes;
+    judge.note("box '" + box.text + formatted("', answer %d", static_cast<int>(reply)));
+    return reply;
+}
+
+void Operator::configures() {
+    judge.opensDialog();
+    inDialog = true;
+    for (int left = dice.below(8); left > 0 && mainWindow; --left) {
+        advanceVirtualTime(dice.below(400));
+        switch (dice.below(6)) {
+        case 0:
+            typesInDialog();
+            break;
+        case 5:
+            entersInDialog();
+            break;
+        case 1:
+            setDialogText(idBias, dice.oneOf({"0", "0.5", "-1", "nan"}));
+            judge.note("bias " + dialogTextIn(idBias));
+            break;
+        case 2:
+            choosesInstrument();
+            break;
+        case 3:
+            presses(idSet);
+            break;
+        default:
+            presses(dice.oneOf({idInitializeInstrument, idConnectLaser, idConnectStages,
+                                idConnectCamera, idGo, idHandXMinus, idHandYPlus, idSetZero,
+                                idConfocalCheck}));
+        }
+        judge.look();
+    }
+    inDialog = false;
+}
+
+void Operator::commands(int id) {
+    judge.note(formatted("command %d", id));
+    postCommand(id);
+}
+
+void Operator::clicks(int x, int y) {
+    const intptr_t point = static_cast<intptr_t>(y) << 16 | x;
+    post(messageLeftButtonDown, 1, point);
+    in(dice.below(300), [point] { post(messageLeftButtonUp, 0, point); });
+}
+
+void Operator::pressesKey() {
+    const uintptr_t keys[] = {keyPageUp, keyPageDown, keyLeft, keyUp, keyRight, keyDown, 'A'};
+    const uintptr_t key = dice.oneOf(keys);
+    const int repeats =
+        dice.below(3) == 0 ? 1 + dice.below(20) : 1; // 33 ms apart while he holds it
+    judge.note(formatted("key %#x, %d times", static_cast<unsigned>(key), repeats));
+    for (int i = 0; i < repeats; ++i)
+        in(33.0 * i, [this, key] {
+            if (key == keyPageUp || key == keyPageDown) judge.pressedPageKey();
+            post(messageKeyDown, key);
+        });
+    in(33.0 * repeats, [key] { post(messageKeyUp, key); });
+}
+
+// A message whose handling is `call`.
+void Operator::does(const Cause& cause, const Action& call) {
+    judge.note(cause.what);
+    postCall([this, cause, call] {
+        judge.begin(cause);
+        call();
+        judge.end();
+    });
+}
+
+void Operator::types() {
+    const struct {
+        Field field;
+        void (*enter)();
+        const char* name;
+        unsigned axes;
+    } edits[] = {{Field::ScanStep, enterScanStep, "step", noAxis},
+                 {Field::LaserIntensity, enterLaserIntensity, "intensity", noAxis},
+                 {Field::Gain, enterGain, "gain", noAxis},
+                 {Field::Exposure, enterExposure, "exposure", noAxis},
+                 {Field::PositionX, enterPositionX, "X", axisX},
+                 {Field::PositionY, enterPositionY, "Y", axisY},
+                 {Field::PositionZ, enterPositionZ, "Z", axisZ}};
+    const auto edit = dice.oneOf(edits);
+    const std::string text = dice.oneOf(typedTexts);
+    typeInto(edit.field, text);
+    does({"Enter behind " + text + " in " + edit.name, edit.axes},
+         [enter = edit.enter] { enter(); });
+}
+
+void Operator::usesTool() {
+    if (toolWindows.empty())
+        return commands(dice.below(2) == 0 ? idIvMeasurement : idTimeEvolution);
+    const WindowHandle tool = toolWindows[static_cast<size_t>(dice.below(2)) % toolWindows.size()];
+    const char* const texts[] = {"1", "2", "", "x"};
+    for (NativeWindow* edit : tool->edits) edit->text = dice.oneOf(texts);
+    if (dice.below(5) == 0) return does({"closes a tool"}, [tool] { onToolClose(tool); });
+    const bool iv = tool->edits.size() == 1;
+    does({iv ? "sweep" : "series", noAxis, true, iv},
+         [tool, iv] { onToolCommand(tool, iv ? idSweepStart : idSeriesStart); });
+}
+
+void Operator::typesInDialog() {
+    const int id = dice.oneOf({idHandStep, idDialogPositionX, idDialogPositionY, idCurrentLimit,
+                               idLaserComPort, idAddressOctet4, idGpibAddress, idCameraAperture});
+    setDialogText(id, dice.oneOf({"0", "-1", "10", "18", "24", "30", "2000", "", "x"}));
+    judge.note(formatted("in %d he types ", id) + dialogTextIn(id));
+}
+
+// Behind a field, and after what is typed there.
+void Operator::entersInDialog() {
+    const Enter field = dice.oneOf(enters);
+    judge.note(formatted("Enter in %d", field.id));
+    judge.begin({formatted("Enter in %d", field.id), field.axes, false, false, field.bias});
+    if (field.bias) judge.choseInstrument();
+    onConfigurationEnter(field.id);
+    judge.end();
+}
+
+void Operator::choosesInstrument() {
+    const int kind = dice.below(equipmentKindCount);
+    selectInDialogList(idInstrumentList, kind);
+    const char* address = kind == kindGpibSourcemeter ? "24" : "18";
+    if (kind == kindAnalyzerGpib) address = "17";
+    if (dice.below(4) != 0) setDialogText(idGpibAddress, address);
+    judge.note(formatted("chooses instrument %d", kind));
+    judge.choseInstrument();
+    if (dice.below(2) == 0) presses(dice.below(2) == 0 ? idSet : idInitializeInstrument);
+}
+
+void Operator::presses(int id) {
+    judge.note(formatted("presses %d", id));
+    if (id == idInitializeInstrument) judge.choseInstrument();
+    const bool moves = id == idGo || (id >= idHandXMinus && id <= idHandYPlus);
+    const bool bias = id == idSet || id == idInitializeInstrument;
+    judge.begin({formatted("button %d", id), moves ? xy : noAxis, false, false, bias});
+    if (id == idConfocalCheck) checkInDialog(id, dice.below(2) == 0);
+    onConfigurationCommand(id);
+    if (id == idSetZero && !stageIsTaken()) judge.calledZero(xy);
+    judge.end();
+}

@@ -1,0 +1,31 @@
+// An operator who presses anything at any time.
+#pragma once
+
+#include "tests/doubles/script.h"
+#include "tests/simulation/day/dice.h"
+#include "tests/simulation/judge/judge.h"
+
+class Operator {
+public:
+    Operator(Dice& drawn, Judge& onlooking) : dice(drawn), judge(onlooking) {}
+
+    void acts(); // anything, unless the dialog is open: the main window takes nothing then
+    BoxAnswer answers(const ShownBox& box);
+    void configures(); // in the Configuration dialog, until he closes it
+
+private:
+    void commands(int id);
+    void clicks(int x, int y);
+    void pressesKey();
+    void does(const Cause& cause, const Action& call);
+    void types();
+    void usesTool();
+    void typesInDialog();
+    void entersInDialog();
+    void choosesInstrument();
+    void presses(int id);
+
+    Dice& dice;
+    Judge& judge;
+    bool inDialog = false;
+};

@@ -1,0 +1,253 @@
+// Hears what comes to the program, sees what comes of it, and tells the rules.
+#include "tests/simulation/judge/judge.h"
+
+#include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
+                                     "cell",   "named", "files", "kept",  "box",   "end"};
+
+template <class Function> Function stageFunction(const char* name) {
+    return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
+}
+
+bool isPageKey(const Message& message) {
+    return message.id == messageKeyDown &&
+           (message.wParam == keyPageUp || message.wParam == keyPageDown);
+}
+
+Cause causeOfKey(uintptr_t key) {
+    const std::string name = formatted("key %#x", static_cast<unsigned>(key));
+    if (key == keyPageUp || key == keyPageDown) return {name, axisZ};
+    if (key == keyLeft || key == keyRight) return {name, axisX};
+    if (key == keyUp || key == keyDown) return {name, axisY};
+    return {name};
+}
+
+} // namespace
+
+Judge* Judge::current = nullptr;
+
+Judge::Judge(RandomDay& record) : day(record) {
+    current = this;
+    // The lights are looked at last: whether the laser was asked for is of the time since then.
+    for (const auto check : {checkFiles, checkBox, checkBias, checkPlace, checkWatch, checkCause,
+                             checkOneMove, checkCell, checkNamed, checkEnd, checkLights})
+        checkers.push_back(check(*this));
+    real.open = stageFunction<decltype(real.open)>("open_device");
+    real.move = stageFunction<decltype(real.move)>("command_move");
+    replaceFunction(
+        "open_device", +[](const char* name) { return current->opens(name); });
+    replaceFunction(
+        "command_move", +[](int id, int position, int microsteps) {
+            return current->moves(id, position, microsteps);
+        });
+    onlooker.waits = [this] { look(); };
+    onlooker.dispatches = [this](const Message& message) {
+        if (isPageKey(message)) --pageKeys;
+        begin(causeOf(message));
+    };
+    onlooker.dispatched = [this] { end(); };
+    onlooker.shows = [this](Field field) {
+        for (const auto& each : checkers) each->fieldIsShown(field);
+    };
+}
+
+Judge::~Judge() = default;
+
+void Judge::note(const std::string& what) {
+    day.history.push_back(formatted("%8.0f  ", testTimeMs()) + what);
+}
+
+void Judge::find(Rule rule, const std::string& what) {
+    const char* const name = ruleNames[static_cast<size_t>(rule)];
+    std::string whole = std::string(name) + ": " + what;
+    if (!found.insert(whole.substr(0, whole.find_first_of("0123456789"))).second) return;
+    if (!causes.empty()) whole += " (in: " + causes.back().what + ")";
+    note("FOUND " + whole);
+    day.broken.insert(name);
+    day.findings.push_back(formatted("%.0f ms: ", testTimeMs()) + whole);
+}
+
+void Judge::begin(Cause cause) {
+    cause.inMove = stageIsMoving();
+    causes.push_back(std::move(cause));
+}
+
+void Judge::end() {
+    look(); // nothing may have waited meanwhile
+    if (causes.back().began && !processUnderWay()) lookAtProcessEnd(causes.back());
+    causes.pop_back();
+}
+
+void Judge::breaks(const std::string& text) {
+    faults = text;
+    for (AxisView& each : axes) each.doubtful |= blamesAxis(each);
+    for (const auto& each : checkers) each->broken();
+}
+
+void Judge::calledZero(unsigned which) {
+    for (int axis : {labX, labY, labZ})
+        if ((which & 1u << axis) != 0 && axes[axis].axis.positionUm == 0.0)
+            axes[axis].zeroUm = labStageUm(axis);
+}
+
+void Judge::opensDialog() {
+    for (const auto& each : checkers) each->dialogOpens();
+}
+
+// What is on the screen now is what the operator goes by.
+void Judge::look() {
+    if (!mainWindow) return;
+    const std::string title = windowText(mainWindow, 200);
+    boardSaidLost = title.find(boardLostWords) != std::string::npos;
+    biasSaidLost = title.find(biasMayBeOnWords) != std::string::npos;
+    lookAtProcess();
+    if (!shownBoxes.empty() && shownBoxes.size() != boxesSeen)
+        for (const auto& each : checkers) each->boxOpens(shownBoxes.back());
+    boxesSeen = shownBoxes.size();
+    lookAtMarks();
+    for (const auto& each : checkers) each->look();
+}
+
+void Judge::lookAtEnd() {
+    onlooker = {};
+    for (const auto& each : checkers) each->ends();
+}
+
+void Judge::lookAtLeaks() {
+    for (const auto& each : checkers) each->letsGo();
+}
+
+bool Judge::blamesAxis(const AxisView& each) const {
+    return blames("stage") || blames(formatted("axis %s", each.name).c_str());
+}
+
+bool Judge::blamesBus() const {
+    for (const char* part : {"gpib", "visa", "instrument"})
+        if (blames(part)) return true;
+    return false;
+}
+
+bool Judge::saidAtEnd() const {
+    const auto says = [](const ShownBox& box) {
+        return box.text.find("may be on") != std::string::npos;
+    };
+    return std::any_of(shownBoxes.begin(), shownBoxes.end(), says);
+}
+
+int Judge::opens(const char* name) {
+    const int id = real.open(name);
+    for (int axis : {labX, labY, labZ}) {
+        if (id < 0 || std::string(axes[axis].controller) != name) continue;
+        axes[axis].id = id;
+        axes[axis].zeroUm = labStageUm(axis);
+    }
+    return id;
+}
+
+int Judge::moves(int id, int position, int microsteps) {
+    for (int axis : {labX, labY, labZ})
+        if (id >= 0 && axes[axis].id == id) isSent(axis);
+    const uint64_t before = labCounters().moves;
+    const int result = real.move(id, position, microsteps);
+    movesSeen += labCounters().moves - before;
+    return result;
+}
+
+void Judge::isSent(int axis) {
+    const bool nudged = axis == labZ && processRunning != 0 && pageKeys > 0;
+    for (const auto& each : checkers) each->moveIsSent(axis, nudged);
+    const unsigned allowed = causes.empty() ? noAxis : causes.back().axes;
+    if (nudged && (allowed & 1u << axis) == 0) --pageKeys;
+}
+
+Cause Judge::causeOf(const Message& message) {
+    switch (message.id) {
+    case messageCommand:
+        return causeOfCommand(static_cast<int>(message.wParam));
+    case messageKeyDown:
+        return causeOfKey(message.wParam);
+    case messageLeftButtonUp:
+        return {"button up", xy};
+    case messageTimer:
+        return {"timer"};
+    default:
+        return {formatted("message %#x", message.id)};
+    }
+}
+
+Cause Judge::causeOfCommand(int id) {
+    const std::string name = formatted("command %d", id);
+    for (const auto& each : checkers) each->commandComes(id);
+    switch (id) {
+    case idStart:
+        return {scanName, allAxes, true};
+    case idWideView:
+        return {"wide view", allAxes, true};
+    case idFocus:
+        return {"autofocus", allAxes, true};
+    case idMoveXPlus:
+    case idMoveXMinus:
+        return {name, axisX};
+    case idMoveYPlus:
+    case idMoveYMinus:
+        return {name, axisY};
+    case idFocusUp:
+    case idFocusDown:
+    case idFocusUpFast:
+    case idFocusDownFast:
+        return {name, axisZ};
+    default:
+        return {name};
+    }
+}
+
+// The first wait of a process.
+void Judge::lookAtProcess() {
+    const bool runs = processUnderWay();
+    if (runs && !processSeen && !causes.empty()) {
+        causes.back().began = true;
+        causes.back().saidBefore = historyOf(Field::Information).size();
+        count("process: " + causes.back().what);
+        for (const auto& each : checkers) each->processBegins();
+    }
+    processSeen = runs;
+}
+
+void Judge::lookAtProcessEnd(const Cause& cause) {
+    processSeen = false;
+    if (!mainWindow) return;
+    look();
+    std::string said;
+    const std::vector<std::string>& all = historyOf(Field::Information);
+    for (size_t i = std::min(cause.saidBefore, all.size()); i < all.size(); ++i) said += all[i];
+    if (cause.what == scanName && said.find("Mapping finished") == std::string::npos)
+        return; // it was not begun
+    for (const auto& each : checkers) each->processEnds(cause, said);
+}
+
+// Each cell that has been marked since the last look is the one that was measured last.
+void Judge::lookAtMarks() {
+    if (scanMap.marks.size() != marksSeen.size() ||
+        (!marksSeen.empty() && scanMap.marks[0].size() != marksSeen[0].size()))
+        marksSeen = {};
+    marksSeen.resize(scanMap.marks.size());
+    for (size_t c = 0; c < marksSeen.size(); ++c) {
+        if (scanMap.marks[c] == marksSeen[c]) continue;
+        marksSeen[c].resize(scanMap.marks[c].size());
+        for (size_t m = 0; m < marksSeen[c].size(); ++m) {
+            const PointMark mark = scanMap.marks[c][m];
+            if (std::exchange(marksSeen[c][m], mark) == mark || mark == PointMark::NotMeasured)
+                continue;
+            count(mark == PointMark::Measured ? "points measured" : "points in doubt");
+            for (const auto& each : checkers) each->cellIsMarked(c, m, mark);
+        }
+    }
+}

@@ -1,0 +1,144 @@
+// Who looks on whenever the program waits, and what each of his rules sees: one file a rule.
+#pragma once
+
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "tests/doubles/doubles.h"
+#include "tests/simulation/day/random_day.h"
+
+#include <cmath>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+// Sets of laboratory axes.
+constexpr unsigned noAxis = 0, axisX = 1u << labX, axisY = 1u << labY, axisZ = 1u << labZ;
+constexpr unsigned xy = axisX | axisY, allAxes = xy | axisZ;
+
+// What the program does just now, and what it may move for it.
+struct Cause {
+    std::string what;
+    unsigned axes = noAxis;
+    bool process = false;
+    bool sweep = false;    // of the bias
+    bool bias = false;     // may put one on the sample, as a process may
+    bool inMove = false;   // it came in the middle of a move
+    bool began = false;    // a process
+    size_t saidBefore = 0; // information texts
+};
+
+constexpr const char* scanName = "scan";
+
+// Words of the title.
+constexpr const char* boardLostWords = "laser board lost";
+constexpr const char* biasMayBeOnWords = "the bias may be on";
+
+struct AxisView {
+    const char* name;
+    const char* controller; // of the laboratory, by the axis that it drives
+    StageAxis& axis;
+    int id = -1;           // the controller's handle
+    double zeroUm = 0;     // carriage where the program last called its place 0
+    bool doubtful = false; // a fault of this axis may have misled the program
+};
+
+// Two axes count as arrived within 3 um, a zero drops its microsteps (1.25 um), and the carriage
+// may lag behind its motor by the play (2 um), at the zero as well.
+constexpr double placeToleranceUm = 3.0 + 1.25 + 2.0 + 0.2;
+
+// A rule; what it does not look at stays empty.
+class Checker {
+public:
+    Checker() = default;
+    virtual ~Checker() = default;
+    Checker(const Checker&) = delete;
+    Checker& operator=(const Checker&) = delete;
+
+    virtual void broken() {} // something was broken or mended
+    virtual void look() {}   // the program waits
+    virtual void moveIsSent(int /*axis*/, bool /*nudged by a key that the wait takes*/) {}
+    virtual void fieldIsShown(Field /*field*/) {}
+    virtual void boxOpens(const ShownBox& /*box*/) {}
+    virtual void dialogOpens() {}
+    virtual void commandComes(int /*id*/) {}
+    virtual void processBegins() {}
+    virtual void processEnds(const Cause& /*cause*/, const std::string& /*said meanwhile*/) {}
+    virtual void cellIsMarked(size_t /*column*/, size_t /*map row*/, PointMark /*mark*/) {}
+    virtual void ends() {}   // the program has ended
+    virtual void letsGo() {} // of what it held until then
+};
+
+class Judge {
+public:
+    explicit Judge(RandomDay& record);
+    ~Judge();
+    Judge(const Judge&) = delete;
+    Judge& operator=(const Judge&) = delete;
+
+    // What the operator does.
+    void note(const std::string& what);
+    void count(const std::string& what) { ++day.counts[what]; }
+    void begin(Cause cause);
+    void end(); // and everything that came of it
+    void breaks(const std::string& text);
+    void calledZero(unsigned axes);
+    void choseInstrument() { instrumentChosen = true; }
+    void opensDialog();
+    // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
+    void pressedPageKey() { ++pageKeys; }
+
+    void look();
+    void lookAtEnd();   // after the program's end
+    void lookAtLeaks(); // after it has let go of what it held
+
+    // For the rules.
+    void find(Rule rule, const std::string& what);
+    bool blames(const char* part) const { return faults.find(part) != std::string::npos; }
+    bool blamesAxis(const AxisView& each) const;
+    bool blamesBus() const;
+    bool saidAtEnd() const; // that something may be on, in a box
+
+    RandomDay& day;
+    std::vector<Cause> causes; // what came in the middle of what, the latest last
+    AxisView axes[3] = {
+        {"x", "virtual:2", stageX}, {"y", "virtual:1", stageY}, {"z", "virtual:3", stageZ}};
+    bool boardSaidLost = false, biasSaidLost = false; // in the title
+    bool instrumentChosen = false;                    // in the dialog
+    uint64_t movesSeen = 0;                           // that the program's library sent
+
+private:
+    int opens(const char* name);
+    int moves(int id, int position, int microsteps);
+    void isSent(int axis);
+    Cause causeOf(const Message& message);
+    Cause causeOfCommand(int id);
+    void lookAtProcess();
+    void lookAtProcessEnd(const Cause& cause);
+    void lookAtMarks();
+
+    static Judge* current;
+    std::vector<std::unique_ptr<Checker>> checkers;
+    std::set<std::string> found; // each up to its first number
+    std::string faults;
+    int pageKeys = 0;
+    size_t boxesSeen = 0;
+    bool processSeen = false;
+    std::vector<std::vector<PointMark>> marksSeen;
+    struct {
+        int (*open)(const char* name);
+        int (*move)(int id, int position, int microsteps);
+    } real;
+};
+
+std::unique_ptr<Checker> checkLights(Judge& judge);
+std::unique_ptr<Checker> checkBias(Judge& judge);
+std::unique_ptr<Checker> checkPlace(Judge& judge);
+std::unique_ptr<Checker> checkWatch(Judge& judge);
+std::unique_ptr<Checker> checkCause(Judge& judge);
+std::unique_ptr<Checker> checkOneMove(Judge& judge);
+std::unique_ptr<Checker> checkCell(Judge& judge);
+std::unique_ptr<Checker> checkNamed(Judge& judge);
+std::unique_ptr<Checker> checkFiles(Judge& judge);
+std::unique_ptr<Checker> checkBox(Judge& judge);
+std::unique_ptr<Checker> checkEnd(Judge& judge);
