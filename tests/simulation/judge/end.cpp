@@ -1,7 +1,7 @@
 // The program ends, light and bias off, and nothing leaks.
 #include "camera/live_view.h"
-#include "platform/text_format.h"
 #include "instruments/ammeter.h"
+#include "platform/text_format.h"
 #include "session/process.h"
 #include "tests/simulation/judge/judge.h"
 
