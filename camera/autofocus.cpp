@@ -114,7 +114,14 @@ struct FocusCurve {
     }
 };
 
-enum class SweepEnd { Finished, Stopped };
+enum class SweepEnd { Finished, Stopped, Failed };
+
+// Whether the search goes on behind a move of Z: what ends at a limit has been as far as can be.
+bool goesOn(FocusState& state, bool moved) {
+    if (moved || stageZ.missed == Miss::LimitSwitch || stopRequested) return true;
+    state.trouble = missedText(stageZ);
+    return false;
+}
 
 SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, FocusCurve& curve) {
     for (size_t i = 0; i < curve.factor.size(); ++i) {
@@ -139,22 +146,24 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
                             .c_str());
         const bool moved = moveBy(stageZ, -sweep.stepUm);
         waitResponsive(1); // a refused move has not waited
+        if (!goesOn(state, moved)) return SweepEnd::Failed;
         // Where the stage cannot go lower the curve is over.
-        if (!moved && (stageZ.leftLimitOn || axisIsLost(stageZ))) break;
+        if (!moved && stageZ.leftLimitOn) break;
     }
     return SweepEnd::Finished;
 }
 
 // Up to the sweep's start, with the backlash taken up downwards.
-SweepEnd goToStart(const SweepLevel& sweep, double& startUm) {
+SweepEnd goToStart(FocusState& state, const SweepLevel& sweep, double& startUm) {
     grabAndDraw();
-    moveBy(stageZ, 1.0);
-    moveBy(stageZ, -1.0);
+    for (const double um : {1.0, -1.0})
+        if (!goesOn(state, moveBy(stageZ, um))) return SweepEnd::Failed;
     startUm = stageZ.positionUm;
     refreshPositions();
     waitResponsive(10);
     if (waitResponsive(100) == waitStopped || stopRequested) return SweepEnd::Stopped;
-    moveTo(stageZ, stageZ.positionUm + static_cast<double>(sweep.startOffsetUm));
+    const double topUm = stageZ.positionUm + static_cast<double>(sweep.startOffsetUm);
+    if (!goesOn(state, moveTo(stageZ, topUm))) return SweepEnd::Failed;
     if (stopRequested || waitResponsive(100) == waitStopped) return SweepEnd::Stopped;
     refreshPositions();
     intervalElapsed(true, 0);
@@ -164,11 +173,18 @@ SweepEnd goToStart(const SweepLevel& sweep, double& startUm) {
 void goToPeak(FocusState& state, const FocusCurve& curve) {
     stopStage(stageZ);
     setSpeed(stageZ, focusSpeed);
-    if (curve.clearPeak) moveTo(stageZ, curve.positionUm[curve.peak]);
+    if (curve.clearPeak) goesOn(state, moveTo(stageZ, curve.positionUm[curve.peak]));
     const std::string lastLine = state.text;
     std::snprintf(state.text, sizeof state.text,
                   state.found ? "%s Focusing completed" : "%s No peak found", lastLine.c_str());
     showInformation(state.text);
+}
+
+void takeUpPlay(FocusState& state) {
+    setSpeed(stageZ, focusSpeed);
+    if (!goesOn(state, moveBy(stageZ, 1.0))) return;
+    waitResponsive(50);
+    goesOn(state, moveBy(stageZ, -1.0));
 }
 
 void switchLightsOff() {
@@ -213,12 +229,13 @@ int focusSweep(FocusState& state) {
     const SweepLevel& sweep = levels[std::clamp(level, 0, highestLevel)];
     FocusCurve curve(static_cast<size_t>(sweep.steps));
     state.found = 0;
+    state.trouble.clear();
     {
         const RunningProcess running;
         switchLightsOff();
         showInformation("Focusing has started");
         double startUm = 0.0;
-        if (goToStart(sweep, startUm) == SweepEnd::Finished &&
+        if (goToStart(state, sweep, startUm) == SweepEnd::Finished &&
             stepDown(state, sweep, startUm, curve) == SweepEnd::Finished)
             goToPeak(state, curve);
     }
@@ -226,7 +243,7 @@ int focusSweep(FocusState& state) {
     drawCircleMark(mainWindow, laserOffset.x, imageHeight - laserOffset.y, 5, markRed);
     refreshPositions();
     state.level = static_cast<int32_t>(focusLevel(state));
-    if (state.level <= level) state.found = 0;
+    if (state.level <= level || !state.trouble.empty()) state.found = 0;
     return state.found;
 }
 
@@ -250,18 +267,16 @@ int autoFocus(FocusState& state) {
         refreshPositions();
         return 0;
     }
-    setSpeed(stageZ, focusSpeed);
-    moveBy(stageZ, 1.0);
-    waitResponsive(50);
-    moveBy(stageZ, -1.0);
+    if (state.trouble.empty()) takeUpPlay(state);
     // Every sweep has switched both off: what was before the first one counts.
     setLaserOutput(wasIlluminated ? 1 : 0);
     switchLiveView(wasLive ? LiveView::On : LiveView::Off);
     const bool reached = focusFactor(state) >= focusedFactor;
-    // However bright the spot is: with its stage gone nobody has searched.
-    showInformation(axisIsLost(stageZ) ? "Focusing incompleted! Stage Z lost"
-                    : reached          ? "Focusing Completed!"
-                                       : "Focusing incompleted!");
+    // However bright the spot is: where Z did not go nobody has searched.
+    const bool completed = reached && state.trouble.empty();
+    std::string text = completed ? "Focusing Completed!" : "Focusing incompleted!";
+    if (!state.trouble.empty()) text += " " + state.trouble;
+    showInformation(text.c_str());
     refreshPositions();
     return 1;
 }

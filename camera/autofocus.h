@@ -5,6 +5,7 @@
 #include "camera/spot.h"
 
 #include <cstdint>
+#include <string>
 
 struct FocusState {
     char text[100] = {};                             // the status line of the sweep
@@ -12,6 +13,7 @@ struct FocusState {
     int32_t found = 0;                               // 1 when the last sweep found a peak
     PicturePoint blueCentre, redCentre, greenCentre; // of the three measuring squares
     int32_t pixelCount = 0;                          // summed for one channel
+    std::string trouble; // why Z did not go where the search sent it; at a limit it goes on
     float blueMean = 0.0f, redMean = 0.0f, greenMean = 0.0f;
 };
 
@@ -28,7 +30,8 @@ float focusLevel(FocusState& state);
 // Mean of |f[k] - f[k - 1]| over k = 1 .. n - 1; 0 when n < 2. The noise of a focus curve.
 float meanStepChange(const float* f, uint32_t n);
 
-// One sweep at the state's level; leaves the next level there. Returns `found`.
+// One sweep at the state's level; leaves the next level there. Returns `found`. A step that does
+// not arrive ends it, and is the state's trouble.
 int focusSweep(FocusState& state);
 
 // Sweeps until the spot is sharp, no peak is found or the level no longer rises. Illumination and
