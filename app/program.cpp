@@ -39,10 +39,9 @@ void connectDevices() {
 void connectFloors() {
     stageHooks.stopAll = stopAllStages;
     stageHooks.nudgeFocus = [](double um) {
-        if (nudgeAfterMove(stageZ, um)) return false;
+        if (nudgeAfterMove(stageZ, um)) return;
         moveBy(stageZ, um);
         refreshPositions();
-        return true;
     };
     onLiveViewStart = [] { computeScanArea(scanArea); };
 }

@@ -50,6 +50,9 @@ struct ScanPlace {
 ScanReport report;
 ScanPace pace(0, 0, 0.0);
 
+bool movesTheStage = false;
+uint64_t refusedMs = 0; // when the operator last wanted to; 0 never in this scan
+
 std::string whatFailed() {
     return report.words(scanMap.documentLost);
 }
@@ -68,6 +71,9 @@ void showPercentDone(int count) {
     std::string text = formatted("Mapping: %d%% done", percent);
     // What was said of a failed move is gone with the next point.
     if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
+    // The arrival at the next point has overwritten the word.
+    constexpr uint64_t readableMs = 3000;
+    if (refusedMs != 0 && tickCountMs() - refusedMs < readableMs) text += ", no keys for X and Y";
     showProgress(text.c_str());
 }
 
@@ -393,6 +399,26 @@ struct ScanTiming {
     ScanTiming& operator=(const ScanTiming&) = delete;
 };
 
+// In this object's block X and Y are the scan's.
+struct OwnStage {
+    OwnStage() {
+        movesTheStage = true;
+        refusedMs = 0;
+    }
+    ~OwnStage() { movesTheStage = false; }
+    OwnStage(const OwnStage&) = delete;
+    OwnStage& operator=(const OwnStage&) = delete;
+};
+
+bool scanMovesTheStage() {
+    return movesTheStage;
+}
+
+void refuseForScan() {
+    refusedMs = std::max<uint64_t>(tickCountMs(), 1);
+    showInformation("Not while a mapping runs");
+}
+
 bool saveScan() {
     return saveEverything(saveMapFilesQuietly);
 }
@@ -453,6 +479,7 @@ void endIfAxisIsOut() {
 
 void scanFrom(const LeftJournal* left) {
     const ScanTiming timing;
+    const OwnStage own;
     showInformation("Moving to starting point");
     setField(Field::Remaining, "");
     report = {};

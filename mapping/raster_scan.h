@@ -24,6 +24,12 @@ int continueMapping(const LeftJournal& left, const std::string& folder);
 // file.
 bool saveScan();
 
+// From its first move to its last: X and Y are the scan's.
+bool scanMovesTheStage();
+
+// Tells the operator that a key or a command does not move X or Y meanwhile.
+void refuseForScan();
+
 // Milliseconds until the last point of the running scan, by what it has taken so far: within a
 // tenth from the fiftieth point on. 0 without one.
 double remainingScanMs();

@@ -28,18 +28,18 @@ bool stopConfirmed() {
                           BoxButtons::YesNo) == BoxAnswer::Yes;
 }
 
-// What one message makes of a wait, or that the wait goes on.
-constexpr int goOn = -1;
+// What one message makes of a wait, or that the wait goes on; behind a key that has moved the focus
+// it looks at the time, so that one that is held down does not hold the wait.
+constexpr int goOn = -1, lookAtTime = -2;
 
 // A key held down repeats inside the wait of its own move: those repeats are dropped.
-int nudgeFocus(double um) {
+void nudgeFocus(double um) {
     static bool nudging = false;
-    if (nudging) return goOn;
+    if (nudging) return;
     nudging = true;
     logEvent(um > 0.0 ? "Key: Z +1 um" : "Key: Z -1 um");
-    const bool done = stageHooks.nudgeFocus(um);
+    stageHooks.nudgeFocus(um);
     nudging = false;
-    return done ? int{waitPassed} : goOn;
 }
 
 int handleWhileIdle(const Message& message) {
@@ -64,15 +64,18 @@ int handleWhileProcessRuns(const Message& message) {
         stopRequested = 1;
         return waitStopped;
     }
-    if (message.id == messageKeyDown && message.wParam == keyPageUp) return nudgeFocus(1.0);
-    if (message.id == messageKeyDown && message.wParam == keyPageDown) return nudgeFocus(-1.0);
     const int32_t stopBefore = stopRequested;
-    if (message.id == messageLeftButtonDown)
+    const bool up = message.wParam == keyPageUp, down = message.wParam == keyPageDown;
+    const bool nudge = message.id == messageKeyDown && (up || down);
+    if (nudge)
+        nudgeFocus(up ? 1.0 : -1.0);
+    else if (message.id == messageLeftButtonDown)
         dispatchClick(message);
     else
         dispatchMessage(message);
     // Closing the window stops the process too; what was asked for earlier has been seen already.
-    return stopRequested && !stopBefore ? int{waitStopped} : goOn;
+    if (stopRequested && !stopBefore) return waitStopped;
+    return nudge ? lookAtTime : goOn;
 }
 
 } // namespace
@@ -89,6 +92,7 @@ int waitResponsive(uint32_t durationMs) {
         while (takeMessage(message)) {
             const int result =
                 processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
+            if (result == lookAtTime) break;
             if (result != goOn) return result;
         }
         waitForMessage(start + durationMs);
@@ -96,7 +100,8 @@ int waitResponsive(uint32_t durationMs) {
 }
 
 int waitResponsiveSince(uint64_t startMs, uint32_t durationMs) {
-    const uint64_t spentMs = tickCountMs() - startMs;
-    if (spentMs < durationMs) return waitResponsive(durationMs - static_cast<uint32_t>(spentMs));
-    return waitResponsive(std::min<uint32_t>(durationMs, 1));
+    const uint64_t now = tickCountMs(), due = startMs + durationMs;
+    const uint64_t leftMs = due > now ? due - now : 0; // may begin later than now
+    return waitResponsive(
+        static_cast<uint32_t>(std::max(leftMs, std::min<uint64_t>(durationMs, 1))));
 }

@@ -10,20 +10,20 @@ extern int32_t stopRequested;
 // What the wait does to the stage, which knows the wait; set at start-up.
 struct StageHooks {
     void (*stopAll)() = [] {};
-    // Moves Z by `um` and shows where it is. False, and not done now: a move of Z under way comes
-    // first.
-    bool (*nudgeFocus)(double um) = [](double) { return true; };
+    // Moves Z by `um` and shows where it is, at once or behind a move of Z that is under way.
+    void (*nudgeFocus)(double um) = [](double) {};
 };
 extern StageHooks stageHooks;
 
 enum WaitResult : int {
     waitStopped = 0, // the operator confirmed a stop of the running process
-    waitPassed = 1,  // the time passed, or the focus was nudged with Page Up or Page Down
+    waitPassed = 1,  // the time passed
     waitClicked = 3, // a click while no process ran: all axes were stopped
 };
 
-// Dispatches messages until `durationMs` has passed, however long the system is up. The live view
-// is off during the wait and comes back after it unless a process runs.
+// Dispatches messages until `durationMs` has passed, however long the system is up. Page Up and
+// Page Down nudge the focus while a process runs, and what they take of the time counts. The live
+// view is off during the wait and comes back after it unless a process runs.
 int waitResponsive(uint32_t durationMs);
 
 // The same until `durationMs` after `startMs` of tickCountMs(), but for a millisecond at least

@@ -168,12 +168,16 @@ void drawScanArea() {
 
 // What an operator's command meets while something else is under way.
 constexpr Meanwhile allowed = Meanwhile::Allowed, refused = Meanwhile::Refused,
-                    ignored = Meanwhile::Ignored;
+                    ignored = Meanwhile::Ignored, notInScan = Meanwhile::NotInScan;
 
 // Whether it is done now; where it is refused, says why.
 bool mayHappen(Meanwhile duringProcess, Meanwhile duringMove) {
     const bool process = processUnderWay();
     Meanwhile answer = process ? duringProcess : allowed;
+    if (answer == notInScan) {
+        if (scanMovesTheStage()) return refuseForScan(), false;
+        answer = allowed;
+    }
     const bool moves = answer == allowed && stageIsMoving();
     if (moves) answer = duringMove;
     if (answer == refused && moves) showInformation("Not while the stage moves");
@@ -195,10 +199,10 @@ constexpr Command commands[] = {
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
     {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
     // A move inside another one would never find its target.
-    {idMoveXPlus, [] { moveAndShow(stageX, xyKeyStep); }, allowed, ignored, "X +100 um"},
-    {idMoveXMinus, [] { moveAndShow(stageX, -xyKeyStep); }, allowed, ignored, "X -100 um"},
-    {idMoveYPlus, [] { moveAndShow(stageY, xyKeyStep); }, allowed, ignored, "Y +100 um"},
-    {idMoveYMinus, [] { moveAndShow(stageY, -xyKeyStep); }, allowed, ignored, "Y -100 um"},
+    {idMoveXPlus, [] { moveAndShow(stageX, xyKeyStep); }, notInScan, ignored, "X +100 um"},
+    {idMoveXMinus, [] { moveAndShow(stageX, -xyKeyStep); }, notInScan, ignored, "X -100 um"},
+    {idMoveYPlus, [] { moveAndShow(stageY, xyKeyStep); }, notInScan, ignored, "Y +100 um"},
+    {idMoveYMinus, [] { moveAndShow(stageY, -xyKeyStep); }, notInScan, ignored, "Y -100 um"},
     {idFocusUp, [] { moveAndShow(stageZ, focusStepUm); }, allowed, ignored, "Z +1 um"},
     {idFocusDown, [] { moveAndShow(stageZ, -focusStepUm); }, allowed, ignored, "Z -1 um"},
     {idFocusUpFast, [] { moveAndShow(stageZ, focusFastStepUm); }, allowed, ignored, "Z +5 um"},
@@ -322,8 +326,20 @@ void onCommand(int id) {
     if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan) focusMainWindow();
 }
 
+namespace {
+
+// Whether a key would move X or Y.
+bool isArrow(uintptr_t virtualKey) {
+    return virtualKey == keyLeft || virtualKey == keyUp || virtualKey == keyRight ||
+           virtualKey == keyDown;
+}
+
+} // namespace
+
 void onKeyDown(uintptr_t virtualKey) {
     resetIdle();
+    // Between two readings of a point it would stay at another place.
+    if (isArrow(virtualKey) && scanMovesTheStage()) return refuseForScan();
     if (handState.keyBusy || stageIsMoving()) return;
     handState.keyBusy = 1;
     switch (virtualKey) {

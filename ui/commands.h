@@ -6,8 +6,8 @@
 #include <span>
 
 // What comes of a command while a process runs or the stage moves: it is carried out, refused with
-// a word in the information text, or ignored without one.
-enum class Meanwhile { Allowed, Refused, Ignored };
+// a word in the information text, so only while a mapping moves the stage, or ignored without one.
+enum class Meanwhile { Allowed, Refused, NotInScan, Ignored };
 
 struct Command {
     int id;

@@ -3,6 +3,7 @@
 #include "camera/live_view.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
@@ -56,6 +57,10 @@ void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
 
 void enterXyPosition(Field field, StageAxis& axis) {
     const std::optional<int> typed = typedInteger(field);
+    if (scanMovesTheStage()) {
+        refreshPositions(); // over what was typed
+        return refuseForScan();
+    }
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     switchLiveView(LiveView::Off);
     moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);

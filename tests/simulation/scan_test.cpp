@@ -536,6 +536,49 @@ TEST_F(ScanTest, EditsAreRefusedWhileTheGridIsInUse) {
     expectLandscape(scanArea.rows, 0, labStageUm(labZ));
 }
 
+// Between two readings of a point they would move it elsewhere, and the cell would count. The focus
+// keys stay, and cut no wait.
+TEST_F(ScanTest, KeysAndCommandsLeaveXAndYAlone) {
+    writeDesktopFile("KST_Data/Options.ini", "wait after arrival (ms) = 200\n"
+                                             "readings per point = 10\n");
+    writeSettings(2.0, false);
+    for (int reading = 12; reading < 60; reading += 12)
+        afterReadings(static_cast<size_t>(reading), [] {
+            for (uintptr_t key : {keyLeft, keyUp, keyRight, keyDown}) postKey(key);
+            for (int id : {idMoveXPlus, idMoveXMinus, idMoveYPlus, idMoveYMinus}) postCommand(id);
+            for (const Field field : {Field::PositionX, Field::PositionY}) typeInto(field, "100");
+            postCall([] { enterPositionX(); });
+            postCall([] { enterPositionY(); });
+            in(500, [] { postKey(keyPageUp); });
+            in(600, [] { postKey(keyPageDown); });
+        });
+    runProgramOver(8, 4);
+    const std::vector<LabRead>& reads = labReads();
+    const auto readings = static_cast<size_t>(scanArea.rows + scanArea.totalPoints * 10);
+    ASSERT_EQ(reads.size(), readings);
+    for (int i = 0; i < scanArea.totalPoints; ++i) {
+        const int row = i / scanArea.cols;
+        const LabPoint place = placeOfCell(i % scanArea.cols, scanArea.rows - 1 - row);
+        for (int j = 0; j < 10; ++j) {
+            const LabRead& read = reads[static_cast<size_t>(i * 10 + j + row + 1)];
+            EXPECT_NEAR(read.sampleX, place.x, 0.02) << i << " " << j;
+            EXPECT_NEAR(read.sampleY, place.y, 0.02) << i << " " << j;
+            EXPECT_GE(read.restedMs, 200 + 2) << i << " " << j;
+        }
+    }
+    EXPECT_EQ(textIn(Field::Information), "Mapping finished");
+    EXPECT_NE(textIn(Field::PositionX), "100");
+    EXPECT_EQ(handState.keyBusy, 0);
+    const auto said = [](Field field, const char* part) {
+        const std::vector<std::string>& texts = historyOf(field);
+        return std::any_of(texts.begin(), texts.end(), [&](const std::string& text) {
+            return text.find(part) != std::string::npos;
+        });
+    };
+    EXPECT_TRUE(said(Field::Information, "Not while a mapping runs"));
+    EXPECT_TRUE(said(Field::Progress, ", no keys for X and Y"));
+}
+
 TEST_F(ScanTest, RefusedNumberedNameMakesANewFolder) {
     wallTime = {2026, 3, 7, 14, 5};
     writeSettings(4.0, false);

@@ -67,18 +67,40 @@ TEST_F(WaitTest, DeclinedStopLetsTheClickThrough) {
     EXPECT_EQ(testTimeMs(), 100);
 }
 
-TEST_F(WaitTest, PageKeysNudgeTheFocusOnceAWait) {
+// The wait goes on until it is due: a reading behind it needs all of it.
+TEST_F(WaitTest, PageKeysNudgeTheFocusAndCutNothing) {
     processRunning = 1;
     for (int i = 0; i < 3; i++) post(messageKeyDown, keyPageUp);
+    in(50, [] { post(messageKeyDown, keyPageDown); });
     EXPECT_EQ(waitResponsive(100), waitPassed);
-    EXPECT_EQ(stageZ.positionUm, 1.0);
-    EXPECT_EQ(waitingMessages(), 2u);
-    EXPECT_EQ(textIn(Field::PositionZ), "1.0");
-    waitResponsive(100);
-    waitResponsive(100);
-    post(messageKeyDown, keyPageDown);
-    EXPECT_EQ(waitResponsive(100), waitPassed);
+    EXPECT_EQ(testTimeMs(), 100);
     EXPECT_EQ(stageZ.positionUm, 2.0);
+    EXPECT_EQ(textIn(Field::PositionZ), "2.0");
+    // With a stage the nudge takes its own time, and a key that is held down holds no wait.
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    const double start = testTimeMs();
+    for (int ms = 0; ms < 2000; ms += 33) in(ms, [] { post(messageKeyDown, keyPageUp); });
+    EXPECT_EQ(waitResponsive(300), waitPassed);
+    EXPECT_LT(testTimeMs(), start + 400);
+    EXPECT_GT(stageZ.positionUm, 2.0);
+    // A stop inside the nudge's own wait is not lost.
+    in(5, [] { post(messageCommand, 2000); });
+    answer(stopQuestion, BoxAnswer::Yes);
+    EXPECT_EQ(waitResponsive(1000), waitStopped);
+}
+
+TEST_F(WaitTest, WaitsSinceThenAndForAMillisecondAtLeast) {
+    advanceVirtualTime(100);
+    const struct {
+        uint64_t since;
+        uint32_t duration;
+        double waits;
+    } cases[] = {{100, 10, 10}, {95, 10, 5}, {50, 10, 1}, {50, 0, 0}, {104, 10, 14}};
+    for (const auto& each : cases) {
+        setVirtualTime(100);
+        waitResponsiveSince(each.since, each.duration);
+        EXPECT_EQ(virtualNowMs(), 100 + each.waits) << each.since;
+    }
 }
 
 TEST_F(WaitTest, LastsAsLongAfterFortyNineDays) {
