@@ -79,6 +79,10 @@ void grabAndDraw() {
     onFreshFrame();
 }
 
+void leaveStaleWideView() {
+    if (wideView && !processUnderWay() && wideViewIsElsewhere()) grabAndDraw();
+}
+
 void switchLiveView(LiveView to) {
     if (to == LiveView::AsBefore)
         to = liveViewState.wasOn ? LiveView::On : LiveView::Off;

@@ -38,6 +38,10 @@ void connectMissingCamera();
 // Grabs one frame and draws it in place of whatever the window shows.
 void grabAndDraw();
 
+// Does so where the window shows a wide view of another place: behind whatever may have moved the
+// stage.
+void leaveStaleWideView();
+
 // One tick of timer 1: counts the idle time, switches the light sources and the camera off after
 // 50 s without input, and otherwise shows a fresh frame, the spot's colour and its mean value.
 void liveViewTick();

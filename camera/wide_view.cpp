@@ -9,6 +9,9 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 
+#include <cmath>
+#include <string>
+
 namespace {
 
 constexpr int tilesAcross = 3;
@@ -42,8 +45,17 @@ void clearMosaic() {
 }
 
 struct Centre {
-    double x, y; // um
+    double x = 0.0, y = 0.0; // um
 };
+
+Centre seenFrom; // the mosaic's
+
+void sayNotBack() {
+    std::string text = "The stage did not come back to the wide view's centre";
+    for (const StageAxis* axis : {&stageX, &stageY})
+        if (axis->missed != Miss::Nothing) text += ", " + missedText(*axis);
+    showInformation(text.c_str());
+}
 
 bool goToField(Centre centre, int column, int row) {
     return moveXYTo(centre.x + columnStepUm * column, centre.y - rowStepUm * row, motorSpeed);
@@ -93,6 +105,7 @@ int wideViewImaging() {
     wideView = 1; // the scan area stays what it was on the view that it was drawn on
     wideFactor = tilesAcross;
     clearMosaic();
+    seenFrom = centre;
     goToField(centre, -1, -1);
     waitResponsive(200);
     // Nine fields in one light: a bright one must not darken its neighbours.
@@ -101,9 +114,10 @@ int wideViewImaging() {
     if (held) resumeAutomatic(cameraState);
     wideView = 1; // a key that moved the stage meanwhile has shown the camera's picture
     drawWideView();
-    moveXYTo(centre.x, centre.y, motorSpeed);
+    const bool back = moveXYTo(centre.x, centre.y, motorSpeed);
     refreshPositions();
     waitResponsive(10);
+    if (!back) sayNotBack();
     return 1;
 }
 
@@ -112,6 +126,12 @@ void drawWideView() {
     if (!window.context || !mosaic.context) return;
     copyArea(window.context, imageWidth, imageHeight, mosaic.context);
     drawScaleBar(window.context, imageWidth, imageHeight);
+}
+
+bool wideViewIsElsewhere() {
+    constexpr double umPerPixel = 180.0 / 1232.0 * tilesAcross; // less than one is not seen
+    return std::fabs(stageX.positionUm - seenFrom.x) > umPerPixel ||
+           std::fabs(stageY.positionUm - seenFrom.y) > umPerPixel;
 }
 
 void leaveWideView() {

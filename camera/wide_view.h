@@ -10,7 +10,8 @@
 int drawWideTile(WindowHandle window, const uint8_t* pixels, int column, int row, int factor);
 
 // Visits the nine fields around the present stage position, draws their tiles and comes back. A
-// stop ends it early; fields that the stage cannot reach stay black. Returns 1.
+// stop ends it early; fields that the stage cannot reach stay black; a way back that fails is said
+// in the information text. Returns 1.
 int wideViewImaging();
 
 // What the last wide view showed, drawn again with its scale bar.
@@ -18,5 +19,8 @@ void drawWideView();
 
 // The picture on the screen is the camera's own again.
 void leaveWideView();
+
+// Whether the stage has left the place around which the last wide view was taken.
+bool wideViewIsElsewhere();
 
 void releaseWideView();

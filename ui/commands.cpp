@@ -322,6 +322,7 @@ void onCommand(int id) {
         if (command.logged) logEvent(std::string("Command: ") + command.logged);
         command.carryOut();
     }
+    leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
     if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan) focusMainWindow();
 }

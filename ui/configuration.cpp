@@ -304,6 +304,7 @@ void onConfigurationCommand(int id) {
         } else {
             if (command.logged) logEvent(std::string("Configuration: ") + command.logged);
             command.carryOut();
+            leaveStaleWideView();
         }
         busy = false;
     }

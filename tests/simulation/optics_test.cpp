@@ -14,9 +14,11 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "ui/commands.h"
+#include "ui/configuration.h"
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <random>
 
 namespace {
@@ -324,6 +326,41 @@ TEST_F(WideViewTest, ClicksAndDragsAreThreeTimesAsLong) {
     EXPECT_EQ(mainWindow->client.at(700, 130), 0x00FF00u);
     onCommand(idSaveCameraImage);
     EXPECT_TRUE(savedImages.back().path.ends_with(L"\\wide(1).jpg"));
+}
+
+// A rectangle drawn on it would lie where the stage was.
+TEST_F(WideViewTest, IsLeftWhenTheStageMovesOn) {
+    const std::function<void()> moves[] = {[] { onCommand(idMoveXPlus); },
+                                           [] { onCommand(idMoveYMinus); },
+                                           [] {
+                                               whileDialogOpen = [] {
+                                                   setDialogText(idHandStep, "3");
+                                                   onConfigurationCommand(idHandYPlus);
+                                                   EXPECT_EQ(wideView, 0);
+                                               };
+                                               onCommand(idConfiguration);
+                                           },
+                                           [] {
+                                               whileDialogOpen = [] {
+                                                   setDialogText(idDialogPositionX, "-2");
+                                                   onConfigurationCommand(idGo);
+                                               };
+                                               onCommand(idConfiguration);
+                                           }};
+    for (const auto& move : moves) {
+        onCommand(idWideView);
+        onCommand(idFocusUp);
+        ASSERT_EQ(wideView, 1) << "Z changes no place";
+        const NativeBitmap mosaic = mainWindow->client;
+        move();
+        EXPECT_EQ(wideView, 0);
+        EXPECT_NE(mainWindow->client.pixels, mosaic.pixels) << "the camera's picture";
+    }
+    when([] { return labStageUm(labX) < -150; }, [] { applyLabFaults("limit x right at -60"); });
+    onCommand(idWideView);
+    EXPECT_EQ(wideView, 0);
+    EXPECT_EQ(textIn(Field::Information),
+              "The stage did not come back to the wide view's centre, Stage X limit switch");
 }
 
 TEST_F(WideViewTest, StopsAndComesBack) {
