@@ -331,6 +331,7 @@ void scanAllRows(const ScanPlace& place) {
     int count = place.firstRow * scanArea.cols;
     for (int row = place.firstRow; row < scanArea.rows && !stopRequested && !axisThatIsOut(); ++row)
         if (!scanRow(place, view, row, count)) break;
+    flushJournal(); // of a row that was not finished
     report.pointsDone = count;
     logEvent(formatted("Mapping: %d of %d points, %d in doubt", count, scanArea.totalPoints,
                        report.pointsInDoubt));

@@ -6,6 +6,7 @@
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/day/random_day.h"
 
+#include <array>
 #include <cmath>
 #include <memory>
 #include <set>
@@ -122,6 +123,7 @@ private:
     std::set<std::string> found; // each up to its first number
     std::string faults;
     int pageKeys = 0;
+    std::array<double, 4> disturbedMove = {-1.0}; // when it came back, and what was sent to whom
     size_t boxesSeen = 0;
     bool processSeen = false;
     std::vector<std::vector<PointMark>> marksSeen;
