@@ -1,6 +1,7 @@
 // What the operator waits for in the real windows: a live row, a live-view tick, a map point, and
 // what a waiting program costs. With the laboratory's DLLs beside it the map points are measured
-// too; `window_bench scan` tells where the time of a whole scan goes, in nine minutes. Run it under
+// too; `window_bench scan` tells where the time of a whole scan goes, in nine minutes, and
+// `window_bench stage` what a point costs with slow calls to its stage. Run it under
 // tests/window/run_under_wine.sh --cable, or on Windows.
 #include "app/program.h"
 #include "camera/camera.h"
@@ -212,6 +213,38 @@ double benchPoints() {
     return fastest;
 }
 
+// What each call to a stage controller takes from now on: the laboratory reads it beside its DLLs.
+void setCallMs(int ms) {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring faults = path;
+    faults.resize(faults.find_last_of(L'\\') + 1);
+    faults += L"virtual_lab.txt";
+    if (const File file = openFile(faults, L"wb")) std::fprintf(file.get(), "stage calls %d\n", ms);
+    Sleep(200); // it looks ten times a second
+    readPosition(stageX);
+}
+
+// A point of an instrument that answers at once, through controllers on USB and on the network.
+void benchStageCalls() {
+    confocalEnabled = 0;
+    instrumentLink.ammeterKind = kindNiDaq;
+    for (const int callMs : {0, 5}) {
+        setCallMs(callMs);
+        const double call = medianMs(51, [] { readRestingPosition(stageY); });
+        for (const bool early : {false, true}) {
+            scanOptions = {.looksEarly = early};
+            const double few = mappingMs(10);
+            const double many = mappingMs(210);
+            std::printf("map point, %s, %.1f ms a call to the stage: %.2f ms\n",
+                        early ? "early looks" : "every 50 ms", call, (many - few) / 200.0);
+        }
+    }
+    setCallMs(0);
+    scanOptions = {};
+    instrumentLink.ammeterKind = kindArduino;
+}
+
 // A point's line, and its share of the row's way to the disk.
 void benchJournal(double pointMs) {
     constexpr int columns = 40, rows = 30;
@@ -329,6 +362,13 @@ int main(int argc, char** argv) {
     if (argc > 1 && std::string(argv[1]) == "scan") {
         benchLargeMap();
         for (const bool confocal : {false, true}) benchScan(confocal);
+        std::fflush(stdout);
+        destroyMainWindow();
+        shutDown();
+        return 0;
+    }
+    if (argc > 1 && std::string(argv[1]) == "stage") {
+        benchStageCalls();
         std::fflush(stdout);
         destroyMainWindow();
         shutDown();
