@@ -20,6 +20,7 @@
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/main_title.h"
 #include "session/message_box.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
@@ -30,6 +31,7 @@ void connectDevices() {
     connectStagesAndTell(nullptr);
     if (!connectLaserBoard(mainWindow))
         showMessageBox(nullptr, "No Arduino devices found", "Laser Error", BoxButtons::Ok);
+    readBiasLeftOn();
     connectInstrumentAtStart();
     connectCamera();
 }
@@ -64,6 +66,7 @@ bool startUp(int showCommand) {
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
+    showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
     setLaserLevel(0);
     switchLiveView(LiveView::On);

@@ -8,9 +8,13 @@
 #include "session/forced_end.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
+#include "session/options.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
+#include <sstream>
 #include <utility>
 
 namespace {
@@ -34,27 +38,44 @@ void sayWhetherABiasIsLost() {
     if (!words.empty()) showInformation(words.c_str());
 }
 
+// In Options.ini: the sources that may have a bias, as "3 24; 4": kind and address.
+constexpr char keptBias[] = "bias may be on at";
+
+std::string biasToKeep() {
+    std::string text;
+    for (const auto& [kind, address] : instrumentLink.mayBeBiased)
+        text += (text.empty() ? "" : "; ") + formatted("%d %s", kind, address.c_str());
+    return text;
+}
+
+void keepBias() {
+    const std::string text = biasToKeep();
+    if (text == instrumentLink.biasOnFile) return;
+    instrumentLink.biasOnFile = text;
+    writeOptions({{keptBias, text}});
+}
+
 void show(const Notice& notice) {
     showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
 }
 
 } // namespace
 
-float readPhotocurrent() {
+Reading readPhotocurrent() {
     const InstrumentKind& selected = selectedInstrument();
-    const Reading reading = noteReading(selected.read ? selected.read() : Reading{});
-    return static_cast<float>(static_cast<double>(reading.value) * selected.readingScale);
+    Reading reading = noteReading(selected.read ? selected.read() : Reading{});
+    constexpr double largest = std::numeric_limits<float>::max(); // an overload ends there
+    reading.value = static_cast<float>(
+        std::clamp(static_cast<double>(reading.value) * selected.readingScale, -largest, largest));
+    return reading;
 }
 
 Reading noteReading(Reading reading) {
     stayWhereTheProgramEnds(); // taken in the dark, perhaps
     instrumentLink.readingAtLimit = instrumentLink.readingAtLimit || reading.limited;
     instrumentLink.readingAnswered = reading.answered;
+    reading.overloaded |= reading.answered && isOverload(reading.value);
     return reading;
-}
-
-bool lastReadingAnswered() {
-    return instrumentLink.readingAnswered;
 }
 
 bool biasWasLimited() {
@@ -66,13 +87,15 @@ bool biasWasLimited() {
     return source.isLimited && source.isLimited();
 }
 
-std::string biasTrouble() {
+std::string biasNotTaken() {
     std::string text = std::exchange(instrumentLink.biasMissed, false) ? ". Bias not heard" : "";
-    if (biasWasLimited()) text += ". Current limit reached";
-    const InstrumentKind& source = selectedInstrument();
-    const std::string refusal = source.takeRefusal ? source.takeRefusal() : "";
-    if (!refusal.empty()) text += ". Bias refused: " + refusal;
-    return text;
+    const std::string refusal = std::exchange(instrumentLink.biasRefused, {});
+    return refusal.empty() ? text : text + ". Bias refused: " + refusal;
+}
+
+std::string biasTrouble() {
+    const std::string limited = biasWasLimited() ? ". Current limit reached" : "";
+    return biasNotTaken() + limited;
 }
 
 std::string limitText(double amperes) {
@@ -94,7 +117,9 @@ void applyBias(double voltage, double limit) {
     if (source.applyBias) logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
     if (source.beginAnew) source.beginAnew();
     instrumentLink.biasMissed = false;
+    instrumentLink.biasRefused.clear();
     stepBias(voltage, limit);
+    keepBias();
 }
 
 void stepBias(double voltage, double limit) {
@@ -106,15 +131,18 @@ void stepBias(double voltage, double limit) {
     auto& mayBeOn = instrumentLink.mayBeBiased;
     // Also when only a part of it goes out; where nobody answered from the start, nothing does.
     if (volts != 0.0f && instrumentLink.opened) mayBeOn.insert(selectedPlace());
-    const bool heard = source.applyBias(volts, static_cast<float>(limit));
+    // Before it is on; that it is off again is written by applyBias alone, not at each pass of a
+    // sweep through 0.
+    if (volts != 0.0f) keepBias();
+    const SourceAnswer answer = source.applyBias(volts, static_cast<float>(limit));
     if (volts == 0.0f) {
-        if (heard) mayBeOn.erase(selectedPlace());
-    } else if (heard) {
+        if (answer.taken()) mayBeOn.erase(selectedPlace());
+    } else if (answer.heard) {
         mayBeOn.insert(selectedPlace());
-    } else {
-        instrumentLink.biasMissed = true;
     }
-    instrumentLink.biasHeard = heard;
+    instrumentLink.biasMissed |= !answer.heard && volts != 0.0f;
+    if (instrumentLink.biasRefused.empty()) instrumentLink.biasRefused = answer.refusal;
+    instrumentLink.biasHeard = volts == 0.0f ? answer.taken() : answer.heard;
     sayWhetherABiasIsLost();
 }
 
@@ -148,6 +176,23 @@ void connectInstrument(int32_t kind) {
     show(chosen.failed);
 }
 
+void readBiasLeftOn() {
+    instrumentLink.biasOnFile = readOption(keptBias);
+    std::istringstream places(instrumentLink.biasOnFile);
+    for (std::string place; std::getline(places, place, ';');) {
+        std::istringstream words(place);
+        int32_t kind = 0;
+        std::string address;
+        if (words >> kind && isInstrumentKind(kind) && instrumentKind(kind).applyBias) {
+            words >> address;
+            instrumentLink.mayBeBiased.insert({kind, address});
+            // Nobody means it, also where it is the selected one.
+            instrumentLink.biasHeard = false;
+        }
+    }
+    sayWhetherABiasIsLost();
+}
+
 void connectInstrumentAtStart() {
     const InstrumentKind& chosen = selectedInstrument();
     logEvent("Instrument at start: " + narrowed(chosen.name));
@@ -155,7 +200,10 @@ void connectInstrumentAtStart() {
     const auto open = chosen.openAtStart ? chosen.openAtStart : chosen.open;
     if (!open) return;
     instrumentLink.opened = open(0.0);
-    if (instrumentLink.opened) return;
+    if (instrumentLink.opened) {
+        if (mayBeBiased()) applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+        return;
+    }
     if (!chosen.keptAtStart) instrumentLink.ammeterKind = kindArduino;
     show(chosen.failedAtStart.text ? chosen.failedAtStart : chosen.failed);
 }

@@ -8,10 +8,12 @@
 #include "instruments/vendor_library.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -30,6 +32,7 @@ namespace {
 
 Kxci kxci;
 bool networkOpen = false;
+float limitTaken = 0.0f; // A, by the open one; 0 none yet
 
 constexpr const char* deviceName = "Parameter analyzer";
 
@@ -56,6 +59,7 @@ void closeNetwork() {
 } // namespace
 
 int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port) {
+    limitTaken = 0.0f;
     const int octets[] = {octet1, octet2, octet3, octet4};
     for (int i = 0; i < 4; ++i) instrumentLink.ipAddress[i] = octets[i];
     if (mode == analyzerGpib) {
@@ -96,12 +100,36 @@ bool paSendCommand(int mode, const char* command, char (&reply)[analyzerReplySiz
     return true;
 }
 
-bool paApplyBias(int mode, float voltage, float limit) {
+namespace {
+
+// What a unit without a preamplifier takes in its 20 V range by the analyzer's manual (4200-SCS,
+// "DV").
+constexpr float mostVolts = 21.0f, largestLimit = 0.105f; // A
+
+std::string refusalByAnalyzer(float voltage, float limit, const std::string& reply) {
+    if (reply.starts_with("ERROR")) return inOneLine(reply);
+    if (std::fabs(voltage) > mostVolts)
+        return formatted("%g V, more than the 21 V of its range", static_cast<double>(voltage));
+    if (limit > largestLimit)
+        return formatted("a limit of %g A, more than 0.105 A", static_cast<double>(limit));
+    return {};
+}
+
+} // namespace
+
+SourceAnswer paApplyBias(int mode, float voltage, float limit) {
+    if (voltage == 0.0f) limit = limitTaken > 0.0f ? limitTaken : std::min(limit, largestLimit);
     const std::string command = formatted("DV1, 1, %f, ", static_cast<double>(voltage)) +
                                 limitText(static_cast<double>(limit));
     showInformation(command.c_str());
     char reply[analyzerReplySize];
-    return paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';
+    SourceAnswer answer;
+    answer.heard = paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';
+    reply[replyCount] = '\0';
+    answer.refusal = refusalByAnalyzer(voltage, limit, reply);
+    if (answer.taken()) limitTaken = limit;
+    if (!answer.refusal.empty()) printRefusal(deviceName, "refused: " + answer.refusal);
+    return answer;
 }
 
 Reading paRead(int mode) {
@@ -113,6 +141,7 @@ Reading paRead(int mode) {
     const bool whole = std::strlen(reply) < replyCount - 1; // an exponent may be cut off
     reading.answered = reading.answered && sent && whole;
     reading.limited = reading.answered && reply[0] == 'C';
+    reading.overloaded = reading.answered && reply[0] == 'V'; // its converter is saturated
     if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }

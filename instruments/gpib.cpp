@@ -197,6 +197,8 @@ Reading gpibMultimeterRead() {
     std::printf("%s\n", reply);
     Reading reading = extractNumber(reply, count, ReplyKind::Multimeter);
     reading.answered = reading.answered && read;
+    // "ODCA+9.99999E+09", where a reading within its range begins with an N.
+    reading.overloaded = reading.answered && reply[0] == 'O';
     if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }
@@ -234,7 +236,25 @@ bool gpibSourcemeterIsLimited() {
     return ask(":SOUR:VOLT:ILIM:TRIP?") == 1.0f;
 }
 
-bool gpibSourcemeterSetUp(float voltage, float limit) {
+namespace {
+
+// What the sourcemeter takes by its reference manual (Keithley 2450, ":SOURce:VOLTage" and
+// "ILIMit"): in its 2 V range, which the set-up chooses as the one that holds 1 V, 2.1 V.
+constexpr float mostVolts = 2.1f;
+constexpr float smallestLimit = 1e-9f, largestLimit = 1.05f; // A
+
+std::string refusalBySourcemeter(float voltage, float limit) {
+    if (std::fabs(voltage) > mostVolts)
+        return formatted("%g V, more than the 2.1 V of its fixed range",
+                         static_cast<double>(voltage));
+    if (voltage != 0.0f && !(limit >= smallestLimit && limit <= largestLimit))
+        return formatted("a limit of %g A, outside 1 nA to 1.05 A", static_cast<double>(limit));
+    return {};
+}
+
+} // namespace
+
+SourceAnswer gpibSourcemeterSetUp(float voltage, float limit) {
     sourcemeterLimit = limit;
     const std::string lines[] = {
         ":SOUR:VOLT:RANG 1",
@@ -248,7 +268,7 @@ bool gpibSourcemeterSetUp(float voltage, float limit) {
     bool heard = true;
     for (const std::string& line : lines) heard &= gpibWrite(line.c_str());
     sleepMs(100);
-    return heard;
+    return {heard, refusalBySourcemeter(voltage, limit)};
 }
 
 void gpibSourcemeterOff() {

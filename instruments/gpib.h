@@ -15,8 +15,9 @@ Reading gpibMultimeterRead();
 Reading gpibSourcemeterRead();
 
 // Sources `voltage` (V) with the current limit `limit` (A) in the fixed 1 V and 1 uA ranges, and
-// switches the output on. False when a line of it did not go out.
-bool gpibSourcemeterSetUp(float voltage, float limit);
+// switches the output on. It says nothing of what it does not take: a refusal is what its manual
+// says of these ranges.
+SourceAnswer gpibSourcemeterSetUp(float voltage, float limit);
 bool gpibSourcemeterIsLimited(); // the limit cuts the current now
 void gpibSourcemeterOff();       // output off, device offline
 

@@ -113,7 +113,6 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .beginAnew = usbSourcemeterBeginAnew,
         .applyBias = usbSourcemeterSetUp,
         .isLimited = usbSourcemeterIsLimited,
-        .takeRefusal = takeUsbSourcemeterRefusal,
         .identity = usbSourcemeterIdentity,
     },
     {

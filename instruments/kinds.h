@@ -54,12 +54,10 @@ struct InstrumentKind {
     // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is
     // set again.
     void (*beginAnew)() = nullptr;
-    // False when the source may not have heard all of it.
-    bool (*applyBias)(float volts, float limitAmperes) = nullptr;
-    bool (*isLimited)() = nullptr;          // the limit cuts the current now
-    std::string (*takeRefusal)() = nullptr; // of a bias, since last asked; empty when it took all
-    std::string (*identity)() = nullptr;    // what it answered to "*IDN?" when it was opened
-    void (*close)() = nullptr;              // after its bias was taken off
+    SourceAnswer (*applyBias)(float volts, float limitAmperes) = nullptr;
+    bool (*isLimited)() = nullptr;       // the limit cuts the current now
+    std::string (*identity)() = nullptr; // what it answered to "*IDN?" when it was opened
+    void (*close)() = nullptr;           // after its bias was taken off
 };
 
 // The row of a kind. A number that names none has a row without an instrument.
@@ -81,11 +79,13 @@ struct InstrumentLink {
     float currentLimit = 0.0001f; // A
     std::string openedAt;         // the address at which the selected one was looked for
     bool opened = false;          // and found
-    // Sources that got a bias and have not heard 0 V since, by kind and address; and whether the
-    // selected one has heard what it was last told.
+    // Sources that got a bias and have not taken 0 V since, by kind and address, in this run or an
+    // earlier one; and whether the dialog says what the selected one has.
     std::set<std::pair<int32_t, std::string>> mayBeBiased;
+    std::string biasOnFile; // these as Options.ini has them, or was tried to be told
     bool biasHeard = true;
-    bool biasMissed = false;      // a bias was not heard since biasTrouble was asked
+    bool biasMissed = false;      // a bias was not heard since biasNotTaken was asked
+    std::string biasRefused;      // the first refusal of one since then
     bool readingAnswered = false; // the last one
     bool readingAtLimit = false;  // one of those since biasWasLimited was asked
 };

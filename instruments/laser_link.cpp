@@ -32,6 +32,7 @@ void noteTrouble(const std::string& words) {
 }
 
 constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
+constexpr int converterHighest = 1023;              // also of all that is higher
 
 bool isChannel(int channel) {
     return channel >= 0 && channel <= 2;
@@ -82,6 +83,11 @@ void sendChannelCommand(LaserLink& link, const char letters[3], int channel, dou
     laserSend(link, link.commandText);
 }
 
+// Whether "COM3, COM10" has the name.
+bool lists(const std::string& names, const std::string& name) {
+    return (", " + names + ",").find(", " + name + ",") != std::string::npos;
+}
+
 // Opens the port and sets its line up; returns what opening the link returns.
 int openPort(LaserLink& link) {
     if (!link.disconnected && link.portHandle) closeLaserLink(link);
@@ -91,6 +97,8 @@ int openPort(LaserLink& link) {
                  name + ", 9600 baud; this computer has " + (ports.empty() ? "no port" : ports));
     link.portHandle = openSerialPort(("\\\\.\\" + name).c_str());
     link.disconnected = link.portHandle == invalidPort() ? 1 : 0;
+    link.boardAnswered = false;
+    link.portTaken = link.disconnected && lists(ports, name);
     if (link.disconnected) {
         noteTrouble(name + " does not open: " + serialPortTrouble());
         return 0;
@@ -118,6 +126,10 @@ int32_t laserChannelRaw(const LaserLink& link, int channel, double value) {
     return truncated(value * 0.2 * 4.0 * 8.0 * link.channelScale[channel]);
 }
 
+std::string noBoardAnswers(const LaserLink& link) {
+    return formatted("COM%d opens, but no board answers there", link.comPort);
+}
+
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     const int opened = openPort(link);
     if (link.portHandle == invalidPort())
@@ -131,11 +143,12 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
         link.channelValue[c] = laserChannelValue(link, c);
         replies += link.replied ? 1 : 0;
     }
-    if (replies > 0)
+    link.boardAnswered = replies > 0;
+    if (link.boardAnswered)
         reportAnswer(deviceName,
                      formatted("answers %d of 3 questions on COM%d", replies, link.comPort));
     else
-        noteTrouble(formatted("COM%d opens, but no board answers there", link.comPort));
+        noteTrouble(noBoardAnswers(link));
     sayChannelSettings(link);
     return 1;
 }
@@ -221,7 +234,9 @@ Reading laserAnalogRead(LaserLink& link, int pin, int n) {
     // A reply of one character counts as 0: it may be the rest of a longer one.
     const bool number = reply && std::sscanf(reply, "%d", &raw) == 1;
     if (!number || std::strlen(reply) < 2) raw = 0;
-    return {static_cast<float>(raw * converterStepVolts), number && link.replied};
+    Reading reading{static_cast<float>(raw * converterStepVolts), number && link.replied};
+    reading.overloaded = reading.answered && raw >= converterHighest;
+    return reading;
 }
 
 int laserDigitalWrite(LaserLink& link, int pin, int level) {

@@ -6,6 +6,7 @@
 #include "platform/window_handle.h"
 
 #include <cstdint>
+#include <string>
 
 // Laser intensity in microamperes per volt of drive level.
 constexpr double laserScaleFactor = 4.0;
@@ -24,8 +25,10 @@ struct LaserLink {
     double channelMinimum[3] = {-10000.0, -10000.0, -10000.0};
     int32_t channelScale[3] = {-1, -1, -1}; // divisor of the unit conversion
     int32_t comPort = 10;
-    bool replied = false;    // the last receive brought something
-    char wireText[100] = {}; // the last bounded command, or the last channel reply
+    bool replied = false;       // the last receive brought something
+    bool boardAnswered = false; // one of its questions, since the port was opened
+    bool portTaken = false;     // the last open failed at a port that this computer has
+    char wireText[100] = {};    // the last bounded command, or the last channel reply
 };
 
 extern LaserLink laserLink;
@@ -34,6 +37,9 @@ extern LaserLink laserLink;
 // settings. Returns 0 (failure), 1 (success) or 2 (opened, but its line state could not be read).
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow);
 int closeLaserLink(LaserLink& link);
+
+// What is said of a port that opens where no board answers.
+std::string noBoardAnswers(const LaserLink& link);
 
 // Opens the same port once more for a command that must go out, without a box and without asking
 // the board anything; windows are not touched and messages not taken.
@@ -60,7 +66,8 @@ bool laserWriteAtOnce(const LaserLink& link, const char* text);
 // port. Valid until the next call.
 const char* laserReceive(LaserLink& link);
 
-// Volts, 0..5 in steps of 5/1024. A single digit counts as 0 V, and as an answer.
+// Volts, 0..5 in steps of 5/1024. A single digit counts as 0 V, and as an answer; the last step as
+// an overload.
 Reading laserAnalogRead(LaserLink& link, int pin, int n);
 int laserDigitalWrite(LaserLink& link, int pin, int level);
 int laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255

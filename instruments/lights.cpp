@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 double laserLevel = defaultLaserLevel;
 
@@ -30,7 +31,8 @@ struct Light {
     int state = 0;
     int previous = 0;
     bool lit = false;     // as last asked for, a way back to the previous state included
-    bool mayBeOn = false; // an "on" was sent, and no "off" has gone out since
+    bool mayBeOn = false; // an "on" was sent, and no "off" has gone out there since
+    int32_t onPort = 0;   // the COM port at which
     bool told = true;     // the board has what was last asked for
     int radioOn;
     int radioOff;
@@ -53,13 +55,24 @@ Light illumination{.radioOn = idIlluminationOn,
                    .name = "Illumination"};
 Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser, .name = "Laser"};
 
+bool otherLight = false; // than the laser's alone, since onlyTheLaserShone was asked
+
+bool onlyTheLaserShines() {
+    return laser.lit && laser.told && !illumination.lit && illumination.told;
+}
+
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
     const bool on = light.lit && !endsByForce;
     const bool linked = !laserLink.disconnected && laserLink.portHandle;
-    if (on && linked) light.mayBeOn = true; // also when only a part of it goes out
+    if (on && linked) { // also when only a part of it goes out
+        light.mayBeOn = true;
+        light.onPort = laserLink.comPort;
+    }
     light.told = light.send(on);
-    if (light.told && !on) light.mayBeOn = false;
+    // What another port takes switches nothing off, unless the board has moved there and answers.
+    const bool boardHeard = light.onPort == laserLink.comPort || laserLink.boardAnswered;
+    if (light.told && !on && boardHeard) light.mayBeOn = false;
     return light.told;
 }
 
@@ -84,8 +97,9 @@ bool isLost(const Light& light) {
 std::string lossOfTheBoard() {
     if (isLost(laser)) return "laser board lost: the laser may be on";
     if (isLost(illumination)) return "laser board lost: the illumination may be on";
-    // At a desk that never had one nothing is lost.
-    if (laserLink.wasOpen && !(laser.told && illumination.told)) return "laser board lost";
+    // At a desk that never had one nothing is lost; another program may hold the port of one.
+    const bool hasOne = laserLink.wasOpen || laserLink.portTaken;
+    if (hasOne && !(laser.told && illumination.told)) return "laser board lost";
     return {};
 }
 
@@ -118,6 +132,7 @@ int switchLight(Light& light, int mode) {
     }
     light.lit = on;
     if (!tell(light) && isLost(light) && reopenLaserLink(laserLink)) tellBoth();
+    otherLight |= !onlyTheLaserShines();
     show(light);
     logChange(light);
     sayWhetherTheBoardIsLost();
@@ -153,6 +168,10 @@ bool laserIsOn() {
     return laser.state == 1;
 }
 
+bool onlyTheLaserShone() {
+    return onlyTheLaserShines() && !std::exchange(otherLight, false);
+}
+
 int connectLaserBoard(WindowHandle ownerWindow) {
     const int opened = openLaserLink(laserLink, ownerWindow);
     laser.state = 0;
@@ -160,6 +179,7 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
     logChange(laser);
     logChange(illumination);
+    if (opened && !laserLink.boardAnswered) showInformation(noBoardAnswers(laserLink).c_str());
     sayWhetherTheBoardIsLost();
     return laserLink.disconnected ? 0 : opened;
 }

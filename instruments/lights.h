@@ -26,6 +26,10 @@ int32_t laserDriveOf(double volts); // what is sent for a laser level, 0..255
 bool laserIsOn();
 bool illuminationIsOn();
 
+// Whether the board was told that the laser is on and the illumination off, all the time since this
+// was last asked: the light in which a scan takes its points.
+bool onlyTheLaserShone();
+
 // Opens the link, switches the laser off and the illumination to what it is meant to be. Returns
 // what opening the link returns, and 0 when the board then takes no command.
 int connectLaserBoard(WindowHandle ownerWindow);

@@ -1,21 +1,36 @@
-// What came of asking an instrument for a value.
+// What came of asking an instrument for a value, and of telling a source a bias.
 #pragma once
 
 #include <cmath>
+#include <string>
 
 struct Reading {
     float value = 0.0f;    // 0 when no number came
     bool answered = false; // the instrument was reached and its reply held a number
     bool limited = false;  // the current was at the source's limit
+    // Beyond what the instrument can measure: the value is its sign for that.
+    bool overloaded = false;
 
     operator float() const { return value; }
 };
 
+struct SourceAnswer {
+    bool heard = false;  // all of it went out
+    std::string refusal; // in the source's words, or by what its manual says that it takes; empty
+                         // when it took all
+    bool taken() const { return heard && refusal.empty(); }
+};
+
+// What a SCPI instrument answers beyond its range: 9.9E37 (Keithley 2450, Tektronix TDS) or 9.91E37
+// (Keithley 2400 and the standard's not-a-number).
+constexpr float overloadReading = 9.9e37f;
+
+inline bool isOverload(float value) {
+    return !(std::fabs(value) < overloadReading); // what is no number, too
+}
+
 // Whether a current is at a limit, both in amperes. A source's limit and its meter's reading
-// together are accurate to better than two per cent; beyond its range a SCPI instrument answers
-// 9.9e37.
+// together are accurate to better than two per cent.
 inline bool isAtLimit(float amperes, float limit) {
-    constexpr float beyondRange = 1e30f;
-    const float size = std::fabs(amperes);
-    return limit > 0.0f && size >= 0.98f * limit && size < beyondRange;
+    return limit > 0.0f && std::fabs(amperes) >= 0.98f * limit && !isOverload(amperes);
 }

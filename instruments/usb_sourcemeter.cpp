@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 namespace {
 
@@ -28,7 +27,7 @@ constexpr const char* anyOfItsModel = "USB0::0x05E6::0x2450::?*INSTR";
 
 VisaInstrument current{deviceName};
 Source source;
-std::string lastRefusal;
+float limitTaken = 0.0f; // A, last; 0 none yet
 
 Reading numberFor(const char* query) {
     const std::string reply = ask(current, query);
@@ -54,16 +53,16 @@ template <class Lines> bool sendAll(const VisaInstrument& meter, const Lines& li
     return true;
 }
 
-// What the instrument has not taken of the lines before. False when it does not say.
-bool heedRefusals(VisaInstrument& meter) {
+// What the instrument has not taken of the lines before; not heard when it does not say.
+SourceAnswer answerToLines(VisaInstrument& meter) {
     const std::string error = ask(meter, ":SYST:ERR?"); // 0,"No error..." when all is well
-    if (error.empty()) return false;
-    if (std::atoi(error.c_str()) == 0) return true;
-    lastRefusal = error;
+    if (error.empty()) return {};
+    if (std::atoi(error.c_str()) == 0) return {true, ""};
     const std::string words = "refused: " + error;
     printRefusal(deviceName, words);
     showInformation((std::string(deviceName) + " " + words).c_str());
-    return sendTo(meter, "*CLS"); // what else it has listed came from the same lines
+    // What else it has listed came from the same lines.
+    return {sendTo(meter, "*CLS"), error};
 }
 
 // The output goes off first: the last run may have left it on, and the bias comes only with the
@@ -79,14 +78,13 @@ bool prepare(VisaInstrument& meter, double biasVolts) {
         ":SENS:FUNC \"CURR\"",
         ":SENS:CURR:RANG:AUTO ON",
     };
-    return sendAll(meter, lines) && heedRefusals(meter);
+    return sendAll(meter, lines) && answerToLines(meter).heard;
 }
 
 } // namespace
 
 bool usbSourcemeterOpen(double biasVolts) {
     VisaInstrument meter{deviceName};
-    lastRefusal.clear();
     const bool answers = openInstrument(meter, resource, anyOfItsModel) && identify(meter);
     if (answers)
         std::printf("Instrument Manufacturer: %s\n",
@@ -98,6 +96,7 @@ bool usbSourcemeterOpen(double biasVolts) {
     closeInstrument(current);
     current = meter;
     source = {};
+    limitTaken = 0.0f;
     return true;
 }
 
@@ -120,17 +119,18 @@ bool usbSourcemeterIsLimited() {
 
 void usbSourcemeterBeginAnew() {
     source = {};
-    lastRefusal.clear();
 }
 
-bool usbSourcemeterSetUp(float voltage, float limit) {
+SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
     const std::string level = formatted(":SOUR:VOLT %g", static_cast<double>(voltage));
     // After 0 V somebody may have been at the instrument, and at its output's switch.
     const bool asBefore = source.on && source.volts != 0.0f && source.limit == limit;
     source = {};
+    // With a limit that is refused it would not say that it took the 0 V.
+    if (voltage == 0.0f && limitTaken > 0.0f) limit = limitTaken;
     emptyOutput(current); // a bias goes out all the same
     if (asBefore) {
-        if (!sendTo(current, level)) return false;
+        if (!sendTo(current, level)) return {};
     } else {
         const std::string lines[] = {
             ":SOUR:FUNC VOLT",
@@ -140,12 +140,10 @@ bool usbSourcemeterSetUp(float voltage, float limit) {
             ":SENS:CURR:RANG:AUTO ON",
             ":OUTP ON",
         };
-        if (!sendAll(current, lines) || !heedRefusals(current)) return false;
+        if (!sendAll(current, lines)) return {};
+        if (const SourceAnswer answer = answerToLines(current); !answer.taken()) return answer;
     }
     source = {true, voltage, limit};
-    return true;
-}
-
-std::string takeUsbSourcemeterRefusal() {
-    return std::exchange(lastRefusal, {});
+    limitTaken = limit;
+    return {true, ""};
 }

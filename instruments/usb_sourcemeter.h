@@ -19,15 +19,11 @@ Reading usbSourcemeterRead();   // amperes; 0 when the reply holds no number
 bool usbSourcemeterIsLimited(); // the limit cuts the current now
 
 // The next set-up sends everything: somebody may have been at the instrument, and at its output's
-// switch. What it did not take before is no longer told.
+// switch.
 void usbSourcemeterBeginAnew();
 
 // Sources `voltage` (V) with the current limit `limit` (A) and switches the output on. When another
 // limit or the output itself is set, or the voltage was 0 before, everything is set anew and the
-// instrument is asked whether it took it; between, the voltage alone is sent. False when
-// a line of it did not go out, or it did not say whether it took them.
-bool usbSourcemeterSetUp(float voltage, float limit);
-
-// What the instrument last said that it did not take, with its own number and words, since this was
-// last asked; empty when it took all.
-std::string takeUsbSourcemeterRefusal();
+// instrument is asked whether it took it; between, the voltage alone is sent. Not
+// heard when a line of it did not go out, or it did not say whether it took them.
+SourceAnswer usbSourcemeterSetUp(float voltage, float limit);

@@ -29,18 +29,13 @@ std::string printable(std::string text) {
     return text;
 }
 
-bool isSound(float reading) {
-    return std::isfinite(reading) && std::abs(static_cast<double>(reading)) < overloadReading;
-}
-
 struct PointCounts {
-    int measured = 0, notReached = 0, silent = 0, withoutColour = 0, notMeasured = 0,
+    int measured = 0, notReached = 0, silent = 0, withoutColour = 0, unlit = 0, notMeasured = 0,
         overloaded = 0;
 };
 
 PointCounts countPoints(const ScanMap& map) {
     PointCounts counts;
-    const Map& readings = map.maps[planePhotocurrent];
     for (size_t column = 0; column < map.marks.size(); ++column)
         for (size_t row = 0; row < map.marks[column].size(); ++row) {
             const PointMark mark = map.marks[column][row];
@@ -48,8 +43,9 @@ PointCounts countPoints(const ScanMap& map) {
             counts.notReached += mark == PointMark::NotReached;
             counts.silent += mark == PointMark::Silent;
             counts.withoutColour += mark == PointMark::NoColour;
+            counts.unlit += mark == PointMark::Unlit;
             counts.notMeasured += mark == PointMark::NotMeasured;
-            counts.overloaded += !isSound(readings[column][row]);
+            counts.overloaded += !isInRange(map, column, row);
         }
     return counts;
 }
@@ -79,6 +75,7 @@ void addOutcome(Conditions& lines, const ScanMap& map) {
     add("Points not reached", counts.notReached);
     add("Points without an answer", counts.silent);
     add("Points without colour", counts.withoutColour);
+    add("Points with the laser off or the lamp on", counts.unlit);
     add("Points not measured", counts.notMeasured);
     add("Points out of the instrument's range", counts.overloaded);
 }
@@ -155,7 +152,7 @@ GwyChannel channelOf(const ScanMap& map, const Channel& source) {
             const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
             const bool known = isKnown(map.marks[column][row], source.ofCamera);
             channel.values.push_back(finite * factor);
-            channel.unmeasured.push_back(known && isSound(value) ? 0 : 1);
+            channel.unmeasured.push_back(known && !isOverload(value) ? 0 : 1);
         }
     return channel;
 }

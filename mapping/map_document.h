@@ -18,9 +18,6 @@ std::string timeText(const LocalTime& time);          // to the second
 std::string biasText(const ScanConditions& scan);
 std::string troubleText(const std::string& told); // as the operator was told, behind ". "
 
-// Readings from here on are an instrument's sign that its range was exceeded (IEEE 488.2).
-constexpr double overloadReading = 9.9e37;
-
 // Where the map lies, in stage coordinates: a pixel for each point, the point in its middle.
 GwyFrame frameOf(const ScanConditions& scan);
 

@@ -13,6 +13,7 @@
 #include "session/responsive_wait.h"
 
 #include <algorithm>
+#include <limits>
 
 MapViews mapViews;
 
@@ -42,13 +43,18 @@ struct Extremes {
     float lowest, highest;
 };
 
-Extremes extremesOfRow(const Map& map, size_t row) {
-    Extremes found{map[0][row], map[0][row]};
-    for (const std::vector<float>& column : map) {
-        found.lowest = std::min(found.lowest, column[row]);
-        found.highest = std::max(found.highest, column[row]);
-    }
-    return found;
+// Of the photocurrent; 0 where no cell of these rows is in the instrument's range.
+Extremes extremesOfRows(size_t first, size_t end) {
+    const Map& map = scanMap.maps[planePhotocurrent];
+    constexpr float none = std::numeric_limits<float>::infinity();
+    Extremes found{none, -none};
+    for (size_t column = 0; column < map.size(); ++column)
+        for (size_t row = first; row < end; ++row) {
+            if (!isInRange(scanMap, column, row)) continue;
+            found.lowest = std::min(found.lowest, map[column][row]);
+            found.highest = std::max(found.highest, map[column][row]);
+        }
+    return found.lowest > found.highest ? Extremes{0.0f, 0.0f} : found;
 }
 
 int levelOf(float value, float lowest, float highest) {
@@ -59,6 +65,13 @@ int levelOf(float value, float lowest, float highest) {
 // Colour values hold red in the low byte, pixels in the third.
 uint32_t pixelOf(Colour colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+}
+
+// Grey, as nothing in the scale, where the instrument's range was exceeded.
+uint32_t currentPixel(size_t column, size_t row, Extremes scale) {
+    if (!isInRange(scanMap, column, row)) return pixelOf(mapGround);
+    const float value = scanMap.maps[planePhotocurrent][column][row];
+    return pixelOf(colourOf(levelOf(value, scale.lowest, scale.highest)));
 }
 
 uint32_t channelValue(int plane, size_t column, size_t row) {
@@ -99,22 +112,18 @@ std::vector<uint32_t> renderCells(int channel) {
     const auto rows = static_cast<size_t>(rowsOf(map));
     std::vector<uint32_t> cells(columns * rows);
     if (channel == channelPhotocurrent) {
-        scanMap.mapMin = scanMap.mapMax = map[0][0];
-        for (size_t row = 0; row < rows; ++row) {
-            const Extremes found = extremesOfRow(map, row);
-            scanMap.mapMin = std::min(scanMap.mapMin, found.lowest);
-            scanMap.mapMax = std::max(scanMap.mapMax, found.highest);
-        }
+        const Extremes found = extremesOfRows(0, rows);
+        scanMap.mapMin = found.lowest;
+        scanMap.mapMax = found.highest;
         // Only the maximum moves here, unlike in a live row.
         if (scanMap.mapMax == scanMap.mapMin) scanMap.mapMax = scanMap.mapMin + 1.0f;
     }
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell =
-                channel == channelPhotocurrent
-                    ? pixelOf(colourOf(levelOf(map[column][row], scanMap.mapMin, scanMap.mapMax)))
-                    : confocalPixel(channel, column, row);
+            cell = channel == channelPhotocurrent
+                       ? currentPixel(column, row, {scanMap.mapMin, scanMap.mapMax})
+                       : confocalPixel(channel, column, row);
         }
     }
     return cells;
@@ -154,14 +163,13 @@ Colour colourOf(int level) {
 
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Extremes found = extremesOfRow(map, r);
+    Extremes found = extremesOfRows(r, r + 1);
     if (found.highest - found.lowest == 0.0f) {
         found.highest += 1.0f;
         found.lowest -= 1.0f;
     }
-    drawRow(window, columnsOf(map), row, [&](size_t column) {
-        return pixelOf(colourOf(levelOf(map[column][r], found.lowest, found.highest)));
-    });
+    drawRow(window, columnsOf(map), row,
+            [&](size_t column) { return currentPixel(column, r, found); });
 }
 
 void drawConfocalRow(WindowHandle window, int row) {

@@ -36,6 +36,7 @@
 #include <cassert>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace {
@@ -144,58 +145,61 @@ struct Point {
 
 // The readings of one point: their mean, and how they scatter.
 struct PointReading {
-    float mean = 0.0f;
-    float deviation = 0.0f; // standard deviation of one reading; 0 of a single one
-    bool answered = true;   // each of them
+    float mean = 0.0f;       // an overload's own value: with others it would look like a good one
+    float deviation = 0.0f;  // standard deviation of one reading; 0 of a single one
+    bool answered = true;    // each of them
+    bool overloaded = false; // one of them
 };
 
-PointReading readPoint() {
-    PointReading point;
-    if (scanOptions.readingsPerPoint == 1) {
-        point.mean = readPhotocurrent();
-        point.answered = lastReadingAnswered();
-        return point;
-    }
+// Nothing when a stop came before the last reading. The first one that is none ends the point:
+// silent ones would cost a time-out each.
+std::optional<PointReading> readPoint() {
     double mean = 0.0, squares = 0.0; // of the readings so far, and of their distances from it
-    int count = 0;
     constexpr uint64_t longestDeafMs = 100;
     uint64_t heard = tickCountMs();
-    for (int i = 0; i < scanOptions.readingsPerPoint; ++i) {
-        const auto value = static_cast<double>(readPhotocurrent());
-        point.answered = point.answered && lastReadingAnswered();
-        if (!lastReadingAnswered()) continue;
+    const auto deviation = [&](int count) {
+        return count > 1 ? static_cast<float>(std::sqrt(squares / (count - 1))) : 0.0f;
+    };
+    for (int count = 0; count < scanOptions.readingsPerPoint;) {
+        // Many slow readings must not deafen the windows.
+        if (count > 0 && tickCountMs() - heard >= longestDeafMs) {
+            waitResponsive(1);
+            heard = tickCountMs();
+        }
+        if (stopRequested) return {};
+        const Reading reading = readPhotocurrent();
+        if (reading.overloaded) return PointReading{.mean = reading, .overloaded = true};
+        if (!reading.answered)
+            return PointReading{static_cast<float>(mean), deviation(count), false};
+        const auto value = static_cast<double>(reading);
         const double distance = value - mean;
         mean += distance / ++count;
         squares += distance * (value - mean);
-        // Many slow readings must not deafen the windows.
-        if (tickCountMs() - heard < longestDeafMs) continue;
-        waitResponsive(1);
-        if (stopRequested) break;
-        heard = tickCountMs();
     }
-    point.answered = point.answered && count > 0;
-    point.mean = static_cast<float>(mean);
-    if (count > 1) point.deviation = static_cast<float>(std::sqrt(squares / (count - 1)));
-    return point;
+    return PointReading{static_cast<float>(mean), deviation(scanOptions.readingsPerPoint)};
 }
 
-void measurePoint(const Point& point, int mapRow) {
+// False, and the cell stays unmeasured, when a stop came in the middle.
+bool measurePoint(const Point& point, int mapRow) {
     const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
     // Nothing may change the scan area while its scan runs.
     assert(c < scanMap.marks.size() && m < scanMap.marks[c].size());
     assert(scanArea.cols == scanMap.conditions->cols && scanArea.rows == scanMap.conditions->rows);
-    const PointReading reading = readPoint();
-    const float value = reading.mean;
+    const std::optional<PointReading> reading = readPoint();
+    if (!reading) return false;
+    const float value = reading->mean;
     scanMap.maps[planePhotocurrent][c][m] = value;
-    if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading.deviation;
+    if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading->deviation;
     setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
-    spoils(boardIsInstrument ? Spoilt::Board : Spoilt::Instrument, !reading.answered);
     // The laser hangs on it.
-    spoils(Spoilt::Board, !boardIsInstrument && !laserLinkStands(laserLink));
+    const bool boardStands = boardIsInstrument ? reading->answered : laserLinkStands(laserLink);
+    spoils(Spoilt::Board, !boardStands);
+    spoils(Spoilt::Instrument, !boardIsInstrument && !reading->answered);
+    spoils(Spoilt::Overload, reading->overloaded);
     spoils(Spoilt::NotReached, point.missed.why != Miss::Nothing);
     if (point.missed.why != Miss::Nothing) report.takeMiss(point.missed);
     if (mapIsConfocal()) {
@@ -207,8 +211,11 @@ void measurePoint(const Point& point, int mapRow) {
         scanMap.maps[planeGreen][c][m] = static_cast<float>(greenOf(colour));
         scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
     }
+    // Asked at each point, since the one before.
+    spoils(Spoilt::Unlit, !onlyTheLaserShone() && boardStands);
     scanMap.marks[c][m] = report.take(causes, point.row, point.column);
     journalPoint(c, m);
+    return true;
 }
 
 void showScanProgress(int count) {
@@ -282,7 +289,7 @@ bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& co
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (stopRequested || axisThatIsOut()) return false;
         markScanPoint(view, row, column);
-        measurePoint({row, column, missed}, mapRow);
+        if (!measurePoint({row, column, missed}, mapRow)) return false;
         ++count;
         pace.pointDone(tickCountMs());
         showRemaining(count);
@@ -319,6 +326,7 @@ void scanAllRows(const ScanPlace& place) {
     }
     setLaserOutput(0);
     setLaserLevel(1);
+    onlyTheLaserShone(); // from here on
     if (!moveXYTo(place.startX, place.startY, motorSpeed)) showProgress("Motor range limited");
     report.swingFailed = !compensateHysteresis();
     elapsedMs(true);

@@ -57,7 +57,7 @@ bool takePoint(const std::string& line, JournaledScan& scan) {
     if (std::sscanf(line.c_str(), "%lu %lu %f %f %f %f %f %d", &column, &row, &values[0],
                     &values[1], &values[2], &values[3], &deviation, &mark) != 8)
         return false;
-    if (mark < 0 || mark > static_cast<int>(PointMark::NoColour)) return false;
+    if (mark < 0 || mark > static_cast<int>(lastPointMark)) return false;
     if (column >= scan.map.marks.size() || row >= scan.map.marks[column].size()) return false;
     for (size_t plane = 0; plane < 4; ++plane) scan.map.maps[plane][column][row] = values[plane];
     if (!scan.map.deviation.empty()) scan.map.deviation[column][row] = deviation;

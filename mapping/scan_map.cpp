@@ -30,6 +30,11 @@ void emptyMaps(ScanMap& map, const ScanArea& area) {
     map.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
 }
 
+bool isInRange(const ScanMap& map, size_t column, size_t row) {
+    const float reading = map.maps[planePhotocurrent][column][row];
+    return !isOverload(reading) && map.marks[column][row] != PointMark::Overloaded;
+}
+
 void allocateMaps() {
     emptyMaps(scanMap, scanArea);
     scanMap.deviation.clear();

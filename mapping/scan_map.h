@@ -19,14 +19,17 @@ enum MapPlane : int { planePhotocurrent = 0, planeRed = 1, planeGreen = 2, plane
 // of rows is that of the screen.
 using Map = std::vector<std::vector<float>>;
 
-// What is known of a cell's values.
+// What is known of a cell's values. A journal holds the numbers: never change one.
 enum class PointMark : uint8_t {
     NotMeasured = 0,
     Measured = 1,
     NotReached = 2, // measured where the stage stood, which is not the point's place
     Silent = 3,     // the laser board or the instrument did not answer
     NoColour = 4,   // measured, but without the camera
+    Unlit = 5,      // not in the light of the laser alone
+    Overloaded = 6, // beyond the instrument's range
 };
+constexpr PointMark lastPointMark = PointMark::Overloaded;
 
 // All that a scan is taken with.
 struct ScanConditions {
@@ -73,6 +76,10 @@ struct ScanMap {
 };
 
 extern ScanMap scanMap;
+
+// Whether a cell of the photocurrent map holds a number that was measured or its 0 from the
+// beginning: no sign of an instrument's for a reading beyond its range.
+bool isInRange(const ScanMap& map, size_t column, size_t row);
 
 // The four maps and the marks, of the area's size, all cells 0 and not measured.
 void emptyMaps(ScanMap& map, const ScanArea& area);

@@ -12,9 +12,9 @@ struct SpoiltKind {
 };
 
 constexpr SpoiltKind kinds[spoiltCount] = {
-    {"Not reached", PointMark::NotReached, 2},
-    {"No laser board", PointMark::Silent, 3},
-    {"No reading", PointMark::Silent, 3},
+    {"Not reached", PointMark::NotReached, 2},     {"No laser board", PointMark::Silent, 4},
+    {"Laser off or lamp on", PointMark::Unlit, 3}, {"No reading", PointMark::Silent, 4},
+    {"Overload", PointMark::Overloaded, 5}, // the pictures' scale must know of it
     {"No camera", PointMark::NoColour, 1},
 };
 

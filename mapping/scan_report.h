@@ -11,8 +11,8 @@
 #include <vector>
 
 // What spoils a point, in the order in which the operator is told of them.
-enum class Spoilt : size_t { NotReached, Board, Instrument, Camera };
-constexpr size_t spoiltCount = 4;
+enum class Spoilt : size_t { NotReached, Board, Unlit, Instrument, Overload, Camera };
+constexpr size_t spoiltCount = 6;
 
 // The points that one cause has spoilt.
 struct SpoiltPoints {

@@ -11,10 +11,7 @@ std::string loss, bias, progress;
 void setTitle(std::string& part, const std::string& words) {
     if (part == words) return;
     part = words;
-    std::string title = "Lumascan";
-    for (const std::string* each : {&loss, &bias, &progress})
-        if (!each->empty()) title += " - " + *each;
-    setMainTitle(title.c_str());
+    showMainTitle();
 }
 
 // What is lost stands in the log, too, with the time when it was and when it was no longer.
@@ -24,6 +21,13 @@ void setLoss(std::string& part, const std::string& words) {
 }
 
 } // namespace
+
+void showMainTitle() {
+    std::string title = "Lumascan";
+    for (const std::string* each : {&loss, &bias, &progress})
+        if (!each->empty()) title += " - " + *each;
+    setMainTitle(title.c_str());
+}
 
 void titleLoss(const std::string& words) {
     setLoss(loss, words);

@@ -8,3 +8,6 @@
 void titleLoss(const std::string& words); // of a light
 void titleBias(const std::string& words);
 void titleProgress(const std::string& words);
+
+// To a new main window: what was to be said before there was one.
+void showMainTitle();

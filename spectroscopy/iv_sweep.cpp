@@ -42,14 +42,15 @@ float voltageAt(const SweepRecord& record, int32_t index, float step) {
 }
 
 // False when a stop was asked for.
-bool measurePoint(SweepRecord& record, float voltage, int32_t& unanswered) {
+bool measurePoint(SweepRecord& record, float voltage, Missed& missed) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
     stepBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
     waitResponsive(settleMs);
     if (stopRequested) return false;
     const Reading reading = noteReading(usbSourcemeterRead());
-    if (!reading.answered) ++unanswered;
+    if (!reading.answered) ++missed.readings;
+    if (reading.overloaded) ++missed.overloads;
     record.yValues[i] =
         static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
     journalSample(voltage, record.yValues[i]);
@@ -70,7 +71,7 @@ void measureIvCurve() {
     const float step = stepFromEdit(record);
     allocateSweep(record); // a time evolution leaves arrays of its own length
     const int32_t points = 4 * record.pointsPerQuarter;
-    int32_t unanswered = 0;
+    Missed missed;
     stopRequested = 0;
     const RunningProcess running;
     noteStart(record);
@@ -78,12 +79,12 @@ void measureIvCurve() {
     usbSourcemeterBeginAnew();
     beginSweepJournal(record);
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
-        if (!measurePoint(record, voltageAt(record, record.currentIndex, step), unanswered)) break;
+        if (!measurePoint(record, voltageAt(record, record.currentIndex, step), missed)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
     noteEnd(record, processEnd());
     if (!stopRequested) plot(record, points);
-    endBias(record, "I-V curve measurement finished", {.readings = unanswered});
+    endBias(record, "I-V curve measurement finished", missed);
     showEndMessage(record, "I-V curve measurement finished.        ");
 }
 

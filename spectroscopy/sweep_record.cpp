@@ -32,9 +32,10 @@ void showEndMessage(const SweepRecord& record, const char* message) {
 
 void endBias(SweepRecord& record, const char* name, const Missed& missed) {
     std::string trouble;
-    for (auto [count, what] :
-         {std::pair(missed.lights, "laser board"), {missed.readings, "reading"}})
-        if (count > 0) trouble += formatted(". No %s: %d of %d", what, count, record.currentIndex);
+    for (auto [count, what] : {std::pair(missed.lights, "No laser board"),
+                               {missed.readings, "No reading"},
+                               {missed.overloads, "Overload"}})
+        if (count > 0) trouble += formatted(". %s: %d of %d", what, count, record.currentIndex);
     trouble += biasTrouble(); // before the bias goes
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     record.trouble = trouble;

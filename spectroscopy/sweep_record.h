@@ -45,8 +45,9 @@ void allocateSweep(SweepRecord& record);
 
 // What a measurement lacks, in samples.
 struct Missed {
-    int32_t readings = 0; // that nobody answered
-    int32_t lights = 0;   // with no board that could have switched the laser
+    int32_t readings = 0;  // that nobody answered
+    int32_t overloads = 0; // beyond the instrument's range
+    int32_t lights = 0;    // with no board that could have switched the laser
 };
 
 // Ends the bias of a measurement. Says in the information text behind `name` what it lacks and what

@@ -76,15 +76,16 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed&
     for (int32_t sample = 0; sample < cap; ++sample) {
         const auto i = static_cast<size_t>(record.currentIndex);
         if (i >= record.yValues.size()) return false;
-        record.yValues[i] = readPhotocurrent();
-        const bool answered = lastReadingAnswered();
+        const Reading reading = readPhotocurrent();
+        record.yValues[i] = reading;
         const uint64_t ms = elapsedMs(false);
         record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
         waitResponsive(settleMs);
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
         journalSample(record.extraValues[i], record.yValues[i]);
-        if (!answered) ++missed.readings;
+        if (!reading.answered) ++missed.readings;
+        if (reading.overloaded) ++missed.overloads;
         // As instrument it would not have answered.
         if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {

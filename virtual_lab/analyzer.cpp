@@ -55,8 +55,12 @@ static std::string measureCurrent(int unit) {
     bool limited = false;
     double amps = unit == 0 ? contactCurrent(source, limited) : 0;
     amps = digitizeCurrent(amps, automaticRange(amps, smallestAmps, largestAmps), 1e-15);
+    const bool overflow = lab.faults.instruments[labAnalyzer].overload;
+    if (overflow) amps = largestAmps * rangeReach;
     noteMeasurement(labAnalyzer, source.on ? source.volts : 0, amps);
-    return printed("%c%cI%+.4E", limited ? 'C' : 'N', 'A' + unit, amps);
+    // The manual's data status: V for a saturated converter comes before C, in compliance, and N.
+    const char status = overflow ? 'V' : limited ? 'C' : 'N';
+    return printed("%c%cI%+.4E", status, 'A' + unit, amps);
 }
 
 static bool setVoltage(LabSource& source, const std::vector<double>& arguments) {

@@ -11,6 +11,7 @@ static bool* faultNamed(const std::string& name, LabInstrumentFaults& faults) {
     if (name == "garbage") return &faults.garbage;
     if (name == "unterminated") return &faults.unterminated;
     if (name == "long") return &faults.longNumbers;
+    if (name == "overload") return &faults.overload;
     if (name == "headers") return &faults.headers;
     if (name == "other") return &faults.otherSerial;
     return nullptr;

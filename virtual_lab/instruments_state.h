@@ -64,6 +64,7 @@ struct LabInstrumentFaults {
     bool garbage = false;
     bool unterminated = false;
     bool longNumbers = false;
+    bool overload = false;
     bool headers = false;     // scopes
     bool otherSerial = false; // the USB sourcemeter
 };

@@ -200,6 +200,7 @@ const std::vector<LabRead>& labReads();
 //   axis x|y|z old                      its status is the one of the call before
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
+//   board overload                      more than 5 V at its analog input
 //   backlash x|y|z <um>                 2, 2 and 0.8 when nothing is said
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails
@@ -212,6 +213,7 @@ const std::vector<LabRead>& labReads();
 //   <who> refused                       its link cannot be opened (network and USB)
 //   <who> stuck                         takes nothing, says nothing
 //   <who> silent                        takes everything, says nothing
+//   <who> overload                      what it measures is beyond its range
 //   <who> garbage                       answers without any digit
 //   <who> unterminated                  answers without a line feed
 //   <who> long                          numbers of 40 characters (scopes) or 120 (the others)

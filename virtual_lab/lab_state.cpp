@@ -152,6 +152,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.boardAbsent = true;
     } else if (device == "board" && what == "unplugged") {
         faults.boardUnplugged = true;
+    } else if (device == "board" && what == "overload") {
+        faults.boardOverload = true;
     } else if (device == "crash" &&
                (what == "exception" || what == "abort" || what == "overflow")) {
         faults.crash = what;

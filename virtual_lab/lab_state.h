@@ -35,6 +35,7 @@ struct LabFaults {
     double backlashUm[3] = {2.0, 2.0, 0.8};
     bool boardAbsent = false;
     bool boardUnplugged = false;
+    bool boardOverload = false;
     bool cameraAbsent = false;
     bool cameraLost = false;
     bool cameraOld = false; // feature names from before SFNC 2.0

@@ -8,10 +8,11 @@
 constexpr int laserPin = 5;
 constexpr int illuminationPin = 6;
 constexpr int photocurrentPin = 0;
+constexpr double inputEndVolts = 5; // all that lies higher is converted to 1023
 constexpr size_t longestCommand = 31;
 
 static int convertPhotocurrent() {
-    double volts = labPhotoVoltage();
+    double volts = lab.faults.boardOverload ? 2 * inputEndVolts : labPhotoVoltage();
     volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
     return static_cast<int>(std::clamp(std::floor(volts / labAdcStepVolts), 0.0, 1023.0));
 }

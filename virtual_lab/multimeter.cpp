@@ -8,6 +8,7 @@
 constexpr char functionVolts = '0', functionAmps = '3';
 constexpr double stepsOfRange = 200000;
 constexpr double conversionMs = 20;
+constexpr double overflow = 9.99999e9; // with an O instead of the N before it
 
 struct Multimeter {
     bool remote = false; // until then commands are not for it
@@ -59,9 +60,10 @@ void multimeterTalks() {
     double value = amps ? labPhotoCurrent(0) : labPhotoVoltage();
     const double range = amps ? automaticRange(value, 2e-6, 2e-2) : automaticRange(value, 0.2, 200);
     value = digitizeCurrent(value, range, range / stepsOfRange);
-    const char* format = amps ? "NDCA%+.5E" : "NDCV%+.5E";
-    std::string text = printed(format, value);
-    if (std::abs(value) > range * rangeReach) text = amps ? "ODCA+9.99999E+09" : "ODCV+9.99999E+09";
+    const bool overload =
+        std::abs(value) > range * rangeReach || lab.faults.instruments[labMultimeter].overload;
+    if (overload) value = overflow;
+    const std::string text = printed("%cDC%c%+.5E", overload ? 'O' : 'N', amps ? 'A' : 'V', value);
     noteMeasurement(labMultimeter, 0, value);
     reply(labMultimeter, text, "\r\n", conversionMs);
 }

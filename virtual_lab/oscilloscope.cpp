@@ -3,7 +3,7 @@
 #include "virtual_lab/lab_state.h"
 #include "virtual_lab/scpi.h"
 
-constexpr double notMeasurable = 9.9e37;
+constexpr double notMeasurable = 9.9e37; // with an event, as of a waveform that is clipped
 constexpr double measurementMs = 30;
 constexpr int understood = 0, undefinedHeader = 113, wrongArgument = 224;
 
@@ -19,7 +19,7 @@ static Scope& scopeOf(LabInstrument who) {
 
 static double measure(LabInstrument who) {
     double value = notMeasurable;
-    if (scopeOf(who).measuresMean) {
+    if (scopeOf(who).measuresMean && !lab.faults.instruments[who].overload) {
         value = labPhotoVoltage();
         value += std::normal_distribution<double>(0, labScopeNoiseVolts)(lab.noise);
     }

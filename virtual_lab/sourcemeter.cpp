@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-constexpr double overflow = 9.9e37;
+constexpr double overflow = 9.9e37; // "When an overrange condition occurs", the manual says
 constexpr double smallestAmps = 1e-8, largestAmps = 1;
 constexpr double stepsOfRange = 1e6;
 constexpr double smallestVolts = 0.02, largestVolts = 200;
@@ -108,7 +108,8 @@ static double measure(const Call& call) {
     const double range =
         meter.range > 0 ? meter.range : automaticRange(value, smallestAmps, largestAmps);
     value = digitizeCurrent(value, range, range / stepsOfRange);
-    if (std::abs(value) > range * rangeReach) value = overflow;
+    if (std::abs(value) > range * rangeReach || lab.faults.instruments[call.who].overload)
+        value = overflow;
     noteMeasurement(call.who, meter.source.on ? meter.source.volts : 0, value);
     return value;
 }

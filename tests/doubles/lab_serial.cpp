@@ -13,6 +13,7 @@
 
 struct NativePort {
     std::string unread;
+    bool board = true; // at its far end
 };
 
 SerialDouble serial;
@@ -45,10 +46,11 @@ std::string wire() {
 
 PortHandle openSerialPort(const char* deviceName) {
     serial.openedNames.push_back(deviceName);
-    const bool there = labBoardPresent() && std::strcmp(deviceName, "\\\\.\\COM10") == 0;
+    const bool other = deviceName == serial.otherDevice;
+    const bool there = other || (labBoardPresent() && deviceName == serial.boardPort);
     if (serial.refuseOpen || !there || serial.openPorts != 0) return invalidPort(); // not shared
     serial.openPorts++;
-    thePort = {};
+    thePort = {.unread = "", .board = !other};
     return &thePort;
 }
 
@@ -96,6 +98,7 @@ int32_t readTimeouts(PortHandle port, SerialTimeouts& timeouts) {
 }
 
 static std::string arrived() {
+    if (!thePort.board) return {};
     if (!serial.scripted && serial.replies.empty()) return takeBoardReply();
     if (serial.replies.empty()) return {};
     std::string reply = serial.replies.front();
@@ -121,9 +124,10 @@ int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& b
 
 int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    if (!isOpen(port) || !labBoardConnected() || serial.refuseWrite) return 0;
+    const bool connected = labBoardConnected() || !thePort.board;
+    if (!isOpen(port) || !connected || serial.refuseWrite) return 0;
     serial.writes.emplace_back(static_cast<const char*>(bytes), count);
-    if (!serial.scripted) boardReceive(bytes, count);
+    if (!serial.scripted && thePort.board) boardReceive(bytes, count);
     bytesMoved = count;
     return 1;
 }

@@ -15,7 +15,10 @@ struct SerialDouble {
     bool scripted = false;           // replies come from `replies` alone; an empty one: silence
     bool refuseOpen = false;
     bool refuseWrite = false;
-    int failLineState = 0; // the n-th call of readLineState fails; 0 none
+    std::string boardPort = "\\\\.\\COM10"; // where the board hangs
+    std::string otherDevice; // the name of a port, as it is opened: what hangs there is no board,
+                             // takes everything and says nothing
+    int failLineState = 0;   // the n-th call of readLineState fails; 0 none
     bool failSetLineState = false;
     bool failSetTimeouts = false;
     SerialLineState line; // as the port holds it

@@ -6,11 +6,15 @@
 #include "instruments/number_extraction.h"
 #include "instruments/tektronics.h"
 #include "instruments/usb_sourcemeter.h"
+#include "screen/control_ids.h"
+#include "session/options.h"
 #include "tests/doubles/doubles.h"
+#include "ui/configuration.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 namespace {
 
@@ -272,9 +276,8 @@ TEST_F(InstrumentsTest, NoAnswerIsTakenForThatToALaterQuestion) {
         EXPECT_FALSE(usbSourcemeterRead().answered);
         libraries.callFaults.clear();
         EXPECT_TRUE(!readsAgain || usbSourcemeterRead().answered);
-        EXPECT_TRUE(usbSourcemeterSetUp(0.5f, 1e-4f));
-        EXPECT_EQ(takeUsbSourcemeterRefusal(), "");
-        EXPECT_TRUE(usbSourcemeterSetUp(0.0f, 1e-4f));
+        EXPECT_TRUE(usbSourcemeterSetUp(0.5f, 1e-4f).taken());
+        EXPECT_TRUE(usbSourcemeterSetUp(0.0f, 1e-4f).taken());
     }
 }
 
@@ -394,18 +397,49 @@ TEST_F(InstrumentsTest, AReadingTellsWhetherItWasAnswered) {
             connectInstrument(each.kind);
             ASSERT_EQ(link.ammeterKind, each.kind);
             applyBias(0.5, 1e-3);
-            readPhotocurrent();
-            EXPECT_TRUE(lastReadingAnswered());
+            EXPECT_TRUE(readPhotocurrent().answered);
             ASSERT_TRUE(applyLabFaults(fault));
-            EXPECT_EQ(readPhotocurrent(), 0.0f);
-            EXPECT_FALSE(lastReadingAnswered());
+            const Reading silent = readPhotocurrent();
+            EXPECT_EQ(silent.value, 0.0f);
+            EXPECT_FALSE(silent.answered);
         }
     }
     for (int kind : {int{kindNiDaq}, equipmentKindCount}) {
         link.ammeterKind = kind;
-        readPhotocurrent();
-        EXPECT_FALSE(lastReadingAnswered());
+        EXPECT_FALSE(readPhotocurrent().answered);
     }
+}
+
+TEST_F(InstrumentsTest, AReadingTellsThatItIsBeyondTheRange) {
+    openBareWindow();
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    const struct {
+        int kind, gpibAddress;
+        const char* fault;
+        float shown; // the instrument's own sign for it, in the map's unit
+    } kinds[] = {{0, 18, "board overload", 4.9951172f},
+                 {2, 18, "multimeter overload", 9.99999e15f},
+                 {3, 24, "sourcemeter overload", 9.9e37f},
+                 {4, 18, "k2450 overload", std::numeric_limits<float>::max()},
+                 {5, 18, "k2450 absent\nscope overload", 9.9e37f},
+                 {6, 18, "analyzer overload", 0.105f},
+                 {7, 17, "analyzer overload", 0.105f}};
+    openLaserLink(laserLink, nullptr);
+    for (const auto& each : kinds) {
+        SCOPED_TRACE(each.kind);
+        applyLabFaults(each.kind == kindOscilloscope ? "k2450 absent" : "");
+        link.gpibAddress = each.gpibAddress;
+        connectInstrument(each.kind);
+        applyBias(0.5, 1e-3);
+        EXPECT_FALSE(readPhotocurrent().overloaded);
+        ASSERT_TRUE(applyLabFaults(each.fault));
+        const Reading reading = readPhotocurrent();
+        EXPECT_TRUE(reading.answered && reading.overloaded);
+        EXPECT_FLOAT_EQ(reading.value, each.shown);
+        EXPECT_FALSE(biasWasLimited());
+    }
+    EXPECT_TRUE(isOverload(-9.91e37f)); // of the 2400 series
+    EXPECT_TRUE(isOverload(NAN));
 }
 
 TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
@@ -438,6 +472,10 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     applyBias(0.5, 1e-4);
     EXPECT_EQ(biasTrouble(), ". Bias not heard");
     EXPECT_EQ(biasTrouble(), "");
+    link.biasVoltage = 0.5f;
+    whileDialogOpen = [] { onConfigurationCommand(idSet); };
+    configure();
+    EXPECT_EQ(textIn(Field::Information), "Bias not heard");
     EXPECT_EQ(biasLeftOn(), "") << "nothing went out";
     ASSERT_TRUE(applyLabFaults(""));
     link.gpibAddress = 24;
@@ -447,6 +485,76 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     EXPECT_NEAR(labCurrentLimit(), 1e-7, 1e-12);
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
     EXPECT_EQ(limitText(1e-4) + ", " + limitText(1.5e-6), "0.000100, 1.5e-06");
+}
+
+// Neither is one that the source does not take: it goes on with what it had.
+TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
+    openBareWindow();
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    const struct {
+        int kind;
+        double volts, limit; // not taken after 0.5 V at 1 mA
+        const char* words;
+    } cases[] = {{3, 5.0, 1e-3, "5 V, more than the 2.1 V of its fixed range"},
+                 {4, 0.4, 2.0, "-222,\"Parameter data out of range\""},
+                 {6, 25.0, 1e-3, "ERROR"},
+                 {6, 5.0, 0.5, "ERROR"},
+                 {7, 0.4, 0.5, "ERROR"}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::Message() << each.kind << ", " << each.volts << " V");
+        link.gpibAddress = each.kind == kindGpibSourcemeter ? 24 : 17;
+        connectInstrument(each.kind);
+        applyBias(0.5, 1e-3);
+        EXPECT_EQ(biasTrouble(), "");
+        link.biasVoltage = static_cast<float>(each.volts);
+        link.currentLimit = static_cast<float>(each.limit);
+        whileDialogOpen = [] { onConfigurationCommand(idSet); };
+        configure();
+        EXPECT_EQ(textIn(Field::Information), "Bias refused: "s + each.words);
+        applyBias(each.volts, each.limit);
+        EXPECT_EQ(biasTrouble(), ". Bias refused: "s + each.words);
+        applyBias(0.0, each.limit);
+        EXPECT_EQ(labBiasVolts(), 0.0) << "the screen says off of a bias that is on";
+        EXPECT_EQ(biasLeftOn(), "");
+        connectInstrument(kindArduino);
+    }
+}
+
+// The next start does not know what the last one left, and the sources keep it.
+TEST_F(InstrumentsTest, ABiasOutlivesTheProgramAndIsTakenOffAtTheNextStart) {
+    const struct {
+        int kind, gpibAddress;
+        const char* fault; // at the next start
+        bool off;
+    } cases[] = {{3, 24, "", true},
+                 {3, 24, "gpib absent", false},
+                 {6, 24, "", true},
+                 {6, 24, "analyzer refused", false},
+                 {kindArduino, 24, "", false}}; // another kind was chosen in Config.txt
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::Message() << each.kind << ' ' << each.fault);
+        const int biased = each.kind == kindArduino ? kindGpibSourcemeter : each.kind;
+        openBareWindow();
+        link.gpibAddress = each.gpibAddress;
+        connectInstrument(biased);
+        applyBias(0.5, 1e-3);
+        EXPECT_FALSE(readOption("bias may be on at").empty());
+        link = {.ammeterKind = each.kind, .gpibAddress = each.gpibAddress}; // the power is cut
+        ASSERT_TRUE(applyLabFaults(each.fault));
+        readBiasLeftOn();
+        connectInstrumentAtStart();
+        EXPECT_EQ(labBiasVolts(), each.off ? 0.0 : 0.5);
+        EXPECT_EQ(readOption("bias may be on at").empty(), each.off);
+        EXPECT_EQ(mainWindow->text,
+                  each.off ? "Lumascan" : "Lumascan - instrument lost: the bias may be on");
+        ASSERT_TRUE(applyLabFaults(""));
+        connectInstrument(biased); // it hears 0 V at last
+        EXPECT_EQ(labBiasVolts(), 0.0);
+        EXPECT_EQ(readOption("bias may be on at"), "");
+        EXPECT_EQ(mainWindow->text, "Lumascan");
+        connectInstrument(kindArduino);
+    }
 }
 
 TEST_F(InstrumentsTest, ABiasThatCannotBeTakenOffIsSaidUntilItIs) {
@@ -502,7 +610,6 @@ TEST_F(InstrumentsTest, UsbSourcemeterIsTakenAsSomebodyLeftIt) {
     EXPECT_EQ(labBiasVolts(), 1.5);
     EXPECT_TRUE(usbSourcemeterRead().answered);
     EXPECT_EQ(labMeasurements().size(), before + 1);
-    EXPECT_EQ(takeUsbSourcemeterRefusal(), "");
 
     // Another one of its model does as well.
     applyLabFaults("k2450 other");
@@ -530,11 +637,11 @@ TEST_F(InstrumentsTest, WhatTheUsbSourcemeterRefusesIsSaidOnce) {
     openBareWindow();
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
     printed();
-    for (int i = 0; i < 2; ++i) usbSourcemeterSetUp(0.5f, 5.0f); // A; it has 1.05
     const std::string words = "-222,\"Parameter data out of range\"";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(usbSourcemeterSetUp(0.5f, 5.0f).refusal, words); // A; it has 1.05
     EXPECT_EQ(printed(), "USB sourcemeter: refused: " + words + "\n");
     EXPECT_EQ(textIn(Field::Information), "USB sourcemeter refused: " + words);
-    EXPECT_EQ(takeUsbSourcemeterRefusal(), words);
     // Only the voltage changes: one line. Somebody may have come after 0 V: all of them.
     const Commands& commands = labInstrumentCommands(labUsbSourcemeter);
     for (const auto& [volts, lines] : {std::pair{0.6f, 7u}, {0.7f, 1u}, {0.0f, 1u}, {0.1f, 7u}}) {

@@ -155,6 +155,39 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     EXPECT_TRUE(wire().ends_with("b-44800|G 5 0|D 6 5|"));
 }
 
+// What another port takes switches nothing off.
+TEST_F(LaserLinkTest, ALightThatMayBeOnIsSoAtItsPort) {
+    constexpr const char* lost = "Lumascan - laser board lost: the laser may be on";
+    serial.otherDevice = "\\\\.\\COM3";
+    ASSERT_EQ(connectLaserBoard(mainWindow), 1);
+    setLaserLevel(1);
+    ASSERT_TRUE(applyLabFaults("board unplugged"));
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+    setLaserLevel(0);
+    EXPECT_EQ(mainWindow->text, lost);
+    laserLink.comPort = 3;
+    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
+    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(textIn(Field::Information), "COM3 opens, but no board answers there");
+    EXPECT_EQ(checkedRadio(idLaserOn), idLaserOn);
+    // It hears at its own port, or answers at the one that it was moved to.
+    ASSERT_TRUE(applyLabFaults(""));
+    laserLink.comPort = 10;
+    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
+    EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_EQ(labLaserPwm(), 0);
+    setLaserLevel(1);
+    serial.refuseWrite = true;
+    setLaserLevel(0);
+    EXPECT_EQ(mainWindow->text, lost);
+    serial.refuseWrite = false;
+    serial.otherDevice = "";
+    serial.boardPort = "\\\\.\\COM4";
+    laserLink.comPort = 4;
+    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
+    EXPECT_EQ(mainWindow->text, "Lumascan");
+}
+
 TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
     openScriptedLink();
     struct {

@@ -6,6 +6,7 @@
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -71,6 +72,27 @@ TEST_F(MapRenderingTest, LiveRowsScaleToThemselvesWholeMapsToAll) {
     drawMap(mapWindow, channelPhotocurrent);
     EXPECT_EQ(cells(1), Cells(4, 0)); // level 0: only the maximum moved
     EXPECT_EQ(scanMap.mapMax, 6.0f);
+}
+
+// One of them would else be all that the scale shows, or make no number of it.
+TEST_F(MapRenderingTest, OverloadsAreGreyAndLeaveTheScaleToTheOthers) {
+    const float huge[] = {9.9e37f, INFINITY, NAN, 1e16f};
+    for (const float value : huge) {
+        scanMap.marks[0][0] = value == 1e16f ? PointMark::Overloaded : PointMark::Measured;
+        setRow(planePhotocurrent, 0, {value, 1, 2, 4});
+        setRow(planePhotocurrent, 1, {1, 1, 1, 5});
+        drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
+        EXPECT_EQ(cells(0), (Cells{grey, 0, 0x550000, 0xFFFFFF}));
+        drawMap(mapWindow, channelPhotocurrent);
+        EXPECT_EQ(scanMap.mapMax, 5.0f);
+        EXPECT_EQ(scanMap.mapMin, 1.0f);
+        EXPECT_EQ(cells(0)[0], grey);
+    }
+    for (auto& column : scanMap.marks) column.assign(2, PointMark::Overloaded);
+    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
+    drawMap(mapWindow, channelPhotocurrent);
+    EXPECT_EQ(cells(1), Cells(4, grey));
+    EXPECT_EQ(scanMap.mapMax, 1.0f);
 }
 
 TEST_F(MapRenderingTest, ConfocalChannels) {
