@@ -219,7 +219,8 @@ const char* laserReceive(LaserLink& link) {
     if (failed) waitResponsive(1);
     if (!failed) forgetRefusal(deviceName);
     link.replied = !failed;
-    std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%s", failed ? 1 : 0, reply);
+    std::snprintf(link.commandText, sizeof link.commandText, "Rece.(%d):%.90s", failed ? 1 : 0,
+                  reply);
     showInformation(link.commandText);
     return std::strcpy(text, reply);
 }

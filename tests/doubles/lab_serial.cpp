@@ -58,6 +58,10 @@ static bool isOpen(PortHandle port) {
     return port == &thePort && serial.openPorts != 0;
 }
 
+static bool isConnected() {
+    return labBoardConnected() || !thePort.board;
+}
+
 std::string serialPortTrouble() {
     const bool there = serial.openedNames.back() == "\\\\.\\COM10";
     return there ? "Access is denied (5)" : "The system cannot find the file specified (2)";
@@ -73,7 +77,7 @@ void closeSerialPort(PortHandle port) {
 }
 
 int32_t readLineState(PortHandle port, SerialLineState& state) {
-    if (!isOpen(port) || !labBoardConnected() || state.length != sizeof state) return 0;
+    if (!isOpen(port) || !isConnected() || state.length != sizeof state) return 0;
     if (serial.failLineState != 0 && --serial.failLineState == 0) return 0;
     state = serial.line;
     return 1;
@@ -108,7 +112,7 @@ static std::string arrived() {
 
 int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    if (!isOpen(port) || !labBoardConnected()) return 0;
+    if (!isOpen(port) || !isConnected()) return 0;
     if (thePort.unread.empty()) thePort.unread = arrived();
     const SerialTimeouts& wait = serial.timeouts;
     if (thePort.unread.empty()) {
@@ -124,8 +128,7 @@ int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& b
 
 int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t& bytesMoved) {
     bytesMoved = 0;
-    const bool connected = labBoardConnected() || !thePort.board;
-    if (!isOpen(port) || !connected || serial.refuseWrite) return 0;
+    if (!isOpen(port) || !isConnected() || serial.refuseWrite) return 0;
     serial.writes.emplace_back(static_cast<const char*>(bytes), count);
     if (!serial.scripted && thePort.board) boardReceive(bytes, count);
     bytesMoved = count;

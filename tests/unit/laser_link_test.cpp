@@ -188,6 +188,21 @@ TEST_F(LaserLinkTest, ALightThatMayBeOnIsSoAtItsPort) {
     EXPECT_EQ(mainWindow->text, "Lumascan");
 }
 
+// Another program has the port: neither light was told what the screen says.
+TEST_F(LaserLinkTest, APortThatIsTakenAtTheStartIsALostBoard) {
+    for (const bool there : {true, false}) {
+        ASSERT_TRUE(applyLabFaults(there ? "" : "board absent"));
+        serial.refuseOpen = there;
+        laserLink = {};
+        answer("Error in  opening serial port", BoxAnswer::Ok);
+        EXPECT_EQ(connectLaserBoard(mainWindow), 0);
+        setLaserLevel(0);
+        setLaserOutput(1);
+        EXPECT_EQ(mainWindow->text, there ? "Lumascan - laser board lost" : "Lumascan");
+        EXPECT_TRUE(!there || textIn(Field::Information) == "laser board lost");
+    }
+}
+
 TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
     openScriptedLink();
     struct {
