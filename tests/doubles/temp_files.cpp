@@ -89,11 +89,11 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     watchDisk();
     std::error_code error;
     if (*mode == L'w' && fs::file_size(file, error) > 0 && !error)
-        overwrittenFiles.push_back(fs::relative(file, desktop).string());
+        overwrittenFiles.push_back(file.lexically_relative(desktop).string());
     File opened(std::fopen(file.c_str(), fs::path(mode).c_str()));
     if (opened && diskFull && *mode != L'r')
         opened.reset(std::fopen("/dev/full", fs::path(mode).c_str()));
-    if (opened) names[opened.get()] = fs::relative(file, desktop).string();
+    if (opened) names[opened.get()] = file.lexically_relative(desktop).string();
     return opened;
 }
 
@@ -117,13 +117,13 @@ void removeFile(const std::wstring& path) {
     std::error_code ignored;
     const fs::path file = nativePath(path);
     if (fs::remove(file, ignored) && diskWatch.removed)
-        diskWatch.removed(fs::relative(file, desktop).string());
+        diskWatch.removed(file.lexically_relative(desktop).string());
 }
 
 std::vector<std::string> filesOnDesktop() {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(desktop)) {
-        const std::string name = fs::relative(entry.path(), desktop).string();
+        const std::string name = entry.path().lexically_relative(desktop).string();
         if (name.starts_with("KST_Data/Log")) continue; // every run leaves one
         names.push_back(entry.is_directory() ? name + "/" : name);
     }

@@ -1,7 +1,9 @@
 // What he presses, types and answers.
 #include "tests/simulation/day/operator.h"
 
+#include "camera/display.h"
 #include "instruments/kinds.h"
+#include "mapping/scan_area.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "session/process.h"
@@ -9,6 +11,9 @@
 #include "ui/commands.h"
 #include "ui/configuration.h"
 #include "ui/tool_windows.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -26,6 +31,19 @@ constexpr Enter enters[] = {{idHandStep, noAxis, false},    {idDialogPositionX, 
                             {idGpibAddress, noAxis, true},  {idAddressOctet4, noAxis, true},
                             {idBias, noAxis, true},         {idInstrumentList, noAxis, true}};
 
+// He reads which controller would drive which axis.
+bool drivesAxesRight(const std::string& question) {
+    for (const auto& [line, name] : {std::pair("\nX: ", "Sample X"), std::pair("\nY: ", "Sample Y"),
+                                     std::pair("\nZ: ", "Focus")}) {
+        const size_t begin = question.find(line);
+        if (begin == std::string::npos) return false;
+        const std::string said = question.substr(begin + 1, question.find('\n', begin + 1) - begin);
+        if (said.find(name) == std::string::npos && said.find("no controller") == std::string::npos)
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 void Operator::acts() {
@@ -33,38 +51,59 @@ void Operator::acts() {
     // Numbers of commands lie in these ranges; some belong to none.
     const int firstCommands[] = {idStart, 2100, idLaserOn, idFocus, idSaveWindowImage};
     const int x = dice.below(1446), y = dice.below(1069);
-    switch (dice.below(14)) {
-    case 0:
+    switch (static_cast<Act>(swarm.acts.draw(dice))) {
+    case Act::Key:
         return pressesKey();
-    case 1:
+    case Act::Click:
         judge.note(formatted("click %d %d", x, y));
         return clicks(x, y);
-    case 2:
+    case Act::Drag:
         judge.note(formatted("drag from %d %d", x, y));
         return postDrag(x, y, x + dice.below(120) - 60, y + dice.below(120) - 60);
-    case 3:
+    case Act::Type:
         return types();
-    case 4:
-    case 5:
-        return breakOrMend(dice, judge);
-    case 6:
-        return commands(dice.oneOf({idStart, idStart, idFocus, idWideView}));
-    case 7:
-    case 8:
+    case Act::BreakOrMend:
+        return breakOrMend(dice, swarm, judge);
+    case Act::Scan:
+        return commands(idStart);
+    case Act::NewArea:
+        return selectsArea();
+    case Act::Focus:
+        return commands(idFocus);
+    case Act::WideView:
+        return commands(idWideView);
+    case Act::Configuration:
         return commands(idConfiguration);
-    case 9:
+    case Act::Tool:
         return usesTool();
+    case Act::Light:
+        return commands(dice.oneOf({idLaserOn, idLaserOff, idIlluminationOn, idIlluminationOff,
+                                    idLaserView, idSampleView}));
     default:
         return commands(dice.oneOf(firstCommands) + dice.below(39));
     }
 }
 
+// For a scan of about as many points as the day wants, somewhere in the picture.
+void Operator::selectsArea() {
+    constexpr int width = 1232, height = 1028;
+    const double stepPx = scanArea.scanStep / labUmPerPixel / (wideView ? 3 : 1);
+    const int dx = std::clamp(static_cast<int>((swarm.cols - 0.5) * stepPx), 12, width - 2);
+    const int dy = std::clamp(static_cast<int>((swarm.rows - 0.5) * stepPx), 1, height - 2);
+    const int x = dice.below(width - dx), y = dice.below(height - dy);
+    judge.note(formatted("selects %d x %d points at %d %d", swarm.cols, swarm.rows, x, y));
+    postDrag(x, y, x + dx, y + dy);
+}
+
 BoxAnswer Operator::answers(const ShownBox& box) {
     const BoxAnswer replies[] = {BoxAnswer::No, BoxAnswer::Cancel, BoxAnswer::None};
-    const bool stops = box.text.starts_with("Do you want to stop");
-    const BoxAnswer reply = dice.below(5) == 0 ? dice.oneOf(replies)
-                            : stops            ? BoxAnswer::No
-                                               : BoxAnswer::Yes;
+    BoxAnswer reply = BoxAnswer::Yes;
+    if (box.text.starts_with("Do you want to stop"))
+        reply = dice.percent(swarm.stopsPercent) ? BoxAnswer::Yes : BoxAnswer::No;
+    else if (box.text.starts_with("The stage controllers are not"))
+        reply = drivesAxesRight(box.text) ? BoxAnswer::Yes : BoxAnswer::No;
+    else if (dice.percent(swarm.contraryPercent))
+        reply = dice.oneOf(replies);
     judge.note("box '" + box.text + formatted("', answer %d", static_cast<int>(reply)));
     return reply;
 }
@@ -72,6 +111,7 @@ BoxAnswer Operator::answers(const ShownBox& box) {
 void Operator::configures() {
     judge.opensDialog();
     inDialog = true;
+    if (swarm.kind == kindAnalyzerGpib && !judge.instrumentChosen) opensAnalyzerOnBus();
     for (int left = dice.below(8); left > 0 && mainWindow; --left) {
         advanceVirtualTime(dice.below(400));
         switch (dice.below(6)) {
@@ -82,7 +122,7 @@ void Operator::configures() {
             entersInDialog();
             break;
         case 1:
-            setDialogText(idBias, dice.oneOf({"0", "0.5", "-1", "nan"}));
+            setDialogText(idBias, dice.oneOf({"0", "0.5", "-1", "nan", "5", "25"}));
             judge.note("bias " + dialogTextIn(idBias));
             break;
         case 2:
@@ -183,6 +223,13 @@ void Operator::entersInDialog() {
     if (field.bias) judge.choseInstrument();
     onConfigurationEnter(field.id);
     judge.end();
+}
+
+// At the start it was opened over the network, and is not read there.
+void Operator::opensAnalyzerOnBus() {
+    selectInDialogList(idInstrumentList, kindAnalyzerGpib);
+    setDialogText(idGpibAddress, "17");
+    presses(idInitializeInstrument);
 }
 
 void Operator::choosesInstrument() {

@@ -3,12 +3,15 @@
 
 #include "tests/doubles/script.h"
 #include "tests/simulation/day/dice.h"
+#include "tests/simulation/day/swarm.h"
 #include "tests/simulation/judge/judge.h"
 
 class Operator {
 public:
-    Operator(Dice& drawn, Judge& onlooking) : dice(drawn), judge(onlooking) {}
+    Operator(Dice& drawn, const Swarm& drawnDay, Judge& onlooking)
+        : dice(drawn), swarm(drawnDay), judge(onlooking) {}
 
+    void selectsArea();
     void acts(); // anything, unless the dialog is open: the main window takes nothing then
     BoxAnswer answers(const ShownBox& box);
     void configures(); // in the Configuration dialog, until he closes it
@@ -22,10 +25,12 @@ private:
     void usesTool();
     void typesInDialog();
     void entersInDialog();
+    void opensAnalyzerOnBus();
     void choosesInstrument();
     void presses(int id);
 
     Dice& dice;
+    const Swarm& swarm;
     Judge& judge;
     bool inDialog = false;
 };

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <random>
 
 namespace fs = std::filesystem;
@@ -76,8 +77,10 @@ PowerCut::PowerCut(uint32_t seed) {
         if (inFiles && virtualNowMs() >= cutMs) cut();
     };
     diskWatch.flushed = [this](const std::string& name) {
-        const bool ofAScan = contentOf(name).starts_with("Lumascan journal 1 scan");
-        if (!name.starts_with(journalFolder) || !ofAScan) return;
+        if (!name.starts_with(journalFolder)) return;
+        std::string firstWords("Lumascan journal 1 scan"), words(firstWords.size(), '\0');
+        std::ifstream(pathOnDesktop(name)).read(words.data(), static_cast<int>(words.size()));
+        if (words != firstWords) return;
         journal = name;
         flushedSize = fs::file_size(pathOnDesktop(name));
         flushed = scanMap;

@@ -8,8 +8,10 @@
 #include "screen/control_ids.h"
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/day/dice.h"
+#include "tests/simulation/day/faults.h"
 #include "tests/simulation/day/operator.h"
 #include "tests/simulation/day/power_cut.h"
+#include "tests/simulation/day/swarm.h"
 #include "tests/simulation/judge/judge.h"
 #include "ui/commands.h"
 
@@ -17,14 +19,24 @@ namespace {
 
 constexpr int rowsLookedAt = 104; // of 200 for the focus
 
-void writeSettings(uint32_t seed) {
-    const int kind = static_cast<int>(seed % equipmentKindCount);
-    writeDesktopFile(
-        "KST_Data/Config.txt",
-        formatted("step:4.0, laser:4.00, laser correct:(640,500), Ammeter:%d, GPIB:%d, "
-                  "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 1\n",
-                  kind, kind == kindGpibSourcemeter ? 24 : 18));
-    instrumentLink.biasVoltage = 0.5f;
+void prepareDesktop(const Swarm& swarm) {
+    writeDesktopFile("KST_Data/Config.txt", swarm.settingsLine());
+    writeDesktopFile("KST_Data/Options.ini", swarm.options());
+    instrumentLink.biasVoltage = static_cast<float>(swarm.biasVolts);
+    instrumentLink.currentLimit = static_cast<float>(swarm.limitAmperes);
+}
+
+// What the operator does, each at its time; the last he does is to close the window.
+void planDay(Dice& dice, const Swarm& swarm, Operator& hand) {
+    constexpr double beginsMs = 2000, endsMs = 34000;
+    if (swarm.kind == kindAnalyzerGpib) at(beginsMs - 500, [] { postCommand(idConfiguration); });
+    double time = beginsMs;
+    at(time, [&] {
+        hand.selectsArea();
+        postCommand(idStart);
+    });
+    while ((time += dice.below(swarm.longestPauseMs)) < endsMs) at(time, [&] { hand.acts(); });
+    at(time, [] { post(messageClose); });
 }
 
 } // namespace
@@ -48,17 +60,15 @@ RandomDay liveRandomDay(uint32_t seed) {
         powerCut.look();
     };
     Dice dice(seed);
-    Operator hand(dice, judge);
+    const Swarm swarm(dice);
+    swarm.count(day.counts);
+    day.kind = swarm.kind;
+    Operator hand(dice, swarm, judge);
     answerOthers = [&](const ShownBox& box) { return hand.answers(box); };
     whileDialogOpen = [&] { hand.configures(); };
-    writeSettings(seed);
-    double time = 2000;
-    at(time, [] {
-        postDrag(560, 470, 670, 560);
-        postCommand(idStart);
-    });
-    for (int i = 0; i < 60; ++i) at(time += dice.below(1000), [&] { hand.acts(); });
-    at(time + 1, [] { post(messageClose); });
+    prepareDesktop(swarm);
+    if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
+    planDay(dice, swarm, hand);
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");
     judge.lookAtEnd();
     libraries.callFaults.clear();

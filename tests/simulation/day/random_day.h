@@ -29,6 +29,7 @@ constexpr const char* logOfRandomDay = "KST_Data/Log/2026-03-07.txt";
 
 struct RandomDay {
     uint32_t seed = 0;
+    int kind = 0;                           // of its instrument, until another one is chosen
     std::vector<std::string> history;       // actions, faults, boxes, each with its time in ms
     std::vector<std::string> findings;      // what the judge saw; each kind once
     std::set<std::string> broken;           // the rules that these break

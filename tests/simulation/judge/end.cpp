@@ -14,7 +14,7 @@ public:
     void broken() override {
         boardEverBroken |= judge.blames("board");
         busEverBroken |= judge.blamesBus();
-        cameraEverBroken |= judge.blames("camera Pylon");
+        cameraEverBroken |= judge.blames("camera call");
     }
 
     void ends() override {
@@ -40,7 +40,7 @@ private:
     // Of a day with one instrument. Kind 7 was opened over the network and is closed on the bus; an
     // adapter that was pulled cannot take a device offline.
     void lookAtLinks(const LabCounters& left) {
-        const int kind = static_cast<int>(judge.day.seed % equipmentKindCount);
+        const int kind = judge.day.kind;
         if (left.visaSessions != (kind == kindUsbSourcemeter ? 2u : 0u))
             judge.find(Rule::End, "a session over USB was left open");
         if (left.networkLinks > (kind == kindAnalyzerGpib ? 1u : 0u))

@@ -6,6 +6,7 @@
 #include "session/process.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace {
@@ -88,14 +89,21 @@ void Judge::end() {
 
 void Judge::breaks(const std::string& text) {
     faults = text;
-    for (AxisView& each : axes) each.doubtful |= blamesAxis(each);
+    doubtAxes();
     for (const auto& each : checkers) each->broken();
 }
 
 void Judge::calledZero(unsigned which) {
     for (int axis : {labX, labY, labZ})
         if ((which & 1u << axis) != 0 && axes[axis].axis.positionUm == 0.0)
-            axes[axis].zeroUm = labStageUm(axis);
+            isZero(axes[axis], axis);
+}
+
+void Judge::doubtAxes() {
+    for (AxisView& each : axes) {
+        each.placeLost |= losesPlace(each);
+        each.doubtful |= mayMislead(each);
+    }
 }
 
 void Judge::opensDialog() {
@@ -108,6 +116,7 @@ void Judge::look() {
     const std::string title = windowText(mainWindow, 200);
     boardSaidLost = title.find(boardLostWords) != std::string::npos;
     biasSaidLost = title.find(biasMayBeOnWords) != std::string::npos;
+    doubtAxes();
     lookAtProcess();
     if (!shownBoxes.empty() && shownBoxes.size() != boxesSeen)
         for (const auto& each : checkers) each->boxOpens(shownBoxes.back());
@@ -125,8 +134,25 @@ void Judge::lookAtLeaks() {
     for (const auto& each : checkers) each->letsGo();
 }
 
-bool Judge::blamesAxis(const AxisView& each) const {
-    return blames("stage") || blames(formatted("axis %s", each.name).c_str());
+// A controller that counts steps which the carriage has not gone, or other steps than it said; and
+// one that is lost, as the program knows. One that does not move says so.
+bool Judge::losesPlace(const AxisView& each) const {
+    if (each.axis.lostBy != 0) return true;
+    for (const char* lie : {"unpowered", "slips", "turn"})
+        if (blames(formatted("axis %s %s", each.name, lie).c_str())) return true;
+    return false;
+}
+
+bool Judge::mayMislead(const AxisView& each) const {
+    return each.placeLost || blames(formatted("axis %s old", each.name).c_str());
+}
+
+// As the laboratory has it where no fault says more.
+double Judge::playUm(int axis) const {
+    const std::string wider = formatted("backlash %s ", axes[axis].name);
+    const size_t at = faults.find(wider);
+    if (at != std::string::npos) return std::atof(faults.c_str() + at + wider.size());
+    return axis == labZ ? 0.8 : 2.0;
 }
 
 bool Judge::blamesBus() const {
@@ -142,12 +168,17 @@ bool Judge::saidAtEnd() const {
     return std::any_of(shownBoxes.begin(), shownBoxes.end(), says);
 }
 
+void Judge::isZero(AxisView& each, int axis) {
+    each.zeroUm = labStageUm(axis);
+    each.placeLost = false;
+}
+
 int Judge::opens(const char* name) {
     const int id = real.open(name);
     for (int axis : {labX, labY, labZ}) {
-        if (id < 0 || std::string(axes[axis].controller) != name) continue;
+        if (id < 0 || std::string(name).back() != axes[axis].controller) continue;
         axes[axis].id = id;
-        axes[axis].zeroUm = labStageUm(axis);
+        isZero(axes[axis], axis);
     }
     return id;
 }
@@ -217,10 +248,13 @@ Cause Judge::causeOfCommand(int id) {
 // The first wait of a process.
 void Judge::lookAtProcess() {
     const bool runs = processUnderWay();
-    if (runs && !processSeen && !causes.empty()) {
-        causes.back().began = true;
-        causes.back().saidBefore = historyOf(Field::Information).size();
-        count("process: " + causes.back().what);
+    // What came before its first look is in the middle of it.
+    const auto its = std::find_if(causes.rbegin(), causes.rend(),
+                                  [](const Cause& cause) { return cause.process; });
+    if (runs && !processSeen && its != causes.rend()) {
+        its->began = true;
+        its->saidBefore = historyOf(Field::Information).size();
+        count("process: " + its->what);
         for (const auto& each : checkers) each->processBegins();
     }
     processSeen = runs;

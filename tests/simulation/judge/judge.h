@@ -37,11 +37,12 @@ constexpr const char* biasMayBeOnWords = "the bias may be on";
 
 struct AxisView {
     const char* name;
-    const char* controller; // of the laboratory, by the axis that it drives
+    char controller; // by which its name ends, in the laboratory
     StageAxis& axis;
-    int id = -1;           // the controller's handle
-    double zeroUm = 0;     // carriage where the program last called its place 0
-    bool doubtful = false; // a fault of this axis may have misled the program
+    int id = -1;            // the controller's handle
+    double zeroUm = 0;      // carriage where the program last called its place 0
+    bool doubtful = false;  // a fault of this axis may have misled the program
+    bool placeLost = false; // until the program calls a place 0 again
 };
 
 // Two axes count as arrived within 3 um, a zero drops its microsteps (1.25 um), and the carriage
@@ -96,14 +97,15 @@ public:
     // For the rules.
     void find(Rule rule, const std::string& what);
     bool blames(const char* part) const { return faults.find(part) != std::string::npos; }
-    bool blamesAxis(const AxisView& each) const;
+    bool mayMislead(const AxisView& each) const;
+    bool losesPlace(const AxisView& each) const;
+    double playUm(int axis) const;
     bool blamesBus() const;
     bool saidAtEnd() const; // that something may be on, in a box
 
     RandomDay& day;
     std::vector<Cause> causes; // what came in the middle of what, the latest last
-    AxisView axes[3] = {
-        {"x", "virtual:2", stageX}, {"y", "virtual:1", stageY}, {"z", "virtual:3", stageZ}};
+    AxisView axes[3] = {{"x", '2', stageX}, {"y", '1', stageY}, {"z", '3', stageZ}};
     bool boardSaidLost = false, biasSaidLost = false; // in the title
     bool instrumentChosen = false;                    // in the dialog
     uint64_t movesSeen = 0;                           // that the program's library sent
@@ -114,6 +116,8 @@ private:
     void isSent(int axis);
     Cause causeOf(const Message& message);
     Cause causeOfCommand(int id);
+    void doubtAxes();
+    static void isZero(AxisView& each, int axis);
     void lookAtProcess();
     void lookAtProcessEnd(const Cause& cause);
     void lookAtMarks();

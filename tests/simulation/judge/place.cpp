@@ -19,7 +19,7 @@ private:
         if (each.axis.axisNumber == 0 || labStageMoves(axis)) return;
         const double said = each.axis.positionUm, is = labStageUm(axis) - each.zeroUm;
         if (std::fabs(said - is) <= placeToleranceUm)
-            each.doubtful = judge.blamesAxis(each);
+            each.doubtful = judge.mayMislead(each);
         else if (!each.doubtful)
             judge.find(Rule::Place,
                        formatted("%s is at %.1f um, said to be at %.1f", each.name, is, said));
