@@ -157,11 +157,19 @@ bool follows(Job& job, const Range& range) {
     return true;
 }
 
+void printShare(const char* what, uint64_t part, uint64_t whole) {
+    const double share = whole == 0 ? 0.0 : static_cast<double>(part) / static_cast<double>(whole);
+    std::printf("%-40s %9.1f%%\n", what, 100.0 * share);
+}
+
 void printTable(double seconds) {
     std::printf("%-40s %10llu\n%-40s %10.0f\n", "days", static_cast<unsigned long long>(days),
                 "seconds", seconds);
     for (const auto& [what, count] : counts)
         std::printf("%-40s %10llu\n", what.c_str(), static_cast<unsigned long long>(count));
+    printShare("of all points measured and judged", counts["points judged"],
+               counts["points measured"] + counts["points in doubt"]);
+    printShare("of all days without device faults", counts["days without device faults"], days);
     std::printf("%-40s %10llu\n", "days that failed", static_cast<unsigned long long>(failedDays));
     for (const auto& [rule, count] : failures)
         std::printf("  %-38s %10llu\n", rule.c_str(), static_cast<unsigned long long>(count));

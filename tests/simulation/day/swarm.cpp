@@ -64,14 +64,14 @@ void Swarm::drawFaults(Dice& dice) {
     devicesBreak = dice.percent(70);
     filesBreak = dice.percent(50);
     brokenAtStart = devicesBreak && dice.percent(10);
-    constexpr int mends[] = {30, 60, 90}, pairs[] = {0, 30}, calls[] = {0, 0, 30},
+    constexpr int mends[] = {20, 50, 80}, pairs[] = {0, 30}, calls[] = {0, 0, 30},
                   boards[] = {0, 0, 15};
     mendPercent = dice.oneOf(mends);
     pairPercent = dice.oneOf(pairs);
     callPercent = dice.oneOf(calls);
     boardPercent = dice.oneOf(boards);
     if (devicesBreak || filesBreak)
-        acts.set(static_cast<size_t>(Act::BreakOrMend), dice.from(10, 100));
+        acts.set(static_cast<size_t>(Act::BreakOrMend), dice.from(20, 120));
     else
         acts.set(static_cast<size_t>(Act::BreakOrMend), 0);
 }
