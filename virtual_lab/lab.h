@@ -201,6 +201,7 @@ const std::vector<LabRead>& labReads();
 //   limit x|y|z right|left at <um>      true carriage position from resetLab
 //   board absent | board unplugged
 //   board overload                      more than 5 V at its analog input
+//   board quiet                         its converter has no noise
 //   backlash x|y|z <um>                 2, 2 and 0.8 when nothing is said
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails

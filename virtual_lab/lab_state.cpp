@@ -150,6 +150,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
             return false;
     } else if (device == "board" && what == "absent") {
         faults.boardAbsent = true;
+    } else if (device == "board" && what == "quiet") {
+        faults.boardQuiet = true;
     } else if (device == "board" && what == "unplugged") {
         faults.boardUnplugged = true;
     } else if (device == "board" && what == "overload") {

@@ -36,6 +36,7 @@ struct LabFaults {
     bool boardAbsent = false;
     bool boardUnplugged = false;
     bool boardOverload = false;
+    bool boardQuiet = false; // no noise in its converter
     bool cameraAbsent = false;
     bool cameraLost = false;
     bool cameraOld = false; // feature names from before SFNC 2.0

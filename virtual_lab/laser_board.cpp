@@ -13,7 +13,8 @@ constexpr size_t longestCommand = 31;
 
 static int convertPhotocurrent() {
     double volts = lab.faults.boardOverload ? 2 * inputEndVolts : labPhotoVoltage();
-    volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
+    if (!lab.faults.boardQuiet)
+        volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
     return static_cast<int>(std::clamp(std::floor(volts / labAdcStepVolts), 0.0, 1023.0));
 }
 
@@ -32,15 +33,14 @@ static bool analogRead(int pin, int samples) {
 }
 
 static bool digitalWrite(int pin, int level) {
-    if (pin != illuminationPin) return pin >= 0 && pin <= 13;
-    if (level != 0 && level != 5) return false;
+    if (pin != illuminationPin || (level != 0 && level != 5)) return false;
     lab.board.illuminated = level == 5;
     return true;
 }
 
 static bool analogWrite(int pin, int level) {
-    if (pin < 0 || pin > 13 || level < 0 || level > 255) return false;
-    if (pin == laserPin) switchLaser(level);
+    if (pin != laserPin || level < 0 || level > 255) return false;
+    switchLaser(level);
     return true;
 }
 
@@ -61,7 +61,10 @@ static bool scan(const std::string& command, const char* format, Numbers&... num
 }
 
 static bool scanAfterLetter(const std::string& command, int& number) {
-    return scan(command.substr(1), "%d", number);
+    int read = 0; // what is refused changes nothing
+    if (!scan(command.substr(1), "%d", read)) return false;
+    number = read;
+    return true;
 }
 
 static bool execute(const std::string& command) {
