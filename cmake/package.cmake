@@ -1,10 +1,12 @@
-# Packs the program with its guides, without and with the virtual laboratory beside it, and by
-# itself what a crash dump is read with:
+# Packs the program with its guides and the laser board's programs, without and with the virtual
+# laboratory beside it, and by itself what a crash dump is read with:
 #
 #   cmake -D version=1.0.0 -D source=FOLDER -D build=FOLDER -P package.cmake
-file(GLOB_RECURSE guides RELATIVE ${source} ${source}/docs/*.md ${source}/docs/*.png)
+file(GLOB_RECURSE guides RELATIVE ${source} ${source}/docs/*.md ${source}/docs/*.png
+     ${source}/docs/*.svg)
 list(PREPEND guides README.md virtual_lab/README.md) # the guides link to both
 file(GLOB laboratory ${build}/laboratory/*.dll)
+file(GLOB firmware ${build}/firmware/*.hex)
 
 # Everything lies in one folder that bears the archive's name. Takes programs and libraries, and
 # paths below the source folder.
@@ -24,7 +26,7 @@ function(pack name)
     file(REMOVE_RECURSE ${stage})
 endfunction()
 
-pack(Lumascan-${version}-win64 PROGRAMS ${build}/Lumascan.exe PAGES ${guides})
-pack(Lumascan-${version}-virtual-lab PROGRAMS ${build}/Lumascan.exe ${laboratory}
+pack(Lumascan-${version}-win64 PROGRAMS ${build}/Lumascan.exe ${firmware} PAGES ${guides})
+pack(Lumascan-${version}-virtual-lab PROGRAMS ${build}/Lumascan.exe ${laboratory} ${firmware}
      PAGES ${guides})
 pack(Lumascan-${version}-symbols PROGRAMS ${build}/Lumascan.debug)
