@@ -51,6 +51,7 @@ PortHandle openSerialPort(const char* deviceName) {
     if (serial.refuseOpen || !there || serial.openPorts != 0) return invalidPort(); // not shared
     serial.openPorts++;
     thePort = {.unread = "", .board = !other};
+    if (serial.farEnd.opened) serial.farEnd.opened();
     return &thePort;
 }
 
@@ -101,6 +102,21 @@ int32_t readTimeouts(PortHandle port, SerialTimeouts& timeouts) {
     return 1;
 }
 
+// Until the first byte, or the total time-out; from then until there is a gap of the interval
+// time-out between two bytes.
+static std::string arrivedInTime(uint32_t capacity) {
+    const SerialTimeouts& wait = serial.timeouts;
+    double end = virtualNowMs() + wait.readTotalMultiplier * capacity + wait.readTotalConstant;
+    std::string reply;
+    while (reply.size() < capacity && virtualNowMs() < end) {
+        advanceVirtualTime(1);
+        const std::string more = serial.farEnd.takeReply();
+        reply += more;
+        if (!more.empty()) end = virtualNowMs() + wait.readInterval;
+    }
+    return reply;
+}
+
 static std::string arrived() {
     if (!thePort.board) return {};
     if (!serial.scripted && serial.replies.empty()) return takeBoardReply();
@@ -113,16 +129,17 @@ static std::string arrived() {
 int32_t readSerial(PortHandle port, void* buffer, uint32_t capacity, uint32_t& bytesMoved) {
     bytesMoved = 0;
     if (!isOpen(port) || !isConnected()) return 0;
-    if (thePort.unread.empty()) thePort.unread = arrived();
+    const bool boardInTime = serial.farEnd.receive && thePort.board;
+    if (thePort.unread.empty()) thePort.unread = boardInTime ? arrivedInTime(capacity) : arrived();
     const SerialTimeouts& wait = serial.timeouts;
-    if (thePort.unread.empty()) {
+    if (thePort.unread.empty() && !boardInTime) {
         advanceVirtualTime(wait.readTotalMultiplier * capacity + wait.readTotalConstant);
         return 1;
     }
     bytesMoved = std::min(capacity, static_cast<uint32_t>(thePort.unread.size()));
     std::memcpy(buffer, thePort.unread.data(), bytesMoved);
     thePort.unread.erase(0, bytesMoved);
-    if (bytesMoved < capacity) advanceVirtualTime(wait.readInterval);
+    if (bytesMoved < capacity && !boardInTime) advanceVirtualTime(wait.readInterval);
     return 1;
 }
 
@@ -130,11 +147,18 @@ int32_t writeSerial(PortHandle port, const void* bytes, uint32_t count, uint32_t
     bytesMoved = 0;
     if (!isOpen(port) || !isConnected() || serial.refuseWrite) return 0;
     serial.writes.emplace_back(static_cast<const char*>(bytes), count);
-    if (!serial.scripted && thePort.board) boardReceive(bytes, count);
+    if (serial.farEnd.receive && thePort.board)
+        serial.farEnd.receive(serial.writes.back());
+    else if (!serial.scripted && thePort.board)
+        boardReceive(bytes, count);
     bytesMoved = count;
     return 1;
 }
 
 void discardReceived(PortHandle) {
-    if (!serial.scripted) takeBoardReply();
+    thePort.unread.clear();
+    if (serial.farEnd.takeReply)
+        serial.farEnd.takeReply();
+    else if (!serial.scripted)
+        takeBoardReply();
 }

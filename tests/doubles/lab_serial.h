@@ -4,10 +4,20 @@
 #include "platform/serial_port.h"
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
+// Another board than the laboratory's at the far end of the line, once `receive` is set. Its bytes
+// take their time there and back.
+struct FarEnd {
+    std::function<void()> opened; // may be empty
+    std::function<void(const std::string& bytes)> receive;
+    std::function<std::string()> takeReply; // what has arrived by now
+};
+
 struct SerialDouble {
+    FarEnd farEnd;
     std::vector<std::string> openedNames;
     std::vector<std::string> writes; // the bytes of each write, zero bytes included
     std::deque<std::string> replies; // while any is left, a read gets the next one; the board
