@@ -1,14 +1,14 @@
 #!/bin/bash
-# Builds everything and runs all tests: units and simulations natively under sanitizers, the real
-# program under Wine. Ends with "N passed, M failed" and fails when a test does.
+# Builds everything and runs all tests: units and simulations natively under sanitizers, the laser
+# board's program in a simulator of its chip, the real program under Wine. Ends with "N passed, M failed" and fails when a test does.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 cmake/install_missing.sh cmake ninja-build g++ g++-mingw-w64-x86-64-posix googletest libgtest-dev \
-    wine wine64 xvfb socat gwyddion
+    wine wine64 xvfb socat gwyddion gcc-avr avr-libc libsimavr-dev
 
 mkdir -p build
-for preset in native windows; do
+for preset in firmware native windows; do
     echo "Building $preset"
     { cmake --preset "$preset" && cmake --build --preset "$preset"; } >"build/$preset.log" 2>&1 ||
         { tail -n 50 "build/$preset.log" && exit 1; }

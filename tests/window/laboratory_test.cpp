@@ -235,6 +235,21 @@ TEST_F(Laboratory, MapsTheLandscape) {
     }
 }
 
+// The board is its own program in the simulator of its chip, which opening the port has reset; what
+// lies at its pins is the laboratory, whose log holds what they show.
+TEST_F(Laboratory, MapsThroughTheBoardsOwnFirmware) {
+    const Area area{510, 450, 720, 590, 5.0, 7, 5};
+    ASSERT_NO_FATAL_FAILURE(start(area.step, 0, "board quiet\n"));
+    EXPECT_EQ(laserLevel(), -1) << "a flash";
+    ASSERT_NO_FATAL_FAILURE(select(area));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    EXPECT_TRUE(await([&] { return laserLevel() == 204; }, patiently));
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+    expectLandscape(area, area.rows, {board.truth, labAdcStepVolts});
+}
+
 TEST_F(Laboratory, MapsWithTheGpibMultimeter) {
     const Area area{510, 450, 720, 590, 5.0, 7, 5};
     // With a stage library that has other functions at the ordinals of the move and the stop.

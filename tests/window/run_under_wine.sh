@@ -1,11 +1,13 @@
 #!/bin/bash
 # Runs a Windows program under Wine on a screen, a desktop folder and a serial line of its own.
 #
-#   run_under_wine.sh [--build FOLDER] [--cable] [--documents] [--show] [--keep FOLDER]
-#                     PROGRAM [ARGUMENT...]
+#   run_under_wine.sh [--build FOLDER] [--cable | --firmware] [--documents] [--show]
+#                     [--keep FOLDER] PROGRAM [ARGUMENT...]
 #
 #   --build FOLDER  the Windows build tree (build/windows); its prefix is made here once and copied
 #   --cable         lay the null-modem cable: COM10 on one end, COM11 on the other
+#   --firmware      COM10 is the laser board's own program in the simulator, which opening the port
+#                   resets, and COM11 is what lies at its pins; both come from the native build
 #   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
 #                   and make a picture of
 #   --show          use the display of $DISPLAY where there is one
@@ -20,6 +22,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 build=$root/build/windows
 cable=no
+firmware=no
 documents=no
 show=no
 folder=
@@ -27,6 +30,7 @@ while [[ ${1:-} == --* ]]; do
     case $1 in
     --build) build=$(cd "$2" && pwd) && shift 2 ;;
     --cable) cable=yes && shift ;;
+    --firmware) firmware=yes && shift ;;
     --documents) documents=yes && shift ;;
     --show) show=yes && shift ;;
     --keep) mkdir -p "$2" && folder=$(cd "$2" && pwd) && shift 2 ;;
@@ -136,10 +140,18 @@ if [[ $temporary == no ]]; then
 fi
 
 rm -f "$WINEPREFIX/dosdevices/com10" "$WINEPREFIX/dosdevices/com11"
+rm -f "$folder/com10" "$folder/com11"
+line=() # what makes the two ports
 if [[ $cable == yes ]]; then
-    rm -f "$folder/com10" "$folder/com11"
-    socat "pty,raw,echo=0,link=$folder/com10" "pty,raw,echo=0,link=$folder/com11" \
-        >"$folder/socat.log" 2>&1 &
+    line=(socat "pty,raw,echo=0,link=$folder/com10" "pty,raw,echo=0,link=$folder/com11")
+elif [[ $firmware == yes ]]; then
+    native=$root/build/native
+    line=("$native/tests/firmware/board_simulator" "$native/firmware/laser_board.hex" --deaf 1500
+        --line "$folder/com10" --light "$folder/com11")
+    [[ -x ${line[0]} && -e ${line[1]} ]] || { echo "build the preset native first" >&2 && exit 2; }
+fi
+if [[ ${#line[@]} -gt 0 ]]; then
+    "${line[@]}" >"$folder/line.log" 2>&1 &
     own+=($!)
     for end in com10 com11; do
         for ((tries = 0; tries < 500; tries++)); do
