@@ -42,11 +42,12 @@ void breakLaboratory(const fs::path& folder, const std::string& faults) {
     std::ofstream(folder / "virtual_lab.txt", std::ios::binary) << faults;
 }
 
-Program startProgram(const fs::path& folder) {
+Program startProgram(const fs::path& folder, const char* outputName,
+                     const fs::path& currentFolder) {
     Program program;
     program.folder = folder;
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    HANDLE output = CreateFileW((folder / "output.txt").c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+    HANDLE output = CreateFileW((folder / outputName).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                                 &inheritable, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
@@ -56,7 +57,8 @@ Program startProgram(const fs::path& folder) {
     PROCESS_INFORMATION started{};
     std::wstring executable = (folder / "Lumascan.exe").wstring();
     BOOL ok = CreateProcessW(executable.c_str(), nullptr, nullptr, nullptr, TRUE, 0, nullptr,
-                             folder.c_str(), &startup, &started);
+                             (currentFolder.empty() ? folder : currentFolder).c_str(), &startup,
+                             &started);
     CloseHandle(output);
     if (!ok) throw std::runtime_error("Lumascan.exe cannot be started");
     CloseHandle(started.hThread);

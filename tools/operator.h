@@ -13,7 +13,7 @@ struct Program {
     HANDLE process = nullptr;
     DWORD processId = 0;
     HWND window = nullptr;        // of class "LUMA"; null until awaitMainWindow
-    std::filesystem::path folder; // of the executable; its standard output is in output.txt
+    std::filesystem::path folder; // of the executable
 };
 
 struct Box {
@@ -36,8 +36,10 @@ std::filesystem::path layDesk(bool laboratory, const char* release = "");
 // Writes the laboratory's list of faults beside the executable; "" mends everything.
 void breakLaboratory(const std::filesystem::path& folder, const std::string& faults);
 
-// Throws std::runtime_error when Windows cannot start it.
-Program startProgram(const std::filesystem::path& folder);
+// Starts it in `currentFolder`, in its own when that is empty; what it prints goes into the file
+// `output` of its own. Throws std::runtime_error when Windows cannot start it.
+Program startProgram(const std::filesystem::path& folder, const char* output = "output.txt",
+                     const std::filesystem::path& currentFolder = {});
 
 bool awaitMainWindow(Program& program, int timeoutMs);
 
