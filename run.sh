@@ -58,11 +58,18 @@ else
     wait "$player"
 fi
 
+# The newest map, as its scan has named it, and what lies beside it.
 data=("$run"/prefix/drive_c/users/*/Desktop/KST_Data)
-session=$(find "${data[@]}" -mindepth 1 -maxdepth 1 -type d -printf '%T@ %p\n' 2>/dev/null |
-    sort -n | tail -n 1 | cut -d ' ' -f 2-)
-if [[ -n $session ]]; then
-    echo "Session folder: $session"
+map=$(find "${data[@]}" -mindepth 2 -maxdepth 2 -name 'Kestrel(*.txt' -newer build/run/build.log \
+    -printf '%T@ %p\n' 2>/dev/null | sort -n | tail -n 1 | cut -d ' ' -f 2-)
+if [[ -n $map ]]; then
+    session=${map%/*}
+    echo "The scan's folder: $session"
     find "$session" -type f -printf '  %f\n' | sort
+    picture=$(find "$session" -name 'KST(*.jpg' -printf '%T@ %p\n' | sort -n | tail -n 1 |
+        cut -d ' ' -f 2-)
+    echo "The map: $map"
+    echo "Its picture to look at: ${picture:-not saved}"
 fi
 [[ $demo == no ]] || echo "Screenshots: $run/screenshots"
+[[ $demo == no || -n $map ]] || { echo "No map was saved" && exit 1; }

@@ -7,6 +7,7 @@
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "platform/decimal_point.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
 #include "session/document.h"
@@ -74,6 +75,7 @@ std::string formatSettingsLine(const SessionSettings& s) {
 }
 
 void parseSettingsLine(const char* line, SessionSettings& s) {
+    keepDecimalPoint();
     // How many fields were there does not matter: those behind a mismatch keep their values.
     (void)std::sscanf(line,
                       "step:%lf, laser:%lf, laser correct:(%d,%d), Ammeter:%d, GPIB:%d, "

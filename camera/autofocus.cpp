@@ -135,9 +135,9 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
             break;
         }
         // The cut-off, a fraction, shows as 0 in this text that operators know.
-        std::snprintf(state.text, sizeof state.text, "[%d-%d] Z=%.0f f=%.3f cutoff=%.0f",
-                      state.level, static_cast<int>(i), curve.positionUm[i],
-                      static_cast<double>(curve.factor[i]), static_cast<double>(sweep.cutOff));
+        formatInto(state.text, "[%d-%d] Z=%.0f f=%.3f cutoff=%.0f", state.level,
+                   static_cast<int>(i), curve.positionUm[i], static_cast<double>(curve.factor[i]),
+                   static_cast<double>(sweep.cutOff));
         showInformation(state.text);
         refreshPositions();
         if (stopRequested) return SweepEnd::Stopped;

@@ -108,7 +108,7 @@ void applyManual(CameraState& state) {
     setGain(camera, state.gain);
     setAutomatic(camera.ExposureAuto, Auto_Off);
     camera.SetExposureUs(state.exposureUs);
-    std::snprintf(state.message, sizeof state.message, "exposure time: %.1f", state.exposureUs);
+    formatInto(state.message, "exposure time: %.1f", state.exposureUs);
     showInformation(state.message);
 }
 

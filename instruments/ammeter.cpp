@@ -9,6 +9,7 @@
 #include "session/main_title.h"
 #include "session/message_box.h"
 #include "session/options.h"
+#include "session/stay_awake.h"
 
 #include <algorithm>
 #include <cmath>
@@ -142,6 +143,7 @@ void stepBias(double voltage, double limit) {
     }
     instrumentLink.biasMissed |= !answer.heard && volts != 0.0f;
     if (instrumentLink.biasRefused.empty()) instrumentLink.biasRefused = answer.refusal;
+    stayAwakeFor(AwakeFor::Bias, !mayBeOn.empty());
     instrumentLink.biasHeard = volts == 0.0f ? answer.taken() : answer.heard;
     sayWhetherABiasIsLost();
 }

@@ -10,6 +10,7 @@
 #include "session/day_log.h"
 #include "session/forced_end.h"
 #include "session/main_title.h"
+#include "session/stay_awake.h"
 
 #include <algorithm>
 #include <string>
@@ -73,6 +74,7 @@ bool tell(Light& light) {
     // What another port takes switches nothing off, unless the board has moved there and answers.
     const bool boardHeard = light.onPort == laserLink.comPort || laserLink.boardAnswered;
     if (light.told && !on && boardHeard) light.mayBeOn = false;
+    stayAwakeFor(AwakeFor::Laser, laser.mayBeOn);
     return light.told;
 }
 
@@ -182,6 +184,12 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     if (opened && !laserLink.boardAnswered) showInformation(noBoardAnswers(laserLink).c_str());
     sayWhetherTheBoardIsLost();
     return laserLink.disconnected ? 0 : opened;
+}
+
+void renewLaserBoard() {
+    if (!laserLink.wasOpen) return;
+    if (reopenLaserLink(laserLink)) tellBoth();
+    sayWhetherTheBoardIsLost();
 }
 
 std::string lightLeftOn() {

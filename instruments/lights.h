@@ -34,6 +34,10 @@ bool onlyTheLaserShone();
 // what opening the link returns, and 0 when the board then takes no command.
 int connectLaserBoard(WindowHandle ownerWindow);
 
+// After the computer has slept: opens the port of a link that there was anew and tells the board
+// what the lights are meant to be, without a box.
+void renewLaserBoard();
+
 // What the title says while a light may shine that was switched off; empty else.
 std::string lightLeftOn();
 

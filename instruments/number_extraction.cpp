@@ -1,6 +1,7 @@
 // Walks a reply and keeps what belongs to a number.
 #include "instruments/number_extraction.h"
 
+#include "platform/decimal_point.h"
 #include "session/forced_end.h"
 
 #include <algorithm>
@@ -35,6 +36,7 @@ Reading extractNumber(const char* reply, size_t length, ReplyKind kind) {
         kept[count++] = c;
     }
     Reading reading;
+    keepDecimalPoint();
     reading.answered = std::sscanf(kept, "%f", &reading.value) == 1;
     return reading;
 }

@@ -1,6 +1,7 @@
 // Finds, sets and reads the oscilloscope.
 #include "instruments/tektronics.h"
 
+#include "platform/decimal_point.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
 
@@ -146,6 +147,7 @@ Reading scopeRead(ViSession scopeInstrument) {
     answerLeft = !asked || !read || status == viMoreToCome;
     char* end = nullptr;
     Reading reading;
+    keepDecimalPoint();
     reading.value = static_cast<float>(std::strtod(reply.c_str(), &end));
     reading.answered = asked && read && end != reply.c_str();
     if (reading.answered) forgetRefusal(deviceName);

@@ -1,6 +1,7 @@
 // Writes and reads a journal's values.
 #include "mapping/journal_values.h"
 
+#include "platform/decimal_point.h"
 #include "platform/text_format.h"
 
 #include <charconv>
@@ -51,6 +52,7 @@ std::string JournalLines::textOf(const std::string& value) {
 }
 
 JournalValues::JournalValues(const LeftJournal& journal) {
+    keepDecimalPoint(); // also for the points' numbers
     for (const std::string& line : journal.lines) {
         ++pointsFrom;
         whole = line == pointsBegin;

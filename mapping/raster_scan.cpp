@@ -26,6 +26,7 @@
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/forced_end.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
 #include "session/responsive_wait.h"
@@ -33,7 +34,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -183,9 +183,10 @@ std::optional<PointReading> readPoint() {
 bool measurePoint(const Point& point, int mapRow) {
     const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
-    // Nothing may change the scan area while its scan runs.
-    assert(c < scanMap.marks.size() && m < scanMap.marks[c].size());
-    assert(scanArea.cols == scanMap.conditions->cols && scanArea.rows == scanMap.conditions->rows);
+    const bool inMap = c < scanMap.marks.size() && m < scanMap.marks[c].size() &&
+                       scanArea.cols == scanMap.conditions->cols &&
+                       scanArea.rows == scanMap.conditions->rows;
+    if (!inMap) endProgram("the scan area has changed in its own scan");
     const std::optional<PointReading> reading = readPoint();
     if (!reading) return false;
     const float value = reading->mean;
@@ -349,7 +350,7 @@ void scanAllRows(const ScanPlace& place) {
 void returnHome(const ScanPlace& place) {
     report.stayedAway = !moveXYTo(place.homeX, place.homeY, motorSpeed);
     controlCamera(cameraState, cameraAutomatic);
-    setLaserOutput(1);
+    setLaserOutput(processEnd() == ProcessEnd::Asleep ? 0 : 1);
     setLaserLevel(0);
     switchLiveView(LiveView::Off);
     refreshPositions();
@@ -476,14 +477,18 @@ bool canGoOn() {
     return !report.endedBy.empty() && report.pointsDone > 0 && !report.journalLost;
 }
 
+void endBy(const std::string& cause) {
+    report.endedBy = cause;
+    report.journalLost = journalIsBroken();
+    if (canGoOn()) report.endedBy += ", \"Continue last scan\" goes on";
+}
+
 // Without X or Y the rest would be measured at one spot, for hours in the light of the laser.
 void endIfAxisIsOut() {
     const StageAxis* out = axisThatIsOut();
     if (!out || report.pointsDone == scanArea.totalPoints) return;
     setLaserLevel(0);
-    report.endedBy = axisTrouble(*out);
-    report.journalLost = journalIsBroken();
-    if (canGoOn()) report.endedBy += ", \"Continue last scan\" goes on";
+    endBy(axisTrouble(*out));
 }
 
 void scanFrom(const LeftJournal* left) {
@@ -521,11 +526,12 @@ void scanFrom(const LeftJournal* left) {
     const bool goes = !declined && !stopRequested;
     if (goes && !axisThatIsOut()) scanAllRows(place);
     if (goes) endIfAxisIsOut();
+    if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
     report.bias = biasTrouble(); // while it is on
     report.journalLost = journalIsBroken();
-    noteEnd(declined                  ? ProcessEnd::Declined
-            : !report.endedBy.empty() ? ProcessEnd::Stopped
-                                      : processEnd());
+    noteEnd(declined                                    ? ProcessEnd::Declined
+            : !report.endedBy.empty() && !stopRequested ? ProcessEnd::Stopped
+                                                        : processEnd());
     returnHome(place);
     lookAtFocus(" at the end");
     scanMap.outcome.zUm = stageZ.positionUm + report.zShiftUm;

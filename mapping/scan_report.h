@@ -31,9 +31,10 @@ struct ScanReport {
     int pointsInDoubt = 0; // spoilt by any cause
     std::array<SpoiltPoints, spoiltCount> spoilt;
     std::vector<std::pair<NotThere, int>> misses; // why points were not reached, and how many
-    std::string endedBy;      // the axis without which it could not go on, and why
-    std::string focus;        // what befell Z, and in which row it was seen
-    std::string bias;         // what went wrong with it, as biasTrouble() says it
+    std::string
+        endedBy;       // what ended it that was no operator: an axis and why, the computer's sleep
+    std::string focus; // what befell Z, and in which row it was seen
+    std::string bias;  // what went wrong with it, as biasTrouble() says it
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
     bool journalLost = false; // at least in part

@@ -3,7 +3,8 @@
 
 #include <cstdint>
 
-// Milliseconds since the system started; never runs backwards.
+// Milliseconds since the system started; never runs backwards. On another thread than the windows'
+// it moves in steps of 10 to 16 ms.
 uint64_t tickCountMs();
 
 // Blocks the thread without taking window messages.

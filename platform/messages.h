@@ -27,7 +27,8 @@ constexpr uintptr_t keyDown = 0x28;
 // quit is never handed out: it stays pending for the message loop.
 bool takeMessage(Message& message);
 
-// Translates the message (keys to characters) and calls its window procedure.
+// Translates the message (keys to characters) and calls its window procedure. The Tab key goes to
+// the next control instead.
 void dispatchMessage(const Message& message);
 
 // Whether this is the thread that the program's windows belong to: the one that it began with. From

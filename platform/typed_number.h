@@ -1,6 +1,7 @@
 // Numbers as an operator types them into an edit.
 #pragma once
 
+#include "platform/decimal_point.h"
 #include "platform/truncate.h"
 
 #include <cmath>
@@ -20,6 +21,7 @@ inline std::optional<int> typedInteger(const std::string& text) {
 // The number that the text begins with, as "%f" takes it; not-a-number counts as none.
 inline std::optional<float> typedNumber(const std::string& text) {
     float value = 0.0f;
+    keepDecimalPoint();
     if (std::sscanf(text.c_str(), "%f", &value) != 1) return {};
     if (std::isnan(value)) return {};
     return value;

@@ -3,5 +3,6 @@
 
 #include <string>
 
-// Opens the file with the program that the system has for its kind. False when it has none.
+// Opens the text with the program that the system has for its kind, with the system's own editor
+// where nobody has chosen one. False when that failed.
 bool openInViewer(const std::wstring& path);

@@ -6,6 +6,7 @@
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "session/responsive_wait.h"
+#include "session/stay_awake.h"
 
 #include <cassert>
 #include <cstddef>
@@ -18,7 +19,7 @@ bool underWay = false;
 void (*saveUnfinished)() = nullptr;
 bool closeWanted = false;
 int movesUnderWay = 0;
-bool windowClosed = false; // the reason for the stop
+ProcessEnd stopReason = ProcessEnd::Stopped;
 
 // How it ended, and what the operator is told of it.
 void logEnd(const char* name, uint64_t tookMs) {
@@ -36,13 +37,13 @@ bool runProcess(const char* name, void (*work)(), void (*saveQuietly)()) {
     logEvent(std::string(name) + ": begins");
     const uint64_t start = tickCountMs();
     underWay = true;
-    windowClosed = false;
+    stopReason = ProcessEnd::Stopped;
     saveUnfinished = saveQuietly;
-    keepSystemAwake(true);
+    stayAwakeFor(AwakeFor::Process, true);
     work();
     assert(processRunning == 0 && movesUnderWay == 0); // it ends as it began
     logEnd(name, tickCountMs() - start);
-    keepSystemAwake(false);
+    stayAwakeFor(AwakeFor::Process, false);
     saveUnfinished = nullptr;
     underWay = false;
     if (closeWanted) destroyMainWindow();
@@ -89,24 +90,30 @@ void saveUnfinishedProcess() {
 }
 
 const char* nameOf(ProcessEnd end) {
-    constexpr const char* names[] = {"running",
-                                     "finished",
-                                     "declined",
-                                     "stopped",
-                                     "window closed",
-                                     "forced end",
-                                     "cut off, recovered from its journal"};
+    constexpr const char* names[] = {"running",       "finished",
+                                     "declined",      "stopped",
+                                     "window closed", "stopped, the computer went to sleep",
+                                     "forced end",    "cut off, recovered from its journal"};
     return names[static_cast<size_t>(end)];
 }
 
 ProcessEnd processEnd() {
     if (!stopRequested) return ProcessEnd::Finished;
-    return windowClosed ? ProcessEnd::WindowClosed : ProcessEnd::Stopped;
+    return stopReason;
 }
 
 void stopAsClosed() {
     stopRequested = 1;
-    windowClosed = true;
+    stopReason = ProcessEnd::WindowClosed;
+}
+
+void stopForSleep() {
+    stopRequested = 1;
+    stopReason = ProcessEnd::Asleep;
+}
+
+std::string sleepTrouble() {
+    return processEnd() == ProcessEnd::Asleep ? ". The computer went to sleep" : "";
 }
 
 void stopAndClose() {

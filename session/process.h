@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 // 1 while a long process holds the program: waits then ask before they stop it, and the live view
 // stays off. RunningProcess sets it.
@@ -29,7 +30,16 @@ public:
 bool stageIsMoving();
 
 // How a process ended, as far as it has.
-enum class ProcessEnd { Running, Finished, Declined, Stopped, WindowClosed, Forced, CutOff };
+enum class ProcessEnd {
+    Running,
+    Finished,
+    Declined,
+    Stopped,
+    WindowClosed,
+    Asleep,
+    Forced,
+    CutOff
+};
 const char* nameOf(ProcessEnd end);
 
 // Runs `work`, whose start and end the log of the day has under `name`, and keeps the system awake
@@ -59,3 +69,9 @@ void stopAsClosed();
 
 // The same for the main window, which closes when the process has ended.
 void stopAndClose();
+
+// The same because the computer goes to sleep.
+void stopForSleep();
+
+// Behind a process' own words, that the computer's sleep has ended it; empty else.
+std::string sleepTrouble();

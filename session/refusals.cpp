@@ -2,6 +2,7 @@
 #include "session/refusals.h"
 
 #include "platform/clock.h"
+#include "platform/messages.h"
 #include "session/day_log.h"
 #include "session/device_report.h"
 
@@ -41,8 +42,13 @@ void log(const char* device, Spoken& of, const std::string& line) {
     logEvent(before + device + ": " + line);
 }
 
-// False when these were the last words.
+// False when these were the last words. The words are kept for the windows' thread alone: another
+// one speaks while the program ends by force, seldom, and must not wait for anybody.
 bool isNews(const char* device, const std::string& line) {
+    if (!onWindowThread()) {
+        logEvent(std::string(device) + ": " + line);
+        return true;
+    }
     Spoken& of = spoken()[device];
     if (line == of.last) return false;
     of.last = line;
@@ -70,6 +76,7 @@ void noteRefusal(const char* device, const std::string& words) {
 }
 
 void forgetRefusal(const char* device) {
+    if (!onWindowThread()) return;
     const auto found = spoken().find(device);
     if (found != spoken().end()) found->second.last.clear();
 }

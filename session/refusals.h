@@ -1,7 +1,7 @@
 // What the devices refuse, and that they work again, on standard output and in the log of the day:
 // the vendor's own words, once, though the same call is made again ten times a second. A device
 // that changes between two refusals does not fill the log either: ten lines at once and one a
-// minute, the others are counted. Called from the program's one thread only.
+// minute, the others are counted. Another thread than the windows' is told and logged each time.
 #pragma once
 
 #include <string>

@@ -77,9 +77,7 @@ std::vector<PixelPoint> lineThrough(const float* xs, const float* ys, int first,
 }
 
 void label(ContextHandle context, int x, int y, const char* format, float value) {
-    char text[64];
-    std::snprintf(text, sizeof text, format, static_cast<double>(value));
-    drawText(context, x, y, text, black, false);
+    drawText(context, x, y, formatted(format, static_cast<double>(value)).c_str(), black, false);
 }
 
 void drawPlot(ContextHandle context, const float* xs, const float* ys, int first, int end,

@@ -54,8 +54,8 @@ bool measurePoint(SweepRecord& record, float voltage, Missed& missed) {
     record.yValues[i] =
         static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
     journalSample(voltage, record.yValues[i]);
-    std::snprintf(record.text, sizeof record.text, "V=%f,I=%f", static_cast<double>(voltage),
-                  static_cast<double>(record.yValues[i]));
+    formatInto(record.text, "V=%f,I=%f", static_cast<double>(voltage),
+               static_cast<double>(record.yValues[i]));
     showInformation(record.text);
     return true;
 }

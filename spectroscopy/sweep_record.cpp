@@ -4,6 +4,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
+#include "platform/decimal_point.h"
 #include "platform/files.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
@@ -36,7 +37,7 @@ void endBias(SweepRecord& record, const char* name, const Missed& missed) {
                                {missed.readings, "No reading"},
                                {missed.overloads, "Overload"}})
         if (count > 0) trouble += formatted(". %s: %d of %d", what, count, record.currentIndex);
-    trouble += biasTrouble(); // before the bias goes
+    trouble += sleepTrouble() + biasTrouble(); // before the bias goes
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     record.trouble = trouble;
     if (!trouble.empty()) showInformation((name + trouble).c_str());
@@ -45,6 +46,7 @@ void endBias(SweepRecord& record, const char* name, const Missed& missed) {
 namespace {
 
 bool writeCurve(FILE* file, const CurveFile& curve) {
+    keepDecimalPoint();
     if (std::fprintf(file, "%s\n", curve.heading) < 0) return false;
     const size_t points =
         std::min({static_cast<size_t>(curve.count), curve.xs.size(), curve.ys.size()});

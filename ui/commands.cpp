@@ -25,11 +25,13 @@
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/viewer.h"
+#include "platform/widen.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
 #include "session/forced_end.h"
+#include "session/journal.h"
 #include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
@@ -152,7 +154,8 @@ void endLiveView() {
 
 void showLog() {
     logEvent("Command: Show log"); // there is a file to show then
-    if (!openInViewer(dayLogPath())) showInformation("The log of the day does not open");
+    const std::wstring path = dayLogPath();
+    if (!openInViewer(path)) showInformation(("The log does not open: " + narrowed(path)).c_str());
 }
 
 // The area and the step of a recovered scan are the present ones from then on.
@@ -434,13 +437,31 @@ void onClose() {
 }
 
 void onSessionEnd() {
-    logEvent("Windows ends the session");
     stopRequested = 1;
+    // Before any file: a desktop that lies elsewhere may not answer any more.
+    darkenAtOnce();
+    stopAllStages();
+    logEvent("Windows ends the session");
     // The system waits a few seconds: the settings are quick, an instrument may be stuck.
     writeSettingsFile(dataFolders.configPath);
     makeSafe();
     // A scan would drive home and switch the lamp on while another program holds the end up.
     if (processUnderWay()) endsByForce = true;
+}
+
+void onSuspend() {
+    darkenAtOnce();
+    stopAllStages();
+    flushJournal();
+    logEvent(processUnderWay() ? "The computer goes to sleep: lights off, the process is stopped"
+                               : "The computer goes to sleep: lights off");
+    if (processUnderWay()) stopForSleep();
+}
+
+void onResume() {
+    logEvent("The computer is awake again");
+    renewLaserBoard();
+    showInformation("The computer was asleep: the lights are off");
 }
 
 void fillControlColumn() {

@@ -49,6 +49,11 @@ void onClose();
 // and the settings saved.
 void onSessionEnd();
 
+// The computer goes to sleep: lights off, axes stopped, what is journaled on the disk; a process
+// stops at its next step. When it is awake again the board's port is opened anew.
+void onSuspend();
+void onResume();
+
 // The texts of a new control column, and the parts of it that an edit writes back.
 void fillControlColumn();
 void showScanSettings();

@@ -144,13 +144,14 @@ struct WindowKind {
 static WindowKind windowKind(const Control& control) {
     constexpr DWORD child = WS_CHILD | WS_VISIBLE;
     // A single line scrolls, so that more can be typed than fits.
-    const DWORD line = child | ES_AUTOHSCROLL | (control.use == Use::Output ? ES_READONLY : 0);
+    const DWORD line = child | ES_AUTOHSCROLL |
+                       (control.use == Use::Output ? DWORD{ES_READONLY} : DWORD{WS_TABSTOP});
     switch (control.kind) {
     case Kind::Button:
-        return {L"BUTTON", child | BS_PUSHBUTTON, 0};
+        return {L"BUTTON", child | WS_TABSTOP | BS_PUSHBUTTON, 0};
     case Kind::PushLike:
-        return {L"BUTTON", child | BS_PUSHLIKE, 0};
-    case Kind::Radio:
+        return {L"BUTTON", child | WS_TABSTOP | BS_PUSHLIKE, 0};
+    case Kind::Radio: // no stop for Tab: one that gets the focus by a key counts as clicked
         return {L"BUTTON", child | BS_RADIOBUTTON, 0};
     case Kind::Edit:
         return {L"EDIT", line | WS_BORDER, 0};

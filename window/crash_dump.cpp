@@ -6,6 +6,7 @@
 #include "platform/widen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/document.h"
 
 #include <windows.h>
 
@@ -15,6 +16,20 @@ namespace {
 
 template <class Function> Function* function(HMODULE library, const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+// As "Lumascan.exe+0x1234": where the system has put the file is another place at each start.
+std::string placeOf(const void* address) {
+    HMODULE module = nullptr;
+    wchar_t path[MAX_PATH] = L"";
+    constexpr DWORD how =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    if (!GetModuleHandleExW(how, static_cast<const wchar_t*>(address), &module) ||
+        GetModuleFileNameW(module, path, MAX_PATH) == 0)
+        return formatted("0x%llX", reinterpret_cast<unsigned long long>(address));
+    const ptrdiff_t offset =
+        static_cast<const char*>(address) - reinterpret_cast<const char*>(module);
+    return fileNameOf(path) + formatted("+0x%llX", static_cast<unsigned long long>(offset));
 }
 
 // Empty, or what failed.
@@ -52,8 +67,8 @@ void writeCrashDump(const Crash& crash) {
     const std::string name = formatted("crash-%04d%02d%02d-%02d%02d%02d.dmp", now.wYear, now.wMonth,
                                        now.wDay, now.wHour, now.wMinute, now.wSecond);
     const EXCEPTION_RECORD& record = *crash.exception->ExceptionRecord;
-    logEvent(formatted("Crashed: 0x%08lX at 0x%llX", record.ExceptionCode,
-                       reinterpret_cast<unsigned long long>(record.ExceptionAddress)));
+    logEvent(formatted("Crashed: 0x%08lX at ", record.ExceptionCode) +
+             placeOf(record.ExceptionAddress));
     const std::string trouble = write(folder + L"\\" + widened(name), crash);
     logEvent(trouble.empty() ? "Crash dump written: " + name
                              : "No crash dump " + name + ": " + trouble);

@@ -92,6 +92,10 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
     case WM_ENDSESSION: // the system ends the program right after this
         if (wParam) onSessionEnd();
         return 0;
+    case WM_POWERBROADCAST:
+        if (wParam == PBT_APMSUSPEND) onSuspend();
+        if (wParam == PBT_APMRESUMEAUTOMATIC) onResume(); // whoever woke it
+        return TRUE;
     case WM_DESTROY:
         mainWindow = nullptr;
         forgetControlColumn();

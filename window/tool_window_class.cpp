@@ -48,9 +48,9 @@ struct ToolControlClass {
 static ToolControlClass classOf(ToolControl::Kind kind) {
     switch (kind) {
     case ToolControl::Kind::Edit:
-        return {L"EDIT", WS_BORDER | ES_AUTOHSCROLL};
+        return {L"EDIT", WS_TABSTOP | WS_BORDER | ES_AUTOHSCROLL};
     case ToolControl::Kind::Button:
-        return {L"BUTTON", BS_PUSHBUTTON};
+        return {L"BUTTON", WS_TABSTOP | BS_PUSHBUTTON};
     case ToolControl::Kind::Label:
         break;
     }

@@ -1,6 +1,7 @@
 // The system's tick count, refined to the millisecond, and the local time.
 #include "platform/clock.h"
 
+#include "platform/messages.h"
 #include "platform/win32/timer_period.h"
 
 #include <algorithm>
@@ -30,6 +31,8 @@ uint64_t tickCountMs() {
         coarse = GetTickCount64();
         count = performanceCount();
     } while (GetTickCount64() != coarse); // interrupted between the two readings
+    // What follows is the windows' thread's; the others need no millisecond.
+    if (!onWindowThread()) return coarse;
 
     // What the coarse count and the performance counter showed when they were last brought
     // together.

@@ -32,9 +32,24 @@ File openFile(const std::wstring& path, const wchar_t* mode) {
     return File(_wfopen(path.c_str(), mode));
 }
 
+// A virus scanner, or what keeps a copy of the folder elsewhere, reads a file right behind its
+// close and holds it for that long.
+template <class Call> static bool succeedsSoon(Call call) {
+    constexpr DWORD longestMs = 500, betweenMs = 20;
+    for (DWORD waitedMs = 0;; waitedMs += betweenMs) {
+        if (call()) return true;
+        const DWORD error = GetLastError();
+        const bool held = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
+        if (!held || waitedMs >= longestMs) return false;
+        Sleep(betweenMs);
+    }
+}
+
 bool replaceFile(const std::wstring& from, const std::wstring& to) {
-    return MoveFileExW(from.c_str(), to.c_str(),
-                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    return succeedsSoon([&] {
+        return MoveFileExW(from.c_str(), to.c_str(),
+                           MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    });
 }
 
 bool flushToDisk(FILE* file) {
@@ -42,5 +57,5 @@ bool flushToDisk(FILE* file) {
 }
 
 void removeFile(const std::wstring& path) {
-    DeleteFileW(path.c_str());
+    succeedsSoon([&] { return DeleteFileW(path.c_str()) != 0; });
 }

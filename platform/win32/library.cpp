@@ -33,8 +33,12 @@ static HMODULE load(const std::string& name, DWORD flags, DWORD& error) {
     // Without this the system itself asks for a library's missing companion or an empty drive.
     DWORD previousMode = 0;
     SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &previousMode);
+    // What makes the set-up safe at a crash. A library's own runtime may take its place.
+    const auto atCrash = SetUnhandledExceptionFilter(nullptr);
+    SetUnhandledExceptionFilter(atCrash);
     HMODULE library = LoadLibraryExA(name.c_str(), nullptr, flags);
     error = GetLastError();
+    SetUnhandledExceptionFilter(atCrash);
     SetThreadErrorMode(previousMode, nullptr);
     return library;
 }

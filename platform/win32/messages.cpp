@@ -24,12 +24,21 @@ bool takeMessage(Message& message) {
     return false;
 }
 
+// To the next control of the window that the message is for. Of a dialog's other keys the arrows,
+// Enter and Escape have a meaning of their own in this program's windows.
+static bool movesFocus(MSG& message) {
+    if (message.message != WM_KEYDOWN || message.wParam != VK_TAB) return false;
+    HWND window = GetAncestor(message.hwnd, GA_ROOT);
+    return window && IsDialogMessageW(window, &message);
+}
+
 void dispatchMessage(const Message& message) {
     MSG native{};
     native.hwnd = ::native(message.window);
     native.message = message.id;
     native.wParam = message.wParam;
     native.lParam = message.lParam;
+    if (movesFocus(native)) return;
     TranslateMessage(&native);
     DispatchMessageW(&native);
 }
@@ -64,6 +73,7 @@ int runMessageLoop() {
     while (!pendingQuit && GetMessageW(&message, nullptr, 0, 0) > 0) {
         // The message's own window, not the main one: the keys of an edit stay with the edit.
         if (TranslateAcceleratorW(message.hwnd, accelerators, &message)) continue;
+        if (movesFocus(message)) continue;
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }

@@ -5,9 +5,15 @@
 
 #include <shellapi.h>
 
+static INT_PTR open(const wchar_t* file, const wchar_t* arguments) {
+    return reinterpret_cast<INT_PTR>(
+        ShellExecuteW(nullptr, L"open", file, arguments, nullptr, SW_SHOWNORMAL));
+}
+
 bool openInViewer(const std::wstring& path) {
     constexpr INT_PTR lastError = 32; // results up to it are errors
-    HINSTANCE result =
-        ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
-    return reinterpret_cast<INT_PTR>(result) > lastError;
+    INT_PTR result = open(path.c_str(), nullptr);
+    if (result == SE_ERR_NOASSOC || result == SE_ERR_ASSOCINCOMPLETE)
+        result = open(L"notepad.exe", (L"\"" + path + L"\"").c_str());
+    return result > lastError;
 }

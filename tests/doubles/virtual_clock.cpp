@@ -54,7 +54,11 @@ uint64_t tickCountMs() {
     return static_cast<uint64_t>(nowMs);
 }
 
-void keepSystemAwake(bool) {}
+bool systemKeptAwake = false;
+
+void keepSystemAwake(bool on) {
+    systemKeptAwake = on;
+}
 
 void sleepMs(uint32_t milliseconds) {
     advanceVirtualTime(milliseconds);

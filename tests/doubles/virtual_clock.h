@@ -14,4 +14,6 @@ extern LocalTime wallTime; // what the program's clock shows; it stands still
 // A test that is not over by then is ended by force: two hours after resetClock, unless set.
 extern double deadlineMs;
 
+extern bool systemKeptAwake; // as the program last asked
+
 void resetClock();

@@ -17,6 +17,7 @@
 #include "ui/commands.h"
 #include "ui/devices_page.h"
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 #include <thread>
@@ -199,6 +200,17 @@ TEST_F(DayLogTest, ADeviceThatComesAndGoesDoesNotFillIt) {
     EXPECT_NE(contentOf(logFile).find(" lines left out) Camera: "), std::string::npos);
 }
 
+// Another thread than the windows' ends the program by force, perhaps in the middle of their words.
+TEST_F(DayLogTest, TheWordsOfOtherThreadsAreTheirOwn) {
+    const auto refuse = [] { printRefusal("Stage X", "no answer"); };
+    for (int i = 0; i < 2; ++i) std::thread(refuse).join();
+    refuse();
+    std::thread([] { forgetRefusal("Stage X"); }).join();
+    refuse();
+    std::vector<std::string> lines = logLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "14:05:00 Stage X: no answer\r"), 3);
+}
+
 TEST_F(DayLogTest, ALogThatCannotBeWrittenStopsNothing) {
     refusedFile = "/Log/";
     writeSettings(4.0, false);
@@ -209,8 +221,10 @@ TEST_F(DayLogTest, ALogThatCannotBeWrittenStopsNothing) {
     EXPECT_NE(first, std::string::npos);
     EXPECT_EQ(said.find("The log of the day", first + 1), std::string::npos);
     EXPECT_NE(sessionFile("Kestrel"), "");
+    openBareWindow();
     onCommand(idShowLog);
     EXPECT_EQ(contentOf(logFile), "");
+    EXPECT_TRUE(textIn(Field::Information).ends_with("Log\\2026-03-07.txt")) << "where it lies";
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "tests/simulation/saved_map.h"
+#include "ui/commands.h"
 
 #include <algorithm>
 #include <cmath>
@@ -181,6 +182,32 @@ TEST_F(FailureTest, ScanEndsWhenXOrYIsOut) {
     }
 }
 
+TEST_F(FailureTest, TheComputersSleepEndsAScanInTheDark) {
+    writeSettings(2.0, false);
+    afterReadings(20, [] {
+        EXPECT_TRUE(systemKeptAwake);
+        onSuspend();
+        EXPECT_EQ(labLaserPwm(), 0);
+        const std::string journal = contentOf("KST_Data/Journal/journal0.txt");
+        const std::string points = journal.substr(journal.find("\npoints ") + 1);
+        EXPECT_EQ(std::count(points.begin(), points.end(), '\n') - 1,
+                  static_cast<int>(cellsBeforeReading20));
+        in(1, [] {
+            const size_t openings = serial.openedNames.size();
+            onResume();
+            EXPECT_EQ(serial.openedNames.size(), openings + 1);
+            EXPECT_EQ(textIn(Field::Information), "The computer was asleep: the lights are off");
+        });
+    });
+    runProgramOver(12, 10);
+    EXPECT_EQ(textIn(Field::Information),
+              "Mapping finished. The computer went to sleep, \"Continue last scan\" goes on. "
+              "Laser off or lamp on: 1 from row 3, column 5"); // the point under way
+    EXPECT_EQ(SavedMap().condition("Outcome"), "stopped, the computer went to sleep");
+    EXPECT_TRUE(findLeftJournal(scanJournalKind));
+    EXPECT_FALSE(systemKeptAwake);
+}
+
 TEST_F(FailureTest, WindowClosedWhileTheScanWaits) {
     writeSettings(2.0, true);
     afterReadings(20, [] { post(messageClose); });
@@ -204,6 +231,12 @@ TEST_F(FailureTest, SessionFolderThatCannotBeMade) {
     runProgramOver(12, 8);
     EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
     EXPECT_EQ(cellsMeasured(), static_cast<size_t>(scanArea.totalPoints)) << "kept in memory";
+}
+
+TEST_F(FailureTest, AScanWhoseAreaChangesWritesNowhereElse) {
+    writeSettings(4.0, false);
+    afterReadings(5, [] { ++scanArea.cols; });
+    EXPECT_DEATH(runProgramOver(12, 8), "the scan area has changed in its own scan");
 }
 
 TEST_F(FailureTest, NoMainWindowEndsWithoutSettings) {

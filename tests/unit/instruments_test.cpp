@@ -506,6 +506,7 @@ TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
         connectInstrument(each.kind);
         applyBias(0.5, 1e-3);
         EXPECT_EQ(biasTrouble(), "");
+        EXPECT_TRUE(systemKeptAwake);
         link.biasVoltage = static_cast<float>(each.volts);
         link.currentLimit = static_cast<float>(each.limit);
         whileDialogOpen = [] { onConfigurationCommand(idSet); };
@@ -516,6 +517,7 @@ TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
         applyBias(0.0, each.limit);
         EXPECT_EQ(labBiasVolts(), 0.0) << "the screen says off of a bias that is on";
         EXPECT_EQ(biasLeftOn(), "");
+        EXPECT_FALSE(systemKeptAwake);
         connectInstrument(kindArduino);
     }
 }

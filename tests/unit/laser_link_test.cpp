@@ -138,6 +138,7 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     setLaserLevel(0);
     EXPECT_EQ(serial.openedNames.size(), openings + 1);
     setLaserLevel(0);
+    EXPECT_TRUE(systemKeptAwake);
     EXPECT_EQ(mainWindow->text, lost);
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOn) << "the screen says off of a laser that is on";
     const auto& said = historyOf(Field::Information);
@@ -149,6 +150,7 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     EXPECT_EQ(connectLaserBoard(mainWindow), 2);
     EXPECT_EQ(wire(), "G 5 0|D 6 5|");
     EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_FALSE(systemKeptAwake);
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOff);
     serial.replies = {"0", "0", "0"};
     EXPECT_EQ(connectLaserBoard(mainWindow), 1);

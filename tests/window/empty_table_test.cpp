@@ -1,4 +1,5 @@
 // The program on a machine with no device at all.
+#include "platform/text_format.h"
 #include "tests/window/program_run.h"
 
 #include <regex>
@@ -29,7 +30,13 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     EXPECT_TRUE(isChecked(program, idLaserOff));
     EXPECT_TRUE(isChecked(program, idSampleView));
 
-    command(program, idShowLog); // a viewer comes up, or none: the program goes on
+    // Nobody has chosen a viewer for texts.
+    RegDeleteTreeW(HKEY_CLASSES_ROOT, L".txt");
+    command(program, idShowLog);
+    HWND editor = nullptr;
+    EXPECT_TRUE(await([&] { return (editor = FindWindowW(L"Notepad", nullptr)); }, quickly));
+    EXPECT_NE(textOf(editor).find(".txt"), std::string::npos) << textOf(editor);
+    PostMessageW(editor, WM_CLOSE, 0, 0);
     command(program, idDevices);
     Box page = awaitBox(program, patiently);
     ASSERT_EQ(page.caption, "Devices");
@@ -43,6 +50,28 @@ TEST_F(EmptyTable, MovesOnPaperAndSavesMapsOfZeros) {
     EXPECT_EQ(textOf(x), "0.0");
     typeAndEnter(x, "25");
     EXPECT_TRUE(awaitText(x, "25.0", quickly));
+    // Tab goes from edit to button, never to a radio button, which it would press, and does not
+    // take the arrows away.
+    const auto focused = [&] {
+        GUITHREADINFO info{};
+        info.cbSize = sizeof info;
+        GetGUIThreadInfo(GetWindowThreadProcessId(program.window, nullptr), &info);
+        return info.hwndFocus;
+    };
+    SetForegroundWindow(program.window);
+    HWND at = focused();
+    std::string stops;
+    for (int i = 0; i < 12; ++i) {
+        PostMessageW(at, WM_KEYDOWN, VK_TAB, 0);
+        HWND before = at;
+        ASSERT_TRUE(await([&] { return (at = focused()) && at != before; }, quickly)) << stops;
+        stops += formatted("%d ", GetDlgCtrlID(at));
+    }
+    for (const int id : {idStart, idWideView, idLaserIntensity, idFocus, idPositionZ, idPositionX})
+        EXPECT_NE((" " + stops).find(formatted(" %d ", id)), std::string::npos) << stops;
+    for (const int id : {idLaserOn, idIlluminationOff, idLaserView, idLiveOff})
+        EXPECT_EQ((" " + stops).find(formatted(" %d ", id)), std::string::npos) << stops;
+    EXPECT_TRUE(isChecked(program, idLaserOff));
     pressKey(program, VK_LEFT);
     EXPECT_TRUE(awaitText(x, "-75.0", quickly));
 
