@@ -151,7 +151,7 @@ static WindowKind windowKind(const Control& control) {
         return {L"BUTTON", child | WS_TABSTOP | BS_PUSHBUTTON, 0};
     case Kind::PushLike:
         return {L"BUTTON", child | WS_TABSTOP | BS_PUSHLIKE, 0};
-    case Kind::Radio: // no stop for Tab: one that gets the focus by a key counts as clicked
+    case Kind::Radio: // no stop for Tab
         return {L"BUTTON", child | BS_RADIOBUTTON, 0};
     case Kind::Edit:
         return {L"EDIT", line | WS_BORDER, 0};

@@ -24,12 +24,29 @@ bool takeMessage(Message& message) {
     return false;
 }
 
-// To the next control of the window that the message is for. Of a dialog's other keys the arrows,
-// Enter and Escape have a meaning of their own in this program's windows.
-static bool movesFocus(MSG& message) {
+static bool isRadioButton(HWND control) {
+    return (SendMessageW(control, WM_GETDLGCODE, 0, 0) & DLGC_RADIOBUTTON) != 0;
+}
+
+// To the next control of the window that the message is for. What the system does with Tab for
+// dialogs is not enough: a radio button that is checked becomes a stop by itself, and one that gets
+// the focus by a key counts as clicked, which would switch a light. Arrows, Enter and Escape have a
+// meaning of their own in this program's windows.
+static bool movesFocus(const MSG& message) {
     if (message.message != WM_KEYDOWN || message.wParam != VK_TAB) return false;
     HWND window = GetAncestor(message.hwnd, GA_ROOT);
-    return window && IsDialogMessageW(window, &message);
+    const BOOL backwards = GetKeyState(VK_SHIFT) < 0;
+    HWND from = message.hwnd == window ? nullptr : message.hwnd;
+    HWND next = GetNextDlgTabItem(window, from, backwards);
+    for (HWND first = next; next && isRadioButton(next);) {
+        next = GetNextDlgTabItem(window, next, backwards);
+        if (next == first) return true;
+    }
+    if (!next) return true;
+    SetFocus(next);
+    if (SendMessageW(next, WM_GETDLGCODE, 0, 0) & DLGC_HASSETSEL)
+        SendMessageW(next, EM_SETSEL, 0, -1);
+    return true;
 }
 
 void dispatchMessage(const Message& message) {
