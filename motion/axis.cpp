@@ -342,8 +342,9 @@ std::string axisList() {
     std::string lines;
     for (size_t i = 0; i < axisCount; ++i) {
         const StageAxis& axis = axes[i].axis;
-        const char* state = axis.axisNumber == 0 ? closedBecause[i] : axes[i].name;
-        lines += formatted("%c: %s%s\n", letterOf(axis), state, axisIsLost(axis) ? " (lost)" : "");
+        std::string state = axis.axisNumber == 0 ? closedBecause[i] : axes[i].name;
+        if (axisIsOut(axis)) state += axisIsLost(axis) ? " (lost)" : ", " + axis.told;
+        lines += formatted("%c: %s\n", letterOf(axis), state.c_str());
     }
     return lines;
 }

@@ -14,6 +14,9 @@ bool connectStagesAndTell(const char* allFound) {
     } else if (!silentAxes().empty()) {
         const std::string text = "Not every axis of the stage has a controller:\n\n" + axisList();
         showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::Ok);
+    } else if (axisIsOut(stageX) || axisIsOut(stageY) || axisIsOut(stageZ)) {
+        const std::string text = "Not every axis of the stage moves:\n\n" + axisList();
+        showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::Ok);
     } else if (allFound) {
         showMessageBox(mainWindow, allFound, "Scanner Initialized", BoxButtons::Ok);
     }

@@ -156,6 +156,7 @@ void confirm() {
 }
 
 void moveStage(int button) {
+    if (scanMovesTheStage()) return refuseForScan();
     if (stageIsTaken()) return;
     if (!liveViewIsOn()) onCommand(idSampleView); // switched off because nothing happened
     StageAxis* const axes[axisCount] = {&stageX, &stageY, &stageZ};

@@ -202,6 +202,9 @@ TEST_F(CommandsTest, DraggingLeavesNoTrace) {
 }
 
 TEST_F(CommandsTest, AStageWithoutAllAxesIsNamedAndAskedFor) {
+    ASSERT_TRUE(applyLabFaults("axis y alarm supply"));
+    answer("X: virtual:2\nY: virtual:1, alarm (supply too low)\nZ: virtual:3\n", BoxAnswer::Ok);
+    onCommand(idReconnectStages);
     ASSERT_TRUE(applyLabFaults("stage count 2"));
     answer("X: virtual:2\nY: virtual:1\nZ: no controller\n", BoxAnswer::Ok);
     onCommand(idReconnectStages);
