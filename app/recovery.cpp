@@ -3,23 +3,35 @@
 
 #include "mapping/scan_journal.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
+#include "session/document.h"
 #include "session/journal.h"
 #include "spectroscopy/sweep_journal.h"
 
-#include <optional>
+namespace {
 
-static bool holdsCurve(const LeftJournal& left) {
+bool holdsCurve(const LeftJournal& left) {
     return left.kind == sweepJournalKind || left.kind == seriesJournalKind;
 }
 
+} // namespace
+
 std::string leftNotice() {
-    const std::optional<LeftJournal> left = findLeftJournal();
-    if (!left) return {};
-    return holdsCurve(*left) ? sweepNotice(*left) : scanNotice(*left);
+    std::string notice;
+    for (const LeftJournal& left : leftJournals()) {
+        notice = holdsCurve(left) ? sweepNotice(left) : scanNotice(left);
+        if (!notice.empty()) return notice;
+        logEvent("Journal: " + fileNameOf(left.path) + " cannot be read");
+        notice = unreadableJournal;
+    }
+    return notice;
 }
 
 void recoverLast() {
-    const std::optional<LeftJournal> left = findLeftJournal();
-    if (!left) return showInformation("No measurement was cut off");
-    holdsCurve(*left) ? recoverSweep(*left) : recoverScan(*left);
+    const char* left = "No measurement was cut off";
+    for (const LeftJournal& each : leftJournals()) {
+        if (holdsCurve(each) ? recoverSweep(each) : recoverScan(each)) return;
+        left = unreadableJournal;
+    }
+    showInformation(left);
 }

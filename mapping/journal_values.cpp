@@ -51,14 +51,13 @@ std::string JournalLines::textOf(const std::string& value) {
     return line;
 }
 
-JournalValues::JournalValues(const LeftJournal& journal) {
+JournalValues::JournalValues(const NextLine& next) {
     keepDecimalPoint(); // also for the points' numbers
-    for (const std::string& line : journal.lines) {
-        ++pointsFrom;
-        whole = line == pointsBegin;
-        const size_t at = line.find(equals);
-        if (whole || at == std::string::npos) return;
-        values[line.substr(0, at)] = line.substr(at + sizeof equals - 1);
+    while (const std::optional<std::string_view> line = next()) {
+        whole = *line == pointsBegin;
+        const size_t at = line->find(equals);
+        if (whole || at == std::string_view::npos) return;
+        values[std::string(line->substr(0, at))] = line->substr(at + sizeof equals - 1);
     }
 }
 

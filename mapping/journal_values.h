@@ -35,10 +35,10 @@ private:
     std::vector<std::string> lines;
 };
 
-// Takes the values from the lines of a journal, the same way.
+// Takes the values from the lines of a journal up to the points, the same way.
 class JournalValues {
 public:
-    explicit JournalValues(const LeftJournal& journal);
+    explicit JournalValues(const NextLine& next);
 
     template <class Value> void operator()(const char* name, Value& value) {
         const auto found = values.find(name);
@@ -50,9 +50,8 @@ public:
         if (found != values.end()) whole = take(found->second, value) && whole;
     }
 
-    // Whether every value so far was there and was one, and points may follow.
+    // Whether every value so far was there and was one, and the next line may be a point's.
     bool areWhole() const { return whole; }
-    size_t firstPoint() const { return pointsFrom; } // among the journal's lines
 
 private:
     static bool take(const std::string& text, int32_t& value);
@@ -63,7 +62,6 @@ private:
     static bool take(const std::string& text, std::string& value);
 
     std::map<std::string, std::string> values;
-    size_t pointsFrom = 0;
     bool whole = false;
 };
 

@@ -11,9 +11,11 @@
 #include "session/data_folders.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <iterator>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -49,21 +51,45 @@ void computeArea(JournaledScan& scan) {
     laserOffset = present;
 }
 
-// One point's line; false when it is none of this scan.
-bool takePoint(const std::string& line, JournaledScan& scan) {
-    unsigned long column = 0, row = 0;
-    int mark = 0;
-    float values[4] = {}, deviation = 0.0f;
-    if (std::sscanf(line.c_str(), "%lu %lu %f %f %f %f %f %d", &column, &row, &values[0],
-                    &values[1], &values[2], &values[3], &deviation, &mark) != 8)
-        return false;
-    if (mark < 0 || mark > static_cast<int>(lastPointMark)) return false;
-    if (column >= scan.map.marks.size() || row >= scan.map.marks[column].size()) return false;
-    for (size_t plane = 0; plane < 4; ++plane) scan.map.maps[plane][column][row] = values[plane];
-    if (!scan.map.deviation.empty()) scan.map.deviation[column][row] = deviation;
-    scan.points += scan.map.marks[column][row] == PointMark::NotMeasured;
-    scan.map.marks[column][row] = static_cast<PointMark>(mark);
+// Takes the next of the numbers that stand in a line with blanks between them; false when there is
+// none, or something else behind it.
+template <class Number> bool takeNumber(std::string_view& line, Number& number) {
+    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
+    if (error != std::errc()) return false;
+    line.remove_prefix(static_cast<size_t>(end - line.data()));
+    if (line.empty()) return true;
+    if (line.front() != ' ') return false;
+    line.remove_prefix(1);
     return true;
+}
+
+struct PointLine {
+    size_t column = 0, mapRow = 0;
+    float values[4] = {}; // by MapPlane
+    float deviation = 0.0f;
+    int mark = 0;
+};
+
+// Nothing when it is none of a map of that size.
+std::optional<PointLine> pointOf(std::string_view line, const ScanArea& area) {
+    PointLine point;
+    bool taken = takeNumber(line, point.column) && takeNumber(line, point.mapRow);
+    for (float& value : point.values) taken = taken && takeNumber(line, value);
+    taken = taken && takeNumber(line, point.deviation) && takeNumber(line, point.mark);
+    if (!taken || !line.empty()) return {};
+    const auto cols = static_cast<size_t>(area.cols), rows = static_cast<size_t>(area.rows);
+    const bool fits = point.column < cols && point.mapRow < rows && point.mark >= 0 &&
+                      point.mark <= static_cast<int>(lastPointMark);
+    return fits ? point : std::optional<PointLine>();
+}
+
+void takePoint(const PointLine& point, JournaledScan& scan) {
+    const size_t c = point.column, m = point.mapRow;
+    for (size_t plane = 0; plane < 4; ++plane) scan.map.maps[plane][c][m] = point.values[plane];
+    if (!scan.map.deviation.empty()) scan.map.deviation[c][m] = point.deviation;
+    PointMark& mark = scan.map.marks[c][m];
+    scan.points += mark == PointMark::NotMeasured;
+    mark = static_cast<PointMark>(point.mark);
 }
 
 // All that stands before the points.
@@ -76,16 +102,69 @@ std::vector<std::string> conditionLines() {
     return lines.ended();
 }
 
+void addNumber(std::string& line, auto number) {
+    char text[64];
+    const auto end =
+        std::to_chars(text, std::end(text), number); // floats as short as they are exact
+    line.append(text, end.ptr) += ' ';
+}
+
 std::string pointLine(size_t column, size_t mapRow) {
-    const auto value = [&](size_t plane) {
-        return static_cast<double>(scanMap.maps[plane][column][mapRow]);
-    };
-    const double deviation =
-        scanMap.deviation.empty() ? 0.0 : static_cast<double>(scanMap.deviation[column][mapRow]);
-    return formatted("%d %d %.9g %.9g %.9g %.9g %.9g %d", static_cast<int>(column),
-                     static_cast<int>(mapRow), value(planePhotocurrent), value(planeRed),
-                     value(planeGreen), value(planeBlue), deviation,
-                     static_cast<int>(scanMap.marks[column][mapRow]));
+    std::string line;
+    addNumber(line, column);
+    addNumber(line, mapRow);
+    for (const Map& plane : scanMap.maps) addNumber(line, plane[column][mapRow]);
+    addNumber(line, scanMap.deviation.empty() ? 0.0f : scanMap.deviation[column][mapRow]);
+    addNumber(line, static_cast<int>(scanMap.marks[column][mapRow]));
+    line.pop_back();
+    return line;
+}
+
+// The conditions and points of scanMap, in the order of the scan.
+class AllLines {
+public:
+    std::optional<std::string_view> next() {
+        if (at < conditions.size()) return conditions[at++];
+        const size_t columns = scanMap.marks.size(), rows = scanMap.marks.front().size();
+        for (; point < columns * rows; ++point) {
+            const size_t column = point % columns, row = rows - 1 - point / columns;
+            if (scanMap.marks[column][row] == PointMark::NotMeasured) continue;
+            ++point;
+            return line = pointLine(column, row);
+        }
+        return {};
+    }
+
+private:
+    const std::vector<std::string> conditions = conditionLines();
+    size_t at = 0, point = 0;
+    std::string line;
+};
+
+// All but the points: the maps are empty.
+std::optional<JournaledScan> readHead(const NextLine& next) {
+    JournalValues values(next);
+    JournaledScan scan;
+    scan.map.conditions.emplace();
+    eachValue(scan, values);
+    const ScanConditions& conditions = *scan.map.conditions;
+    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area, conditions.options))
+        return {};
+    computeArea(scan);
+    if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
+    return scan;
+}
+
+// By the place of the last one that is whole. A journal that ends otherwise is read through.
+int pointsOf(const LeftJournal& left, const ScanArea& area) {
+    const std::optional<std::string> last = lastLineOfJournal(left);
+    const std::optional<PointLine> point = last ? pointOf(*last, area) : std::nullopt;
+    if (!point) {
+        const std::optional<JournaledScan> scan = readScanJournal(left);
+        return scan ? scan->points : 0;
+    }
+    return (area.rows - 1 - static_cast<int>(point->mapRow)) * area.cols +
+           static_cast<int>(point->column) + 1;
 }
 
 } // namespace
@@ -97,12 +176,8 @@ void beginScanJournal() {
 }
 
 void continueScanJournal(const LeftJournal& left) {
-    std::vector<std::string> lines = conditionLines();
-    for (size_t row = scanMap.marks.front().size(); row-- > 0;)
-        for (size_t column = 0; column < scanMap.marks.size(); ++column)
-            if (scanMap.marks[column][row] != PointMark::NotMeasured)
-                lines.push_back(pointLine(column, row));
-    continueJournal(left, lines);
+    AllLines lines;
+    continueJournal(left, [&] { return lines.next(); });
 }
 
 void journalPoint(size_t column, size_t mapRow) {
@@ -127,21 +202,26 @@ std::vector<uint32_t> scanPicture(const LeftJournal& journal) {
 
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     if (journal.kind != scanJournalKind) return {};
-    JournalValues values(journal);
-    JournaledScan scan;
-    scan.map.conditions.emplace();
-    eachValue(scan, values);
-    const ScanConditions& conditions = *scan.map.conditions;
-    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area, conditions.options))
-        return {};
-    computeArea(scan);
-    if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
-    emptyMaps(scan.map, scan.area);
-    if (conditions.options.readingsPerPoint > 1)
-        scan.map.deviation = scan.map.maps[planePhotocurrent];
-    for (size_t i = values.firstPoint(); i < journal.lines.size(); ++i)
-        if (!takePoint(journal.lines[i], scan)) break;
+    return scanOfLines(linesOfJournal(journal));
+}
+
+std::optional<JournaledScan> scanOfLines(const NextLine& next) {
+    std::optional<JournaledScan> scan = readHead(next);
+    if (!scan) return {};
+    emptyMaps(scan->map, scan->area);
+    if (scan->map.conditions->options.readingsPerPoint > 1)
+        scan->map.deviation = scan->map.maps[planePhotocurrent];
+    while (const std::optional<std::string_view> line = next()) {
+        const std::optional<PointLine> point = pointOf(*line, scan->area);
+        if (!point) break;
+        takePoint(*point, *scan);
+    }
     return scan;
+}
+
+bool isJournalOf(const LeftJournal& left, const ScanConditions& scan) {
+    const std::optional<JournaledScan> head = readHead(linesOfJournal(left));
+    return head && head->map.conditions->started == scan.started;
 }
 
 int firstMissingRow(const ScanMap& map) {
@@ -157,17 +237,18 @@ std::string startOf(const ScanConditions& measurement) {
 }
 
 std::string scanNotice(const LeftJournal& left) {
-    const std::optional<JournaledScan> scan = readScanJournal(left);
-    if (!scan) return unreadableJournal;
+    if (left.kind != scanJournalKind) return {};
+    const std::optional<JournaledScan> scan = readHead(linesOfJournal(left));
+    if (!scan) return {};
     return formatted(
         "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
         "\"Recover last scan\"",
-        startOf(*scan->map.conditions).c_str(), scan->points, scan->area.totalPoints);
+        startOf(*scan->map.conditions).c_str(), pointsOf(left, scan->area), scan->area.totalPoints);
 }
 
-void recoverScan(const LeftJournal& left) {
+bool recoverScan(const LeftJournal& left) {
     std::optional<JournaledScan> scan = readScanJournal(left);
-    if (!scan) return showInformation(unreadableJournal);
+    if (!scan) return false;
     scan->map.saveCount = scanMap.saveCount;
     scanMap = std::move(scan->map);
     scanMap.outcome.end = ProcessEnd::CutOff;
@@ -187,4 +268,5 @@ void recoverScan(const LeftJournal& left) {
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
                   scan->points, scanArea.totalPoints)
             .c_str());
+    return true;
 }

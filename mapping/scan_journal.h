@@ -37,8 +37,15 @@ struct JournaledScan {
     int points = 0;     // that the journal has
 };
 
-// Nothing when the lines do not hold a scan's conditions whole.
+// Nothing when it is no scan's or does not hold the conditions whole.
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal);
+
+// The same of the lines behind the first.
+std::optional<JournaledScan> scanOfLines(const NextLine& next);
+
+// Whether it is still there and of the scan that was taken with these conditions: journals change
+// their places.
+bool isJournalOf(const LeftJournal& left, const ScanConditions& scan);
 
 // The first row in the order of the scan, from 0, of which a point is missing; the number of rows
 // when none is.
@@ -47,9 +54,11 @@ int firstMissingRow(const ScanMap& map);
 // "2026-11-25 12:30"
 std::string startOf(const ScanConditions& measurement);
 
-// "A scan of 2026-11-25 12:30 was cut off ..."
+// "A scan of 2026-11-25 12:30 was cut off ...", with the number of points by the place of the last
+// one: only the journal's beginning and end are read. Empty when it cannot be read.
 std::string scanNotice(const LeftJournal& left);
 
 // Writes the files and images of the scan, as itself would have, into its own session folder, and
-// removes the journal when all were written. It is then the map in memory.
-void recoverScan(const LeftJournal& left);
+// removes the journal when all were written. It is then the map in memory. False, and nothing
+// happens, when the journal cannot be read.
+bool recoverScan(const LeftJournal& left);

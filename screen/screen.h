@@ -57,9 +57,14 @@ void setMainTitle(const char* text); // not from another thread than the windows
 // there is no taskbar.
 void showTaskbarProgress(int percent);
 
-// Timer 1 of the main window, which drives the live camera view.
-void startTimer(unsigned periodMs);
-void stopTimer();
+// The timers of the main window, by their numbers: they tick wherever messages are dispatched, also
+// while a box is open.
+enum class Timer : unsigned {
+    LiveView = 1,
+    Journal = 2,
+};
+void startTimer(Timer timer, unsigned periodMs);
+void stopTimer(Timer timer);
 
 // Registers the four window classes; returns the result of the last registration.
 int registerWindowClasses();

@@ -12,12 +12,10 @@
 
 namespace {
 
-bool writeAndFlush(const std::wstring& path, const std::string& content, const wchar_t* mode) {
+bool writeAndFlush(const std::wstring& path, const wchar_t* mode, const WriteContent& write) {
     File file = openFile(path, mode);
     if (!file) return false;
-    const bool written =
-        std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-        flushToDisk(file.get());
+    const bool written = write(file.get()) && flushToDisk(file.get());
     return std::fclose(file.release()) == 0 && written;
 }
 
@@ -29,12 +27,18 @@ std::string linesOf(const Conditions& conditions) {
     return lines;
 }
 
-bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode) {
+bool writeWhole(const std::wstring& path, const wchar_t* mode, const WriteContent& write) {
     const std::wstring temporary = path + L".tmp";
-    if (writeAndFlush(temporary, content, mode) && replaceFile(temporary, path))
+    if (writeAndFlush(temporary, mode, write) && replaceFile(temporary, path))
         return logFile(path, true);
     removeFile(temporary);
     return logFile(path, false);
+}
+
+bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode) {
+    return writeWhole(path, mode, [&](FILE* file) {
+        return std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    });
 }
 
 void reportUnwritten(const std::wstring& path, const char* what) {

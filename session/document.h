@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,9 +14,14 @@ using Conditions = std::vector<std::pair<std::string, std::string>>;
 // One line "name: value" each.
 std::string linesOf(const Conditions& conditions);
 
+// Writes its part of a file; false when that failed.
+using WriteContent = std::function<bool(FILE*)>;
+
 // Writes to a temporary name in the same folder, to the disk, and only then takes the place of
-// what has the name. `mode` is L"w" for a text with line feeds, L"wb" otherwise. On failure the
-// file that was there before is kept, and the result is false.
+// what has the name, so that a file that is cut short never has it. `mode` is L"w" for a text with
+// line feeds, L"wb" otherwise. On failure the file that was there before is kept, and the result is
+// false.
+bool writeWhole(const std::wstring& path, const wchar_t* mode, const WriteContent& write);
 bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode);
 
 // Says on standard output that a document could not be written, and behind what stands in the

@@ -4,6 +4,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
+#include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
 #include "session/document.h"
@@ -11,19 +12,28 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 
 namespace {
 
 constexpr uint64_t longestUnflushedMs = 2000;
-constexpr int mostJournals = 20;
-constexpr char firstWords[] = "Lumascan journal 1 ";
+// The timer flushes what may wait so long at the tick after this one.
+constexpr unsigned tickMs = 500;
+constexpr uint64_t longestAtTickMs = longestUnflushedMs - tickMs;
+constexpr int mostJournals = 100;
+constexpr std::string_view firstWords = "Lumascan journal 1 ";
+constexpr size_t checksumLength = 9;      // a blank and eight digits
+constexpr size_t longestLine = 1 << 16;   // what is longer is no journal's
+constexpr size_t partOfFile = 1 << 16;    // that is read at once
+constexpr long longestLastLine = 1 << 12; // all of a measurement's lines are shorter
 
 std::wstring journalPath;
 File journal;
 uint64_t flushedMs = 0;
+bool unflushed = false; // a line since then
 
 // The polynomial of IEEE 802.3, bits from the low end.
-uint32_t checksumOf(const std::string& text) {
+uint32_t checksumOf(std::string_view text) {
     static const auto table = [] {
         std::array<uint32_t, 256> made{};
         for (uint32_t i = 0; i < made.size(); ++i) {
@@ -39,6 +49,14 @@ uint32_t checksumOf(const std::string& text) {
     return ~sum;
 }
 
+// " 0123cdef"
+std::array<char, checksumLength> checksumText(std::string_view text) {
+    std::array<char, checksumLength> digits{' '};
+    uint32_t sum = checksumOf(text);
+    for (size_t i = checksumLength; i-- > 1; sum >>= 4) digits[i] = "0123456789abcdef"[sum & 0xF];
+    return digits;
+}
+
 std::wstring pathOf(int number) {
     return dataFolders.dataRoot + L"\\Journal\\journal" + std::to_wstring(number) + L".txt";
 }
@@ -47,55 +65,118 @@ std::wstring picturePathOf(const std::wstring& path) {
     return path + L".picture";
 }
 
-// The latest below `end`; -1 when there is none. Numbers are never used again while a later one is
-// there.
-int latestNumber(int end = mostJournals) {
-    int number = end - 1;
-    while (number >= 0 && (pathOf(number) == journalPath || !fileExists(pathOf(number)))) --number;
-    return number;
-}
-
 void removeWithPicture(const std::wstring& path) {
     removeFile(path);
     removeFile(picturePathOf(path));
 }
 
-std::string withChecksum(const std::string& text) {
-    return text + formatted(" %08x\n", checksumOf(text));
+// The number behind the latest one that is there.
+int numberBehindAll() {
+    int number = mostJournals;
+    while (number > 0 && !fileExists(pathOf(number - 1))) --number;
+    return number;
+}
+
+// Moves them together, in their order.
+void closeGaps() {
+    int free = 0;
+    for (int number = 0; number < mostJournals; ++number) {
+        if (!fileExists(pathOf(number))) continue;
+        while (free < number && fileExists(pathOf(free))) ++free;
+        if (free == number) continue;
+        removeFile(picturePathOf(pathOf(free))); // of an earlier one of that number
+        if (replaceFile(pathOf(number), pathOf(free)))
+            replaceFile(picturePathOf(pathOf(number)), picturePathOf(pathOf(free)));
+    }
+}
+
+// A number is never used again while a later one is there: it tells which is the latest. What
+// stays at the end of the numbers, whoever put it there, must not be in the way for good.
+int nextNumber() {
+    const int behind = numberBehindAll();
+    if (behind < mostJournals) return behind;
+    closeGaps();
+    int number = 0;
+    while (number < mostJournals && fileExists(pathOf(number))) ++number;
+    return number;
+}
+
+void appendWithChecksum(std::string& to, std::string_view text) {
+    const auto sum = checksumText(text);
+    to.append(text).append(sum.data(), sum.size()) += '\n';
+}
+
+bool writeText(FILE* file, const std::string& text) {
+    return std::fwrite(text.data(), 1, text.size(), file) == text.size();
+}
+
+void follow(File file) {
+    journal = std::move(file);
+    flushedMs = tickCountMs();
+    unflushed = false;
+    if (journal) startTimer(Timer::Journal, tickMs);
+}
+
+void endFile() {
+    journal.reset();
+    unflushed = false;
+    stopTimer(Timer::Journal);
 }
 
 void giveUp() {
-    journal.reset();
+    endFile();
     logEvent("Journal: cannot be written");
     std::printf("Journal: cannot be written\n");
     std::fflush(stdout);
 }
 
 // The line without its checksum, when that is right.
-std::optional<std::string> checked(const std::string& line) {
-    constexpr size_t tail = 9; // a blank and the checksum
-    if (line.size() < tail) return {};
-    std::string text = line.substr(0, line.size() - tail);
-    if (line.substr(text.size()) != formatted(" %08x", checksumOf(text))) return {};
+std::optional<std::string_view> checked(std::string_view line) {
+    if (line.size() < checksumLength) return {};
+    const std::string_view text = line.substr(0, line.size() - checksumLength);
+    const auto sum = checksumText(text);
+    if (line.substr(text.size()) != std::string_view(sum.data(), sum.size())) return {};
     return text;
 }
 
-LeftJournal readJournal(const std::wstring& path) {
-    LeftJournal found{.path = path};
-    const std::string content = contentOfFile(path).value_or("");
-    size_t end = 0;
+class Reader {
+public:
+    explicit Reader(const std::wstring& path) : file(openFile(path, L"rb")) {}
+
     // A line without its end was cut.
-    for (size_t at = 0; (end = content.find('\n', at)) != std::string::npos; at = end + 1) {
-        const std::optional<std::string> text = checked(content.substr(at, end - at));
-        if (!text) break;
-        if (!found.kind.empty())
-            found.lines.push_back(*text);
-        else if (text->starts_with(firstWords) && text->size() > sizeof firstWords - 1)
-            found.kind = text->substr(sizeof firstWords - 1);
-        else
-            break;
+    std::optional<std::string_view> next() {
+        size_t end = 0;
+        while ((end = buffer.find('\n', at)) == std::string::npos)
+            if (!readMore()) return {};
+        const std::string_view line(buffer.data() + at, end - at);
+        at = end + 1;
+        const std::optional<std::string_view> text = checked(line);
+        if (text) return text;
+        file.reset(); // no further
+        buffer.clear();
+        at = 0;
+        return {};
     }
-    return found;
+
+private:
+    bool readMore() {
+        if (!file || buffer.size() - at > longestLine) return false;
+        buffer.erase(0, at);
+        at = 0;
+        const size_t before = buffer.size();
+        buffer.resize(before + partOfFile);
+        buffer.resize(before + std::fread(buffer.data() + before, 1, partOfFile, file.get()));
+        return buffer.size() > before;
+    }
+
+    File file;
+    std::string buffer;
+    size_t at = 0; // of the next line in it
+};
+
+std::string kindIn(std::string_view firstLine) {
+    return firstLine.starts_with(firstWords) ? std::string(firstLine.substr(firstWords.size()))
+                                             : "";
 }
 
 } // namespace
@@ -103,31 +184,37 @@ LeftJournal readJournal(const std::wstring& path) {
 bool beginJournal(const std::string& kind) {
     leaveJournal();
     makeFolder(dataFolders.dataRoot + L"\\Journal"); // one that is there already is simply used
-    const int number = latestNumber() + 1;
+    const int number = nextNumber();
     journalPath = pathOf(number);
     removeFile(picturePathOf(journalPath)); // of an earlier one of that number
-    if (number < mostJournals) journal = openFile(journalPath, L"wb");
-    flushedMs = tickCountMs();
+    follow(number < mostJournals ? openFile(journalPath, L"wb") : nullptr);
     if (!journal) {
         giveUp();
         return false;
     }
-    journalLine(firstWords + kind);
+    journalLine(std::string(firstWords) + kind);
     flushJournal();
     return !journalIsBroken();
 }
 
-void journalLine(const std::string& text) {
+void journalLine(std::string_view text) {
     if (!journal) return;
-    const std::string line = withChecksum(text);
-    if (std::fwrite(line.data(), 1, line.size(), journal.get()) != line.size()) return giveUp();
+    std::string line;
+    appendWithChecksum(line, text);
+    if (!writeText(journal.get(), line)) return giveUp();
+    unflushed = true;
     if (tickCountMs() - flushedMs >= longestUnflushedMs) flushJournal();
 }
 
 void flushJournal() {
     if (!journal) return;
     flushedMs = tickCountMs();
+    unflushed = false;
     if (!flushToDisk(journal.get())) giveUp();
+}
+
+void journalTick() {
+    if (unflushed && tickCountMs() - flushedMs >= longestAtTickMs) flushJournal();
 }
 
 bool journalIsBroken() {
@@ -135,44 +222,78 @@ bool journalIsBroken() {
 }
 
 void removeJournal() {
-    journal.reset();
+    endFile();
     if (!journalPath.empty()) removeWithPicture(journalPath);
     journalPath.clear();
 }
 
 void leaveJournal() {
-    journal.reset();
+    endFile();
     journalPath.clear();
 }
 
 void keepJournalPicture(const std::string& picture) {
     if (!journal) return;
-    writeDocument(picturePathOf(journalPath), withChecksum(picture), L"wb");
+    std::string content;
+    appendWithChecksum(content, picture);
+    writeDocument(picturePathOf(journalPath), content, L"wb");
 }
 
-std::optional<LeftJournal> findLeftJournal(const std::string& kind) {
-    std::optional<LeftJournal> unreadable;
-    for (int number = latestNumber(); number >= 0; number = latestNumber(number)) {
-        LeftJournal found = readJournal(pathOf(number));
-        if (!found.kind.empty() && (kind.empty() || kind == found.kind)) return found;
-        if (kind.empty() && !unreadable) unreadable = found;
+std::vector<LeftJournal> leftJournals() {
+    std::vector<LeftJournal> found;
+    for (int number = mostJournals; number-- > 0;) {
+        const std::wstring path = pathOf(number);
+        if (path == journalPath || !fileExists(path)) continue;
+        Reader reader(path);
+        const std::optional<std::string_view> first = reader.next();
+        found.push_back({path, first ? kindIn(*first) : ""});
     }
-    return unreadable;
+    return found;
+}
+
+NextLine linesOfJournal(const LeftJournal& left) {
+    const auto reader = std::make_shared<Reader>(left.path);
+    reader->next(); // its kind
+    return [reader] { return reader->next(); };
+}
+
+std::optional<std::string> lastLineOfJournal(const LeftJournal& left) {
+    const File file = openFile(left.path, L"rb");
+    if (!file) return {};
+    std::string tail(longestLastLine, '\0');
+    if (std::fseek(file.get(), -longestLastLine, SEEK_END) != 0) std::rewind(file.get()); // shorter
+    tail.resize(std::fread(tail.data(), 1, tail.size(), file.get()));
+    for (size_t end; (end = tail.rfind('\n')) != std::string::npos; tail.resize(end)) {
+        const size_t before = end == 0 ? std::string::npos : tail.rfind('\n', end - 1);
+        const size_t begin = before == std::string::npos ? 0 : before + 1;
+        const auto text = checked(std::string_view(tail).substr(begin, end - begin));
+        if (text) return std::string(*text);
+    }
+    return {};
 }
 
 std::string journalPicture(const LeftJournal& left) {
     const std::string content = contentOfFile(picturePathOf(left.path)).value_or("");
     if (content.empty()) return {};
-    return checked(content.substr(0, content.size() - 1)).value_or("");
+    return std::string(checked(std::string_view(content).substr(0, content.size() - 1))
+                           .value_or(std::string_view()));
 }
 
-bool continueJournal(const LeftJournal& left, const std::vector<std::string>& lines) {
+bool continueJournal(const LeftJournal& left, const NextLine& lines) {
     leaveJournal();
     journalPath = left.path;
-    std::string content = withChecksum(firstWords + left.kind);
-    for (const std::string& line : lines) content += withChecksum(line);
-    if (writeDocument(left.path, content, L"wb")) journal = openFile(left.path, L"ab");
-    flushedMs = tickCountMs();
+    const bool written = writeWhole(left.path, L"wb", [&](FILE* file) {
+        std::string part;
+        appendWithChecksum(part, std::string(firstWords) + left.kind);
+        while (const std::optional<std::string_view> line = lines()) {
+            appendWithChecksum(part, *line);
+            if (part.size() < partOfFile) continue;
+            if (!writeText(file, part)) return false;
+            part.clear();
+        }
+        return writeText(file, part);
+    });
+    follow(written ? openFile(left.path, L"ab") : nullptr);
     if (!journal) giveUp();
     return !journalIsBroken();
 }

@@ -1,12 +1,16 @@
 // The journal of a running measurement: KST_Data/Journal has one file of it, written as it goes and
-// flushed to the disk, so that a power cut takes two seconds of it at most.
+// flushed to the disk by a timer, so that a power cut takes two seconds of it at most, whatever box
+// is open.
 //
 // Each line ends with its checksum (CRC-32 of the text before the blank, eight hexadecimal digits).
-// What is read back ends before the first line that is cut or changed.
+// What is read back ends before the first line that is cut or changed. A journal may have millions
+// of lines: none is kept in memory.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // A new file whose first line names its `kind` and the format's version. False when it cannot be
@@ -14,8 +18,11 @@
 bool beginJournal(const std::string& kind);
 
 // `text` has no line ends. Flushed with the next flush, or when the last one is two seconds ago.
-void journalLine(const std::string& text);
+void journalLine(std::string_view text);
 void flushJournal();
+
+// A tick of the journal's timer, which runs while one is written: flushes what waits to be.
+void journalTick();
 
 // Whether a line or a flush has failed since the journal was begun, or there is none: the
 // measurement goes on without it.
@@ -34,12 +41,19 @@ void leaveJournal();
 struct LeftJournal {
     std::wstring path;
     std::string kind; // empty when the first line cannot be read or is of a newer version
-    std::vector<std::string> lines; // behind the first, without their checksums
 };
 
-// The latest of that kind that an earlier run left, the running measurement's own excepted. Without
-// a kind the latest of all; one that cannot be read only where no other is.
-std::optional<LeftJournal> findLeftJournal(const std::string& kind = "");
+// Those that earlier runs left, the latest first; not the running measurement's own.
+std::vector<LeftJournal> leftJournals();
+
+// Gives at each call the next line behind the first, without its checksum, until it can be read no
+// further. What it gives holds until the next call.
+using NextLine = std::function<std::optional<std::string_view>()>;
+NextLine linesOfJournal(const LeftJournal& journal);
+
+// The last line that is whole, found without reading those before it; nothing when there is none
+// among the last few thousand bytes. Whether all before it is whole too nobody knows.
+std::optional<std::string> lastLineOfJournal(const LeftJournal& journal);
 
 // What was kept with it; empty when there is none, or it was cut or changed.
 std::string journalPicture(const LeftJournal& journal);
@@ -47,6 +61,6 @@ std::string journalPicture(const LeftJournal& journal);
 // The measurement goes on: the journal is replaced by one of these lines, the whole file or nothing
 // of it, and the lines that follow go behind them. False when that failed: the old one is as it
 // was, the other functions write nothing, and removeJournal still removes it.
-bool continueJournal(const LeftJournal& journal, const std::vector<std::string>& lines);
+bool continueJournal(const LeftJournal& journal, const NextLine& lines);
 
 void removeLeftJournal(const LeftJournal& journal);

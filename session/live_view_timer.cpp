@@ -12,12 +12,12 @@ bool live = false;
 
 void liveViewTimerOn() {
     checkRadio(idLiveOn, idLiveOff, idLiveOn);
-    startTimer(liveViewPeriodMs);
+    startTimer(Timer::LiveView, liveViewPeriodMs);
     live = true;
 }
 
 void liveViewTimerOff() {
-    stopTimer();
+    stopTimer(Timer::LiveView);
     checkRadio(idLiveOn, idLiveOff, idLiveOff);
     live = false;
 }

@@ -67,47 +67,50 @@ bool endSweepJournal(bool saved) {
     return saved;
 }
 
-std::optional<JournaledSweep> readSweepJournal(const LeftJournal& journal) {
-    const bool series = journal.kind == seriesJournalKind;
-    if (!series && journal.kind != sweepJournalKind) return {};
-    JournalValues values(journal);
+std::optional<JournaledSweep> curveOfLines(const std::string& kind, const NextLine& next) {
+    const bool series = kind == seriesJournalKind;
+    if (!series && kind != sweepJournalKind) return {};
+    JournalValues values(next);
     JournaledSweep sweep;
     SweepRecord& record = sweep.record;
     int32_t room = 0;
     eachValue(record, room, sweep.folder, values);
-    const size_t samples = journal.lines.size() - values.firstPoint();
     if (!values.areWhole() || sweep.folder.empty() || room < 0 || room > mostRoom ||
-        samples > static_cast<size_t>(room) ||
         (!series && room != int64_t{4} * record.pointsPerQuarter))
         return {};
     record.holdsSeries = series;
     record.end = ProcessEnd::CutOff;
     std::vector<float>& xs = series ? record.extraValues : record.xValues;
-    xs.assign(static_cast<size_t>(room), 0.0f);
-    record.yValues.assign(static_cast<size_t>(room), 0.0f);
-    for (size_t i = 0; i < samples; ++i, ++record.currentIndex)
-        if (std::sscanf(journal.lines[values.firstPoint() + i].c_str(), "%f %f", &xs[i],
-                        &record.yValues[i]) != 2)
-            break;
+    while (const std::optional<std::string_view> line = next()) {
+        float x = 0.0f, y = 0.0f;
+        if (xs.size() == static_cast<size_t>(room)) return {};
+        if (std::sscanf(std::string(*line).c_str(), "%f %f", &x, &y) != 2) break;
+        xs.push_back(x);
+        record.yValues.push_back(y);
+    }
+    record.currentIndex = static_cast<int32_t>(xs.size());
+    xs.resize(static_cast<size_t>(room));
+    record.yValues.resize(static_cast<size_t>(room));
     return sweep;
 }
 
 std::string sweepNotice(const LeftJournal& left) {
-    const std::optional<JournaledSweep> sweep = readSweepJournal(left);
-    if (!sweep) return unreadableJournal;
+    const std::optional<JournaledSweep> sweep = curveOfLines(left.kind, linesOfJournal(left));
+    if (!sweep) return {};
     return nameOf(left) + formatted(" of %s was cut off or not saved: %d samples. \"File\", "
                                     "\"Recover last scan\"",
                                     startOf(sweep->record.setUp).c_str(),
                                     sweep->record.currentIndex);
 }
 
-void recoverSweep(const LeftJournal& left) {
-    std::optional<JournaledSweep> sweep = readSweepJournal(left);
-    if (!sweep) return showInformation(unreadableJournal);
+bool recoverSweep(const LeftJournal& left) {
+    std::optional<JournaledSweep> sweep = curveOfLines(left.kind, linesOfJournal(left));
+    if (!sweep) return false;
     const OtherSessionFolder folder(sweep->folder);
     const bool saved = sweep->record.holdsSeries ? saveRecoveredSeries(sweep->record)
                                                  : saveRecoveredIvCurve(sweep->record);
     if (saved) removeLeftJournal(left);
     showInformation(saved ? formatted("Recovered: %d samples", sweep->record.currentIndex).c_str()
                           : "Not all files written: the journal stays");
+    return true;
 }

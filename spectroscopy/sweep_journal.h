@@ -25,13 +25,14 @@ struct JournaledSweep {
     std::string folder; // its session folder's name
 };
 
-// Nothing when the lines do not hold the conditions whole.
-std::optional<JournaledSweep> readSweepJournal(const LeftJournal& journal);
+// Of the lines behind the first of a journal of that kind; nothing when they do not hold a curve's
+// conditions whole.
+std::optional<JournaledSweep> curveOfLines(const std::string& kind, const NextLine& next);
 
-// "An I-V curve of 2026-11-25 12:30 was cut off ..."
+// "An I-V curve of 2026-11-25 12:30 was cut off ..."; empty when it cannot be read.
 std::string sweepNotice(const LeftJournal& left);
 
 // Writes the text files of the curve, as its measurement would have, under the next free name in
 // its own session folder, and removes the journal when both were written. The curve in memory
-// stays.
-void recoverSweep(const LeftJournal& left);
+// stays. False, and nothing happens, when the journal cannot be read.
+bool recoverSweep(const LeftJournal& left);

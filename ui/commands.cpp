@@ -427,6 +427,11 @@ void onPaint() {
     if (handState.dragging) invertDrag();
 }
 
+void onTimer(Timer timer) {
+    if (timer == Timer::LiveView) liveViewTick();
+    if (timer == Timer::Journal) journalTick();
+}
+
 void onClose() {
     logEvent("The main window is closed");
     if (processUnderWay()) return stopAndClose();

@@ -2,6 +2,8 @@
 // of the operating system: the window procedure decodes and calls them.
 #pragma once
 
+#include "screen/screen.h"
+
 #include <cstdint>
 #include <span>
 
@@ -40,6 +42,7 @@ void onMouseMove(int x, int y, bool leftButtonHeld);
 void onLeftButtonDown(int x, int y);
 void onLeftButtonUp(int x, int y);
 void onPaint();
+void onTimer(Timer timer);
 
 // The operator closes the main window. While a process runs the process is asked to stop and the
 // window goes when it has ended; otherwise the window goes at once.

@@ -37,16 +37,20 @@ constexpr int stepCount = static_cast<int>(std::size(stepsUm));
 
 struct ContinueState {
     WindowHandle window = nullptr;
-    std::wstring path; // of the journal
-    ScanArea area;
+    LeftJournal left;
+    std::optional<JournaledScan> scan;
     std::vector<uint32_t> then, now; // as smallPicture makes them; empty where there is none
 };
 
 ContinueState state;
 
 // What the process is to go on with, between the operator's word and its start.
-LeftJournal chosen;
-std::string chosenFolder;
+struct Chosen {
+    LeftJournal left;
+    std::optional<JournaledScan> scan;
+    std::string folder; // its session folder's name
+};
+Chosen chosen;
 
 void drawSmallPicture(ContextHandle context, int left, const std::vector<uint32_t>& pixels,
                       const char* without) {
@@ -57,10 +61,10 @@ void drawSmallPicture(ContextHandle context, int left, const std::vector<uint32_
         return drawText(context, left + 20, pictureTop + 20, without, black, true);
     }
     putPixels(context, left, pictureTop, smallPictureWidth, smallPictureHeight, pixels.data());
-    if (state.area.viewScale != 1) return; // it was drawn around the picture
+    const ScanArea& area = state.scan->area;
+    if (area.viewScale != 1) return; // it was drawn around the picture
     const auto x = [&](int32_t at) { return left + at / 2; };
     const auto y = [&](int32_t at) { return pictureTop + at / 2; };
-    const ScanArea& area = state.area;
     drawRectangle(context, x(area.rectX1), y(area.rectY1), x(area.rectX2), y(area.rectY2),
                   markGreen);
 }
@@ -119,16 +123,12 @@ WindowHandle createWindow(const JournaledScan& scan) {
 }
 
 bool takeOverChosen() {
-    std::optional<LeftJournal> left = findLeftJournal(scanJournalKind);
-    std::optional<JournaledScan> scan;
-    if (left && left->path == chosen.path) scan = readScanJournal(*left);
-    if (!scan) {
+    if (!isJournalOf(chosen.left, *chosen.scan->map.conditions)) {
         showInformation("Not continued: the journal is gone");
         return false;
     }
-    chosen = std::move(*left);
-    chosenFolder = scan->folder;
-    if (!takeOverScan(std::move(*scan))) return false;
+    chosen.folder = chosen.scan->folder;
+    if (!takeOverScan(std::move(*chosen.scan))) return false;
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, selectedInstrument().unit->label);
@@ -147,10 +147,11 @@ void confirm() {
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     if (processUnderWay()) return refuseForProcess();
     if (!standsThere() || !state.window || stageIsTaken()) return;
-    chosen = {.path = state.path};
+    chosen = {state.left, std::move(state.scan), {}};
     destroyToolWindow(state.window);
     runProcess(
-        "Mapping", [] { mapSample(takeOverChosen, [] { continueMapping(chosen, chosenFolder); }); },
+        "Mapping",
+        [] { mapSample(takeOverChosen, [] { continueMapping(chosen.left, chosen.folder); }); },
         saveScanAtForcedEnd);
     chosen = {};
 }
@@ -170,15 +171,21 @@ void moveStage(int button) {
 
 void openContinueWindow() {
     if (state.window) return raiseToolWindow(state.window);
-    const std::optional<LeftJournal> left = findLeftJournal(scanJournalKind);
-    if (!left) return showInformation("No scan was cut off");
-    const std::optional<JournaledScan> scan = readScanJournal(*left);
-    if (!scan) return showInformation(unreadableJournal);
+    LeftJournal left;
+    std::optional<JournaledScan> scan;
+    const char* without = "No scan was cut off";
+    for (const LeftJournal& each : leftJournals()) {
+        if (each.kind != scanJournalKind) continue;
+        without = unreadableJournal;
+        left = each;
+        if ((scan = readScanJournal(each))) break;
+    }
+    if (!scan) return showInformation(without);
     if (firstMissingRow(scan->map) == scan->area.rows)
         return showInformation("No row is missing: \"File\", \"Recover last scan\" saves the map");
     onCommand(idSampleView); // as the scan's picture was taken
-    state = {nullptr, left->path, scan->area, scanPicture(*left), {}};
-    state.window = createWindow(*scan);
+    state = {nullptr, left, std::move(scan), scanPicture(left), {}};
+    state.window = createWindow(*state.scan);
     if (!state.window) return;
     onFreshFrame = takeFrame;
     grabAndDraw();

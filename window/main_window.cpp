@@ -4,7 +4,6 @@
 #include "window/picture_windows.h"
 #include "window/tool_window_class.h"
 
-#include "camera/live_view.h"
 #include "platform/messages.h"
 #include "platform/win32/handles.h"
 #include "screen/control_ids.h"
@@ -16,8 +15,6 @@
 
 // Null again once the window is destroyed, so that what the exit sequence still says goes nowhere.
 WindowHandle mainWindow = nullptr;
-
-constexpr UINT_PTR liveViewTimer = 1;
 
 // A screen lower than the window must not shrink it: the picture and the column have fixed sizes.
 static void allowFullSize(MINMAXINFO& limits) {
@@ -54,7 +51,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         if (!isEditNotice(wParam, lParam)) onCommand(LOWORD(wParam));
         return 0;
     case WM_TIMER:
-        if (wParam == liveViewTimer) liveViewTick();
+        onTimer(static_cast<Timer>(wParam));
         return 0;
     case WM_KEYDOWN:
         onKeyDown(wParam);
@@ -191,12 +188,12 @@ void showTaskbarProgress(int percent) {
     if (percent >= 0) taskbar()->SetProgressValue(window, static_cast<ULONGLONG>(percent), 100);
 }
 
-void startTimer(unsigned periodMs) {
-    if (mainWindow) SetTimer(native(mainWindow), liveViewTimer, periodMs, nullptr);
+void startTimer(Timer timer, unsigned periodMs) {
+    if (mainWindow) SetTimer(native(mainWindow), static_cast<UINT_PTR>(timer), periodMs, nullptr);
 }
 
-void stopTimer() {
-    if (mainWindow) KillTimer(native(mainWindow), liveViewTimer);
+void stopTimer(Timer timer) {
+    if (mainWindow) KillTimer(native(mainWindow), static_cast<UINT_PTR>(timer));
 }
 
 static HWND startupNotice = nullptr;

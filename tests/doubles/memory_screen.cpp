@@ -106,12 +106,12 @@ void showTaskbarProgress(int percent) {
     taskbarProgress = percent;
 }
 
-void startTimer(unsigned periodMs) {
-    if (mainWindow) setTimer(periodMs);
+void startTimer(Timer timer, unsigned periodMs) {
+    if (mainWindow) setTimer(timer, periodMs);
 }
 
-void stopTimer() {
-    setTimer(0);
+void stopTimer(Timer timer) {
+    setTimer(timer, 0);
 }
 
 int registerWindowClasses() {

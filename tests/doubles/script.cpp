@@ -1,7 +1,6 @@
 // Scripted events, the message queue and the message boxes of the native tests.
 #include "tests/doubles/script.h"
 
-#include "camera/live_view.h"
 #include "screen/screen.h"
 #include "tests/doubles/memory_surface.h"
 #include "tests/doubles/virtual_clock.h"
@@ -10,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <limits>
 #include <list>
+#include <map>
 #include <thread>
 #include <utility>
 
@@ -42,8 +43,13 @@ static std::list<Event> events;
 static std::deque<Message> queue;
 static std::vector<Action> calls; // lParam of a messageCall is an index into these
 static std::list<PlannedAnswer> answers;
-static unsigned timerPeriodMs = 0;
-static double timerDueMs = 0;
+struct ScriptTimer {
+    unsigned periodMs = 0; // 0: stopped
+    double dueMs = 0;
+
+    bool isDue() const { return periodMs != 0 && virtualNowMs() >= dueMs; }
+};
+static std::map<Timer, ScriptTimer> timers;
 static bool quitPending = false;
 static double lastPollMs = 0;
 static int pollsAtThisInstant = 0;
@@ -56,7 +62,7 @@ void resetScript() {
     shownBoxes.clear();
     answerOthers = {};
     onlooker = {};
-    timerPeriodMs = 0;
+    timers.clear();
     quitPending = false;
     pollsAtThisInstant = 0;
 }
@@ -141,22 +147,23 @@ size_t waitingMessages() {
     return queue.size();
 }
 
-void setTimer(unsigned periodMs) {
-    timerPeriodMs = periodMs;
-    timerDueMs = virtualNowMs() + periodMs;
+void setTimer(Timer timer, unsigned periodMs) {
+    timers[timer] = {periodMs, virtualNowMs() + periodMs};
 }
 
 bool timerRuns() {
-    return timerPeriodMs != 0;
+    return timers[Timer::LiveView].periodMs != 0;
 }
 
-static bool timerDue() {
-    return timerPeriodMs != 0 && virtualNowMs() >= timerDueMs;
+static std::pair<const Timer, ScriptTimer>* dueTimer() {
+    const auto due = std::find_if(timers.begin(), timers.end(),
+                                  [](const auto& each) { return each.second.isDue(); });
+    return due == timers.end() ? nullptr : &*due;
 }
 
 void quitMessageLoop() {
     queue.clear();
-    timerPeriodMs = 0;
+    timers.clear();
     quitPending = true;
 }
 
@@ -176,12 +183,14 @@ bool takeMessage(Message& message) {
         queue.pop_front();
         return true;
     }
-    if (!timerDue()) return false;
+    auto* const due = dueTimer();
+    if (!due) return false;
     // Where nobody looks at the pictures the machine is busy, and most ticks are dropped, as
     // Windows does then.
     constexpr unsigned ticksOfBusyMachine = 8;
-    timerDueMs = virtualNowMs() + timerPeriodMs * (nobodyLooks ? ticksOfBusyMachine : 1);
-    message = {mainWindow, messageTimer, 1, 0};
+    const bool drops = nobodyLooks && due->first == Timer::LiveView;
+    due->second.dueMs = virtualNowMs() + due->second.periodMs * (drops ? ticksOfBusyMachine : 1);
+    message = {mainWindow, messageTimer, static_cast<uintptr_t>(due->first), 0};
     return true;
 }
 
@@ -192,7 +201,7 @@ void dispatchMessage(const Message& message) {
     if (onlooker.dispatches) onlooker.dispatches(message);
     if (id == messageCall) calls.at(static_cast<size_t>(message.lParam))();
     if (id == messageCommand) onCommand(static_cast<int>(message.wParam & 0xFFFF));
-    if (id == messageTimer) liveViewTick();
+    if (id == messageTimer) onTimer(static_cast<Timer>(message.wParam));
     if (id == messageKeyDown) onKeyDown(message.wParam);
     if (id == messageKeyUp) onKeyUp();
     if (id == messageMouseMove) onMouseMove(x, y, (message.wParam & 1) != 0);
@@ -215,9 +224,10 @@ void waitForMessage(uint64_t untilTick) {
     const auto until = static_cast<double>(untilTick);
     if (onlooker.waits) onlooker.waits();
     runDueScript();
-    while (queue.empty() && !timerDue() && virtualNowMs() < until) {
+    while (queue.empty() && !dueTimer() && virtualNowMs() < until) {
         double next = std::min(until, nextScriptTime());
-        if (timerPeriodMs != 0) next = std::min(next, timerDueMs);
+        for (const auto& [timer, each] : timers)
+            if (each.periodMs != 0) next = std::min(next, each.dueMs);
         advanceVirtualTime(std::max(next - virtualNowMs(), 0.0));
     }
 }
@@ -254,6 +264,16 @@ BoxAnswer runMessageBox(WindowHandle owner, const char* text, const char* captio
     answers.erase(plan);
     if (found.whileOpen) found.whileOpen();
     return found.reply;
+}
+
+void keepBoxOpen(double ms) {
+    for (const double end = virtualNowMs() + ms; virtualNowMs() < end;) {
+        Message message;
+        if (takeMessage(message))
+            dispatchMessage(message);
+        else
+            waitForMessage(static_cast<uint64_t>(std::ceil(end)));
+    }
 }
 
 void answer(const std::string& part, BoxAnswer reply, Action whileOpen) {

@@ -38,6 +38,10 @@ size_t waitingMessages();
 // an answer gets None and fails the test, and so does an answer that no box asked for.
 void answer(const std::string& part, BoxAnswer reply, Action whileOpen = {});
 
+// While a box is open, for `whileOpen`: messages and timers go to their windows, as the box itself
+// sees to it.
+void keepBoxOpen(double ms);
+
 struct ShownBox {
     std::string text, caption;
     BoxButtons buttons;
@@ -66,6 +70,6 @@ void expectScriptDone();
 // For the clock and the screen.
 double nextScriptTime(); // of the next event or poll of a condition; infinite when there is none
 void runDueScript();
-void setTimer(unsigned periodMs); // 0 stops
-bool timerRuns();
+void setTimer(Timer timer, unsigned periodMs); // 0 stops
+bool timerRuns();                              // that of the live view
 void quitMessageLoop(); // as the main window goes, with all that waits for it

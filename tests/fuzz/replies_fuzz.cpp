@@ -97,22 +97,27 @@ void readBus(ReplyKind kind, Reading (*read)()) {
 
 // Lines of a journal: as conditions behind those of a scan or a sweep, which they may replace, and
 // as points. What comes of it is a map or a curve of the journal's own size.
+NextLine linesOf(const std::vector<std::string>& lines) {
+    return [&lines, i = size_t{0}]() mutable {
+        return i < lines.size() ? std::optional<std::string_view>(lines[i++]) : std::nullopt;
+    };
+}
+
 void readJournals() {
     for (const char* kind : {scanJournalKind, sweepJournalKind, seriesJournalKind}) {
-        LeftJournal journal{.kind = kind,
-                            .lines = kind == scanJournalKind ? scanLines : sweepLines};
-        std::istringstream lines(text);
+        std::vector<std::string> lines = kind == scanJournalKind ? scanLines : sweepLines;
+        std::istringstream typed(text);
         std::vector<std::string> own;
-        for (std::string line; std::getline(lines, line);) own.push_back(line);
-        journal.lines.pop_back(); // "points", before the conditions that replace others
-        journal.lines.insert(journal.lines.end(), own.begin(), own.end());
-        journal.lines.emplace_back("points");
-        journal.lines.insert(journal.lines.end(), own.begin(), own.end());
-        if (const std::optional<JournaledScan> scan = readScanJournal(journal)) {
+        for (std::string line; std::getline(typed, line);) own.push_back(line);
+        lines.pop_back(); // "points", before the conditions that replace others
+        lines.insert(lines.end(), own.begin(), own.end());
+        lines.emplace_back("points");
+        lines.insert(lines.end(), own.begin(), own.end());
+        if (const std::optional<JournaledScan> scan = scanOfLines(linesOf(lines))) {
             require(scan->points >= 0 && scan->points <= scan->area.totalPoints);
             require(firstMissingRow(scan->map) <= scan->map.conditions->rows);
         }
-        if (const std::optional<JournaledSweep> sweep = readSweepJournal(journal))
+        if (const std::optional<JournaledSweep> sweep = curveOfLines(kind, linesOf(lines)))
             require(sweep->record.currentIndex >= 0 &&
                     static_cast<size_t>(sweep->record.currentIndex) <=
                         sweep->record.yValues.size());
@@ -123,10 +128,13 @@ void readJournals() {
 std::vector<std::string> writtenLines(void (*begin)()) {
     begin();
     leaveJournal();
-    const std::optional<LeftJournal> left = findLeftJournal();
-    require(left.has_value());
-    removeLeftJournal(*left);
-    return left->lines;
+    const std::vector<LeftJournal> left = leftJournals();
+    require(!left.empty());
+    const NextLine next = linesOfJournal(left.front());
+    std::vector<std::string> lines;
+    while (const std::optional<std::string_view> line = next()) lines.emplace_back(*line);
+    removeLeftJournal(left.front());
+    return lines;
 }
 
 void answerAnalyzer(const char*, char* reply, int*) {

@@ -174,9 +174,8 @@ TEST_F(FailureTest, ScanEndsWhenXOrYIsOut) {
         EXPECT_EQ(saved.condition("Outcome"), "stopped");
         EXPECT_EQ(saved.condition("Trouble").find(each.why), 0u);
         EXPECT_EQ(saved.condition("Points measured"), std::to_string(cellsBeforeReading20 + 1));
-        const std::optional<LeftJournal> left = findLeftJournal(scanJournalKind);
-        ASSERT_TRUE(left);
-        const std::optional<JournaledScan> scan = readScanJournal(*left);
+        ASSERT_EQ(leftJournals().size(), 1u);
+        const std::optional<JournaledScan> scan = readScanJournal(leftJournals().front());
         ASSERT_TRUE(scan);
         EXPECT_EQ(firstMissingRow(scan->map), 2);
     }
@@ -204,7 +203,7 @@ TEST_F(FailureTest, TheComputersSleepEndsAScanInTheDark) {
               "Mapping finished. The computer went to sleep, \"Continue last scan\" goes on. "
               "Laser off or lamp on: 1 from row 3, column 5"); // the point under way
     EXPECT_EQ(SavedMap().condition("Outcome"), "stopped, the computer went to sleep");
-    EXPECT_TRUE(findLeftJournal(scanJournalKind));
+    EXPECT_EQ(leftJournals().size(), 1u);
     EXPECT_FALSE(systemKeptAwake);
 }
 

@@ -315,6 +315,8 @@ TEST_F(ScanTest, JournalBringsBackWhatAPowerCutTook) {
         std::filesystem::remove(pathOnDesktop(sessionFile(prefix)));
 
     writeDesktopFile(file, onDisk);
+    // A later one whose first line is whole and whose conditions are not hides nothing.
+    writeDesktopFile("KST_Data/Journal/journal1.txt", onDisk.substr(0, onDisk.find("columns")));
     wallTime.day += 1;
     scanMap = {};
     std::string notice;
@@ -366,7 +368,7 @@ TEST_F(ScanTest, GoesOnAfterAPowerCut) {
          });
     const auto compareAndConfirm = [&] {
         const NativeBitmap& shown = toolWindows.back()->client;
-        const std::vector<uint32_t> then = scanPicture(*findLeftJournal());
+        const std::vector<uint32_t> then = scanPicture(leftJournals().front());
         const std::vector<uint32_t> now = smallPicture(cameraImage);
         ASSERT_EQ(then.size(), now.size()) << "a picture was kept";
         for (size_t y = 2; y < 514; y += 51)
@@ -407,7 +409,7 @@ TEST_F(ScanTest, GoesOnAfterAPowerCut) {
     EXPECT_EQ(contentOf(file) + contentOf(picture), "");
 
     writeDesktopFile(file, secondCut);
-    const std::optional<JournaledScan> cutAgain = readScanJournal(*findLeftJournal());
+    const std::optional<JournaledScan> cutAgain = readScanJournal(leftJournals().front());
     ASSERT_TRUE(cutAgain);
     EXPECT_GE(cutAgain->points, 4 * 12);
     EXPECT_EQ(firstMissingRow(cutAgain->map), 4);
@@ -453,7 +455,7 @@ TEST_F(ScanTest, KeepsTheJournalOfAScanThatDoesNotGoOn) {
     EXPECT_EQ(runProgram(1), 0);
     EXPECT_EQ(labCounters().analogReads, readings);
     EXPECT_EQ(SavedMap().condition("Outcome"), "declined");
-    const std::optional<JournaledScan> kept = readScanJournal(*findLeftJournal());
+    const std::optional<JournaledScan> kept = readScanJournal(leftJournals().front());
     ASSERT_TRUE(kept);
     EXPECT_EQ(kept->points, 12);
     EXPECT_EQ(firstMissingRow(kept->map), 1);
@@ -504,7 +506,13 @@ TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {
 TEST_F(ScanTest, StopThatIsNotMeantLosesNothing) {
     writeSettings(2.0, false);
     afterReadings(20, [] { postCommand(idStart); });
-    answer("Do you want to stop process, now ?", BoxAnswer::No);
+    // Over lunch: what was measured is on the disk whatever box is open.
+    answer("Do you want to stop process, now ?", BoxAnswer::No, [] {
+        keepBoxOpen(2000);
+        const std::string journal = contentOf("KST_Data/Journal/journal0.txt");
+        const std::string points = journal.substr(journal.find("\npoints ") + 1);
+        EXPECT_EQ(std::count(points.begin(), points.end(), '\n') - 1, 20 - 3);
+    });
     afterReadings(30, [] { postClick(1300, 900); });
     answer("Do you want to stop process, now ?", BoxAnswer::No);
     runProgramOver(16, 12);

@@ -38,9 +38,9 @@ protected:
     // What is found in the journal: every point that lies whole before the damage, and no other
     // value.
     void expectPointsBefore(size_t damage) {
-        const std::optional<LeftJournal> left = findLeftJournal();
-        ASSERT_TRUE(left);
-        const std::optional<JournaledScan> scan = readScanJournal(*left);
+        const std::vector<LeftJournal> left = leftJournals();
+        ASSERT_EQ(left.size(), 1u);
+        const std::optional<JournaledScan> scan = readScanJournal(left.front());
         const auto whole = std::count_if(lineEnds.begin(), lineEnds.end(),
                                          [damage](size_t end) { return end <= damage; });
         ASSERT_TRUE(scan || whole == 0) << damage;
