@@ -75,6 +75,7 @@ bool startUp(int showCommand) {
     if (const std::string left = leftNotice(); !left.empty()) {
         logEvent(left);
         showInformation(left.c_str());
+        liveViewState.noticeStands = true;
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #include "camera/camera.h"
 
 #include "camera/Basler_camera.h"
+#include "camera/live_view.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
@@ -27,7 +28,8 @@ constexpr char frameName[] = "Camera frame";
 
 void disconnect(CameraState& state) {
     state.connected = 0;
-    showInformation("No camera detected");
+    // The live view would say it ten times a second.
+    if (!liveViewState.noticeStands) showInformation("No camera detected");
 }
 
 void disconnect(CameraState& state, const std::exception& refusal) {
@@ -100,6 +102,18 @@ void setGain(CBaslerUniversalInstantCamera& camera, int32_t gain) {
         camera.Gain.SetValue(std::clamp<double>(gain, camera.Gain.GetMin(), camera.Gain.GetMax()));
 }
 
+// What the camera has made of the numbers; 0 of one that does not say. It is not lost for that.
+double gainOf(const CBaslerUniversalInstantCamera& camera) {
+    if (camera.Gain.IsReadable()) return camera.Gain.GetValue();
+    return camera.GainRaw.IsReadable() ? static_cast<double>(camera.GainRaw.GetValue()) : 0.0;
+}
+
+double exposureOf(const CBaslerUniversalInstantCamera& camera) {
+    const bool says = camera.ExposureTime.IsReadable() || camera.ExposureTimeRaw.IsReadable() ||
+                      camera.ExposureTimeAbs.IsReadable();
+    return says ? camera.GetExposureUs() : 0.0;
+}
+
 void applyManual(CameraState& state) {
     CBaslerUniversalInstantCamera& camera = *state.device;
     camera.Close();
@@ -108,6 +122,8 @@ void applyManual(CameraState& state) {
     setGain(camera, state.gain);
     setAutomatic(camera.ExposureAuto, Auto_Off);
     camera.SetExposureUs(state.exposureUs);
+    state.takenGain = gainOf(camera);
+    state.takenExposureUs = exposureOf(camera);
     formatInto(state.message, "exposure time: %.1f", state.exposureUs);
     showInformation(state.message);
 }

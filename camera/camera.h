@@ -14,8 +14,10 @@ struct CameraState {
 
     int32_t gain = 1;          // manual gain, dB; raw units of a camera before SFNC 2.0
     double exposureUs = 100.0; // manual exposure time
-    uint8_t* frame;            // the current raw frame: `ownFrame`, or the last result's buffer
-    int32_t connected = 0;     // cleared by every failure
+    // As the camera has them since they were last set by hand, which may be its nearest.
+    double takenGain = 0.0, takenExposureUs = 0.0;
+    uint8_t* frame;        // the current raw frame: `ownFrame`, or the last result's buffer
+    int32_t connected = 0; // cleared by every failure
     int32_t needsInit = 1;
     bool fresh = false;        // the last grab brought a frame of the camera
     int32_t fallbackPhase = 0; // of the test pattern

@@ -131,6 +131,7 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
         saveNumberedImage(folders, memory.bitmap, label);
         return 1;
     }
+    reportUnwritten(widened(label), "a picture");
     return 0;
 }
 

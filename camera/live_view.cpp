@@ -105,6 +105,7 @@ void switchLiveView(LiveView to) {
 
 void resetIdle() {
     liveViewState.idleTicks = 0;
+    liveViewState.noticeStands = false;
 }
 
 void liveViewTick() {

@@ -12,8 +12,9 @@ extern void (*onFreshFrame)();
 
 struct LiveViewState {
     int idleTicks = 0;
-    bool wasOn = false;       // before it was last switched
-    uint64_t framesShown = 0; // fresh ones; what was drawn over an earlier one is gone
+    bool wasOn = false;        // before it was last switched
+    uint64_t framesShown = 0;  // fresh ones; what was drawn over an earlier one is gone
+    bool noticeStands = false; // in the information text, until the operator does something
 };
 extern LiveViewState liveViewState;
 
@@ -46,5 +47,5 @@ void leaveStaleWideView();
 // 50 s without input, and otherwise shows a fresh frame, the spot's colour and its mean value.
 void liveViewTick();
 
-// Operator input: the idle time starts anew.
+// Operator input: the idle time starts anew, and a notice has been seen.
 void resetIdle();

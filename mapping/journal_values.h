@@ -101,4 +101,7 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit("readings per point", c.options.readingsPerPoint);
     visit("writes unit file", c.options.writesUnitFile);
     visit.added("run-in um", c.options.runInUm);
+    visit.added("taken gain", c.takenGain);
+    visit.added("taken exposure us", c.takenExposureUs);
+    visit.added("blue only", c.blueOnly);
 }

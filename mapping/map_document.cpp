@@ -50,9 +50,29 @@ PointCounts countPoints(const ScanMap& map) {
     return counts;
 }
 
+const char* yesOrNo(bool yes) {
+    return yes ? "yes" : "no";
+}
+
+// What somebody has changed in the scan.
+void addCameraAtTheEnd(Conditions& lines, const ScanMap& map) {
+    const ScanConditions& scan = *map.conditions;
+    const ScanOutcome& outcome = map.outcome;
+    if (scan.takenExposureUs <= 0.0 || outcome.exposureUs <= 0.0) return;
+    if (outcome.gain != scan.takenGain)
+        lines.emplace_back("Camera gain at the end", formatted("%.9g", outcome.gain));
+    if (outcome.exposureUs != scan.takenExposureUs)
+        lines.emplace_back("Camera exposure at the end", quantity(outcome.exposureUs, "us"));
+    if (outcome.blueOnly != scan.blueOnly)
+        lines.emplace_back("Blue only at the end", yesOrNo(outcome.blueOnly));
+}
+
 void addCamera(Conditions& lines, const ScanConditions& scan) {
-    lines.emplace_back("Camera gain", formatted("%d", scan.gain));
-    lines.emplace_back("Camera exposure", quantity(scan.exposureUs, "us"));
+    const bool known = scan.takenExposureUs > 0.0; // as the camera has taken them
+    lines.emplace_back("Camera gain", formatted("%.9g", known ? scan.takenGain : scan.gain));
+    lines.emplace_back("Camera exposure",
+                       quantity(known ? scan.takenExposureUs : scan.exposureUs, "us"));
+    lines.emplace_back("Blue only", yesOrNo(scan.blueOnly));
     lines.emplace_back("Camera aperture",
                        formatted("%d px to each side of the spot", scan.aperturePx));
 }
@@ -65,6 +85,7 @@ void addOutcome(Conditions& lines, const ScanMap& map) {
         lines.emplace_back("Stage Z at the end", placeUm(outcome.zUm));
         lines.emplace_back("Laser intensity at the end",
                            quantity(outcome.laserLevel * laserScaleFactor, "uA"));
+        if (map.conditions->confocal) addCameraAtTheEnd(lines, map);
         lines.emplace_back("Trouble", troubleText(outcome.trouble));
     }
     const PointCounts counts = countPoints(map);

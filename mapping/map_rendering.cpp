@@ -9,7 +9,9 @@
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
+#include "platform/widen.h"
 #include "screen/screen.h"
+#include "session/document.h"
 #include "session/responsive_wait.h"
 
 #include <algorithm>
@@ -231,22 +233,23 @@ void drawScaleLabels(WindowHandle window) {
 }
 
 void saveMapImage(WindowHandle window, int channel, const char* label) {
-    if (std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx) {
-        const WindowContext like(window);
-        const Extent size{scanArea.mapWidthPx + scaleWidthPx, scanArea.mapHeightPx + labelHeightPx};
-        MemoryBitmap memory;
-        if (like.context && memory.make(like.context, size.width, size.height) &&
-            drawMapOn(memory.context, size, channel)) {
-            if (channel == channelPhotocurrent) {
-                drawColourBarOn(memory.context);
-                drawScaleLabelsOn(memory.context);
-            }
-            memory.deselect(); // the encoder reads a bitmap that nobody draws on
-            saveNumberedImage(dataFolders, memory.bitmap, label);
-            return;
-        }
+    if (!window) return; // closed meanwhile
+    // What the window shows may be black: a locked screen, a remote session that has ended.
+    const bool larger = std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx;
+    const Extent size =
+        larger ? Extent{scanArea.mapWidthPx + scaleWidthPx, scanArea.mapHeightPx + labelHeightPx}
+               : clientExtent(window);
+    const WindowContext like(window);
+    MemoryBitmap memory;
+    if (!like.context || !memory.make(like.context, size.width, size.height) ||
+        !drawMapOn(memory.context, size, channel))
+        return reportUnwritten(widened(label), "a picture");
+    if (channel == channelPhotocurrent) {
+        drawColourBarOn(memory.context);
+        drawScaleLabelsOn(memory.context);
     }
-    saveWindowImage(dataFolders, window, 0, label);
+    memory.deselect(); // the encoder reads a bitmap that nobody draws on
+    saveNumberedImage(dataFolders, memory.bitmap, label);
 }
 
 void markPoint(ContextHandle view, int x, int y) {

@@ -50,8 +50,8 @@ void placePictureWindows();
 // Draws a channel into the map window; channel 0 with its colour scale.
 void drawMapWithScale(int channel);
 
-// Saves a channel that its window shows, as saveWindowImage does. A map that may be larger than the
-// screen is saved whole all the same.
+// Saves a channel that its window shows, as saveWindowImage does, but drawn anew: a map that is
+// larger than the screen is saved whole, and one that nobody can see all the same.
 void saveMapImage(WindowHandle window, int channel, const char* label);
 
 // Creates or shows the map window with a channel.

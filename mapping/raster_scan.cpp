@@ -72,6 +72,7 @@ void showPercentDone(int count) {
     std::string text = formatted("Mapping: %d%% done", percent);
     // What was said of a failed move is gone with the next point.
     if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
+    if (journalIsBroken()) text += ", no journal";
     // The arrival at the next point has overwritten the word.
     constexpr uint64_t readableMs = 3000;
     if (refusedMs != 0 && tickCountMs() - refusedMs < readableMs) text += ", no keys for X and Y";
@@ -323,6 +324,8 @@ bool consentGiven(bool compensated) {
 void scanAllRows(const ScanPlace& place) {
     if (mapIsConfocal()) {
         controlCamera(cameraState, cameraManual);
+        scanMap.conditions->takenGain = cameraState.takenGain;
+        scanMap.conditions->takenExposureUs = cameraState.takenExposureUs;
         grabFrames(cameraState, 1);
     }
     setLaserOutput(0);
@@ -381,8 +384,14 @@ bool saveEverything(bool (*saveFiles)()) {
 }
 
 void noteEnd(ProcessEnd end) {
-    scanMap.outcome = {end, localTime(), stageZ.positionUm + report.zShiftUm, laserLevel,
-                       whatFailed()};
+    scanMap.outcome = {.end = end,
+                       .ended = localTime(),
+                       .zUm = stageZ.positionUm + report.zShiftUm,
+                       .laserLevel = laserLevel,
+                       .gain = cameraState.takenGain,
+                       .exposureUs = cameraState.takenExposureUs,
+                       .blueOnly = blueOnly != 0,
+                       .trouble = whatFailed()};
 }
 
 } // namespace
@@ -431,6 +440,17 @@ void refuseForScan() {
 
 bool saveScan() {
     return saveEverything(saveMapFilesQuietly);
+}
+
+bool saveMapsAgain() {
+    const bool wasLost = scanMap.documentLost;
+    if (!saveMapFiles() || scanMap.documentLost) return false;
+    if (scanMap.onlyInJournal)
+        for (const LeftJournal& left : leftJournals())
+            if (isJournalOf(left, *scanMap.conditions)) removeLeftJournal(left);
+    scanMap.onlyInJournal = false;
+    if (wasLost) showInformation("Saved"); // over what was said of the file
+    return true;
 }
 
 void saveScanAtForcedEnd() {
@@ -542,6 +562,7 @@ void scanFrom(const LeftJournal* left) {
     // One that was to go on and did not can still go on, and one that the stage has ended.
     const bool wentOn = report.pointsDone > place.firstRow * scanArea.cols;
     if (saved && !canGoOn() && (!left || wentOn)) removeJournal();
+    scanMap.onlyInJournal = !saved && !canGoOn();
     leaveJournal(); // what is only there is offered again
     showReport();   // over what the saving had to say
 }

@@ -30,6 +30,10 @@ bool scanMovesTheStage();
 // Tells the operator that a key or a command does not move X or Y meanwhile.
 void refuseForScan();
 
+// The same for "Save Maps", with the box where that fails. A journal that was left because a file
+// could not be written goes when all are.
+bool saveMapsAgain();
+
 // Milliseconds until the last point of the running scan, by what it has taken so far: within a
 // tenth from the fiftieth point on. 0 without one.
 double remainingScanMs();

@@ -16,9 +16,16 @@
 
 namespace {
 
-bool instrumentSelected(int32_t kind) {
-    if (instrumentLink.ammeterKind != kind) connectInstrument(kind);
-    return instrumentLink.ammeterKind == kind;
+// Whether the instrument is selected and gives a reading. It is opened where it has not been, or
+// does not answer: one that is only selected may be switched off.
+bool instrumentAnswers(int32_t kind) {
+    const auto answers = [kind] {
+        const bool open = instrumentLink.opened || !instrumentKind(kind).open;
+        return instrumentLink.ammeterKind == kind && open && readPhotocurrent().answered;
+    };
+    if (answers()) return true;
+    connectInstrument(kind);
+    return answers();
 }
 
 bool refuse(const std::string& why) {
@@ -34,8 +41,8 @@ bool takeOverScan(JournaledScan scan) {
     // The rows would lie across those that are there.
     if (axisOrder != conditions.axisOrder)
         return refuse("the axis order is not that of the scan (Configuration)");
-    if (!instrumentSelected(conditions.ammeterKind))
-        return refuse("the scan's instrument is not connected: " +
+    if (!instrumentAnswers(conditions.ammeterKind))
+        return refuse("the scan's instrument does not answer: " +
                       narrowed(instrumentKind(conditions.ammeterKind).name));
     instrumentLink.biasVoltage = conditions.biasVoltage;
     instrumentLink.currentLimit = conditions.currentLimit;

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <utility>
 
 ScanMap scanMap;
 
@@ -40,7 +41,7 @@ void allocateMaps() {
     scanMap.deviation.clear();
     scanMap.conditions.reset();
     scanMap.outcome = {};
-    scanMap.documentLost = false;
+    scanMap.documentLost = scanMap.onlyInJournal = false;
 }
 
 ScanConditions presentConditions() {
@@ -63,6 +64,7 @@ ScanConditions presentConditions() {
     now.offsetYUm = scanArea.offsetYUm;
     now.gain = cameraState.gain;
     now.exposureUs = cameraState.exposureUs;
+    now.blueOnly = blueOnly != 0;
     now.aperturePx = cameraAperture;
     now.laserSpot = laserOffset;
     now.options = scanOptions;
@@ -137,13 +139,16 @@ bool writeRows(FILE* file, const Map& map) {
 bool writeMap(const std::wstring& path, const Map& map) {
     File file = openFile(path, L"w");
     if (logFile(path, file && writeRows(file.get(), map))) return true;
+    if (std::exchange(file, nullptr)) removeFile(path); // a part of a map looks like one
     dataFolders.sessionFolderMade = 0;
+    // A numbered name was in question: the plain one is taken there.
+    if (path.find(L"Step:") != std::wstring::npos)
+        dataFolders.fullFolder = dataFolders.sessionFolder;
     return false;
 }
 
-// A map that finds no place in the session folder goes into the new one. There is none within the
-// minute that names the folder: then the map stays in memory for the next save. The path that was
-// written; empty when none was.
+// A map that finds no place in the session folder goes into the new one; otherwise it stays in
+// memory for the next save. The path that was written; empty when none was.
 std::wstring saveMap(size_t plane, bool (*write)(const std::wstring& path, const Map& map)) {
     constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
     const Map& map = scanMap.maps[plane];

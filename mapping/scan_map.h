@@ -47,8 +47,10 @@ struct ScanConditions {
     double offsetXUm = 0.0, offsetYUm = 0.0;            // of the first point from there
     int32_t gain = 0;                                   // of the camera in a confocal scan, dB
     double exposureUs = 0.0;
-    int32_t aperturePx = 0; // half the side of the square around the spot
-    PicturePoint laserSpot; // picture pixels
+    double takenGain = 0.0, takenExposureUs = 0.0; // what the camera made of these; 0 not known
+    bool blueOnly = false;                         // of the camera's picture
+    int32_t aperturePx = 0;                        // half the side of the square around the spot
+    PicturePoint laserSpot;                        // picture pixels
     ScanOptions options;
     int32_t axisOrder = 0;    // of the controllers
     uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
@@ -60,8 +62,10 @@ struct ScanOutcome {
     ProcessEnd end = ProcessEnd::Running;
     LocalTime ended;
     double zUm = 0.0;
-    double laserLevel = 0.0; // V
-    std::string trouble;     // what the operator is told of it; empty when all went well
+    double laserLevel = 0.0;             // V
+    double gain = 0.0, exposureUs = 0.0; // as the camera had them
+    bool blueOnly = false;
+    std::string trouble; // what the operator is told of it; empty when all went well
 };
 
 struct ScanMap {
@@ -70,7 +74,8 @@ struct ScanMap {
     std::vector<std::vector<PointMark>> marks; // by cell, as the maps
     std::optional<ScanConditions> conditions;  // as the map's scan started; none before a scan
     ScanOutcome outcome;
-    bool documentLost = false; // the last save could not write it
+    bool documentLost = false;  // the last save could not write it
+    bool onlyInJournal = false; // its scan is over, and not all of its files were written
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the photocurrent map when it was last drawn whole
 };

@@ -27,7 +27,12 @@ std::string sessionFolderName(const DataFolders& folders) {
 
 void ensureSessionFolder(DataFolders& folders) {
     if (folders.sessionFolderMade) return;
-    folders.sessionFolder = folders.dataRoot + L"\\" + widened(sessionFolderName(folders));
+    const std::wstring ofMinute = folders.dataRoot + L"\\" + widened(sessionFolderName(folders));
+    folders.sessionFolder = ofMinute;
+    // What a program that was killed has left there may be in the way of every name.
+    if (folders.fullFolder.starts_with(ofMinute))
+        for (int number = 1; fileExists(folders.sessionFolder); ++number)
+            folders.sessionFolder = ofMinute + L"(" + std::to_wstring(number) + L")";
     makeFolder(folders.sessionFolder);
     folders.sessionFolderMade = 1;
 }

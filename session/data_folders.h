@@ -9,6 +9,8 @@ struct DataFolders {
     std::wstring configPath;           // the settings file
     std::wstring sessionFolder = L" "; // YYMMDD_hh-mm below the root; a blank until it is made
     int32_t sessionFolderMade = 0;
+    std::wstring fullFolder; // a session folder whose names are taken: the next one is another,
+                             // also in the same minute
 };
 
 extern DataFolders dataFolders;

@@ -103,6 +103,7 @@ bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) 
         file.reset();
         return saveConditions(record, curve, name);
     }
+    if (std::exchange(file, nullptr)) removeFile(path); // a part of a curve looks like one
     if (!quietly)
         showMessageBox(mainWindow, "File saving error", "I-V save Process", BoxButtons::Ok);
     return false;

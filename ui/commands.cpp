@@ -137,7 +137,7 @@ void saveCameraImage() {
 
 void saveMaps() {
     ensureSessionFolder(dataFolders);
-    if (!processUnderWay()) return static_cast<void>(saveMapFiles());
+    if (!processUnderWay()) return static_cast<void>(saveMapsAgain());
     // A box would hold the process where it is, with the laser on; a scan saves at its end again.
     if (!saveMapFilesQuietly()) showInformation("File saving error. New folder will be made.");
 }
@@ -320,6 +320,7 @@ void mapSample(bool (*prepare)(), void (*scan)()) {
 }
 
 void onCommand(int id) {
+    liveViewState.noticeStands = false;
     for (const Command& command : commands) {
         if (command.id != id || !mayHappen(command.duringProcess, command.duringMove)) continue;
         if (command.logged) logEvent(std::string("Command: ") + command.logged);

@@ -10,6 +10,7 @@
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "session/message_box.h"
+#include "session/process.h"
 
 #include <iterator>
 #include <optional>
@@ -71,6 +72,7 @@ void chooseScanOptions() {
 void onScanOptionsCommand(int id) {
     if (askingBack) return;
     resetIdle();
+    if (id == idSet && processUnderWay()) return refuseForProcess(); // begun from another window
     if (id == idSet) takeOver();
     if (id == idCloseDialog) endDialog();
 }

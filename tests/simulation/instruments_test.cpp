@@ -184,7 +184,7 @@ TEST_F(InstrumentRun, AScanGoesOnWithItsOwnInstrumentOrNotAtAll) {
          });
     for (int i = 0; i < 3; ++i) answer("There are no two pictures to compare. ", BoxAnswer::Yes);
     answer("No SourceMeter devices found via USB", BoxAnswer::Ok);
-    when([=] { return refused("the scan's instrument is not connected: USB Sourcemeter"); },
+    when([=] { return refused("the scan's instrument does not answer: USB Sourcemeter"); },
          [=] {
              EXPECT_EQ(scanArea.scanStep, 5.0);
              applyLabFaults("");
@@ -209,6 +209,33 @@ TEST_F(InstrumentRun, AScanGoesOnWithItsOwnInstrumentOrNotAtAll) {
     EXPECT_EQ(biasInScan, bias);
     EXPECT_EQ(labBiasVolts(), 0.0);
     EXPECT_EQ(contentOf(file), "");
+}
+
+// A kind that is only selected is no instrument that measures: its zeros would take the journal's
+// place.
+TEST_F(InstrumentRun, AScanDoesNotGoOnWithAnInstrumentThatIsOff) {
+    const std::string file = "KST_Data/Journal/journal0.txt";
+    choose(kindGpibMultimeter, 2.5);
+    std::string onDisk;
+    when([] { return textIn(Field::Progress) == "Mapping: 50% done"; },
+         [&] { onDisk = contentOf(file); });
+    runProgramOver(20, 15);
+    writeDesktopFile(file, onDisk);
+    applyLabFaults("multimeter absent");
+    scanMap = {};
+    answerOthers = [](const ShownBox& box) {
+        return box.text.starts_with("There are no two") ? BoxAnswer::Yes : BoxAnswer::Ok;
+    };
+    when([] { return timerRuns(); },
+         [] {
+             postCommand(idContinueScan);
+             when([] { return !toolWindows.empty(); },
+                  [] { postCall([] { onToolCommand(toolWindows.back(), idContinueConfirm); }); });
+         });
+    when([] { return textIn(Field::Information).starts_with("Not continued"); },
+         [] { post(messageClose); });
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_EQ(contentOf(file), onDisk);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, InstrumentMapTest, testing::ValuesIn(instruments),

@@ -3,6 +3,7 @@
 #include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
+#include "camera/camera.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
 #include "mapping/scan_area.h"
@@ -320,10 +321,13 @@ TEST_F(ScanTest, JournalBringsBackWhatAPowerCutTook) {
     wallTime.day += 1;
     scanMap = {};
     std::string notice;
+    applyLabFaults("camera absent"); // whose text comes ten times a second
     when([] { return timerRuns(); },
          [&] {
-             notice = textIn(Field::Information);
-             postCommand(idRecoverScan);
+             in(3000, [&] {
+                 notice = textIn(Field::Information);
+                 postCommand(idRecoverScan);
+             });
          });
     when([] { return textIn(Field::Information).starts_with("Recovered: 36 of "); },
          [] { post(messageClose); });
@@ -453,7 +457,7 @@ TEST_F(ScanTest, KeepsTheJournalOfAScanThatDoesNotGoOn) {
              [] { in(1000, [] { post(messageClose); }); });
     });
     EXPECT_EQ(runProgram(1), 0);
-    EXPECT_EQ(labCounters().analogReads, readings);
+    EXPECT_EQ(labCounters().analogReads, readings + 1) << "whether the board answers";
     EXPECT_EQ(SavedMap().condition("Outcome"), "declined");
     const std::optional<JournaledScan> kept = readScanJournal(leftJournals().front());
     ASSERT_TRUE(kept);
@@ -472,6 +476,11 @@ TEST_F(ScanTest, GoesOnWithoutAJournal) {
         writeDesktopFile("KST_Data/Journal/journal0.txt", newer);
         refusedFile = refused ? "Journal" : "";
         testing::internal::CaptureStdout();
+        when([] { return textIn(Field::Progress).starts_with("Mapping: 50% done"); },
+             [=] {
+                 EXPECT_EQ(textIn(Field::Progress),
+                           refused ? "Mapping: 50% done, no journal" : "Mapping: 50% done");
+             });
         runProgramOver(8, 6);
         const std::string said = testing::internal::GetCapturedStdout();
         refusedFile.clear();
@@ -484,6 +493,46 @@ TEST_F(ScanTest, GoesOnWithoutAJournal) {
         EXPECT_EQ(contentOf("KST_Data/Journal/journal0.txt"), newer);
         EXPECT_EQ(contentOf("KST_Data/Journal/journal1.txt"), "");
     }
+}
+
+// The journal has what the files have not, until they have it.
+TEST_F(ScanTest, SavingAgainEndsTheJournalOfAScanThatWasNotWritten) {
+    writeSettings(2.0, false);
+    for (const char* refused : {"Kestrel", ".gwy"}) {
+        SCOPED_TRACE(refused);
+        prepareWorld();
+        writeSettings(2.0, false);
+        refusedFile = refused;
+        answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
+        bool kept = false;
+        when([] { return textIn(Field::StartButton) == "Start" && scanMap.saveCount == 1; },
+             [&] {
+                 kept = leftJournals().size() == 1;
+                 refusedFile.clear();
+                 postCommand(idSaveMaps);
+             });
+        runProgramOver(8, 6);
+        EXPECT_TRUE(kept);
+        EXPECT_EQ(leftJournals().size(), 0u);
+        EXPECT_EQ(textIn(Field::Information).find("Not written"), std::string::npos);
+    }
+}
+
+TEST_F(ScanTest, TellsTheCameraAsItWasAndWhatChanged) {
+    writeSettings(2.0, true);
+    when([] { return mainWindow != nullptr; }, [] { cameraState.gain = 100; }); // dB; it has 36
+    afterReadings(20, [] {
+        setField(Field::Gain, "20");
+        postCommand(idGain);
+        postCommand(idBlueOnly);
+    });
+    runProgramOver(12, 10);
+    const SavedMap saved;
+    EXPECT_EQ(saved.condition("Camera gain"), "36");
+    EXPECT_EQ(saved.condition("Camera gain at the end"), "20");
+    EXPECT_EQ(saved.condition("Blue only"), "no");
+    EXPECT_EQ(saved.condition("Blue only at the end"), "yes");
+    EXPECT_EQ(saved.condition("Camera exposure at the end"), "");
 }
 
 TEST_F(ScanTest, StopKeepsThePointsMeasuredSoFar) {

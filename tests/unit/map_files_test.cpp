@@ -81,19 +81,16 @@ TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
     EXPECT_EQ(shownBoxes.back().caption, "Image save Process");
-    EXPECT_EQ(dataFolders.sessionFolderMade, 0);
-    wallTime.minute++;
-    saveMapFiles();
+    const std::string another = "KST_Data/260307_14-05(1)/"; // the minute has not changed
     EXPECT_EQ(filesOnDesktop(),
-              (std::vector<std::string>{"KST_Data/", folder, folder + "Kestrel" + grid,
-                                        "KST_Data/260307_14-06/",
-                                        "KST_Data/260307_14-06/Kestrel" + grid}));
+              (std::vector<std::string>{"KST_Data/", another, another + "Kestrel" + grid, folder,
+                                        folder + "Kestrel" + grid}));
     // As after a second scan of the same grid: nothing may be lost.
     wallTime.minute++;
     scanMap.maps[planePhotocurrent][0][0] = 7.0f;
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
-    EXPECT_TRUE(contentOf("KST_Data/260307_14-07/Kestrel" + grid).starts_with("7.000000,"));
+    EXPECT_TRUE(contentOf("KST_Data/260307_14-06/Kestrel" + grid).starts_with("7.000000,"));
 }
 
 TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
@@ -113,8 +110,8 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     saveMapFiles();
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
-    const std::string second = "Lumascan(1)(2X3)Step2.0um LaserIntensity30.0 Bias0.5V.gwy";
-    const GwyContent file = readGwy(contentOf(folder + second));
+    const std::string name = "(2X3)Step2.0um LaserIntensity30.0 Bias0.5V";
+    const GwyContent file = readGwy(contentOf("KST_Data/260307_14-05(1)/Lumascan" + name + ".gwy"));
     const auto amperes = [](float uA) { return static_cast<double>(uA) * 1e-6; };
     EXPECT_EQ(file.arrays.at("/0/data data"),
               (std::vector<double>{amperes(1.5f), amperes(-1e-9f), 0, 0, amperes(9.9e37f),
@@ -123,15 +120,26 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     EXPECT_DOUBLE_EQ(file.numbers.at("/0/data xoff"), 102.5e-6);
     EXPECT_DOUBLE_EQ(file.numbers.at("/0/data yoff"), 25e-6); // minus (-40 + 10 + 2 * 2 + 1)
     EXPECT_DOUBLE_EQ(file.numbers.at("/0/data yreal"), 6e-6);
-    EXPECT_EQ(file.texts.at("/0/meta Text file"), "not written");
+    EXPECT_EQ(file.texts.at("/0/meta Text file"), "Kestrel" + name + ".txt");
 
     // A failure is said, behind what was said before, and leaves nothing half written.
     showInformation("Mapping finished");
     wallTime.minute++;
     refusedFile = ".gwy";
+    answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
     EXPECT_EQ(textIn(Field::Information), "Mapping finished. Not written: the map's .gwy file");
-    EXPECT_EQ(filesOnDesktop().size(), 2u + 3u + 2u);
+    EXPECT_EQ(filesOnDesktop().size(), 1u + 3u + 3u + 2u);
+}
+
+// A part of a map looks like one.
+TEST_F(MapFilesTest, AMapThatIsNotWrittenWholeIsRemoved) {
+    confocalEnabled = 0;
+    diskFull = true;
+    answer("File saving error", BoxAnswer::Ok);
+    saveMapFiles();
+    diskFull = false;
+    EXPECT_EQ(filesOnDesktop(), (std::vector<std::string>{"KST_Data/", folder}));
 }
 
 TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {
