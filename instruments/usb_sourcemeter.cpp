@@ -141,7 +141,7 @@ SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
             ":OUTP ON",
         };
         if (!sendAll(current, lines)) return {};
-        if (const SourceAnswer answer = answerToLines(current); !answer.taken()) return answer;
+        if (SourceAnswer answer = answerToLines(current); !answer.taken()) return answer;
     }
     source = {true, voltage, limit};
     limitTaken = limit;

@@ -86,14 +86,14 @@ bool placesAccepted(const Found& found, const AxisNames& proposed, const AxisNam
 AxisNames namesOfAxes(const std::vector<FoundController>& found, int32_t order) {
     const size_t* deviceOf = deviceOfAxis[order >= 0 && order <= 4 ? order : 5];
     const AxisNames kept = readKept();
-    const AxisNames known = byName(found, kept, deviceOf);
+    AxisNames known = byName(found, kept, deviceOf);
     const bool allThere = std::all_of(kept.begin(), kept.end(),
                                       [&](const auto& name) { return contains(found, name); });
     const bool nobodyElse = std::all_of(found.begin(), found.end(), [&](const auto& controller) {
         return isKnown(kept, controller.name);
     });
     if (allThere || nobodyElse) return known;
-    const AxisNames proposed = byPlace(found, deviceOf);
+    AxisNames proposed = byPlace(found, deviceOf);
     const bool first = kept == AxisNames{} && found.size() == axisCount &&
                        std::all_of(found.begin(), found.end(),
                                    [](const auto& each) { return !each.name.empty(); });
