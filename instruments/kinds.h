@@ -64,6 +64,24 @@ struct InstrumentKind {
 const InstrumentKind& instrumentKind(int32_t kind);
 bool isInstrumentKind(int32_t kind);
 
+// A source is told apart by its kind and its address: another one of the same kind is not the one
+// that has a bias.
+using Place = std::pair<int32_t, std::string>;
+
+enum class BiasState {
+    Off,
+    On,     // what the source was last told
+    Unsure, // it may have one, and has not taken what it was last told
+};
+
+struct SourceBias {
+    BiasState state = BiasState::Off; // of the selected source
+    float volts = 0.0f;               // V; what it was last told to put on
+    // Others that got a bias and have not taken 0 V since, in this run or an earlier one.
+    std::set<Place> leftElsewhere;
+    std::string onFile; // all that may have one, as Options.ini has it or was tried to be told
+};
+
 struct InstrumentLink {
     int32_t ammeterKind = kindArduino;
     int32_t gpibAddress = 18; // primary address
@@ -75,19 +93,10 @@ struct InstrumentLink {
     uint32_t visaResourceManager = 0;
     uint32_t scopeInstrument = 0;
     float biasVoltage = 0.0f;     // V; as the dialog says
-    float appliedVoltage = 0.0f;  // V; what the selected instrument was last told to put on
     float currentLimit = 0.0001f; // A
     std::string openedAt;         // the address at which the selected one was looked for
     bool opened = false;          // and found
-    // Sources that got a bias and have not taken 0 V since, by kind and address, in this run or an
-    // earlier one; and whether the dialog says what the selected one has.
-    std::set<std::pair<int32_t, std::string>> mayBeBiased;
-    std::string biasOnFile; // these as Options.ini has them, or was tried to be told
-    bool biasHeard = true;
-    bool biasMissed = false;      // a bias was not heard since biasNotTaken was asked
-    std::string biasRefused;      // the first refusal of one since then
-    bool readingAnswered = false; // the last one
-    bool readingAtLimit = false;  // one of those since biasWasLimited was asked
+    SourceBias bias;
 };
 
 extern InstrumentLink instrumentLink;

@@ -49,6 +49,7 @@ struct ScanPlace {
 };
 
 ScanReport report;
+BiasWatch biasWatch;
 ScanPace pace(0, 0, 0.0);
 
 bool movesTheStage = false;
@@ -116,7 +117,8 @@ RowStart goToRow(const ScanPlace& place, double y) {
     const double runIn = runInOf(scanMap.conditions->options, scanArea.scanStep);
     const double runInX = place.startX - runIn;
     if (!moveXYTo(runInX, y, motorSpeed)) showProgress("Motor range limited");
-    readPhotocurrent(); // discarded: the instrument may still hold the value of the last row
+    biasWatch.read(
+        readPhotocurrent()); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.
     const bool ranIn = hasComeTo(stageX, runInX);
     row.soundFromX = ranIn ? place.startX : stageX.positionUm + runIn;
@@ -169,6 +171,7 @@ std::optional<PointReading> readPoint() {
         }
         if (stopRequested) return {};
         const Reading reading = readPhotocurrent();
+        biasWatch.read(reading);
         if (reading.overloaded) return PointReading{.mean = reading, .overloaded = true};
         if (!reading.answered)
             return PointReading{static_cast<float>(mean), deviation(count), false};
@@ -517,10 +520,12 @@ void scanFrom(const LeftJournal* left) {
     showInformation("Moving to starting point");
     setField(Field::Remaining, "");
     report = {};
+    biasWatch = {};
     pace = ScanPace(0, 0, 0.0);
     ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
     const auto limit = static_cast<double>(instrumentLink.currentLimit);
-    applyBias(static_cast<double>(instrumentLink.biasVoltage), limit);
+    const auto volts = static_cast<double>(instrumentLink.biasVoltage);
+    biasWatch.told(volts, applyBias(volts, limit));
     if (left)
         beginContinuation(place, *left);
     else
@@ -547,7 +552,7 @@ void scanFrom(const LeftJournal* left) {
     if (goes && !axisThatIsOut()) scanAllRows(place);
     if (goes) endIfAxisIsOut();
     if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
-    report.bias = biasTrouble(); // while it is on
+    report.bias = biasWatch.words(); // while it is on
     report.journalLost = journalIsBroken();
     noteEnd(declined                                    ? ProcessEnd::Declined
             : !report.endedBy.empty() && !stopRequested ? ProcessEnd::Stopped

@@ -34,7 +34,7 @@ struct ScanReport {
     std::string
         endedBy;       // what ended it that was no operator: an axis and why, the computer's sleep
     std::string focus; // what befell Z, and in which row it was seen
-    std::string bias;  // what went wrong with it, as biasTrouble() says it
+    std::string bias;  // what went wrong with it, as BiasWatch::words() says it
     bool swingFailed = false; // before the first row
     bool stayedAway = false;  // the stage did not come back
     bool journalLost = false; // at least in part

@@ -22,7 +22,6 @@ constexpr float rangeLowest = 0.01f; // V
 constexpr float rangeHighest = 10.0f;
 constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no number
 constexpr uint32_t settleMs = 10;         // between bias and reading
-constexpr double microamperesPerAmpere = 1e6;
 
 float stepFromEdit(SweepRecord& record) {
     const std::optional<float> typed = typedNumber(windowText(record.valueEdit, editCapacity));
@@ -45,14 +44,13 @@ float voltageAt(const SweepRecord& record, int32_t index, float step) {
 bool measurePoint(SweepRecord& record, float voltage, Missed& missed) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
-    stepBias(static_cast<double>(voltage), static_cast<double>(instrumentLink.currentLimit));
+    const auto volts = static_cast<double>(voltage);
+    missed.bias.told(volts, stepBias(volts, static_cast<double>(instrumentLink.currentLimit)));
     waitResponsive(settleMs);
     if (stopRequested) return false;
-    const Reading reading = noteReading(usbSourcemeterRead());
-    if (!reading.answered) ++missed.readings;
-    if (reading.overloaded) ++missed.overloads;
-    record.yValues[i] =
-        static_cast<float>(static_cast<double>(reading.value) * microamperesPerAmpere);
+    const Reading reading = readInstrument(instrumentKind(kindUsbSourcemeter));
+    missed.count(reading);
+    record.yValues[i] = reading;
     journalSample(voltage, record.yValues[i]);
     formatInto(record.text, "V=%f,I=%f", static_cast<double>(voltage),
                static_cast<double>(record.yValues[i]));

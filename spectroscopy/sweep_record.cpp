@@ -31,13 +31,19 @@ void showEndMessage(const SweepRecord& record, const char* message) {
     if (plot.context) drawText(plot.context, 15, 45, message, black, false);
 }
 
+void Missed::count(const Reading& reading) {
+    bias.read(reading);
+    readings += !reading.answered;
+    overloads += reading.overloaded;
+}
+
 void endBias(SweepRecord& record, const char* name, const Missed& missed) {
     std::string trouble;
     for (auto [count, what] : {std::pair(missed.lights, "No laser board"),
                                {missed.readings, "No reading"},
                                {missed.overloads, "Overload"}})
         if (count > 0) trouble += formatted(". %s: %d of %d", what, count, record.currentIndex);
-    trouble += sleepTrouble() + biasTrouble(); // before the bias goes
+    trouble += sleepTrouble() + missed.bias.words(); // before the bias goes
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
     record.trouble = trouble;
     if (!trouble.empty()) showInformation((name + trouble).c_str());

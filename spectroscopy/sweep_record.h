@@ -2,6 +2,7 @@
 // evolution.
 #pragma once
 
+#include "instruments/bias.h"
 #include "mapping/scan_map.h"
 #include "platform/clock.h"
 #include "platform/window_handle.h"
@@ -43,11 +44,13 @@ extern SweepRecord sweepRecord;
 // there is kept.
 void allocateSweep(SweepRecord& record);
 
-// What a measurement lacks, in samples.
+// What a measurement lacks, in samples, and what it learns of its bias.
 struct Missed {
     int32_t readings = 0;  // that nobody answered
     int32_t overloads = 0; // beyond the instrument's range
     int32_t lights = 0;    // with no board that could have switched the laser
+    BiasWatch bias;
+    void count(const Reading& reading);
 };
 
 // Ends the bias of a measurement. Says in the information text behind `name` what it lacks and what

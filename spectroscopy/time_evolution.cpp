@@ -84,8 +84,7 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed&
         if (stopRequested) return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
         journalSample(record.extraValues[i], record.yValues[i]);
-        if (!reading.answered) ++missed.readings;
-        if (reading.overloaded) ++missed.overloads;
+        missed.count(reading);
         // As instrument it would not have answered.
         if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
@@ -97,8 +96,7 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed&
     return true; // the record is full: no time follows that this would offset
 }
 
-Missed recordCycles(SweepRecord& record) {
-    Missed missed;
+void recordCycles(SweepRecord& record, Missed& missed) {
     uint64_t offsetMs = 0;
     for (int32_t cycle = 0; cycle < record.repeatCount; ++cycle) {
         elapsedMs(true);
@@ -109,7 +107,6 @@ Missed recordCycles(SweepRecord& record) {
         if (!recordPhase(record, record.offTime, offsetMs, missed)) break;
     }
     setLaserLevel(0);
-    return missed;
 }
 
 } // namespace
@@ -128,9 +125,10 @@ bool measureTimeEvolution() {
     beginSweepJournal(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
-    applyBias(static_cast<double>(instrumentLink.biasVoltage),
-              static_cast<double>(instrumentLink.currentLimit));
-    const Missed missed = recordCycles(record);
+    const auto volts = static_cast<double>(instrumentLink.biasVoltage);
+    Missed missed;
+    missed.bias.told(volts, applyBias(volts, static_cast<double>(instrumentLink.currentLimit)));
+    recordCycles(record, missed);
     noteEnd(record, processEnd());
     endBias(record, "Time Evolution Measurement has completed", missed);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");

@@ -130,9 +130,9 @@ void apply() {
     logEvent(formatted("Camera aperture %d pixels", cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
-    applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
-    if (const std::string trouble = biasNotTaken(); !trouble.empty())
-        showInformation(trouble.substr(sizeof ". " - 1).c_str());
+    const SourceAnswer answer =
+        applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
+    if (!answer.taken()) showInformation(wordsOf(answer).c_str());
     setField(Field::UnitLabel, selectedInstrument().unit->label);
 }
 

@@ -436,7 +436,7 @@ TEST_F(InstrumentsTest, AReadingTellsThatItIsBeyondTheRange) {
         const Reading reading = readPhotocurrent();
         EXPECT_TRUE(reading.answered && reading.overloaded);
         EXPECT_FLOAT_EQ(reading.value, each.shown);
-        EXPECT_FALSE(biasWasLimited());
+        EXPECT_FALSE(reading.limited);
     }
     EXPECT_TRUE(isOverload(-9.91e37f)); // of the 2400 series
     EXPECT_TRUE(isOverload(NAN));
@@ -445,19 +445,22 @@ TEST_F(InstrumentsTest, AReadingTellsThatItIsBeyondTheRange) {
 TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
     link.ammeterKind = kindUsbSourcemeter;
+    constexpr const char* reached = ". Current limit reached";
     for (double limit : {1e-3, 2e-8, 1e-3}) {
-        applyBias(0.5, limit);
-        readPhotocurrent();
+        BiasWatch watch;
+        watch.told(0.5, applyBias(0.5, limit));
+        watch.read(readPhotocurrent());
         if (limit < 1e-3) applyBias(0.0, 1e-3); // only the reading has seen it
-        EXPECT_EQ(biasWasLimited(), limit < 1e-3);
+        EXPECT_EQ(watch.words(), limit < 1e-3 ? reached : "");
+        applyBias(0.5, 2e-8); // no reading has seen it: only the source knows
+        EXPECT_EQ(watch.words(), reached);
     }
-    applyBias(0.5, 2e-8); // no reading: only the source knows
-    EXPECT_TRUE(biasWasLimited());
     ASSERT_TRUE(gpibSourcemeterOpen(24));
     link.ammeterKind = kindGpibSourcemeter;
-    applyBias(0.5, 1e-4);
-    readPhotocurrent();
-    EXPECT_FALSE(biasWasLimited());
+    BiasWatch watch;
+    watch.told(0.5, applyBias(0.5, 1e-4));
+    watch.read(readPhotocurrent());
+    EXPECT_EQ(watch.words(), "");
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
 }
 
@@ -469,9 +472,9 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     ASSERT_TRUE(applyLabFaults("gpib error ibclr"));
     link.ammeterKind = kindGpibSourcemeter;
     connectInstrumentAtStart();
-    applyBias(0.5, 1e-4);
-    EXPECT_EQ(biasTrouble(), ". Bias not heard");
-    EXPECT_EQ(biasTrouble(), "");
+    BiasWatch watch;
+    watch.told(0.5, applyBias(0.5, 1e-4));
+    EXPECT_EQ(watch.words(), ". Bias not heard");
     link.biasVoltage = 0.5f;
     whileDialogOpen = [] { onConfigurationCommand(idSet); };
     configure();
@@ -480,8 +483,7 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     ASSERT_TRUE(applyLabFaults(""));
     link.gpibAddress = 24;
     connectInstrument(kindGpibSourcemeter);
-    applyBias(0.5, 1e-7); // with six decimals it would be 0, and refused
-    EXPECT_EQ(biasTrouble(), "");
+    EXPECT_TRUE(applyBias(0.5, 1e-7).taken()); // with six decimals it would be 0, and refused
     EXPECT_NEAR(labCurrentLimit(), 1e-7, 1e-12);
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
     EXPECT_EQ(limitText(1e-4) + ", " + limitText(1.5e-6), "0.000100, 1.5e-06");
@@ -504,16 +506,16 @@ TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
         SCOPED_TRACE(testing::Message() << each.kind << ", " << each.volts << " V");
         link.gpibAddress = each.kind == kindGpibSourcemeter ? 24 : 17;
         connectInstrument(each.kind);
-        applyBias(0.5, 1e-3);
-        EXPECT_EQ(biasTrouble(), "");
+        EXPECT_TRUE(applyBias(0.5, 1e-3).taken());
         EXPECT_TRUE(systemKeptAwake);
         link.biasVoltage = static_cast<float>(each.volts);
         link.currentLimit = static_cast<float>(each.limit);
         whileDialogOpen = [] { onConfigurationCommand(idSet); };
         configure();
         EXPECT_EQ(textIn(Field::Information), "Bias refused: "s + each.words);
-        applyBias(each.volts, each.limit);
-        EXPECT_EQ(biasTrouble(), ". Bias refused: "s + each.words);
+        BiasWatch watch;
+        watch.told(each.volts, applyBias(each.volts, each.limit));
+        EXPECT_EQ(watch.words(), ". Bias refused: "s + each.words);
         applyBias(0.0, each.limit);
         EXPECT_EQ(labBiasVolts(), 0.0) << "the screen says off of a bias that is on";
         EXPECT_EQ(biasLeftOn(), "");
