@@ -24,11 +24,14 @@ void show(const Notice& notice) {
 
 Reading readInstrument(const InstrumentKind& kind) {
     Reading reading = kind.read ? kind.read() : Reading{};
-    stayWhereTheProgramEnds(); // taken in the dark, perhaps
-    reading.overloaded |= reading.answered && isOverload(reading.value);
+    stayWhereTheProgramEnds();                                    // taken in the dark, perhaps
     constexpr double largest = std::numeric_limits<float>::max(); // an overload ends there
-    reading.value = static_cast<float>(
-        std::clamp(static_cast<double>(reading.value) * kind.readingScale, -largest, largest));
+    for (size_t i = 0; i < kind.channels.size(); ++i) {
+        float& value = reading.values[i];
+        reading.overloaded |= reading.answered && isOverload(value);
+        value = static_cast<float>(
+            std::clamp(static_cast<double>(value) * kind.channels[i].scale, -largest, largest));
+    }
     return reading;
 }
 

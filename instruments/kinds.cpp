@@ -21,6 +21,13 @@ constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "%.1fuA"};
 // The board's analog input gives volts; the window speaks of the current that they stand for.
 constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
 
+constexpr char mapPrefix[] = "Kestrel";
+constexpr Channel inVolts[] = {{"Photovoltage", &volts, mapPrefix, "Viridis"}};
+constexpr Channel inMicroamperes[] = {
+    {"Photocurrent", &microamperes, mapPrefix, "Viridis", microamperesPerAmpere}};
+constexpr Channel inAmperes[] = {{"Photocurrent", &amperes, mapPrefix, "Viridis"}};
+constexpr Channel inBoardVolts[] = {{"Photovoltage", &boardVolts, mapPrefix, "Viridis"}};
+
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
 
@@ -65,29 +72,28 @@ void closeScope() {
 const InstrumentKind kinds[equipmentKindCount] = {
     {
         .name = L"Arduino",
-        .unit = &boardVolts,
+        .channels = inBoardVolts,
         .overTheBoard = true,
         .read = [] { return laserAnalogRead(laserLink, 0, 1); },
     },
     {
         .name = L"NI-DAQ",
-        .unit = &boardVolts,
+        .channels = inBoardVolts,
         .failed = {"This equipment is not supported yet", "NI-DAQ Error"},
     },
     {
         .name = L"GPIB Multimeter",
-        .unit = &microamperes,
+        .channels = inMicroamperes,
         .address = busAddress,
         .open = openMultimeter,
         .connected = {"MultiMeter device connected", "GPIB Communication"},
         .failed = {"No MultiMeter devices found at GPIB", "GPIB Error"},
         .keptAtStart = true,
         .read = gpibMultimeterRead,
-        .readingScale = microamperesPerAmpere,
     },
     {
         .name = L"GPIB Sourcemeter",
-        .unit = &amperes,
+        .channels = inAmperes,
         .canSweep = true,
         .address = busAddress,
         .open = openGpibSourcemeter,
@@ -102,14 +108,13 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
     {
         .name = L"USB Sourcemeter",
-        .unit = &microamperes,
+        .channels = inMicroamperes,
         .canSweep = true,
         .open = usbSourcemeterOpen,
         .connected = {"SourceMeter device connected", "USB Communication"},
         .failed = {"No SourceMeter devices found via USB", "USB Error"},
         .failedAtStart = {"No SourceMeter devices via USB", "USB Error"},
         .read = usbSourcemeterRead,
-        .readingScale = microamperesPerAmpere,
         .beginAnew = usbSourcemeterBeginAnew,
         .applyBias = usbSourcemeterSetUp,
         .isLimited = usbSourcemeterIsLimited,
@@ -117,7 +122,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
     {
         .name = L"Tektronix Oscilloscope",
-        .unit = &volts,
+        .channels = inVolts,
         .open = openScope,
         .connected = {"Tektronics devices connected via USB", "Oscilloscope Connected"},
         .failed = noScope,
@@ -127,7 +132,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
     {
         .name = L"4200 PA Ethernet",
-        .unit = &amperes,
+        .channels = inAmperes,
         .canSweep = true,
         .usesNetworkAddress = true,
         .address = networkAddress,
@@ -143,7 +148,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
     {
         .name = L"4200 PA GPIB",
-        .unit = &amperes,
+        .channels = inAmperes,
         .address = busAddress,
         .open = [](double) { return openAnalyzer(analyzerGpib); },
         .openAtStart = openNetworkAnalyzer, // the bus is opened by "Initialize"
@@ -156,9 +161,13 @@ const InstrumentKind kinds[equipmentKindCount] = {
     },
 };
 
-const InstrumentKind none{.name = L"none", .unit = &boardVolts};
+const InstrumentKind none{.name = L"none", .channels = inBoardVolts};
 
 } // namespace
+
+const Channel& mainChannel(int32_t kind) {
+    return instrumentKind(kind).channels.front();
+}
 
 bool isInstrumentKind(int32_t kind) {
     return kind >= 0 && kind < equipmentKindCount;

@@ -1,10 +1,12 @@
 // The kinds of instruments: one row each with all that the program knows of it.
 #pragma once
 
+#include "instruments/channel.h"
 #include "instruments/reading.h"
 
 #include <cstdint>
 #include <set>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -25,19 +27,10 @@ struct Notice {
     const char* caption;
 };
 
-// What a reading means, as it stands in the maps.
-struct Unit {
-    const char* name;        // the true unit of a reading: "V", "uA" or "A"
-    double perReading;       // times the reading it is in the SI's unit
-    const char* si;          // that unit: "A" or "V"
-    const char* label;       // beside the measured value in the control column
-    const char* scaleFormat; // of the numbers at the colour bar
-};
-
 struct InstrumentKind {
     const wchar_t* name = L"";
-    const Unit* unit;
-    bool canSweep = false; // its source sets the bias of the I-V sweep
+    std::span<const Channel> channels; // at least one: the first is the photocurrent
+    bool canSweep = false;             // its source sets the bias of the I-V sweep
     bool overTheBoard = false;
     bool usesNetworkAddress = false;
     std::string (*address)() = nullptr; // where it is looked for; null where there is but one place
@@ -49,8 +42,7 @@ struct InstrumentKind {
     Notice failedAtStart{};   // where it is not `failed`
     bool keptAtStart = false; // selected also when it does not open then; else kind 0 is
     // Null, or what has nothing to do.
-    Reading (*read)() = nullptr; // in the instrument's unit
-    double readingScale = 1.0;   // makes `unit` of it
+    Reading (*read)() = nullptr; // in the instrument's own units
     // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is
     // set again.
     void (*beginAnew)() = nullptr;
@@ -59,6 +51,9 @@ struct InstrumentKind {
     std::string (*identity)() = nullptr; // what it answered to "*IDN?" when it was opened
     void (*close)() = nullptr;           // after its bias was taken off
 };
+
+// The first channel of a kind.
+const Channel& mainChannel(int32_t kind);
 
 // The row of a kind. A number that names none has a row without an instrument.
 const InstrumentKind& instrumentKind(int32_t kind);

@@ -235,7 +235,9 @@ Reading laserAnalogRead(LaserLink& link, int pin, int n) {
     // A reply of one character counts as 0: it may be the rest of a longer one.
     const bool number = reply && std::sscanf(reply, "%d", &raw) == 1;
     if (!number || std::strlen(reply) < 2) raw = 0;
-    Reading reading{static_cast<float>(raw * converterStepVolts), number && link.replied};
+    Reading reading;
+    reading.values[0] = static_cast<float>(raw * converterStepVolts);
+    reading.answered = number && link.replied;
     reading.overloaded = reading.answered && raw >= converterHighest;
     return reading;
 }

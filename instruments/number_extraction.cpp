@@ -37,6 +37,6 @@ Reading extractNumber(const char* reply, size_t length, ReplyKind kind) {
     }
     Reading reading;
     keepDecimalPoint();
-    reading.answered = std::sscanf(kept, "%f", &reading.value) == 1;
+    reading.answered = std::sscanf(kept, "%f", &reading.values[0]) == 1;
     return reading;
 }

@@ -1,17 +1,23 @@
 // What came of asking an instrument for a value, and of telling a source a bias.
 #pragma once
 
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <string>
 
+constexpr size_t mostChannels = 6;
+
 struct Reading {
-    float value = 0.0f;    // 0 when no number came
+    // By the channels of the instrument's kind, all of one moment; 0 where no number came.
+    std::array<float, mostChannels> values{};
     bool answered = false; // the instrument was reached and its reply held a number
     bool limited = false;  // the current was at the source's limit
     // Beyond what the instrument can measure: the value is its sign for that.
     bool overloaded = false;
 
-    operator float() const { return value; }
+    float value() const { return values[0]; }
+    operator float() const { return value(); }
 };
 
 struct SourceAnswer {

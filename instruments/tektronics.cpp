@@ -148,7 +148,7 @@ Reading scopeRead(ViSession scopeInstrument) {
     char* end = nullptr;
     Reading reading;
     keepDecimalPoint();
-    reading.value = static_cast<float>(std::strtod(reply.c_str(), &end));
+    reading.values[0] = static_cast<float>(std::strtod(reply.c_str(), &end));
     reading.answered = asked && read && end != reply.c_str();
     if (reading.answered) forgetRefusal(deviceName);
     return reading;

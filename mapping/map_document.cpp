@@ -19,7 +19,7 @@ std::string placeUm(double um) {
 }
 
 const Unit& unitOf(const ScanConditions& scan) {
-    return *instrumentKind(scan.ammeterKind).unit;
+    return *mainChannel(scan.ammeterKind).unit;
 }
 
 // What an instrument says of itself may hold any byte.
@@ -134,13 +134,13 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
 }
 
 // A channel of the file. Another one takes a line in the table; a map that is empty is left out.
-struct Channel {
+struct FileChannel {
     const char* title;
     const char* palette;
     bool ofCamera; // a plain number; a reading otherwise
     const Map& (*cellsOf)(const ScanMap&);
 };
-constexpr Channel channelTable[] = {
+constexpr FileChannel channelTable[] = {
     {"Photocurrent", "Viridis", false, [](const ScanMap& m) -> const Map& { return m.maps[0]; }},
     {"Confocal red", "RGB-Red", true, [](const ScanMap& m) -> const Map& { return m.maps[1]; }},
     {"Confocal green", "RGB-Green", true, [](const ScanMap& m) -> const Map& { return m.maps[2]; }},
@@ -153,16 +153,16 @@ bool isKnown(PointMark mark, bool ofCamera) {
     return mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
 }
 
-GwyChannel channelOf(const ScanMap& map, const Channel& source) {
+GwyChannel channelOf(const ScanMap& map, const FileChannel& source) {
     const Map& cells = source.cellsOf(map);
     const Unit& unit = unitOf(*map.conditions);
-    const double factor = source.ofCamera ? 1.0 : unit.perReading;
+    const double factor = source.ofCamera ? 1.0 : unit.perValue;
     GwyChannel channel;
     channel.title = source.title;
     channel.palette = source.palette;
     if (!source.ofCamera) channel.unit = unit.si;
-    if (&cells == &map.maps[planePhotocurrent] && channel.unit == "V")
-        channel.title = "Photovoltage";
+    if (&cells == &map.maps[planePhotocurrent])
+        channel.title = mainChannel(map.conditions->ammeterKind).title;
     const size_t rows = cells.empty() ? 0 : cells.front().size();
     channel.values.reserve(cells.size() * rows);
     channel.unmeasured.reserve(cells.size() * rows);
@@ -235,7 +235,7 @@ GwyFrame frameOf(const ScanConditions& scan) {
 
 std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
     std::vector<GwyChannel> channels;
-    for (const Channel& source : channelTable)
+    for (const FileChannel& source : channelTable)
         if ((!source.ofCamera || map.conditions->confocal) && !source.cellsOf(map).empty())
             channels.push_back(channelOf(map, source));
     if (!channels.empty()) channels.front().conditions = conditionsOf(map, textFiles);

@@ -203,7 +203,7 @@ void drawColourBarOn(ContextHandle target) {
 }
 
 void drawScaleLabelsOn(ContextHandle target) {
-    const char* format = instrumentKind(mapConditions().ammeterKind).unit->scaleFormat;
+    const char* format = mainChannel(mapConditions().ammeterKind).unit->scaleFormat;
     const auto label = [format](float value) {
         return formatted(format, static_cast<double>(value));
     };

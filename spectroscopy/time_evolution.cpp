@@ -154,7 +154,7 @@ bool save(const SweepRecord& record, int32_t& number, bool quietly) {
                        {"Samples", formatted("%d", record.currentIndex)},
                        {"Room for samples", std::to_string(record.yValues.size())},
                        {"Units of the text file",
-                        formatted("s, %s", instrumentKind(record.setUp.ammeterKind).unit->name)}}},
+                        formatted("s, %s", mainChannel(record.setUp.ammeterKind).unit->name)}}},
                      quietly);
 }
 

@@ -474,7 +474,7 @@ void fillControlColumn() {
     handState.picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, selectedInstrument().unit->label);
+    setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
     checkRadio(idLaserView, idSampleView, idSampleView);
     refreshPositions();
     focusMainWindow();

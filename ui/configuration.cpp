@@ -133,7 +133,7 @@ void apply() {
     const SourceAnswer answer =
         applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
     if (!answer.taken()) showInformation(wordsOf(answer).c_str());
-    setField(Field::UnitLabel, selectedInstrument().unit->label);
+    setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
 }
 
 // --- Devices -------------------------------------------------------------------------------------

@@ -131,7 +131,7 @@ bool takeOverChosen() {
     if (!takeOverScan(std::move(*chosen.scan))) return false;
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, selectedInstrument().unit->label);
+    setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
     return true;
 }
 

@@ -400,7 +400,7 @@ TEST_F(InstrumentsTest, AReadingTellsWhetherItWasAnswered) {
             EXPECT_TRUE(readPhotocurrent().answered);
             ASSERT_TRUE(applyLabFaults(fault));
             const Reading silent = readPhotocurrent();
-            EXPECT_EQ(silent.value, 0.0f);
+            EXPECT_EQ(silent.value(), 0.0f);
             EXPECT_FALSE(silent.answered);
         }
     }
@@ -435,7 +435,7 @@ TEST_F(InstrumentsTest, AReadingTellsThatItIsBeyondTheRange) {
         ASSERT_TRUE(applyLabFaults(each.fault));
         const Reading reading = readPhotocurrent();
         EXPECT_TRUE(reading.answered && reading.overloaded);
-        EXPECT_FLOAT_EQ(reading.value, each.shown);
+        EXPECT_FLOAT_EQ(reading.value(), each.shown);
         EXPECT_FALSE(reading.limited);
     }
     EXPECT_TRUE(isOverload(-9.91e37f)); // of the 2400 series

@@ -52,8 +52,9 @@ private:
         std::vector<Taken> taken;
         const auto collect = [&](const auto& log, auto value) {
             for (size_t i = log.size(); i > 0 && log[i - 1].timeMs >= timeMs; --i)
-                taken.push_back({log[i - 1].timeMs, log[i - 1].sampleX, log[i - 1].sampleY,
-                                 log[i - 1].*value * selectedInstrument().readingScale});
+                taken.push_back(
+                    {log[i - 1].timeMs, log[i - 1].sampleX, log[i - 1].sampleY,
+                     log[i - 1].*value * mainChannel(instrumentLink.ammeterKind).scale});
         };
         if (ofBoard())
             collect(labReads(), &LabRead::volts);

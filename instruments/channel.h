@@ -1,0 +1,19 @@
+// What the values of a reading are: an instrument lists its channels, a map has a plane for each.
+#pragma once
+
+// What a number means, as it stands in the maps.
+struct Unit {
+    const char* name;        // the true unit of a value: "V", "uA" or "A"
+    double perValue;         // times the value it is in the SI's unit
+    const char* si;          // that unit: "A" or "V"
+    const char* label;       // beside the measured value in the control column
+    const char* scaleFormat; // of the numbers at the colour bar
+};
+
+struct Channel {
+    const char* title; // of its plane
+    const Unit* unit;
+    const char* filePrefix; // of its text file
+    const char* palette;    // by Gwyddion's name
+    double scale = 1.0;     // makes the unit's value of the instrument's own
+};
