@@ -11,9 +11,12 @@ struct Unit {
 };
 
 struct Channel {
+    const char* name;  // among those of its instrument; empty for the only one
     const char* title; // of its plane
     const Unit* unit;
-    const char* filePrefix; // of its text file
-    const char* palette;    // by Gwyddion's name
-    double scale = 1.0;     // makes the unit's value of the instrument's own
+    const char* filePrefix;  // of its text file
+    const char* pictureName; // of its numbered picture
+    const char* palette;     // by Gwyddion's name
+    double scale = 1.0;      // makes the unit's value of the instrument's own
+    bool averaged = true; // over the readings of a point; another one follows from those that are
 };

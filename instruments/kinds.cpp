@@ -21,12 +21,14 @@ constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "%.1fuA"};
 // The board's analog input gives volts; the window speaks of the current that they stand for.
 constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
 
-constexpr char mapPrefix[] = "Kestrel";
-constexpr Channel inVolts[] = {{"Photovoltage", &volts, mapPrefix, "Viridis"}};
-constexpr Channel inMicroamperes[] = {
-    {"Photocurrent", &microamperes, mapPrefix, "Viridis", microamperesPerAmpere}};
-constexpr Channel inAmperes[] = {{"Photocurrent", &amperes, mapPrefix, "Viridis"}};
-constexpr Channel inBoardVolts[] = {{"Photovoltage", &boardVolts, mapPrefix, "Viridis"}};
+// The only channel of an instrument, and the first of each.
+constexpr Channel mapOf(const char* title, const Unit& unit, double scale = 1.0) {
+    return {"", title, &unit, "Kestrel", "KST", "Viridis", scale};
+}
+constexpr Channel inVolts[] = {mapOf("Photovoltage", volts)};
+constexpr Channel inMicroamperes[] = {mapOf("Photocurrent", microamperes, microamperesPerAmpere)};
+constexpr Channel inAmperes[] = {mapOf("Photocurrent", amperes)};
+constexpr Channel inBoardVolts[] = {mapOf("Photovoltage", boardVolts)};
 
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};

@@ -125,44 +125,28 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
         scan.options.looksEarly ? "as soon as it can be there" : "every 50 ms");
     add("Readings of a point", formatted("%d, their mean", scan.options.readingsPerPoint));
     addOutcome(lines, map);
-    constexpr const char* names[] = {"Text file", "Text file of red", "Text file of green",
-                                     "Text file of blue"};
-    for (size_t plane = 0; plane < textFiles.size(); ++plane)
-        add(names[plane], textFiles[plane].empty() ? "not written" : fileNameOf(textFiles[plane]));
+    auto textFile = textFiles.begin();
+    for (const Plane& plane : planesOf(map)) {
+        if (!*plane.filePrefix || textFile == textFiles.end()) continue;
+        const std::string name = plane.name.empty() ? "Text file" : "Text file of " + plane.name;
+        lines.emplace_back(name, textFile->empty() ? "not written" : fileNameOf(*textFile));
+        ++textFile;
+    }
     add("Unit of the text file", unitOf(scan).name);
     return lines;
 }
-
-// A channel of the file. Another one takes a line in the table; a map that is empty is left out.
-struct FileChannel {
-    const char* title;
-    const char* palette;
-    bool ofCamera; // a plain number; a reading otherwise
-    const Map& (*cellsOf)(const ScanMap&);
-};
-constexpr FileChannel channelTable[] = {
-    {"Photocurrent", "Viridis", false, [](const ScanMap& m) -> const Map& { return m.maps[0]; }},
-    {"Confocal red", "RGB-Red", true, [](const ScanMap& m) -> const Map& { return m.maps[1]; }},
-    {"Confocal green", "RGB-Green", true, [](const ScanMap& m) -> const Map& { return m.maps[2]; }},
-    {"Confocal blue", "RGB-Blue", true, [](const ScanMap& m) -> const Map& { return m.maps[3]; }},
-    {"Standard deviation", "Gray", false,
-     [](const ScanMap& m) -> const Map& { return m.deviation; }},
-};
 
 bool isKnown(PointMark mark, bool ofCamera) {
     return mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
 }
 
-GwyChannel channelOf(const ScanMap& map, const FileChannel& source) {
-    const Map& cells = source.cellsOf(map);
-    const Unit& unit = unitOf(*map.conditions);
-    const double factor = source.ofCamera ? 1.0 : unit.perValue;
+GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
+    const Map& cells = map.maps[plane.map];
+    const double factor = plane.unit ? plane.unit->perValue : 1.0;
     GwyChannel channel;
-    channel.title = source.title;
-    channel.palette = source.palette;
-    if (!source.ofCamera) channel.unit = unit.si;
-    if (&cells == &map.maps[planePhotocurrent])
-        channel.title = mainChannel(map.conditions->ammeterKind).title;
+    channel.title = plane.title;
+    channel.palette = plane.palette;
+    if (plane.unit) channel.unit = plane.unit->si;
     const size_t rows = cells.empty() ? 0 : cells.front().size();
     channel.values.reserve(cells.size() * rows);
     channel.unmeasured.reserve(cells.size() * rows);
@@ -171,7 +155,7 @@ GwyChannel channelOf(const ScanMap& map, const FileChannel& source) {
             const float value = cells[column][row];
             // A number that is none would spoil the whole channel in the reader.
             const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
-            const bool known = isKnown(map.marks[column][row], source.ofCamera);
+            const bool known = isKnown(map.marks[column][row], plane.ofCamera());
             channel.values.push_back(finite * factor);
             channel.unmeasured.push_back(known && !isOverload(value) ? 0 : 1);
         }
@@ -235,10 +219,8 @@ GwyFrame frameOf(const ScanConditions& scan) {
 
 std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
     std::vector<GwyChannel> channels;
-    for (const FileChannel& source : channelTable)
-        if ((!source.ofCamera || map.conditions->confocal) && !source.cellsOf(map).empty())
-            channels.push_back(channelOf(map, source));
-    if (!channels.empty()) channels.front().conditions = conditionsOf(map, textFiles);
+    for (const Plane& plane : planesOf(map)) channels.push_back(channelOf(map, plane));
+    channels.front().conditions = conditionsOf(map, textFiles);
     return gwyFile(frameOf(*map.conditions), channels);
 }
 

@@ -22,8 +22,8 @@ std::string troubleText(const std::string& told); // as the operator was told, b
 GwyFrame frameOf(const ScanConditions& scan);
 
 // The whole file of a scan: all that stands in it comes from `map`, which has its conditions.
-// `textFiles` are the paths of the text files of the same save by plane, empty where none was
-// written. Throws std::length_error when the format cannot hold it.
+// `textFiles` are the paths of the text files of the same save, in the order of the planes that
+// have one, empty where none was written. Throws std::length_error when the format cannot hold it.
 std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles);
 
 // Writes it to a new file in the session folder. A failure is told in the information text and on

@@ -15,7 +15,6 @@
 #include "session/responsive_wait.h"
 
 #include <algorithm>
-#include <limits>
 
 MapViews mapViews;
 
@@ -41,24 +40,6 @@ int rowsOf(const Map& map) {
     return map.empty() ? 0 : static_cast<int>(map.front().size());
 }
 
-struct Extremes {
-    float lowest, highest;
-};
-
-// Of the photocurrent; 0 where no cell of these rows is in the instrument's range.
-Extremes extremesOfRows(size_t first, size_t end) {
-    const Map& map = scanMap.maps[planePhotocurrent];
-    constexpr float none = std::numeric_limits<float>::infinity();
-    Extremes found{none, -none};
-    for (size_t column = 0; column < map.size(); ++column)
-        for (size_t row = first; row < end; ++row) {
-            if (!isInRange(scanMap, column, row)) continue;
-            found.lowest = std::min(found.lowest, map[column][row]);
-            found.highest = std::max(found.highest, map[column][row]);
-        }
-    return found.lowest > found.highest ? Extremes{0.0f, 0.0f} : found;
-}
-
 int levelOf(float value, float lowest, float highest) {
     const float level = (value - lowest) * 1023.0f / (highest - lowest);
     return std::clamp(truncated(static_cast<double>(level)), 0, highestLevel);
@@ -70,24 +51,31 @@ uint32_t pixelOf(Colour colour) {
 }
 
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
-uint32_t currentPixel(size_t column, size_t row, Extremes scale) {
-    if (!isInRange(scanMap, column, row)) return pixelOf(mapGround);
-    const float value = scanMap.maps[planePhotocurrent][column][row];
+uint32_t currentPixel(size_t plane, size_t column, size_t row, Extremes scale) {
+    if (!isInRange(scanMap, column, row, plane)) return pixelOf(mapGround);
+    const float value = scanMap.maps[plane][column][row];
     return pixelOf(colourOf(levelOf(value, scale.lowest, scale.highest)));
 }
 
-uint32_t channelValue(int plane, size_t column, size_t row) {
-    const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
-    return static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
+uint32_t confocalPixel(int channel, size_t column, size_t row) {
+    uint32_t pixel = 0;
+    for (int plane = planeRed; plane <= planeBlue; ++plane) {
+        pixel <<= 8;
+        if (channel != channelConfocal && channel != plane) continue;
+        const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
+        pixel |= static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
+    }
+    return pixel;
 }
 
-uint32_t confocalPixel(int channel, size_t column, size_t row) {
-    const bool all = channel == channelConfocal;
-    const uint32_t red = all || channel == channelRed ? channelValue(planeRed, column, row) : 0;
-    const uint32_t green =
-        all || channel == channelGreen ? channelValue(planeGreen, column, row) : 0;
-    const uint32_t blue = all || channel == channelBlue ? channelValue(planeBlue, column, row) : 0;
-    return red << 16 | green << 8 | blue;
+bool isOfInstrument(int channel) {
+    return channel == channelPhotocurrent || channel >= channelFurther;
+}
+
+size_t planeShown(int channel) {
+    if (channel < channelFurther) return planePhotocurrent; // also of a colour, for its size
+    const size_t plane = firstFurtherMap + static_cast<size_t>(channel - channelFurther);
+    return plane < scanMap.maps.size() ? plane : size_t{planePhotocurrent};
 }
 
 // Draws one row of cells as squares in one go; `pixelOfColumn` gives a cell's pixel.
@@ -109,12 +97,13 @@ void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfCol
 
 // The whole map, one pixel a cell, rows top-down.
 std::vector<uint32_t> renderCells(int channel) {
-    const Map& map = scanMap.maps[planePhotocurrent];
+    const size_t plane = planeShown(channel);
+    const Map& map = scanMap.maps[plane];
     const size_t columns = map.size();
     const auto rows = static_cast<size_t>(rowsOf(map));
     std::vector<uint32_t> cells(columns * rows);
-    if (channel == channelPhotocurrent) {
-        const Extremes found = extremesOfRows(0, rows);
+    if (isOfInstrument(channel)) {
+        const Extremes found = extremesOf(scanMap, plane, 0, rows);
         scanMap.mapMin = found.lowest;
         scanMap.mapMax = found.highest;
         // Only the maximum moves here, unlike in a live row.
@@ -123,8 +112,8 @@ std::vector<uint32_t> renderCells(int channel) {
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell = channel == channelPhotocurrent
-                       ? currentPixel(column, row, {scanMap.mapMin, scanMap.mapMax})
+            cell = isOfInstrument(channel)
+                       ? currentPixel(plane, column, row, {scanMap.mapMin, scanMap.mapMax})
                        : confocalPixel(channel, column, row);
         }
     }
@@ -158,6 +147,12 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
 
 } // namespace
 
+int channelOf(const Plane& plane) {
+    const auto map = static_cast<int>(plane.map);
+    constexpr auto first = static_cast<int>(firstFurtherMap);
+    return map < first ? map : channelFurther + map - first;
+}
+
 Colour colourOf(int level) {
     const auto part = [](int value) { return static_cast<unsigned>(std::max(value, 0)) & 255; };
     return colourRgb(part(level / 4), part(std::max(level - 512, 0) / 2), part(level - 768));
@@ -165,13 +160,13 @@ Colour colourOf(int level) {
 
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Extremes found = extremesOfRows(r, r + 1);
+    Extremes found = extremesOf(scanMap, planePhotocurrent, r, r + 1);
     if (found.highest - found.lowest == 0.0f) {
         found.highest += 1.0f;
         found.lowest -= 1.0f;
     }
     drawRow(window, columnsOf(map), row,
-            [&](size_t column) { return currentPixel(column, r, found); });
+            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, found); });
 }
 
 void drawConfocalRow(WindowHandle window, int row) {
@@ -202,8 +197,14 @@ void drawColourBarOn(ContextHandle target) {
     }
 }
 
-void drawScaleLabelsOn(ContextHandle target) {
-    const char* format = mainChannel(mapConditions().ammeterKind).unit->scaleFormat;
+const char* scaleFormatOf(int channel) {
+    for (const Plane& plane : planesOf(scanMap))
+        if (plane.map == planeShown(channel) && plane.unit) return plane.unit->scaleFormat;
+    return "%.1f";
+}
+
+void drawScaleLabelsOn(ContextHandle target, int channel) {
+    const char* format = scaleFormatOf(channel);
     const auto label = [format](float value) {
         return formatted(format, static_cast<double>(value));
     };
@@ -229,7 +230,7 @@ void drawColourBar(WindowHandle window) {
 
 void drawScaleLabels(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawScaleLabelsOn(target.context);
+    if (target.context) drawScaleLabelsOn(target.context, mapViews.mapChannel);
 }
 
 void saveMapImage(WindowHandle window, int channel, const char* label) {
@@ -244,9 +245,9 @@ void saveMapImage(WindowHandle window, int channel, const char* label) {
     if (!like.context || !memory.make(like.context, size.width, size.height) ||
         !drawMapOn(memory.context, size, channel))
         return reportUnwritten(widened(label), "a picture");
-    if (channel == channelPhotocurrent) {
+    if (isOfInstrument(channel)) {
         drawColourBarOn(memory.context);
-        drawScaleLabelsOn(memory.context);
+        drawScaleLabelsOn(memory.context, channel);
     }
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
     saveNumberedImage(dataFolders, memory.bitmap, label);
@@ -264,7 +265,7 @@ void markPoint(ContextHandle view, int x, int y) {
 
 void drawMapWithScale(int channel) {
     drawMap(mapWindow, channel);
-    if (channel != channelPhotocurrent) return;
+    if (!isOfInstrument(channel)) return;
     drawColourBar(mapWindow);
     drawScaleLabels(mapWindow);
 }

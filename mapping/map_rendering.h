@@ -12,7 +12,11 @@ enum MapChannel : int {
     channelGreen = 2,
     channelBlue = 3,
     channelConfocal = 4, // red, green and blue together
+    channelFurther = 5,  // and above: what the instrument measures beside the photocurrent
 };
+
+// Which of them shows a plane.
+int channelOf(const Plane& plane);
 
 // What the two picture windows show.
 struct MapViews {
@@ -31,12 +35,12 @@ void drawMapRow(WindowHandle window, const Map& map, int row);
 // One row of the three colour maps in true colour.
 void drawConfocalRow(WindowHandle window, int row);
 
-// The whole map of a channel, scaled to cellPx pixels a point, on a grey ground; sets the extremes
-// that the scale shows (scanMap.mapMin, mapMax). Returns 1, or 0 after 20 failures, each shown in
-// the information text.
+// The whole map of a channel, scaled to cellPx pixels a point, on a grey ground; one of the
+// instrument sets the extremes that the scale shows (scanMap.mapMin, mapMax). Returns 1, or 0 after
+// 20 failures, each shown in the information text.
 int drawMap(WindowHandle window, int channel);
 
-// The colour scale beside the photocurrent map and its extremes as text.
+// The colour scale beside the map of an instrument's channel and its extremes as text.
 void drawColourBar(WindowHandle window);
 void drawScaleLabels(WindowHandle window);
 
@@ -47,7 +51,7 @@ void markPoint(ContextHandle view, int x, int y);
 // the one for the confocal maps only when the maps have such planes.
 void placePictureWindows();
 
-// Draws a channel into the map window; channel 0 with its colour scale.
+// Draws a channel into the map window; one of the instrument with its colour scale.
 void drawMapWithScale(int channel);
 
 // Saves a channel that its window shows, as saveWindowImage does, but drawn anew: a map that is

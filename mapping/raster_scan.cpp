@@ -10,6 +10,7 @@
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
+#include "mapping/point_reading.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_journal.h"
@@ -146,24 +147,12 @@ struct Point {
     NotThere missed;
 };
 
-// The readings of one point: their mean, and how they scatter.
-struct PointReading {
-    float mean = 0.0f;       // an overload's own value: with others it would look like a good one
-    float deviation = 0.0f;  // standard deviation of one reading; 0 of a single one
-    bool answered = true;    // each of them
-    bool overloaded = false; // one of them
-};
-
-// Nothing when a stop came before the last reading. The first one that is none ends the point:
-// silent ones would cost a time-out each.
+// Nothing when a stop came before the last reading.
 std::optional<PointReading> readPoint() {
-    double mean = 0.0, squares = 0.0; // of the readings so far, and of their distances from it
+    PointReadings readings;
     constexpr uint64_t longestDeafMs = 100;
     uint64_t heard = tickCountMs();
-    const auto deviation = [&](int count) {
-        return count > 1 ? static_cast<float>(std::sqrt(squares / (count - 1))) : 0.0f;
-    };
-    for (int count = 0; count < scanOptions.readingsPerPoint;) {
+    for (int count = 0; count < scanOptions.readingsPerPoint; ++count) {
         // Many slow readings must not deafen the windows.
         if (count > 0 && tickCountMs() - heard >= longestDeafMs) {
             waitResponsive(1);
@@ -172,15 +161,9 @@ std::optional<PointReading> readPoint() {
         if (stopRequested) return {};
         const Reading reading = readPhotocurrent();
         biasWatch.read(reading);
-        if (reading.overloaded) return PointReading{.mean = reading, .overloaded = true};
-        if (!reading.answered)
-            return PointReading{static_cast<float>(mean), deviation(count), false};
-        const auto value = static_cast<double>(reading);
-        const double distance = value - mean;
-        mean += distance / ++count;
-        squares += distance * (value - mean);
+        if (!readings.take(reading)) break;
     }
-    return PointReading{static_cast<float>(mean), deviation(scanOptions.readingsPerPoint)};
+    return readings.result();
 }
 
 // False, and the cell stays unmeasured, when a stop came in the middle.
@@ -193,10 +176,13 @@ bool measurePoint(const Point& point, int mapRow) {
     if (!inMap) endProgram("the scan area has changed in its own scan");
     const std::optional<PointReading> reading = readPoint();
     if (!reading) return false;
-    const float value = reading->mean;
-    scanMap.maps[planePhotocurrent][c][m] = value;
-    if (!scanMap.deviation.empty()) scanMap.deviation[c][m] = reading->deviation;
-    setField(Field::MeasuredValue, formatted("%.5f", static_cast<double>(value)).c_str());
+    for (const Plane& plane : planesOf(scanMap))
+        if (plane.of == Plane::Of::Channel)
+            scanMap.maps[plane.map][c][m] = reading->means[plane.channel];
+        else if (plane.of == Plane::Of::Deviation)
+            scanMap.maps[plane.map][c][m] = reading->deviations[plane.channel];
+    setField(Field::MeasuredValue,
+             formatted("%.5f", static_cast<double>(reading->means[0])).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
@@ -372,17 +358,21 @@ void saveConfocalImage(int channel, const char* label) {
     saveMapImage(confocalWindow, channel, label);
 }
 
+void saveImages() {
+    placePictureWindows(); // they may have been closed since
+    drawMapWithScale(channelPhotocurrent);
+    for (const Plane& plane : planesOf(scanMap)) {
+        if (plane.of == Plane::Of::Channel)
+            saveMapImage(mapWindow, channelOf(plane), plane.pictureName);
+        if (plane.of == Plane::Of::Colour) saveConfocalImage(channelOf(plane), plane.pictureName);
+    }
+    if (mapIsConfocal()) saveConfocalImage(channelConfocal, "CONFOCAL");
+}
+
 // Whether every number is in a file.
 bool saveEverything(bool (*saveFiles)()) {
     const bool saved = saveFiles() && !scanMap.documentLost;
-    placePictureWindows(); // they may have been closed since
-    drawMapWithScale(channelPhotocurrent);
-    saveMapImage(mapWindow, channelPhotocurrent, "KST");
-    if (!mapIsConfocal()) return saved;
-    saveConfocalImage(channelRed, "CONF_R");
-    saveConfocalImage(channelGreen, "CONF_G");
-    saveConfocalImage(channelBlue, "CONF_B");
-    saveConfocalImage(channelConfocal, "CONFOCAL");
+    saveImages();
     return saved;
 }
 
@@ -479,7 +469,6 @@ void takeOverReport(int firstRow) {
 void beginScan() {
     allocateMaps();
     scanMap.conditions = presentConditions();
-    if (scanOptions.readingsPerPoint > 1) scanMap.deviation = scanMap.maps[planePhotocurrent];
     ensureSessionFolder(dataFolders);
     beginScanJournal();
 }

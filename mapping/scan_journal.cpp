@@ -11,6 +11,7 @@
 #include "session/data_folders.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -65,19 +66,20 @@ template <class Number> bool takeNumber(std::string_view& line, Number& number) 
 
 struct PointLine {
     size_t column = 0, mapRow = 0;
-    float values[4] = {}; // by MapPlane
-    float deviation = 0.0f;
+    std::array<float, mostMaps> values{}; // by map
     int mark = 0;
 };
 
-// Nothing when it is none of a map of that size.
-std::optional<PointLine> pointOf(std::string_view line, const ScanArea& area) {
+// Nothing when it is none of that scan.
+std::optional<PointLine> pointOf(std::string_view line, const JournaledScan& scan) {
     PointLine point;
     bool taken = takeNumber(line, point.column) && takeNumber(line, point.mapRow);
-    for (float& value : point.values) taken = taken && takeNumber(line, value);
-    taken = taken && takeNumber(line, point.deviation) && takeNumber(line, point.mark);
+    for (size_t i = 0; i < scan.valuesPerPoint; ++i)
+        taken = taken && takeNumber(line, point.values[i]);
+    taken = taken && takeNumber(line, point.mark);
     if (!taken || !line.empty()) return {};
-    const auto cols = static_cast<size_t>(area.cols), rows = static_cast<size_t>(area.rows);
+    const auto cols = static_cast<size_t>(scan.area.cols);
+    const auto rows = static_cast<size_t>(scan.area.rows);
     const bool fits = point.column < cols && point.mapRow < rows && point.mark >= 0 &&
                       point.mark <= static_cast<int>(lastPointMark);
     return fits ? point : std::optional<PointLine>();
@@ -85,8 +87,7 @@ std::optional<PointLine> pointOf(std::string_view line, const ScanArea& area) {
 
 void takePoint(const PointLine& point, JournaledScan& scan) {
     const size_t c = point.column, m = point.mapRow;
-    for (size_t plane = 0; plane < 4; ++plane) scan.map.maps[plane][c][m] = point.values[plane];
-    if (!scan.map.deviation.empty()) scan.map.deviation[c][m] = point.deviation;
+    for (size_t i = 0; i < scan.map.maps.size(); ++i) scan.map.maps[i][c][m] = point.values[i];
     PointMark& mark = scan.map.marks[c][m];
     scan.points += mark == PointMark::NotMeasured;
     mark = static_cast<PointMark>(point.mark);
@@ -114,7 +115,6 @@ std::string pointLine(size_t column, size_t mapRow) {
     addNumber(line, column);
     addNumber(line, mapRow);
     for (const Map& plane : scanMap.maps) addNumber(line, plane[column][mapRow]);
-    addNumber(line, scanMap.deviation.empty() ? 0.0f : scanMap.deviation[column][mapRow]);
     addNumber(line, static_cast<int>(scanMap.marks[column][mapRow]));
     line.pop_back();
     return line;
@@ -142,7 +142,7 @@ private:
 };
 
 // All but the points: the maps are empty.
-std::optional<JournaledScan> readHead(const NextLine& next) {
+std::optional<JournaledScan> readHead(const NextLine& next, int version) {
     JournalValues values(next);
     JournaledScan scan;
     scan.map.conditions.emplace();
@@ -152,18 +152,24 @@ std::optional<JournaledScan> readHead(const NextLine& next) {
         return {};
     computeArea(scan);
     if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
+    // The first version has room for a deviation also where there is none.
+    scan.valuesPerPoint = version == 1 ? firstFurtherMap + 1 : mapCountOf(conditions);
     return scan;
 }
 
+std::optional<JournaledScan> readHead(const LeftJournal& left) {
+    return readHead(linesOfJournal(left), left.version);
+}
+
 // By the place of the last one that is whole. A journal that ends otherwise is read through.
-int pointsOf(const LeftJournal& left, const ScanArea& area) {
+int pointsOf(const LeftJournal& left, const JournaledScan& head) {
     const std::optional<std::string> last = lastLineOfJournal(left);
-    const std::optional<PointLine> point = last ? pointOf(*last, area) : std::nullopt;
+    const std::optional<PointLine> point = last ? pointOf(*last, head) : std::nullopt;
     if (!point) {
         const std::optional<JournaledScan> scan = readScanJournal(left);
         return scan ? scan->points : 0;
     }
-    return (area.rows - 1 - static_cast<int>(point->mapRow)) * area.cols +
+    return (head.area.rows - 1 - static_cast<int>(point->mapRow)) * head.area.cols +
            static_cast<int>(point->column) + 1;
 }
 
@@ -202,17 +208,15 @@ std::vector<uint32_t> scanPicture(const LeftJournal& journal) {
 
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
     if (journal.kind != scanJournalKind) return {};
-    return scanOfLines(linesOfJournal(journal));
+    return scanOfLines(linesOfJournal(journal), journal.version);
 }
 
-std::optional<JournaledScan> scanOfLines(const NextLine& next) {
-    std::optional<JournaledScan> scan = readHead(next);
+std::optional<JournaledScan> scanOfLines(const NextLine& next, int version) {
+    std::optional<JournaledScan> scan = readHead(next, version);
     if (!scan) return {};
-    emptyMaps(scan->map, scan->area);
-    if (scan->map.conditions->options.readingsPerPoint > 1)
-        scan->map.deviation = scan->map.maps[planePhotocurrent];
+    emptyMaps(scan->map, scan->area, mapCountOf(*scan->map.conditions));
     while (const std::optional<std::string_view> line = next()) {
-        const std::optional<PointLine> point = pointOf(*line, scan->area);
+        const std::optional<PointLine> point = pointOf(*line, *scan);
         if (!point) break;
         takePoint(*point, *scan);
     }
@@ -220,7 +224,7 @@ std::optional<JournaledScan> scanOfLines(const NextLine& next) {
 }
 
 bool isJournalOf(const LeftJournal& left, const ScanConditions& scan) {
-    const std::optional<JournaledScan> head = readHead(linesOfJournal(left));
+    const std::optional<JournaledScan> head = readHead(left);
     return head && head->map.conditions->started == scan.started;
 }
 
@@ -238,12 +242,12 @@ std::string startOf(const ScanConditions& measurement) {
 
 std::string scanNotice(const LeftJournal& left) {
     if (left.kind != scanJournalKind) return {};
-    const std::optional<JournaledScan> scan = readHead(linesOfJournal(left));
+    const std::optional<JournaledScan> scan = readHead(left);
     if (!scan) return {};
     return formatted(
         "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
         "\"Recover last scan\"",
-        startOf(*scan->map.conditions).c_str(), pointsOf(left, scan->area), scan->area.totalPoints);
+        startOf(*scan->map.conditions).c_str(), pointsOf(left, *scan), scan->area.totalPoints);
 }
 
 bool recoverScan(const LeftJournal& left) {

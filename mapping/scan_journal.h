@@ -35,13 +35,14 @@ struct JournaledScan {
     ScanArea area;      // the geometry that it was drawn on
     std::string folder; // its session folder's name
     int points = 0;     // that the journal has
+    size_t valuesPerPoint = 0; // in a line of it
 };
 
 // Nothing when it is no scan's or does not hold the conditions whole.
 std::optional<JournaledScan> readScanJournal(const LeftJournal& journal);
 
 // The same of the lines behind the first.
-std::optional<JournaledScan> scanOfLines(const NextLine& next);
+std::optional<JournaledScan> scanOfLines(const NextLine& next, int version = journalVersion);
 
 // Whether it is still there and of the scan that was taken with these conditions: journals change
 // their places.

@@ -20,25 +20,54 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 ScanMap scanMap;
 
-void emptyMaps(ScanMap& map, const ScanArea& area) {
+std::vector<Plane> planesOf(const ScanMap& map) {
+    const ScanConditions* scan = map.conditions ? &*map.conditions : nullptr;
+    std::vector<Plane> planes = planesOf(scan ? scan->ammeterKind : instrumentLink.ammeterKind,
+                                         scan ? scan->confocal : confocalEnabled != 0,
+                                         (scan ? scan->options : scanOptions).readingsPerPoint > 1);
+    // The settings may have changed since the maps were made.
+    std::erase_if(planes, [&](const Plane& plane) { return plane.map >= map.maps.size(); });
+    return planes;
+}
+
+size_t mapCountOf(const ScanConditions& scan) {
+    return mapCountOf(scan.ammeterKind, scan.options.readingsPerPoint > 1);
+}
+
+void emptyMaps(ScanMap& map, const ScanArea& area, size_t count) {
     const auto columns = static_cast<size_t>(area.cols);
     const auto rows = static_cast<size_t>(area.rows);
+    map.maps.resize(count);
     for (Map& plane : map.maps) plane.assign(columns, std::vector<float>(rows, 0.0f));
     map.marks.assign(columns, std::vector<PointMark>(rows, PointMark::NotMeasured));
 }
 
-bool isInRange(const ScanMap& map, size_t column, size_t row) {
-    const float reading = map.maps[planePhotocurrent][column][row];
+bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane) {
+    const float reading = map.maps[plane][column][row];
     return !isOverload(reading) && map.marks[column][row] != PointMark::Overloaded;
 }
 
+Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end) {
+    constexpr float none = std::numeric_limits<float>::infinity();
+    Extremes found{none, -none};
+    const Map& cells = map.maps[plane];
+    for (size_t column = 0; column < cells.size(); ++column)
+        for (size_t row = first; row < end; ++row) {
+            if (!isInRange(map, column, row, plane)) continue;
+            found.lowest = std::min(found.lowest, cells[column][row]);
+            found.highest = std::max(found.highest, cells[column][row]);
+        }
+    return found.lowest > found.highest ? Extremes{0.0f, 0.0f} : found;
+}
+
 void allocateMaps() {
-    emptyMaps(scanMap, scanArea);
-    scanMap.deviation.clear();
+    emptyMaps(scanMap, scanArea,
+              mapCountOf(instrumentLink.ammeterKind, scanOptions.readingsPerPoint > 1));
     scanMap.conditions.reset();
     scanMap.outcome = {};
     scanMap.documentLost = scanMap.onlyInJournal = false;
@@ -149,21 +178,20 @@ bool writeMap(const std::wstring& path, const Map& map) {
 
 // A map that finds no place in the session folder goes into the new one; otherwise it stays in
 // memory for the next save. The path that was written; empty when none was.
-std::wstring saveMap(size_t plane, bool (*write)(const std::wstring& path, const Map& map)) {
-    constexpr const char* prefixes[] = {"Kestrel", "ConfocalR", "ConfocalG", "ConfocalB"};
-    const Map& map = scanMap.maps[plane];
-    std::wstring path = makeMapFileName(prefixes[plane]);
+std::wstring saveMap(const Plane& plane, bool (*write)(const std::wstring& path, const Map& map)) {
+    const Map& map = scanMap.maps[plane.map];
+    std::wstring path = makeMapFileName(plane.filePrefix);
     if (write(path, map)) return path;
     ensureSessionFolder(dataFolders);
-    path = makeMapFileName(prefixes[plane]);
+    path = makeMapFileName(plane.filePrefix);
     return writeMap(path, map) ? path : L"";
 }
 
 bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
     ensureSessionFolder(dataFolders);
-    const size_t planes = mapIsConfocal() ? 4 : 1;
     std::vector<std::wstring> paths;
-    for (size_t plane = 0; plane < planes; ++plane) paths.push_back(saveMap(plane, write));
+    for (const Plane& plane : planesOf(scanMap))
+        if (*plane.filePrefix) paths.push_back(saveMap(plane, write));
     if (scanMap.conditions && scanMap.conditions->options.writesUnitFile)
         scanMap.documentLost = !saveMapDocument(scanMap, paths);
     scanMap.saveCount += 1;

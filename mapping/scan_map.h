@@ -2,18 +2,16 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/map_planes.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
 #include "session/process.h"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-enum MapPlane : int { planePhotocurrent = 0, planeRed = 1, planeGreen = 2, planeBlue = 3 };
 
 // [column][row]; row 0 is the last scanned stage row, the one with the largest Y, so that the order
 // of rows is that of the screen.
@@ -69,27 +67,40 @@ struct ScanOutcome {
 };
 
 struct ScanMap {
-    std::array<Map, 4> maps; // by MapPlane; colours 0..255
-    Map deviation;           // standard deviation of a point's readings; empty when each has one
-    std::vector<std::vector<PointMark>> marks; // by cell, as the maps
-    std::optional<ScanConditions> conditions;  // as the map's scan started; none before a scan
+    std::vector<Map> maps = std::vector<Map>(firstFurtherMap); // by the planes; colours 0..255
+    std::vector<std::vector<PointMark>> marks;                 // by cell, as the maps
+    std::optional<ScanConditions> conditions; // as the map's scan started; none before a scan
     ScanOutcome outcome;
     bool documentLost = false;  // the last save could not write it
     bool onlyInJournal = false; // its scan is over, and not all of its files were written
     int32_t saveCount = 0;
-    float mapMax = 0.0f, mapMin = 0.0f; // of the photocurrent map when it was last drawn whole
+    float mapMax = 0.0f, mapMin = 0.0f; // of the map when it was last drawn whole
 };
 
 extern ScanMap scanMap;
 
-// Whether a cell of the photocurrent map holds a number that was measured or its 0 from the
+// The planes that the map has: as its scan found them, or as the next one would.
+std::vector<Plane> planesOf(const ScanMap& map);
+
+// Whether a cell of an instrument's plane holds a number that was measured or its 0 from the
 // beginning: no sign of an instrument's for a reading beyond its range.
-bool isInRange(const ScanMap& map, size_t column, size_t row);
+bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane = planePhotocurrent);
 
-// The four maps and the marks, of the area's size, all cells 0 and not measured.
-void emptyMaps(ScanMap& map, const ScanArea& area);
+struct Extremes {
+    float lowest, highest;
+};
 
-// All four maps, of the scan area's size, all cells 0 and not measured.
+// Of the cells of an instrument's plane in the rows [first, end); 0 where none is in its range.
+Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end);
+
+// How many maps a scan has.
+size_t mapCountOf(const ScanConditions& scan);
+
+// So many maps and the marks, of the area's size, all cells 0 and not measured.
+void emptyMaps(ScanMap& map, const ScanArea& area, size_t count);
+
+// The maps that a scan with the present settings would have, of the scan area's size, all cells 0
+// and not measured.
 void allocateMaps();
 
 // Whether the maps have confocal planes: as their scan found it, or as the next one would.
@@ -111,8 +122,8 @@ std::wstring makeMapDocumentName(const ScanConditions& scan);
 // box, and the next save makes a new folder. Returns whether it was written whole.
 bool writeMapFile(const std::wstring& path, const Map& map);
 
-// The photocurrent map and, of a confocal scan, the three colour maps.
-bool saveMapFiles(); // whether every map was written
+// Each plane that has a text file. Whether every map was written.
+bool saveMapFiles();
 
 // The same without the box, for the program's forced end and in the middle of a scan. Returns
 // whether every map was written.

@@ -21,7 +21,7 @@ constexpr uint64_t longestUnflushedMs = 2000;
 constexpr unsigned tickMs = 500;
 constexpr uint64_t longestAtTickMs = longestUnflushedMs - tickMs;
 constexpr int mostJournals = 100;
-constexpr std::string_view firstWords = "Lumascan journal 1 ";
+constexpr std::string_view firstWords = "Lumascan journal ";
 constexpr size_t checksumLength = 9;      // a blank and eight digits
 constexpr size_t longestLine = 1 << 16;   // what is longer is no journal's
 constexpr size_t partOfFile = 1 << 16;    // that is read at once
@@ -174,9 +174,20 @@ private:
     size_t at = 0; // of the next line in it
 };
 
-std::string kindIn(std::string_view firstLine) {
-    return firstLine.starts_with(firstWords) ? std::string(firstLine.substr(firstWords.size()))
-                                             : "";
+std::string firstLineOf(const std::string& kind) {
+    return std::string(firstWords) + std::to_string(journalVersion) + " " + kind;
+}
+
+// The kind and the version of a journal, from its first line.
+void takeFirstLine(std::string_view line, LeftJournal& left) {
+    if (!line.starts_with(firstWords)) return;
+    line.remove_prefix(firstWords.size());
+    for (int version = 1; version <= journalVersion; ++version) {
+        const std::string words = std::to_string(version) + " ";
+        if (!line.starts_with(words)) continue;
+        left.version = version;
+        left.kind = line.substr(words.size());
+    }
 }
 
 } // namespace
@@ -192,7 +203,7 @@ bool beginJournal(const std::string& kind) {
         giveUp();
         return false;
     }
-    journalLine(std::string(firstWords) + kind);
+    journalLine(firstLineOf(kind));
     flushJournal();
     return !journalIsBroken();
 }
@@ -245,8 +256,10 @@ std::vector<LeftJournal> leftJournals() {
         const std::wstring path = pathOf(number);
         if (path == journalPath || !fileExists(path)) continue;
         Reader reader(path);
-        const std::optional<std::string_view> first = reader.next();
-        found.push_back({path, first ? kindIn(*first) : ""});
+        LeftJournal left{path};
+        if (const std::optional<std::string_view> first = reader.next())
+            takeFirstLine(*first, left);
+        found.push_back(left);
     }
     return found;
 }
@@ -284,7 +297,7 @@ bool continueJournal(const LeftJournal& left, const NextLine& lines) {
     journalPath = left.path;
     const bool written = writeWhole(left.path, L"wb", [&](FILE* file) {
         std::string part;
-        appendWithChecksum(part, std::string(firstWords) + left.kind);
+        appendWithChecksum(part, firstLineOf(left.kind));
         while (const std::optional<std::string_view> line = lines()) {
             appendWithChecksum(part, *line);
             if (part.size() < partOfFile) continue;

@@ -38,9 +38,13 @@ void removeJournal();
 // The file stays, and the next start finds it.
 void leaveJournal();
 
+// Of what is written; earlier ones are read.
+constexpr int journalVersion = 2;
+
 struct LeftJournal {
     std::wstring path;
     std::string kind; // empty when the first line cannot be read or is of a newer version
+    int version = 0;
 };
 
 // Those that earlier runs left, the latest first; not the running measurement's own.

@@ -295,7 +295,7 @@ TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
     for (size_t i = 1; i <= 25; ++i) squares += std::pow(reads[i].volts - sum / 25, 2);
     const auto row = static_cast<size_t>(scanArea.rows - 1);
     EXPECT_NEAR(static_cast<double>(scanMap.maps[planePhotocurrent][0][row]), sum / 25, 1e-6);
-    EXPECT_NEAR(static_cast<double>(scanMap.deviation[0][row]), std::sqrt(squares / 24), 1e-6);
+    EXPECT_NEAR(static_cast<double>(scanMap.maps[firstFurtherMap][0][row]), std::sqrt(squares / 24), 1e-6);
     const SavedMap saved;
     ASSERT_EQ(saved.channels, 2);
     EXPECT_EQ(saved.unit(1), "V");

@@ -6,6 +6,7 @@
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace {
 
@@ -70,8 +71,27 @@ TEST_F(JournalTest, EveryCutAndEveryChangedByteLosesOnlyWhatComesBehind) {
         writeDesktopFile(file, changed);
         expectPointsBefore(at);
     }
-    writeDesktopFile(file, "Lumascan journal 2 scan 00000000\n");
+    writeDesktopFile(file, "Lumascan journal 3 scan 00000000\n");
     EXPECT_TRUE(leftNotice().starts_with("A journal was left that cannot be read"));
+}
+
+// Its lines have a deviation also where each point has one reading.
+TEST_F(JournalTest, TheFirstVersionIsStillRead) {
+    const NextLine lines = linesOfJournal(leftJournals().front());
+    std::string changed;
+    const std::optional<JournaledScan> scan = scanOfLines(
+        [&]() -> std::optional<std::string_view> {
+            const std::optional<std::string_view> line = lines();
+            if (!line || !std::isdigit(static_cast<unsigned char>(line->front()))) return line;
+            const size_t mark = line->rfind(' ');
+            return changed =
+                       std::string(line->substr(0, mark)) + " 0" + std::string(line->substr(mark));
+        },
+        1);
+    ASSERT_TRUE(scan);
+    EXPECT_EQ(scan->points, 5);
+    EXPECT_EQ(scan->map.maps, scanMap.maps);
+    EXPECT_EQ(scan->map.marks, scanMap.marks);
 }
 
 TEST_F(JournalTest, FailuresAreSaidAndTheNextJournalHasANumberOfItsOwn) {
