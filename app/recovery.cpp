@@ -1,7 +1,7 @@
 // Asks the kind of measurement that a journal is of.
 #include "app/recovery.h"
 
-#include "mapping/scan_journal.h"
+#include "mapping/scan_continuation.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "session/document.h"

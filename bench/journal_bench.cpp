@@ -41,7 +41,7 @@ void writeJournal(int millions) {
     scanArea.rectX2 = scanArea.rectY2 = 100 + pixels;
     computeScanArea(scanArea);
     allocateMaps();
-    scanMap.conditions = presentConditions();
+    scanMap.conditions = conditionsOf(presentPlan());
     beginScanJournal();
     const auto columns = static_cast<size_t>(scanArea.cols);
     for (size_t row = static_cast<size_t>(scanArea.rows); row-- > 1;) // the last is still to come

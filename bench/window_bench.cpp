@@ -249,7 +249,7 @@ void benchStageCalls() {
 void benchJournal(double pointMs) {
     constexpr int columns = 40, rows = 30;
     setGrid(columns, rows, 1.0);
-    scanMap.conditions = presentConditions();
+    scanMap.conditions = conditionsOf(presentPlan());
     ensureSessionFolder(dataFolders);
     beginScanJournal();
     std::vector<double> flushes;

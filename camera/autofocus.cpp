@@ -263,6 +263,7 @@ int autoFocus(FocusState& state) {
         again = focusSweep(state) && state.level < highestLevel;
         if (!stopRequested) continue;
         std::snprintf(state.text, sizeof state.text, "Focusing aborted");
+        state.lastWords = state.text;
         showInformation(state.text);
         refreshPositions();
         return 0;
@@ -274,9 +275,9 @@ int autoFocus(FocusState& state) {
     const bool reached = focusFactor(state) >= focusedFactor;
     // However bright the spot is: where Z did not go nobody has searched.
     const bool completed = reached && state.trouble.empty();
-    std::string text = completed ? "Focusing Completed!" : "Focusing incompleted!";
-    if (!state.trouble.empty()) text += " " + state.trouble;
-    showInformation(text.c_str());
+    state.lastWords = completed ? "Focusing Completed!" : "Focusing incompleted!";
+    if (!state.trouble.empty()) state.lastWords += " " + state.trouble;
+    showInformation(state.lastWords.c_str());
     refreshPositions();
     return 1;
 }

@@ -13,7 +13,8 @@ struct FocusState {
     int32_t found = 0;                               // 1 when the last sweep found a peak
     PicturePoint blueCentre, redCentre, greenCentre; // of the three measuring squares
     int32_t pixelCount = 0;                          // summed for one channel
-    std::string trouble; // why Z did not go where the search sent it; at a limit it goes on
+    std::string lastWords; // how the search ended, as the operator was told
+    std::string trouble;   // why Z did not go where the search sent it; at a limit it goes on
     float blueMean = 0.0f, redMean = 0.0f, greenMean = 0.0f;
 };
 

@@ -37,11 +37,13 @@ void outlineDrawnRectangle(ContextHandle picture) {
     drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
 }
 
-void saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
+bool saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
                   int32_t& counter) {
     const std::string name = nextFreeName(folders.sessionFolder, label, counter, L".jpg");
     const std::wstring path = folders.sessionFolder + L"\\" + widened(name) + L".jpg";
-    if (!logFile(path, saveBitmapAsPng(bitmap, path))) reportUnwritten(path, "a picture");
+    const bool saved = logFile(path, saveBitmapAsPng(bitmap, path));
+    if (!saved) reportUnwritten(path, "a picture");
+    return saved;
 }
 
 void savePicture(MemoryBitmap& memory) {
@@ -135,9 +137,9 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
     return 0;
 }
 
-void saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
+bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
     ensureSessionFolder(folders);
-    saveNumbered(folders, bitmap, label, windowImageCounter);
+    return saveNumbered(folders, bitmap, label, windowImageCounter);
 }
 
 void drawScaleBar(ContextHandle context, int width, int height) {

@@ -40,8 +40,8 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save);
 int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pictureSize,
                         const char* label);
 
-// Saves a bitmap that is not selected as the next "<label>(<number>).jpg".
-void saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
+// Saves a bitmap that is not selected as the next "<label>(<number>).jpg". A failure is reported.
+bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
 
 // A scale bar of 10 um (30 um in the wide view) near the lower right corner of a picture.
 void drawScaleBar(ContextHandle context, int width, int height);

@@ -50,11 +50,11 @@ struct Centre {
 
 Centre seenFrom; // the mosaic's
 
-void sayNotBack() {
+std::string notBack() {
     std::string text = "The stage did not come back to the wide view's centre";
     for (const StageAxis* axis : {&stageX, &stageY})
         if (axis->missed != Miss::Nothing) text += ", " + missedText(*axis);
-    showInformation(text.c_str());
+    return text;
 }
 
 bool goToField(Centre centre, int column, int row) {
@@ -97,9 +97,10 @@ int drawWideTile(WindowHandle window, const uint8_t* pixels, int column, int row
     return shrinkIntoTile(target.context, picture, column, row, factor) ? 1 : 0;
 }
 
-int wideViewImaging() {
+Outcome imageWideView() {
     const Centre centre{stageX.positionUm, stageY.positionUm};
-    showInformation("Wide view imaging");
+    Outcome outcome{.lastWords = "Wide view imaging"};
+    showInformation(outcome.lastWords.c_str());
     stopRequested = 0;
     const RunningProcess running;
     wideView = 1; // the scan area stays what it was on the view that it was drawn on
@@ -117,7 +118,14 @@ int wideViewImaging() {
     const bool back = moveXYTo(centre.x, centre.y, motorSpeed);
     refreshPositions();
     waitResponsive(10);
-    if (!back) sayNotBack();
+    if (!back) outcome.lastWords = notBack();
+    if (!back) showInformation(outcome.lastWords.c_str());
+    outcome.end = processEnd();
+    return outcome;
+}
+
+int wideViewImaging() {
+    imageWideView();
     return 1;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/window_handle.h"
+#include "session/outcome.h"
 
 #include <cstdint>
 
@@ -11,8 +12,10 @@ int drawWideTile(WindowHandle window, const uint8_t* pixels, int column, int row
 
 // Visits the nine fields around the present stage position, draws their tiles and comes back. A
 // stop ends it early; fields that the stage cannot reach stay black; a way back that fails is said
-// in the information text. Returns 1.
-int wideViewImaging();
+// in the information text.
+Outcome imageWideView();
+
+int wideViewImaging(); // the same; returns 1
 
 // What the last wide view showed, drawn again with its scale bar.
 void drawWideView();

@@ -106,13 +106,14 @@ void BiasWatch::read(const Reading& reading) {
     lastAnswered = reading.answered;
 }
 
-std::string BiasWatch::words() const {
-    std::string text = worst.heard ? "" : ". Bias not heard";
-    if (!worst.refusal.empty()) text += ". Bias refused: " + worst.refusal;
+std::vector<std::string> BiasWatch::troubles() const {
+    std::vector<std::string> all;
+    if (!worst.heard) all.emplace_back("Bias not heard");
+    if (!worst.refusal.empty()) all.push_back("Bias refused: " + worst.refusal);
     const InstrumentKind& source = selectedInstrument();
     if (limited || (lastAnswered && source.isLimited && source.isLimited()))
-        text += ". Current limit reached";
-    return text;
+        all.emplace_back("Current limit reached");
+    return all;
 }
 
 std::string limitText(double amperes) {

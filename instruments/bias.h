@@ -5,6 +5,7 @@
 #include "instruments/kinds.h"
 
 #include <string>
+#include <vector>
 
 // Puts a bias (V) with a current limit (A) on the sample; does nothing for kinds without a source,
 // and takes it for heard. A source that did not take 0 V is told of in title and information text
@@ -23,11 +24,11 @@ public:
     void told(double voltage, const SourceAnswer& answer);
     void read(const Reading& reading);
 
-    // What the operator must know of it, each part behind ". ": that the source did not hear it or
+    // What the operator must know of it, a sentence each: that the source did not hear it or
     // refused it, that the current limit cut it at a reading or, as the source says, now. To be
     // asked after the last reading, while the bias is still on: at 0 V a source has nothing to
     // limit. Empty when all was well.
-    std::string words() const;
+    std::vector<std::string> troubles() const;
 
 private:
     SourceAnswer worst{.heard = true};

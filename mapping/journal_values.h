@@ -2,7 +2,7 @@
 // names them all, for who writes them and for who reads them.
 #pragma once
 
-#include "mapping/scan_map.h"
+#include "mapping/scan_plan.h"
 #include "session/journal.h"
 
 #include <cstdint>
@@ -74,9 +74,9 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit("hour", c.started.hour);
     visit("minute", c.started.minute);
     visit("second", c.started.second);
-    visit("columns", c.cols);
-    visit("rows", c.rows);
-    visit("step um", c.stepUm);
+    visit("columns", c.area.cols);
+    visit("rows", c.area.rows);
+    visit("step um", c.area.scanStep);
     visit("laser level V", c.laserLevel);
     visit("bias V", c.biasVoltage);
     visit("current limit A", c.currentLimit);
@@ -86,8 +86,8 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit("home x um", c.homeXUm);
     visit("home y um", c.homeYUm);
     visit("home z um", c.homeZUm);
-    visit("offset x um", c.offsetXUm);
-    visit("offset y um", c.offsetYUm);
+    visit("offset x um", c.area.offsetXUm);
+    visit("offset y um", c.area.offsetYUm);
     visit("gain", c.gain);
     visit("exposure us", c.exposureUs);
     visit("aperture px", c.aperturePx);

@@ -4,6 +4,7 @@
 #include "instruments/kinds.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "platform/files.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
 
@@ -86,7 +87,7 @@ void addOutcome(Conditions& lines, const ScanMap& map) {
         lines.emplace_back("Laser intensity at the end",
                            quantity(outcome.laserLevel * laserScaleFactor, "uA"));
         if (map.conditions->confocal) addCameraAtTheEnd(lines, map);
-        lines.emplace_back("Trouble", troubleText(outcome.trouble));
+        lines.emplace_back("Trouble", outcome.trouble);
     }
     const PointCounts counts = countPoints(map);
     const auto add = [&](const char* name, int points) {
@@ -108,17 +109,17 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
         lines.emplace_back(name, value);
     };
     add("Bias", biasText(scan));
-    add("Columns", formatted("%d", scan.cols));
-    add("Rows", formatted("%d", scan.rows));
-    add("Step", quantity(scan.stepUm, "um"));
-    add("First point X", placeUm(scan.homeXUm + scan.offsetXUm));
-    add("First point Y", placeUm(scan.homeYUm + scan.offsetYUm));
+    add("Columns", formatted("%d", scan.area.cols));
+    add("Rows", formatted("%d", scan.area.rows));
+    add("Step", quantity(scan.area.scanStep, "um"));
+    add("First point X", placeUm(scan.firstXUm()));
+    add("First point Y", placeUm(scan.firstYUm()));
     add("Order", "rows from the lowest Y upwards, each from left to right");
     add("Laser spot", formatted("%d, %d px from the picture's lower left corner", scan.laserSpot.x,
                                 scan.laserSpot.y));
     if (scan.confocal) addCamera(lines, scan);
     add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
-    add("Run-in to a row", quantity(runInOf(scan.options, scan.stepUm), "um"));
+    add("Run-in to a row", quantity(scan.runInUm(), "um"));
     add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
     add("Wait before a reading", formatted("%d ms", scan.options.beforeReadingMs));
     add("Looks for the arrival",
@@ -173,10 +174,6 @@ std::string timeText(const LocalTime& time) {
                      time.minute, time.second);
 }
 
-std::string troubleText(const std::string& told) {
-    return told.empty() ? "none" : printable(told.substr(told.find_first_not_of(". ")));
-}
-
 std::string biasText(const ScanConditions& scan) {
     const std::string volts = quantity(static_cast<double>(scan.biasVoltage), "V");
     return instrumentKind(scan.ammeterKind).applyBias
@@ -207,13 +204,13 @@ Conditions setUpOf(const ScanConditions& scan) {
 }
 
 GwyFrame frameOf(const ScanConditions& scan) {
-    GwyFrame frame{scan.cols, scan.rows};
-    const double left = scan.homeXUm + scan.offsetXUm - scan.stepUm / 2;
-    const double bottom = scan.homeYUm + scan.offsetYUm - scan.stepUm / 2;
-    frame.width = scan.cols * scan.stepUm * metresPerUm;
-    frame.height = scan.rows * scan.stepUm * metresPerUm;
+    GwyFrame frame{scan.area.cols, scan.area.rows};
+    const double step = scan.area.scanStep;
+    const double left = scan.firstXUm() - step / 2, bottom = scan.firstYUm() - step / 2;
+    frame.width = frame.columns * step * metresPerUm;
+    frame.height = frame.rows * step * metresPerUm;
     frame.left = left * metresPerUm;
-    frame.top = -(bottom + scan.rows * scan.stepUm) * metresPerUm;
+    frame.top = -(bottom + frame.rows * step) * metresPerUm;
     return frame;
 }
 
@@ -225,11 +222,13 @@ std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& tex
 }
 
 bool saveMapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
-    const std::wstring path = makeMapDocumentName(*map.conditions);
+    std::wstring path = mapPath(*map.conditions, "Lumascan", "", "", "gwy");
+    for (int number = 1; fileExists(path); ++number)
+        path = mapPath(*map.conditions, "Lumascan", formatted("(%d)", number), "", "gwy");
     try {
         if (writeDocument(path, mapDocument(map, textFiles), L"wb")) return true;
     } catch (const std::exception&) { // so large a map that memory or the format does not hold it
     }
-    reportUnwritten(path, "the map's .gwy file");
+    reportUnwritten(path, mapDocumentWords);
     return false;
 }

@@ -16,7 +16,6 @@ Conditions setUpOf(const ScanConditions& scan);
 std::string quantity(double value, const char* unit); // nine digits
 std::string timeText(const LocalTime& time);          // to the second
 std::string biasText(const ScanConditions& scan);
-std::string troubleText(const std::string& told); // as the operator was told, behind ". "
 
 // Where the map lies, in stage coordinates: a pixel for each point, the point in its middle.
 GwyFrame frameOf(const ScanConditions& scan);
@@ -26,6 +25,8 @@ GwyFrame frameOf(const ScanConditions& scan);
 // have one, empty where none was written. Throws std::length_error when the format cannot hold it.
 std::string mapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles);
 
-// Writes it to a new file in the session folder. A failure is told in the information text and on
+constexpr char mapDocumentWords[] = "the map's .gwy file"; // of the operator
+
+// Writes it to a new file in the map's folder. A failure is told in the information text and on
 // standard output, and the map stays in memory.
 bool saveMapDocument(const ScanMap& map, const std::vector<std::wstring>& textFiles);

@@ -233,8 +233,8 @@ void drawScaleLabels(WindowHandle window) {
     if (target.context) drawScaleLabelsOn(target.context, mapViews.mapChannel);
 }
 
-void saveMapImage(WindowHandle window, int channel, const char* label) {
-    if (!window) return; // closed meanwhile
+bool saveMapImage(WindowHandle window, int channel, const char* label) {
+    if (!window) return true; // closed meanwhile
     // What the window shows may be black: a locked screen, a remote session that has ended.
     const bool larger = std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx;
     const Extent size =
@@ -243,14 +243,16 @@ void saveMapImage(WindowHandle window, int channel, const char* label) {
     const WindowContext like(window);
     MemoryBitmap memory;
     if (!like.context || !memory.make(like.context, size.width, size.height) ||
-        !drawMapOn(memory.context, size, channel))
-        return reportUnwritten(widened(label), "a picture");
+        !drawMapOn(memory.context, size, channel)) {
+        reportUnwritten(widened(label), "a picture");
+        return false;
+    }
     if (isOfInstrument(channel)) {
         drawColourBarOn(memory.context);
         drawScaleLabelsOn(memory.context, channel);
     }
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
-    saveNumberedImage(dataFolders, memory.bitmap, label);
+    return saveNumberedImage(foldersOfMap(), memory.bitmap, label);
 }
 
 void markPoint(ContextHandle view, int x, int y) {

@@ -55,8 +55,9 @@ void placePictureWindows();
 void drawMapWithScale(int channel);
 
 // Saves a channel that its window shows, as saveWindowImage does, but drawn anew: a map that is
-// larger than the screen is saved whole, and one that nobody can see all the same.
-void saveMapImage(WindowHandle window, int channel, const char* label);
+// larger than the screen is saved whole, and one that nobody can see all the same. A failure is
+// reported; of a window that was closed nothing is saved, and that is none.
+bool saveMapImage(WindowHandle window, int channel, const char* label);
 
 // Creates or shows the map window with a channel.
 void showMapWindow(int channel);

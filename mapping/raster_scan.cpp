@@ -1,4 +1,4 @@
-// Runs one mapping.
+// Runs one scan.
 #include "mapping/raster_scan.h"
 
 #include "camera/camera.h"
@@ -10,26 +10,24 @@
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
+#include "mapping/map_saving.h"
 #include "mapping/point_reading.h"
-#include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
-#include "mapping/scan_options.h"
 #include "mapping/scan_pace.h"
 #include "mapping/scan_report.h"
-#include "motion/stage.h"
 #include "platform/clock.h"
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
-#include "session/data_folders.h"
 #include "session/day_log.h"
 #include "session/forced_end.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
+#include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
 
@@ -41,58 +39,6 @@
 #include <string>
 
 namespace {
-
-// Where the scan starts and ends, um.
-struct ScanPlace {
-    double homeX, homeY;   // where the stage stood
-    double startX, startY; // the first point
-    int firstRow = 0;      // not 0 of a scan that goes on
-};
-
-ScanReport report;
-BiasWatch biasWatch;
-ScanPace pace(0, 0, 0.0);
-
-bool movesTheStage = false;
-uint64_t refusedMs = 0; // when the operator last wanted to; 0 never in this scan
-
-std::string whatFailed() {
-    return report.words(scanMap.documentLost);
-}
-
-void showReport() {
-    const std::string failed = whatFailed();
-    if (!failed.empty()) showInformation(("Mapping finished" + failed).c_str());
-}
-
-int percentOf(int count) {
-    return static_cast<int>(int64_t{count} * 100 / scanArea.totalPoints);
-}
-
-void showPercentDone(int count) {
-    const int percent = percentOf(count);
-    std::string text = formatted("Mapping: %d%% done", percent);
-    // What was said of a failed move is gone with the next point.
-    if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
-    if (journalIsBroken()) text += ", no journal";
-    // The arrival at the next point has overwritten the word.
-    constexpr uint64_t readableMs = 3000;
-    if (refusedMs != 0 && tickCountMs() - refusedMs < readableMs) text += ", no keys for X and Y";
-    showProgress(text.c_str());
-}
-
-// How far from a point the stage may stand, um.
-double placeTolerance() {
-    return std::min(scanArea.scanStep / 2, 1.0);
-}
-
-// Whether the axis stands where it was sent, by one of the two looks; it is given a short time for
-// that. What has no controller has not moved.
-bool hasComeTo(StageAxis& axis, double targetUm,
-               bool (*look)(StageAxis&, double, double) = standsAt) {
-    if (axis.axisNumber == 0) axis.missed = Miss::NoController;
-    return axis.axisNumber != 0 && look(axis, targetUm, placeTolerance());
-}
 
 NotThere notThere(const StageAxis& axis) {
     const bool told = axis.missed != Miss::Nothing;
@@ -113,46 +59,167 @@ struct RowStart {
     NotThere xMissed;        // why
 };
 
-RowStart goToRow(const ScanPlace& place, double y) {
+struct Point {
+    int row, column; // in the order of the scan
+    NotThere missed;
+};
+
+class Scan {
+public:
+    explicit Scan(const ScanPlan& toCarryOut)
+        : plan(toCarryOut),
+          // How far from a point the stage may stand, um.
+          toleranceUm(std::min(area.scanStep / 2, 1.0)), timing{plan.options.looksEarly,
+                                                                static_cast<uint32_t>(
+                                                                    plan.options.settleMs),
+                                                                toleranceUm},
+          pace(0, 0, 0.0), homeX(currentPositionUm(stageX)), homeY(currentPositionUm(stageY)) {
+        running = this;
+    }
+    ~Scan() { running = nullptr; }
+    Scan(const Scan&) = delete;
+    Scan& operator=(const Scan&) = delete;
+
+    Outcome run(const LeftJournal* left);
+    void refuseKeys() { refusedMs = std::max<uint64_t>(tickCountMs(), 1); }
+    double remainingMs() const { return pace.remainingMs(); }
+    void noteEnd(ProcessEnd end) const;
+
+    static Scan* running; // null without one
+
+private:
+    void begin();
+    void continueFrom(const LeftJournal& left);
+    void takeOverReport();
+    void showFirstWindows();
+    bool consentGiven(bool compensated);
+    void scanAllRows();
+    bool scanRow(const WindowContext& view, int row);
+    RowStart goToRow(double y);
+    bool hasComeTo(StageAxis& axis, double targetUm);
+    NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start);
+    std::optional<PointReading> readPoint();
+    bool measurePoint(const Point& point, int mapRow);
+    void sampleColour(size_t column, size_t mapRow);
+    void showPercentDone(int points) const;
+    void showProgressAt(int point) const;
+    void showRemaining() const;
+    void showEnd() const;
+    void markScanPoint(const WindowContext& view, int row, int column) const;
+    void lookAtFocus(const std::string& when);
+    void endIfAxisIsOut();
+    bool canGoOn() const;
+    void endBy(const std::string& cause);
+    void returnHome();
+    int percentOf(int points) const {
+        return static_cast<int>(int64_t{points} * 100 / area.totalPoints);
+    }
+    Outcome outcome() const { return report.outcome(end); }
+
+    const ScanPlan plan;
+    const ScanArea& area = plan.area;
+    const double toleranceUm;
+    const ArrivalTiming timing;
+    std::vector<Plane> planes;
+    ScanReport report;
+    BiasWatch biasWatch;
+    ScanPace pace;
+    const double homeX, homeY;         // where the stage stood, um
+    double startX = 0.0, startY = 0.0; // the first point
+    int firstRow = 0;                  // not 0 of a scan that goes on
+    uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
+    ProcessEnd end = ProcessEnd::Running;
+};
+
+Scan* Scan::running = nullptr;
+
+void Scan::showPercentDone(int points) const {
+    std::string text = formatted("Mapping: %d%% done", percentOf(points));
+    // What was said of a failed move is gone with the next point.
+    if (report.pointsInDoubt > 0) text += formatted(", %d in doubt", report.pointsInDoubt);
+    if (journalIsBroken()) text += ", no journal";
+    // The arrival at the next point has overwritten the word.
+    constexpr uint64_t readableMs = 3000;
+    if (refusedMs != 0 && tickCountMs() - refusedMs < readableMs) text += ", no keys for X and Y";
+    showProgress(text.c_str());
+}
+
+void Scan::showProgressAt(int point) const {
+    showPercentDone(point);
+    const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
+    setField(Field::Time, formatted("%dM/%dM ", minutes, area.estimatedMinutes).c_str());
+}
+
+// For somebody who looks from another desk, too.
+void Scan::showRemaining() const {
+    constexpr int minutesOfDay = 24 * 60;
+    const double leftMs = pace.remainingMs();
+    const auto minutes = static_cast<int>(std::lround(leftMs / 60000.0));
+    const std::string left =
+        minutes < 2 ? formatted("%d s left", static_cast<int>(std::lround(leftMs / 1000.0)))
+                    : formatted("%d min left", minutes);
+    const LocalTime now = localTime();
+    const int at = now.hour * 60 + now.minute + minutes;
+    std::string ends = formatted("ends %02d:%02d", at / 60 % 24, at % 60);
+    if (at >= minutesOfDay) ends += formatted(" +%d d", at / minutesOfDay);
+    setField(Field::Remaining, (left + "\n" + ends).c_str());
+    titleProgress(formatted("%d%%, %s", percentOf(report.pointsDone), ends.c_str()));
+    showTaskbarProgress(percentOf(report.pointsDone));
+}
+
+void Scan::showEnd() const {
+    const LocalTime now = localTime();
+    const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
+    setField(Field::Remaining,
+             formatted("took %d min\nended %02d:%02d", minutes, now.hour, now.minute).c_str());
+    titleProgress("");
+    showTaskbarProgress(-1);
+}
+
+// Whether the axis stands where it was sent; it is given a short time for that. What has no
+// controller has not moved.
+bool Scan::hasComeTo(StageAxis& axis, double targetUm) {
+    if (axis.axisNumber == 0) axis.missed = Miss::NoController;
+    return axis.axisNumber != 0 && standsAt(axis, targetUm, toleranceUm, timing);
+}
+
+RowStart Scan::goToRow(double y) {
     RowStart row;
-    const double runIn = runInOf(scanMap.conditions->options, scanArea.scanStep);
-    const double runInX = place.startX - runIn;
-    if (!moveXYTo(runInX, y, motorSpeed)) showProgress("Motor range limited");
+    const double runIn = plan.runInUm();
+    const double runInX = startX - runIn;
+    if (!moveXYTo(runInX, y, motorSpeed, timing)) showProgress("Motor range limited");
     biasWatch.read(
         readPhotocurrent()); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.
     const bool ranIn = hasComeTo(stageX, runInX);
-    row.soundFromX = ranIn ? place.startX : stageX.positionUm + runIn;
+    row.soundFromX = ranIn ? startX : stageX.positionUm + runIn;
     if (!ranIn) row.xMissed = notThere(stageX);
     // Every row is approached from the negative side, so that backlash is taken up the same way.
-    moveTo(stageX, place.startX);
+    moveTo(stageX, startX, timing);
     refreshPositions();
-    waitResponsive(rowSettleMs);
+    waitResponsive(plan.rowSettleMs);
     if (stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
     return row;
 }
 
 // What is missed of the point (x, y) after the move to it; a move of X has looked where it ended.
 // What was missed before is not waited for again at each point of the row.
-NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start) {
+NotThere Scan::lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start) {
     if (!moved) return notThere(stageX);
     if (start.yMissed.why != Miss::Nothing) return start.yMissed;
     if (x < start.soundFromX) return start.xMissed;
     if (!looked && !hasComeTo(stageX, x)) return notThere(stageX);
-    return hasComeTo(stageY, y, stillStandsAt) ? NotThere{} : notThere(stageY);
+    if (stageY.axisNumber == 0) stageY.missed = Miss::NoController;
+    const bool stands = stageY.axisNumber != 0 && stillStandsAt(stageY, y, toleranceUm, timing);
+    return stands ? NotThere{} : notThere(stageY);
 }
 
-struct Point {
-    int row, column; // in the order of the scan
-    NotThere missed;
-};
-
 // Nothing when a stop came before the last reading.
-std::optional<PointReading> readPoint() {
+std::optional<PointReading> Scan::readPoint() {
     PointReadings readings;
     constexpr uint64_t longestDeafMs = 100;
     uint64_t heard = tickCountMs();
-    for (int count = 0; count < scanOptions.readingsPerPoint; ++count) {
+    for (int count = 0; count < plan.options.readingsPerPoint; ++count) {
         // Many slow readings must not deafen the windows.
         if (count > 0 && tickCountMs() - heard >= longestDeafMs) {
             waitResponsive(1);
@@ -166,23 +233,30 @@ std::optional<PointReading> readPoint() {
     return readings.result();
 }
 
+void Scan::sampleColour(size_t column, size_t mapRow) {
+    grabFrames(cameraState, 1);
+    const Colour colour = sampleSpotColour(plan.laserSpot, plan.aperturePx);
+    showSpotColour(colour);
+    const uint32_t parts[] = {redOf(colour), greenOf(colour), blueOf(colour)};
+    for (size_t i = 0; i < std::size(parts); ++i)
+        scanMap.maps[planeRed + i][column][mapRow] = static_cast<float>(parts[i]);
+}
+
 // False, and the cell stays unmeasured, when a stop came in the middle.
-bool measurePoint(const Point& point, int mapRow) {
+bool Scan::measurePoint(const Point& point, int mapRow) {
     const auto c = static_cast<size_t>(point.column);
     const auto m = static_cast<size_t>(mapRow);
-    const bool inMap = c < scanMap.marks.size() && m < scanMap.marks[c].size() &&
-                       scanArea.cols == scanMap.conditions->cols &&
-                       scanArea.rows == scanMap.conditions->rows;
-    if (!inMap) endProgram("the scan area has changed in its own scan");
+    if (c >= scanMap.marks.size() || m >= scanMap.marks[c].size())
+        endProgram("the map has changed in its own scan");
     const std::optional<PointReading> reading = readPoint();
     if (!reading) return false;
-    for (const Plane& plane : planesOf(scanMap))
-        if (plane.of == Plane::Of::Channel)
-            scanMap.maps[plane.map][c][m] = reading->means[plane.channel];
-        else if (plane.of == Plane::Of::Deviation)
-            scanMap.maps[plane.map][c][m] = reading->deviations[plane.channel];
+    for (const Plane& plane : planes) {
+        float& cell = scanMap.maps[plane.map][c][m];
+        if (plane.of == Plane::Of::Channel) cell = reading->means[plane.channel];
+        if (plane.of == Plane::Of::Deviation) cell = reading->deviations[plane.channel];
+    }
     setField(Field::MeasuredValue,
-             formatted("%.5f", static_cast<double>(reading->means[0])).c_str());
+             formatted("%.5f", static_cast<double>(reading->means.front())).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
@@ -193,14 +267,9 @@ bool measurePoint(const Point& point, int mapRow) {
     spoils(Spoilt::Overload, reading->overloaded);
     spoils(Spoilt::NotReached, point.missed.why != Miss::Nothing);
     if (point.missed.why != Miss::Nothing) report.takeMiss(point.missed);
-    if (mapIsConfocal()) {
-        grabFrames(cameraState, 1);
+    if (plan.confocal) {
+        sampleColour(c, m);
         spoils(Spoilt::Camera, cameraState.connected == 0 || !cameraState.fresh);
-        const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
-        showSpotColour(colour);
-        scanMap.maps[planeRed][c][m] = static_cast<float>(redOf(colour));
-        scanMap.maps[planeGreen][c][m] = static_cast<float>(greenOf(colour));
-        scanMap.maps[planeBlue][c][m] = static_cast<float>(blueOf(colour));
     }
     // Asked at each point, since the one before.
     spoils(Spoilt::Unlit, !onlyTheLaserShone() && boardStands);
@@ -209,109 +278,78 @@ bool measurePoint(const Point& point, int mapRow) {
     return true;
 }
 
-void showScanProgress(int count) {
-    showPercentDone(count);
-    const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
-    setField(Field::Time, formatted("%dM/%dM ", minutes, scanArea.estimatedMinutes).c_str());
-}
-
-// For who looks from another desk, too.
-void showRemaining(int count) {
-    constexpr int minutesOfDay = 24 * 60;
-    const double leftMs = pace.remainingMs();
-    const auto minutes = static_cast<int>(std::lround(leftMs / 60000.0));
-    const std::string left =
-        minutes < 2 ? formatted("%d s left", static_cast<int>(std::lround(leftMs / 1000.0)))
-                    : formatted("%d min left", minutes);
-    const LocalTime now = localTime();
-    const int end = now.hour * 60 + now.minute + minutes;
-    std::string ends = formatted("ends %02d:%02d", end / 60 % 24, end % 60);
-    if (end >= minutesOfDay) ends += formatted(" +%d d", end / minutesOfDay);
-    setField(Field::Remaining, (left + "\n" + ends).c_str());
-    titleProgress(formatted("%d%%, %s", percentOf(count), ends.c_str()));
-    showTaskbarProgress(percentOf(count));
-}
-
-void showEnd() {
-    const LocalTime now = localTime();
-    const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
-    setField(Field::Remaining,
-             formatted("took %d min\nended %02d:%02d", minutes, now.hour, now.minute).c_str());
-    titleProgress("");
-    showTaskbarProgress(-1);
-}
-
-void markScanPoint(const WindowContext& view, int row, int column) {
+void Scan::markScanPoint(const WindowContext& view, int row, int column) const {
     const PixelPoint point =
-        onPresentView(scanArea,
-                      static_cast<double>(static_cast<float>(scanArea.rectLeft) +
-                                          static_cast<float>(column) * scanArea.stepPx),
-                      static_cast<double>(static_cast<float>(scanArea.rectBottom) -
-                                          static_cast<float>(row + 1) * scanArea.stepPx));
+        onPresentView(area,
+                      static_cast<double>(static_cast<float>(area.rectLeft) +
+                                          static_cast<float>(column) * area.stepPx),
+                      static_cast<double>(static_cast<float>(area.rectBottom) -
+                                          static_cast<float>(row + 1) * area.stepPx));
     markPoint(view.context, point.x, point.y);
 }
 
 // Nothing here moves Z: only a look tells that it is lost or in an alarm.
-void lookAtFocus(const std::string& when) {
+void Scan::lookAtFocus(const std::string& when) {
     readPosition(stageZ);
     const std::string trouble = axisTrouble(stageZ);
     if (report.focus.empty() && !trouble.empty()) report.focus = trouble + when;
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.
-bool scanRow(const ScanPlace& place, const WindowContext& view, int row, int& count) {
-    const int mapRow = scanArea.rows - 1 - row;
-    const double y = place.startY + row * scanArea.scanStep;
+bool Scan::scanRow(const WindowContext& view, int row) {
+    const int mapRow = area.rows - 1 - row;
+    const double y = startY + row * area.scanStep;
     pace.rowBegins(tickCountMs());
-    const RowStart start = goToRow(place, y);
+    const RowStart start = goToRow(y);
     pace.rowReached(tickCountMs());
     if (stopRequested || axisThatIsOut()) return false;
-    for (int column = 0; column < scanArea.cols; ++column) {
-        const double x = place.startX + column * scanArea.scanStep;
+    for (int column = 0; column < area.cols; ++column) {
+        const double x = startX + column * area.scanStep;
         const uint64_t beganMs = tickCountMs();
         const bool looked = stageX.axisNumber != 0 && stageX.positionUm != x;
-        const bool moved = moveTo(stageX, x);
+        const bool moved = moveTo(stageX, x, timing);
         if (!moved) showProgress("Motor motion failure");
-        showScanProgress(count + 1);
+        showProgressAt(report.pointsDone + 1);
         refreshPositions();
         waitAfterMove(std::max(beganMs, lastSettledMs()),
-                      static_cast<uint32_t>(scanOptions.beforeReadingMs));
+                      static_cast<uint32_t>(plan.options.beforeReadingMs), timing);
         if (stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (stopRequested || axisThatIsOut()) return false;
         markScanPoint(view, row, column);
         if (!measurePoint({row, column, missed}, mapRow)) return false;
-        ++count;
+        ++report.pointsDone;
         pace.pointDone(tickCountMs());
-        showRemaining(count);
+        showRemaining();
     }
     lookAtFocus(formatted(" in row %d", row + 1));
     flushJournal();
     setLiveRows(mapRow);
     drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
-    if (mapIsConfocal()) drawConfocalRow(confocalWindow, mapRow);
+    if (plan.confocal) drawConfocalRow(confocalWindow, mapRow);
     return true;
 }
 
-void showScanAreaForConsent() {
+// The area on a fresh picture, and the operator's word where it is wanted.
+bool Scan::consentGiven(bool compensated) {
     checkRadio(idLaserView, idSampleView, idSampleView);
     waitResponsive(1000);
     switchLiveView(LiveView::FreshFrame);
     showScanArea();
     if (wideView) grabFrames(cameraState, 1); // what is on the screen was seen earlier
     keepScanPicture();
-}
-
-bool consentGiven(bool compensated) {
+    // Whoever has stopped or closed meanwhile is asked nothing.
+    if (stopRequested || plan.consent == Consent::GivenBefore) return true;
     const char* const question =
         compensated ? "Hysteresis compensated. Is it okay?"
                     : "Hysteresis not compensated: the stage did not arrive. Is it okay?";
     return showMessageBox(mainWindow, question, "Scan area checking", BoxButtons::YesNo) ==
-           BoxAnswer::Yes;
+               BoxAnswer::Yes ||
+           stopRequested;
 }
 
-void scanAllRows(const ScanPlace& place) {
-    if (mapIsConfocal()) {
+void Scan::scanAllRows() {
+    if (plan.confocal) {
         controlCamera(cameraState, cameraManual);
         scanMap.conditions->takenGain = cameraState.takenGain;
         scanMap.conditions->takenExposureUs = cameraState.takenExposureUs;
@@ -320,256 +358,191 @@ void scanAllRows(const ScanPlace& place) {
     setLaserOutput(0);
     setLaserLevel(1);
     onlyTheLaserShone(); // from here on
-    if (!moveXYTo(place.startX, place.startY, motorSpeed)) showProgress("Motor range limited");
-    report.swingFailed = !compensateHysteresis();
+    if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
+    report.swingFailed = !compensateHysteresis(timing);
     elapsedMs(true);
     waitResponsive(500);
 
-    const double rowUm = (scanArea.cols - 1) * scanArea.scanStep;
-    pace = ScanPace(scanArea.cols, scanArea.rows - place.firstRow,
-                    rowUm / (motorSpeed * umPerFullStep) * 1000.0);
+    const double rowUm = (area.cols - 1) * area.scanStep;
+    pace = ScanPace(area.cols, area.rows - firstRow, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
     const WindowContext view(mainWindow); // the scan's own, for its markers
-    int count = place.firstRow * scanArea.cols;
-    for (int row = place.firstRow; row < scanArea.rows && !stopRequested && !axisThatIsOut(); ++row)
-        if (!scanRow(place, view, row, count)) break;
+    for (int row = firstRow; row < area.rows && !stopRequested && !axisThatIsOut(); ++row)
+        if (!scanRow(view, row)) break;
     flushJournal(); // of a row that was not finished
-    report.pointsDone = count;
-    logEvent(formatted("Mapping: %d of %d points, %d in doubt", count, scanArea.totalPoints,
+    logEvent(formatted("Mapping: %d of %d points, %d in doubt", report.pointsDone, area.totalPoints,
                        report.pointsInDoubt));
     showEnd();
 }
 
-void returnHome(const ScanPlace& place) {
-    report.stayedAway = !moveXYTo(place.homeX, place.homeY, motorSpeed);
+void Scan::returnHome() {
+    report.stayedAway = !moveXYTo(homeX, homeY, motorSpeed, timing);
     controlCamera(cameraState, cameraAutomatic);
     setLaserOutput(processEnd() == ProcessEnd::Asleep ? 0 : 1);
     setLaserLevel(0);
     switchLiveView(LiveView::Off);
     refreshPositions();
     if (report.pointsInDoubt > 0) showPercentDone(report.pointsDone); // over the move's own text
-    showInformation("Mapping finished");
-    showReport();
-    if (const std::string failed = whatFailed(); !failed.empty())
-        std::printf("Mapping finished%s\n", failed.c_str());
+    const Outcome told = outcome();
+    showInformation(told.lastWords.c_str());
+    if (told.isSound()) return;
+    showInformation(told.words().c_str());
+    std::printf("%s\n", told.words().c_str());
 }
 
-void saveConfocalImage(int channel, const char* label) {
-    drawMap(confocalWindow, channel);
-    saveMapImage(confocalWindow, channel, label);
-}
-
-void saveImages() {
-    placePictureWindows(); // they may have been closed since
-    drawMapWithScale(channelPhotocurrent);
-    for (const Plane& plane : planesOf(scanMap)) {
-        if (plane.of == Plane::Of::Channel)
-            saveMapImage(mapWindow, channelOf(plane), plane.pictureName);
-        if (plane.of == Plane::Of::Colour) saveConfocalImage(channelOf(plane), plane.pictureName);
-    }
-    if (mapIsConfocal()) saveConfocalImage(channelConfocal, "CONFOCAL");
-}
-
-// Whether every number is in a file.
-bool saveEverything(bool (*saveFiles)()) {
-    const bool saved = saveFiles() && !scanMap.documentLost;
-    saveImages();
-    return saved;
-}
-
-void noteEnd(ProcessEnd end) {
-    scanMap.outcome = {.end = end,
+void Scan::noteEnd(ProcessEnd how) const {
+    scanMap.outcome = {.end = how,
                        .ended = localTime(),
                        .zUm = stageZ.positionUm + report.zShiftUm,
                        .laserLevel = laserLevel,
                        .gain = cameraState.takenGain,
                        .exposureUs = cameraState.takenExposureUs,
                        .blueOnly = blueOnly != 0,
-                       .trouble = whatFailed()};
+                       .trouble = troubleLine(outcome())};
 }
-
-} // namespace
-
-bool compensateHysteresis() {
-    constexpr double swing[] = {20.0, -35.0, 25.0, -15.0, 5.0};
-    for (double um : swing)
-        if (!moveXYBy(um, um, motorSpeed)) return false;
-    return moveBy(stageZ, 2.0) && moveBy(stageZ, -2.0);
-}
-
-double remainingScanMs() {
-    return pace.remainingMs();
-}
-
-// The stage is looked at as the operator chose, in this object's block.
-struct ScanTiming {
-    ScanTiming() {
-        arrivalTiming = {scanOptions.looksEarly, static_cast<uint32_t>(scanOptions.settleMs),
-                         placeTolerance()};
-    }
-    ~ScanTiming() { arrivalTiming = {}; }
-    ScanTiming(const ScanTiming&) = delete;
-    ScanTiming& operator=(const ScanTiming&) = delete;
-};
-
-// In this object's block X and Y are the scan's.
-struct OwnStage {
-    OwnStage() {
-        movesTheStage = true;
-        refusedMs = 0;
-    }
-    ~OwnStage() { movesTheStage = false; }
-    OwnStage(const OwnStage&) = delete;
-    OwnStage& operator=(const OwnStage&) = delete;
-};
-
-bool scanMovesTheStage() {
-    return movesTheStage;
-}
-
-void refuseForScan() {
-    refusedMs = std::max<uint64_t>(tickCountMs(), 1);
-    showInformation("Not while a mapping runs");
-}
-
-bool saveScan() {
-    return saveEverything(saveMapFilesQuietly);
-}
-
-bool saveMapsAgain() {
-    const bool wasLost = scanMap.documentLost;
-    if (!saveMapFiles() || scanMap.documentLost) return false;
-    if (scanMap.onlyInJournal)
-        for (const LeftJournal& left : leftJournals())
-            if (isJournalOf(left, *scanMap.conditions)) removeLeftJournal(left);
-    scanMap.onlyInJournal = false;
-    if (wasLost) showInformation("Saved"); // over what was said of the file
-    return true;
-}
-
-void saveScanAtForcedEnd() {
-    if (scanMap.conditions && scanMap.outcome.end == ProcessEnd::Running)
-        noteEnd(ProcessEnd::Forced);
-    const bool saved = saveMapFilesQuietly() && !scanMap.documentLost;
-    if (saved && onWindowThread())
-        removeJournal(); // else its writer may be in the middle of a line
-}
-
-namespace {
 
 // What is told of the points that an earlier run has measured.
-void takeOverReport(int firstRow) {
-    report.pointsDone = firstRow * scanArea.cols;
+void Scan::takeOverReport() {
+    report.pointsDone = firstRow * area.cols;
     for (int row = 0; row < firstRow; ++row)
-        for (int column = 0; column < scanArea.cols; ++column)
+        for (int column = 0; column < area.cols; ++column)
             report.takeMarked(scanMap.marks[static_cast<size_t>(column)]
-                                           [static_cast<size_t>(scanArea.rows - 1 - row)],
+                                           [static_cast<size_t>(area.rows - 1 - row)],
                               row, column);
 }
 
-void beginScan() {
-    allocateMaps();
-    scanMap.conditions = presentConditions();
-    ensureSessionFolder(dataFolders);
+void Scan::begin() {
+    beginMap(conditionsOf(plan));
+    ensureSessionFolder(foldersOfMap());
     beginScanJournal();
 }
 
-void beginContinuation(ScanPlace& place, const LeftJournal& left) {
-    place.firstRow = firstMissingRow(scanMap);
+void Scan::continueFrom(const LeftJournal& left) {
+    firstRow = firstMissingRow(scanMap);
     ScanConditions& conditions = *scanMap.conditions;
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
     if (!conditions.continued.empty()) conditions.continued += "; ";
-    conditions.continued += timeText(localTime()) + formatted(" after row %d", place.firstRow);
-    takeOverReport(place.firstRow);
+    conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
+    takeOverReport();
     continueScanJournal(left);
     logEvent("Continued: " + conditions.continued);
 }
 
 // Whether a scan that its stage has ended may be continued.
-bool canGoOn() {
+bool Scan::canGoOn() const {
     return !report.endedBy.empty() && report.pointsDone > 0 && !report.journalLost;
 }
 
-void endBy(const std::string& cause) {
+void Scan::endBy(const std::string& cause) {
     report.endedBy = cause;
     report.journalLost = journalIsBroken();
     if (canGoOn()) report.endedBy += ", \"Continue last scan\" goes on";
 }
 
 // Without X or Y the rest would be measured at one spot, for hours in the light of the laser.
-void endIfAxisIsOut() {
+void Scan::endIfAxisIsOut() {
     const StageAxis* out = axisThatIsOut();
-    if (!out || report.pointsDone == scanArea.totalPoints) return;
+    if (!out || report.pointsDone == area.totalPoints) return;
     setLaserLevel(0);
     endBy(axisTrouble(*out));
 }
 
-void scanFrom(const LeftJournal* left) {
-    const ScanTiming timing;
-    const OwnStage own;
+void Scan::showFirstWindows() {
+    placePictureWindows();
+    logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um", area.cols,
+                       area.rows, area.scanStep, homeX, homeY));
+    startLiveRows();
+    if (firstRow == 0) return;
+    setLiveRows(area.rows - firstRow);
+    repaintMapWindow();
+    repaintConfocalWindow();
+}
+
+Outcome Scan::run(const LeftJournal* left) {
     showInformation("Moving to starting point");
     setField(Field::Remaining, "");
-    report = {};
-    biasWatch = {};
-    pace = ScanPace(0, 0, 0.0);
-    ScanPlace place{currentPositionUm(stageX), currentPositionUm(stageY), 0.0, 0.0};
-    const auto limit = static_cast<double>(instrumentLink.currentLimit);
-    const auto volts = static_cast<double>(instrumentLink.biasVoltage);
+    const auto limit = static_cast<double>(plan.currentLimit);
+    const auto volts = static_cast<double>(plan.biasVoltage);
     biasWatch.told(volts, applyBias(volts, limit));
     if (left)
-        beginContinuation(place, *left);
+        continueFrom(*left);
     else
-        beginScan();
-    placePictureWindows();
-    logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um",
-                       scanArea.cols, scanArea.rows, scanArea.scanStep, place.homeX, place.homeY));
-    startLiveRows();
-    if (place.firstRow > 0) {
-        setLiveRows(scanArea.rows - place.firstRow);
-        repaintMapWindow();
-        repaintConfocalWindow();
-    }
-    place.startX = place.homeX + scanArea.offsetXUm;
-    place.startY = place.homeY + scanArea.offsetYUm;
+        begin();
+    planes = planesOf(scanMap);
+    showFirstWindows();
+    startX = homeX + area.offsetXUm;
+    startY = homeY + area.offsetYUm;
     showInformation("scanning ...");
     setLaserOutput(1);
     setLaserLevel(0);
-    const bool compensated = compensateHysteresis();
-    if (!stopRequested) showScanAreaForConsent();
-    // Who has stopped or closed meanwhile is asked nothing.
-    const bool declined = !stopRequested && !consentGiven(compensated) && !stopRequested;
+    const bool compensated = compensateHysteresis(timing);
+    const bool declined = !stopRequested && !consentGiven(compensated);
     const bool goes = !declined && !stopRequested;
-    if (goes && !axisThatIsOut()) scanAllRows(place);
+    if (goes && !axisThatIsOut()) scanAllRows();
     if (goes) endIfAxisIsOut();
     if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
-    report.bias = biasWatch.words(); // while it is on
+    report.bias = biasWatch.troubles(); // while it is on
     report.journalLost = journalIsBroken();
-    noteEnd(declined                                    ? ProcessEnd::Declined
-            : !report.endedBy.empty() && !stopRequested ? ProcessEnd::Stopped
-                                                        : processEnd());
-    returnHome(place);
+    end = declined                                    ? ProcessEnd::Declined
+          : !report.endedBy.empty() && !stopRequested ? ProcessEnd::Stopped
+                                                      : processEnd();
+    noteEnd(end);
+    returnHome();
     lookAtFocus(" at the end");
     scanMap.outcome.zUm = stageZ.positionUm + report.zShiftUm;
-    scanMap.outcome.trouble = whatFailed();
+    scanMap.outcome.trouble = troubleLine(outcome());
     setLiveRows(-1);
     applyBias(0.0, limit); // before what may ask: nobody may be there to answer
-    const bool saved = saveEverything(saveMapFiles);
+    const SavedFiles saved = saveScan(Asking::WithBoxes);
     // One that was to go on and did not can still go on, and one that the stage has ended.
-    const bool wentOn = report.pointsDone > place.firstRow * scanArea.cols;
-    if (saved && !canGoOn() && (!left || wentOn)) removeJournal();
-    scanMap.onlyInJournal = !saved && !canGoOn();
+    const bool wentOn = report.pointsDone > firstRow * area.cols;
+    if (saved.numbers && !canGoOn() && (!left || wentOn)) removeJournal();
+    scanMap.onlyInJournal = !saved.numbers && !canGoOn();
     leaveJournal(); // what is only there is offered again
-    showReport();   // over what the saving had to say
+    Outcome told = outcome();
+    told.notWritten = saved.notWritten;
+    if (!told.isSound()) showInformation(told.words().c_str()); // over what the saving had to say
+    return told;
 }
 
 } // namespace
 
+bool compensateHysteresis(const ArrivalTiming& timing) {
+    constexpr double swing[] = {20.0, -35.0, 25.0, -15.0, 5.0};
+    for (double um : swing)
+        if (!moveXYBy(um, um, motorSpeed, timing)) return false;
+    return moveBy(stageZ, 2.0, timing) && moveBy(stageZ, -2.0, timing);
+}
+
+double remainingScanMs() {
+    return Scan::running ? Scan::running->remainingMs() : 0.0;
+}
+
+bool scanMovesTheStage() {
+    return Scan::running != nullptr;
+}
+
+void refuseForScan() {
+    if (Scan::running) Scan::running->refuseKeys();
+    showInformation("Not while a mapping runs");
+}
+
+void saveScanAtForcedEnd() {
+    if (Scan::running && scanMap.conditions && scanMap.outcome.end == ProcessEnd::Running)
+        Scan::running->noteEnd(ProcessEnd::Forced);
+    const bool saved = saveMapFilesQuietly().numbers;
+    if (saved && onWindowThread())
+        removeJournal(); // otherwise its writer may be in the middle of a line
+}
+
+Outcome runScan(const ScanPlan& plan) {
+    return Scan(plan).run(nullptr);
+}
+
 int runMapping() {
-    scanFrom(nullptr);
+    runScan(presentPlan());
     return 1;
 }
 
-int continueMapping(const LeftJournal& left, const std::string& folder) {
-    const OtherSessionFolder scansOwn(folder);
-    scanFrom(&left);
-    return 1;
+Outcome continueScan(const LeftJournal& left) {
+    return Scan(*scanMap.conditions).run(&left);
 }

@@ -33,7 +33,7 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y) {
             truncated(area.imageRefY + (y - area.imageRefY) * scale)};
 }
 
-int32_t computeScanArea(ScanArea& area) {
+int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal) {
     const double step = area.scanStep >= scanStepLowest ? area.scanStep : scanStepLowest;
     area.stepPx = static_cast<float>(step / area.viewScale * fieldWidthPx / fieldWidthUm);
     area.cols = pointsAlong(area.rectX1, area.rectX2, area.stepPx);
@@ -57,15 +57,19 @@ int32_t computeScanArea(ScanArea& area) {
     area.refToRectX = (area.rectLeft - area.imageRefX) * area.viewScale;
     area.refToRectY = -(area.rectBottom - area.imageRefY) * area.viewScale;
     // The laser's distances stay unscaled in the wide view.
-    area.refToLaserX = laserOffset.x - area.imageRefX;
-    area.refToLaserY = laserOffset.y - area.imageRefY;
+    area.refToLaserX = laserSpot.x - area.imageRefX;
+    area.refToLaserY = laserSpot.y - area.imageRefY;
     constexpr auto umPerPixel = static_cast<float>(fieldWidthUm) / static_cast<float>(fieldWidthPx);
     area.offsetXUm =
         static_cast<float>(area.refToRectX - area.refToLaserX) * umPerPixel + spotCorrectionX;
     area.offsetYUm =
         static_cast<float>(area.refToRectY - area.refToLaserY) * umPerPixel + spotCorrectionY;
 
-    const int64_t readings = int64_t{area.totalPoints} * (confocalEnabled ? 2 : 1);
+    const int64_t readings = int64_t{area.totalPoints} * (confocal ? 2 : 1);
     area.estimatedMinutes = static_cast<int32_t>(readings / pointsPerMinute) + 2;
     return area.estimatedMinutes;
+}
+
+int32_t computeScanArea(ScanArea& area) {
+    return computeScanArea(area, laserOffset, confocalEnabled != 0);
 }

@@ -1,6 +1,7 @@
 // The scan's geometry: from the rectangle drawn on the picture to a grid of stage positions.
 #pragma once
 
+#include "camera/spot.h"
 #include "platform/surface.h"
 
 #include <cstdint>
@@ -39,4 +40,7 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y);
 
 // Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot.
 // Returns the estimated minutes. Steps below scanStepLowest count as scanStepLowest.
+int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
+
+// The same with the present laser spot, for the present kind of scan.
 int32_t computeScanArea(ScanArea& area);

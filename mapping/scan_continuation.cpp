@@ -1,11 +1,8 @@
-// Puts the program's settings back to those of a scan.
+// Puts a scan of an earlier run back into the program.
 #include "mapping/scan_continuation.h"
 
-#include "camera/camera.h"
-#include "camera/spot.h"
 #include "instruments/ammeter.h"
-#include "instruments/lights.h"
-#include "mapping/scan_options.h"
+#include "mapping/map_saving.h"
 #include "motion/axis.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
@@ -34,6 +31,13 @@ bool refuse(const std::string& why) {
     return false;
 }
 
+// It is the map in memory from then on, and its files go into its own folder.
+void showScan(JournaledScan scan) {
+    scan.map.saveCount = scanMap.saveCount;
+    scan.map.folders = foldersIn(dataFolders, scan.folder);
+    scanMap = std::move(scan.map);
+}
+
 } // namespace
 
 bool takeOverScan(JournaledScan scan) {
@@ -44,17 +48,25 @@ bool takeOverScan(JournaledScan scan) {
     if (!instrumentAnswers(conditions.ammeterKind))
         return refuse("the scan's instrument does not answer: " +
                       narrowed(instrumentKind(conditions.ammeterKind).name));
-    instrumentLink.biasVoltage = conditions.biasVoltage;
-    instrumentLink.currentLimit = conditions.currentLimit;
-    laserLevel = conditions.laserLevel;
-    laserOffset = conditions.laserSpot;
-    cameraState.gain = conditions.gain;
-    cameraState.exposureUs = conditions.exposureUs;
-    cameraAperture = conditions.aperturePx;
-    confocalEnabled = conditions.confocal ? 1 : 0;
-    scanOptions = conditions.options;
-    scanArea = scan.area;
-    scan.map.saveCount = scanMap.saveCount;
-    scanMap = std::move(scan.map);
+    putInForce(conditions);
+    showScan(std::move(scan));
+    return true;
+}
+
+bool recoverScan(const LeftJournal& left) {
+    std::optional<JournaledScan> scan = readScanJournal(left);
+    if (!scan) return false;
+    const int points = scan->points;
+    showScan(std::move(*scan));
+    scanMap.outcome.end = ProcessEnd::CutOff;
+    scanArea = scanMap.conditions->area;
+    const bool saved = saveScan(Asking::Quietly).numbers;
+    if (saved) removeLeftJournal(left);
+    // It may be scanned again, with the laser spot of today.
+    computeScanArea(scanArea);
+    showInformation(
+        formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
+                  points, scanArea.totalPoints)
+            .c_str());
     return true;
 }

@@ -4,10 +4,8 @@
 #include "camera/camera.h"
 #include "mapping/journal_values.h"
 #include "mapping/map_document.h"
-#include "mapping/raster_scan.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
-#include "screen/screen.h"
 #include "session/data_folders.h"
 
 #include <algorithm>
@@ -21,8 +19,9 @@
 namespace {
 
 // All that a journal keeps of a scan beside its points.
-template <class Scan, class Visit> void eachValue(Scan& scan, Visit& visit) {
-    eachCondition(*scan.map.conditions, visit);
+template <class Scan, class Folder, class Visit>
+void eachValue(Scan& scan, Folder& folder, Visit& visit) {
+    eachCondition(scan, visit);
     auto& a = scan.area;
     visit("area step um", a.scanStep);
     visit("area x1 px", a.rectX1);
@@ -30,8 +29,8 @@ template <class Scan, class Visit> void eachValue(Scan& scan, Visit& visit) {
     visit("area x2 px", a.rectX2);
     visit("area y2 px", a.rectY2);
     visit("area view scale", a.viewScale);
-    visit("folder", scan.folder);
-    visit.added("continued", scan.map.conditions->continued);
+    visit("folder", folder);
+    visit.added("continued", scan.continued);
 }
 
 // What no scan can have is not computed: it might have no end.
@@ -44,12 +43,14 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
            inPicture(area.rectX2, area.rectY2);
 }
 
-// The cells' place and values; the laser spot is the scan's own while the geometry is computed.
-void computeArea(JournaledScan& scan) {
-    const PicturePoint present = laserOffset;
-    laserOffset = scan.map.conditions->laserSpot;
-    computeScanArea(scan.area);
-    laserOffset = present;
+// The rest of the area, by the scan's own laser spot. False when it is not what was written.
+bool complete(ScanPlan& plan) {
+    const ScanArea written = plan.area;
+    computeScanArea(plan.area, plan.laserSpot, plan.confocal);
+    const bool same = plan.area.cols == written.cols && plan.area.rows == written.rows;
+    plan.area.offsetXUm = written.offsetXUm;
+    plan.area.offsetYUm = written.offsetYUm;
+    return same;
 }
 
 // Takes the next of the numbers that stand in a line with blanks between them; false when there is
@@ -78,8 +79,8 @@ std::optional<PointLine> pointOf(std::string_view line, const JournaledScan& sca
         taken = taken && takeNumber(line, point.values[i]);
     taken = taken && takeNumber(line, point.mark);
     if (!taken || !line.empty()) return {};
-    const auto cols = static_cast<size_t>(scan.area.cols);
-    const auto rows = static_cast<size_t>(scan.area.rows);
+    const auto cols = static_cast<size_t>(scan.plan().area.cols);
+    const auto rows = static_cast<size_t>(scan.plan().area.rows);
     const bool fits = point.column < cols && point.mapRow < rows && point.mark >= 0 &&
                       point.mark <= static_cast<int>(lastPointMark);
     return fits ? point : std::optional<PointLine>();
@@ -95,11 +96,9 @@ void takePoint(const PointLine& point, JournaledScan& scan) {
 
 // All that stands before the points.
 std::vector<std::string> conditionLines() {
-    JournaledScan scan{.map = {.conditions = scanMap.conditions},
-                       .area = scanArea,
-                       .folder = sessionFolderName(dataFolders)};
+    const std::string folder = sessionFolderName(foldersOfMap());
     JournalLines lines;
-    eachValue(scan, lines);
+    eachValue(std::as_const(*scanMap.conditions), folder, lines);
     return lines.ended();
 }
 
@@ -145,13 +144,11 @@ private:
 std::optional<JournaledScan> readHead(const NextLine& next, int version) {
     JournalValues values(next);
     JournaledScan scan;
-    scan.map.conditions.emplace();
-    eachValue(scan, values);
-    const ScanConditions& conditions = *scan.map.conditions;
-    if (!values.areWhole() || scan.folder.empty() || !isPossible(scan.area, conditions.options))
+    ScanConditions& conditions = scan.map.conditions.emplace();
+    eachValue(conditions, scan.folder, values);
+    if (!values.areWhole() || scan.folder.empty() ||
+        !isPossible(conditions.area, conditions.options) || !complete(conditions))
         return {};
-    computeArea(scan);
-    if (scan.area.cols != conditions.cols || scan.area.rows != conditions.rows) return {};
     // The first version has room for a deviation also where there is none.
     scan.valuesPerPoint = version == 1 ? firstFurtherMap + 1 : mapCountOf(conditions);
     return scan;
@@ -169,7 +166,8 @@ int pointsOf(const LeftJournal& left, const JournaledScan& head) {
         const std::optional<JournaledScan> scan = readScanJournal(left);
         return scan ? scan->points : 0;
     }
-    return (head.area.rows - 1 - static_cast<int>(point->mapRow)) * head.area.cols +
+    const ScanArea& area = head.plan().area;
+    return (area.rows - 1 - static_cast<int>(point->mapRow)) * area.cols +
            static_cast<int>(point->column) + 1;
 }
 
@@ -214,7 +212,7 @@ std::optional<JournaledScan> readScanJournal(const LeftJournal& journal) {
 std::optional<JournaledScan> scanOfLines(const NextLine& next, int version) {
     std::optional<JournaledScan> scan = readHead(next, version);
     if (!scan) return {};
-    emptyMaps(scan->map, scan->area, mapCountOf(*scan->map.conditions));
+    emptyMaps(scan->map, scan->plan().area, mapCountOf(*scan->map.conditions));
     while (const std::optional<std::string_view> line = next()) {
         const std::optional<PointLine> point = pointOf(*line, *scan);
         if (!point) break;
@@ -247,30 +245,6 @@ std::string scanNotice(const LeftJournal& left) {
     return formatted(
         "A scan of %s was cut off: %d of %d points. \"File\", \"Continue last scan\" or "
         "\"Recover last scan\"",
-        startOf(*scan->map.conditions).c_str(), pointsOf(left, *scan), scan->area.totalPoints);
-}
-
-bool recoverScan(const LeftJournal& left) {
-    std::optional<JournaledScan> scan = readScanJournal(left);
-    if (!scan) return false;
-    scan->map.saveCount = scanMap.saveCount;
-    scanMap = std::move(scan->map);
-    scanMap.outcome.end = ProcessEnd::CutOff;
-    scanArea = scan->area;
-
-    const bool saved = [&] {
-        const OtherSessionFolder folder(scan->folder);
-        return saveScan();
-    }();
-    if (saved) removeLeftJournal(left);
-    // It may be scanned again, with the laser spot of today.
-    ScanArea today = scanArea;
-    computeScanArea(today);
-    scanArea.offsetXUm = today.offsetXUm;
-    scanArea.offsetYUm = today.offsetYUm;
-    showInformation(
-        formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
-                  scan->points, scanArea.totalPoints)
-            .c_str());
-    return true;
+        startOf(*scan->map.conditions).c_str(), pointsOf(left, *scan),
+        scan->plan().area.totalPoints);
 }

@@ -13,7 +13,7 @@ constexpr char scanJournalKind[] = "scan";
 constexpr char unreadableJournal[] =
     "A journal was left that cannot be read; it stays in KST_Data/Journal";
 
-// For scanMap, whose conditions are frozen, and scanArea. Failures are said on standard output and
+// For scanMap, whose conditions are frozen. Failures are said on standard output and
 // by journalIsBroken.
 void beginScanJournal();
 void journalPoint(size_t column, size_t mapRow); // of scanMap
@@ -32,10 +32,10 @@ std::vector<uint32_t> scanPicture(const LeftJournal& journal);
 // A scan as its journal has it.
 struct JournaledScan {
     ScanMap map;        // with its conditions; what the journal has no point for is not measured
-    ScanArea area;      // the geometry that it was drawn on
     std::string folder; // its session folder's name
     int points = 0;     // that the journal has
     size_t valuesPerPoint = 0; // in a line of it
+    const ScanPlan& plan() const { return *map.conditions; }
 };
 
 // Nothing when it is no scan's or does not hold the conditions whole.
@@ -58,8 +58,3 @@ std::string startOf(const ScanConditions& measurement);
 // "A scan of 2026-11-25 12:30 was cut off ...", with the number of points by the place of the last
 // one: only the journal's beginning and end are read. Empty when it cannot be read.
 std::string scanNotice(const LeftJournal& left);
-
-// Writes the files and images of the scan, as itself would have, into its own session folder, and
-// removes the journal when all were written. It is then the map in memory. False, and nothing
-// happens, when the journal cannot be read.
-bool recoverScan(const LeftJournal& left);

@@ -65,41 +65,27 @@ Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end) 
     return found.lowest > found.highest ? Extremes{0.0f, 0.0f} : found;
 }
 
-void allocateMaps() {
-    emptyMaps(scanMap, scanArea,
-              mapCountOf(instrumentLink.ammeterKind, scanOptions.readingsPerPoint > 1));
+namespace {
+
+void forgetScan() {
     scanMap.conditions.reset();
     scanMap.outcome = {};
-    scanMap.documentLost = scanMap.onlyInJournal = false;
+    scanMap.lacksFiles = scanMap.onlyInJournal = false;
+    scanMap.folders.reset();
 }
 
-ScanConditions presentConditions() {
-    ScanConditions now;
-    now.program = "Lumascan " LUMASCAN_VERSION;
-    now.started = localTime();
-    now.cols = scanArea.cols;
-    now.rows = scanArea.rows;
-    now.stepUm = scanArea.scanStep;
-    now.laserLevel = laserLevel;
-    now.biasVoltage = instrumentLink.biasVoltage;
-    now.currentLimit = instrumentLink.currentLimit;
-    now.ammeterKind = instrumentLink.ammeterKind;
-    if (selectedInstrument().identity) now.instrumentIdentity = selectedInstrument().identity();
-    now.confocal = confocalEnabled != 0;
-    now.homeXUm = stageX.positionUm;
-    now.homeYUm = stageY.positionUm;
-    now.homeZUm = stageZ.positionUm;
-    now.offsetXUm = scanArea.offsetXUm;
-    now.offsetYUm = scanArea.offsetYUm;
-    now.gain = cameraState.gain;
-    now.exposureUs = cameraState.exposureUs;
-    now.blueOnly = blueOnly != 0;
-    now.aperturePx = cameraAperture;
-    now.laserSpot = laserOffset;
-    now.options = scanOptions;
-    now.axisOrder = axisOrder;
-    now.rowSettleMs = rowSettleMs;
-    return now;
+} // namespace
+
+void beginMap(const ScanConditions& conditions) {
+    forgetScan();
+    emptyMaps(scanMap, conditions.area, mapCountOf(conditions));
+    scanMap.conditions = conditions;
+}
+
+void allocateMaps() {
+    forgetScan();
+    emptyMaps(scanMap, scanArea,
+              mapCountOf(instrumentLink.ammeterKind, scanOptions.readingsPerPoint > 1));
 }
 
 bool mapIsConfocal() {
@@ -107,22 +93,17 @@ bool mapIsConfocal() {
 }
 
 ScanConditions mapConditions() {
-    return scanMap.conditions ? *scanMap.conditions : presentConditions();
+    return scanMap.conditions ? *scanMap.conditions : conditionsOf(presentPlan());
 }
 
-namespace {
-
-// `number` stands behind the prefix, `colon` behind "Step".
 std::wstring mapPath(const ScanConditions& scan, const char* prefix, const std::string& number,
                      const char* colon, const char* ending) {
-    return dataFolders.sessionFolder + L"\\" +
+    return foldersOfMap().sessionFolder + L"\\" +
            widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.%s", prefix,
-                             number.c_str(), scan.cols, scan.rows, colon, scan.stepUm,
-                             scan.laserLevel * laserScaleFactor,
+                             number.c_str(), scan.area.cols, scan.area.rows, colon,
+                             scan.area.scanStep, scan.laserLevel * laserScaleFactor,
                              static_cast<double>(scan.biasVoltage), ending));
 }
-
-} // namespace
 
 std::wstring makeMapFileName(const char* prefix) {
     const ScanConditions scan = mapConditions();
@@ -133,11 +114,8 @@ std::wstring makeMapFileName(const char* prefix) {
     return path;
 }
 
-std::wstring makeMapDocumentName(const ScanConditions& scan) {
-    std::wstring path = mapPath(scan, "Lumascan", "", "", "gwy");
-    for (int number = 1; fileExists(path); ++number)
-        path = mapPath(scan, "Lumascan", formatted("(%d)", number), "", "gwy");
-    return path;
+DataFolders& foldersOfMap() {
+    return scanMap.folders ? *scanMap.folders : dataFolders;
 }
 
 namespace {
@@ -169,10 +147,10 @@ bool writeMap(const std::wstring& path, const Map& map) {
     File file = openFile(path, L"w");
     if (logFile(path, file && writeRows(file.get(), map))) return true;
     if (std::exchange(file, nullptr)) removeFile(path); // a part of a map looks like one
-    dataFolders.sessionFolderMade = 0;
+    DataFolders& folders = foldersOfMap();
+    folders.sessionFolderMade = 0;
     // A numbered name was in question: the plain one is taken there.
-    if (path.find(L"Step:") != std::wstring::npos)
-        dataFolders.fullFolder = dataFolders.sessionFolder;
+    if (path.find(L"Step:") != std::wstring::npos) folders.fullFolder = folders.sessionFolder;
     return false;
 }
 
@@ -182,20 +160,28 @@ std::wstring saveMap(const Plane& plane, bool (*write)(const std::wstring& path,
     const Map& map = scanMap.maps[plane.map];
     std::wstring path = makeMapFileName(plane.filePrefix);
     if (write(path, map)) return path;
-    ensureSessionFolder(dataFolders);
+    ensureSessionFolder(foldersOfMap());
     path = makeMapFileName(plane.filePrefix);
     return writeMap(path, map) ? path : L"";
 }
 
-bool saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
-    ensureSessionFolder(dataFolders);
+SavedFiles saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
+    ensureSessionFolder(foldersOfMap());
+    SavedFiles saved;
     std::vector<std::wstring> paths;
-    for (const Plane& plane : planesOf(scanMap))
-        if (*plane.filePrefix) paths.push_back(saveMap(plane, write));
-    if (scanMap.conditions && scanMap.conditions->options.writesUnitFile)
-        scanMap.documentLost = !saveMapDocument(scanMap, paths);
+    for (const Plane& plane : planesOf(scanMap)) {
+        if (!*plane.filePrefix) continue;
+        paths.push_back(saveMap(plane, write));
+        saved.textFiles &= !paths.back().empty();
+    }
+    if (!saved.textFiles) saved.notWritten.emplace_back("a text file");
+    const bool hasDocument = scanMap.conditions && scanMap.conditions->options.writesUnitFile;
+    if (hasDocument && !saveMapDocument(scanMap, paths))
+        saved.notWritten.emplace_back(mapDocumentWords);
+    saved.numbers = saved.notWritten.empty();
+    scanMap.lacksFiles = !saved.numbers;
     scanMap.saveCount += 1;
-    return std::count(paths.begin(), paths.end(), L"") == 0;
+    return saved;
 }
 
 } // namespace
@@ -206,10 +192,10 @@ bool writeMapFile(const std::wstring& path, const Map& map) {
     return written;
 }
 
-bool saveMapFiles() {
+SavedFiles saveMapFiles() {
     return saveWith(writeMapFile);
 }
 
-bool saveMapFilesQuietly() {
+SavedFiles saveMapFilesQuietly() {
     return saveWith(writeMap);
 }

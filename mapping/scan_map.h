@@ -1,12 +1,12 @@
 // The maps of one scan and the text files they are saved in.
 #pragma once
 
-#include "camera/spot.h"
 #include "mapping/map_planes.h"
 #include "mapping/scan_area.h"
-#include "mapping/scan_options.h"
+#include "mapping/scan_plan.h"
 #include "platform/clock.h"
-#include "session/process.h"
+#include "session/data_folders.h"
+#include "session/outcome.h"
 
 #include <cstdint>
 #include <optional>
@@ -29,32 +29,6 @@ enum class PointMark : uint8_t {
 };
 constexpr PointMark lastPointMark = PointMark::Overloaded;
 
-// All that a scan is taken with.
-struct ScanConditions {
-    std::string program; // name and version
-    LocalTime started;
-    int32_t cols = 0, rows = 0;
-    double stepUm = 0.0;
-    double laserLevel = 0.0;                            // V; laserScaleFactor makes it uA
-    float biasVoltage = 0.0f;                           // V
-    float currentLimit = 0.0f;                          // A
-    int32_t ammeterKind = 0;                            // EquipmentKind, which has the unit
-    std::string instrumentIdentity;                     // empty when it was not asked
-    bool confocal = false;                              // whether the colour maps are taken
-    double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where the stage stood
-    double offsetXUm = 0.0, offsetYUm = 0.0;            // of the first point from there
-    int32_t gain = 0;                                   // of the camera in a confocal scan, dB
-    double exposureUs = 0.0;
-    double takenGain = 0.0, takenExposureUs = 0.0; // what the camera made of these; 0 not known
-    bool blueOnly = false;                         // of the camera's picture
-    int32_t aperturePx = 0;                        // half the side of the square around the spot
-    PicturePoint laserSpot;                        // picture pixels
-    ScanOptions options;
-    int32_t axisOrder = 0;    // of the controllers
-    uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
-    std::string continued;    // when, and behind which row, it went on; empty of a scan in one go
-};
-
 // How the scan of the map ended, and what had changed by then.
 struct ScanOutcome {
     ProcessEnd end = ProcessEnd::Running;
@@ -63,7 +37,7 @@ struct ScanOutcome {
     double laserLevel = 0.0;             // V
     double gain = 0.0, exposureUs = 0.0; // as the camera had them
     bool blueOnly = false;
-    std::string trouble; // what the operator is told of it; empty when all went well
+    std::string trouble = troubleLine({}); // what the operator is told of it
 };
 
 struct ScanMap {
@@ -71,8 +45,9 @@ struct ScanMap {
     std::vector<std::vector<PointMark>> marks;                 // by cell, as the maps
     std::optional<ScanConditions> conditions; // as the map's scan started; none before a scan
     ScanOutcome outcome;
-    bool documentLost = false;  // the last save could not write it
-    bool onlyInJournal = false; // its scan is over, and not all of its files were written
+    std::optional<DataFolders> folders; // where its files go; none: into the session's
+    bool lacksFiles = false;            // of its numbers, as they were last saved
+    bool onlyInJournal = false;         // its scan is over, and not all of its files were written
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the map when it was last drawn whole
 };
@@ -99,6 +74,9 @@ size_t mapCountOf(const ScanConditions& scan);
 // So many maps and the marks, of the area's size, all cells 0 and not measured.
 void emptyMaps(ScanMap& map, const ScanArea& area, size_t count);
 
+// The maps of a scan that begins, all cells 0 and not measured.
+void beginMap(const ScanConditions& conditions);
+
 // The maps that a scan with the present settings would have, of the scan area's size, all cells 0
 // and not measured.
 void allocateMaps();
@@ -106,25 +84,33 @@ void allocateMaps();
 // Whether the maps have confocal planes: as their scan found it, or as the next one would.
 bool mapIsConfocal();
 
-// The conditions of a scan that starts now.
-ScanConditions presentConditions();
-
 // Those of the map in memory: as its scan started, or the present ones before a scan.
 ScanConditions mapConditions();
 
-// A file name in the session folder that is not taken yet; it tells the map's conditions.
-std::wstring makeMapFileName(const char* prefix);
+// A path in the map's folder that tells its conditions: `number` stands behind the prefix, `colon`
+// behind "Step".
+std::wstring mapPath(const ScanConditions& scan, const char* prefix, const std::string& number,
+                     const char* colon, const char* ending);
 
-// The same for the document of a scan, whose numbered name has no colon.
-std::wstring makeMapDocumentName(const ScanConditions& scan);
+// A text file's path that is not taken yet.
+std::wstring makeMapFileName(const char* prefix);
 
 // One text line a map row, each value followed by a comma. A file that cannot be written raises a
 // box, and the next save makes a new folder. Returns whether it was written whole.
 bool writeMapFile(const std::wstring& path, const Map& map);
 
-// Each plane that has a text file. Whether every map was written.
-bool saveMapFiles();
+// Where the files of the map in memory go.
+DataFolders& foldersOfMap();
 
-// The same without the box, for the program's forced end and in the middle of a scan. Returns
-// whether every map was written.
-bool saveMapFilesQuietly();
+// What became of the files of a map.
+struct SavedFiles {
+    bool textFiles = true;               // each was written
+    bool numbers = true;                 // each is in a file, with its unit where that is wanted
+    std::vector<std::string> notWritten; // for the operator
+};
+
+// Writes the text file of each plane that has one, and the document of a scan that is to have it.
+SavedFiles saveMapFiles();
+
+// The same without the box, for the program's forced end and in the middle of a scan.
+SavedFiles saveMapFilesQuietly();

@@ -33,8 +33,8 @@ PointMark ScanReport::take(const std::array<bool, spoiltCount>& causes, int scan
     int weight = 0;
     for (size_t i = 0; i < spoiltCount; ++i) {
         if (!causes[i]) continue;
-        SpoiltPoints& of = spoilt[i];
-        if (of.points++ == 0) {
+        Doubt& of = spoilt[i];
+        if (of.count++ == 0) {
             of.row = scanRow + 1;
             of.column = column + 1;
         }
@@ -64,25 +64,22 @@ void ScanReport::takeMarked(PointMark mark, int scanRow, int column) {
 std::string ScanReport::whyMissed() const {
     std::string text;
     for (const auto& [cause, points] : misses)
-        text += (text.empty() ? " (" : ", ") +
+        text += (text.empty() ? "" : ", ") +
                 formatted("%c %s: %d", cause.axis, nameOf(cause.why), points);
-    return text.empty() ? text : text + ")";
+    return text;
 }
 
-std::string ScanReport::words(bool documentLost) const {
-    std::string text;
-    if (!endedBy.empty()) text += ". " + endedBy;
-    for (size_t i = 0; i < spoiltCount; ++i)
-        if (const SpoiltPoints& of = spoilt[i]; of.points > 0) {
-            text += formatted(". %s: %d from row %d, column %d", kinds[i].words, of.points, of.row,
-                              of.column);
-            if (i == static_cast<size_t>(Spoilt::NotReached)) text += whyMissed();
-        }
-    if (!focus.empty()) text += ". " + focus;
-    text += bias;
-    if (stayedAway) text += ". The stage did not come back";
-    if (swingFailed) text += ". Hysteresis not compensated";
-    if (journalLost) text += ". Journal not written";
-    if (documentLost) text += ". Not written: the map's .gwy file";
-    return text;
+Outcome ScanReport::outcome(ProcessEnd end) const {
+    Outcome told{.end = end, .lastWords = "Mapping finished", .endedBy = endedBy};
+    for (size_t i = 0; i < spoiltCount; ++i) {
+        told.doubts.push_back(spoilt[i]);
+        told.doubts.back().cause = kinds[i].words;
+    }
+    told.doubts[static_cast<size_t>(Spoilt::NotReached)].why = whyMissed();
+    if (!focus.empty()) told.troubles.push_back(focus);
+    told.troubles.insert(told.troubles.end(), bias.begin(), bias.end());
+    if (stayedAway) told.troubles.emplace_back("The stage did not come back");
+    if (swingFailed) told.troubles.emplace_back("Hysteresis not compensated");
+    if (journalLost) told.troubles.emplace_back("Journal not written");
+    return told;
 }

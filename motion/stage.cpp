@@ -14,8 +14,6 @@
 #include <initializer_list>
 #include <limits>
 
-ArrivalTiming arrivalTiming;
-
 namespace {
 
 // Between two looks at a stage on its way.
@@ -87,34 +85,36 @@ double distanceLeft(const StageAxis& axis, double targetUm, bool leads) {
 }
 
 // Until the first look at a stage that has `travelMs` to go, and between the later ones.
-uint32_t untilFirstLookMs(double travelMs) {
-    return arrivalTiming.looksEarly ? static_cast<uint32_t>(std::max(0.0, std::ceil(travelMs))) : 0;
+uint32_t untilFirstLookMs(double travelMs, const ArrivalTiming& timing) {
+    return timing.looksEarly ? static_cast<uint32_t>(std::max(0.0, std::ceil(travelMs))) : 0;
 }
 
-uint32_t betweenLooksMs() {
-    return arrivalTiming.looksEarly ? earlyPollMs : pollMs;
+uint32_t betweenLooksMs(const ArrivalTiming& timing) {
+    return timing.looksEarly ? earlyPollMs : pollMs;
 }
 
 // Tells every look, or of those that come every 2 ms the ones 50 ms apart: what counts looks and
 // compares neighbours is made for these.
 class LookPeriod {
 public:
+    explicit LookPeriod(const ArrivalTiming& timing) : looksEarly(timing.looksEarly) {}
     bool isOver() {
         const uint64_t now = tickCountMs();
-        if (arrivalTiming.looksEarly && now - began < pollMs) return false;
+        if (looksEarly && now - began < pollMs) return false;
         began = now;
         return true;
     }
 
 private:
+    const bool looksEarly;
     uint64_t began = tickCountMs();
 };
 
 // Looks again and again at one axis until its move has ended.
 class ArrivalWatch {
 public:
-    ArrivalWatch(StageAxis& watched, double targetUm)
-        : axis(watched), target(static_cast<float>(targetUm)) {}
+    ArrivalWatch(StageAxis& watched, double targetUm, const ArrivalTiming& timing)
+        : axis(watched), target(static_cast<float>(targetUm)), period(timing) {}
 
     // One look. True when the move has ended: `code` says how.
     bool look(bool timeIsOver) {
@@ -213,9 +213,9 @@ double startTogether(const TwoAxes& pair, int32_t speed) {
 // Looks again and again at two axes until they are at their targets or will not be.
 class PairWatch {
 public:
-    explicit PairWatch(const TwoAxes& watched)
-        : pair(watched), aLeads(pair.distanceA() > pair.distanceB()), aGoes(pair.distanceA() > 0.0),
-          bGoes(pair.distanceB() > 0.0) {}
+    PairWatch(const TwoAxes& watched, const ArrivalTiming& timing)
+        : pair(watched), looksEarly(timing.looksEarly), aLeads(pair.distanceA() > pair.distanceB()),
+          aGoes(pair.distanceA() > 0.0), bGoes(pair.distanceB() > 0.0), period(timing) {}
 
     // One look. True when the move has ended: `atTarget` says whether there.
     bool look(bool timeIsOver) {
@@ -225,9 +225,8 @@ public:
         const double err = std::max(distanceLeft(pair.a, pair.targetA, aLeads),
                                     distanceLeft(pair.b, pair.targetB, !aLeads));
         const bool movesOn = controllerMoves(pair.a) || controllerMoves(pair.b);
-        const bool comesNearer = arrivalTiming.looksEarly
-                                     ? movesOn || err != lastErr
-                                     : std::fabs(err - previousErr) >= leastWayUm;
+        const bool comesNearer =
+            looksEarly ? movesOn || err != lastErr : std::fabs(err - previousErr) >= leastWayUm;
         lastErr = err;
         // The last look has no earlier one to compare with.
         atTarget = err <= twoAxesToleranceUm && (timeIsOver || !comesNearer);
@@ -267,6 +266,7 @@ public:
 
 private:
     const TwoAxes& pair;
+    const bool looksEarly;
     const bool aLeads;
     const bool aGoes, bGoes;
     double previousErr = -10.0;
@@ -278,16 +278,16 @@ private:
 };
 
 // Whether the wait ended at a click.
-bool waitForBoth(PairWatch& watch, double timeMs) {
+bool waitForBoth(PairWatch& watch, double timeMs, const ArrivalTiming& timing) {
     const uint64_t start = tickCountMs();
-    if (const uint32_t firstMs = untilFirstLookMs(timeMs / umPerFullStep);
+    if (const uint32_t firstMs = untilFirstLookMs(timeMs / umPerFullStep, timing);
         firstMs > 0 && waitResponsive(firstMs) == waitClicked)
         return true;
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
     for (;;) {
         const bool timeIsOver = tickCountMs() - start >= limitMs;
         if (watch.look(timeIsOver)) return false;
-        if (waitResponsive(betweenLooksMs()) == waitClicked) return true;
+        if (waitResponsive(betweenLooksMs(timing)) == waitClicked) return true;
         watch.waited();
         if (timeIsOver && !watch.goesOn()) return false;
     }
@@ -312,8 +312,8 @@ uint64_t lastSettledMs() {
     return settledMs;
 }
 
-void waitAfterMove(uint64_t sinceMs, uint32_t durationMs) {
-    if (arrivalTiming.looksEarly)
+void waitAfterMove(uint64_t sinceMs, uint32_t durationMs, const ArrivalTiming& timing) {
+    if (timing.looksEarly)
         waitResponsiveSince(sinceMs, durationMs);
     else
         waitResponsive(durationMs);
@@ -323,7 +323,8 @@ namespace {
 
 // Looks at an axis that has just been read, and again, until it stands at the target: `missed` of
 // the axis says why not. Returns when it looked last.
-uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
+uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm,
+                       const ArrivalTiming& timing) {
     // A move has ended up to 3 um before its target: a second for those down to 3 um/s. One that
     // stands beside it will not come; the tenth of a second is for a status that is old.
     constexpr uint64_t longestWayMs = 1000;
@@ -347,8 +348,7 @@ uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
         if (axis.missed == Miss::Stalled && hadArrived && distanceUm > twoAxesToleranceUm)
             axis.missed = Miss::MovedAway;
         if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return now;
-        if (waitResponsive(arrivalTiming.looksEarly ? earlyPollMs : 10) != waitPassed ||
-            stopRequested)
+        if (waitResponsive(timing.looksEarly ? earlyPollMs : 10) != waitPassed || stopRequested)
             return now;
         readPosition(axis);
     }
@@ -356,12 +356,13 @@ uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm) {
 
 } // namespace
 
-int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
+int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs,
+                   const ArrivalTiming& timing) {
     const MoveMark moving(axis);
-    ArrivalWatch watch(axis, targetUm);
+    ArrivalWatch watch(axis, targetUm, timing);
     bool stopped = false;
     const uint64_t start = tickCountMs();
-    uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm));
+    uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm), timing);
     for (;;) {
         if (waitMs > 0 && waitResponsive(waitMs) == waitClicked) {
             showInformation("stop requested");
@@ -371,18 +372,18 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs) {
         }
         // One last look after the time: an operator may have taken it to answer a question.
         if (watch.look(tickCountMs() - start >= timeoutMs)) break;
-        waitMs = betweenLooksMs();
+        waitMs = betweenLooksMs(timing);
     }
     uint64_t restsMs = watch.lookedMs;
     axis.missed = watch.code == arrived ? Miss::Nothing : whyMissed(axis, targetUm);
-    if (watch.code == arrived && arrivalTiming.standsWithinUm > 0.0)
-        restsMs = awaitStanding(axis, targetUm, arrivalTiming.standsWithinUm);
+    if (watch.code == arrived && timing.standsWithinUm > 0.0)
+        restsMs = awaitStanding(axis, targetUm, timing.standsWithinUm, timing);
     else if (watch.code == arrived)
         axis.positionUm = targetUm;
     sayOutcome(axis, watch, stopped, timeoutMs);
     refreshPositions();
-    waitAfterMove(restsMs, arrivalTiming.settleMs);
-    settledMs = restsMs + arrivalTiming.settleMs;
+    waitAfterMove(restsMs, timing.settleMs, timing);
+    settledMs = restsMs + timing.settleMs;
     return watch.code;
 }
 
@@ -403,7 +404,7 @@ std::string place(const StageAxis& axis, double um) {
                      axis.axisNumber == 0 ? " (counted only, no controller)" : "");
 }
 
-bool moveOneAxis(StageAxis& axis, double um) {
+bool moveOneAxis(StageAxis& axis, double um, const ArrivalTiming& timing) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;
         return true;
@@ -414,7 +415,7 @@ bool moveOneAxis(StageAxis& axis, double um) {
     const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
     if (axis.positionUm == um && !axisIsOut(axis)) return true;
     if (!startMoveTo(axis, um)) return false;
-    const int code = waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000);
+    const int code = waitForArrival(axis, um, static_cast<uint64_t>(baseMs) * 2 + 1000, timing);
     if (code == arrived)
         carryOutNudge(axis);
     else
@@ -424,28 +425,29 @@ bool moveOneAxis(StageAxis& axis, double um) {
 
 } // namespace
 
-bool moveTo(StageAxis& axis, double um) {
+bool moveTo(StageAxis& axis, double um, const ArrivalTiming& timing) {
     if (axis.positionUm == um && !axisIsOut(axis)) return true; // no move
-    const bool came = moveOneAxis(axis, um);
+    const bool came = moveOneAxis(axis, um, timing);
     return logMove(place(axis, um), came, {&axis});
 }
 
-bool standsAt(StageAxis& axis, double targetUm, double toleranceUm) {
+bool standsAt(StageAxis& axis, double targetUm, double toleranceUm, const ArrivalTiming& timing) {
     if (axis.axisNumber == 0) return true;
     readPosition(axis);
-    awaitStanding(axis, targetUm, toleranceUm);
+    awaitStanding(axis, targetUm, toleranceUm, timing);
     return axis.missed == Miss::Nothing;
 }
 
-bool stillStandsAt(StageAxis& axis, double targetUm, double toleranceUm) {
+bool stillStandsAt(StageAxis& axis, double targetUm, double toleranceUm,
+                   const ArrivalTiming& timing) {
     if (axis.axisNumber == 0) return true;
     readRestingPosition(axis);
-    awaitStanding(axis, targetUm, toleranceUm);
+    awaitStanding(axis, targetUm, toleranceUm, timing);
     return axis.missed == Miss::Nothing;
 }
 
-bool moveBy(StageAxis& axis, double deltaUm) {
-    return moveTo(axis, axis.positionUm + deltaUm);
+bool moveBy(StageAxis& axis, double deltaUm, const ArrivalTiming& timing) {
+    return moveTo(axis, axis.positionUm + deltaUm, timing);
 }
 
 namespace {
@@ -463,19 +465,20 @@ bool isOutBefore(StageAxis& axis, double targetUm) {
     return true;
 }
 
-bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed,
+              const ArrivalTiming& timing) {
     const TwoAxes pair{a, b, targetA, targetB};
     a.missed = b.missed = Miss::Nothing;
     // One axis alone would go to a place that nobody has named.
     if (isOutBefore(a, targetA) || isOutBefore(b, targetB)) return false;
     speed = std::clamp(speed, 10, 800);
     const double distanceUm = pair.longestUm();
-    PairWatch watch(pair);
+    PairWatch watch(pair, timing);
     const double timeMs = startTogether(pair, speed);
 
     const MoveMark movingA(a), movingB(b);
     watch.atTarget = timeMs == 0.0; // no distance, nothing to wait for
-    const bool clicked = !watch.atTarget && waitForBoth(watch, timeMs);
+    const bool clicked = !watch.atTarget && waitForBoth(watch, timeMs, timing);
     if (pair.isOut()) { // the other one does not go on alone
         stopUnlessOut(a);
         stopUnlessOut(b);
@@ -503,22 +506,24 @@ bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_
 
 } // namespace
 
-bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed) {
+bool moveTwoAxesTo(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_t speed,
+                   const ArrivalTiming& timing) {
     const std::string what = place(a, targetA) + ", " + place(b, targetB);
-    const bool came = movePair(a, b, targetA, targetB, speed);
+    const bool came = movePair(a, b, targetA, targetB, speed, timing);
     return logMove(what, came, {&a, &b});
 }
 
-bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed) {
-    return moveTwoAxesTo(a, b, a.positionUm + deltaA, b.positionUm + deltaB, speed);
+bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int32_t speed,
+                   const ArrivalTiming& timing) {
+    return moveTwoAxesTo(a, b, a.positionUm + deltaA, b.positionUm + deltaB, speed, timing);
 }
 
-bool moveXYTo(double x, double y, int32_t speed) {
-    return moveTwoAxesTo(stageX, stageY, x, y, speed);
+bool moveXYTo(double x, double y, int32_t speed, const ArrivalTiming& timing) {
+    return moveTwoAxesTo(stageX, stageY, x, y, speed, timing);
 }
 
-bool moveXYBy(double dx, double dy, int32_t speed) {
-    return moveTwoAxesBy(stageX, stageY, dx, dy, speed);
+bool moveXYBy(double dx, double dy, int32_t speed, const ArrivalTiming& timing) {
+    return moveTwoAxesBy(stageX, stageY, dx, dy, speed, timing);
 }
 
 void refreshPositions() {

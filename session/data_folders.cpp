@@ -37,12 +37,10 @@ void ensureSessionFolder(DataFolders& folders) {
     folders.sessionFolderMade = 1;
 }
 
-OtherSessionFolder::OtherSessionFolder(const std::string& name) : before(dataFolders) {
-    dataFolders.sessionFolder = dataFolders.dataRoot + L"\\" + widened(name);
-    makeFolder(dataFolders.sessionFolder);
-    dataFolders.sessionFolderMade = 1;
-}
-
-OtherSessionFolder::~OtherSessionFolder() {
-    dataFolders = before;
+DataFolders foldersIn(const DataFolders& root, const std::string& name) {
+    DataFolders folders = root;
+    folders.sessionFolder = root.dataRoot + L"\\" + widened(name);
+    makeFolder(folders.sessionFolder);
+    folders.sessionFolderMade = 1;
+    return folders;
 }

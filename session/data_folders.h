@@ -25,15 +25,5 @@ void ensureSessionFolder(DataFolders& folders);
 // The session folder's name: of the one that was made, or of the one that would be made now.
 std::string sessionFolderName(const DataFolders& folders);
 
-// What is saved in this object's block goes into the session folder of that name, which is made
-// where it is not there.
-class OtherSessionFolder {
-public:
-    explicit OtherSessionFolder(const std::string& name);
-    ~OtherSessionFolder();
-    OtherSessionFolder(const OtherSessionFolder&) = delete;
-    OtherSessionFolder& operator=(const OtherSessionFolder&) = delete;
-
-private:
-    DataFolders before;
-};
+// The same data root with the session folder of that name, which is made where it is not there.
+DataFolders foldersIn(const DataFolders& root, const std::string& name);

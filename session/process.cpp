@@ -9,50 +9,50 @@
 #include "session/stay_awake.h"
 
 #include <cassert>
-#include <cstddef>
+#include <utility>
 
 int32_t processRunning = 0;
 
 namespace {
 
-bool underWay = false;
-void (*saveUnfinished)() = nullptr;
-bool closeWanted = false;
-int movesUnderWay = 0;
-ProcessEnd stopReason = ProcessEnd::Stopped;
+struct {
+    bool underWay = false;
+    std::function<void()> saveQuietly;
+    bool closeWanted = false;
+    int moves = 0; // of the stage, one inside another
+    ProcessEnd stopReason = ProcessEnd::Stopped;
+} process;
 
-// How it ended, and what the operator is told of it.
-void logEnd(const char* name, uint64_t tookMs) {
-    constexpr int longestText = 400;
-    const char* how = stopRequested ? nameOf(processEnd()) : "ended"; // or was declined
+void logEnd(const char* name, const Outcome& outcome, uint64_t tookMs) {
+    const char* how = outcome.end == ProcessEnd::Finished ? "ended" : nameOf(outcome.end);
     logEvent(formatted("%s: %s after %.1f s, \"%s\"", name, how,
-                       static_cast<double>(tookMs) / 1000.0,
-                       fieldText(Field::Information, longestText).c_str()));
+                       static_cast<double>(tookMs) / 1000.0, outcome.words().c_str()));
 }
 
 } // namespace
 
-bool runProcess(const char* name, void (*work)(), void (*saveQuietly)()) {
-    if (stageIsTaken()) return false;
+std::optional<Outcome> runProcess(const char* name, const std::function<Outcome()>& work,
+                                  std::function<void()> saveQuietly) {
+    if (stageIsTaken()) return {};
     logEvent(std::string(name) + ": begins");
     const uint64_t start = tickCountMs();
-    underWay = true;
-    stopReason = ProcessEnd::Stopped;
-    saveUnfinished = saveQuietly;
+    process.underWay = true;
+    process.stopReason = ProcessEnd::Stopped;
+    process.saveQuietly = std::move(saveQuietly);
     stayAwakeFor(AwakeFor::Process, true);
-    work();
-    assert(processRunning == 0 && movesUnderWay == 0); // it ends as it began
-    logEnd(name, tickCountMs() - start);
+    const Outcome outcome = work();
+    assert(processRunning == 0 && process.moves == 0); // it ends as it began
+    logEnd(name, outcome, tickCountMs() - start);
     stayAwakeFor(AwakeFor::Process, false);
-    saveUnfinished = nullptr;
-    underWay = false;
-    if (closeWanted) destroyMainWindow();
-    closeWanted = false;
-    return true;
+    process.saveQuietly = {};
+    process.underWay = false;
+    if (process.closeWanted) destroyMainWindow();
+    process.closeWanted = false;
+    return outcome;
 }
 
 bool processUnderWay() {
-    return underWay || processRunning != 0;
+    return process.underWay || processRunning != 0;
 }
 
 RunningProcess::RunningProcess() {
@@ -65,16 +65,16 @@ RunningProcess::~RunningProcess() {
 }
 
 MoveUnderWay::MoveUnderWay() {
-    ++movesUnderWay;
+    ++process.moves;
 }
 
 MoveUnderWay::~MoveUnderWay() {
-    --movesUnderWay;
-    assert(movesUnderWay >= 0);
+    --process.moves;
+    assert(process.moves >= 0);
 }
 
 bool stageIsMoving() {
-    return movesUnderWay > 0;
+    return process.moves > 0;
 }
 
 bool stageIsTaken() {
@@ -86,37 +86,25 @@ void refuseForProcess() {
 }
 
 void saveUnfinishedProcess() {
-    if (saveUnfinished) saveUnfinished();
-}
-
-const char* nameOf(ProcessEnd end) {
-    constexpr const char* names[] = {"running",       "finished",
-                                     "declined",      "stopped",
-                                     "window closed", "stopped, the computer went to sleep",
-                                     "forced end",    "cut off, recovered from its journal"};
-    return names[static_cast<size_t>(end)];
+    if (process.saveQuietly) process.saveQuietly();
 }
 
 ProcessEnd processEnd() {
     if (!stopRequested) return ProcessEnd::Finished;
-    return stopReason;
+    return process.stopReason;
 }
 
 void stopAsClosed() {
     stopRequested = 1;
-    stopReason = ProcessEnd::WindowClosed;
+    process.stopReason = ProcessEnd::WindowClosed;
 }
 
 void stopForSleep() {
     stopRequested = 1;
-    stopReason = ProcessEnd::Asleep;
-}
-
-std::string sleepTrouble() {
-    return processEnd() == ProcessEnd::Asleep ? ". The computer went to sleep" : "";
+    process.stopReason = ProcessEnd::Asleep;
 }
 
 void stopAndClose() {
     stopAsClosed();
-    closeWanted = true;
+    process.closeWanted = true;
 }

@@ -1,8 +1,11 @@
 // The long processes (a mapping, a sweep, a series, autofocus, the wide view): one at a time.
 #pragma once
 
+#include "session/outcome.h"
+
 #include <cstdint>
-#include <string>
+#include <functional>
+#include <optional>
 
 // 1 while a long process holds the program: waits then ask before they stop it, and the live view
 // stays off. RunningProcess sets it.
@@ -29,25 +32,13 @@ public:
 // True inside the wait of a move.
 bool stageIsMoving();
 
-// How a process ended, as far as it has.
-enum class ProcessEnd {
-    Running,
-    Finished,
-    Declined,
-    Stopped,
-    WindowClosed,
-    Asleep,
-    Forced,
-    CutOff
-};
-const char* nameOf(ProcessEnd end);
-
 // Runs `work`, whose start and end the log of the day has under `name`, and keeps the system awake
-// meanwhile; false, and nothing happens, while another process or a move of the stage is under way:
+// meanwhile. Nothing, and it is not run, while another process or a move of the stage is under way:
 // where that ends is not known yet. Closes the main window afterwards when that was asked for.
 // `saveQuietly` saves what has been measured when the program is ended by force meanwhile; it may
-// be null.
-bool runProcess(const char* name, void (*work)(), void (*saveQuietly)());
+// be empty.
+std::optional<Outcome> runProcess(const char* name, const std::function<Outcome()>& work,
+                                  std::function<void()> saveQuietly = {});
 
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();
@@ -72,6 +63,3 @@ void stopAndClose();
 
 // The same because the computer goes to sleep.
 void stopForSleep();
-
-// Behind a process' own words, that the computer's sleep has ended it; empty else.
-std::string sleepTrouble();

@@ -80,15 +80,14 @@ void measureIvCurve() {
         if (!measurePoint(record, voltageAt(record, record.currentIndex, step), missed)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
-    noteEnd(record, processEnd());
     if (!stopRequested) plot(record, points);
-    endBias(record, "I-V curve measurement finished", missed);
+    endMeasurement(record, "I-V curve measurement finished", missed);
     showEndMessage(record, "I-V curve measurement finished.        ");
 }
 
 namespace {
 
-bool save(const SweepRecord& record, int32_t& number, bool quietly) {
+bool save(SweepRecord& record, int32_t& number, bool quietly, DataFolders& folders = dataFolders) {
     const int32_t points = 4 * record.pointsPerQuarter;
     const auto volts = [](float value) { return quantity(static_cast<double>(value), "V"); };
     return saveCurve(record,
@@ -104,7 +103,8 @@ bool save(const SweepRecord& record, int32_t& number, bool quietly) {
                        {"Settle time of a point", formatted("%u ms", settleMs)},
                        {"Points", formatted("%d", points)},
                        {"Points measured", formatted("%d, the first lines", record.currentIndex)},
-                       {"Units of the text file", "V, uA"}}},
+                       {"Units of the text file", "V, uA"}},
+                      folders},
                      quietly);
 }
 
@@ -112,11 +112,11 @@ bool save(const SweepRecord& record, int32_t& number, bool quietly) {
 
 bool saveIvCurve(bool quietly) {
     SweepRecord& record = sweepRecord;
-    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
-    return endSweepJournal(save(record, record.sweepsSaved, quietly));
+    if (quietly && record.outcome.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+    return endSweepJournal(record, save(record, record.sweepsSaved, quietly));
 }
 
-bool saveRecoveredIvCurve(const SweepRecord& record) {
+bool saveRecoveredIvCurve(SweepRecord& record, DataFolders& folders) {
     int32_t number = 0; // the first that is free
-    return save(record, number, false);
+    return save(record, number, false, folders);
 }

@@ -13,5 +13,5 @@ void measureIvCurve();
 // and its conditions were written; then its journal goes, and else it stays.
 bool saveIvCurve(bool quietly);
 
-// The same of a curve that was cut off, to the next name that is free.
-bool saveRecoveredIvCurve(const SweepRecord& record);
+// The same of a curve that was cut off, to the next name that is free there.
+bool saveRecoveredIvCurve(SweepRecord& record, DataFolders& folders);

@@ -54,14 +54,15 @@ void journalSample(float x, float y) {
     journalLine(formatted("%.9g %.9g", static_cast<double>(x), static_cast<double>(y)));
 }
 
-bool endSweepJournal(bool saved) {
+bool endSweepJournal(SweepRecord& record, bool saved) {
     if (!onWindowThread()) return saved; // its writer may be in the middle of a line
-    constexpr int longestText = 400;
-    const std::string before = fieldText(Field::Information, longestText);
+    Outcome& outcome = record.outcome;
+    const size_t before = outcome.troubles.size();
     if (journalIsBroken())
-        showInformation((before + ". Journal not written").c_str());
+        outcome.troubles.emplace_back("Journal not written");
     else if (!saved)
-        showInformation((before + ". Kept: \"File\", \"Recover last scan\"").c_str());
+        outcome.troubles.emplace_back("Kept: \"File\", \"Recover last scan\"");
+    if (outcome.troubles.size() > before) showInformation(outcome.words().c_str());
     if (saved) removeJournal();
     leaveJournal();
     return saved;
@@ -79,7 +80,7 @@ std::optional<JournaledSweep> curveOfLines(const std::string& kind, const NextLi
         (!series && room != int64_t{4} * record.pointsPerQuarter))
         return {};
     record.holdsSeries = series;
-    record.end = ProcessEnd::CutOff;
+    record.outcome.end = ProcessEnd::CutOff;
     std::vector<float>& xs = series ? record.extraValues : record.xValues;
     while (const std::optional<std::string_view> line = next()) {
         float x = 0.0f, y = 0.0f;
@@ -106,9 +107,9 @@ std::string sweepNotice(const LeftJournal& left) {
 bool recoverSweep(const LeftJournal& left) {
     std::optional<JournaledSweep> sweep = curveOfLines(left.kind, linesOfJournal(left));
     if (!sweep) return false;
-    const OtherSessionFolder folder(sweep->folder);
-    const bool saved = sweep->record.holdsSeries ? saveRecoveredSeries(sweep->record)
-                                                 : saveRecoveredIvCurve(sweep->record);
+    DataFolders folders = foldersIn(dataFolders, sweep->folder);
+    const bool saved = sweep->record.holdsSeries ? saveRecoveredSeries(sweep->record, folders)
+                                                 : saveRecoveredIvCurve(sweep->record, folders);
     if (saved) removeLeftJournal(left);
     showInformation(saved ? formatted("Recovered: %d samples", sweep->record.currentIndex).c_str()
                           : "Not all files written: the journal stays");

@@ -18,7 +18,7 @@ void journalSample(float x, float y);
 
 // The measurement is over: a journal whose curve is saved elsewhere goes, another one is offered
 // again, and the information text says so, or that there was none. Returns `saved`.
-bool endSweepJournal(bool saved);
+bool endSweepJournal(SweepRecord& record, bool saved);
 
 struct JournaledSweep {
     SweepRecord record; // with its conditions and samples, cut off

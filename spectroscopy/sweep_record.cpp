@@ -10,8 +10,8 @@
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "screen/screen.h"
-#include "session/data_folders.h"
 #include "session/message_box.h"
+#include "session/process.h"
 
 #include <algorithm>
 #include <utility>
@@ -37,16 +37,20 @@ void Missed::count(const Reading& reading) {
     overloads += reading.overloaded;
 }
 
-void endBias(SweepRecord& record, const char* name, const Missed& missed) {
-    std::string trouble;
-    for (auto [count, what] : {std::pair(missed.lights, "No laser board"),
-                               {missed.readings, "No reading"},
-                               {missed.overloads, "Overload"}})
-        if (count > 0) trouble += formatted(". %s: %d of %d", what, count, record.currentIndex);
-    trouble += sleepTrouble() + missed.bias.words(); // before the bias goes
+void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& missed) {
+    noteEnd(record, processEnd());
+    Outcome& outcome = record.outcome;
+    outcome.lastWords = lastWords;
+    for (auto [count, cause] : {std::pair(missed.lights, "No laser board"),
+                                {missed.readings, "No reading"},
+                                {missed.overloads, "Overload"}})
+        outcome.doubts.push_back({cause, count, record.currentIndex});
+    if (outcome.end == ProcessEnd::Asleep)
+        outcome.troubles.emplace_back("The computer went to sleep");
+    const std::vector<std::string> ofBias = missed.bias.troubles(); // before it goes
+    outcome.troubles.insert(outcome.troubles.end(), ofBias.begin(), ofBias.end());
     applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
-    record.trouble = trouble;
-    if (!trouble.empty()) showInformation((name + trouble).c_str());
+    if (!outcome.isSound()) showInformation(outcome.words().c_str());
 }
 
 namespace {
@@ -63,47 +67,49 @@ bool writeCurve(FILE* file, const CurveFile& curve) {
     return flushToDisk(file); // the journal goes next
 }
 
-std::wstring pathInSession(const std::string& name, const wchar_t* ending) {
-    return dataFolders.sessionFolder + L"\\" + widened(name) + ending;
+std::wstring pathOf(const CurveFile& curve, const std::string& name, const wchar_t* ending) {
+    return curve.folders.sessionFolder + L"\\" + widened(name) + ending;
 }
 
-bool saveConditions(const SweepRecord& record, const CurveFile& curve, const std::string& name) {
+constexpr char conditionsWords[] = "the curve's .meta.txt";
+
+bool saveConditions(SweepRecord& record, const CurveFile& curve, const std::string& name) {
     Conditions lines = setUpOf(record.setUp);
     lines.emplace_back("Laser at the start", record.laserWasOn ? "on" : "off");
     lines.emplace_back("Illumination at the start", record.wasIlluminated ? "on" : "off");
     lines.insert(lines.end(), curve.conditions.begin(), curve.conditions.end());
-    lines.emplace_back("Outcome", nameOf(record.end));
-    if (record.end != ProcessEnd::CutOff) {
+    lines.emplace_back("Outcome", nameOf(record.outcome.end));
+    if (record.outcome.end != ProcessEnd::CutOff) {
         lines.emplace_back("Ended", timeText(record.ended));
-        lines.emplace_back("Trouble", troubleText(record.trouble));
+        lines.emplace_back("Trouble", troubleLine(record.outcome));
     }
     lines.emplace_back("Text file", name + ".txt");
-    const std::wstring path = pathInSession(name, L".meta.txt");
+    const std::wstring path = pathOf(curve, name, L".meta.txt");
     if (writeDocument(path, linesOf(lines), L"w")) return true;
-    reportUnwritten(path, "the curve's .meta.txt");
+    reportUnwritten(path, conditionsWords);
+    record.outcome.notWritten.emplace_back(conditionsWords);
     return false;
 }
 
 } // namespace
 
 void noteStart(SweepRecord& record) {
-    record.setUp = presentConditions();
+    record.setUp = conditionsOf(presentPlan());
     record.laserWasOn = laserIsOn();
     record.wasIlluminated = illuminationIsOn();
-    record.end = ProcessEnd::Running;
-    record.trouble.clear();
+    record.outcome = {.end = ProcessEnd::Running};
 }
 
 void noteEnd(SweepRecord& record, ProcessEnd end) {
-    record.end = end;
+    record.outcome.end = end;
     record.ended = localTime();
 }
 
-bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly) {
-    ensureSessionFolder(dataFolders);
+bool saveCurve(SweepRecord& record, const CurveFile& curve, bool quietly) {
+    ensureSessionFolder(curve.folders);
     const std::string name =
-        nextFreeName(dataFolders.sessionFolder, curve.kind, curve.number, L".txt");
-    const std::wstring path = pathInSession(name, L".txt");
+        nextFreeName(curve.folders.sessionFolder, curve.kind, curve.number, L".txt");
+    const std::wstring path = pathOf(curve, name, L".txt");
     File file = openFile(path, L"w");
     if (logFile(path, file && writeCurve(file.get(), curve))) {
         file.reset();

@@ -3,11 +3,12 @@
 #pragma once
 
 #include "instruments/bias.h"
-#include "mapping/scan_map.h"
+#include "mapping/scan_plan.h"
 #include "platform/clock.h"
 #include "platform/window_handle.h"
+#include "session/data_folders.h"
 #include "session/document.h"
-#include "session/process.h"
+#include "session/outcome.h"
 
 #include <cstdint>
 #include <string>
@@ -32,9 +33,8 @@ struct SweepRecord {
     char text[100] = {};  // status lines are formatted here
     ScanConditions setUp; // as the measurement started
     bool laserWasOn = false, wasIlluminated = false;
-    ProcessEnd end = ProcessEnd::Running;
+    Outcome outcome{.end = ProcessEnd::Running};
     LocalTime ended;
-    std::string trouble; // what the operator was told of it; empty when all went well
     int32_t sweepsSaved = 0, seriesSaved = 0; // since the program's start: the next file's numbers
 };
 
@@ -53,14 +53,14 @@ struct Missed {
     void count(const Reading& reading);
 };
 
-// Ends the bias of a measurement. Says in the information text behind `name` what it lacks and what
-// was wrong with the bias, and keeps it; nothing when all was well.
-void endBias(SweepRecord& record, const char* name, const Missed& missed);
+// Ends a measurement and its bias: keeps how it ended, what it lacks and what was wrong with the
+// bias, and shows that behind `lastWords`; nothing when all was well.
+void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& missed);
 
 // Writes the end of a measurement into its plot.
 void showEndMessage(const SweepRecord& record, const char* message);
 
-// What is on record of a measurement at its start and its end.
+// What is on record of a measurement at its start, and at an end that it does not see itself.
 void noteStart(SweepRecord& record);
 void noteEnd(SweepRecord& record, ProcessEnd end);
 
@@ -73,10 +73,11 @@ struct CurveFile {
     const std::vector<float>& ys;
     int32_t count;         // of lines "%f,%f"
     Conditions conditions; // of this kind of curve, to those that all have
+    DataFolders& folders = dataFolders;
 };
 
 // Writes the curve into the session folder as "<kind>(<number>).txt", and beside it ".meta.txt"
 // with what it was taken with. Nothing is overwritten: a program that was started again within a
 // minute finds the files of the one before it there. False when one of the two cannot be written;
 // the operator is told, of the curve unless `quietly`, at a forced end.
-bool saveCurve(const SweepRecord& record, const CurveFile& curve, bool quietly);
+bool saveCurve(SweepRecord& record, const CurveFile& curve, bool quietly);

@@ -116,7 +116,9 @@ bool measureTimeEvolution() {
     readEdits(record);
     record.currentIndex = 0;
     if (!allocateSeries(record)) {
-        showInformation("Not enough memory for so long a series");
+        record.outcome = {.end = ProcessEnd::Declined,
+                          .lastWords = "Not enough memory for so long a series"};
+        showInformation(record.outcome.words().c_str());
         return false;
     }
     stopRequested = 0;
@@ -129,15 +131,14 @@ bool measureTimeEvolution() {
     Missed missed;
     missed.bias.told(volts, applyBias(volts, static_cast<double>(instrumentLink.currentLimit)));
     recordCycles(record, missed);
-    noteEnd(record, processEnd());
-    endBias(record, "Time Evolution Measurement has completed", missed);
+    endMeasurement(record, "Time Evolution Measurement has completed", missed);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     return true;
 }
 
 namespace {
 
-bool save(const SweepRecord& record, int32_t& number, bool quietly) {
+bool save(SweepRecord& record, int32_t& number, bool quietly, DataFolders& folders = dataFolders) {
     const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
     return saveCurve(record,
                      {"TimeEvo",
@@ -154,7 +155,8 @@ bool save(const SweepRecord& record, int32_t& number, bool quietly) {
                        {"Samples", formatted("%d", record.currentIndex)},
                        {"Room for samples", std::to_string(record.yValues.size())},
                        {"Units of the text file",
-                        formatted("s, %s", mainChannel(record.setUp.ammeterKind).unit->name)}}},
+                        formatted("s, %s", mainChannel(record.setUp.ammeterKind).unit->name)}},
+                      folders},
                      quietly);
 }
 
@@ -162,11 +164,11 @@ bool save(const SweepRecord& record, int32_t& number, bool quietly) {
 
 bool saveTimeEvolution(bool quietly) {
     SweepRecord& record = sweepRecord;
-    if (quietly && record.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
-    return endSweepJournal(save(record, record.seriesSaved, quietly));
+    if (quietly && record.outcome.end == ProcessEnd::Running) noteEnd(record, ProcessEnd::Forced);
+    return endSweepJournal(record, save(record, record.seriesSaved, quietly));
 }
 
-bool saveRecoveredSeries(const SweepRecord& record) {
+bool saveRecoveredSeries(SweepRecord& record, DataFolders& folders) {
     int32_t number = 0; // the first that is free
-    return save(record, number, false);
+    return save(record, number, false, folders);
 }

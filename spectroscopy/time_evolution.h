@@ -14,5 +14,5 @@ bool measureTimeEvolution();
 // stays.
 bool saveTimeEvolution(bool quietly);
 
-// The same of a series that was cut off, to the next name that is free.
-bool saveRecoveredSeries(const SweepRecord& record);
+// The same of a series that was cut off, to the next name that is free there.
+bool saveRecoveredSeries(SweepRecord& record, DataFolders& folders);

@@ -14,6 +14,7 @@
 #include "instruments/lights.h"
 #include "mapping/click_positioning.h"
 #include "mapping/map_rendering.h"
+#include "mapping/map_saving.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
@@ -64,8 +65,8 @@ void moveAndShow(StageAxis& axis, double um) {
     refreshPositions();
 }
 
-void scanSample() {
-    mapSample([] { return true; }, [] { runMapping(); });
+Outcome scanSample() {
+    return mapSample([] { return true; }, [] { return runScan(presentPlan()); });
 }
 
 void readPositions() {
@@ -98,7 +99,7 @@ void showSampleView() {
     switchLiveView(LiveView::On);
 }
 
-void focusLaser() {
+Outcome focusLaser() {
     connectMissingCamera();
     checkRadio(idLaserView, idSampleView, idLaserView);
     const bool laserWasOn = laserIsOn();
@@ -106,12 +107,13 @@ void focusLaser() {
     setLaserOutput(0);
     // After a stop nobody watches over the light that the search has switched on.
     if (!autoFocus(focusState) && !laserWasOn) setLaserLevel(0);
+    return {.end = processEnd(), .lastWords = focusState.lastWords};
 }
 
-void makeWideView() {
+Outcome makeWideView() {
     connectMissingCamera();
     switchLiveView(LiveView::Off);
-    wideViewImaging();
+    return imageWideView();
 }
 
 void setCameraAutomatic() {
@@ -139,7 +141,8 @@ void saveMaps() {
     ensureSessionFolder(dataFolders);
     if (!processUnderWay()) return static_cast<void>(saveMapsAgain());
     // A box would hold the process where it is, with the laser on; a scan saves at its end again.
-    if (!saveMapFilesQuietly()) showInformation("File saving error. New folder will be made.");
+    if (!saveMapFilesQuietly().textFiles)
+        showInformation("File saving error. New folder will be made.");
 }
 
 void showLiveView() {
@@ -197,8 +200,8 @@ constexpr Command commands[] = {
     {idExit, onClose, allowed, allowed, "Exit"},
     // While one runs, the click is the question whether to stop it.
     {idStart, [] { runProcess("Mapping", scanSample, saveScanAtForcedEnd); }, ignored, refused},
-    {idWideView, [] { runProcess("Wide View", makeWideView, nullptr); }, ignored, refused},
-    {idFocus, [] { runProcess("Focus", focusLaser, nullptr); }, ignored, refused},
+    {idWideView, [] { runProcess("Wide View", makeWideView); }, ignored, refused},
+    {idFocus, [] { runProcess("Focus", focusLaser); }, ignored, refused},
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
     {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
     // A move inside another one would never find its target.
@@ -303,9 +306,10 @@ std::span<const Command> commandTable() {
     return commands;
 }
 
-void mapSample(bool (*prepare)(), void (*scan)()) {
+Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan) {
     stopRequested = 0; // before the question: the window may be closed while it is asked
-    if (!partialStageAccepted() || stopRequested || !prepare() || stopRequested) return;
+    Outcome outcome{.end = ProcessEnd::Declined};
+    if (!partialStageAccepted() || stopRequested || !prepare() || stopRequested) return outcome;
     {
         const RunningProcess running;
         setField(Field::StartButton, "Stop");
@@ -313,10 +317,11 @@ void mapSample(bool (*prepare)(), void (*scan)()) {
         waitResponsive(10);
         if (confocalEnabled) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
-        scan();
+        outcome = scan();
     }
     setField(Field::StartButton, "Start");
     refreshPositions();
+    return outcome;
 }
 
 void onCommand(int id) {

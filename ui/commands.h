@@ -3,8 +3,10 @@
 #pragma once
 
 #include "screen/screen.h"
+#include "session/outcome.h"
 
 #include <cstdint>
+#include <functional>
 #include <span>
 
 // What comes of a command while a process runs or the stage moves: it is carried out, refused with
@@ -26,7 +28,7 @@ void onCommand(int id);
 
 // The work of a scan's process, from the questions before it to the start button after it: `scan`
 // when `prepare` has returned true.
-void mapSample(bool (*prepare)(), void (*scan)());
+Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan);
 
 // What keys and mouse are in the middle of.
 struct HandState {

@@ -44,14 +44,6 @@ struct ContinueState {
 
 ContinueState state;
 
-// What the process is to go on with, between the operator's word and its start.
-struct Chosen {
-    LeftJournal left;
-    std::optional<JournaledScan> scan;
-    std::string folder; // its session folder's name
-};
-Chosen chosen;
-
 void drawSmallPicture(ContextHandle context, int left, const std::vector<uint32_t>& pixels,
                       const char* without) {
     constexpr Colour black = 0, white = colourRgb(255, 255, 255);
@@ -61,7 +53,7 @@ void drawSmallPicture(ContextHandle context, int left, const std::vector<uint32_
         return drawText(context, left + 20, pictureTop + 20, without, black, true);
     }
     putPixels(context, left, pictureTop, smallPictureWidth, smallPictureHeight, pixels.data());
-    const ScanArea& area = state.scan->area;
+    const ScanArea& area = state.scan->plan().area;
     if (area.viewScale != 1) return; // it was drawn around the picture
     const auto x = [&](int32_t at) { return left + at / 2; };
     const auto y = [&](int32_t at) { return pictureTop + at / 2; };
@@ -77,8 +69,9 @@ void takeFrame() {
 
 std::string conditionsLine(const ScanConditions& scan) {
     return formatted("%d x %d points, step %.1f um, laser %.1f uA, bias %g V (limit %g A), %s",
-                     scan.cols, scan.rows, scan.stepUm, scan.laserLevel * laserScaleFactor,
-                     static_cast<double>(scan.biasVoltage), static_cast<double>(scan.currentLimit),
+                     scan.area.cols, scan.area.rows, scan.area.scanStep,
+                     scan.laserLevel * laserScaleFactor, static_cast<double>(scan.biasVoltage),
+                     static_cast<double>(scan.currentLimit),
                      narrowed(instrumentKind(scan.ammeterKind).name).c_str());
 }
 
@@ -88,8 +81,8 @@ WindowHandle createWindow(const JournaledScan& scan) {
     const std::string thenTitle = "At the start of the scan, " + start;
     const std::string points =
         formatted("The scan of %s has %d of %d points; it goes on with row %d of %d from below.",
-                  start.c_str(), scan.points, scan.area.totalPoints, firstMissingRow(scan.map) + 1,
-                  scan.area.rows);
+                  start.c_str(), scan.points, scan.plan().area.totalPoints,
+                  firstMissingRow(scan.map) + 1, scan.plan().area.rows);
     const std::string conditions = conditionsLine(*scan.map.conditions);
     constexpr int width = outerWidth - 40;
     std::vector<ToolControl> controls = {
@@ -122,13 +115,13 @@ WindowHandle createWindow(const JournaledScan& scan) {
                             static_cast<int>(controls.size()), nullptr, outerWidth, outerHeight);
 }
 
-bool takeOverChosen() {
-    if (!isJournalOf(chosen.left, *chosen.scan->map.conditions)) {
+// False, with a word in the information text, when it cannot go on.
+bool takeOver(const LeftJournal& left, JournaledScan& scan) {
+    if (!isJournalOf(left, *scan.map.conditions)) {
         showInformation("Not continued: the journal is gone");
         return false;
     }
-    chosen.folder = chosen.scan->folder;
-    if (!takeOverScan(std::move(*chosen.scan))) return false;
+    if (!takeOverScan(std::move(scan))) return false;
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
@@ -147,13 +140,16 @@ void confirm() {
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     if (processUnderWay()) return refuseForProcess();
     if (!standsThere() || !state.window || stageIsTaken()) return;
-    chosen = {state.left, std::move(state.scan), {}};
+    const LeftJournal left = state.left;
+    JournaledScan scan = std::move(*state.scan);
     destroyToolWindow(state.window);
     runProcess(
         "Mapping",
-        [] { mapSample(takeOverChosen, [] { continueMapping(chosen.left, chosen.folder); }); },
+        [&] {
+            return mapSample([&] { return takeOver(left, scan); },
+                             [&] { return continueScan(left); });
+        },
         saveScanAtForcedEnd);
-    chosen = {};
 }
 
 void moveStage(int button) {
@@ -181,7 +177,7 @@ void openContinueWindow() {
         if ((scan = readScanJournal(each))) break;
     }
     if (!scan) return showInformation(without);
-    if (firstMissingRow(scan->map) == scan->area.rows)
+    if (firstMissingRow(scan->map) == scan->plan().area.rows)
         return showInformation("No row is missing: \"File\", \"Recover last scan\" saves the map");
     onCommand(idSampleView); // as the scan's picture was taken
     state = {nullptr, left, std::move(scan), scanPicture(left), {}};

@@ -101,16 +101,18 @@ void fillEdits(const ToolState& tool) {
     setWindowText(tool.edits[2], formatted("%d", record.repeatCount).c_str());
 }
 
-void sweep() {
+Outcome sweep() {
     measureIvCurve();
     saveIvCurve(false);
+    return sweepRecord.outcome;
 }
 
-void recordSeries() {
+Outcome recordSeries() {
     if (measureTimeEvolution()) saveTimeEvolution(false);
+    return sweepRecord.outcome;
 }
 
-void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
+void measure(ToolState& tool, const char* name, Outcome (*work)(), void (*saveQuietly)()) {
     if (stageIsTaken()) return; // a process has its own edits and plot
     sweepRecord.plotWindow = tool.window;
     sweepRecord.valueEdit = tool.edits[0];
@@ -118,7 +120,7 @@ void measure(ToolState& tool, void (*work)(), void (*saveQuietly)()) {
     sweepRecord.repeatEdit = tool.edits[2];
     if (!tool.holdsLiveView || liveViewIsOn()) tool.wasLive = liveViewIsOn();
     tool.measuring = true;
-    runProcess(work == sweep ? "I-V curve" : "Time evolution", work, saveQuietly);
+    runProcess(name, work, saveQuietly);
     tool.measuring = false;
     if (!mainWindow) return;
     letLiveViewGoOn(tool);
@@ -150,8 +152,9 @@ void onToolCommand(WindowHandle window, int id) {
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
-        measure(*tool, sweep, [] { saveIvCurve(true); });
-    if (id == idSeriesStart) measure(*tool, recordSeries, [] { saveTimeEvolution(true); });
+        measure(*tool, "I-V curve", sweep, [] { saveIvCurve(true); });
+    if (id == idSeriesStart)
+        measure(*tool, "Time evolution", recordSeries, [] { saveTimeEvolution(true); });
 }
 
 void onToolClose(WindowHandle window) {

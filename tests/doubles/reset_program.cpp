@@ -67,7 +67,6 @@ void resetProgram() {
     for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
     laserLevel = defaultLaserLevel;
     scanOptions = {};
-    arrivalTiming = {};
     stageX = stageY = stageZ = {};
     axisOrder = 2;
     laserLink = {};

@@ -114,8 +114,8 @@ void readJournals() {
         lines.emplace_back("points");
         lines.insert(lines.end(), own.begin(), own.end());
         if (const std::optional<JournaledScan> scan = scanOfLines(linesOf(lines))) {
-            require(scan->points >= 0 && scan->points <= scan->area.totalPoints);
-            require(firstMissingRow(scan->map) <= scan->map.conditions->rows);
+            require(scan->points >= 0 && scan->points <= scan->plan().area.totalPoints);
+            require(firstMissingRow(scan->map) <= scan->map.conditions->area.rows);
         }
         if (const std::optional<JournaledSweep> sweep = curveOfLines(kind, linesOf(lines)))
             require(sweep->record.currentIndex >= 0 &&
@@ -166,7 +166,7 @@ void connectDoubles() {
         "ThreadIbcnt", +[] { return text.starts_with('!') ? driverErrorCount : text.size(); });
     prepareDataFolders(dataFolders);
     allocateMaps();
-    scanMap.conditions = presentConditions();
+    scanMap.conditions = conditionsOf(presentPlan());
     scanLines = writtenLines(beginScanJournal);
     allocateSweep(sweepRecord);
     noteStart(sweepRecord);

@@ -145,7 +145,7 @@ TEST_F(DayLogTest, TellsAScanInOrderAndCountsItsPoints) {
         // The step that saves fails in the same way: the others are tried nevertheless.
         const auto end = [] {
             runProcess(
-                "Test", [] { endProgram("a reason"); }, [] { endProgram("a step"); });
+                "Test", []() -> Outcome { endProgram("a reason"); }, [] { endProgram("a step"); });
         };
         EXPECT_DEATH(std::thread(end).join(), "a step");
         const std::vector<std::string> lines = logLines();

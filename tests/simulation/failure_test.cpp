@@ -232,10 +232,19 @@ TEST_F(FailureTest, SessionFolderThatCannotBeMade) {
     EXPECT_EQ(cellsMeasured(), static_cast<size_t>(scanArea.totalPoints)) << "kept in memory";
 }
 
-TEST_F(FailureTest, AScanWhoseAreaChangesWritesNowhereElse) {
+TEST_F(FailureTest, AScanKeepsToItsPlanWhateverTheWindowShows) {
     writeSettings(4.0, false);
-    afterReadings(5, [] { ++scanArea.cols; });
-    EXPECT_DEATH(runProgramOver(12, 8), "the scan area has changed in its own scan");
+    int columns = 0;
+    afterReadings(5, [&] {
+        columns = scanArea.cols;
+        scanArea.cols += 1;
+        scanArea.scanStep = 8.0;
+    });
+    runProgramOver(12, 8);
+    EXPECT_EQ(textIn(Field::Information), "Mapping finished");
+    EXPECT_EQ(SavedMap().columns, columns);
+    EXPECT_EQ(SavedMap().condition("Step"), "4 um");
+    EXPECT_EQ(SavedMap().maskedCells(0), 0);
 }
 
 TEST_F(FailureTest, NoMainWindowEndsWithoutSettings) {

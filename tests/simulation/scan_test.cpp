@@ -295,7 +295,8 @@ TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
     for (size_t i = 1; i <= 25; ++i) squares += std::pow(reads[i].volts - sum / 25, 2);
     const auto row = static_cast<size_t>(scanArea.rows - 1);
     EXPECT_NEAR(static_cast<double>(scanMap.maps[planePhotocurrent][0][row]), sum / 25, 1e-6);
-    EXPECT_NEAR(static_cast<double>(scanMap.maps[firstFurtherMap][0][row]), std::sqrt(squares / 24), 1e-6);
+    EXPECT_NEAR(static_cast<double>(scanMap.maps[firstFurtherMap][0][row]), std::sqrt(squares / 24),
+                1e-6);
     const SavedMap saved;
     ASSERT_EQ(saved.channels, 2);
     EXPECT_EQ(saved.unit(1), "V");
@@ -468,7 +469,7 @@ TEST_F(ScanTest, KeepsTheJournalOfAScanThatDoesNotGoOn) {
 // No journal can be written, and one of a newer version lies there: the scan goes on, says it once,
 // and leaves what it cannot read.
 TEST_F(ScanTest, GoesOnWithoutAJournal) {
-    const std::string newer = "Lumascan journal 2 scan 00000000\n";
+    const std::string newer = "Lumascan journal 3 scan 00000000\n";
     for (const bool refused : {true, false}) {
         SCOPED_TRACE(refused);
         prepareWorld();

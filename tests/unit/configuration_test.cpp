@@ -352,8 +352,9 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
         onCommand(idConfiguration);
         EXPECT_FALSE(timerRuns());
         switchLiveView(LiveView::AsBefore);
+        return Outcome{};
     };
-    ASSERT_TRUE(runProcess("Test", process, nullptr));
+    ASSERT_TRUE(runProcess("Test", process));
     EXPECT_TRUE(timerRuns());
     EXPECT_EQ(labStageUm(labX), 0.0);
     EXPECT_EQ(axisOrder, 2);

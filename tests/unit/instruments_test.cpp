@@ -445,22 +445,23 @@ TEST_F(InstrumentsTest, AReadingTellsThatItIsBeyondTheRange) {
 TEST_F(InstrumentsTest, ALimitThatCutsTheBiasIsNoticed) {
     ASSERT_TRUE(usbSourcemeterOpen(0.0));
     link.ammeterKind = kindUsbSourcemeter;
-    constexpr const char* reached = ". Current limit reached";
+    using Words = std::vector<std::string>;
+    const Words reached{"Current limit reached"};
     for (double limit : {1e-3, 2e-8, 1e-3}) {
         BiasWatch watch;
         watch.told(0.5, applyBias(0.5, limit));
         watch.read(readPhotocurrent());
         if (limit < 1e-3) applyBias(0.0, 1e-3); // only the reading has seen it
-        EXPECT_EQ(watch.words(), limit < 1e-3 ? reached : "");
+        EXPECT_EQ(watch.troubles(), limit < 1e-3 ? reached : Words{});
         applyBias(0.5, 2e-8); // no reading has seen it: only the source knows
-        EXPECT_EQ(watch.words(), reached);
+        EXPECT_EQ(watch.troubles(), reached);
     }
     ASSERT_TRUE(gpibSourcemeterOpen(24));
     link.ammeterKind = kindGpibSourcemeter;
     BiasWatch watch;
     watch.told(0.5, applyBias(0.5, 1e-4));
     watch.read(readPhotocurrent());
-    EXPECT_EQ(watch.words(), "");
+    EXPECT_EQ(watch.troubles(), Words{});
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
 }
 
@@ -474,7 +475,7 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     connectInstrumentAtStart();
     BiasWatch watch;
     watch.told(0.5, applyBias(0.5, 1e-4));
-    EXPECT_EQ(watch.words(), ". Bias not heard");
+    EXPECT_EQ(watch.troubles(), std::vector<std::string>{"Bias not heard"});
     link.biasVoltage = 0.5f;
     whileDialogOpen = [] { onConfigurationCommand(idSet); };
     configure();
@@ -515,7 +516,7 @@ TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
         EXPECT_EQ(textIn(Field::Information), "Bias refused: "s + each.words);
         BiasWatch watch;
         watch.told(each.volts, applyBias(each.volts, each.limit));
-        EXPECT_EQ(watch.words(), ". Bias refused: "s + each.words);
+        EXPECT_EQ(watch.troubles(), std::vector<std::string>{"Bias refused: "s + each.words});
         applyBias(0.0, each.limit);
         EXPECT_EQ(labBiasVolts(), 0.0) << "the screen says off of a bias that is on";
         EXPECT_EQ(biasLeftOn(), "");

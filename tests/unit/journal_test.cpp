@@ -23,7 +23,7 @@ protected:
         computeScanArea(scanArea);
         allocateMaps();
         ASSERT_EQ(scanArea.totalPoints, 6);
-        scanMap.conditions = presentConditions();
+        scanMap.conditions = conditionsOf(presentPlan());
         beginScanJournal();
         for (size_t point = 0; point < 5; ++point) {
             const size_t column = point % 3, row = 1 - point / 3;
@@ -53,8 +53,8 @@ protected:
                 for (size_t plane = 0; plane < 4; ++plane)
                     ASSERT_EQ(scan->map.maps[plane][column][row], scanMap.maps[plane][column][row]);
             }
-        ASSERT_EQ(scan->map.conditions->stepUm, scanMap.conditions->stepUm);
-        ASSERT_EQ(scan->area.offsetXUm, scanArea.offsetXUm);
+        ASSERT_EQ(scan->map.conditions->area.scanStep, scanMap.conditions->area.scanStep);
+        ASSERT_EQ(scan->plan().area.offsetXUm, scanArea.offsetXUm);
     }
 
     std::vector<size_t> lineEnds; // of the points

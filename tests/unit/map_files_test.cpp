@@ -62,7 +62,7 @@ TEST_F(MapFilesTest, EachNumberIsWrittenAsPrintfDoes) {
 
 TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
     confocalEnabled = 1;
-    scanMap.conditions = presentConditions();
+    scanMap.conditions = conditionsOf(presentPlan());
     instrumentLink.biasVoltage = 0.0f;
     laserLevel = 1.0;
     confocalEnabled = 0;
@@ -101,7 +101,7 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     stageY.positionUm = -40;
     scanArea.offsetXUm = 3.5;
     scanArea.offsetYUm = 10;
-    scanMap.conditions = presentConditions();
+    scanMap.conditions = conditionsOf(presentPlan());
     for (auto& column : scanMap.marks) column.assign(3, PointMark::Measured);
     Map& map = scanMap.maps[planePhotocurrent];
     map[0] = {1.5f, NAN, 9.9e37f};

@@ -90,14 +90,15 @@ private:
     // play and microsteps, and beside the other cells of its scan within a quarter of the step.
     bool judgePlace(size_t c, size_t m, const Taken* taken, size_t count) {
         const ScanConditions& scan = *scanMap.conditions;
-        const double row = scan.rows - 1.0 - static_cast<double>(m);
-        const double ways[] = {static_cast<double>(c) * scan.stepUm, row * scan.stepUm};
-        const double starts[] = {scan.homeXUm + scan.offsetXUm, scan.homeYUm + scan.offsetYUm};
+        const double row = scan.area.rows - 1.0 - static_cast<double>(m);
+        const double ways[] = {static_cast<double>(c) * scan.area.scanStep,
+                               row * scan.area.scanStep};
+        const double starts[] = {scan.firstXUm(), scan.firstYUm()};
         const LabPixel spot = labSpotPixel();
         const double spots[] = {(spot.column - labCentreColumn) * labUmPerPixel,
                                 (spot.row - labCentreRow) * labUmPerPixel};
         // Where the way since the row's begin has not taken up the play of X, nothing is promised.
-        const double runIn = scan.options.runInUm > 0 ? scan.options.runInUm : scan.stepUm;
+        const double runIn = scan.options.runInUm > 0 ? scan.options.runInUm : scan.area.scanStep;
         const bool playTakenUp = runIn + ways[labX] >= judge.playUm(labX);
         bool judged = true;
         for (int axis : {labX, labY}) {
@@ -123,7 +124,7 @@ private:
         if (!originKnown[static_cast<size_t>(axis)]) origin[static_cast<size_t>(axis)] = originUm;
         originKnown[static_cast<size_t>(axis)] = true;
         const double beside = originUm - origin[static_cast<size_t>(axis)];
-        if (std::fabs(beside) > scanMap.conditions->stepUm / 4)
+        if (std::fabs(beside) > scanMap.conditions->area.scanStep / 4)
             judge.find(Rule::Cell, formatted("%s stood %.2f um from where cell %zu, %zu lies by "
                                              "the others of its scan",
                                              name, beside, c, m));

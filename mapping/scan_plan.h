@@ -1,0 +1,60 @@
+// A scan as a value: what it is to do, and what it was taken with.
+#pragma once
+
+#include "camera/spot.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
+#include "platform/clock.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+enum class Consent {
+    OfTheOperator, // is asked for before the first point
+    GivenBefore,
+};
+
+// All that a scan needs to know.
+struct ScanPlan {
+    ScanArea area;                                      // its points, from where the stage stands
+    double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where that is
+    double laserLevel = 0.0;                            // V; laserScaleFactor makes it uA
+    float biasVoltage = 0.0f;                           // V
+    float currentLimit = 0.0f;                          // A
+    int32_t ammeterKind = 0;                            // EquipmentKind, which has the unit
+    bool confocal = false;                              // whether the colour maps are taken
+    int32_t gain = 0;                                   // of the camera in a confocal scan, dB
+    double exposureUs = 0.0;
+    int32_t aperturePx = 0; // half the side of the square around the spot
+    PicturePoint laserSpot; // picture pixels
+    ScanOptions options;
+    int32_t axisOrder = 0;    // of the controllers
+    uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
+    Consent consent = Consent::OfTheOperator;
+
+    double firstXUm() const { return homeXUm + area.offsetXUm; }
+    double firstYUm() const { return homeYUm + area.offsetYUm; }
+    double runInUm() const { return runInOf(options, area.scanStep); }
+    bool hasSeveralReadings() const { return options.readingsPerPoint > 1; }
+};
+
+// The scan that "Start" starts now.
+ScanPlan presentPlan();
+
+// Makes the plan's settings those of the program, as if the operator had chosen them: the light,
+// the bias, the camera, the options and the area. The instrument is connected by its caller.
+void putInForce(const ScanPlan& plan);
+
+// A plan that was carried out, with what is known of it.
+struct ScanConditions : ScanPlan {
+    std::string program; // name and version
+    LocalTime started;
+    std::string instrumentIdentity;                // empty when it was not asked
+    double takenGain = 0.0, takenExposureUs = 0.0; // what the camera made of the plan's; 0 unknown
+    bool blueOnly = false;                         // of the camera's picture
+    std::string continued; // when, and behind which row, it went on; empty of a scan in one go
+};
+
+// Those of a measurement by this plan that starts now.
+ScanConditions conditionsOf(const ScanPlan& plan);
