@@ -3,11 +3,9 @@
 
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
-#include "screen/screen.h"
-#include "session/day_log.h"
+#include "session/announce.h"
 #include "session/options.h"
 
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,13 +21,10 @@ constexpr char unitFileName[] = "write .gwy";
 constexpr char yes[] = "yes";
 constexpr char no[] = "no";
 
-void sayBad(const char* name, const std::string& value) {
-    const std::string text =
-        formatted("Options.ini: \"%s = %s\" is not known, the default holds", name, value.c_str());
-    logEvent(text);
-    std::printf("%s\n", text.c_str());
-    std::fflush(stdout);
-    showInformation(text.c_str());
+void refuse(const char* name, const std::string& value) {
+    announce(
+        Severity::Trouble,
+        formatted("Options.ini: \"%s = %s\" is not known, the default holds", name, value.c_str()));
 }
 
 void take(const char* name, bool& value, const char* whenTrue, const char* whenFalse) {
@@ -37,7 +32,7 @@ void take(const char* name, bool& value, const char* whenTrue, const char* whenF
     if (text == whenTrue || text == whenFalse)
         value = text == whenTrue;
     else if (!text.empty())
-        sayBad(name, text);
+        refuse(name, text);
 }
 
 void take(const ScanNumber& of) {
@@ -47,7 +42,7 @@ void take(const ScanNumber& of) {
     if (number && of.allows(*number) && std::to_string(*number) == text)
         scanOptions.*of.value = *number;
     else
-        sayBad(of.option, text);
+        refuse(of.option, text);
 }
 
 } // namespace

@@ -20,10 +20,17 @@ template <size_t capacity>
 
 [[gnu::format(printf, 1, 2)]] inline std::string formatted(const char* format, ...) {
     keepDecimalPoint();
-    char text[600];
-    va_list arguments;
+    va_list arguments, again;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    va_copy(again, arguments);
+    char shortText[200];
+    const int length = std::vsnprintf(shortText, sizeof shortText, format, arguments);
+    std::string text(shortText);
+    if (length >= static_cast<int>(sizeof shortText)) {
+        text.resize(static_cast<size_t>(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
     va_end(arguments);
     return text;
 }

@@ -44,9 +44,7 @@ bool writeDocument(const std::wstring& path, const std::string& content, const w
 void reportUnwritten(const std::wstring& path, const char* what) {
     std::printf("Not written: %s\n", fileNameOf(path).c_str());
     if (!onWindowThread()) return; // it would wait for that thread, with the bias on
-    constexpr int longestText = 400;
-    const std::string before = fieldText(Field::Information, longestText);
-    showInformation(((before.empty() ? "" : before + ". ") + "Not written: " + what).c_str());
+    showInformation((std::string("Not written: ") + what).c_str());
 }
 
 bool logFile(const std::wstring& path, bool written) {

@@ -24,9 +24,9 @@ using WriteContent = std::function<bool(FILE*)>;
 bool writeWhole(const std::wstring& path, const wchar_t* mode, const WriteContent& write);
 bool writeDocument(const std::wstring& path, const std::string& content, const wchar_t* mode);
 
-// Says on standard output that a document could not be written, and behind what stands in the
-// information text: what it is in a word or two. From another thread than the windows it only
-// prints.
+// Says on standard output that a document could not be written, and in the information text what it
+// is in a word or two; a process tells of it again in its outcome. From another thread than the
+// windows it only prints.
 void reportUnwritten(const std::wstring& path, const char* what);
 
 // Tells the log of the day that the file was written or not; returns `written`.

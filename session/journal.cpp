@@ -5,8 +5,8 @@
 #include "platform/files.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/announce.h"
 #include "session/data_folders.h"
-#include "session/day_log.h"
 #include "session/document.h"
 
 #include <array>
@@ -125,9 +125,7 @@ void endFile() {
 
 void giveUp() {
     endFile();
-    logEvent("Journal: cannot be written");
-    std::printf("Journal: cannot be written\n");
-    std::fflush(stdout);
+    announce(Severity::Failure, "Journal: cannot be written");
 }
 
 // The line without its checksum, when that is right.

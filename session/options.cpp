@@ -2,8 +2,8 @@
 #include "session/options.h"
 
 #include "platform/files.h"
+#include "session/announce.h"
 #include "session/data_folders.h"
-#include "session/day_log.h"
 #include "session/document.h"
 
 #include <cstdio>
@@ -75,8 +75,6 @@ bool writeOptions(const std::vector<Option>& options) {
         for (const std::string& line : *lines) content += line + "\n";
         if (writeDocument(optionsPath(), content, L"w")) return true;
     }
-    logEvent("Options.ini could not be written");
-    std::printf("Options.ini could not be written\n");
-    std::fflush(stdout);
+    announce(Severity::Failure, "Options.ini could not be written");
     return false;
 }

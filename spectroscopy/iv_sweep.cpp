@@ -23,21 +23,21 @@ constexpr float rangeHighest = 10.0f;
 constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no number
 constexpr uint32_t settleMs = 10;         // between bias and reading
 
-float stepFromEdit(SweepRecord& record) {
+// What was typed last, without a number in the edit.
+SweepPlan planFromEdit(SweepRecord& record) {
     const std::optional<float> typed = typedNumber(windowText(record.valueEdit, editCapacity));
-    if (!typed) return stepWithoutRange;
-    record.voltageRange = std::clamp(*typed, rangeLowest, rangeHighest);
-    setWindowText(record.valueEdit,
-                  formatted("%.2f", static_cast<double>(record.voltageRange)).c_str());
-    return record.voltageRange / static_cast<float>(record.pointsPerQuarter);
+    if (!typed) return {record.voltageRange, stepWithoutRange, record.pointsPerQuarter};
+    const float range = std::clamp(*typed, rangeLowest, rangeHighest);
+    setWindowText(record.valueEdit, formatted("%.2f", static_cast<double>(range)).c_str());
+    return {range, range / static_cast<float>(record.pointsPerQuarter), record.pointsPerQuarter};
 }
 
-float voltageAt(const SweepRecord& record, int32_t index, float step) {
-    const int32_t quarter = record.pointsPerQuarter;
-    const auto steps = [step](int32_t count) { return static_cast<float>(count) * step; };
+float voltageAt(const SweepPlan& plan, int32_t index) {
+    const int32_t quarter = plan.pointsPerQuarter;
+    const auto steps = [&](int32_t count) { return static_cast<float>(count) * plan.stepVolts; };
     if (index < quarter) return steps(index);
-    if (index < 3 * quarter) return record.voltageRange - steps(index - quarter);
-    return -record.voltageRange + steps(index - 3 * quarter);
+    if (index < 3 * quarter) return plan.rangeVolts - steps(index - quarter);
+    return -plan.rangeVolts + steps(index - 3 * quarter);
 }
 
 // False when a stop was asked for.
@@ -45,7 +45,7 @@ bool measurePoint(SweepRecord& record, float voltage, Missed& missed) {
     const auto i = static_cast<size_t>(record.currentIndex);
     record.xValues[i] = voltage;
     const auto volts = static_cast<double>(voltage);
-    missed.bias.told(volts, stepBias(volts, static_cast<double>(instrumentLink.currentLimit)));
+    missed.bias.told(volts, stepBias(volts, static_cast<double>(record.setUp.currentLimit)));
     waitResponsive(settleMs);
     if (stopRequested) return false;
     const Reading reading = readInstrument(instrumentKind(kindUsbSourcemeter));
@@ -64,25 +64,31 @@ void plot(const SweepRecord& record, int32_t points) {
 
 } // namespace
 
-void measureIvCurve() {
+Outcome runSweep(const SweepPlan& plan) {
     SweepRecord& record = sweepRecord;
-    const float step = stepFromEdit(record);
+    record.voltageRange = plan.rangeVolts;
+    record.voltageStep = plan.stepVolts;
+    record.pointsPerQuarter = plan.pointsPerQuarter;
     allocateSweep(record); // a time evolution leaves arrays of its own length
-    const int32_t points = 4 * record.pointsPerQuarter;
+    const int32_t points = 4 * plan.pointsPerQuarter;
     Missed missed;
     stopRequested = 0;
     const RunningProcess running;
     noteStart(record);
-    record.voltageStep = step;
     usbSourcemeterBeginAnew();
     beginSweepJournal(record);
     for (record.currentIndex = 0; record.currentIndex < points; ++record.currentIndex) {
-        if (!measurePoint(record, voltageAt(record, record.currentIndex, step), missed)) break;
+        if (!measurePoint(record, voltageAt(plan, record.currentIndex), missed)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
     if (!stopRequested) plot(record, points);
     endMeasurement(record, "I-V curve measurement finished", missed);
     showEndMessage(record, "I-V curve measurement finished.        ");
+    return record.outcome;
+}
+
+void measureIvCurve() {
+    runSweep(planFromEdit(sweepRecord));
 }
 
 namespace {

@@ -3,9 +3,18 @@
 
 #include "spectroscopy/sweep_record.h"
 
-// Takes the range from its edit, sweeps the bias 0, +range, -range, 0 and reads the USB sourcemeter
-// at each of the steps, whatever instrument is selected. The curve grows in the plot window. A stop
-// ends it between two points; the bias is 0 V afterwards.
+struct SweepPlan {
+    float rangeVolts;         // to either side of 0
+    float stepVolts;          // between two points
+    int32_t pointsPerQuarter; // of the loop 0, +range, -range, 0
+};
+
+// Sweeps the bias and reads the USB sourcemeter at each of the steps, whatever instrument is
+// selected, under the present current limit. The curve grows in the plot window. A stop ends it
+// between two points; the bias is 0 V afterwards.
+Outcome runSweep(const SweepPlan& plan);
+
+// The same with the range that stands in its edit.
 void measureIvCurve();
 
 // Writes all points of the loop to the next "I-V(n).txt"; the points that a stopped sweep did not

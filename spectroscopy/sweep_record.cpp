@@ -49,7 +49,7 @@ void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& mi
         outcome.troubles.emplace_back("The computer went to sleep");
     const std::vector<std::string> ofBias = missed.bias.troubles(); // before it goes
     outcome.troubles.insert(outcome.troubles.end(), ofBias.begin(), ofBias.end());
-    applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    applyBias(0.0, static_cast<double>(record.setUp.currentLimit));
     if (!outcome.isSound()) showInformation(outcome.words().c_str());
 }
 

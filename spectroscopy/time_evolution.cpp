@@ -28,30 +28,33 @@ constexpr double samplesPerSecond = 20; // what the arrays are made for
 constexpr int samplesPerPlot = 10;
 constexpr uint32_t settleMs = 10; // after each sample
 
-void readSeconds(WindowHandle edit, float& seconds) {
+float secondsIn(WindowHandle edit, float before) {
     const std::optional<int> typed = typedInteger(windowText(edit, editCapacity));
-    if (!typed) return;
-    seconds = static_cast<float>(std::clamp(*typed, 0, longestPhaseSeconds));
+    if (!typed) return before;
+    const auto seconds = static_cast<float>(std::clamp(*typed, 0, longestPhaseSeconds));
     setWindowText(edit, formatted("%f", static_cast<double>(seconds)).c_str());
+    return seconds;
 }
 
-void readEdits(SweepRecord& record) {
-    readSeconds(record.valueEdit, record.onTime);
-    readSeconds(record.offTimeEdit, record.offTime);
+// What was used last where an edit holds no number.
+SeriesPlan planFromEdits(const SweepRecord& record) {
+    SeriesPlan plan{secondsIn(record.valueEdit, record.onTime),
+                    secondsIn(record.offTimeEdit, record.offTime), record.repeatCount};
     const std::optional<int> typed = typedInteger(windowText(record.repeatEdit, editCapacity));
-    if (!typed) return;
-    record.repeatCount = std::clamp(*typed, 0, mostRepeats);
-    setWindowText(record.repeatEdit, formatted("%d", record.repeatCount).c_str());
+    if (!typed) return plan;
+    plan.repeats = std::clamp(*typed, 0, mostRepeats);
+    setWindowText(record.repeatEdit, formatted("%d", plan.repeats).c_str());
+    return plan;
 }
 
-double cycleSeconds(const SweepRecord& record) {
-    return truncated(static_cast<double>(record.onTime)) + static_cast<double>(record.offTime);
+double cycleSeconds(const SeriesPlan& plan) {
+    return truncated(static_cast<double>(plan.onSeconds)) + static_cast<double>(plan.offSeconds);
 }
 
 // False when the system has no memory for so long a series.
-bool allocateSeries(SweepRecord& record) {
-    const auto samples = static_cast<size_t>(
-        truncated(record.repeatCount * cycleSeconds(record) * samplesPerSecond));
+bool allocateSeries(SweepRecord& record, const SeriesPlan& plan) {
+    const auto samples =
+        static_cast<size_t>(truncated(plan.repeats * cycleSeconds(plan) * samplesPerSecond));
     try {
         for (std::vector<float>* values : {&record.extraValues, &record.yValues}) {
             *values = {};
@@ -71,9 +74,9 @@ void plot(const SweepRecord& record) {
 }
 
 // The samples of one phase. False when the series is over: stopped, or the arrays are full.
-bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed& missed) {
-    const int32_t cap = truncated(cycleSeconds(record) * samplesPerSecond);
-    for (int32_t sample = 0; sample < cap; ++sample) {
+bool recordPhase(SweepRecord& record, float seconds, int32_t mostSamples, uint64_t& offsetMs,
+                 Missed& missed) {
+    for (int32_t sample = 0; sample < mostSamples; ++sample) {
         const auto i = static_cast<size_t>(record.currentIndex);
         if (i >= record.yValues.size()) return false;
         const Reading reading = readPhotocurrent();
@@ -96,30 +99,33 @@ bool recordPhase(SweepRecord& record, float seconds, uint64_t& offsetMs, Missed&
     return true; // the record is full: no time follows that this would offset
 }
 
-void recordCycles(SweepRecord& record, Missed& missed) {
+void recordCycles(SweepRecord& record, const SeriesPlan& plan, Missed& missed) {
+    const int32_t most = truncated(cycleSeconds(plan) * samplesPerSecond);
     uint64_t offsetMs = 0;
-    for (int32_t cycle = 0; cycle < record.repeatCount; ++cycle) {
+    for (int32_t cycle = 0; cycle < plan.repeats; ++cycle) {
         elapsedMs(true);
         setLaserLevel(1);
-        if (!recordPhase(record, record.onTime, offsetMs, missed)) break;
+        if (!recordPhase(record, plan.onSeconds, most, offsetMs, missed)) break;
         elapsedMs(true);
         setLaserLevel(0);
-        if (!recordPhase(record, record.offTime, offsetMs, missed)) break;
+        if (!recordPhase(record, plan.offSeconds, most, offsetMs, missed)) break;
     }
     setLaserLevel(0);
 }
 
 } // namespace
 
-bool measureTimeEvolution() {
+Outcome runSeries(const SeriesPlan& plan) {
     SweepRecord& record = sweepRecord;
-    readEdits(record);
+    record.onTime = plan.onSeconds;
+    record.offTime = plan.offSeconds;
+    record.repeatCount = plan.repeats;
     record.currentIndex = 0;
-    if (!allocateSeries(record)) {
+    if (!allocateSeries(record, plan)) {
         record.outcome = {.end = ProcessEnd::Declined,
                           .lastWords = "Not enough memory for so long a series"};
         showInformation(record.outcome.words().c_str());
-        return false;
+        return record.outcome;
     }
     stopRequested = 0;
     const RunningProcess running;
@@ -127,13 +133,17 @@ bool measureTimeEvolution() {
     beginSweepJournal(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
-    const auto volts = static_cast<double>(instrumentLink.biasVoltage);
+    const auto volts = static_cast<double>(record.setUp.biasVoltage);
     Missed missed;
-    missed.bias.told(volts, applyBias(volts, static_cast<double>(instrumentLink.currentLimit)));
-    recordCycles(record, missed);
+    missed.bias.told(volts, applyBias(volts, static_cast<double>(record.setUp.currentLimit)));
+    recordCycles(record, plan, missed);
     endMeasurement(record, "Time Evolution Measurement has completed", missed);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
-    return true;
+    return record.outcome;
+}
+
+bool measureTimeEvolution() {
+    return runSeries(planFromEdits(sweepRecord)).end != ProcessEnd::Declined;
 }
 
 namespace {

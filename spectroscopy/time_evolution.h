@@ -3,10 +3,18 @@
 
 #include "spectroscopy/sweep_record.h"
 
-// Takes on time, off time (whole seconds) and repeat count from their edits and records that many
-// light cycles; the trace grows in the plot window. Ends between two samples when a stop is asked
-// for, and when the arrays are full, which are made for 20 samples a second. The laser is off
-// afterwards. False, and nothing was measured, when the system has no memory for so long a series.
+struct SeriesPlan {
+    float onSeconds, offSeconds; // of one light cycle
+    int32_t repeats;
+};
+
+// Records that many light cycles under the present bias; the trace grows in the plot window. Ends
+// between two samples when a stop is asked for, and when the arrays are full, which are made for 20
+// samples a second. The laser is off afterwards. Declined, and nothing was measured, when the
+// system has no memory for so long a series.
+Outcome runSeries(const SeriesPlan& plan);
+
+// The same with what stands in its edits, whole seconds. False when it was declined.
 bool measureTimeEvolution();
 
 // Writes the samples to the next "TimeEvo(n).txt". `quietly`, at a forced end: without telling of a

@@ -128,7 +128,7 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     refusedFile = ".gwy";
     answer("File saving error. New folder will be made.", BoxAnswer::Ok);
     saveMapFiles();
-    EXPECT_EQ(textIn(Field::Information), "Mapping finished. Not written: the map's .gwy file");
+    EXPECT_EQ(textIn(Field::Information), "Not written: the map's .gwy file");
     EXPECT_EQ(filesOnDesktop().size(), 1u + 3u + 3u + 2u);
 }
 
