@@ -1,5 +1,5 @@
 // Lives through a range of random days, on several cores: `campaign --seeds 0..100000 --jobs 2`.
-// Each job is a process of its own, so a day that crashes or hangs is a failed seed and no more.
+// Each job is a process of its own, so a day that crashes or hangs is only a failed seed.
 // Asked to end (SIGTERM, SIGINT) it prints the table of the days until then.
 // A failing seed prints what happened; `--seeds 7..7 --verbose` prints the log and the history of
 // any.

@@ -36,6 +36,6 @@ float meanStepChange(const float* f, uint32_t n);
 int focusSweep(FocusState& state);
 
 // Sweeps until the spot is sharp, no peak is found or the level no longer rises. Illumination and
-// live view are off meanwhile. Returns 0 when stopped by the operator, else 1; the information text
-// says whether the focus was reached.
+// live view are off meanwhile. Returns 0 when stopped by the operator, otherwise 1; the information
+// text says whether the focus was reached.
 int autoFocus(FocusState& state);

@@ -96,7 +96,7 @@ struct PylonC {
     PylonCall<void*> PylonStreamGrabberFinishGrab = missing<void*>();
 };
 
-// Loads the newest release of the library that lies beside the program, or else of those that the
+// Loads the newest release of the library that lies beside the program, otherwise of those that the
 // system finds; says on standard output which, or what was looked for. `fileFound` tells whether
 // there was one; every function that is missing fails.
 PylonC loadPylonC(bool& fileFound);

@@ -25,14 +25,14 @@ Kxci loadKxci() {
     const bool whole = bindFunction(found.OpenKXCIConnection_C, library, "OpenKXCIConnection_C") &&
                        bindFunction(found.SendKXCICommand_C, library, "SendKXCICommand_C") &&
                        bindFunction(found.CloseKXCIConnection_C, library, "CloseKXCIConnection_C");
-    return heedMissingFunctions(name, library, whole) ? found : Kxci();
+    return requireFunctions(name, library, whole) ? found : Kxci();
 }
 
 namespace {
 
 Kxci kxci;
 bool networkOpen = false;
-float limitTaken = 0.0f; // A, by the open one; 0 none yet
+float limitAccepted = 0.0f; // A, by the open one; 0 none yet
 
 constexpr const char* deviceName = "Parameter analyzer";
 
@@ -59,7 +59,7 @@ void closeNetwork() {
 } // namespace
 
 int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port) {
-    limitTaken = 0.0f;
+    limitAccepted = 0.0f;
     const int octets[] = {octet1, octet2, octet3, octet4};
     for (int i = 0; i < 4; ++i) instrumentLink.ipAddress[i] = octets[i];
     if (mode == analyzerGpib) {
@@ -118,7 +118,8 @@ std::string refusalByAnalyzer(float voltage, float limit, const std::string& rep
 } // namespace
 
 SourceAnswer paApplyBias(int mode, float voltage, float limit) {
-    if (voltage == 0.0f) limit = limitTaken > 0.0f ? limitTaken : std::min(limit, largestLimit);
+    if (voltage == 0.0f)
+        limit = limitAccepted > 0.0f ? limitAccepted : std::min(limit, largestLimit);
     const std::string command = formatted("DV1, 1, %f, ", static_cast<double>(voltage)) +
                                 limitText(static_cast<double>(limit));
     showInformation(command.c_str());
@@ -127,7 +128,7 @@ SourceAnswer paApplyBias(int mode, float voltage, float limit) {
     answer.heard = paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';
     reply[replyCount] = '\0';
     answer.refusal = refusalByAnalyzer(voltage, limit, reply);
-    if (answer.taken()) limitTaken = limit;
+    if (answer.accepted()) limitAccepted = limit;
     if (!answer.refusal.empty()) printRefusal(deviceName, "refused: " + answer.refusal);
     return answer;
 }

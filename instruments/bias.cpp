@@ -23,7 +23,7 @@ std::set<Place> allThatMayHaveOne() {
 }
 
 // In title and information text.
-void sayWhetherOneIsLost() {
+void showWhetherOneIsLost() {
     const std::string words = biasLeftOn();
     titleBias(words);
     if (!words.empty()) showInformation(words.c_str());
@@ -53,7 +53,7 @@ void followSelection(const Place& before) {
     if (now == before) return;
     if (bias.state != BiasState::Off) bias.leftElsewhere.insert(before);
     bias.state = bias.leftElsewhere.erase(now) != 0 ? BiasState::Unsure : BiasState::Off;
-    sayWhetherOneIsLost();
+    showWhetherOneIsLost();
 }
 
 SourceAnswer applyBias(double voltage, double limit) {
@@ -80,14 +80,14 @@ SourceAnswer stepBias(double voltage, double limit) {
         bias.state = BiasState::Unsure;
     if (!off) keepOnFile();
     const SourceAnswer answer = source.applyBias(volts, static_cast<float>(limit));
-    if (off && answer.taken())
+    if (off && answer.accepted())
         bias.state = BiasState::Off;
     else if (!off && answer.heard)
         bias.state = BiasState::On;
     else if (bias.state == BiasState::On)
         bias.state = BiasState::Unsure;
     stayAwakeFor(AwakeFor::Bias, !allThatMayHaveOne().empty());
-    sayWhetherOneIsLost();
+    showWhetherOneIsLost();
     return answer;
 }
 
@@ -143,5 +143,5 @@ void readBiasLeftOn() {
             bias.leftElsewhere.insert(left);
         }
     }
-    sayWhetherOneIsLost();
+    showWhetherOneIsLost();
 }

@@ -37,7 +37,7 @@ private:
 };
 
 // A current limit (A) as instruments are told it: "%f" or, where that would be another one by more
-// than a tenth, in powers of ten. A tenth of a microampere would else go out as 0, which a
+// than a tenth, in powers of ten. A tenth of a microampere would otherwise go out as 0, which a
 // source does not take and which leaves it the limit of before.
 std::string limitText(double amperes);
 

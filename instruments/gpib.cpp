@@ -30,7 +30,7 @@ Ni488 loadNi488() {
                        bindFunction(found.ThreadIbsta, library, "ThreadIbsta") &&
                        bindFunction(found.ThreadIberr, library, "ThreadIberr") &&
                        bindFunction(found.ThreadIbcnt, library, "ThreadIbcnt");
-    return heedMissingFunctions(name, library, whole) ? found : Ni488();
+    return requireFunctions(name, library, whole) ? found : Ni488();
 }
 
 namespace {

@@ -40,7 +40,7 @@ struct InstrumentKind {
     Notice connected{};
     Notice failed{};          // without `open`: the kind is not supported
     Notice failedAtStart{};   // where it is not `failed`
-    bool keptAtStart = false; // selected also when it does not open then; else kind 0 is
+    bool keptAtStart = false; // selected also when it does not open then; otherwise kind 0 is
     // Null, or what has nothing to do.
     Reading (*read)() = nullptr; // in the instrument's own units
     // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is

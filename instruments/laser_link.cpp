@@ -111,7 +111,7 @@ int openPort(LaserLink& link) {
     return lineResult;
 }
 
-void sayChannelSettings(LaserLink& link) {
+void printChannelSettings(LaserLink& link) {
     for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
     for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
 }
@@ -149,7 +149,7 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
                      formatted("answers %d of 3 questions on COM%d", replies, link.comPort));
     else
         noteTrouble(noBoardAnswers(link));
-    sayChannelSettings(link);
+    printChannelSettings(link);
     return 1;
 }
 
@@ -158,7 +158,7 @@ bool reopenLaserLink(LaserLink& link) {
     if (opened == 0) return false;
     sleepMs(100);
     laserWrite(link, "z"); // ends what half a command may have left on the board
-    if (opened == 1) sayChannelSettings(link);
+    if (opened == 1) printChannelSettings(link);
     return !link.disconnected;
 }
 

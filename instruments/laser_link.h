@@ -46,8 +46,8 @@ std::string noBoardAnswers(const LaserLink& link);
 bool reopenLaserLink(LaserLink& link);
 
 // Whether the port of the link is still there, as its driver says: nothing is sent. A board that
-// was unplugged while nothing was to be sent would else not show. A port that is gone takes the
-// link down.
+// was unplugged while nothing was to be sent would otherwise not show. A port that is gone takes
+// the link down.
 bool laserLinkStands(LaserLink& link);
 
 // Sends the text with its terminating zero byte. 1, or 0 when the link is down; a failed write

@@ -105,7 +105,7 @@ std::string lossOfTheBoard() {
     return {};
 }
 
-void sayWhetherTheBoardIsLost() {
+void showWhetherTheBoardIsLost() {
     static std::string said;
     const std::string loss = lossOfTheBoard();
     if (loss == said) return;
@@ -137,12 +137,12 @@ int switchLight(Light& light, int mode) {
     otherLight |= !onlyTheLaserShines();
     show(light);
     logChange(light);
-    sayWhetherTheBoardIsLost();
+    showWhetherTheBoardIsLost();
     focusMainWindow();
     return light.previous;
 }
 
-bool sayDark() {
+bool tellDark() {
     bool all = true;
     for (const char* command : offCommands) all &= laserWriteAtOnce(laserLink, command);
     return all;
@@ -182,14 +182,14 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     logChange(laser);
     logChange(illumination);
     if (opened && !laserLink.boardAnswered) showInformation(noBoardAnswers(laserLink).c_str());
-    sayWhetherTheBoardIsLost();
+    showWhetherTheBoardIsLost();
     return laserLink.disconnected ? 0 : opened;
 }
 
 void renewLaserBoard() {
     if (!laserLink.wasOpen) return;
     if (reopenLaserLink(laserLink)) tellBoth();
-    sayWhetherTheBoardIsLost();
+    showWhetherTheBoardIsLost();
 }
 
 std::string lightLeftOn() {
@@ -197,7 +197,7 @@ std::string lightLeftOn() {
 }
 
 void darkenAtOnce() {
-    const bool dark = sayDark() || (reopenLaserLink(laserLink) && sayDark());
+    const bool dark = tellDark() || (reopenLaserLink(laserLink) && tellDark());
     if (!onWindowThread()) return;
     for (Light* light : {&laser, &illumination}) {
         light->state = 0;

@@ -38,7 +38,7 @@ int connectLaserBoard(WindowHandle ownerWindow);
 // what the lights are meant to be, without a box.
 void renewLaserBoard();
 
-// What the title says while a light may shine that was switched off; empty else.
+// What the title says while a light may shine that was switched off; otherwise empty.
 std::string lightLeftOn();
 
 // At a forced end, from any thread: both lights off, before any window is touched, and none is

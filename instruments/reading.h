@@ -24,7 +24,7 @@ struct SourceAnswer {
     bool heard = false;  // all of it went out
     std::string refusal; // in the source's words, or by what its manual says that it takes; empty
                          // when it took all
-    bool taken() const { return heard && refusal.empty(); }
+    bool accepted() const { return heard && refusal.empty(); }
 };
 
 // What a SCPI instrument answers beyond its range: 9.9E37 (Keithley 2450, Tektronix TDS) or 9.91E37

@@ -27,7 +27,7 @@ constexpr const char* anyOfItsModel = "USB0::0x05E6::0x2450::?*INSTR";
 
 VisaInstrument current{deviceName};
 Source source;
-float limitTaken = 0.0f; // A, last; 0 none yet
+float limitAccepted = 0.0f; // A, last; 0 none yet
 
 Reading numberFor(const char* query) {
     const std::string reply = ask(current, query);
@@ -96,7 +96,7 @@ bool usbSourcemeterOpen(double biasVolts) {
     closeInstrument(current);
     current = meter;
     source = {};
-    limitTaken = 0.0f;
+    limitAccepted = 0.0f;
     return true;
 }
 
@@ -127,7 +127,7 @@ SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
     const bool asBefore = source.on && source.volts != 0.0f && source.limit == limit;
     source = {};
     // With a limit that is refused it would not say that it took the 0 V.
-    if (voltage == 0.0f && limitTaken > 0.0f) limit = limitTaken;
+    if (voltage == 0.0f && limitAccepted > 0.0f) limit = limitAccepted;
     emptyOutput(current); // a bias goes out all the same
     if (asBefore) {
         if (!sendTo(current, level)) return {};
@@ -141,9 +141,9 @@ SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
             ":OUTP ON",
         };
         if (!sendAll(current, lines)) return {};
-        if (SourceAnswer answer = answerToLines(current); !answer.taken()) return answer;
+        if (SourceAnswer answer = answerToLines(current); !answer.accepted()) return answer;
     }
     source = {true, voltage, limit};
-    limitTaken = limit;
+    limitAccepted = limit;
     return {true, ""};
 }

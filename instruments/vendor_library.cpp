@@ -1,4 +1,4 @@
-// Loads a vendor's library aloud.
+// Loads a vendor's library, and reports which file it was or why there is none.
 #include "instruments/vendor_library.h"
 
 #include "session/device_report.h"
@@ -10,7 +10,7 @@ LibraryHandle loadVendorLibrary(const char* name, const char* fileName) {
     return library;
 }
 
-bool heedMissingFunctions(const char* name, LibraryHandle library, bool whole) {
+bool requireFunctions(const char* name, LibraryHandle library, bool whole) {
     if (!whole) printRefusal(name, libraryPath(library) + " lacks functions and is not used");
     return whole;
 }

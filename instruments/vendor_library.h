@@ -9,4 +9,4 @@ LibraryHandle loadVendorLibrary(const char* name, const char* fileName);
 
 // Prints that the library is not used because it lacks functions, when it was found and is not
 // `whole`. Returns `whole`.
-bool heedMissingFunctions(const char* name, LibraryHandle library, bool whole);
+bool requireFunctions(const char* name, LibraryHandle library, bool whole);

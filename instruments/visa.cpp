@@ -25,7 +25,7 @@ Visa loadVisa() {
                        bindFunction(found.viWrite, library, "viWrite", 257);
     bindFunction(found.viClear, library, "viClear", 260); // needed after a failure only
     // What opens must also close.
-    return heedMissingFunctions(name, library, whole) ? found : Visa();
+    return requireFunctions(name, library, whole) ? found : Visa();
 }
 
 bool visaPassed(const Visa& visa, const char* device, const char* call, ViSession object,

@@ -52,7 +52,7 @@ bool visaPassed(const Visa& visa, const char* device, const char* call, ViSessio
                 ViStatus status);
 
 // Sends the device clear that an instrument needs before it is asked anew when an answer was left
-// in it: the oscilloscope's manual says that it else may give that to the next read, and every
+// in it: the oscilloscope's manual says that it may otherwise give that to the next read, and every
 // value would stand at the place behind its own. False, and said, when it does not go out.
 bool clearAnswer(const Visa& visa, const char* device, ViSession session);
 

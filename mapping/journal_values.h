@@ -1,5 +1,5 @@
 // What a journal holds before its points: a line "name = value" for each condition. One function
-// names them all, for who writes them and for who reads them.
+// names them all, for whoever writes and for whoever reads them.
 #pragma once
 
 #include "mapping/scan_plan.h"

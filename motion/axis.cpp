@@ -57,7 +57,7 @@ template <size_t size> std::string textOf(const char (&letters)[size]) {
     return text;
 }
 
-void say(const std::string& line) {
+void print(const std::string& line) {
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }
@@ -74,7 +74,7 @@ void refused(const StageAxis& axis, const std::string& words) {
 
 // Whether the call succeeded. One that did not is said; some take the axis away. Every call may be
 // made twice: an answer that was disturbed on its way fails at once, and the next one is good.
-template <class Call> bool heeded(StageAxis& axis, const char* name, Call call) {
+template <class Call> bool answered(StageAxis& axis, const char* name, Call call) {
     constexpr uint64_t disturbedWithinMs = 1000;
     const uint64_t start = tickCountMs();
     int result = call();
@@ -122,7 +122,7 @@ bool isTowardsLimit(const StageAxis& axis, double um) {
 // The status of before stays where the controller did not give one.
 bool readStatus(StageAxis& axis) {
     status_t status{};
-    if (!heeded(axis, "get_status", [&] { return ximc.get_status(axis.deviceId, &status); }))
+    if (!answered(axis, "get_status", [&] { return ximc.get_status(axis.deviceId, &status); }))
         return false;
     axis.status = status;
     tellTrouble(axis);
@@ -130,8 +130,8 @@ bool readStatus(StageAxis& axis) {
 }
 
 bool writeEngine(StageAxis& axis, const engine_settings_t& engine) {
-    return heeded(axis, "set_engine_settings",
-                  [&] { return ximc.set_engine_settings(axis.deviceId, &engine); });
+    return answered(axis, "set_engine_settings",
+                    [&] { return ximc.set_engine_settings(axis.deviceId, &engine); });
 }
 
 // Why an axis is not driven whose controller counts in other steps: it would go to other places
@@ -158,7 +158,7 @@ void configureAxis(size_t i, int32_t speed) {
     axis.engine = {};
     axis.engine.NomSpeed = static_cast<uint32_t>(speed);
     if (!canBeAsked(axis)) return;
-    axis.engineKnown = heeded(axis, "get_engine_settings", [&] {
+    axis.engineKnown = answered(axis, "get_engine_settings", [&] {
         return ximc.get_engine_settings(axis.deviceId, &axis.engine);
     });
     if (const char* why = whyNotDriven(axis)) {
@@ -196,8 +196,8 @@ std::vector<FoundController> foundControllers(void* devices, int count) {
         const char* name = ximc.get_device_name(devices, i);
         found.push_back({name ? name : "", ownersWords(devices, i)});
         const std::string words = found.back().words.empty() ? "" : " (" + found.back().words + ")";
-        say(formatted("Stage controller %d: %s%s", i + 1, found.back().name.c_str(),
-                      words.c_str()));
+        print(formatted("Stage controller %d: %s%s", i + 1, found.back().name.c_str(),
+                        words.c_str()));
     }
     return found;
 }
@@ -205,7 +205,7 @@ std::vector<FoundController> foundControllers(void* devices, int count) {
 void announceSearch() {
     const std::string text =
         formatted("Looking for stage controllers: USB, %s ...", enumerationHint + 5);
-    say(text);
+    print(text);
     for (const AxisSlot& slot : axes) forgetAnswer(nameOf(slot.axis).c_str());
     reportSearch("Stage", formatted("three controllers on USB and at %s", enumerationHint + 5));
     showInformation(text.c_str());
@@ -229,7 +229,7 @@ void openAxis(size_t i, const std::string& name) {
     axis.deviceId = ximc.open_device(axes[i].name);
     if (axis.deviceId >= 0) {
         axis.axisNumber = static_cast<uint32_t>(i + 1);
-        say(formatted("Stage %c: %s", letterOf(axis), axes[i].name));
+        print(formatted("Stage %c: %s", letterOf(axis), axes[i].name));
         reportAnswer(nameOf(axis).c_str(), name + " opened");
         if (wasLost) stopStage(axis); // it may still go where it was sent when it was lost
         return;
@@ -305,8 +305,8 @@ bool openStages(int32_t order, int32_t speed) {
     ximc.set_bindy_key("keyfile.sqlite");
     void* devices = ximc.enumerate_devices(probeAndNetwork, enumerationHint);
     const int count = ximc.get_device_count(devices);
-    say(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
-                  ximc_version_str));
+    print(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
+                    ximc_version_str));
     showInformation(formatted("Stage controllers found: %d", std::max(count, 0)).c_str());
     if (count > 0)
         reportAnswer("Stage", formatted("%d controllers (libximc %s)", count, ximc_version_str));
@@ -414,14 +414,14 @@ bool startMoveTo(StageAxis& axis, double um) {
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
     axis.missed = Miss::Stalled; // until it has come
     stayWhereTheProgramEnds();   // the stage has been stopped
-    return heeded(axis, "command_move", [&] {
+    return answered(axis, "command_move", [&] {
         return ximc.command_move(axis.deviceId, truncated(counts), steps.microsteps);
     });
 }
 
 void stopStage(StageAxis& axis) {
     if (canBeAsked(axis))
-        heeded(axis, "command_stop", [&] { return ximc.command_stop(axis.deviceId); });
+        answered(axis, "command_stop", [&] { return ximc.command_stop(axis.deviceId); });
 }
 
 void stopAllStages() {

@@ -9,7 +9,7 @@
 
 struct FoundController {
     std::string name;  // that it is opened by
-    std::string words; // what it and its stage are called, for who looks at the list
+    std::string words; // what it and its stage are called, for whoever looks at the list
 };
 
 using AxisNames = std::array<std::string, axisCount>; // empty: no controller

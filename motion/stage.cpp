@@ -162,8 +162,8 @@ double travelMs(const StageAxis& axis, double targetUm) {
     return std::fabs(targetUm - axis.positionUm) / umPerSecond * 1000.0;
 }
 
-void sayOutcome(const StageAxis& axis, const ArrivalWatch& watch, bool stopped,
-                uint64_t timeoutMs) {
+void showArrival(const StageAxis& axis, const ArrivalWatch& watch, bool stopped,
+                 uint64_t timeoutMs) {
     if (watch.code == arrived)
         return showInformation(formatted("arrived:count%d", watch.looks).c_str());
     if (!stopped && !axisIsOut(axis)) printNotArrived(axis); // of one that is out all is said
@@ -281,13 +281,13 @@ private:
 bool waitForBoth(PairWatch& watch, double timeMs, const ArrivalTiming& timing) {
     const uint64_t start = tickCountMs();
     if (const uint32_t firstMs = untilFirstLookMs(timeMs / umPerFullStep, timing);
-        firstMs > 0 && waitResponsive(firstMs) == waitClicked)
+        firstMs > 0 && waitResponsive(firstMs) == waitInterrupted)
         return true;
     const uint64_t limitMs = static_cast<uint64_t>(truncated(timeMs)) * 2 + 500;
     for (;;) {
         const bool timeIsOver = tickCountMs() - start >= limitMs;
         if (watch.look(timeIsOver)) return false;
-        if (waitResponsive(betweenLooksMs(timing)) == waitClicked) return true;
+        if (waitResponsive(betweenLooksMs(timing)) == waitInterrupted) return true;
         watch.waited();
         if (timeIsOver && !watch.goesOn()) return false;
     }
@@ -364,7 +364,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs,
     const uint64_t start = tickCountMs();
     uint32_t waitMs = untilFirstLookMs(travelMs(axis, targetUm), timing);
     for (;;) {
-        if (waitMs > 0 && waitResponsive(waitMs) == waitClicked) {
+        if (waitMs > 0 && waitResponsive(waitMs) == waitInterrupted) {
             showInformation("stop requested");
             stopped = true;
             readPosition(axis); // it went on since the last look
@@ -380,7 +380,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs,
         restsMs = awaitStanding(axis, targetUm, timing.standsWithinUm, timing);
     else if (watch.code == arrived)
         axis.positionUm = targetUm;
-    sayOutcome(axis, watch, stopped, timeoutMs);
+    showArrival(axis, watch, stopped, timeoutMs);
     refreshPositions();
     waitAfterMove(restsMs, timing.settleMs, timing);
     settledMs = restsMs + timing.settleMs;

@@ -42,7 +42,7 @@ bool moveTo(StageAxis& axis, double um, const ArrivalTiming& timing = {}); // st
 bool moveBy(StageAxis& axis, double deltaUm, const ArrivalTiming& timing = {});
 
 // While a move of the axis is under way: moves it by `um` once that has arrived (one such nudge at
-// a time; none is left of a move that does not arrive). False, and nothing happens, else.
+// a time; none is left of a move that does not arrive). False, and nothing happens, otherwise.
 bool nudgeAfterMove(const StageAxis& axis, double um);
 
 // Both axes arrive together: the longer distance runs at `speed` (clamped to 10..800). False when

@@ -80,7 +80,7 @@ void closeStartupNotice();
 
 // Until closeStartupNotice: one line in a small window of its own, painted at once, so that a
 // search that blocks for seconds is not taken for a program that does not start.
-void sayAtStartup(const char* text);
+void showAtStartup(const char* text);
 
 // The About box.
 void showAbout();

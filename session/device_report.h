@@ -21,8 +21,8 @@ struct DeviceReport {
 const std::vector<DeviceReport>& deviceReports();
 void forgetDeviceReports();
 
-// A new search: what the device answered before counts no more. Before there is a main window the
-// search is told by sayAtStartup.
+// A new search: what the device answered before no longer counts. Before there is a main window the
+// search is told by showAtStartup.
 void reportSearch(const char* device, const std::string& lookedFor);
 void forgetAnswer(const char* device);
 void reportAnswer(const char* device, const std::string& words);

@@ -33,7 +33,7 @@ void logEnd(const char* name, const Outcome& outcome, uint64_t tookMs) {
 
 std::optional<Outcome> runProcess(const char* name, const std::function<Outcome()>& work,
                                   std::function<void()> saveQuietly) {
-    if (stageIsTaken()) return {};
+    if (stageIsBusy()) return {};
     logEvent(std::string(name) + ": begins");
     const uint64_t start = tickCountMs();
     process.underWay = true;
@@ -77,7 +77,7 @@ bool stageIsMoving() {
     return process.moves > 0;
 }
 
-bool stageIsTaken() {
+bool stageIsBusy() {
     return processUnderWay() || stageIsMoving();
 }
 

@@ -44,7 +44,7 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
 bool processUnderWay();
 
 // A process or a move of the stage is under way: what would send the stage elsewhere must wait.
-bool stageIsTaken();
+bool stageIsBusy();
 
 // Tells the operator that what he wants must wait for the process.
 void refuseForProcess();

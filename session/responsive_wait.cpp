@@ -45,11 +45,11 @@ void nudgeFocus(double um) {
 int handleWhileIdle(const Message& message) {
     if (message.id == messageLeftButtonDown) {
         stageHooks.stopAll();
-        return waitClicked;
+        return waitInterrupted;
     }
     const bool open = mainWindow != nullptr;
     dispatchMessage(message);
-    return open && !mainWindow ? int{waitClicked} : goOn; // closed: nobody is there to wait for
+    return open && !mainWindow ? int{waitInterrupted} : goOn; // closed: nobody is there to wait for
 }
 
 // The click that the question has held back. Its end went to the question, and is made up for.

@@ -18,7 +18,8 @@ extern StageHooks stageHooks;
 enum WaitResult : int {
     waitStopped = 0, // the operator confirmed a stop of the running process
     waitPassed = 1,  // the time passed
-    waitClicked = 3, // a click while no process ran: all axes were stopped
+    waitInterrupted =
+        3, // a click while no process ran (all axes were stopped), or the window was closed
 };
 
 // Dispatches messages until `durationMs` has passed, however long the system is up. Page Up and

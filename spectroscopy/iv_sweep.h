@@ -19,7 +19,7 @@ void measureIvCurve();
 
 // Writes all points of the loop to the next "I-V(n).txt"; the points that a stopped sweep did not
 // reach as they were before. `quietly`, at a forced end: without telling of a failure. Whether it
-// and its conditions were written; then its journal goes, and else it stays.
+// and its conditions were written; then its journal goes, otherwise it stays.
 bool saveIvCurve(bool quietly);
 
 // The same of a curve that was cut off, to the next name that is free there.

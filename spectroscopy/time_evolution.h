@@ -18,7 +18,7 @@ Outcome runSeries(const SeriesPlan& plan);
 bool measureTimeEvolution();
 
 // Writes the samples to the next "TimeEvo(n).txt". `quietly`, at a forced end: without telling of a
-// failure. Whether they and their conditions were written; then their journal goes, and else it
+// failure. Whether they and their conditions were written; then their journal goes, otherwise it
 // stays.
 bool saveTimeEvolution(bool quietly);
 

@@ -372,7 +372,7 @@ void onKeyDown(uintptr_t virtualKey) {
         moveBy(stageY, -xyKeyStep);
         break;
     default:
-        return; // the move keys stay blocked until the next click: who types is not steering
+        return; // the move keys stay blocked until the next click: whoever types is not steering
     }
     if (!mainWindow) return;
     refreshPositions();

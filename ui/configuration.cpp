@@ -132,7 +132,7 @@ void apply() {
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
     const SourceAnswer answer =
         applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
-    if (!answer.taken()) showInformation(wordsOf(answer).c_str());
+    if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
     setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
 }
 
@@ -301,7 +301,7 @@ void onConfigurationCommand(int id) {
     for (const DialogCommand& command : commands) {
         if (command.id != id) continue;
         busy = true;
-        if (stageIsTaken() && !command.duringProcess) {
+        if (stageIsBusy() && !command.duringProcess) {
             refuse();
         } else {
             if (command.logged) logEvent(std::string("Configuration: ") + command.logged);

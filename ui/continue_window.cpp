@@ -139,7 +139,7 @@ bool standsThere() {
 void confirm() {
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     if (processUnderWay()) return refuseForProcess();
-    if (!standsThere() || !state.window || stageIsTaken()) return;
+    if (!standsThere() || !state.window || stageIsBusy()) return;
     const LeftJournal left = state.left;
     JournaledScan scan = std::move(*state.scan);
     destroyToolWindow(state.window);
@@ -154,7 +154,7 @@ void confirm() {
 
 void moveStage(int button) {
     if (scanMovesTheStage()) return refuseForScan();
-    if (stageIsTaken()) return;
+    if (stageIsBusy()) return;
     if (!liveViewIsOn()) onCommand(idSampleView); // switched off because nothing happened
     StageAxis* const axes[axisCount] = {&stageX, &stageY, &stageZ};
     moveBy(*axes[button / stepCount], stepsUm[button % stepCount]);

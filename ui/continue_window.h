@@ -1,5 +1,5 @@
 // "Continue last scan": the picture that a scan kept of its place beside the present one, so that
-// the operator brings the stage back there, and his word that it stands there.
+// the operator brings the stage back there, and says that it stands there.
 #pragma once
 
 #include "platform/window_handle.h"

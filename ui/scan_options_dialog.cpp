@@ -33,7 +33,7 @@ void opened() {
     checkInDialog(idUnitFileCheck, scanOptions.writesUnitFile);
 }
 
-void sayRange(const ScanNumber& of) {
+void showRange(const ScanNumber& of) {
     askingBack = true;
     showMessageBox(mainWindow, formatted("%s: %d to %d", of.label, of.lowest, of.highest).c_str(),
                    "Scan options", BoxButtons::Ok);
@@ -45,7 +45,7 @@ void takeOver() {
     for (size_t i = 0; i < std::size(scanNumbers); ++i) {
         const ScanNumber& number = scanNumbers[i];
         const std::optional<int> typed = typedInteger(dialogText(numberEdits[i], editCapacity));
-        if (!typed || !number.allows(*typed)) return sayRange(number);
+        if (!typed || !number.allows(*typed)) return showRange(number);
         chosen.*number.value = *typed;
     }
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;

@@ -113,7 +113,7 @@ Outcome recordSeries() {
 }
 
 void measure(ToolState& tool, const char* name, Outcome (*work)(), void (*saveQuietly)()) {
-    if (stageIsTaken()) return; // a process has its own edits and plot
+    if (stageIsBusy()) return; // a process has its own edits and plot
     sweepRecord.plotWindow = tool.window;
     sweepRecord.valueEdit = tool.edits[0];
     sweepRecord.offTimeEdit = tool.edits[1];

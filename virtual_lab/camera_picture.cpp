@@ -63,7 +63,7 @@ static const Tile& tileAt(int tileX, int tileY) {
 constexpr size_t noiseStarts = 16384;
 struct Noise {
     std::array<uint8_t, noiseStarts + labRawWidth> lit;    // 0, 1 or 2, which stands for -1, 0, +1
-    std::array<uint8_t, noiseStarts + labRawWidth> dark;   // 1 in one of 64 pixels, else 0
+    std::array<uint8_t, noiseStarts + labRawWidth> dark;   // 1 in one of 64 pixels, otherwise 0
     std::array<float, noiseStarts + labRawWidth> fraction; // of a grey level
 };
 static const Noise& noise() {

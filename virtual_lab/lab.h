@@ -101,7 +101,7 @@ double expectedCurrent(double xUm, double yUm, double laserLevelVolts, double zU
 double labPhotoCurrent(double biasVolts); // the photocurrent's part of it now, A
 double labDarkCurrent(double biasVolts);  // A
 
-double labBiasVolts();    // what the sources whose output is on have been set to; else 0
+double labBiasVolts();    // what the sources whose output is on have been set to; otherwise 0
 double labCurrentLimit(); // A; of the source whose output is on, infinite when none is
 bool labOutputOn();
 
@@ -180,7 +180,7 @@ const std::vector<LabRead>& labReads();
 //   camera unsettled                    an automatic function that works once never ends
 //   camera silent                       it answers every call, but no frame comes
 //   stage absent | stage count 1|2|3    they drive Y, X, Z in this order
-//   stage order <letters>               a search finds their axes' controllers so; "yxz" else
+//   stage order <letters>               a search finds their axes' controllers so; otherwise "yxz"
 //   stage stranger                      another set-up's controller is found before them
 //   stage calls <ms>                    each call to a controller takes so long
 //   axis x|y|z absent                   its controller is not found, the others move up in the list

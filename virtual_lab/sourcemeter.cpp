@@ -1,6 +1,6 @@
 // The two sourcemeters, one on the GPIB bus and one on USB: SCPI, a voltage source with a limit, a
 // current meter with ranges, an error queue. Numbers and texts of the errors are those of the SCPI
-// standard, all else is from the instrument's reference manual.
+// standard, the rest is from the instrument's reference manual.
 #include "virtual_lab/lab_state.h"
 #include "virtual_lab/scpi.h"
 
@@ -39,7 +39,7 @@ struct Sourcemeter {
     LabSource source;
     double sourceRange = 0; // V; 0 automatic
     double range = 0;       // A; 0 automatic
-    bool sendsText = true;  // else readings go out as raw bytes
+    bool sendsText = true;  // otherwise readings go out as raw bytes
     int count = 1;          // measurements for a reading
     std::deque<int> errorQueue;
     std::string language = "SCPI";     // its command set

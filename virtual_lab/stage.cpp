@@ -31,8 +31,8 @@ static double umPerStep(int axis) { // full step
     return umPerTurn / lab.faults.stepsPerTurn[axis];
 }
 
-// Of the way that the motor was given: all of it without current in the windings, else what the
-// fault says.
+// Of the way that the motor was given: all of it without current in the windings, otherwise what
+// the fault says.
 static void loseSteps(int axis, LabMotor& motor, double wayUm) {
     const LabFaults& faults = lab.faults;
     if (faults.unpowered[axis]) {

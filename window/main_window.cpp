@@ -154,7 +154,7 @@ bool toggleCheckMark(int id) {
 }
 
 void focusMainWindow() {
-    // Who types into a tool window goes on typing there, whatever its measurement switches.
+    // Whoever types into a tool window goes on typing there, whatever its measurement switches.
     if (mainWindow && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(mainWindow));
 }
 
@@ -217,7 +217,7 @@ void closeStartupNotice() {
     }
 }
 
-void sayAtStartup(const char* text) {
+void showAtStartup(const char* text) {
     if (!startupLine) {
         constexpr int width = 640, height = 48;
         startupLine = CreateWindowExW(

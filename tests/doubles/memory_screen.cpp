@@ -135,7 +135,7 @@ void destroyMainWindow() {
 
 void showStartupNotice() {}
 void closeStartupNotice() {}
-void sayAtStartup(const char* text) {
+void showAtStartup(const char* text) {
     startupTexts.emplace_back(text);
 }
 void showAbout() {}

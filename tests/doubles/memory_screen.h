@@ -22,7 +22,7 @@ extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 
 extern std::string shownPage;                 // of the devices
-extern std::vector<std::string> startupTexts; // of sayAtStartup
+extern std::vector<std::string> startupTexts; // of showAtStartup
 extern int taskbarProgress;                   // -1 none
 extern std::vector<WindowHandle> toolWindows; // open now, oldest first
 

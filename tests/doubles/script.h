@@ -54,7 +54,7 @@ extern std::vector<ShownBox> shownBoxes;
 // Answers the boxes that nothing was planned for; while it is set none of them is unexpected.
 extern std::function<BoxAnswer(const ShownBox&)> answerOthers;
 
-// Who looks on; each may be empty.
+// What is called while the program runs; each may be empty.
 struct Onlooker {
     Action waits; // the program waits for a message, or a box for its answer: the operator sees the
                   // screen and may act

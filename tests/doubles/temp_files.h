@@ -14,7 +14,7 @@ extern bool flushFails;
 extern bool diskFull; // files can be made, and nothing be written into them
 extern std::vector<std::string> overwrittenFiles; // opened for writing with something in them
 
-// Who looks on at the disk; each may be empty. Names are below the desktop.
+// What is called at each access to the disk; each may be empty. Names are below the desktop.
 struct DiskWatch {
     std::function<void()> before; // a file is opened, flushed, put in another's place or removed
     std::function<void(const std::string&name)> flushed, removed;
@@ -25,7 +25,7 @@ void makeTempDesktop(); // and the one before goes
 void removeTempDesktop();
 
 // The desktop as it is now, without what has not been flushed, in a folder of its own; and a
-// desktop made of such a folder, which is then no more.
+// desktop made of such a folder, which is then gone.
 std::string copyDesktop();
 void useAsDesktop(const std::string& folder);
 

@@ -276,8 +276,8 @@ TEST_F(InstrumentsTest, NoAnswerIsTakenForThatToALaterQuestion) {
         EXPECT_FALSE(usbSourcemeterRead().answered);
         libraries.callFaults.clear();
         EXPECT_TRUE(!readsAgain || usbSourcemeterRead().answered);
-        EXPECT_TRUE(usbSourcemeterSetUp(0.5f, 1e-4f).taken());
-        EXPECT_TRUE(usbSourcemeterSetUp(0.0f, 1e-4f).taken());
+        EXPECT_TRUE(usbSourcemeterSetUp(0.5f, 1e-4f).accepted());
+        EXPECT_TRUE(usbSourcemeterSetUp(0.0f, 1e-4f).accepted());
     }
 }
 
@@ -484,7 +484,7 @@ TEST_F(InstrumentsTest, ABiasThatIsNotHeardIsTrouble) {
     ASSERT_TRUE(applyLabFaults(""));
     link.gpibAddress = 24;
     connectInstrument(kindGpibSourcemeter);
-    EXPECT_TRUE(applyBias(0.5, 1e-7).taken()); // with six decimals it would be 0, and refused
+    EXPECT_TRUE(applyBias(0.5, 1e-7).accepted()); // with six decimals it would be 0, and refused
     EXPECT_NEAR(labCurrentLimit(), 1e-7, 1e-12);
     EXPECT_EQ(labInstrumentErrors(labSourcemeter), Commands{});
     EXPECT_EQ(limitText(1e-4) + ", " + limitText(1.5e-6), "0.000100, 1.5e-06");
@@ -507,7 +507,7 @@ TEST_F(InstrumentsTest, ABiasThatIsRefusedIsSaidAndZeroIsNot) {
         SCOPED_TRACE(testing::Message() << each.kind << ", " << each.volts << " V");
         link.gpibAddress = each.kind == kindGpibSourcemeter ? 24 : 17;
         connectInstrument(each.kind);
-        EXPECT_TRUE(applyBias(0.5, 1e-3).taken());
+        EXPECT_TRUE(applyBias(0.5, 1e-3).accepted());
         EXPECT_TRUE(systemKeptAwake);
         link.biasVoltage = static_cast<float>(each.volts);
         link.currentLimit = static_cast<float>(each.limit);

@@ -122,7 +122,7 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     EXPECT_DOUBLE_EQ(file.numbers.at("/0/data yreal"), 6e-6);
     EXPECT_EQ(file.texts.at("/0/meta Text file"), "Kestrel" + name + ".txt");
 
-    // A failure is said, behind what was said before, and leaves nothing half written.
+    // A failure is said and leaves nothing half written.
     showInformation("Mapping finished");
     wallTime.minute++;
     refusedFile = ".gwy";

@@ -74,7 +74,7 @@ TEST_F(MapRenderingTest, LiveRowsScaleToThemselvesWholeMapsToAll) {
     EXPECT_EQ(scanMap.mapMax, 6.0f);
 }
 
-// One of them would else be all that the scale shows, or make no number of it.
+// One of them would otherwise be all that the scale shows, or make no number of it.
 TEST_F(MapRenderingTest, OverloadsAreGreyAndLeaveTheScaleToTheOthers) {
     const float huge[] = {9.9e37f, INFINITY, NAN, 1e16f};
     for (const float value : huge) {

@@ -54,7 +54,7 @@ TEST(Edge, ReadsAndWritesNumbersWithAPointWhateverALibraryHasSet) {
     EXPECT_EQ(formatted("%.2f", 1.25), "1.25");
     for (const auto& read :
          {+[] { return typedNumber("1.25").value_or(0.0f); },
-          +[] { return extractNumber("NDCA+1.25E+00\n", 14, ReplyKind::Multimeter).value; }}) {
+          +[] { return extractNumber("NDCA+1.25E+00\n", 14, ReplyKind::Multimeter).value(); }}) {
         std::setlocale(LC_ALL, "German_Germany");
         EXPECT_EQ(read(), 1.25f);
     }

@@ -39,7 +39,7 @@ TEST_F(Start, ASecondProgramTouchesNothingAndShowsTheFirst) {
     ASSERT_NO_FATAL_FAILURE(closeProgram());
 }
 
-// Whoever can write there could else put a library of his own before the vendor's.
+// Whoever can write there could otherwise put another library before the vendor's.
 TEST_F(Start, LoadsNoLibraryFromTheFolderItWasStartedIn) {
     const fs::path desk = layDesk(true), elsewhere = desk.parent_path() / "elsewhere";
     fs::remove_all(elsewhere);

@@ -251,6 +251,6 @@ void Operator::presses(int id) {
     judge.begin({formatted("button %d", id), moves ? xy : noAxis, false, false, bias});
     if (id == idConfocalCheck) checkInDialog(id, dice.below(2) == 0);
     onConfigurationCommand(id);
-    if (id == idSetZero && !stageIsTaken()) judge.calledZero(xy);
+    if (id == idSetZero && !stageIsBusy()) judge.calledZero(xy);
     judge.end();
 }

@@ -1,4 +1,4 @@
-// Who looks on whenever the program waits, and what each of his rules sees: one file a rule.
+// Who looks on whenever the program waits, and what each of its rules sees: one file a rule.
 #pragma once
 
 #include "mapping/scan_map.h"
