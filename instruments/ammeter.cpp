@@ -16,6 +16,12 @@ std::string addressOf(const InstrumentKind& kind) {
     return kind.address ? kind.address() : "";
 }
 
+// A bias that the dialog says: what the source does not take of it is told.
+void putOnAndTell(double volts, double limit) {
+    const SourceAnswer answer = applyBias(volts, limit);
+    if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
+}
+
 void show(const Notice& notice) {
     showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
 }
@@ -48,7 +54,7 @@ void connectInstrument(int32_t kind) {
     const bool biasWasOn = link.bias.volts != 0.0f;
     if (!chosen.open && chosen.failed.text) { // nothing is changed but the bias, if one was typed
         const bool typed = link.bias.volts != link.biasVoltage;
-        if (biasWasOn && typed) applyBias(static_cast<double>(link.biasVoltage), limit);
+        if (biasWasOn && typed) putOnAndTell(static_cast<double>(link.biasVoltage), limit);
         return show(chosen.failed);
     }
     // Nobody could take it away over a link that is no longer the selected one.
@@ -67,7 +73,7 @@ void connectInstrument(int32_t kind) {
     }
     link.ammeterKind = previous;
     if (chosen.holdsOneConnection && previous == kind) link.biasVoltage = 0.0f;
-    if (biasWasOn) applyBias(static_cast<double>(link.biasVoltage), limit);
+    if (biasWasOn) putOnAndTell(static_cast<double>(link.biasVoltage), limit);
     show(chosen.failed);
 }
 

@@ -129,6 +129,7 @@ private:
     int firstRow = 0;                  // not 0 of a scan that goes on
     uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
     ProcessEnd end = ProcessEnd::Running;
+    const XyOfScan xy;
 };
 
 Scan* Scan::running = nullptr;
@@ -517,8 +518,22 @@ double remainingScanMs() {
     return Scan::running ? Scan::running->remainingMs() : 0.0;
 }
 
+namespace {
+
+int holdersOfXy = 0;
+
+} // namespace
+
+XyOfScan::XyOfScan() {
+    ++holdersOfXy;
+}
+
+XyOfScan::~XyOfScan() {
+    --holdersOfXy;
+}
+
 bool scanMovesTheStage() {
-    return Scan::running != nullptr;
+    return holdersOfXy > 0;
 }
 
 void refuseForScan() {

@@ -20,7 +20,14 @@ int runMapping();
 // scan; when this one is declined the journal stays, so that it can go on another time.
 Outcome continueScan(const LeftJournal& left);
 
-// From its first move to its last: X and Y are the scan's.
+// In this object's block X and Y are a scan's: from the command to its last move.
+class XyOfScan {
+public:
+    XyOfScan();
+    ~XyOfScan();
+    XyOfScan(const XyOfScan&) = delete;
+    XyOfScan& operator=(const XyOfScan&) = delete;
+};
 bool scanMovesTheStage();
 
 // Tells the operator that a key or a command does not move X or Y meanwhile.

@@ -309,6 +309,7 @@ std::span<const Command> commandTable() {
 Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan) {
     stopRequested = 0; // before the question: the window may be closed while it is asked
     Outcome outcome{.end = ProcessEnd::Declined};
+    const XyOfScan xy; // another place than the one that the area was drawn at would be scanned
     if (!partialStageAccepted() || stopRequested || !prepare() || stopRequested) return outcome;
     {
         const RunningProcess running;

@@ -139,7 +139,8 @@ struct LabMeasurement {
     double timeMs;
     double sampleX, sampleY; // um, under the laser spot
     double biasVolts;
-    double value; // as answered, with noise: A or V
+    double value;     // as answered, with noise: A or V
+    bool laser, lamp; // shone then
 };
 const std::vector<LabMeasurement>& labMeasurements();
 
@@ -150,6 +151,7 @@ struct LabRead {
     double sampleX, sampleY; // um, under the laser spot
     double volts;            // as converted, with noise
     double restedMs;         // since X or Y moved
+    bool laser, lamp;        // shone then
 };
 
 struct LabCounters {

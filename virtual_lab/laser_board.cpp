@@ -25,7 +25,8 @@ static bool analogRead(int pin, int samples) {
         int counts = convertPhotocurrent();
         LabPoint spot = labLaserSpotSample();
         ++lab.counters.analogReads;
-        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts, labRestedMs()});
+        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts, labRestedMs(),
+                             lab.board.laserPwm > 0, lab.board.illuminated});
         sum += counts;
     }
     lab.board.reply += std::to_string(sum / samples);

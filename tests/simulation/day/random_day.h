@@ -17,8 +17,13 @@ enum class Rule {
     Cause,   // it is moved by a process, a key, a click, a command: along their axes
     OneMove, // and not in the middle of another move
     Cell,    // a cell of the map that counts as measured holds what was measured there
-    Named,   // of a scan's spoilt points the screen says why
-    Files,   // no file is overwritten
+    Light,   // in the laser's light alone, and within the instrument's range
+    Sound,   // where nothing has broken every point counts
+    Lost,    // an axis is lost only by what takes it away; no scan goes on without X or Y
+    View,    // a wide view on the screen is of the present place
+    Alive,   // the program looks at its windows
+    Named,   // of what spoilt a scan the screen says why
+    Files,   // no file is overwritten, and none stays that is not whole
     Kept,    // what was on the disk when the power was cut is recovered, and nothing else
     Box,     // no box holds a process that has not asked it; none asks after a stop
     End,     // the program ends, light and bias off and nothing leaked

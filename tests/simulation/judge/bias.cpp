@@ -18,9 +18,15 @@ public:
         const double volts = labBiasVolts();
         const auto said = static_cast<double>(instrumentLink.biasVoltage);
         const bool right = std::fabs(volts) < 1e-6 || std::fabs(volts - said) < 1e-3;
-        if (!right && !judge.biasSaidLost)
+        if (right) refusalSaid = false;
+        if (!right && !judge.biasSaidLost && !refusalSaid)
             judge.find(Rule::Bias,
                        formatted("%g V on the sample, %g V in the dialog", volts, said));
+    }
+
+    void fieldIsShown(Field field) override {
+        if (field == Field::Information)
+            refusalSaid |= textIn(Field::Information).starts_with("Bias refused");
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
@@ -36,6 +42,7 @@ public:
 
 private:
     Judge& judge;
+    bool refusalSaid = false; // by the source, of what the dialog says
 };
 
 } // namespace

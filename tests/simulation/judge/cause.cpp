@@ -1,5 +1,5 @@
-// The stage is moved by a process, a key, a click, a command, along their axes; a bias is put on by
-// a process or by who asked for it.
+// The stage is moved by a process, a key, a click, a command, along their axes, X and Y by nothing
+// other than the scan that runs; a bias is put on by a process or by whoever asked for it.
 #include "platform/text_format.h"
 #include "tests/simulation/judge/judge.h"
 
@@ -12,7 +12,9 @@ public:
     explicit CauseChecker(Judge& all) : judge(all) {}
 
     void moveIsSent(int axis, bool nudged) override {
-        const unsigned allowed = judge.causes.empty() ? noAxis : judge.causes.back().axes;
+        unsigned allowed = judge.causes.empty() ? noAxis : judge.causes.back().axes;
+        // While a scan runs X and Y are the scan's.
+        if (judge.inScan() && judge.causes.back().what != scanName) allowed &= axisZ;
         if ((allowed & 1u << axis) == 0 && !nudged)
             judge.find(Rule::Cause, formatted("%s was sent", judge.axes[axis].name));
     }

@@ -9,11 +9,6 @@
 
 namespace {
 
-// A reading as the laboratory knows it.
-struct Taken {
-    double timeMs, x, y, value;
-};
-
 class Cell : public Checker {
 public:
     explicit Cell(Judge& all) : judge(all) {}
@@ -22,7 +17,16 @@ public:
         if (field == Field::MeasuredValue) shownMs = virtualNowMs();
     }
 
-    void processBegins() override { originKnown = {}; }
+    // The play may be another one, and is taken up with the next row.
+    void broken() override {
+        originKnown = {};
+        doubtfulRows = 2; // this one, and one that it is on its way to
+    }
+
+    void processBegins() override {
+        originKnown = {};
+        for (int axis : {labX, labY}) homeUm[axis] = judge.axes[axis].axis.positionUm;
+    }
 
     void cellIsMarked(size_t c, size_t m, PointMark mark) override {
         // Read since the value of the cell before was shown: an answer that came late belongs to no
@@ -41,6 +45,7 @@ public:
         while (cells > taken.data() && !holds(cell, cells, count)) --cells;
         if (!holds(cell, cells, count)) cells = newest;
         judgeValue(cell, cells, count);
+        judge.cellCounts(cells, count);
         const bool placed = judgePlace(c, m, cells, count);
         if (placed) judge.count("points judged");
     }
@@ -50,18 +55,29 @@ private:
 
     std::vector<Taken> takenSince(double timeMs) const {
         std::vector<Taken> taken;
-        const auto collect = [&](const auto& log, auto value) {
-            for (size_t i = log.size(); i > 0 && log[i - 1].timeMs >= timeMs; --i)
-                taken.push_back(
-                    {log[i - 1].timeMs, log[i - 1].sampleX, log[i - 1].sampleY,
-                     log[i - 1].*value * mainChannel(instrumentLink.ammeterKind).scale});
-        };
+        const double scale = mainChannel(instrumentLink.ammeterKind).scale;
         if (ofBoard())
-            collect(labReads(), &LabRead::volts);
+            for (size_t i = labReads().size(); i > 0 && labReads()[i - 1].timeMs >= timeMs; --i) {
+                const LabRead& at = labReads()[i - 1];
+                taken.push_back({at.timeMs, at.sampleX, at.sampleY, at.volts, 0.0, at.laser,
+                                 at.lamp, at.volts >= 1023 * labAdcStepVolts});
+            }
         else
-            collect(labMeasurements(), &LabMeasurement::value);
+            for (size_t i = labMeasurements().size();
+                 i > 0 && labMeasurements()[i - 1].timeMs >= timeMs; --i) {
+                const LabMeasurement& at = labMeasurements()[i - 1];
+                taken.push_back({at.timeMs, at.sampleX, at.sampleY, at.value * scale, at.biasVolts,
+                                 at.laser, at.lamp, isOverload(at)});
+            }
         std::reverse(taken.begin(), taken.end());
         return taken;
+    }
+
+    // By the manuals: the multimeter's letter stands beside 9.99999E9, the analyzer's beside the
+    // end of its largest range, and the others say 9.9E37.
+    static bool isOverload(const LabMeasurement& taken) {
+        const double end = taken.by == labMultimeter ? 9e9 : taken.by == labAnalyzer ? 0.105 : 9e37;
+        return std::fabs(taken.value) >= end;
     }
 
     // The board's number of one digit counts as 0.
@@ -93,17 +109,23 @@ private:
         const double row = scan.area.rows - 1.0 - static_cast<double>(m);
         const double ways[] = {static_cast<double>(c) * scan.area.scanStep,
                                row * scan.area.scanStep};
-        const double starts[] = {scan.firstXUm(), scan.firstYUm()};
+        // One that goes on does so from where the stage then stands.
+        const bool goesOn = !scan.continued.empty();
+        const double starts[] = {(goesOn ? homeUm[labX] : scan.homeXUm) + scan.area.offsetXUm,
+                                 (goesOn ? homeUm[labY] : scan.homeYUm) + scan.area.offsetYUm};
         const LabPixel spot = labSpotPixel();
         const double spots[] = {(spot.column - labCentreColumn) * labUmPerPixel,
                                 (spot.row - labCentreRow) * labUmPerPixel};
-        // Where the way since the row's begin has not taken up the play of X, nothing is promised.
+        if (std::exchange(rowSeen, m) != m && doubtfulRows > 0) --doubtfulRows;
+        // Where the way since the row's begin has not taken up the play of X, nothing is promised;
+        // for Y the swing does it, unless it fails.
         const double runIn = scan.options.runInUm > 0 ? scan.options.runInUm : scan.area.scanStep;
-        const bool playTakenUp = runIn + ways[labX] >= judge.playUm(labX);
+        const bool playTakenUp[] = {doubtfulRows == 0 && runIn + ways[labX] >= judge.playUm(labX),
+                                    !judge.devicesBroke || ways[labY] >= judge.playUm(labY)};
         bool judged = true;
         for (int axis : {labX, labY}) {
             const AxisView& view = judge.axes[axis];
-            if (view.doubtful || (axis == labX && !playTakenUp)) {
+            if (view.doubtful || !playTakenUp[axis]) {
                 judged = false;
                 continue;
             }
@@ -131,11 +153,14 @@ private:
     }
 
     Judge& judge;
+    double homeUm[2] = {};
     double lastCellMs = -1;
     double shownMs = -1; // when the measured value was shown last
     // By the first cell that was judged, of X and Y: where the scan's first point lies.
     std::array<double, 2> origin{};
     std::array<bool, 2> originKnown{};
+    int doubtfulRows = 0; // since something was broken
+    size_t rowSeen = 0;
 };
 
 } // namespace

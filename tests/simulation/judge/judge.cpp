@@ -12,7 +12,8 @@
 namespace {
 
 constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
-                                     "cell",   "named", "files", "kept",  "box",   "end"};
+                                     "cell",   "light", "sound", "lost",  "view",  "alive",
+                                     "named",  "files", "kept",  "box",   "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -39,7 +40,8 @@ Judge::Judge(RandomDay& record) : day(record) {
     current = this;
     // The lights are looked at last: whether the laser was asked for is of the time since then.
     for (const auto check : {checkFiles, checkBox, checkBias, checkPlace, checkWatch, checkCause,
-                             checkOneMove, checkCell, checkNamed, checkEnd, checkLights})
+                             checkOneMove, checkCell, checkLight, checkSound, checkLost, checkView,
+                             checkAlive, checkNamed, checkEnd, checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -84,11 +86,13 @@ void Judge::begin(Cause cause) {
 void Judge::end() {
     look(); // nothing may have waited meanwhile
     if (causes.back().began && !processUnderWay()) lookAtProcessEnd(causes.back());
+    for (const auto& each : checkers) each->causeEnds();
     causes.pop_back();
 }
 
 void Judge::breaks(const std::string& text) {
     faults = text;
+    devicesBroke |= text.find_first_not_of('\n') != std::string::npos;
     doubtAxes();
     for (const auto& each : checkers) each->broken();
 }
@@ -226,9 +230,9 @@ Cause Judge::causeOfCommand(int id) {
     case idStart:
         return {scanName, allAxes, true};
     case idWideView:
-        return {"wide view", allAxes, true};
+        return {wideViewName, allAxes, true};
     case idFocus:
-        return {"autofocus", allAxes, true};
+        return {autofocusName, allAxes, true};
     case idMoveXPlus:
     case idMoveXMinus:
         return {name, axisX};
@@ -272,8 +276,19 @@ void Judge::lookAtProcessEnd(const Cause& cause) {
     for (const auto& each : checkers) each->processEnds(cause, said);
 }
 
-// Each cell that has been marked since the last look is the one that was measured last.
+bool Judge::inScan() const {
+    return std::any_of(causes.begin(), causes.end(),
+                       [](const Cause& cause) { return cause.what == scanName && cause.began; });
+}
+
+void Judge::cellCounts(const Taken* taken, size_t count) {
+    for (const auto& each : checkers) each->cellCounts(taken, count);
+}
+
+// A cell that has been marked since the last look is the one that was measured last; several have
+// been taken over from a journal.
 void Judge::lookAtMarks() {
+    std::vector<std::pair<size_t, size_t>> marked;
     if (scanMap.marks.size() != marksSeen.size() ||
         (!marksSeen.empty() && scanMap.marks[0].size() != marksSeen[0].size()))
         marksSeen = {};
@@ -285,8 +300,12 @@ void Judge::lookAtMarks() {
             const PointMark mark = scanMap.marks[c][m];
             if (std::exchange(marksSeen[c][m], mark) == mark || mark == PointMark::NotMeasured)
                 continue;
-            count(mark == PointMark::Measured ? "points measured" : "points in doubt");
-            for (const auto& each : checkers) each->cellIsMarked(c, m, mark);
+            marked.emplace_back(c, m);
         }
     }
+    if (marked.size() != 1) return;
+    const auto [c, m] = marked[0];
+    const PointMark mark = scanMap.marks[c][m];
+    count(mark == PointMark::Measured ? "points measured" : "points in doubt");
+    for (const auto& each : checkers) each->cellIsMarked(c, m, mark);
 }

@@ -29,7 +29,7 @@ struct Cause {
     size_t saidBefore = 0; // information texts
 };
 
-constexpr const char* scanName = "scan";
+constexpr const char *scanName = "scan", *wideViewName = "wide view", *autofocusName = "autofocus";
 
 // Words of the title.
 constexpr const char* boardLostWords = "laser board lost";
@@ -49,6 +49,15 @@ struct AxisView {
 // may lag behind its motor by the play (2 um), at the zero as well.
 constexpr double placeToleranceUm = 3.0 + 1.25 + 2.0 + 0.2;
 
+// A reading as the laboratory knows it.
+struct Taken {
+    double timeMs, x, y; // of the sample under the laser spot, um
+    double value;        // in the unit of the map
+    double biasVolts;
+    bool laser, lamp; // shone
+    bool overloaded;
+};
+
 // A rule; what it does not look at stays empty.
 class Checker {
 public:
@@ -67,8 +76,10 @@ public:
     virtual void processBegins() {}
     virtual void processEnds(const Cause& /*cause*/, const std::string& /*said meanwhile*/) {}
     virtual void cellIsMarked(size_t /*column*/, size_t /*map row*/, PointMark /*mark*/) {}
-    virtual void ends() {}   // the program has ended
-    virtual void letsGo() {} // of what it held until then
+    virtual void cellCounts(const Taken* /*its readings*/, size_t /*how many*/) {}
+    virtual void causeEnds() {} // the latest of the judge's
+    virtual void ends() {}      // the program has ended
+    virtual void letsGo() {}    // of what it held until then
 };
 
 class Judge {
@@ -85,7 +96,8 @@ public:
     void end(); // and everything that came of it
     void breaks(const std::string& text);
     void calledZero(unsigned axes);
-    void choseInstrument() { instrumentChosen = true; }
+    void choseInstrument() { instrumentChosen = setUpChanged = true; }
+    void changedSetUp() { setUpChanged = true; }
     void opensDialog();
     // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
     void pressedPageKey() { ++pageKeys; }
@@ -101,13 +113,18 @@ public:
     bool losesPlace(const AxisView& each) const;
     double playUm(int axis) const;
     bool blamesBus() const;
-    bool saidAtEnd() const; // that something may be on, in a box
+    bool inScan() const;
+    void cellCounts(const Taken* taken, size_t count); // as measured
+    bool saidAtEnd() const;                            // that something may be on, in a box
 
     RandomDay& day;
     std::vector<Cause> causes; // what came in the middle of what, the latest last
     AxisView axes[3] = {{"x", '2', stageX}, {"y", '1', stageY}, {"z", '3', stageZ}};
     bool boardSaidLost = false, biasSaidLost = false; // in the title
     bool instrumentChosen = false;                    // in the dialog
+    bool setUpChanged = false;                        // there: the instrument or the board's port
+    bool devicesBroke = false;                        // since the day began
+    bool boardDoubtful = false;                       // it may do nothing of what it takes
     uint64_t movesSeen = 0;                           // that the program's library sent
 
 private:
@@ -144,6 +161,11 @@ std::unique_ptr<Checker> checkWatch(Judge& judge);
 std::unique_ptr<Checker> checkCause(Judge& judge);
 std::unique_ptr<Checker> checkOneMove(Judge& judge);
 std::unique_ptr<Checker> checkCell(Judge& judge);
+std::unique_ptr<Checker> checkLight(Judge& judge);
+std::unique_ptr<Checker> checkSound(Judge& judge);
+std::unique_ptr<Checker> checkLost(Judge& judge);
+std::unique_ptr<Checker> checkView(Judge& judge);
+std::unique_ptr<Checker> checkAlive(Judge& judge);
 std::unique_ptr<Checker> checkNamed(Judge& judge);
 std::unique_ptr<Checker> checkFiles(Judge& judge);
 std::unique_ptr<Checker> checkBox(Judge& judge);

@@ -24,19 +24,19 @@ public:
         doubtBoard();
         bool right = judged("laser", idLaserOn, labLaserPwm() != 0);
         right &= judged("illumination", idIlluminationOn, labIlluminated());
-        if (right && !judge.blames("board absent")) boardDoubtful = false;
+        if (right && !judge.blames("board absent")) judge.boardDoubtful = false;
         askedSinceLook = false;
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
         if (cause.what == scanName && labLaserPwm() != 0 && !judge.boardSaidLost &&
-            !boardDoubtful && !askedForLaser)
+            !judge.boardDoubtful && !askedForLaser)
             judge.find(Rule::Lights, "the laser is on after a scan");
     }
 
     void ends() override {
-        if (labBoardPresent() && !judge.boardSaidLost && !judge.saidAtEnd() && !boardDoubtful &&
-            (labLaserPwm() != 0 || labIlluminated()))
+        if (labBoardPresent() && !judge.boardSaidLost && !judge.saidAtEnd() &&
+            !judge.boardDoubtful && (labLaserPwm() != 0 || labIlluminated()))
             judge.find(Rule::Lights, formatted("left on: laser %d, illumination %d", labLaserPwm(),
                                                labIlluminated() ? 1 : 0));
     }
@@ -44,20 +44,19 @@ public:
 private:
     // A board that takes everything and does nothing cannot be told from one that is there.
     void doubtBoard() {
-        if (judge.blames("board absent") && laserLink.disconnected == 0) boardDoubtful = true;
+        if (judge.blames("board absent") && laserLink.disconnected == 0) judge.boardDoubtful = true;
     }
 
     bool judged(const char* name, int onButton, bool lit) {
         const int checked = checkedRadio(onButton);
         if (checked == 0 || (checked == onButton) == lit) return true;
         const bool answers = labBoardPresent() && laserLink.disconnected == 0;
-        if (!boardDoubtful && (lit ? !judge.boardSaidLost : answers))
+        if (!judge.boardDoubtful && (lit ? !judge.boardSaidLost : answers))
             judge.find(Rule::Lights, formatted("the %s is %s", name, lit ? "on" : "off"));
         return false;
     }
 
     Judge& judge;
-    bool boardDoubtful = false;
     bool askedForLaser = false;  // by hand, since the last point
     bool askedSinceLook = false; // and since the judge looked
 };
