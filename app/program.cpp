@@ -18,11 +18,13 @@
 #include "platform/messages.h"
 #include "platform/surface.h"
 #include "screen/screen.h"
+#include "session/announce.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "spectroscopy/sweep_record.h"
 
 namespace {
@@ -34,6 +36,18 @@ void connectDevices() {
     readBiasLeftOn();
     connectInstrumentAtStart();
     connectCamera();
+}
+
+// Somebody meant to change something that stays as it was.
+void tellRefused(const std::vector<std::string>& lines) {
+    if (lines.empty()) return;
+    std::string text;
+    for (const std::string& line : lines) {
+        announce(Severity::Failure, line);
+        text += line + "\n";
+    }
+    showMessageBox(mainWindow, (text + "Without these lines the defaults hold.").c_str(),
+                   "Setup.ini", BoxButtons::Ok);
 }
 
 } // namespace
@@ -53,6 +67,7 @@ bool startUp(int showCommand) {
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     logEvent("Lumascan " LUMASCAN_VERSION " starts");
+    const std::vector<std::string> refused = readSetUp();
     allocateMaps();
     allocateSweep(sweepRecord);
     registerWindowClasses();
@@ -66,12 +81,14 @@ bool startUp(int showCommand) {
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
+    followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
     setLaserLevel(0);
     switchLiveView(LiveView::On);
     setLaserOutput(1);
     closeStartupNotice();
+    tellRefused(refused);
     if (const std::string left = leftNotice(); !left.empty()) {
         logEvent(left);
         showInformation(left.c_str());

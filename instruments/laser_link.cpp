@@ -111,6 +111,11 @@ int openPort(LaserLink& link) {
     return lineResult;
 }
 
+// "z" has ended it.
+void startKeepAlive(LaserLink& link) {
+    if (link.keepAliveS > 0) laserSend(link, formatted("K%d", link.keepAliveS).c_str());
+}
+
 void printChannelSettings(LaserLink& link) {
     for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
     for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
@@ -138,6 +143,7 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     sleepMs(100);
 
     laserWrite(link, "z");
+    startKeepAlive(link);
     int replies = 0;
     for (int c = 0; c < 3; ++c) {
         link.channelValue[c] = laserChannelValue(link, c);
@@ -158,6 +164,7 @@ bool reopenLaserLink(LaserLink& link) {
     if (opened == 0) return false;
     sleepMs(100);
     laserWrite(link, "z"); // ends what half a command may have left on the board
+    startKeepAlive(link);
     if (opened == 1) printChannelSettings(link);
     return !link.disconnected;
 }
@@ -223,6 +230,20 @@ const char* laserReceive(LaserLink& link) {
                   reply);
     showInformation(link.commandText);
     return std::strcpy(text, reply);
+}
+
+std::optional<LaserBoardState> askLaserBoard(LaserLink& link) {
+    if (link.disconnected || !link.portHandle) return {};
+    discardReceived(link.portHandle);
+    if (!laserSend(link, "I")) return {};
+    char reply[replyCapacity + 1] = {};
+    link.lastResult = readSerial(link.portHandle, reply, replyCapacity, link.bytesMoved);
+    LaserBoardState state;
+    if (link.lastResult &&
+        std::sscanf(reply, "%d %d %d", &state.laserLevel, &state.lamp, &state.causes) == 3)
+        return state;
+    noteTrouble("no answer to \"I\"");
+    return {};
 }
 
 Reading laserAnalogRead(LaserLink& link, int pin, int n) {

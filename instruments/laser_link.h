@@ -6,6 +6,7 @@
 #include "platform/window_handle.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 // Laser intensity in microamperes per volt of drive level.
@@ -27,6 +28,7 @@ struct LaserLink {
     int32_t comPort = 10;
     bool replied = false;       // the last receive brought something
     bool boardAnswered = false; // one of its questions, since the port was opened
+    int32_t keepAliveS = 0;     // s without a command until the board goes dark; 0 never
     bool portTaken = false;     // the last open failed at a port that this computer has
     char wireText[100] = {};    // the last bounded command, or the last channel reply
 };
@@ -69,6 +71,16 @@ const char* laserReceive(LaserLink& link);
 // Volts, 0..5 in steps of 5/1024. A single digit counts as 0 V, and as an answer; the last step as
 // an overload.
 Reading laserAnalogRead(LaserLink& link, int pin, int n);
+// What the board says of its outputs, in the order of its answer to "I".
+struct LaserBoardState {
+    int laserLevel = 0; // 0..255, at the output now
+    int lamp = 0;       // 0 or 5
+    int causes = 0;     // why the laser may be dark: a sum, see darkCauses
+};
+
+// Asks for it; nothing when no such answer came. The information text stays as it is.
+std::optional<LaserBoardState> askLaserBoard(LaserLink& link);
+
 int laserDigitalWrite(LaserLink& link, int pin, int level);
 int laserAnalogWrite(LaserLink& link, int pin, int level); // level 0..255
 

@@ -7,12 +7,15 @@
 #include "platform/truncate.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
+#include "session/announce.h"
 #include "session/day_log.h"
 #include "session/forced_end.h"
 #include "session/main_title.h"
+#include "session/set_up.h"
 #include "session/stay_awake.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -60,6 +63,29 @@ bool otherLight = false; // than the laser's alone, since onlyTheLaserShone was 
 
 bool onlyTheLaserShines() {
     return laser.lit && laser.told && !illumination.lit && illumination.told;
+}
+
+// What the board has said of its lights since its port was opened.
+struct {
+    bool asking = false; // it is being asked just now
+    bool silent = false; // it does not answer that
+    std::string whyDark; // of a laser that was on
+} board;
+
+bool boardIsAsked() {
+    return setUp.asksTheBoard() && !board.silent && laserLink.boardAnswered &&
+           !laserLink.disconnected;
+}
+
+// By the bits of its answer.
+std::string darkCauses(int causes) {
+    constexpr const char* words[] = {"interlock open", "interlock was open", "keep-alive ran out",
+                                     "the board has started anew", "its converter does not answer"};
+    if (causes & 1) causes &= ~2; // that it was says nothing more
+    std::string text;
+    for (size_t bit = 0; bit < std::size(words); ++bit)
+        if (causes >> bit & 1) text += (text.empty() ? "" : ", ") + std::string(words[bit]);
+    return text.empty() ? "the board gives no cause" : text;
 }
 
 // Sends what the light is meant to be; false when it did not go out.
@@ -124,6 +150,32 @@ void logChange(Light& light) {
     logEvent(line);
 }
 
+// It stays dark until it was told off and on again.
+void goDark(int causes) {
+    board.whyDark = darkCauses(causes);
+    laser.lit = false;
+    laser.state = 0;
+    otherLight = true;
+    tell(laser);
+    show(laser);
+    laser.logged = "Laser dark: " + board.whyDark;
+    announce(Severity::Trouble, laser.logged);
+}
+
+void askBoard() {
+    if (board.asking || !boardIsAsked()) return;
+    board.asking = true;
+    const std::optional<LaserBoardState> state = askLaserBoard(laserLink);
+    board.asking = false;
+    board.silent = !state;
+    if (board.silent) {
+        stopTimer(Timer::Board);
+        announce(Severity::Trouble, "The laser board does not say whether its laser shines");
+    } else if (laser.lit && laserDriveOf(laserLevel) > 0 && state->laserLevel == 0) {
+        goDark(state->causes);
+    }
+}
+
 int switchLight(Light& light, int mode) {
     bool on = mode == 1;
     if (mode == 2) {
@@ -133,6 +185,7 @@ int switchLight(Light& light, int mode) {
         light.state = on ? 1 : 0;
     }
     light.lit = on;
+    if (on && &light == &laser) board.whyDark.clear();
     if (!tell(light) && isLost(light) && reopenLaserLink(laserLink)) tellBoth();
     otherLight |= !onlyTheLaserShines();
     show(light);
@@ -171,16 +224,37 @@ bool laserIsOn() {
 }
 
 bool onlyTheLaserShone() {
+    askBoard();
     return onlyTheLaserShines() && !std::exchange(otherLight, false);
 }
 
+void followLaserBoard() {
+    constexpr unsigned onceASecond = 1000;
+    if (boardIsAsked()) startTimer(Timer::Board, onceASecond);
+}
+
+void watchLaserBoard() {
+    askBoard();
+}
+
+std::string whyLaserIsDark() {
+    return board.whyDark;
+}
+
+bool laserBoardKeepsSilent() {
+    return setUp.asksTheBoard() && board.silent;
+}
+
 int connectLaserBoard(WindowHandle ownerWindow) {
+    laserLink.keepAliveS = setUp.boardKeepAliveS;
     const int opened = openLaserLink(laserLink, ownerWindow);
     laser.state = 0;
     laser.lit = false;
     if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
     logChange(laser);
     logChange(illumination);
+    board = {};
+    followLaserBoard();
     if (opened && !laserLink.boardAnswered) showInformation(noBoardAnswers(laserLink).c_str());
     showWhetherTheBoardIsLost();
     return laserLink.disconnected ? 0 : opened;

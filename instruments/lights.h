@@ -27,8 +27,23 @@ bool laserIsOn();
 bool illuminationIsOn();
 
 // Whether the board was told that the laser is on and the illumination off, all the time since this
-// was last asked: the light in which a scan takes its points.
+// was last asked: the light in which a scan takes its points. Where the set-up says so the board is
+// asked.
 bool onlyTheLaserShone();
+
+// Asks the board for its lights, where the set-up says that it can tell: a laser that it keeps dark
+// is shown as off, told off, and said with the cause. To be called each second, and never between
+// the question to an instrument and its answer: followLaserBoard starts the timer for that once
+// there is a main window.
+void followLaserBoard();
+void watchLaserBoard();
+
+// Why the board has last kept the laser dark that was on; empty when it has not since it was
+// switched on.
+std::string whyLaserIsDark();
+
+// Whether the board does not say what the set-up says that it can tell.
+bool laserBoardKeepsSilent();
 
 // Opens the link, switches the laser off and the illumination to what it is meant to be. Returns
 // what opening the link returns, and 0 when the board then takes no command.

@@ -273,7 +273,10 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
         spoils(Spoilt::Camera, cameraState.connected == 0 || !cameraState.fresh);
     }
     // Asked at each point, since the one before.
-    spoils(Spoilt::Unlit, !onlyTheLaserShone() && boardStands);
+    const bool unlit = !onlyTheLaserShone() && boardStands;
+    spoils(Spoilt::Board, laserBoardKeepsSilent());
+    spoils(Spoilt::Unlit, unlit);
+    if (unlit && !whyLaserIsDark().empty()) report.whyUnlit = whyLaserIsDark();
     scanMap.marks[c][m] = report.take(causes, point.row, point.column);
     journalPoint(c, m);
     return true;

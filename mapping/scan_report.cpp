@@ -76,6 +76,7 @@ Outcome ScanReport::outcome(ProcessEnd end) const {
         told.doubts.back().cause = kinds[i].words;
     }
     told.doubts[static_cast<size_t>(Spoilt::NotReached)].why = whyMissed();
+    told.doubts[static_cast<size_t>(Spoilt::Unlit)].why = whyUnlit;
     if (!focus.empty()) told.troubles.push_back(focus);
     told.troubles.insert(told.troubles.end(), bias.begin(), bias.end());
     if (stayedAway) told.troubles.emplace_back("The stage did not come back");

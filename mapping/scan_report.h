@@ -30,6 +30,7 @@ struct ScanReport {
     std::string endedBy;
     std::string focus;             // what befell Z, and in which row it was seen
     std::vector<std::string> bias; // what went wrong with it, as BiasWatch says it
+    std::string whyUnlit;          // as the board says; empty when it does not
     bool swingFailed = false;      // before the first row
     bool stayedAway = false;       // the stage did not come back
     bool journalLost = false;      // at least in part

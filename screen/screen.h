@@ -62,6 +62,7 @@ void showTaskbarProgress(int percent);
 enum class Timer : unsigned {
     LiveView = 1,
     Journal = 2,
+    Board = 3,
 };
 void startTimer(Timer timer, unsigned periodMs);
 void stopTimer(Timer timer);

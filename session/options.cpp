@@ -6,6 +6,7 @@
 #include "session/data_folders.h"
 #include "session/document.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <sstream>
@@ -25,10 +26,10 @@ std::string_view trimmed(std::string_view text) {
 }
 
 // Nothing where there is a file that cannot be read: it must not be replaced.
-std::optional<std::vector<std::string>> readLines() {
+std::optional<std::vector<std::string>> readLines(const std::wstring& path = optionsPath()) {
     std::vector<std::string> lines;
-    const std::optional<std::string> content = contentOfFile(optionsPath());
-    if (!content && fileExists(optionsPath())) return {};
+    const std::optional<std::string> content = contentOfFile(path);
+    if (!content && fileExists(path)) return {};
     std::istringstream text(content.value_or(""));
     for (std::string line; std::getline(text, line);) {
         if (line.ends_with('\r')) line.pop_back();
@@ -58,6 +59,23 @@ void put(std::vector<std::string>& lines, const Option& option) {
 }
 
 } // namespace
+
+std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path) {
+    const auto lines = readLines(path);
+    if (!lines) return {};
+    std::vector<OptionLine> found;
+    for (size_t i = 0; i < lines->size(); ++i) {
+        const std::string_view text = trimmed((*lines)[i]);
+        if (text.empty() || std::string_view("#;[").find(text.front()) != std::string_view::npos)
+            continue;
+        const size_t equals = std::min(text.find('='), text.size());
+        const std::string_view value = text.substr(std::min(equals + 1, text.size()));
+        found.push_back(
+            {{std::string(trimmed(text.substr(0, equals))), std::string(trimmed(value))},
+             static_cast<int>(i + 1)});
+    }
+    return found;
+}
 
 std::string readOption(const std::string& name) {
     std::string_view value;

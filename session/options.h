@@ -2,6 +2,7 @@
 // the program does not know stays as it stands, line by line.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,14 @@ struct Option {
     std::string name;  // without '=' and line ends
     std::string value; // one line; blanks around it are not kept
 };
+
+struct OptionLine : Option {
+    int number = 0; // of the line, from 1
+};
+
+// The lines of such a file; a line that is empty or begins with '#', ';' or '[' is none, one
+// without '=' is all name. None where there is no file; nothing when it cannot be read.
+std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path);
 
 // The value of the first line with that name; empty without the file or such a line.
 std::string readOption(const std::string& name);

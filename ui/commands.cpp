@@ -437,6 +437,7 @@ void onPaint() {
 void onTimer(Timer timer) {
     if (timer == Timer::LiveView) liveViewTick();
     if (timer == Timer::Journal) journalTick();
+    if (timer == Timer::Board) watchLaserBoard();
 }
 
 void onClose() {

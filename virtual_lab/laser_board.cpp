@@ -68,11 +68,23 @@ static bool scanAfterLetter(const std::string& command, int& number) {
     return true;
 }
 
+// As docs/laser-board.md has it; nothing darkens its laser, and its keep-alive never runs out: that
+// is for the firmware's own tests.
+static bool tellLights() {
+    char text[20];
+    std::snprintf(text, sizeof text, "%02d %02d 00", lab.board.laserPwm,
+                  lab.board.illuminated ? 5 : 0);
+    lab.board.reply += text;
+    return true;
+}
+
 static bool execute(const std::string& command) {
     LabBoard& board = lab.board;
     int first = 0, second = 0;
     if (command.empty()) return false;
     if (command == "z") return true;
+    if (command == "I") return tellLights();
+    if (command[0] == 'K') return scanAfterLetter(command, first) && first >= 0 && first <= 60;
     if (int channel = channelOf(command[0], "pPQ"); channel >= 0 && command.size() == 1) {
         board.reply += std::to_string(board.channel[channel]);
         return true;

@@ -24,6 +24,7 @@
 #include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "session/stopwatch.h"
 #include "spectroscopy/sweep_record.h"
 #include "ui/commands.h"
@@ -67,6 +68,7 @@ void resetProgram() {
     for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
     laserLevel = defaultLaserLevel;
     scanOptions = {};
+    setUp = {};
     stageX = stageY = stageZ = {};
     axisOrder = 2;
     laserLink = {};

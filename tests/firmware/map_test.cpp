@@ -6,6 +6,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "session/responsive_wait.h"
 #include "virtual_lab/lab_state.h"
 
@@ -120,6 +121,44 @@ TEST_F(BoardInTheLab, InterlockOpenedInAScanLeavesTheRestDark) {
         in(1500, [this] { board.order("interlock 1"); });
     });
     EXPECT_EQ(board.ask("I"), "00 00 00") << "told off at the end";
+}
+
+// Where the set-up says that there is an interlock the points say so themselves.
+TEST_F(BoardInTheLab, PointsBehindAnOpenedInterlockCountAsUnlit) {
+    writeDesktopFile("KST_Data/Setup.ini", "laser board interlock = yes\n");
+    mapWith([this] {
+        board.order("interlock 0");
+        in(1500, [this] { board.order("interlock 1"); });
+    });
+    int unlit = 0;
+    for (int order = 0; order < scanArea.totalPoints; ++order) {
+        const auto c = static_cast<size_t>(order % scanArea.cols);
+        const auto r = static_cast<size_t>(scanArea.rows - 1 - order / scanArea.cols);
+        const PointMark mark = scanMap.marks[c][r];
+        unlit += mark == PointMark::Unlit;
+        EXPECT_TRUE(order >= 2 * 12 + 3 || mark == PointMark::Measured) << order;
+        EXPECT_TRUE(order < 2 * 12 + 7 || mark == PointMark::Unlit) << order;
+    }
+    EXPECT_EQ(textIn(Field::Information),
+              formatted("Mapping finished. Laser off or lamp on: %d from row 3, column %d "
+                        "(interlock open)",
+                        unlit, 120 - unlit - 24 + 1));
+}
+
+// The program says nothing else to the board for minutes.
+TEST_F(BoardInTheLab, KeepAliveIsServedInAScanWithAnotherInstrument) {
+    writeSettings(2.0, false);
+    std::string settings = contentOf("KST_Data/Config.txt");
+    settings.replace(settings.find("Ammeter:0"), 9, "Ammeter:2");
+    writeDesktopFile("KST_Data/Config.txt", settings);
+    writeDesktopFile("KST_Data/Setup.ini", "laser board keep-alive (s) = 2\n");
+    writeDesktopFile("KST_Data/Options.ini", "wait before reading (ms) = 1500\n");
+    runProgramOver(8, 6);
+    EXPECT_EQ(textIn(Field::Information), "Mapping finished");
+    EXPECT_EQ(board.ask("E"), "00");
+    board.send(std::string("K2\0G 5 204\0", 11));
+    board.runMs(2500);
+    EXPECT_EQ(board.ask("I"), "00 00 04") << "it would have gone dark";
 }
 
 TEST_F(BoardInTheLab, WatchdogInAScanLeavesTheRestDark) {

@@ -3,6 +3,7 @@
 
 #include "mapping/scan_options.h"
 #include "screen/control_ids.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 #include "tests/doubles/memory_dialog.h"
 #include "ui/commands.h"
@@ -27,6 +28,23 @@ TEST_F(OptionsTest, KeepsWhatItDoesNotKnow) {
     ASSERT_TRUE(writeOptions({{"b", "new"}, {"c", ""}}));
     EXPECT_EQ(contentOf(file),
               std::string("# note\n\nb = new\n\x1a\x00=\na = 2\na = 3\nend\nc = \n", 41));
+}
+
+TEST_F(OptionsTest, SetUpTakesWhatItCanAndSaysTheRest) {
+    EXPECT_EQ(readSetUp(), std::vector<std::string>()) << "no file";
+    writeDesktopFile("KST_Data/Setup.ini", "# ours\r\n[board]\r\n\r\n"
+                                           "laser board interlock = yes\n"
+                                           "laser board keep-alive (s) = 61\n"
+                                           "laser board interlock = maybe\n"
+                                           "laser board keep-alive (s) = 30\n"
+                                           "objective\n");
+    const std::vector<std::string> refused = {
+        "Setup.ini, line 5: laser board keep-alive (s) is 2 to 60, not \"61\"",
+        "Setup.ini, line 6: laser board interlock is yes or no, not \"maybe\"",
+        "Setup.ini, line 8: \"objective\" is not known"};
+    EXPECT_EQ(readSetUp(), refused);
+    EXPECT_TRUE(setUp.boardHasInterlock);
+    EXPECT_EQ(setUp.boardKeepAliveS, 30);
 }
 
 TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {

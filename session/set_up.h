@@ -1,0 +1,22 @@
+// KST_Data/Setup.ini: what is so of this laboratory's set-up, one "name = value" a line. It is read
+// at the start and never written; what does not stand there is as it has always been.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct SetUp {
+    // The laser board's answer to "I" is asked for while the laser is to shine.
+    bool boardHasInterlock = false;
+    // s without a command after which the board switches the laser off; 0 never.
+    int32_t boardKeepAliveS = 0;
+
+    bool asksTheBoard() const { return boardHasInterlock || boardKeepAliveS > 0; }
+};
+
+extern SetUp setUp;
+
+// Reads the file where there is one, over the defaults. What cannot be taken is left out and
+// returned: its line, and what it may be.
+std::vector<std::string> readSetUp();
