@@ -21,7 +21,7 @@ namespace {
 // locked.
 constexpr void (*steps[])() = {
     [] {
-        if (!onWindowThread()) endsByForce = true;
+        if (!onWindowThread()) forcedEnd.begun = true;
         darkenAtOnce(); // first, whatever the windows' thread waits for
     },
     stopAllStages,
@@ -35,7 +35,7 @@ std::atomic<size_t> nextStep = 0;
 
 void endAtAbort(int) {
     std::signal(SIGABRT, endAtAbort); // another thread may follow; it must not end the process yet
-    makeSafeAtForcedEnd();
+    forcedEnd.makeSafe();
     std::signal(SIGABRT, SIG_DFL);
 }
 
@@ -55,7 +55,7 @@ void makeSafe() {
 }
 
 void makeSafeAtAbort() {
-    if (!makeSafeAtForcedEnd) makeSafeAtForcedEnd = makeSafe;
+    if (!forcedEnd.makeSafe) forcedEnd.makeSafe = makeSafe;
     std::set_terminate([] { endProgram("an exception that nobody caught"); });
     std::signal(SIGABRT, endAtAbort);
 }

@@ -11,5 +11,5 @@ void makeSafe();
 bool tryNextSafetyStep();
 
 // Makes the set-up safe at endProgram and when something else aborts the program: by makeSafe, or
-// by what makeSafeAtForcedEnd has been set to before.
+// by what forcedEnd.makeSafe has been set to before.
 void makeSafeAtAbort();

@@ -31,7 +31,7 @@ namespace {
 
 void connectDevices() {
     connectStagesAndTell(nullptr);
-    if (!connectLaserBoard(mainWindow))
+    if (!connectLaserBoard(windows.main))
         showMessageBox(nullptr, "No Arduino devices found", "Laser Error", BoxButtons::Ok);
     readBiasLeftOn();
     connectInstrumentAtStart();
@@ -46,20 +46,20 @@ void tellRefused(const std::vector<std::string>& lines) {
         announce(Severity::Failure, line);
         text += line + "\n";
     }
-    showMessageBox(mainWindow, (text + "Without these lines the defaults hold.").c_str(),
+    showMessageBox(windows.main, (text + "Without these lines the defaults hold.").c_str(),
                    "Setup.ini", BoxButtons::Ok);
 }
 
 } // namespace
 
 void connectFloors() {
-    stageHooks.stopAll = stopAllStages;
-    stageHooks.nudgeFocus = [](double um) {
+    session.stageHooks.stopAll = stopAllStages;
+    session.stageHooks.nudgeFocus = [](double um) {
         if (nudgeAfterMove(stageZ, um)) return;
         moveBy(stageZ, um);
         refreshPositions();
     };
-    onLiveViewStart = [] { computeScanArea(scanArea); };
+    liveViewState.onStart = [] { computeScanArea(scanArea); };
 }
 
 bool startUp(int showCommand) {

@@ -1,11 +1,13 @@
 // Reads and writes the settings line.
 #include "app/settings_line.h"
 
+#include "camera/camera.h"
 #include "camera/spot.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "platform/decimal_point.h"
 #include "platform/files.h"
@@ -34,35 +36,35 @@ double finiteOr(double fallback, double value, double lowest, double highest) {
 SessionSettings currentSettings() {
     const InstrumentLink& link = instrumentLink;
     return {.scanStep = scanArea.scanStep,
-            .laserLevel = laserLevel,
-            .laserOffsetX = laserOffset.x,
-            .laserOffsetY = laserOffset.y,
+            .laserLevel = laserLink.laserLevel,
+            .laserOffsetX = cameraState.laserOffset.x,
+            .laserOffsetY = cameraState.laserOffset.y,
             .equipmentKind = link.ammeterKind,
             .gpibAddress = link.gpibAddress,
             .analyzerAddress = {link.ipAddress[0], link.ipAddress[1], link.ipAddress[2],
                                 link.ipAddress[3], link.kxciPort},
-            .axisOrder = axisOrder,
+            .axisOrder = controllers.axisOrder,
             .laserComPort = laserLink.comPort,
-            .confocalEnabled = confocalEnabled};
+            .confocalEnabled = scanSettings.confocalEnabled};
 }
 
 void applySettings(const SessionSettings& settings) {
     InstrumentLink& link = instrumentLink;
     scanArea.scanStep =
         finiteOr(defaultScanStep, settings.scanStep, scanStepLowest, scanStepHighest);
-    laserLevel =
+    laserLink.laserLevel =
         finiteOr(defaultLaserLevel, settings.laserLevel, -largestLaserLevel, largestLaserLevel);
     const auto offset = [](int32_t pixels) {
         return std::clamp(pixels, -largestLaserOffset, largestLaserOffset);
     };
-    laserOffset = {offset(settings.laserOffsetX), offset(settings.laserOffsetY)};
+    cameraState.laserOffset = {offset(settings.laserOffsetX), offset(settings.laserOffsetY)};
     link.ammeterKind = settings.equipmentKind;
     link.gpibAddress = settings.gpibAddress;
     std::copy_n(settings.analyzerAddress, 4, link.ipAddress);
     link.kxciPort = settings.analyzerAddress[4];
-    axisOrder = settings.axisOrder;
+    controllers.axisOrder = settings.axisOrder;
     laserLink.comPort = settings.laserComPort;
-    confocalEnabled = settings.confocalEnabled;
+    scanSettings.confocalEnabled = settings.confocalEnabled;
 }
 
 std::string formatSettingsLine(const SessionSettings& s) {

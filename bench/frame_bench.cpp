@@ -2,6 +2,7 @@
 // libdc1394's conversion to half resolution and beside a loop over the cells; and judging its
 // focus.
 #include "camera/autofocus.h"
+#include "camera/camera.h"
 #include "camera/picture.h"
 
 #include <algorithm>
@@ -94,12 +95,13 @@ void convertFrameCellByCell(benchmark::State& state) {
 // With the spot's picture new to the caches each time, as after a conversion.
 void judgeFocus(benchmark::State& state) {
     Frames frames(state.range(0));
-    laserOffset = {640, 500};
+    cameraState.laserOffset = {640, 500};
+    FocusState search;
     for (auto _ : state) {
         state.PauseTiming();
         convertBayerFrame(cameraImage, frames.next(), cameraImage.pixels.get());
         state.ResumeTiming();
-        benchmark::DoNotOptimize(focusFactor(focusState));
+        benchmark::DoNotOptimize(focusFactor(search));
     }
 }
 
@@ -140,7 +142,10 @@ void printRatios() {
             dc1394_bayer_decoding_8bit(frames.next(), rgb.data(), 2464, 2056,
                                        DC1394_COLOR_FILTER_RGGB, DC1394_BAYER_METHOD_DOWNSAMPLE);
         };
-        const auto judge = [] { benchmark::DoNotOptimize(focusFactor(focusState)); };
+        const auto judge = [] {
+            FocusState search;
+            benchmark::DoNotOptimize(focusFactor(search));
+        };
         const auto convertByCells = [&] { convertCellByCell(frames.next()); };
         std::printf("%s: convertBayerFrame / memcpy of a raw frame %.2f (wanted: at most 1.3), "
                     "libdc1394 DOWNSAMPLE / convertBayerFrame %.2f (wanted: at least 2), "

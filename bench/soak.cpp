@@ -107,11 +107,12 @@ void onScanEnd() {
 void watchScan() {
     when(
         [] {
-            return textIn(Field::Information).starts_with("Mapping finished") && !processRunning;
+            return textIn(Field::Information).starts_with("Mapping finished") &&
+                   !session.processRunning;
         },
         [] {
             onScanEnd();
-            when([] { return processRunning != 0; }, watchScan);
+            when([] { return session.processRunning != 0; }, watchScan);
         });
 }
 

@@ -69,7 +69,7 @@ void setGrid(int columns, int rows, double step) {
 
 // The same squares as drawMapRow, pixel by pixel.
 void drawRowBySetPixel(const Map& map, int row) {
-    HWND window = native(mapWindow);
+    HWND window = native(windows.map);
     HDC dc = GetDC(window);
     float lowest = map[0][static_cast<size_t>(row)], highest = lowest;
     for (const auto& column : map) {
@@ -88,12 +88,12 @@ void drawRowBySetPixel(const Map& map, int row) {
 }
 
 std::vector<COLORREF> pixelsOfRow(int row) {
-    HDC dc = GetDC(native(mapWindow));
+    HDC dc = GetDC(native(windows.map));
     const int cell = scanArea.cellPx;
     std::vector<COLORREF> pixels;
     for (int y = row * cell; y < (row + 1) * cell; ++y)
         for (int x = 0; x < scanArea.cols * cell; ++x) pixels.push_back(GetPixel(dc, x, y));
-    ReleaseDC(native(mapWindow), dc);
+    ReleaseDC(native(windows.map), dc);
     return pixels;
 }
 
@@ -104,15 +104,15 @@ bool benchRows() {
         for (size_t row = 0; row < map[column].size(); ++row)
             map[column][row] = static_cast<float>((column * 37 + row * 91) % 101);
     showMapWindow(channelPhotocurrent);
-    paintPending(mapWindow);
+    paintPending(windows.map);
 
-    drawMapRow(mapWindow, map, 3);
+    drawMapRow(windows.map, map, 3);
     const std::vector<COLORREF> atOnce = pixelsOfRow(3);
-    drawMapRow(mapWindow, map, 4); // something else in between
+    drawMapRow(windows.map, map, 4); // something else in between
     drawRowBySetPixel(map, 3);
     const bool same = atOnce == pixelsOfRow(3);
 
-    const double row = medianMs(201, [&] { drawMapRow(mapWindow, map, 5); });
+    const double row = medianMs(201, [&] { drawMapRow(windows.map, map, 5); });
     const double bySetPixel = medianMs(21, [&] { drawRowBySetPixel(map, 5); });
     std::printf("row of %d cells of %d px: drawMapRow %.3f ms, SetPixel %.3f ms, ratio %.0f "
                 "(wanted: at least 30), same pixels: %s\n",
@@ -140,14 +140,14 @@ double processCpuMs() {
 }
 
 void benchWaiting() {
-    processRunning = 1;
+    session.processRunning = 1;
     const double cpu = processCpuMs(), start = nowMs();
     for (int i = 0; i < 60; ++i) waitResponsive(50);
     const double elapsed = nowMs() - start;
     std::printf("waiting: 60 waits of 50 ms took %.0f ms and %.2f %% of a core (wanted: under 3 "
                 "%%)\n",
                 elapsed, (processCpuMs() - cpu) / elapsed * 100.0);
-    processRunning = 0;
+    session.processRunning = 0;
 }
 
 double mappingMs(int columns, int rows = 1) {
@@ -161,12 +161,12 @@ double mappingMs(int columns, int rows = 1) {
         }
     });
     instrumentLink.biasVoltage += 0.1f; // no source hears it, and no two maps get the same name
-    processRunning = 1;
-    stopRequested = 0;
+    session.processRunning = 1;
+    session.stopRequested = 0;
     const double start = nowMs();
     runMapping();
     const double elapsed = nowMs() - start;
-    processRunning = 0;
+    session.processRunning = 0;
     done = true;
     operatorSaysYes.join();
     return elapsed;
@@ -186,13 +186,13 @@ double benchPoints() {
     constexpr Meter meters[] = {
         {"none", kindNiDaq, 1}, {"board", kindArduino, 1}, {"board, 10 readings", kindArduino, 10}};
     constexpr double travel = 2.0 / (motorSpeed * umPerFullStep) * 1000.0;
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     for (const Meter& meter : meters) {
         instrumentLink.ammeterKind = meter.kind;
         const double reading = medianMs(51, [] { readPhotocurrent(); }) * meter.readings;
         double points[2] = {};
         for (const bool early : {false, true}) {
-            scanOptions = {.looksEarly = early, .readingsPerPoint = meter.readings};
+            scanSettings.options = {.looksEarly = early, .readingsPerPoint = meter.readings};
             const double few = mappingMs(10);
             const double many = mappingMs(210);
             // The way home is as much longer as the row is.
@@ -208,7 +208,7 @@ double benchPoints() {
         std::printf("map point, %s: early looks give %.2f times the points a minute\n", meter.name,
                     points[false] / points[true]);
     }
-    scanOptions = {};
+    scanSettings.options = {};
     instrumentLink.ammeterKind = kindArduino;
     return fastest;
 }
@@ -227,13 +227,13 @@ void setCallMs(int ms) {
 
 // A point of an instrument that answers at once, through controllers on USB and on the network.
 void benchStageCalls() {
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     instrumentLink.ammeterKind = kindNiDaq;
     for (const int callMs : {0, 5}) {
         setCallMs(callMs);
         const double call = medianMs(51, [] { readRestingPosition(stageY); });
         for (const bool early : {false, true}) {
-            scanOptions = {.looksEarly = early};
+            scanSettings.options = {.looksEarly = early};
             const double few = mappingMs(10);
             const double many = mappingMs(210);
             std::printf("map point, %s, %.1f ms a call to the stage: %.2f ms\n",
@@ -241,7 +241,7 @@ void benchStageCalls() {
         }
     }
     setCallMs(0);
-    scanOptions = {};
+    scanSettings.options = {};
     instrumentLink.ammeterKind = kindArduino;
 }
 
@@ -281,11 +281,11 @@ void benchLargeMap() {
         for (size_t row = 0; row < side; ++row)
             map[column][row] = static_cast<float>((column * 37 + row * 91) % 1013) / 1013.0f;
     showMapWindow(channelPhotocurrent);
-    paintPending(mapWindow);
-    const double draw = medianMs(11, [] { drawMap(mapWindow, channelPhotocurrent); });
+    paintPending(windows.map);
+    const double draw = medianMs(11, [] { drawMap(windows.map, channelPhotocurrent); });
     const std::vector<uint32_t> pixels(size_t{side} * side, 0x808080);
     const double copy = medianMs(11, [&] {
-        const WindowContext view(mapWindow);
+        const WindowContext view(windows.map);
         putPixels(view.context, 0, 0, side, side, pixels.data());
     });
     ensureSessionFolder(dataFolders);
@@ -308,27 +308,28 @@ void benchLargeMap() {
 // scan that then runs.
 void benchScan(bool confocal) {
     constexpr int columns = 60, rows = 40, points = columns * rows;
-    scanOptions = {};
-    confocalEnabled = confocal ? 1 : 0;
+    scanSettings.options = {};
+    scanSettings.confocalEnabled = confocal ? 1 : 0;
     const double whole = mappingMs(columns, rows);
     const Map& map = scanMap.maps[planePhotocurrent];
     const double travel = 2.0 / (motorSpeed * umPerFullStep) * 1000.0;
     const double reading = medianMs(51, [] { readPhotocurrent(); });
     const double frame = medianMs(51, [] {
         grabFrames(cameraState, 1);
-        showSpotColour(sampleSpotColour(laserOffset, cameraAperture));
+        showSpotColour(sampleSpotColour(cameraState.laserOffset, cameraState.cameraAperture));
     });
     const double rowDrawn = medianMs(51, [&] {
-        drawMapRow(mapWindow, map, 5);
-        if (confocalEnabled) drawConfocalRow(confocalWindow, 5);
+        drawMapRow(windows.map, map, 5);
+        if (scanSettings.confocalEnabled) drawConfocalRow(windows.confocal, 5);
     });
     const double saving = medianMs(1, [&] {
         const std::wstring path = dataFolders.sessionFolder + L"\\again.txt";
-        for (int plane = 0; plane < (confocalEnabled ? 4 : 1); ++plane) writeMapFile(path, map);
+        for (int plane = 0; plane < (scanSettings.confocalEnabled ? 4 : 1); ++plane)
+            writeMapFile(path, map);
         saveMapDocument(scanMap, {});
-        saveMapImage(mapWindow, channelPhotocurrent, "KST");
-        for (int image = 0; confocalEnabled && image < 4; ++image)
-            saveMapImage(confocalWindow, channelConfocal, "CONFOCAL");
+        saveMapImage(windows.map, channelPhotocurrent, "KST");
+        for (int image = 0; scanSettings.confocalEnabled && image < 4; ++image)
+            saveMapImage(windows.confocal, channelConfocal, "CONFOCAL");
         removeFile(path);
     });
     beginScanJournal();

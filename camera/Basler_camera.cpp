@@ -8,9 +8,6 @@
 #include <cstdio>
 #include <initializer_list>
 
-int32_t lastAutoGain = 0;
-int32_t lastAutoExposureMs = 0;
-
 namespace {
 
 constexpr double targetBrightness = 0.3;     // of full scale
@@ -53,7 +50,7 @@ void tellInitialGain(const CBaslerUniversalInstantCamera& camera, const char* mo
 void prepareGain(CBaslerUniversalInstantCamera& camera) {
     if (secondGeneration(camera)) {
         camera.AutoTargetBrightness.SetValue(targetBrightness);
-        lastAutoGain = truncated(camera.Gain.GetValue());
+        cameraState.lastAutoGain = truncated(camera.Gain.GetValue());
     } else {
         camera.AutoTargetValue.SetValue(targetValueOlder);
         tellInitialGain(camera, "Continuous");
@@ -63,7 +60,7 @@ void prepareGain(CBaslerUniversalInstantCamera& camera) {
 void prepareExposure(CBaslerUniversalInstantCamera& camera) {
     if (secondGeneration(camera)) {
         camera.AutoTargetBrightness.SetValue(targetBrightness);
-        lastAutoExposureMs = truncated(camera.ExposureTime.GetValue() / 1000.0);
+        cameraState.lastAutoExposureMs = truncated(camera.ExposureTime.GetValue() / 1000.0);
     } else {
         camera.AutoTargetValue.SetValue(targetValueOlder);
         std::printf("ExposureAuto 'GainAuto = Continuous'.\n"); // this wording is wanted

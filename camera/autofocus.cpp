@@ -20,8 +20,6 @@
 #include <cstdio>
 #include <vector>
 
-FocusState focusState;
-
 namespace {
 
 struct SweepLevel {
@@ -118,7 +116,7 @@ enum class SweepEnd { Finished, Stopped, Failed };
 
 // Whether the search goes on behind a move of Z: what ends at a limit has been as far as can be.
 bool goesOn(FocusState& state, bool moved) {
-    if (moved || stageZ.missed == Miss::LimitSwitch || stopRequested) return true;
+    if (moved || stageZ.missed == Miss::LimitSwitch || session.stopRequested) return true;
     state.trouble = missedText(stageZ);
     return false;
 }
@@ -140,7 +138,7 @@ SweepEnd stepDown(FocusState& state, const SweepLevel& sweep, double startUm, Fo
                    static_cast<double>(sweep.cutOff));
         showInformation(state.text);
         refreshPositions();
-        if (stopRequested) return SweepEnd::Stopped;
+        if (session.stopRequested) return SweepEnd::Stopped;
         showInformation(formatted("z=%.0f, Fmax=%.3f", curve.positionUm[curve.peak],
                                   static_cast<double>(curve.highest))
                             .c_str());
@@ -161,13 +159,13 @@ SweepEnd goToStart(FocusState& state, const SweepLevel& sweep, double& startUm) 
     startUm = stageZ.positionUm;
     refreshPositions();
     waitResponsive(10);
-    if (waitResponsive(100) == waitStopped || stopRequested) return SweepEnd::Stopped;
+    if (waitResponsive(100) == waitStopped || session.stopRequested) return SweepEnd::Stopped;
     const double topUm = stageZ.positionUm + static_cast<double>(sweep.startOffsetUm);
     if (!goesOn(state, moveTo(stageZ, topUm))) return SweepEnd::Failed;
-    if (stopRequested || waitResponsive(100) == waitStopped) return SweepEnd::Stopped;
+    if (session.stopRequested || waitResponsive(100) == waitStopped) return SweepEnd::Stopped;
     refreshPositions();
     intervalElapsed(true, 0);
-    return stopRequested ? SweepEnd::Stopped : SweepEnd::Finished;
+    return session.stopRequested ? SweepEnd::Stopped : SweepEnd::Finished;
 }
 
 void goToPeak(FocusState& state, const FocusCurve& curve) {
@@ -195,10 +193,10 @@ void switchLightsOff() {
 } // namespace
 
 float focusFactor(FocusState& state) {
-    state.blueCentre = state.redCentre = state.greenCentre = laserOffset;
+    state.blueCentre = state.redCentre = state.greenCentre = cameraState.laserOffset;
     state.pixelCount = static_cast<int32_t>(side * side);
     ChannelSums sums;
-    if (cameraImage.pixels) sums = weightedSums(cameraImage.pixels.get(), laserOffset);
+    if (cameraImage.pixels) sums = weightedSums(cameraImage.pixels.get(), cameraState.laserOffset);
     const auto mean = [&](double sum) { return static_cast<float>(sum / state.pixelCount); };
     state.blueMean = mean(sums.blue);
     state.redMean = mean(sums.red);
@@ -240,7 +238,8 @@ int focusSweep(FocusState& state) {
             goToPeak(state, curve);
     }
     grabAndDraw();
-    drawCircleMark(mainWindow, laserOffset.x, imageHeight - laserOffset.y, 5, markRed);
+    drawCircleMark(windows.main, cameraState.laserOffset.x, imageHeight - cameraState.laserOffset.y,
+                   5, markRed);
     refreshPositions();
     state.level = static_cast<int32_t>(focusLevel(state));
     if (state.level <= level || !state.trouble.empty()) state.found = 0;
@@ -250,7 +249,7 @@ int focusSweep(FocusState& state) {
 int autoFocus(FocusState& state) {
     const bool wasLive = liveViewIsOn();
     const bool wasIlluminated = illuminationIsOn();
-    stopRequested = 0;
+    session.stopRequested = 0;
     switchLightsOff();
     for (int i = 0; i < 2; ++i) {
         waitResponsive(100);
@@ -261,7 +260,7 @@ int autoFocus(FocusState& state) {
     bool again = true;
     while (again) {
         again = focusSweep(state) && state.level < highestLevel;
-        if (!stopRequested) continue;
+        if (!session.stopRequested) continue;
         std::snprintf(state.text, sizeof state.text, "Focusing aborted");
         state.lastWords = state.text;
         showInformation(state.text);

@@ -18,8 +18,6 @@ struct FocusState {
     float blueMean = 0.0f, redMean = 0.0f, greenMean = 0.0f;
 };
 
-extern FocusState focusState;
-
 // How sharp the laser spot is in the present picture: the mean brightness of 200 x 200 pixels
 // around it, each weighted by the inverse square of its distance, over all three channels. Shows
 // it.

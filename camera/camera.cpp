@@ -15,7 +15,6 @@
 #include <exception>
 
 CameraState cameraState;
-int32_t cameraAperture = 5;
 
 namespace {
 

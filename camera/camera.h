@@ -29,16 +29,16 @@ struct CameraState {
     int32_t runtimeStarts = 0; // SDK starts that releaseCamera must end
     uint64_t searchedMs = 0;   // tick count at the end of the last search
     uint64_t searchTookMs = 0;
+
+    // Half the side, in display pixels, of the square whose mean colour is taken at the laser spot.
+    int32_t cameraAperture = 5;
+    // What the continuous routines last read: gain in whole units, exposure in whole milliseconds.
+    int32_t lastAutoGain = 0, lastAutoExposureMs = 0;
+    int32_t blueOnly = 0;     // the picture shows its blue alone
+    PicturePoint laserOffset; // where the laser spot lies on the picture; kept between runs
 };
 
 extern CameraState cameraState;
-
-// Half the side, in display pixels, of the square whose mean colour is taken at the laser spot.
-extern int32_t cameraAperture;
-
-// What the continuous routines last read: gain in whole units, exposure in whole milliseconds.
-extern int32_t lastAutoGain;
-extern int32_t lastAutoExposureMs;
 
 // Connects to the first camera found. Returns 1, or 0 when there is none.
 int initCamera(CameraState& state);

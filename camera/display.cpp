@@ -12,11 +12,7 @@
 #include "session/document.h"
 #include "session/responsive_wait.h"
 
-int32_t cameraImageCounter = 0;
-int32_t windowImageCounter = 0;
-int32_t wideView = 0;
-int32_t wideFactor = 1;
-PictureRectangle drawnRectangle;
+Display display;
 
 namespace {
 
@@ -27,7 +23,7 @@ constexpr int windowImageTries = 20;
 
 // On the camera's own picture, where a wide view shows its surroundings too.
 void outlineDrawnRectangle(ContextHandle picture) {
-    const PictureRectangle& drawn = drawnRectangle;
+    const PictureRectangle& drawn = display.drawnRectangle;
     const auto x = [&](int32_t at) {
         return (at - imageWidth / 2) * drawn.viewScale + imageWidth / 2;
     };
@@ -49,7 +45,7 @@ bool saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* l
 void savePicture(MemoryBitmap& memory) {
     outlineDrawnRectangle(memory.context);
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
-    saveNumbered(dataFolders, memory.bitmap, "camera", cameraImageCounter);
+    saveNumbered(dataFolders, memory.bitmap, "camera", display.cameraImageCounter);
     memory.select();
 }
 
@@ -88,14 +84,15 @@ bool makeCameraPicture(ContextHandle like, const uint8_t* pixels, MemoryBitmap& 
 }
 
 int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
-    WindowContext window(mainWindow);
+    WindowContext window(windows.main);
     if (!window.context || !pixels) return 0;
     MemoryBitmap memory;
     if (!makeCameraPicture(window.context, pixels, memory)) return 0;
     if (!memory.select()) return 0;
     drawScaleBar(memory.context, imageWidth, imageHeight);
-    drawApertureMark(memory.context, laserOffset.x,
-                     truncated(static_cast<double>(imageHeight) - laserOffset.y), cameraAperture);
+    drawApertureMark(memory.context, cameraState.laserOffset.x,
+                     truncated(static_cast<double>(imageHeight) - cameraState.laserOffset.y),
+                     cameraState.cameraAperture);
     if (save) savePicture(memory);
     for (int failures = 0; !copyArea(window.context, imageWidth, imageHeight, memory.context);) {
         showCopyFailure(failures);
@@ -139,7 +136,7 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 
 bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
     ensureSessionFolder(folders);
-    return saveNumbered(folders, bitmap, label, windowImageCounter);
+    return saveNumbered(folders, bitmap, label, display.windowImageCounter);
 }
 
 void drawScaleBar(ContextHandle context, int width, int height) {
@@ -148,7 +145,7 @@ void drawScaleBar(ContextHandle context, int width, int height) {
     const int x0 = width - 150;
     const int y0 = height - 100;
     drawFilledRectangle(context, x0, y0, x0 + width * 10 / 180, y0 + 5, black, yellow);
-    const std::string label = formatted("%d um", wideView ? 30 : 10);
+    const std::string label = formatted("%d um", display.wideView ? 30 : 10);
     // Outlined in black, so that it reads on any picture.
     drawText(context, x0 + 1, y0 + 5, label.c_str(), black, true);
     drawText(context, x0 - 1, y0 + 5, label.c_str(), black, true);

@@ -7,18 +7,20 @@
 
 #include <cstdint>
 
-extern int32_t cameraImageCounter; // numbers the saved camera pictures of this run
-extern int32_t windowImageCounter; // numbers the saved window images, whatever their label
-
-extern int32_t wideView;   // 1 while the window shows a wide view
-extern int32_t wideFactor; // picture scale of the wide view, 3 once there was one
-
 // The rectangle that the operator drew last, in window pixels; part of a saved camera picture.
 struct PictureRectangle {
     int32_t x1 = 0, y1 = 0, x2 = 0, y2 = 0;
     int32_t viewScale = 1; // of the view that it was drawn on: 1, or 3 for the wide view
 };
-extern PictureRectangle drawnRectangle;
+
+struct Display {
+    int32_t cameraImageCounter = 0; // numbers the saved camera pictures of this run
+    int32_t windowImageCounter = 0; // numbers the saved window images, whatever their label
+    int32_t wideView = 0;           // 1 while the window shows a wide view
+    int32_t wideFactor = 1;         // picture scale of the wide view, 3 once there was one
+    PictureRectangle drawnRectangle;
+};
+extern Display display;
 
 constexpr Colour markRed = colourRgb(255, 0, 0);
 constexpr Colour markGreen = colourRgb(0, 255, 0);

@@ -17,8 +17,6 @@
 
 #include <algorithm>
 
-void (*onLiveViewStart)() = [] {};
-void (*onFreshFrame)() = [] {};
 LiveViewState liveViewState;
 
 namespace {
@@ -53,7 +51,7 @@ void switchEverythingOff() {
 }
 
 void showSpot() {
-    const Colour colour = sampleSpotColour(laserOffset, cameraAperture);
+    const Colour colour = sampleSpotColour(cameraState.laserOffset, cameraState.cameraAperture);
     showSpotColour(colour);
     const double mean = (redOf(colour) + greenOf(colour) + blueOf(colour)) / 3.0;
     setField(Field::MeasuredValue, formatted("%.3f", mean).c_str());
@@ -76,11 +74,11 @@ void grabAndDraw() {
     grabFrames(cameraState, 1);
     drawCameraFrame(cameraImage.pixels.get(), 0);
     ++liveViewState.framesShown;
-    onFreshFrame();
+    liveViewState.onFreshFrame();
 }
 
 void leaveStaleWideView() {
-    if (wideView && !processUnderWay() && wideViewIsElsewhere()) grabAndDraw();
+    if (display.wideView && !processUnderWay() && wideViewIsElsewhere()) grabAndDraw();
 }
 
 void switchLiveView(LiveView to) {
@@ -91,13 +89,13 @@ void switchLiveView(LiveView to) {
     if (to == LiveView::On) {
         leaveWideView();
         if (searchIsDue()) connectCamera();
-        onLiveViewStart();
+        liveViewState.onStart();
         liveViewTimerOn();
         return;
     }
     liveViewTimerOff();
     if (to != LiveView::FreshFrame) return;
-    if (wideView)
+    if (display.wideView)
         drawWideView();
     else
         grabAndDraw();
@@ -117,7 +115,7 @@ void liveViewTick() {
         switchEverythingOff();
         return;
     }
-    if (processRunning || wideView) return;
+    if (session.processRunning || display.wideView) return;
     grabAndDraw();
     // One that connects and then gives no frame has cost as much as one that is not there.
     if (searched && !cameraState.connected) rememberSearch(beganMs);

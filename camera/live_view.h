@@ -3,18 +3,15 @@
 
 #include <cstdint>
 
-// Called when the live view goes on: the scan's geometry belongs to the view. Set at start-up.
-extern void (*onLiveViewStart)();
-
-// Called when a fresh frame is on the main window; does nothing unless who shows frames too sets
-// it.
-extern void (*onFreshFrame)();
-
 struct LiveViewState {
     int idleTicks = 0;
     bool wasOn = false;        // before it was last switched
     uint64_t framesShown = 0;  // fresh ones; what was drawn over an earlier one is gone
     bool noticeStands = false; // in the information text, until the operator does something
+    // When the live view goes on: the scan's geometry belongs to the view. Set at start-up.
+    void (*onStart)() = [] {};
+    // When a fresh frame is on the main window; set by whoever shows frames too.
+    void (*onFreshFrame)() = [] {};
 };
 extern LiveViewState liveViewState;
 

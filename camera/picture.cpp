@@ -1,14 +1,12 @@
 // Converts raw frames: the work of every frame, so it takes sixteen cells at a time where
 // the processor can.
 #include "camera/picture.h"
+#include "camera/camera.h"
 
 #include <algorithm>
 #include <immintrin.h>
 #include <new>
 
-int32_t imageWidth = 1232;
-int32_t imageHeight = 1028;
-int32_t blueOnly = 0;
 CameraImage cameraImage;
 
 CameraImage::CameraImage()
@@ -26,7 +24,7 @@ struct Cell {
 };
 
 Cell cellAt(const uint8_t* raw, int32_t index, int32_t width) {
-    if (blueOnly) return {0, 0, 0, raw[index + width + 1]};
+    if (cameraState.blueOnly) return {0, 0, 0, raw[index + width + 1]};
     return {raw[index], raw[index + width], raw[index + 1], raw[index + width + 1]};
 }
 
@@ -97,7 +95,8 @@ void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* ou
         if (canConvertAtOnce()) {
             const int32_t unclamped = std::clamp((lastSource - rowSource) / 2, 0, width / 2);
             converted = unclamped / cellsAtOnce * cellsAtOnce;
-            convertAtOnce(raw + rowSource, out + rowTarget, width, converted, blueOnly != 0);
+            convertAtOnce(raw + rowSource, out + rowTarget, width, converted,
+                          cameraState.blueOnly != 0);
         }
         for (int32_t x = 2 * converted; x < width; x += 2) {
             const int32_t source = std::min(rowSource + x, lastSource);

@@ -7,8 +7,8 @@
 #include <vector>
 
 // Display picture size in pixels: half the sensor's 2464 x 2056 in each direction.
-extern int32_t imageWidth;  // 1232
-extern int32_t imageHeight; // 1028
+constexpr int32_t imageWidth = 1232;
+constexpr int32_t imageHeight = 1028;
 constexpr size_t displayPixelCount = 1232 * 1028;
 
 // Field of view: 180 um of the sample over the picture's 1232 pixels.
@@ -37,9 +37,6 @@ extern CameraImage cameraImage;
 // True when there was no memory for a block: then there is no picture, and all else works.
 bool pictureMemoryMissing();
 
-// While set, the conversion keeps only the blue channel.
-extern int32_t blueOnly;
-
 // Makes one display pixel of every 2 x 2 cell (red, green / green, blue) of a raw frame of `width`
 // x `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they
 // are.
@@ -55,3 +52,8 @@ std::vector<uint32_t> smallPicture(const CameraImage& image);
 uint32_t pixelRed(const CameraImage& image, int32_t x, int32_t y);
 uint32_t pixelGreen(const CameraImage& image, int32_t x, int32_t y);
 uint32_t pixelBlue(const CameraImage& image, int32_t x, int32_t y);
+
+struct PicturePoint {
+    int32_t x = 0; // display column
+    int32_t y = 0; // display row, counted from the bottom
+};

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 
-PicturePoint laserOffset;
-
 Colour sampleSpotColour(PicturePoint spot, int32_t r) {
     const int64_t left = std::max<int64_t>(int64_t{spot.x} - r, 0);
     const int64_t right = std::min<int64_t>(int64_t{spot.x} + r, imageWidth);

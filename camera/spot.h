@@ -6,14 +6,6 @@
 
 #include <cstdint>
 
-struct PicturePoint {
-    int32_t x = 0; // display column
-    int32_t y = 0; // display row, counted from the bottom
-};
-
-// Where the laser spot lies on the picture; kept between runs.
-extern PicturePoint laserOffset;
-
 // Mean colour of the half-open square of half side `r` around the spot, each channel truncated.
 // Black when no pixel of the square lies in the picture.
 Colour sampleSpotColour(PicturePoint spot, int32_t r);

@@ -19,7 +19,15 @@ constexpr double columnStepUm = 180.0; // the field's width
 constexpr double rowStepUm = 150.0;    // about its height
 constexpr Colour unseen = 0;
 
-MemoryBitmap mosaic;
+struct Centre {
+    double x = 0.0, y = 0.0; // um
+};
+
+// The last wide view, and from where it was taken.
+struct {
+    MemoryBitmap mosaic;
+    Centre seenFrom;
+} last;
 
 // From the edge of one tile to that of the next, so that tiles meet also where the picture's size
 // is no multiple of their number.
@@ -38,17 +46,11 @@ bool shrinkIntoTile(ContextHandle target, const MemoryBitmap& picture, int colum
 }
 
 void clearMosaic() {
-    const WindowContext window(mainWindow);
-    mosaic.make(window.context, imageWidth, imageHeight);
-    for (const ContextHandle target : {mosaic.context, window.context})
+    const WindowContext window(windows.main);
+    last.mosaic.make(window.context, imageWidth, imageHeight);
+    for (const ContextHandle target : {last.mosaic.context, window.context})
         if (target) fillArea(target, imageWidth, imageHeight, unseen);
 }
-
-struct Centre {
-    double x = 0.0, y = 0.0; // um
-};
-
-Centre seenFrom; // the mosaic's
 
 std::string notBack() {
     std::string text = "The stage did not come back to the wide view's centre";
@@ -68,11 +70,12 @@ bool takeField(Centre centre, int column, int row, bool settle) {
     grabFrames(cameraState, 1);
     // A camera without a fresh frame would show another field's again.
     if (there && (cameraState.fresh || !cameraState.connected))
-        drawWideTile(mainWindow, cameraImage.pixels.get(), column + 1, 1 - row, wideFactor);
+        drawWideTile(windows.main, cameraImage.pixels.get(), column + 1, 1 - row,
+                     display.wideFactor);
     if (!there) showProgress("Motor range limited");
     refreshPositions();
     waitResponsive(1);
-    return !stopRequested;
+    return !session.stopRequested;
 }
 
 void takeFields(Centre centre) {
@@ -93,7 +96,7 @@ int drawWideTile(WindowHandle window, const uint8_t* pixels, int column, int row
     if (!target.context || !pixels || !makeCameraPicture(target.context, pixels, picture) ||
         !picture.select())
         return 0;
-    shrinkIntoTile(mosaic.context, picture, column, row, factor);
+    shrinkIntoTile(last.mosaic.context, picture, column, row, factor);
     return shrinkIntoTile(target.context, picture, column, row, factor) ? 1 : 0;
 }
 
@@ -101,19 +104,19 @@ Outcome imageWideView() {
     const Centre centre{stageX.positionUm, stageY.positionUm};
     Outcome outcome{.lastWords = "Wide view imaging"};
     showInformation(outcome.lastWords.c_str());
-    stopRequested = 0;
+    session.stopRequested = 0;
     const RunningProcess running;
-    wideView = 1; // the scan area stays what it was on the view that it was drawn on
-    wideFactor = tilesAcross;
+    display.wideView = 1; // the scan area stays what it was on the view that it was drawn on
+    display.wideFactor = tilesAcross;
     clearMosaic();
-    seenFrom = centre;
+    last.seenFrom = centre;
     goToField(centre, -1, -1);
     waitResponsive(200);
     // Nine fields in one light: a bright one must not darken its neighbours.
     const bool held = holdAutomatic(cameraState);
-    if (!stopRequested) takeFields(centre);
+    if (!session.stopRequested) takeFields(centre);
     if (held) resumeAutomatic(cameraState);
-    wideView = 1; // a key that moved the stage meanwhile has shown the camera's picture
+    display.wideView = 1; // a key that moved the stage meanwhile has shown the camera's picture
     drawWideView();
     const bool back = moveXYTo(centre.x, centre.y, motorSpeed);
     refreshPositions();
@@ -130,22 +133,22 @@ int wideViewImaging() {
 }
 
 void drawWideView() {
-    const WindowContext window(mainWindow);
-    if (!window.context || !mosaic.context) return;
-    copyArea(window.context, imageWidth, imageHeight, mosaic.context);
+    const WindowContext window(windows.main);
+    if (!window.context || !last.mosaic.context) return;
+    copyArea(window.context, imageWidth, imageHeight, last.mosaic.context);
     drawScaleBar(window.context, imageWidth, imageHeight);
 }
 
 bool wideViewIsElsewhere() {
     constexpr double umPerPixel = 180.0 / 1232.0 * tilesAcross; // less than one is not seen
-    return std::fabs(stageX.positionUm - seenFrom.x) > umPerPixel ||
-           std::fabs(stageY.positionUm - seenFrom.y) > umPerPixel;
+    return std::fabs(stageX.positionUm - last.seenFrom.x) > umPerPixel ||
+           std::fabs(stageY.positionUm - last.seenFrom.y) > umPerPixel;
 }
 
 void leaveWideView() {
-    wideView = 0;
+    display.wideView = 0;
 }
 
 void releaseWideView() {
-    mosaic.release();
+    last.mosaic.release();
 }

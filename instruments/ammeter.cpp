@@ -23,7 +23,7 @@ void putOnAndTell(double volts, double limit) {
 }
 
 void show(const Notice& notice) {
-    showMessageBox(mainWindow, notice.text, notice.caption, BoxButtons::Ok);
+    showMessageBox(windows.main, notice.text, notice.caption, BoxButtons::Ok);
 }
 
 } // namespace

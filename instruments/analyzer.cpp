@@ -30,9 +30,11 @@ Kxci loadKxci() {
 
 namespace {
 
-Kxci kxci;
-bool networkOpen = false;
-float limitAccepted = 0.0f; // A, by the open one; 0 none yet
+struct {
+    Kxci kxci;
+    bool networkOpen = false;
+    float limitAccepted = 0.0f; // A, by the open one; 0 none yet
+} link;
 
 constexpr const char* deviceName = "Parameter analyzer";
 
@@ -45,34 +47,34 @@ void sendOverNetwork(const char* command, char (&reply)[analyzerReplySize]) {
     static char whole[networkReplySize];
     std::memset(whole, 0, sizeof whole);
     int status = kxciConnected; // the reply alone counts
-    kxci.SendKXCICommand_C(command, whole, &status);
+    link.kxci.SendKXCICommand_C(command, whole, &status);
     if (whole[0] == '\0')
         printRefusal(deviceName, formatted("no reply to %s (status %d)", command, status));
     std::memcpy(reply, whole, replyCount);
 }
 
 void closeNetwork() {
-    if (networkOpen) kxci.CloseKXCIConnection_C();
-    networkOpen = false;
+    if (link.networkOpen) link.kxci.CloseKXCIConnection_C();
+    link.networkOpen = false;
 }
 
 } // namespace
 
 int paOpen(int mode, int gpibAddress, int octet1, int octet2, int octet3, int octet4, int port) {
-    limitAccepted = 0.0f;
+    link.limitAccepted = 0.0f;
     const int octets[] = {octet1, octet2, octet3, octet4};
     for (int i = 0; i < 4; ++i) instrumentLink.ipAddress[i] = octets[i];
     if (mode == analyzerGpib) {
         if (!gpibOpenDevice(gpibAddress)) return 0;
     } else {
         closeNetwork();
-        kxci = loadKxci();
+        link.kxci = loadKxci();
         const std::string address = formatted("%d.%d.%d.%d", octet1, octet2, octet3, octet4);
         reportSearch(deviceName, formatted("KXCI at %s port %d", address.c_str(), port));
         int status = kxciConnected;
-        kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
-        networkOpen = status == kxciConnected;
-        if (!networkOpen) {
+        link.kxci.OpenKXCIConnection_C(address.c_str(), port, &status);
+        link.networkOpen = status == kxciConnected;
+        if (!link.networkOpen) {
             printRefusal(deviceName, formatted("no connection to %s port %d (status %d)",
                                                address.c_str(), port, status));
             return 0;
@@ -119,7 +121,7 @@ std::string refusalByAnalyzer(float voltage, float limit, const std::string& rep
 
 SourceAnswer paApplyBias(int mode, float voltage, float limit) {
     if (voltage == 0.0f)
-        limit = limitAccepted > 0.0f ? limitAccepted : std::min(limit, largestLimit);
+        limit = link.limitAccepted > 0.0f ? link.limitAccepted : std::min(limit, largestLimit);
     const std::string command = formatted("DV1, 1, %f, ", static_cast<double>(voltage)) +
                                 limitText(static_cast<double>(limit));
     showInformation(command.c_str());
@@ -128,7 +130,7 @@ SourceAnswer paApplyBias(int mode, float voltage, float limit) {
     answer.heard = paSendCommand(mode, command.c_str(), reply) && reply[0] != '\0';
     reply[replyCount] = '\0';
     answer.refusal = refusalByAnalyzer(voltage, limit, reply);
-    if (answer.accepted()) limitAccepted = limit;
+    if (answer.accepted()) link.limitAccepted = limit;
     if (!answer.refusal.empty()) printRefusal(deviceName, "refused: " + answer.refusal);
     return answer;
 }

@@ -35,11 +35,13 @@ Ni488 loadNi488() {
 
 namespace {
 
-Ni488 ni488;
-
 constexpr const char* deviceName = "GPIB instrument";
 
-bool sourcemeterAnswered = false; // since it was opened
+struct {
+    Ni488 ni488;
+    bool sourcemeterAnswered = false; // since it was opened
+    float sourcemeterLimit = 0.0f;    // A; as last set up
+} bus;
 
 constexpr size_t replyCount = 100;    // bytes asked for in every read
 constexpr size_t commandWithZero = 4; // "REN" and "F3X" go out with their terminating zero
@@ -86,13 +88,13 @@ constexpr ErrorName errorNames[] = {
 
 // True when the call that has just returned went well; otherwise it is reported under `label`.
 bool callSucceeded(const char* label) {
-    if (!(ni488.ThreadIbsta() & gpibErrorBit)) return true;
+    if (!(bus.ni488.ThreadIbsta() & gpibErrorBit)) return true;
     gpibReportError(label);
     return false;
 }
 
 bool writeBytes(const char* command, size_t count) {
-    ni488.ibwrt(instrumentLink.gpibDevice, command, count);
+    bus.ni488.ibwrt(instrumentLink.gpibDevice, command, count);
     return callSucceeded("ibwrt Error");
 }
 
@@ -121,17 +123,17 @@ void printErrorCode(unsigned long code) {
 
 void gpibReportError(const char* label) {
     std::printf("%s\n", label);
-    printStatusBits(ni488.ThreadIbsta());
-    printErrorCode(ni488.ThreadIberr());
-    std::printf("Ibcnt() = %lu\n", ni488.ThreadIbcnt());
+    printStatusBits(bus.ni488.ThreadIbsta());
+    printErrorCode(bus.ni488.ThreadIberr());
+    std::printf("Ibcnt() = %lu\n", bus.ni488.ThreadIbcnt());
     std::printf("\n");
-    noteRefusal(deviceName, label + (": status" + namesIn(ni488.ThreadIbsta())) + ", error" +
-                                nameOf(ni488.ThreadIberr()));
+    noteRefusal(deviceName, label + (": status" + namesIn(bus.ni488.ThreadIbsta())) + ", error" +
+                                nameOf(bus.ni488.ThreadIberr()));
     gpibTakeOffline();
 }
 
 void gpibTakeOffline() {
-    ni488.ibonl(instrumentLink.gpibDevice, 0);
+    bus.ni488.ibonl(instrumentLink.gpibDevice, 0);
 }
 
 namespace {
@@ -139,11 +141,11 @@ namespace {
 bool openAndClear(int address) {
     reportSearch(deviceName, formatted("board %d, address %d", instrumentLink.gpibBoard, address));
     forgetRefusal(deviceName);
-    ni488 = loadNi488();
+    bus.ni488 = loadNi488();
     instrumentLink.gpibDevice =
-        ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
+        bus.ni488.ibdev(instrumentLink.gpibBoard, address, 0, gpibTimeout10s, 1, 0);
     if (!callSucceeded("ibdev Error")) return false;
-    ni488.ibclr(instrumentLink.gpibDevice);
+    bus.ni488.ibclr(instrumentLink.gpibDevice);
     if (!callSucceeded("ibclr Error")) return false;
     reportAnswer(deviceName, "cleared");
     return true;
@@ -170,7 +172,7 @@ bool gpibMultimeterOpen(int address) {
 }
 
 bool gpibSourcemeterOpen(int address) {
-    sourcemeterAnswered = false;
+    bus.sourcemeterAnswered = false;
     return gpibOpenDevice(address);
 }
 
@@ -181,15 +183,15 @@ bool gpibWrite(const char* command) {
 }
 
 bool gpibRead(char* reply, size_t count) {
-    ni488.ibrd(instrumentLink.gpibDevice, reply, count);
+    bus.ni488.ibrd(instrumentLink.gpibDevice, reply, count);
     return callSucceeded("ibrd Error");
 }
 
 Reading gpibMultimeterRead() {
     char reply[replyCount + 1] = {};
     // Nothing is written before: the meter runs freely and answers with its last value.
-    ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
-    unsigned long count = ni488.ThreadIbcnt();
+    bus.ni488.ibrd(instrumentLink.gpibDevice, reply, replyCount);
+    unsigned long count = bus.ni488.ThreadIbcnt();
     const bool read = callSucceeded("ibrd Error");
     if (!read) count = std::min<unsigned long>(count, replyCount); // or an error number
     if (count > replyCount) endProgram("more bytes in a GPIB reply than asked for");
@@ -205,14 +207,12 @@ Reading gpibMultimeterRead() {
 
 namespace {
 
-float sourcemeterLimit = 0.0f; // A; as last set up
-
 Reading ask(const char* query) {
     const bool asked = gpibWrite(query);
     char reply[replyCount] = {};
     const bool read = gpibRead(reply, replyCount);
-    if (read && !sourcemeterAnswered) {
-        sourcemeterAnswered = true;
+    if (read && !bus.sourcemeterAnswered) {
+        bus.sourcemeterAnswered = true;
         const size_t length = std::min(std::string_view(reply, replyCount).find('\n'), replyCount);
         std::printf("GPIB sourcemeter: first reading %.*s\n", static_cast<int>(length), reply);
         reportAnswer(deviceName, "first reading " + std::string(reply, length));
@@ -228,7 +228,7 @@ Reading ask(const char* query) {
 
 Reading gpibSourcemeterRead() {
     Reading reading = ask(":READ?");
-    reading.limited = reading.answered && isAtLimit(reading, sourcemeterLimit);
+    reading.limited = reading.answered && isAtLimit(reading, bus.sourcemeterLimit);
     return reading;
 }
 
@@ -255,7 +255,7 @@ std::string refusalBySourcemeter(float voltage, float limit) {
 } // namespace
 
 SourceAnswer gpibSourcemeterSetUp(float voltage, float limit) {
-    sourcemeterLimit = limit;
+    bus.sourcemeterLimit = limit;
     const std::string lines[] = {
         ":SOUR:VOLT:RANG 1",
         formatted(":SOUR:VOLT %f", static_cast<double>(voltage)),
@@ -273,6 +273,6 @@ SourceAnswer gpibSourcemeterSetUp(float voltage, float limit) {
 
 void gpibSourcemeterOff() {
     gpibWrite(":OUTP OFF");
-    ni488.ibonl(instrumentLink.gpibDevice, 0);
+    bus.ni488.ibonl(instrumentLink.gpibDevice, 0);
     callSucceeded("ibonl Error");
 }

@@ -12,6 +12,9 @@
 // Laser intensity in microamperes per volt of drive level.
 constexpr double laserScaleFactor = 4.0;
 
+// The drive level that is sent when the laser is switched on, V.
+constexpr double defaultLaserLevel = 4.0;
+
 struct LaserLink {
     PortHandle portHandle = nullptr;
     uint32_t bytesMoved = 0;     // by the last read or write
@@ -28,9 +31,10 @@ struct LaserLink {
     int32_t comPort = 10;
     bool replied = false;       // the last receive brought something
     bool boardAnswered = false; // one of its questions, since the port was opened
-    int32_t keepAliveS = 0;     // s without a command until the board goes dark; 0 never
-    bool portTaken = false;     // the last open failed at a port that this computer has
-    char wireText[100] = {};    // the last bounded command, or the last channel reply
+    double laserLevel = defaultLaserLevel;
+    int32_t keepAliveS = 0;  // s without a command until the board goes dark; 0 never
+    bool portTaken = false;  // the last open failed at a port that this computer has
+    char wireText[100] = {}; // the last bounded command, or the last channel reply
 };
 
 extern LaserLink laserLink;

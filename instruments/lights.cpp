@@ -19,8 +19,6 @@
 #include <string>
 #include <utility>
 
-double laserLevel = defaultLaserLevel;
-
 namespace {
 
 constexpr int laserPin = 5;
@@ -50,30 +48,35 @@ bool sendIllumination(bool on) {
 }
 
 bool sendLaser(bool on) {
-    return laserAnalogWrite(laserLink, laserPin, laserDriveOf(on ? laserLevel : 0.0)) != 0;
-}
-
-Light illumination{.radioOn = idIlluminationOn,
-                   .radioOff = idIlluminationOff,
-                   .send = sendIllumination,
-                   .name = "Illumination"};
-Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser, .name = "Laser"};
-
-bool otherLight = false; // than the laser's alone, since onlyTheLaserShone was asked
-
-bool onlyTheLaserShines() {
-    return laser.lit && laser.told && !illumination.lit && illumination.told;
+    return laserAnalogWrite(laserLink, laserPin, laserDriveOf(on ? laserLink.laserLevel : 0.0)) !=
+           0;
 }
 
 // What the board has said of its lights since its port was opened.
-struct {
+struct BoardsWord {
     bool asking = false; // it is being asked just now
     bool silent = false; // it does not answer that
     std::string whyDark; // of a laser that was on
-} board;
+};
+
+struct {
+    Light illumination{.radioOn = idIlluminationOn,
+                       .radioOff = idIlluminationOff,
+                       .send = sendIllumination,
+                       .name = "Illumination"};
+    Light laser{.radioOn = idLaserOn, .radioOff = idLaserOff, .send = sendLaser, .name = "Laser"};
+    bool otherLight = false; // than the laser's alone, since onlyTheLaserShone was asked
+    std::string lossSaid;    // of the board
+    BoardsWord board;
+} lights;
+
+bool onlyTheLaserShines() {
+    return lights.laser.lit && lights.laser.told && !lights.illumination.lit &&
+           lights.illumination.told;
+}
 
 bool boardIsAsked() {
-    return setUp.asksTheBoard() && !board.silent && laserLink.boardAnswered &&
+    return setUp.asksTheBoard() && !lights.board.silent && laserLink.boardAnswered &&
            !laserLink.disconnected;
 }
 
@@ -90,7 +93,7 @@ std::string darkCauses(int causes) {
 
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
-    const bool on = light.lit && !endsByForce;
+    const bool on = light.lit && !forcedEnd.begun;
     const bool linked = !laserLink.disconnected && laserLink.portHandle;
     if (on && linked) { // also when only a part of it goes out
         light.mayBeOn = true;
@@ -100,7 +103,7 @@ bool tell(Light& light) {
     // What another port takes switches nothing off, unless the board has moved there and answers.
     const bool boardHeard = light.onPort == laserLink.comPort || laserLink.boardAnswered;
     if (light.told && !on && boardHeard) light.mayBeOn = false;
-    stayAwakeFor(AwakeFor::Laser, laser.mayBeOn);
+    stayAwakeFor(AwakeFor::Laser, lights.laser.mayBeOn);
     return light.told;
 }
 
@@ -110,10 +113,10 @@ void show(const Light& light) {
 }
 
 bool tellBoth() {
-    const bool laserTold = tell(laser);
-    const bool illuminationTold = tell(illumination);
-    show(laser);
-    show(illumination);
+    const bool laserTold = tell(lights.laser);
+    const bool illuminationTold = tell(lights.illumination);
+    show(lights.laser);
+    show(lights.illumination);
     return laserTold && illuminationTold;
 }
 
@@ -123,27 +126,26 @@ bool isLost(const Light& light) {
 }
 
 std::string lossOfTheBoard() {
-    if (isLost(laser)) return "laser board lost: the laser may be on";
-    if (isLost(illumination)) return "laser board lost: the illumination may be on";
+    if (isLost(lights.laser)) return "laser board lost: the laser may be on";
+    if (isLost(lights.illumination)) return "laser board lost: the illumination may be on";
     // At a desk that never had one nothing is lost; another program may hold the port of one.
     const bool hasOne = laserLink.wasOpen || laserLink.portTaken;
-    if (hasOne && !(laser.told && illumination.told)) return "laser board lost";
+    if (hasOne && !(lights.laser.told && lights.illumination.told)) return "laser board lost";
     return {};
 }
 
 void showWhetherTheBoardIsLost() {
-    static std::string said;
     const std::string loss = lossOfTheBoard();
-    if (loss == said) return;
+    if (loss == lights.lossSaid) return;
     titleLoss(loss);
     if (!loss.empty()) showInformation(loss.c_str());
-    said = mainWindow ? loss : std::string(); // before that nobody has read it
+    lights.lossSaid = windows.main ? loss : std::string(); // before that nobody has read it
 }
 
 void logChange(Light& light) {
     std::string line = std::string(light.name) + (light.lit ? " on" : " off");
-    if (light.lit && &light == &laser)
-        line += formatted(", %.1f uA", laserLevel * laserScaleFactor);
+    if (light.lit && &light == &lights.laser)
+        line += formatted(", %.1f uA", laserLink.laserLevel * laserScaleFactor);
     if (!light.told) line += ", but the board did not take it";
     if (line == light.logged) return;
     light.logged = line;
@@ -152,26 +154,27 @@ void logChange(Light& light) {
 
 // It stays dark until it was told off and on again.
 void goDark(int causes) {
-    board.whyDark = darkCauses(causes);
-    laser.lit = false;
-    laser.state = 0;
-    otherLight = true;
-    tell(laser);
-    show(laser);
-    laser.logged = "Laser dark: " + board.whyDark;
-    announce(Severity::Trouble, laser.logged);
+    lights.board.whyDark = darkCauses(causes);
+    lights.laser.lit = false;
+    lights.laser.state = 0;
+    lights.otherLight = true;
+    tell(lights.laser);
+    show(lights.laser);
+    lights.laser.logged = "Laser dark: " + lights.board.whyDark;
+    announce(Severity::Trouble, lights.laser.logged);
 }
 
 void askBoard() {
-    if (board.asking || !boardIsAsked()) return;
-    board.asking = true;
+    if (lights.board.asking || !boardIsAsked()) return;
+    lights.board.asking = true;
     const std::optional<LaserBoardState> state = askLaserBoard(laserLink);
-    board.asking = false;
-    board.silent = !state;
-    if (board.silent) {
+    lights.board.asking = false;
+    lights.board.silent = !state;
+    if (lights.board.silent) {
         stopTimer(Timer::Board);
         announce(Severity::Trouble, "The laser board does not say whether its laser shines");
-    } else if (laser.lit && laserDriveOf(laserLevel) > 0 && state->laserLevel == 0) {
+    } else if (lights.laser.lit && laserDriveOf(laserLink.laserLevel) > 0 &&
+               state->laserLevel == 0) {
         goDark(state->causes);
     }
 }
@@ -185,9 +188,9 @@ int switchLight(Light& light, int mode) {
         light.state = on ? 1 : 0;
     }
     light.lit = on;
-    if (on && &light == &laser) board.whyDark.clear();
+    if (on && &light == &lights.laser) lights.board.whyDark.clear();
     if (!tell(light) && isLost(light) && reopenLaserLink(laserLink)) tellBoth();
-    otherLight |= !onlyTheLaserShines();
+    lights.otherLight |= !onlyTheLaserShines();
     show(light);
     logChange(light);
     showWhetherTheBoardIsLost();
@@ -204,7 +207,7 @@ bool tellDark() {
 } // namespace
 
 int setLaserOutput(int mode) {
-    return switchLight(illumination, mode);
+    return switchLight(lights.illumination, mode);
 }
 
 int32_t laserDriveOf(double volts) {
@@ -212,20 +215,20 @@ int32_t laserDriveOf(double volts) {
 }
 
 int setLaserLevel(int mode) {
-    return switchLight(laser, mode);
+    return switchLight(lights.laser, mode);
 }
 
 bool illuminationIsOn() {
-    return illumination.state == 1;
+    return lights.illumination.state == 1;
 }
 
 bool laserIsOn() {
-    return laser.state == 1;
+    return lights.laser.state == 1;
 }
 
 bool onlyTheLaserShone() {
     askBoard();
-    return onlyTheLaserShines() && !std::exchange(otherLight, false);
+    return onlyTheLaserShines() && !std::exchange(lights.otherLight, false);
 }
 
 void followLaserBoard() {
@@ -238,22 +241,22 @@ void watchLaserBoard() {
 }
 
 std::string whyLaserIsDark() {
-    return board.whyDark;
+    return lights.board.whyDark;
 }
 
 bool laserBoardKeepsSilent() {
-    return setUp.asksTheBoard() && board.silent;
+    return setUp.asksTheBoard() && lights.board.silent;
 }
 
 int connectLaserBoard(WindowHandle ownerWindow) {
     laserLink.keepAliveS = setUp.boardKeepAliveS;
     const int opened = openLaserLink(laserLink, ownerWindow);
-    laser.state = 0;
-    laser.lit = false;
+    lights.laser.state = 0;
+    lights.laser.lit = false;
     if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
-    logChange(laser);
-    logChange(illumination);
-    board = {};
+    logChange(lights.laser);
+    logChange(lights.illumination);
+    lights.board = BoardsWord();
     followLaserBoard();
     if (opened && !laserLink.boardAnswered) showInformation(noBoardAnswers(laserLink).c_str());
     showWhetherTheBoardIsLost();
@@ -267,13 +270,13 @@ void renewLaserBoard() {
 }
 
 std::string lightLeftOn() {
-    return isLost(laser) || isLost(illumination) ? lossOfTheBoard() : std::string();
+    return isLost(lights.laser) || isLost(lights.illumination) ? lossOfTheBoard() : std::string();
 }
 
 void darkenAtOnce() {
     const bool dark = tellDark() || (reopenLaserLink(laserLink) && tellDark());
     if (!onWindowThread()) return;
-    for (Light* light : {&laser, &illumination}) {
+    for (Light* light : {&lights.laser, &lights.illumination}) {
         light->state = 0;
         light->lit = false;
         light->told = dark;

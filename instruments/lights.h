@@ -11,10 +11,6 @@
 #include <cstdint>
 #include <string>
 
-// The drive level that is sent when the laser is switched on, V.
-constexpr double defaultLaserLevel = 4.0;
-extern double laserLevel;
-
 // Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at
 // laserLevel): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
 // button and the keyboard focus; returns the previous state.

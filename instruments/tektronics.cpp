@@ -11,9 +11,11 @@
 
 namespace {
 
-Visa visa;
-std::string identity;
-bool answerLeft = false; // it was asked, and its answer not taken to the end
+struct {
+    Visa visa;
+    std::string identity;
+    bool answerLeft = false; // it was asked, and its answer not taken to the end
+} scope;
 
 constexpr uint32_t replyBytes = 30;
 constexpr uint64_t timeoutMs = 5000;
@@ -21,19 +23,19 @@ constexpr uint64_t timeoutMs = 5000;
 constexpr const char* deviceName = "Oscilloscope";
 
 bool callSucceeded(const char* call, ViSession object, ViStatus status) {
-    return visaPassed(visa, deviceName, call, object, status);
+    return visaPassed(scope.visa, deviceName, call, object, status);
 }
 
 ViStatus writeText(ViSession session, const char* command) {
     uint32_t written = 0;
-    return visa.viWrite(session, reinterpret_cast<const uint8_t*>(command),
-                        static_cast<uint32_t>(std::strlen(command)), &written);
+    return scope.visa.viWrite(session, reinterpret_cast<const uint8_t*>(command),
+                              static_cast<uint32_t>(std::strlen(command)), &written);
 }
 
 ViStatus readText(ViSession session, std::string& text) {
     uint8_t buffer[256] = {};
     uint32_t received = 0;
-    const ViStatus status = visa.viRead(session, buffer, replyBytes, &received);
+    const ViStatus status = scope.visa.viRead(session, buffer, replyBytes, &received);
     text = reinterpret_cast<const char*>(buffer);
     return status;
 }
@@ -41,18 +43,18 @@ ViStatus readText(ViSession session, std::string& text) {
 // Opens one found instrument and lets it identify itself; what it says is for people.
 // With `clears` each of them is cleared: which one an answer was left in is not known.
 ViStatus openFound(ViSession manager, const char* descriptor, ViSession* session, bool clears) {
-    ViStatus status = visa.viOpen(manager, descriptor, 0, 0, session);
-    if (status >= 0 && clears) status = visa.viClear(*session);
+    ViStatus status = scope.visa.viOpen(manager, descriptor, 0, 0, session);
+    if (status >= 0 && clears) status = scope.visa.viClear(*session);
     if (status < 0) return status;
-    answerLeft = true;
+    scope.answerLeft = true;
     status = writeText(*session, "*idn?");
     if (status < 0) return status;
     uint8_t reply[256] = {};
     uint32_t received = 0;
-    status = visa.viRead(*session, reply, sizeof reply - 1, &received);
-    answerLeft = status < 0 || status == viMoreToCome;
+    status = scope.visa.viRead(*session, reply, sizeof reply - 1, &received);
+    scope.answerLeft = status < 0 || status == viMoreToCome;
     const std::string text(reinterpret_cast<const char*>(reply));
-    identity = text.substr(0, text.find_first_of("\r\n"));
+    scope.identity = text.substr(0, text.find_first_of("\r\n"));
     if (status >= 0) reportAnswer(deviceName, std::string(descriptor) + ", " + text);
     return status;
 }
@@ -62,37 +64,37 @@ ViStatus openAllFound(ViSession manager, ViSession* session,
                       char (&descriptor)[viDescriptionSize]) {
     ViSession list = 0;
     uint32_t count = 0;
-    ViStatus status = visa.viFindRsrc(manager, "USB?*INSTR", &list, &count, descriptor);
-    const bool clears = answerLeft;
+    ViStatus status = scope.visa.viFindRsrc(manager, "USB?*INSTR", &list, &count, descriptor);
+    const bool clears = scope.answerLeft;
     for (uint32_t i = 0; status >= 0 && i < count; ++i) {
         status = openFound(manager, descriptor, session, clears);
-        if (status >= 0 && i + 1 < count) status = visa.viFindNext(list, descriptor);
+        if (status >= 0 && i + 1 < count) status = scope.visa.viFindNext(list, descriptor);
     }
     return status;
 }
 
 ViStatus openAndSet(ViSession* manager, ViSession* session, char (&descriptor)[viDescriptionSize]) {
-    ViStatus status = visa.viOpenDefaultRM(manager);
+    ViStatus status = scope.visa.viOpenDefaultRM(manager);
     if (status < 0) return status;
     status = openAllFound(*manager, session, descriptor);
     if (status < 0) return status;
-    return visa.viSetAttribute(*session, viAttrTimeout, timeoutMs);
+    return scope.visa.viSetAttribute(*session, viAttrTimeout, timeoutMs);
 }
 
 } // namespace
 
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument) {
     reportSearch(deviceName, "USB?*INSTR, the last one that is found");
-    visa = loadVisa();
+    scope.visa = loadVisa();
     ViSession manager = 0, session = 0;
     char descriptor[viDescriptionSize] = {};
     const ViStatus status = openAndSet(&manager, &session, descriptor);
     if (status < 0) {
         char text[viDescriptionSize] = {};
-        visa.viStatusDesc(session, status, text);
+        scope.visa.viStatusDesc(session, status, text);
         std::fprintf(stderr, "failure: %s\n", text);
         callSucceeded("not opened", session, status);
-        if (manager) visa.viClose(manager);
+        if (manager) scope.visa.viClose(manager);
         return 0;
     }
     if (*visaResourceManager) scopeClose(*visaResourceManager);
@@ -133,18 +135,18 @@ ViStatus askWithoutHeader(ViSession session, ViStatus status, std::string& reply
 } // namespace
 
 std::string scopeIdentity() {
-    return identity;
+    return scope.identity;
 }
 
 Reading scopeRead(ViSession scopeInstrument) {
-    if (answerLeft && !clearAnswer(visa, deviceName, scopeInstrument)) return {};
-    answerLeft = true;
+    if (scope.answerLeft && !clearAnswer(scope.visa, deviceName, scopeInstrument)) return {};
+    scope.answerLeft = true;
     const bool asked = scopeWrite(scopeInstrument, valueQuery);
     std::string reply;
     ViStatus status = readText(scopeInstrument, reply);
     if (status >= 0 && reply[0] == ':') status = askWithoutHeader(scopeInstrument, status, reply);
     const bool read = callSucceeded("viRead", scopeInstrument, status);
-    answerLeft = !asked || !read || status == viMoreToCome;
+    scope.answerLeft = !asked || !read || status == viMoreToCome;
     char* end = nullptr;
     Reading reading;
     keepDecimalPoint();
@@ -155,5 +157,5 @@ Reading scopeRead(ViSession scopeInstrument) {
 }
 
 void scopeClose(ViSession visaResourceManager) {
-    visa.viClose(visaResourceManager);
+    scope.visa.viClose(visaResourceManager);
 }

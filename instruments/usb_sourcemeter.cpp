@@ -25,12 +25,14 @@ constexpr const char* resource = "USB0::0x05E6::0x2450::04437886::INSTR";
 // The one with the known serial number may have been exchanged for another.
 constexpr const char* anyOfItsModel = "USB0::0x05E6::0x2450::?*INSTR";
 
-VisaInstrument current{deviceName};
-Source source;
-float limitAccepted = 0.0f; // A, last; 0 none yet
+struct {
+    VisaInstrument current{deviceName};
+    Source source;
+    float limitAccepted = 0.0f; // A, last; 0 none yet
+} link;
 
 Reading numberFor(const char* query) {
-    const std::string reply = ask(current, query);
+    const std::string reply = ask(link.current, query);
     return extractNumber(reply.c_str(), reply.size(), ReplyKind::Sourcemeter);
 }
 
@@ -93,22 +95,22 @@ bool usbSourcemeterOpen(double biasVolts) {
         closeInstrument(meter);
         return false;
     }
-    closeInstrument(current);
-    current = meter;
-    source = {};
-    limitAccepted = 0.0f;
+    closeInstrument(link.current);
+    link.current = meter;
+    link.source = {};
+    link.limitAccepted = 0.0f;
     return true;
 }
 
 std::string usbSourcemeterIdentity() {
-    return current.identity.substr(0, current.identity.find_first_of("\r\n"));
+    return link.current.identity.substr(0, link.current.identity.find_first_of("\r\n"));
 }
 
 Reading usbSourcemeterRead() {
     // What was set before is in effect when the reading starts.
-    if (!emptyOutput(current) || !sendTo(current, "*WAI")) return {};
+    if (!emptyOutput(link.current) || !sendTo(link.current, "*WAI")) return {};
     Reading reading = numberFor(":READ? \"defbuffer1\"");
-    reading.limited = reading.answered && isAtLimit(reading, source.limit);
+    reading.limited = reading.answered && isAtLimit(reading, link.source.limit);
     if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }
@@ -118,19 +120,19 @@ bool usbSourcemeterIsLimited() {
 }
 
 void usbSourcemeterBeginAnew() {
-    source = {};
+    link.source = {};
 }
 
 SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
     const std::string level = formatted(":SOUR:VOLT %g", static_cast<double>(voltage));
     // After 0 V somebody may have been at the instrument, and at its output's switch.
-    const bool asBefore = source.on && source.volts != 0.0f && source.limit == limit;
-    source = {};
+    const bool asBefore = link.source.on && link.source.volts != 0.0f && link.source.limit == limit;
+    link.source = {};
     // With a limit that is refused it would not say that it took the 0 V.
-    if (voltage == 0.0f && limitAccepted > 0.0f) limit = limitAccepted;
-    emptyOutput(current); // a bias goes out all the same
+    if (voltage == 0.0f && link.limitAccepted > 0.0f) limit = link.limitAccepted;
+    emptyOutput(link.current); // a bias goes out all the same
     if (asBefore) {
-        if (!sendTo(current, level)) return {};
+        if (!sendTo(link.current, level)) return {};
     } else {
         const std::string lines[] = {
             ":SOUR:FUNC VOLT",
@@ -140,10 +142,10 @@ SourceAnswer usbSourcemeterSetUp(float voltage, float limit) {
             ":SENS:CURR:RANG:AUTO ON",
             ":OUTP ON",
         };
-        if (!sendAll(current, lines)) return {};
-        if (SourceAnswer answer = answerToLines(current); !answer.accepted()) return answer;
+        if (!sendAll(link.current, lines)) return {};
+        if (SourceAnswer answer = answerToLines(link.current); !answer.accepted()) return answer;
     }
-    source = {true, voltage, limit};
-    limitAccepted = limit;
+    link.source = {true, voltage, limit};
+    link.limitAccepted = limit;
     return {true, ""};
 }

@@ -1,6 +1,7 @@
 // Moves the stage to a clicked point.
 #include "mapping/click_positioning.h"
 
+#include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/spot.h"
@@ -15,10 +16,10 @@ namespace {
 
 // Marks the clicked point and asks what it is for.
 BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButtons buttons) {
-    drawCircleMark(mainWindow, x, imageHeight - row, 2, mark);
+    drawCircleMark(windows.main, x, imageHeight - row, 2, mark);
     const std::string caption =
         formatted("Position: (%d,%d), Blue intensity:%u", x, row, pixelBlue(cameraImage, x, row));
-    return showMessageBox(mainWindow, question, caption.c_str(), buttons);
+    return showMessageBox(windows.main, question, caption.c_str(), buttons);
 }
 
 } // namespace
@@ -26,10 +27,10 @@ BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButto
 void pickLaserSpot(int x, int y) {
     const int row = imageHeight - y;
     if (!inPicture(x, row)) return;
-    if (wideView) return showInformation("The laser spot is set on the live picture");
+    if (display.wideView) return showInformation("The laser spot is set on the live picture");
     if (askAtPoint(x, row, markRed, "Do you want to set the laser beam spot here?",
                    BoxButtons::YesNo) == BoxAnswer::Yes) {
-        laserOffset = {x, row};
+        cameraState.laserOffset = {x, row};
         computeScanArea(scanArea);
     }
     switchLiveView(LiveView::On); // the button has switched it off
@@ -43,23 +44,23 @@ void moveToClickedPoint(int x, int y) {
                    "If you want to move this position, \n to center -> press \"YES\", or\n to "
                    "laser spot -> press \"NO\".",
                    BoxButtons::YesNoCancel);
-    if (answer == BoxAnswer::None || !mainWindow) return; // nobody answered
+    if (answer == BoxAnswer::None || !windows.main) return; // nobody answered
     double dx = x;
     double dy = row;
     if (answer == BoxAnswer::Yes) {
         dx -= imageWidth / 2.0;
         dy -= imageHeight / 2.0;
     } else if (answer == BoxAnswer::No) {
-        dx -= laserOffset.x;
-        dy -= laserOffset.y;
+        dx -= cameraState.laserOffset.x;
+        dy -= cameraState.laserOffset.y;
     } // Cancel moves by the clicked position itself: neither centre nor spot.
 
     constexpr auto umPerPixel = static_cast<float>(fieldWidthUm / fieldWidthPx);
-    const float scale = umPerPixel * static_cast<float>(wideView ? wideFactor : 1);
+    const float scale = umPerPixel * static_cast<float>(display.wideView ? display.wideFactor : 1);
     const bool arrived = moveXYBy(static_cast<double>(static_cast<float>(dx) * scale),
                                   static_cast<double>(static_cast<float>(dy) * scale), motorSpeed);
-    if (!mainWindow) return; // closed meanwhile
-    if (!arrived) showMessageBox(mainWindow, "Motor limited", "Motor error", BoxButtons::Ok);
+    if (!windows.main) return; // closed meanwhile
+    if (!arrived) showMessageBox(windows.main, "Motor limited", "Motor error", BoxButtons::Ok);
     waitResponsive(100);
     switchLiveView(LiveView::On);
     refreshPositions();

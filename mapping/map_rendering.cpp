@@ -16,8 +16,6 @@
 
 #include <algorithm>
 
-MapViews mapViews;
-
 namespace {
 
 constexpr Colour mapGround = colourRgb(0xC8, 0xC8, 0xC8);
@@ -219,7 +217,7 @@ int drawMap(WindowHandle window, int channel) {
     const WindowContext target(window);
     if (!target.context) return 0;
     const bool drawn = drawMapOn(target.context, clientExtent(window), channel);
-    (window == mapWindow ? mapViews.mapChannel : mapViews.confocalChannel) = channel;
+    (window == windows.map ? scanMap.views.mapChannel : scanMap.views.confocalChannel) = channel;
     return drawn ? 1 : 0;
 }
 
@@ -230,7 +228,7 @@ void drawColourBar(WindowHandle window) {
 
 void drawScaleLabels(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawScaleLabelsOn(target.context, mapViews.mapChannel);
+    if (target.context) drawScaleLabelsOn(target.context, scanMap.views.mapChannel);
 }
 
 bool saveMapImage(WindowHandle window, int channel, const char* label) {
@@ -266,10 +264,10 @@ void markPoint(ContextHandle view, int x, int y) {
 }
 
 void drawMapWithScale(int channel) {
-    drawMap(mapWindow, channel);
+    drawMap(windows.map, channel);
     if (!isOfInstrument(channel)) return;
-    drawColourBar(mapWindow);
-    drawScaleLabels(mapWindow);
+    drawColourBar(windows.map);
+    drawScaleLabels(windows.map);
 }
 
 namespace {
@@ -305,28 +303,29 @@ void coverWithGround(WindowHandle window) {
 } // namespace
 
 void startLiveRows() {
-    mapViews.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
-    coverWithGround(mapWindow);
-    if (mapIsConfocal()) coverWithGround(confocalWindow);
+    scanMap.views.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
+    coverWithGround(windows.map);
+    if (mapIsConfocal()) coverWithGround(windows.confocal);
 }
 
 void setLiveRows(int firstDrawnRow) {
-    mapViews.liveRowsFrom = firstDrawnRow;
+    scanMap.views.liveRowsFrom = firstDrawnRow;
 }
 
 void repaintMapWindow() {
-    if (mapViews.liveRowsFrom < 0) return drawMapWithScale(mapViews.mapChannel);
-    coverWithGround(mapWindow);
+    if (scanMap.views.liveRowsFrom < 0) return drawMapWithScale(scanMap.views.mapChannel);
+    coverWithGround(windows.map);
     const Map& map = scanMap.maps[planePhotocurrent];
-    for (int row = mapViews.liveRowsFrom; row < rowsOf(map); ++row) drawMapRow(mapWindow, map, row);
+    for (int row = scanMap.views.liveRowsFrom; row < rowsOf(map); ++row)
+        drawMapRow(windows.map, map, row);
 }
 
 void repaintConfocalWindow() {
-    if (mapViews.liveRowsFrom < 0) {
-        drawMap(confocalWindow, mapViews.confocalChannel);
+    if (scanMap.views.liveRowsFrom < 0) {
+        drawMap(windows.confocal, scanMap.views.confocalChannel);
         return;
     }
-    coverWithGround(confocalWindow);
-    for (int row = mapViews.liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
-        drawConfocalRow(confocalWindow, row);
+    coverWithGround(windows.confocal);
+    for (int row = scanMap.views.liveRowsFrom; row < rowsOf(scanMap.maps[planeRed]); ++row)
+        drawConfocalRow(windows.confocal, row);
 }

@@ -6,25 +6,8 @@
 
 #include <cstdint>
 
-enum MapChannel : int {
-    channelPhotocurrent = 0,
-    channelRed = 1,
-    channelGreen = 2,
-    channelBlue = 3,
-    channelConfocal = 4, // red, green and blue together
-    channelFurther = 5,  // and above: what the instrument measures beside the photocurrent
-};
-
 // Which of them shows a plane.
 int channelOf(const Plane& plane);
-
-// What the two picture windows show.
-struct MapViews {
-    int mapChannel = channelPhotocurrent;
-    int confocalChannel = channelConfocal;
-    int liveRowsFrom = -1; // first row, from the top, that a running scan has drawn; -1 no scan
-};
-extern MapViews mapViews;
 
 // False colour of a level 0..1023: black over red and yellow to white.
 Colour colourOf(int level);

@@ -8,8 +8,8 @@
 namespace {
 
 bool saveConfocalImage(int channel, const char* label) {
-    drawMap(confocalWindow, channel);
-    return saveMapImage(confocalWindow, channel, label);
+    drawMap(windows.confocal, channel);
+    return saveMapImage(windows.confocal, channel, label);
 }
 
 // Whether all were saved that have a window.
@@ -19,7 +19,7 @@ bool saveImages() {
     bool saved = true;
     for (const Plane& plane : planesOf(scanMap)) {
         if (plane.of == Plane::Of::Channel)
-            saved &= saveMapImage(mapWindow, channelOf(plane), plane.pictureName);
+            saved &= saveMapImage(windows.map, channelOf(plane), plane.pictureName);
         if (plane.of == Plane::Of::Colour)
             saved &= saveConfocalImage(channelOf(plane), plane.pictureName);
     }

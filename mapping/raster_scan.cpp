@@ -199,7 +199,7 @@ RowStart Scan::goToRow(double y) {
     moveTo(stageX, startX, timing);
     refreshPositions();
     waitResponsive(plan.rowSettleMs);
-    if (stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
+    if (session.stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
     return row;
 }
 
@@ -226,7 +226,7 @@ std::optional<PointReading> Scan::readPoint() {
             waitResponsive(1);
             heard = tickCountMs();
         }
-        if (stopRequested) return {};
+        if (session.stopRequested) return {};
         const Reading reading = readPhotocurrent();
         biasWatch.read(reading);
         if (!readings.take(reading)) break;
@@ -306,7 +306,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
     pace.rowBegins(tickCountMs());
     const RowStart start = goToRow(y);
     pace.rowReached(tickCountMs());
-    if (stopRequested || axisThatIsOut()) return false;
+    if (session.stopRequested || axisThatIsOut()) return false;
     for (int column = 0; column < area.cols; ++column) {
         const double x = startX + column * area.scanStep;
         const uint64_t beganMs = tickCountMs();
@@ -317,9 +317,9 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         refreshPositions();
         waitAfterMove(std::max(beganMs, lastSettledMs()),
                       static_cast<uint32_t>(plan.options.beforeReadingMs), timing);
-        if (stopRequested) return false;
+        if (session.stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
-        if (stopRequested || axisThatIsOut()) return false;
+        if (session.stopRequested || axisThatIsOut()) return false;
         markScanPoint(view, row, column);
         if (!measurePoint({row, column, missed}, mapRow)) return false;
         ++report.pointsDone;
@@ -329,8 +329,8 @@ bool Scan::scanRow(const WindowContext& view, int row) {
     lookAtFocus(formatted(" in row %d", row + 1));
     flushJournal();
     setLiveRows(mapRow);
-    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], mapRow);
-    if (plan.confocal) drawConfocalRow(confocalWindow, mapRow);
+    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
+    if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
     return true;
 }
 
@@ -340,16 +340,16 @@ bool Scan::consentGiven(bool compensated) {
     waitResponsive(1000);
     switchLiveView(LiveView::FreshFrame);
     showScanArea();
-    if (wideView) grabFrames(cameraState, 1); // what is on the screen was seen earlier
+    if (display.wideView) grabFrames(cameraState, 1); // what is on the screen was seen earlier
     keepScanPicture();
     // Whoever has stopped or closed meanwhile is asked nothing.
-    if (stopRequested || plan.consent == Consent::GivenBefore) return true;
+    if (session.stopRequested || plan.consent == Consent::GivenBefore) return true;
     const char* const question =
         compensated ? "Hysteresis compensated. Is it okay?"
                     : "Hysteresis not compensated: the stage did not arrive. Is it okay?";
-    return showMessageBox(mainWindow, question, "Scan area checking", BoxButtons::YesNo) ==
+    return showMessageBox(windows.main, question, "Scan area checking", BoxButtons::YesNo) ==
                BoxAnswer::Yes ||
-           stopRequested;
+           session.stopRequested;
 }
 
 void Scan::scanAllRows() {
@@ -369,8 +369,8 @@ void Scan::scanAllRows() {
 
     const double rowUm = (area.cols - 1) * area.scanStep;
     pace = ScanPace(area.cols, area.rows - firstRow, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
-    const WindowContext view(mainWindow); // the scan's own, for its markers
-    for (int row = firstRow; row < area.rows && !stopRequested && !axisThatIsOut(); ++row)
+    const WindowContext view(windows.main); // the scan's own, for its markers
+    for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
         if (!scanRow(view, row)) break;
     flushJournal(); // of a row that was not finished
     logEvent(formatted("Mapping: %d of %d points, %d in doubt", report.pointsDone, area.totalPoints,
@@ -397,10 +397,10 @@ void Scan::noteEnd(ProcessEnd how) const {
     scanMap.outcome = {.end = how,
                        .ended = localTime(),
                        .zUm = stageZ.positionUm + report.zShiftUm,
-                       .laserLevel = laserLevel,
+                       .laserLevel = laserLink.laserLevel,
                        .gain = cameraState.takenGain,
                        .exposureUs = cameraState.takenExposureUs,
-                       .blueOnly = blueOnly != 0,
+                       .blueOnly = cameraState.blueOnly != 0,
                        .trouble = troubleLine(outcome())};
 }
 
@@ -479,16 +479,16 @@ Outcome Scan::run(const LeftJournal* left) {
     setLaserOutput(1);
     setLaserLevel(0);
     const bool compensated = compensateHysteresis(timing);
-    const bool declined = !stopRequested && !consentGiven(compensated);
-    const bool goes = !declined && !stopRequested;
+    const bool declined = !session.stopRequested && !consentGiven(compensated);
+    const bool goes = !declined && !session.stopRequested;
     if (goes && !axisThatIsOut()) scanAllRows();
     if (goes) endIfAxisIsOut();
     if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
     report.bias = biasWatch.troubles(); // while it is on
     report.journalLost = journalIsBroken();
-    end = declined                                    ? ProcessEnd::Declined
-          : !report.endedBy.empty() && !stopRequested ? ProcessEnd::Stopped
-                                                      : processEnd();
+    end = declined                                            ? ProcessEnd::Declined
+          : !report.endedBy.empty() && !session.stopRequested ? ProcessEnd::Stopped
+                                                              : processEnd();
     noteEnd(end);
     returnHome();
     lookAtFocus(" at the end");

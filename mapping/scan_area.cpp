@@ -1,8 +1,10 @@
 // Computes the scan's geometry.
 #include "mapping/scan_area.h"
 
+#include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/spot.h"
+#include "mapping/scan_options.h"
 #include "platform/truncate.h"
 
 #include <algorithm>
@@ -10,7 +12,6 @@
 #include <cstdlib>
 
 ScanArea scanArea;
-int32_t confocalEnabled = 1;
 
 namespace {
 
@@ -28,7 +29,7 @@ int32_t pointsAlong(int32_t from, int32_t to, float stepPx) {
 } // namespace
 
 PixelPoint onPresentView(const ScanArea& area, double x, double y) {
-    const double scale = double{1} * area.viewScale / (wideView ? wideFactor : 1);
+    const double scale = double{1} * area.viewScale / (display.wideView ? display.wideFactor : 1);
     return {truncated(area.imageRefX + (x - area.imageRefX) * scale),
             truncated(area.imageRefY + (y - area.imageRefY) * scale)};
 }
@@ -71,5 +72,5 @@ int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal) {
 }
 
 int32_t computeScanArea(ScanArea& area) {
-    return computeScanArea(area, laserOffset, confocalEnabled != 0);
+    return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
 }

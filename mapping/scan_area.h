@@ -32,9 +32,6 @@ struct ScanArea {
 
 extern ScanArea scanArea;
 
-// 1 when a scan also samples the spot's colour at every point.
-extern int32_t confocalEnabled;
-
 // A pixel of the view that the rectangle was drawn on, as a pixel of the view that is shown now.
 PixelPoint onPresentView(const ScanArea& area, double x, double y);
 

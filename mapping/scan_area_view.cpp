@@ -17,7 +17,7 @@ uint64_t shownOn = onNoFrame; // number of the frame that it was drawn on
 
 void showScanArea() {
     shownOn = liveViewState.framesShown;
-    const WindowContext view(mainWindow);
+    const WindowContext view(windows.main);
     if (!view.context) return;
     const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
     const PixelPoint to = onPresentView(scanArea, scanArea.rectX2, scanArea.rectY2);

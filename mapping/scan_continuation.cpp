@@ -43,7 +43,7 @@ void showScan(JournaledScan scan) {
 bool takeOverScan(JournaledScan scan) {
     const ScanConditions& conditions = *scan.map.conditions;
     // The rows would lie across those that are there.
-    if (axisOrder != conditions.axisOrder)
+    if (controllers.axisOrder != conditions.axisOrder)
         return refuse("the axis order is not that of the scan (Configuration)");
     if (!instrumentAnswers(conditions.ammeterKind))
         return refuse("the scan's instrument does not answer: " +

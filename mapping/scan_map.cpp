@@ -27,9 +27,10 @@ ScanMap scanMap;
 
 std::vector<Plane> planesOf(const ScanMap& map) {
     const ScanConditions* scan = map.conditions ? &*map.conditions : nullptr;
-    std::vector<Plane> planes = planesOf(scan ? scan->ammeterKind : instrumentLink.ammeterKind,
-                                         scan ? scan->confocal : confocalEnabled != 0,
-                                         (scan ? scan->options : scanOptions).readingsPerPoint > 1);
+    std::vector<Plane> planes =
+        planesOf(scan ? scan->ammeterKind : instrumentLink.ammeterKind,
+                 scan ? scan->confocal : scanSettings.confocalEnabled != 0,
+                 (scan ? scan->options : scanSettings.options).readingsPerPoint > 1);
     // The settings may have changed since the maps were made.
     std::erase_if(planes, [&](const Plane& plane) { return plane.map >= map.maps.size(); });
     return planes;
@@ -85,11 +86,11 @@ void beginMap(const ScanConditions& conditions) {
 void allocateMaps() {
     forgetScan();
     emptyMaps(scanMap, scanArea,
-              mapCountOf(instrumentLink.ammeterKind, scanOptions.readingsPerPoint > 1));
+              mapCountOf(instrumentLink.ammeterKind, scanSettings.options.readingsPerPoint > 1));
 }
 
 bool mapIsConfocal() {
-    return scanMap.conditions ? scanMap.conditions->confocal : confocalEnabled != 0;
+    return scanMap.conditions ? scanMap.conditions->confocal : scanSettings.confocalEnabled != 0;
 }
 
 ScanConditions mapConditions() {
@@ -121,8 +122,8 @@ DataFolders& foldersOfMap() {
 namespace {
 
 void reportFailure() {
-    showMessageBox(mainWindow, "File saving error. New folder will be made.", "Image save Process",
-                   BoxButtons::Ok);
+    showMessageBox(windows.main, "File saving error. New folder will be made.",
+                   "Image save Process", BoxButtons::Ok);
 }
 
 bool writeRows(FILE* file, const Map& map) {

@@ -40,6 +40,22 @@ struct ScanOutcome {
     std::string trouble = troubleLine({}); // what the operator is told of it
 };
 
+enum MapChannel : int {
+    channelPhotocurrent = 0,
+    channelRed = 1,
+    channelGreen = 2,
+    channelBlue = 3,
+    channelConfocal = 4, // red, green and blue together
+    channelFurther = 5,  // and above: what the instrument measures beside the photocurrent
+};
+
+// What the two picture windows show.
+struct MapViews {
+    int mapChannel = channelPhotocurrent;
+    int confocalChannel = channelConfocal;
+    int liveRowsFrom = -1; // first row, from the top, that a running scan has drawn; -1 no scan
+};
+
 struct ScanMap {
     std::vector<Map> maps = std::vector<Map>(firstFurtherMap); // by the planes; colours 0..255
     std::vector<std::vector<PointMark>> marks;                 // by cell, as the maps
@@ -48,6 +64,7 @@ struct ScanMap {
     std::optional<DataFolders> folders; // where its files go; none: into the session's
     bool lacksFiles = false;            // of its numbers, as they were last saved
     bool onlyInJournal = false;         // its scan is over, and not all of its files were written
+    MapViews views;
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the map when it was last drawn whole
 };

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-ScanOptions scanOptions;
+ScanSettings scanSettings;
 
 namespace {
 
@@ -40,7 +40,7 @@ void take(const ScanNumber& of) {
     if (text.empty()) return;
     const std::optional<int> number = typedInteger(text);
     if (number && of.allows(*number) && std::to_string(*number) == text)
-        scanOptions.*of.value = *number;
+        scanSettings.options.*of.value = *number;
     else
         refuse(of.option, text);
 }
@@ -52,16 +52,16 @@ double runInOf(const ScanOptions& options, double stepUm) {
 }
 
 void readScanOptions() {
-    scanOptions = {};
-    take(arrivalName, scanOptions.looksEarly, early, every50Ms);
+    scanSettings.options = {};
+    take(arrivalName, scanSettings.options.looksEarly, early, every50Ms);
     for (const ScanNumber& number : scanNumbers) take(number);
-    take(unitFileName, scanOptions.writesUnitFile, yes, no);
+    take(unitFileName, scanSettings.options.writesUnitFile, yes, no);
 }
 
 bool writeScanOptions() {
-    std::vector<Option> options{{arrivalName, scanOptions.looksEarly ? early : every50Ms}};
+    std::vector<Option> options{{arrivalName, scanSettings.options.looksEarly ? early : every50Ms}};
     for (const ScanNumber& number : scanNumbers)
-        options.push_back({number.option, std::to_string(scanOptions.*number.value)});
-    options.push_back({unitFileName, scanOptions.writesUnitFile ? yes : no});
+        options.push_back({number.option, std::to_string(scanSettings.options.*number.value)});
+    options.push_back({unitFileName, scanSettings.options.writesUnitFile ? yes : no});
     return writeOptions(options);
 }

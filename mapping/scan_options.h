@@ -14,7 +14,12 @@ struct ScanOptions {
     bool operator==(const ScanOptions&) const = default;
 };
 
-extern ScanOptions scanOptions;
+// Of the next scan.
+struct ScanSettings {
+    ScanOptions options;
+    int32_t confocalEnabled = 1; // it also samples the spot's colour at every point
+};
+extern ScanSettings scanSettings;
 
 // The numbers among them, in the order of the dialog.
 struct ScanNumber {

@@ -3,6 +3,7 @@
 
 #include "camera/camera.h"
 #include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "motion/axis.h"
 
@@ -18,30 +19,30 @@ ScanPlan presentPlan() {
             .homeXUm = stageX.positionUm,
             .homeYUm = stageY.positionUm,
             .homeZUm = stageZ.positionUm,
-            .laserLevel = laserLevel,
+            .laserLevel = laserLink.laserLevel,
             .biasVoltage = instrumentLink.biasVoltage,
             .currentLimit = instrumentLink.currentLimit,
             .ammeterKind = instrumentLink.ammeterKind,
-            .confocal = confocalEnabled != 0,
+            .confocal = scanSettings.confocalEnabled != 0,
             .gain = cameraState.gain,
             .exposureUs = cameraState.exposureUs,
-            .aperturePx = cameraAperture,
-            .laserSpot = laserOffset,
-            .options = scanOptions,
-            .axisOrder = axisOrder,
+            .aperturePx = cameraState.cameraAperture,
+            .laserSpot = cameraState.laserOffset,
+            .options = scanSettings.options,
+            .axisOrder = controllers.axisOrder,
             .rowSettleMs = waitAtRowMs};
 }
 
 void putInForce(const ScanPlan& plan) {
     instrumentLink.biasVoltage = plan.biasVoltage;
     instrumentLink.currentLimit = plan.currentLimit;
-    laserLevel = plan.laserLevel;
-    laserOffset = plan.laserSpot;
+    laserLink.laserLevel = plan.laserLevel;
+    cameraState.laserOffset = plan.laserSpot;
     cameraState.gain = plan.gain;
     cameraState.exposureUs = plan.exposureUs;
-    cameraAperture = plan.aperturePx;
-    confocalEnabled = plan.confocal ? 1 : 0;
-    scanOptions = plan.options;
+    cameraState.cameraAperture = plan.aperturePx;
+    scanSettings.confocalEnabled = plan.confocal ? 1 : 0;
+    scanSettings.options = plan.options;
     scanArea = plan.area;
 }
 
@@ -51,6 +52,6 @@ ScanConditions conditionsOf(const ScanPlan& plan) {
     now.started = localTime();
     if (const auto identity = instrumentKind(plan.ammeterKind).identity)
         now.instrumentIdentity = identity();
-    now.blueOnly = blueOnly != 0;
+    now.blueOnly = cameraState.blueOnly != 0;
     return now;
 }

@@ -22,9 +22,7 @@
 #include <vector>
 
 StageAxis stageX, stageY, stageZ;
-int32_t axisOrder = 2;
-char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
-char ximc_version_str[33];
+StageControllers controllers;
 
 namespace {
 
@@ -40,8 +38,9 @@ struct AxisSlot {
     char (&name)[256];
 };
 
-const AxisSlot axes[axisCount] = {
-    {stageX, deviceX_name}, {stageY, deviceY_name}, {stageZ, deviceZ_name}};
+const AxisSlot axes[axisCount] = {{stageX, controllers.deviceX_name},
+                                  {stageY, controllers.deviceY_name},
+                                  {stageZ, controllers.deviceZ_name}};
 
 const char* closedBecause[axisCount] = {"no controller", "no controller", "no controller"};
 
@@ -209,7 +208,7 @@ void announceSearch() {
     for (const AxisSlot& slot : axes) forgetAnswer(nameOf(slot.axis).c_str());
     reportSearch("Stage", formatted("three controllers on USB and at %s", enumerationHint + 5));
     showInformation(text.c_str());
-    paintPending(mainWindow); // the search blocks: 5 s where an address is silent
+    paintPending(windows.main); // the search blocks: 5 s where an address is silent
 }
 
 void openAxis(size_t i, const std::string& name) {
@@ -301,15 +300,16 @@ StepCount stepsOf(double um) {
 bool openStages(int32_t order, int32_t speed) {
     announceSearch();
     ximc = loadLibximc();
-    ximc.ximc_version(ximc_version_str);
+    ximc.ximc_version(controllers.ximc_version_str);
     ximc.set_bindy_key("keyfile.sqlite");
     void* devices = ximc.enumerate_devices(probeAndNetwork, enumerationHint);
     const int count = ximc.get_device_count(devices);
     print(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
-                    ximc_version_str));
+                    controllers.ximc_version_str));
     showInformation(formatted("Stage controllers found: %d", std::max(count, 0)).c_str());
     if (count > 0)
-        reportAnswer("Stage", formatted("%d controllers (libximc %s)", count, ximc_version_str));
+        reportAnswer("Stage",
+                     formatted("%d controllers (libximc %s)", count, controllers.ximc_version_str));
     else
         noteRefusal("Stage", "no controller found");
     if (count <= 0) {

@@ -41,11 +41,14 @@ inline size_t indexOf(const StageAxis& axis) {
     return &axis == &stageX ? 0 : &axis == &stageY ? 1 : 2;
 }
 
-// Which found controller drives which axis: index into "XYZ", "XZY", "YXZ", "YZX", "ZXY", "ZYX".
-extern int32_t axisOrder;
-
-extern char deviceX_name[256], deviceY_name[256], deviceZ_name[256];
-extern char ximc_version_str[33];
+struct StageControllers {
+    // Which found controller drives which axis: index into "XYZ", "XZY", "YXZ", "YZX", "ZXY",
+    // "ZYX".
+    int32_t axisOrder = 2;
+    char deviceX_name[256] = {}, deviceY_name[256] = {}, deviceZ_name[256] = {};
+    char ximc_version_str[33] = {};
+};
+extern StageControllers controllers;
 
 // Finds and opens the controllers and calls the present place 0 um on every axis. Which drives
 // which says namesOfAxes. One that does not open, does not count 256 microsteps or has a motor of

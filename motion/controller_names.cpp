@@ -77,7 +77,7 @@ bool placesAccepted(const Found& found, const AxisNames& proposed, const AxisNam
     for (size_t i = 0; i < axisCount; ++i)
         text += formatted("%c: %s\n", "XYZ"[i], describe(found, proposed[i], i, known).c_str());
     text += "\n\"No\" leaves those that are not known closed.";
-    return showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::YesNo) ==
+    return showMessageBox(windows.main, text.c_str(), "Scanner Warning", BoxButtons::YesNo) ==
            BoxAnswer::Yes;
 }
 

@@ -30,14 +30,20 @@ constexpr double twoAxesToleranceUm = 3.0;
 // A stage that went less than this between two looks stands.
 constexpr double leastWayUm = 1.0;
 
-int movesUnderWay[axisCount];
-double nudgesUm[axisCount]; // wait for the end of the axis' move; 0 none
-bool nudging[axisCount];
+// By axis, but for the last.
+struct {
+    int movesUnderWay[axisCount] = {};
+    double nudgesUm[axisCount] = {}; // wait for the end of the axis' move; 0 none
+    bool nudging[axisCount] = {};
+    uint64_t settledMs = 0;
+} moves;
 
 // A move of the axis is under way in its block.
 struct MoveMark {
-    explicit MoveMark(const StageAxis& axis) : index(indexOf(axis)) { ++movesUnderWay[index]; }
-    ~MoveMark() { --movesUnderWay[index]; }
+    explicit MoveMark(const StageAxis& axis) : index(indexOf(axis)) {
+        ++moves.movesUnderWay[index];
+    }
+    ~MoveMark() { --moves.movesUnderWay[index]; }
     MoveMark(const MoveMark&) = delete;
     MoveMark& operator=(const MoveMark&) = delete;
 
@@ -46,18 +52,18 @@ struct MoveMark {
 };
 
 void dropNudge(const StageAxis& axis) {
-    nudgesUm[indexOf(axis)] = 0.0;
+    moves.nudgesUm[indexOf(axis)] = 0.0;
 }
 
 // What a held key asks for meanwhile is dropped.
 void carryOutNudge(StageAxis& axis) {
     const size_t i = indexOf(axis);
-    const double um = nudgesUm[i];
-    nudgesUm[i] = 0.0;
-    if (um == 0.0 || nudging[i] || stopRequested) return;
-    nudging[i] = true;
+    const double um = moves.nudgesUm[i];
+    moves.nudgesUm[i] = 0.0;
+    if (um == 0.0 || moves.nudging[i] || session.stopRequested) return;
+    moves.nudging[i] = true;
     moveBy(axis, um);
-    nudging[i] = false;
+    moves.nudging[i] = false;
 }
 
 // A move that takes longer than it was given and still comes nearer is none that failed.
@@ -297,19 +303,15 @@ bool waitForBoth(PairWatch& watch, double timeMs, const ArrivalTiming& timing) {
 
 bool nudgeAfterMove(const StageAxis& axis, double um) {
     const size_t i = indexOf(axis);
-    if (movesUnderWay[i] == 0) return false;
-    if (nudgesUm[i] == 0.0 && !nudging[i]) nudgesUm[i] = um;
+    if (moves.movesUnderWay[i] == 0) return false;
+    if (moves.nudgesUm[i] == 0.0 && !moves.nudging[i]) moves.nudgesUm[i] = um;
     return true;
 }
 
-namespace {
-
-uint64_t settledMs = 0;
-
-} // namespace
+namespace {} // namespace
 
 uint64_t lastSettledMs() {
-    return settledMs;
+    return moves.settledMs;
 }
 
 void waitAfterMove(uint64_t sinceMs, uint32_t durationMs, const ArrivalTiming& timing) {
@@ -348,7 +350,8 @@ uint64_t awaitStanding(StageAxis& axis, double targetUm, double toleranceUm,
         if (axis.missed == Miss::Stalled && hadArrived && distanceUm > twoAxesToleranceUm)
             axis.missed = Miss::MovedAway;
         if (now - start >= longestWayMs || now - lastMoved >= longestRestMs) return now;
-        if (waitResponsive(timing.looksEarly ? earlyPollMs : 10) != waitPassed || stopRequested)
+        if (waitResponsive(timing.looksEarly ? earlyPollMs : 10) != waitPassed ||
+            session.stopRequested)
             return now;
         readPosition(axis);
     }
@@ -383,7 +386,7 @@ int waitForArrival(StageAxis& axis, double targetUm, uint64_t timeoutMs,
     showArrival(axis, watch, stopped, timeoutMs);
     refreshPositions();
     waitAfterMove(restsMs, timing.settleMs, timing);
-    settledMs = restsMs + timing.settleMs;
+    moves.settledMs = restsMs + timing.settleMs;
     return watch.code;
 }
 

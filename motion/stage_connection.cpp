@@ -8,17 +8,17 @@
 #include <string>
 
 bool connectStagesAndTell(const char* allFound) {
-    const bool opened = openStages(axisOrder, motorSpeed);
+    const bool opened = openStages(controllers.axisOrder, motorSpeed);
     if (!opened) {
-        showMessageBox(mainWindow, "No devices found", "Scanner Error", BoxButtons::Ok);
+        showMessageBox(windows.main, "No devices found", "Scanner Error", BoxButtons::Ok);
     } else if (!silentAxes().empty()) {
         const std::string text = "Not every axis of the stage has a controller:\n\n" + axisList();
-        showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::Ok);
+        showMessageBox(windows.main, text.c_str(), "Scanner Warning", BoxButtons::Ok);
     } else if (axisIsOut(stageX) || axisIsOut(stageY) || axisIsOut(stageZ)) {
         const std::string text = "Not every axis of the stage moves:\n\n" + axisList();
-        showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::Ok);
+        showMessageBox(windows.main, text.c_str(), "Scanner Warning", BoxButtons::Ok);
     } else if (allFound) {
-        showMessageBox(mainWindow, allFound, "Scanner Initialized", BoxButtons::Ok);
+        showMessageBox(windows.main, allFound, "Scanner Initialized", BoxButtons::Ok);
     }
     return opened;
 }
@@ -28,6 +28,6 @@ bool partialStageAccepted() {
     if (!anyAxis || silentAxes().empty()) return true;
     const std::string text =
         "No controller answers for " + silentAxes() + ". Start all the same?\n\n" + axisList();
-    return showMessageBox(mainWindow, text.c_str(), "Scanner Warning", BoxButtons::YesNo) ==
+    return showMessageBox(windows.main, text.c_str(), "Scanner Warning", BoxButtons::YesNo) ==
            BoxAnswer::Yes;
 }

@@ -7,9 +7,12 @@
 #include <string>
 
 // The windows that exist once; null until created. Message boxes are owned by the main window.
-extern WindowHandle mainWindow;
-extern WindowHandle mapWindow;      // class "Kestrel": the photocurrent map
-extern WindowHandle confocalWindow; // class "CFI": the confocal maps
+struct Windows {
+    WindowHandle main = nullptr;
+    WindowHandle map = nullptr;      // class "Kestrel": the photocurrent map
+    WindowHandle confocal = nullptr; // class "CFI": the confocal maps
+};
+extern Windows windows;
 
 enum class Field {
     Information, // status line 1, the camera's messages

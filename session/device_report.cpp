@@ -55,7 +55,7 @@ void reportSearch(const char* device, const std::string& lookedFor) {
     note(device, &DeviceReport::lookedFor, lookedFor);
     const std::string line = std::string(device) + ": looking for " + lookedFor;
     logEvent(line);
-    if (!mainWindow) showAtStartup(line.c_str());
+    if (!windows.main) showAtStartup(line.c_str());
 }
 
 void reportAnswer(const char* device, const std::string& words) {

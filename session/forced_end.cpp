@@ -8,12 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-void (*makeSafeAtForcedEnd)() = nullptr;
-
-std::atomic<bool> endsByForce = false;
+ForcedEnd forcedEnd;
 
 void endProgram(const char* reason) {
-    if (makeSafeAtForcedEnd) makeSafeAtForcedEnd(); // first: standard error may be locked
+    if (forcedEnd.makeSafe) forcedEnd.makeSafe(); // first: standard error may be locked
     std::fprintf(stderr, "%s\n", reason);
     logEvent(std::string("Ended by force: ") + reason);
     std::signal(SIGABRT, SIG_DFL);
@@ -21,5 +19,5 @@ void endProgram(const char* reason) {
 }
 
 void stayWhereTheProgramEnds() {
-    while (endsByForce) sleepMs(1000);
+    while (forcedEnd.begun) sleepMs(1000);
 }

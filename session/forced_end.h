@@ -4,14 +4,15 @@
 #include <atomic>
 
 // Makes the set-up safe; set at start-up to what knows all devices, null before.
-extern void (*makeSafeAtForcedEnd)();
+struct ForcedEnd {
+    void (*makeSafe)() = nullptr;
+    std::atomic<bool> begun = false; // by another thread than the windows', for good
+};
+extern ForcedEnd forcedEnd;
 
 // Makes the set-up safe, prints the reason to standard error and aborts. For what must not happen:
 // a reply or a command that no instrument of this set-up can mean.
 [[noreturn]] void endProgram(const char* reason);
-
-// The set-up is being made safe by another thread than the windows', for good.
-extern std::atomic<bool> endsByForce;
 
 // Never returns then: the windows' thread must not move, bias or measure what has been made safe.
 void stayWhereTheProgramEnds();

@@ -27,10 +27,13 @@ constexpr size_t longestLine = 1 << 16;   // what is longer is no journal's
 constexpr size_t partOfFile = 1 << 16;    // that is read at once
 constexpr long longestLastLine = 1 << 12; // all of a measurement's lines are shorter
 
-std::wstring journalPath;
-File journal;
-uint64_t flushedMs = 0;
-bool unflushed = false; // a line since then
+// The one that is being written.
+struct {
+    std::wstring journalPath;
+    File journal;
+    uint64_t flushedMs = 0;
+    bool unflushed = false; // a line since then
+} current;
 
 // The polynomial of IEEE 802.3, bits from the low end.
 uint32_t checksumOf(std::string_view text) {
@@ -111,15 +114,15 @@ bool writeText(FILE* file, const std::string& text) {
 }
 
 void follow(File file) {
-    journal = std::move(file);
-    flushedMs = tickCountMs();
-    unflushed = false;
-    if (journal) startTimer(Timer::Journal, tickMs);
+    current.journal = std::move(file);
+    current.flushedMs = tickCountMs();
+    current.unflushed = false;
+    if (current.journal) startTimer(Timer::Journal, tickMs);
 }
 
 void endFile() {
-    journal.reset();
-    unflushed = false;
+    current.journal.reset();
+    current.unflushed = false;
     stopTimer(Timer::Journal);
 }
 
@@ -194,10 +197,10 @@ bool beginJournal(const std::string& kind) {
     leaveJournal();
     makeFolder(dataFolders.dataRoot + L"\\Journal"); // one that is there already is simply used
     const int number = nextNumber();
-    journalPath = pathOf(number);
-    removeFile(picturePathOf(journalPath)); // of an earlier one of that number
-    follow(number < mostJournals ? openFile(journalPath, L"wb") : nullptr);
-    if (!journal) {
+    current.journalPath = pathOf(number);
+    removeFile(picturePathOf(current.journalPath)); // of an earlier one of that number
+    follow(number < mostJournals ? openFile(current.journalPath, L"wb") : nullptr);
+    if (!current.journal) {
         giveUp();
         return false;
     }
@@ -207,52 +210,52 @@ bool beginJournal(const std::string& kind) {
 }
 
 void journalLine(std::string_view text) {
-    if (!journal) return;
+    if (!current.journal) return;
     std::string line;
     appendWithChecksum(line, text);
-    if (!writeText(journal.get(), line)) return giveUp();
-    unflushed = true;
-    if (tickCountMs() - flushedMs >= longestUnflushedMs) flushJournal();
+    if (!writeText(current.journal.get(), line)) return giveUp();
+    current.unflushed = true;
+    if (tickCountMs() - current.flushedMs >= longestUnflushedMs) flushJournal();
 }
 
 void flushJournal() {
-    if (!journal) return;
-    flushedMs = tickCountMs();
-    unflushed = false;
-    if (!flushToDisk(journal.get())) giveUp();
+    if (!current.journal) return;
+    current.flushedMs = tickCountMs();
+    current.unflushed = false;
+    if (!flushToDisk(current.journal.get())) giveUp();
 }
 
 void journalTick() {
-    if (unflushed && tickCountMs() - flushedMs >= longestAtTickMs) flushJournal();
+    if (current.unflushed && tickCountMs() - current.flushedMs >= longestAtTickMs) flushJournal();
 }
 
 bool journalIsBroken() {
-    return !journal;
+    return !current.journal;
 }
 
 void removeJournal() {
     endFile();
-    if (!journalPath.empty()) removeWithPicture(journalPath);
-    journalPath.clear();
+    if (!current.journalPath.empty()) removeWithPicture(current.journalPath);
+    current.journalPath.clear();
 }
 
 void leaveJournal() {
     endFile();
-    journalPath.clear();
+    current.journalPath.clear();
 }
 
 void keepJournalPicture(const std::string& picture) {
-    if (!journal) return;
+    if (!current.journal) return;
     std::string content;
     appendWithChecksum(content, picture);
-    writeDocument(picturePathOf(journalPath), content, L"wb");
+    writeDocument(picturePathOf(current.journalPath), content, L"wb");
 }
 
 std::vector<LeftJournal> leftJournals() {
     std::vector<LeftJournal> found;
     for (int number = mostJournals; number-- > 0;) {
         const std::wstring path = pathOf(number);
-        if (path == journalPath || !fileExists(path)) continue;
+        if (path == current.journalPath || !fileExists(path)) continue;
         Reader reader(path);
         LeftJournal left{path};
         if (const std::optional<std::string_view> first = reader.next())
@@ -292,7 +295,7 @@ std::string journalPicture(const LeftJournal& left) {
 
 bool continueJournal(const LeftJournal& left, const NextLine& lines) {
     leaveJournal();
-    journalPath = left.path;
+    current.journalPath = left.path;
     const bool written = writeWhole(left.path, L"wb", [&](FILE* file) {
         std::string part;
         appendWithChecksum(part, firstLineOf(left.kind));
@@ -305,7 +308,7 @@ bool continueJournal(const LeftJournal& left, const NextLine& lines) {
         return writeText(file, part);
     });
     follow(written ? openFile(left.path, L"ab") : nullptr);
-    if (!journal) giveUp();
+    if (!current.journal) giveUp();
     return !journalIsBroken();
 }
 

@@ -6,7 +6,9 @@
 
 namespace {
 
-std::string loss, bias, progress;
+struct {
+    std::string loss, bias, progress;
+} said;
 
 void setTitle(std::string& part, const std::string& words) {
     if (part == words) return;
@@ -24,19 +26,19 @@ void setLoss(std::string& part, const std::string& words) {
 
 void showMainTitle() {
     std::string title = "Lumascan";
-    for (const std::string* each : {&loss, &bias, &progress})
+    for (const std::string* each : {&said.loss, &said.bias, &said.progress})
         if (!each->empty()) title += " - " + *each;
     setMainTitle(title.c_str());
 }
 
 void titleLoss(const std::string& words) {
-    setLoss(loss, words);
+    setLoss(said.loss, words);
 }
 
 void titleBias(const std::string& words) {
-    setLoss(bias, words);
+    setLoss(said.bias, words);
 }
 
 void titleProgress(const std::string& words) {
-    setTitle(progress, words);
+    setTitle(said.progress, words);
 }

@@ -11,7 +11,7 @@
 #include <cassert>
 #include <utility>
 
-int32_t processRunning = 0;
+SessionState session;
 
 namespace {
 
@@ -41,7 +41,7 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     process.saveQuietly = std::move(saveQuietly);
     stayAwakeFor(AwakeFor::Process, true);
     const Outcome outcome = work();
-    assert(processRunning == 0 && process.moves == 0); // it ends as it began
+    assert(session.processRunning == 0 && process.moves == 0); // it ends as it began
     logEnd(name, outcome, tickCountMs() - start);
     stayAwakeFor(AwakeFor::Process, false);
     process.saveQuietly = {};
@@ -52,16 +52,16 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
 }
 
 bool processUnderWay() {
-    return process.underWay || processRunning != 0;
+    return process.underWay || session.processRunning != 0;
 }
 
 RunningProcess::RunningProcess() {
-    assert(processRunning == 0);
-    processRunning = 1;
+    assert(session.processRunning == 0);
+    session.processRunning = 1;
 }
 
 RunningProcess::~RunningProcess() {
-    processRunning = 0;
+    session.processRunning = 0;
 }
 
 MoveUnderWay::MoveUnderWay() {
@@ -90,17 +90,17 @@ void saveUnfinishedProcess() {
 }
 
 ProcessEnd processEnd() {
-    if (!stopRequested) return ProcessEnd::Finished;
+    if (!session.stopRequested) return ProcessEnd::Finished;
     return process.stopReason;
 }
 
 void stopAsClosed() {
-    stopRequested = 1;
+    session.stopRequested = 1;
     process.stopReason = ProcessEnd::WindowClosed;
 }
 
 void stopForSleep() {
-    stopRequested = 1;
+    session.stopRequested = 1;
     process.stopReason = ProcessEnd::Asleep;
 }
 

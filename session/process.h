@@ -2,14 +2,11 @@
 #pragma once
 
 #include "session/outcome.h"
+#include "session/session_state.h"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
-
-// 1 while a long process holds the program: waits then ask before they stop it, and the live view
-// stays off. RunningProcess sets it.
-extern int32_t processRunning;
 
 // The process holds the program in this object's block.
 class RunningProcess {

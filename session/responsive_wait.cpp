@@ -12,9 +12,6 @@
 
 #include <algorithm>
 
-int32_t stopRequested = 0;
-StageHooks stageHooks;
-
 namespace {
 
 bool asksForStop(const Message& message) {
@@ -24,7 +21,7 @@ bool asksForStop(const Message& message) {
 }
 
 bool stopConfirmed() {
-    return showMessageBox(mainWindow, "Do you want to stop process, now ?", "Warning",
+    return showMessageBox(windows.main, "Do you want to stop process, now ?", "Warning",
                           BoxButtons::YesNo) == BoxAnswer::Yes;
 }
 
@@ -38,18 +35,19 @@ void nudgeFocus(double um) {
     if (nudging) return;
     nudging = true;
     logEvent(um > 0.0 ? "Key: Z +1 um" : "Key: Z -1 um");
-    stageHooks.nudgeFocus(um);
+    session.stageHooks.nudgeFocus(um);
     nudging = false;
 }
 
 int handleWhileIdle(const Message& message) {
     if (message.id == messageLeftButtonDown) {
-        stageHooks.stopAll();
+        session.stageHooks.stopAll();
         return waitInterrupted;
     }
-    const bool open = mainWindow != nullptr;
+    const bool open = windows.main != nullptr;
     dispatchMessage(message);
-    return open && !mainWindow ? int{waitInterrupted} : goOn; // closed: nobody is there to wait for
+    return open && !windows.main ? int{waitInterrupted}
+                                 : goOn; // closed: nobody is there to wait for
 }
 
 // The click that the question has held back. Its end went to the question, and is made up for.
@@ -61,10 +59,10 @@ void dispatchClick(const Message& message) {
 
 int handleWhileProcessRuns(const Message& message) {
     if (asksForStop(message) && stopConfirmed()) {
-        stopRequested = 1;
+        session.stopRequested = 1;
         return waitStopped;
     }
-    const int32_t stopBefore = stopRequested;
+    const int32_t stopBefore = session.stopRequested;
     const bool up = message.wParam == keyPageUp, down = message.wParam == keyPageDown;
     const bool nudge = message.id == messageKeyDown && (up || down);
     if (nudge)
@@ -74,7 +72,7 @@ int handleWhileProcessRuns(const Message& message) {
     else
         dispatchMessage(message);
     // Closing the window stops the process too; what was asked for earlier has been seen already.
-    if (stopRequested && !stopBefore) return waitStopped;
+    if (session.stopRequested && !stopBefore) return waitStopped;
     return nudge ? lookAtTime : goOn;
 }
 
@@ -85,13 +83,13 @@ int waitResponsive(uint32_t durationMs) {
     liveViewTimerOff();
     for (;;) {
         if (tickCountMs() - start >= durationMs) {
-            if (!processRunning) liveViewTimerOn();
+            if (!session.processRunning) liveViewTimerOn();
             return waitPassed;
         }
         Message message;
         while (takeMessage(message)) {
             const int result =
-                processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
+                session.processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
             if (result == lookAtTime) break;
             if (result != goOn) return result;
         }

@@ -1,19 +1,9 @@
 // The one wait of all long work. It keeps the windows alive and lets the operator ask for a stop.
 #pragma once
 
+#include "session/session_state.h"
+
 #include <cstdint>
-
-// 1 once the operator has confirmed a stop or closed the main window; a process clears it when it
-// starts and ends its loop when it finds it 1.
-extern int32_t stopRequested;
-
-// What the wait does to the stage, which knows the wait; set at start-up.
-struct StageHooks {
-    void (*stopAll)() = [] {};
-    // Moves Z by `um` and shows where it is, at once or behind a move of Z that is under way.
-    void (*nudgeFocus)(double um) = [](double) {};
-};
-extern StageHooks stageHooks;
 
 enum WaitResult : int {
     waitStopped = 0, // the operator confirmed a stop of the running process

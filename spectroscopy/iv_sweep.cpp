@@ -47,7 +47,7 @@ bool measurePoint(SweepRecord& record, float voltage, Missed& missed) {
     const auto volts = static_cast<double>(voltage);
     missed.bias.told(volts, stepBias(volts, static_cast<double>(record.setUp.currentLimit)));
     waitResponsive(settleMs);
-    if (stopRequested) return false;
+    if (session.stopRequested) return false;
     const Reading reading = readInstrument(instrumentKind(kindUsbSourcemeter));
     missed.count(reading);
     record.yValues[i] = reading;
@@ -72,7 +72,7 @@ Outcome runSweep(const SweepPlan& plan) {
     allocateSweep(record); // a time evolution leaves arrays of its own length
     const int32_t points = 4 * plan.pointsPerQuarter;
     Missed missed;
-    stopRequested = 0;
+    session.stopRequested = 0;
     const RunningProcess running;
     noteStart(record);
     usbSourcemeterBeginAnew();
@@ -81,7 +81,7 @@ Outcome runSweep(const SweepPlan& plan) {
         if (!measurePoint(record, voltageAt(plan, record.currentIndex), missed)) break;
         if (record.currentIndex % 2 == 1) plot(record, record.currentIndex + 1);
     }
-    if (!stopRequested) plot(record, points);
+    if (!session.stopRequested) plot(record, points);
     endMeasurement(record, "I-V curve measurement finished", missed);
     showEndMessage(record, "I-V curve measurement finished.        ");
     return record.outcome;

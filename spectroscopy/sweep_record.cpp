@@ -117,6 +117,6 @@ bool saveCurve(SweepRecord& record, const CurveFile& curve, bool quietly) {
     }
     if (std::exchange(file, nullptr)) removeFile(path); // a part of a curve looks like one
     if (!quietly)
-        showMessageBox(mainWindow, "File saving error", "I-V save Process", BoxButtons::Ok);
+        showMessageBox(windows.main, "File saving error", "I-V save Process", BoxButtons::Ok);
     return false;
 }

@@ -84,7 +84,8 @@ bool recordPhase(SweepRecord& record, float seconds, int32_t mostSamples, uint64
         const uint64_t ms = elapsedMs(false);
         record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
         waitResponsive(settleMs);
-        if (stopRequested) return false; // this sample's time is not over, it does not count
+        if (session.stopRequested)
+            return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
         journalSample(record.extraValues[i], record.yValues[i]);
         missed.count(reading);
@@ -127,7 +128,7 @@ Outcome runSeries(const SeriesPlan& plan) {
         showInformation(record.outcome.words().c_str());
         return record.outcome;
     }
-    stopRequested = 0;
+    session.stopRequested = 0;
     const RunningProcess running;
     noteStart(record);
     beginSweepJournal(record);

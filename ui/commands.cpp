@@ -105,9 +105,10 @@ Outcome focusLaser() {
     const bool laserWasOn = laserIsOn();
     setLaserLevel(1);
     setLaserOutput(0);
+    FocusState search;
     // After a stop nobody watches over the light that the search has switched on.
-    if (!autoFocus(focusState) && !laserWasOn) setLaserLevel(0);
-    return {.end = processEnd(), .lastWords = focusState.lastWords};
+    if (!autoFocus(search) && !laserWasOn) setLaserLevel(0);
+    return {.end = processEnd(), .lastWords = search.lastWords};
 }
 
 Outcome makeWideView() {
@@ -117,7 +118,7 @@ Outcome makeWideView() {
 }
 
 void setCameraAutomatic() {
-    blueOnly = 0;
+    cameraState.blueOnly = 0;
     connectMissingCamera();
     controlCamera(cameraState, cameraAutomatic);
     grabFrames(cameraState, 1);
@@ -126,13 +127,13 @@ void setCameraAutomatic() {
 }
 
 void saveOptics() {
-    saveWindowImage(dataFolders, mainWindow, 1, "optics");
+    saveWindowImage(dataFolders, windows.main, 1, "optics");
 }
 
 void saveCameraImage() {
     ensureSessionFolder(dataFolders);
-    if (wideView)
-        saveWindowImage(dataFolders, mainWindow, 1, "wide");
+    if (display.wideView)
+        saveWindowImage(dataFolders, windows.main, 1, "wide");
     else
         drawCameraFrame(cameraImage.pixels.get(), 1);
 }
@@ -230,14 +231,14 @@ constexpr Command commands[] = {
     {idGain, takeCommandedGain, allowed, allowed},
     {idCameraAuto, setCameraAutomatic, allowed, allowed, "Camera auto setting"},
     {idCameraAutoSetting, setCameraAutomatic, allowed, allowed, "Camera auto setting"},
-    {idBlueOnly, [] { blueOnly = 1; }, allowed, allowed},
+    {idBlueOnly, [] { cameraState.blueOnly = 1; }, allowed, allowed},
     {idPickLaserSpot, [] { handState.picksLaserSpot = toggleCheckMark(idPickLaserSpot); }, allowed,
      allowed},
     {idDrawScanArea, drawScanArea, allowed, allowed},
     {idShowMap, [] { showMapWindow(channelPhotocurrent); }, allowed, allowed},
     {idShowConfocal,
      [] {
-         if (confocalEnabled) showMapWindow(channelConfocal);
+         if (scanSettings.confocalEnabled) showMapWindow(channelConfocal);
      },
      allowed, allowed},
     {idShowConfocalMenu, [] { showMapWindow(channelConfocal); }, allowed, allowed},
@@ -253,17 +254,17 @@ constexpr Command commands[] = {
 // clang-format on
 
 void redrawPicture() {
-    if (wideView)
+    if (display.wideView)
         drawWideView();
     else
         drawCameraFrame(cameraImage.pixels.get(), 0);
 }
 
 void invertDrag() {
-    const WindowContext view(mainWindow);
+    const WindowContext view(windows.main);
     if (!view.context) return;
-    PictureRectangle& drag = drawnRectangle;
-    drag.viewScale = wideView ? wideFactor : 1;
+    PictureRectangle& drag = display.drawnRectangle;
+    drag.viewScale = display.wideView ? display.wideFactor : 1;
     invertRectangle(view.context, std::min(drag.x1, drag.x2), std::min(drag.y1, drag.y2),
                     std::max(drag.x1, drag.x2), std::max(drag.y1, drag.y2));
 }
@@ -275,15 +276,15 @@ void endLostDrag() {
 }
 
 bool areaConfirmed(int widthPx, int heightPx) {
-    const double umPerPixel = fieldWidthUm / fieldWidthPx * drawnRectangle.viewScale;
+    const double umPerPixel = fieldWidthUm / fieldWidthPx * display.drawnRectangle.viewScale;
     const std::string caption =
         formatted("Area: %.1f um x %.1f um", widthPx * umPerPixel, heightPx * umPerPixel);
-    return showMessageBox(mainWindow, "Do you want to set it for next scan area", caption.c_str(),
+    return showMessageBox(windows.main, "Do you want to set it for next scan area", caption.c_str(),
                           BoxButtons::YesNo) == BoxAnswer::Yes;
 }
 
 void selectScanArea() {
-    const PictureRectangle& drag = drawnRectangle;
+    const PictureRectangle& drag = display.drawnRectangle;
     scanArea.viewScale = drag.viewScale;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;
@@ -307,16 +308,17 @@ std::span<const Command> commandTable() {
 }
 
 Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan) {
-    stopRequested = 0; // before the question: the window may be closed while it is asked
+    session.stopRequested = 0; // before the question: the window may be closed while it is asked
     Outcome outcome{.end = ProcessEnd::Declined};
     const XyOfScan xy; // another place than the one that the area was drawn at would be scanned
-    if (!partialStageAccepted() || stopRequested || !prepare() || stopRequested) return outcome;
+    if (!partialStageAccepted() || session.stopRequested || !prepare() || session.stopRequested)
+        return outcome;
     {
         const RunningProcess running;
         setField(Field::StartButton, "Stop");
         showInformation("Writing...");
         waitResponsive(10);
-        if (confocalEnabled) connectMissingCamera();
+        if (scanSettings.confocalEnabled) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
         outcome = scan();
     }
@@ -375,7 +377,7 @@ void onKeyDown(uintptr_t virtualKey) {
     default:
         return; // the move keys stay blocked until the next click: whoever types is not steering
     }
-    if (!mainWindow) return;
+    if (!windows.main) return;
     refreshPositions();
     grabAndDraw();
     if (handState.dragging) invertDrag();
@@ -392,8 +394,8 @@ void onMouseMove(int x, int y, bool leftButtonHeld) {
     if (!leftButtonHeld) return endLostDrag();
     if (!inPicture(x, y)) return;
     invertDrag();
-    drawnRectangle.x2 = x;
-    drawnRectangle.y2 = y;
+    display.drawnRectangle.x2 = x;
+    display.drawnRectangle.y2 = y;
     invertDrag();
 }
 
@@ -403,8 +405,8 @@ void onLeftButtonDown(int x, int y) {
     switchLiveView(LiveView::Off);
     // A process keeps the scan area that it works on.
     if (!inPicture(x, y) || handState.dragging || processUnderWay()) return;
-    drawCircleMark(mainWindow, x, y, 2, markRed);
-    drawnRectangle = {x, y, x, y};
+    drawCircleMark(windows.main, x, y, 2, markRed);
+    display.drawnRectangle = {x, y, x, y};
     handState.dragging = true;
     invertDrag();
 }
@@ -413,8 +415,8 @@ void onLeftButtonUp(int x, int y) {
     if (!handState.dragging) return;
     handState.dragging = false;
     if (processUnderWay()) return redrawPicture(); // started while the button was held
-    const int width = std::abs(drawnRectangle.x1 - drawnRectangle.x2);
-    const int height = std::abs(drawnRectangle.y1 - drawnRectangle.y2);
+    const int width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
+    const int height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
     if (std::max(width, height) > largestClickPx) {
         const bool selected = areaConfirmed(width, height) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
@@ -450,7 +452,7 @@ void onClose() {
 }
 
 void onSessionEnd() {
-    stopRequested = 1;
+    session.stopRequested = 1;
     // Before any file: a desktop that lies elsewhere may not answer any more.
     darkenAtOnce();
     stopAllStages();
@@ -459,7 +461,7 @@ void onSessionEnd() {
     writeSettingsFile(dataFolders.configPath);
     makeSafe();
     // A scan would drive home and switch the lamp on while another program holds the end up.
-    if (processUnderWay()) endsByForce = true;
+    if (processUnderWay()) forcedEnd.begun = true;
 }
 
 void onSuspend() {

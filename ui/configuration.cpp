@@ -8,6 +8,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/text_format.h"
@@ -42,8 +43,10 @@ constexpr float largestBias = 210.0f;  // V
 constexpr float smallestLimit = 1e-9f; // A
 constexpr float largestLimit = 1.05f;
 
-bool isOpen = false;
-bool busy = false;
+struct {
+    bool isOpen = false;
+    bool busy = false;
+} dialog;
 
 std::string typedText(int id) {
     return dialogText(id, dialogEditCapacity);
@@ -85,7 +88,7 @@ void showPositions() {
 void showSettings() {
     const InstrumentLink& link = instrumentLink;
     selectInDialogList(idInstrumentList, link.ammeterKind);
-    selectInDialogList(idAxisOrderList, axisOrder);
+    selectInDialogList(idAxisOrderList, controllers.axisOrder);
     showPositions();
     showInteger(idLaserComPort, laserLink.comPort);
     for (int i = 0; i < 4; i++) showInteger(octetIds[i], link.ipAddress[i]);
@@ -93,12 +96,12 @@ void showSettings() {
     checkInDialog(idConnectLaser, laserLink.disconnected == 0);
     checkInDialog(idConnectStages, stageX.axisNumber != 0);
     checkInDialog(idConnectCamera, cameraState.connected != 0);
-    checkInDialog(idConfocalCheck, confocalEnabled == 1);
-    showInteger(idLaserOffsetX, laserOffset.x);
-    showInteger(idLaserOffsetY, laserOffset.y);
+    checkInDialog(idConfocalCheck, scanSettings.confocalEnabled == 1);
+    showInteger(idLaserOffsetX, cameraState.laserOffset.x);
+    showInteger(idLaserOffsetY, cameraState.laserOffset.y);
     setDialogText(idBias, numberText(link.biasVoltage).c_str());
     setDialogText(idCurrentLimit, numberText(link.currentLimit).c_str());
-    showInteger(idCameraAperture, cameraAperture);
+    showInteger(idCameraAperture, cameraState.cameraAperture);
     showInteger(idGpibAddress, link.gpibAddress);
 }
 
@@ -125,9 +128,9 @@ void apply() {
     InstrumentLink& link = instrumentLink;
     takeNumber(idBias, link.biasVoltage, -largestBias, largestBias);
     takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
-    takeInteger(idCameraAperture, cameraAperture, 1, largestAperture);
+    takeInteger(idCameraAperture, cameraState.cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
-    logEvent(formatted("Camera aperture %d pixels", cameraAperture));
+    logEvent(formatted("Camera aperture %d pixels", cameraState.cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
     const SourceAnswer answer =
@@ -145,17 +148,17 @@ void connectLaser() {
     setLaserLevel(0);
     setLaserOutput(0);
     takeInteger(idLaserComPort, laserLink.comPort, 1, highestComPort);
-    const bool connected = connectLaserBoard(mainWindow) != 0; // closes the old link first
+    const bool connected = connectLaserBoard(windows.main) != 0; // closes the old link first
     if (connected && wasIlluminated) setLaserOutput(1);
     if (!connected)
-        showMessageBox(mainWindow, "Error: not connected", "Warning: Serial Communication",
+        showMessageBox(windows.main, "Error: not connected", "Warning: Serial Communication",
                        BoxButtons::Ok);
     checkInDialog(idConnectLaser, connected);
 }
 
 void takeAxisOrder() {
     const int chosen = selectedInDialogList(idAxisOrderList);
-    if (chosen >= 0) axisOrder = chosen;
+    if (chosen >= 0) controllers.axisOrder = chosen;
 }
 
 void connectStages() {
@@ -174,7 +177,7 @@ void reconnectCamera() {
 }
 
 void takeConfocal() {
-    confocalEnabled = isCheckedInDialog(idConfocalCheck) ? 1 : 0;
+    scanSettings.confocalEnabled = isCheckedInDialog(idConfocalCheck) ? 1 : 0;
 }
 
 // --- Stage ---------------------------------------------------------------------------------------
@@ -218,7 +221,7 @@ void refuse() {
 }
 
 void closeDialog() {
-    if (processUnderWay() && selectedInDialogList(idAxisOrderList) != axisOrder)
+    if (processUnderWay() && selectedInDialogList(idAxisOrderList) != controllers.axisOrder)
         refuseForProcess();
     else
         takeAxisOrder();
@@ -275,14 +278,14 @@ constexpr DialogCommand commands[] = {
 } // namespace
 
 void configure() {
-    if (isOpen) return;
-    isOpen = true;
+    if (dialog.isOpen) return;
+    dialog.isOpen = true;
     const bool wasLive = liveViewIsOn();
     switchLiveView(LiveView::Off);
     runDialog({idConfigurationDialog, openedConfiguration, onConfigurationCommand,
                onConfigurationEnter, configurationIsBusy});
     switchLiveView(wasLive ? LiveView::On : LiveView::Off);
-    isOpen = false;
+    dialog.isOpen = false;
 }
 
 void openedConfiguration() {
@@ -297,10 +300,10 @@ void openedConfiguration() {
 
 void onConfigurationCommand(int id) {
     resetIdle();
-    if (busy) return;
+    if (dialog.busy) return;
     for (const DialogCommand& command : commands) {
         if (command.id != id) continue;
-        busy = true;
+        dialog.busy = true;
         if (stageIsBusy() && !command.duringProcess) {
             refuse();
         } else {
@@ -308,7 +311,7 @@ void onConfigurationCommand(int id) {
             command.carryOut();
             leaveStaleWideView();
         }
-        busy = false;
+        dialog.busy = false;
     }
 }
 
@@ -318,5 +321,5 @@ void onConfigurationEnter(int focused) {
 }
 
 bool configurationIsBusy() {
-    return busy;
+    return dialog.busy;
 }

@@ -130,7 +130,7 @@ bool takeOver(const LeftJournal& left, JournaledScan& scan) {
 
 bool standsThere() {
     if (!state.then.empty() && !state.now.empty()) return true;
-    return showMessageBox(mainWindow,
+    return showMessageBox(windows.main,
                           "There are no two pictures to compare. Does the stage stand where it "
                           "stood at the start of the scan?",
                           "Continue last scan", BoxButtons::YesNo) == BoxAnswer::Yes;
@@ -158,7 +158,7 @@ void moveStage(int button) {
     if (!liveViewIsOn()) onCommand(idSampleView); // switched off because nothing happened
     StageAxis* const axes[axisCount] = {&stageX, &stageY, &stageZ};
     moveBy(*axes[button / stepCount], stepsUm[button % stepCount]);
-    if (!mainWindow) return;
+    if (!windows.main) return;
     refreshPositions();
     grabAndDraw();
 }
@@ -183,7 +183,7 @@ void openContinueWindow() {
     state = {nullptr, left, std::move(scan), scanPicture(left), {}};
     state.window = createWindow(*state.scan);
     if (!state.window) return;
-    onFreshFrame = takeFrame;
+    liveViewState.onFreshFrame = takeFrame;
     grabAndDraw();
 }
 
@@ -213,5 +213,5 @@ void paintContinueWindow() {
 
 void forgetContinueWindow() {
     state = {};
-    onFreshFrame = [] {};
+    liveViewState.onFreshFrame = [] {};
 }

@@ -49,7 +49,7 @@ void moveTyped(StageAxis& axis, int32_t targetUm, int32_t speed) {
     waitResponsive(50);
     moveTo(axis, targetUm);
     typedMoveUnderWay = false;
-    if (!mainWindow) return;
+    if (!windows.main) return;
     switchLiveView(LiveView::On);
     readPosition(axis);
     refreshPositions();
@@ -84,7 +84,8 @@ void takeGain(int highest) {
 
 void showScanSettings() {
     setField(Field::ScanStep, formatted("%.1f", scanArea.scanStep).c_str());
-    setField(Field::LaserIntensity, formatted("%.1f", laserLevel * laserScaleFactor).c_str());
+    setField(Field::LaserIntensity,
+             formatted("%.1f", laserLink.laserLevel * laserScaleFactor).c_str());
 }
 
 void showCameraSettings() {
@@ -123,7 +124,7 @@ void enterPositionZ() {
         const std::string question =
             formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
                       target / 1000);
-        if (showMessageBox(mainWindow, question.c_str(), "Warning!", BoxButtons::YesNo) !=
+        if (showMessageBox(windows.main, question.c_str(), "Warning!", BoxButtons::YesNo) !=
             BoxAnswer::Yes)
             return;
     }
@@ -132,10 +133,11 @@ void enterPositionZ() {
 
 void enterLaserIntensity() {
     if (const std::optional<float> typed = typedNumber(Field::LaserIntensity))
-        laserLevel = static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
-                     laserScaleFactor;
+        laserLink.laserLevel =
+            static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
+            laserScaleFactor;
     showScanSettings();
-    logEvent(formatted("Laser intensity %.1f uA", laserLevel * laserScaleFactor));
+    logEvent(formatted("Laser intensity %.1f uA", laserLink.laserLevel * laserScaleFactor));
     focusMainWindow();
     if (laserIsOn()) setLaserLevel(1);
 }

@@ -27,21 +27,22 @@ bool askingBack = false; // a notice is open
 
 void opened() {
     fillDialogList(idArrivalList, arrivalWays, static_cast<int>(std::size(arrivalWays)));
-    selectInDialogList(idArrivalList, scanOptions.looksEarly ? 1 : 0);
+    selectInDialogList(idArrivalList, scanSettings.options.looksEarly ? 1 : 0);
     for (size_t i = 0; i < std::size(scanNumbers); ++i)
-        setDialogText(numberEdits[i], formatted("%d", scanOptions.*scanNumbers[i].value).c_str());
-    checkInDialog(idUnitFileCheck, scanOptions.writesUnitFile);
+        setDialogText(numberEdits[i],
+                      formatted("%d", scanSettings.options.*scanNumbers[i].value).c_str());
+    checkInDialog(idUnitFileCheck, scanSettings.options.writesUnitFile);
 }
 
 void showRange(const ScanNumber& of) {
     askingBack = true;
-    showMessageBox(mainWindow, formatted("%s: %d to %d", of.label, of.lowest, of.highest).c_str(),
+    showMessageBox(windows.main, formatted("%s: %d to %d", of.label, of.lowest, of.highest).c_str(),
                    "Scan options", BoxButtons::Ok);
     askingBack = false;
 }
 
 void takeOver() {
-    ScanOptions chosen = scanOptions;
+    ScanOptions chosen = scanSettings.options;
     for (size_t i = 0; i < std::size(scanNumbers); ++i) {
         const ScanNumber& number = scanNumbers[i];
         const std::optional<int> typed = typedInteger(dialogText(numberEdits[i], editCapacity));
@@ -50,7 +51,7 @@ void takeOver() {
     }
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);
-    scanOptions = chosen;
+    scanSettings.options = chosen;
     const std::string runIn = chosen.runInUm == 0 ? "one step" : formatted("%d um", chosen.runInUm);
     logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point, run-in %s%s",
                        chosen.looksEarly ? "early looks" : "looks every 50 ms", chosen.settleMs,

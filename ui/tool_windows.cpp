@@ -85,7 +85,7 @@ bool hasSweepSource() {
 
 bool canSweep() {
     if (hasSweepSource()) return true;
-    showMessageBox(mainWindow,
+    showMessageBox(windows.main,
                    "Please change the current equipment as a sourcemter or parameter analyzer",
                    "Notice", BoxButtons::Ok);
     return false;
@@ -122,7 +122,7 @@ void measure(ToolState& tool, const char* name, Outcome (*work)(), void (*saveQu
     tool.measuring = true;
     runProcess(name, work, saveQuietly);
     tool.measuring = false;
-    if (!mainWindow) return;
+    if (!windows.main) return;
     letLiveViewGoOn(tool);
     if (tool.closeWanted) destroyToolWindow(tool.window);
 }

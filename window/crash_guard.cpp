@@ -115,6 +115,6 @@ void guardAgainstCrashes() {
         HANDLE thread = CreateThread(nullptr, 0, keepGuard, &guard, 0, &guard.thread);
         if (thread) CloseHandle(thread);
     }
-    makeSafeAtForcedEnd = atForcedEnd;
+    forcedEnd.makeSafe = atForcedEnd;
     SetUnhandledExceptionFilter(atException);
 }

@@ -19,7 +19,7 @@ static void limitEdits() {
 
 // A notice is owned by the main window, and hands the focus and the mouse to it when it goes.
 static void takeBackFromMainWindow() {
-    HWND owner = native(mainWindow);
+    HWND owner = native(windows.main);
     if (!dialog || !IsWindowVisible(dialog) || GetActiveWindow() != owner) return;
     EnableWindow(owner, FALSE);
     SetActiveWindow(dialog);
@@ -59,8 +59,8 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
 
 void runDialog(const DialogFace& what) {
     face = &what;
-    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(what.resource), native(mainWindow),
-                    dialogProcedure, 0);
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(what.resource),
+                    native(windows.main), dialogProcedure, 0);
 }
 
 void endDialog() {

@@ -14,7 +14,7 @@
 #include <windowsx.h>
 
 // Null again once the window is destroyed, so that what the exit sequence still says goes nowhere.
-WindowHandle mainWindow = nullptr;
+Windows windows;
 
 // A screen lower than the window must not shrink it: the picture and the column have fixed sizes.
 static void allowFullSize(MINMAXINFO& limits) {
@@ -43,7 +43,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
                                             LPARAM lParam) {
     switch (message) {
     case WM_CREATE:
-        mainWindow = opaque(window);
+        windows.main = opaque(window);
         createControlColumn(window);
         fillControlColumn();
         return 0;
@@ -94,7 +94,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         if (wParam == PBT_APMRESUMEAUTOMATIC) onResume(); // whoever woke it
         return TRUE;
     case WM_DESTROY:
-        mainWindow = nullptr;
+        windows.main = nullptr;
         forgetControlColumn();
         PostQuitMessage(0);
         return 0;
@@ -137,16 +137,16 @@ int createMainWindow(int showCommand) {
 }
 
 void destroyMainWindow() {
-    if (mainWindow) DestroyWindow(native(mainWindow));
+    if (windows.main) DestroyWindow(native(windows.main));
 }
 
 void checkRadio(int first, int last, int checked) {
-    if (mainWindow) CheckRadioButton(native(mainWindow), first, last, checked);
+    if (windows.main) CheckRadioButton(native(windows.main), first, last, checked);
 }
 
 bool toggleCheckMark(int id) {
-    if (!mainWindow) return false;
-    HMENU menu = GetMenu(native(mainWindow));
+    if (!windows.main) return false;
+    HMENU menu = GetMenu(native(windows.main));
     const UINT item = static_cast<UINT>(id);
     bool checked = (GetMenuState(menu, item, MF_BYCOMMAND) & MF_CHECKED) == 0;
     CheckMenuItem(menu, item, MF_BYCOMMAND | (checked ? MF_CHECKED : MF_UNCHECKED));
@@ -155,11 +155,11 @@ bool toggleCheckMark(int id) {
 
 void focusMainWindow() {
     // Whoever types into a tool window goes on typing there, whatever its measurement switches.
-    if (mainWindow && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(mainWindow));
+    if (windows.main && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(windows.main));
 }
 
 void setMainTitle(const char* text) {
-    if (mainWindow && onWindowThread()) SetWindowTextA(native(mainWindow), text);
+    if (windows.main && onWindowThread()) SetWindowTextA(native(windows.main), text);
 }
 
 // From the first use to the program's end; null where the system has no taskbar.
@@ -181,19 +181,20 @@ static ITaskbarList3* taskbar() {
 
 void showTaskbarProgress(int percent) {
     static int shown = -1; // a scan tells it at each point, and it changes a hundred times
-    if (percent == shown || !mainWindow || !onWindowThread() || !taskbar()) return;
+    if (percent == shown || !windows.main || !onWindowThread() || !taskbar()) return;
     shown = percent;
-    HWND window = native(mainWindow);
+    HWND window = native(windows.main);
     taskbar()->SetProgressState(window, percent < 0 ? TBPF_NOPROGRESS : TBPF_NORMAL);
     if (percent >= 0) taskbar()->SetProgressValue(window, static_cast<ULONGLONG>(percent), 100);
 }
 
 void startTimer(Timer timer, unsigned periodMs) {
-    if (mainWindow) SetTimer(native(mainWindow), static_cast<UINT_PTR>(timer), periodMs, nullptr);
+    if (windows.main)
+        SetTimer(native(windows.main), static_cast<UINT_PTR>(timer), periodMs, nullptr);
 }
 
 void stopTimer(Timer timer) {
-    if (mainWindow) KillTimer(native(mainWindow), static_cast<UINT_PTR>(timer));
+    if (windows.main) KillTimer(native(windows.main), static_cast<UINT_PTR>(timer));
 }
 
 static HWND startupNotice = nullptr;
@@ -264,10 +265,11 @@ static INT_PTR CALLBACK devicesProcedure(HWND dialog, UINT message, WPARAM wPara
 void showDevices(const char* text) {
     const std::string lines = withWindowsLineEnds(text);
     DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idDevicesDialog),
-                    native(mainWindow), devicesProcedure, reinterpret_cast<LPARAM>(lines.c_str()));
+                    native(windows.main), devicesProcedure,
+                    reinterpret_cast<LPARAM>(lines.c_str()));
 }
 
 void showAbout() {
-    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idAboutDialog), native(mainWindow),
-                    aboutProcedure, 0);
+    DialogBoxParamW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(idAboutDialog),
+                    native(windows.main), aboutProcedure, 0);
 }

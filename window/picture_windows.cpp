@@ -5,12 +5,9 @@
 #include "platform/win32/handles.h"
 #include "screen/screen.h"
 
-WindowHandle mapWindow = nullptr;
-WindowHandle confocalWindow = nullptr;
-
 static void repaint(WindowHandle window) {
-    if (window == mapWindow) repaintMapWindow();
-    if (window == confocalWindow) repaintConfocalWindow();
+    if (window == windows.map) repaintMapWindow();
+    if (window == windows.confocal) repaintConfocalWindow();
 }
 
 LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -27,8 +24,8 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
         ShowWindow(window, SW_HIDE);
         return 0;
     case WM_DESTROY:
-        if (opaque(window) == mapWindow) mapWindow = nullptr;
-        if (opaque(window) == confocalWindow) confocalWindow = nullptr;
+        if (opaque(window) == windows.map) windows.map = nullptr;
+        if (opaque(window) == windows.confocal) windows.confocal = nullptr;
         return 0;
     default:
         return DefWindowProcW(window, message, wParam, lParam);
@@ -37,10 +34,10 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
 
 static void place(WindowHandle& picture, const wchar_t* className, const wchar_t* title, int x,
                   int y, int width, int height) {
-    if (!mainWindow) return;
+    if (!windows.main) return;
     if (!picture) {
         picture = opaque(CreateWindowExW(0, className, title, WS_OVERLAPPEDWINDOW, x, y, width,
-                                         height, native(mainWindow), nullptr,
+                                         height, native(windows.main), nullptr,
                                          GetModuleHandleW(nullptr), nullptr));
     }
     HWND window = native(picture);
@@ -51,11 +48,11 @@ static void place(WindowHandle& picture, const wchar_t* className, const wchar_t
 }
 
 void placeMapWindow(int x, int y, int width, int height) {
-    place(mapWindow, L"Kestrel", L"Photocurrent map", x, y, width, height);
+    place(windows.map, L"Kestrel", L"Photocurrent map", x, y, width, height);
 }
 
 void placeConfocalWindow(int x, int y, int width, int height) {
-    place(confocalWindow, L"CFI", L"Confocal image", x, y, width, height);
+    place(windows.confocal, L"CFI", L"Confocal image", x, y, width, height);
 }
 
 void paintPending(WindowHandle window) {

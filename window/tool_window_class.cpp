@@ -72,9 +72,9 @@ static HWND createControl(HWND window, const ToolControl& control) {
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
                               int count, WindowHandle* edits, int width, int height) {
     constexpr int top = 100;
-    HWND window = CreateWindowExW(WS_EX_TOOLWINDOW, L"IV", title,
-                                  WS_POPUP | WS_CAPTION | WS_SYSMENU, left, top, width, height,
-                                  native(mainWindow), nullptr, GetModuleHandleW(nullptr), nullptr);
+    HWND window = CreateWindowExW(
+        WS_EX_TOOLWINDOW, L"IV", title, WS_POPUP | WS_CAPTION | WS_SYSMENU, left, top, width,
+        height, native(windows.main), nullptr, GetModuleHandleW(nullptr), nullptr);
     if (!window) return nullptr;
     const WindowHandle* const firstEdit = edits;
     for (const ToolControl* control = controls; control != controls + count; ++control) {

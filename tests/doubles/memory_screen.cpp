@@ -19,9 +19,7 @@ constexpr Extent mainClient{1446, 1069};
 constexpr Extent windowFrame{16, 39}; // outer size less client size
 constexpr Extent toolFrame{6, 29};
 
-WindowHandle mainWindow = nullptr;
-WindowHandle mapWindow = nullptr;
-WindowHandle confocalWindow = nullptr;
+Windows windows;
 bool mainWindowRefused = false;
 int focusCount = 0;
 int taskbarProgress = -1;
@@ -29,37 +27,37 @@ std::string shownPage;
 std::vector<std::string> startupTexts;
 std::vector<WindowHandle> toolWindows;
 
-static std::vector<std::unique_ptr<NativeWindow>> windows;
+static std::vector<std::unique_ptr<NativeWindow>> allWindows;
 static std::map<Field, std::vector<std::string>> fields;
 static std::map<int, int> radioGroups;
 static std::set<int> checkMarks;
 
 void resetScreen() {
-    mainWindow = mapWindow = confocalWindow = nullptr;
+    windows.main = windows.map = windows.confocal = nullptr;
     mainWindowRefused = false;
     focusCount = 0;
     taskbarProgress = -1;
     shownPage.clear();
     startupTexts.clear();
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
-    windows.clear();
+    allWindows.clear();
     fields.clear();
     radioGroups.clear();
     checkMarks.clear();
 }
 
 static WindowHandle addWindow(Extent client) {
-    windows.push_back(std::make_unique<NativeWindow>());
-    windows.back()->client = blankBitmap(client.width, client.height, desktopGrey);
-    return windows.back().get();
+    allWindows.push_back(std::make_unique<NativeWindow>());
+    allWindows.back()->client = blankBitmap(client.width, client.height, desktopGrey);
+    return allWindows.back().get();
 }
 
 void openBareWindow() {
-    mainWindow = addWindow(mainClient);
+    windows.main = addWindow(mainClient);
 }
 
 void setField(Field field, const char* text) {
-    if (!mainWindow) return;
+    if (!windows.main) return;
     fields[field].push_back(text);
     if (onlooker.shows) onlooker.shows(field);
 }
@@ -81,7 +79,7 @@ void typeInto(Field field, const std::string& text) {
 }
 
 void checkRadio(int first, int, int checked) {
-    if (mainWindow) radioGroups[first] = checked;
+    if (windows.main) radioGroups[first] = checked;
 }
 
 int checkedRadio(int first) {
@@ -99,7 +97,7 @@ void focusMainWindow() {
 }
 
 void setMainTitle(const char* text) {
-    if (mainWindow) mainWindow->text = text;
+    if (windows.main) windows.main->text = text;
 }
 
 void showTaskbarProgress(int percent) {
@@ -107,7 +105,7 @@ void showTaskbarProgress(int percent) {
 }
 
 void startTimer(Timer timer, unsigned periodMs) {
-    if (mainWindow) setTimer(timer, periodMs);
+    if (windows.main) setTimer(timer, periodMs);
 }
 
 void stopTimer(Timer timer) {
@@ -127,9 +125,9 @@ int createMainWindow(int) {
 }
 
 void destroyMainWindow() {
-    if (!mainWindow) return;
+    if (!windows.main) return;
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back()); // it owns them
-    mainWindow = nullptr;
+    windows.main = nullptr;
     quitMessageLoop();
 }
 
@@ -156,11 +154,11 @@ static void placeWindow(WindowHandle& window, int width, int height) {
 }
 
 void placeMapWindow(int, int, int width, int height) {
-    placeWindow(mapWindow, width, height);
+    placeWindow(windows.map, width, height);
 }
 
 void placeConfocalWindow(int, int, int width, int height) {
-    placeWindow(confocalWindow, width, height);
+    placeWindow(windows.confocal, width, height);
 }
 
 WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* controls, int count,

@@ -110,7 +110,7 @@ void runDueScript() {
 }
 
 void post(uint32_t id, uintptr_t wParam, intptr_t lParam) {
-    queue.push_back({mainWindow, id, wParam, lParam});
+    queue.push_back({windows.main, id, wParam, lParam});
 }
 
 void postCall(Action call) {
@@ -190,7 +190,7 @@ bool takeMessage(Message& message) {
     constexpr unsigned ticksOfBusyMachine = 8;
     const bool drops = nobodyLooks && due->first == Timer::LiveView;
     due->second.dueMs = virtualNowMs() + due->second.periodMs * (drops ? ticksOfBusyMachine : 1);
-    message = {mainWindow, messageTimer, static_cast<uintptr_t>(due->first), 0};
+    message = {windows.main, messageTimer, static_cast<uintptr_t>(due->first), 0};
     return true;
 }
 

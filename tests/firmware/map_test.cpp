@@ -2,6 +2,7 @@
 #include "tests/firmware/simulated_board.h"
 #include "tests/simulation/whole_run.h"
 
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
@@ -51,7 +52,8 @@ protected:
             const LabPoint place = placeOfCell(column, row);
             const auto truth = [&](double x, double y) {
                 return order < lit
-                           ? std::min(expectedVolts(x, y, laserLevel, labStageUm(labZ)), 5.0)
+                           ? std::min(expectedVolts(x, y, laserLink.laserLevel, labStageUm(labZ)),
+                                      5.0)
                            : 0.0;
             };
             if (order >= lit && order < dark) continue; // the light decays

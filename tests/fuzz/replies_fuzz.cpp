@@ -67,13 +67,14 @@ void readSettings() {
     computeScanArea(scanArea);
     require(scanArea.scanStep >= scanStepLowest && scanArea.scanStep <= scanStepHighest);
     require(scanArea.cols >= 1 && scanArea.cols <= 1802 && scanArea.rows >= 1);
-    require(std::isfinite(scanArea.offsetXUm) && std::isfinite(laserLevel));
+    require(std::isfinite(scanArea.offsetXUm) && std::isfinite(laserLink.laserLevel));
     const std::string line = formatSettingsLine(currentSettings());
     SessionSettings again = currentSettings();
     again.confocalEnabled = ~again.confocalEnabled;
     parseSettingsLine(line.c_str(), again);
-    require(again.confocalEnabled == confocalEnabled); // what was written is read whole
-    setLaserLevel(1); // whatever level was read, the command stays a command
+    require(again.confocalEnabled ==
+            scanSettings.confocalEnabled); // what was written is read whole
+    setLaserLevel(1);                      // whatever level was read, the command stays a command
     setLaserLevel(0);
 }
 

@@ -4,6 +4,7 @@
 
 #include "app/program.h"
 #include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
@@ -57,8 +58,9 @@ protected:
     // What the map should hold at a place, before scaling.
     double truthAt(double x, double y) const {
         if (instrument.kind == kindOscilloscope)
-            return expectedVolts(x, y, laserLevel, labStageUm(labZ));
-        return expectedCurrent(x, y, laserLevel, labStageUm(labZ), instrument.source ? bias : 0.0);
+            return expectedVolts(x, y, laserLink.laserLevel, labStageUm(labZ));
+        return expectedCurrent(x, y, laserLink.laserLevel, labStageUm(labZ),
+                               instrument.source ? bias : 0.0);
     }
 
     bool agrees(double value, LabPoint place) const {
@@ -145,7 +147,7 @@ TEST_F(InstrumentRun, SaysWhenTheScanWillBeDone) {
              [&] { endMs = testTimeMs(); });
         std::string title;
         when([] { return textIn(Field::Progress) == "Mapping: 70% done"; },
-             [&] { title = mainWindow->text; });
+             [&] { title = windows.main->text; });
         runProgramOver(step * 20, step * 5);
         ASSERT_EQ(said.size(), 5u);
         for (const auto& [whenMs, leftMs] : said)
@@ -188,12 +190,12 @@ TEST_F(InstrumentRun, AScanGoesOnWithItsOwnInstrumentOrNotAtAll) {
          [=] {
              EXPECT_EQ(scanArea.scanStep, 5.0);
              applyLabFaults("");
-             axisOrder = 3;
+             controllers.axisOrder = 3;
              goOn();
          });
     when([=] { return refused("the axis order is not that of the scan (Configuration)"); },
          [=] {
-             axisOrder = 2;
+             controllers.axisOrder = 2;
              goOn();
          });
     answer("SourceMeter device connected", BoxAnswer::Ok);

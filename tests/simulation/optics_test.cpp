@@ -32,8 +32,8 @@ protected:
         onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
         ASSERT_TRUE(applyLabFaults(exactStage));
         ASSERT_TRUE(openStages(2, motorSpeed));
-        ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
-        laserOffset = {labSpotPixel().column, labSpotPixel().row};
+        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
+        cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
         setLaserOutput(1);
         switchLiveView(LiveView::On);
         for (int i = 0; i < 15; ++i) grabFrames(cameraState, 1);
@@ -78,7 +78,7 @@ class FocusTest : public OpticsTest, public testing::WithParamInterface<FocusCas
 
 TEST_P(FocusTest, EndsInFocusOrSaysThatItDidNot) {
     const FocusCase& each = GetParam();
-    laserLevel = each.microamperes / laserScaleFactor;
+    laserLink.laserLevel = each.microamperes / laserScaleFactor;
     cameraState.exposureUs = each.exposureUs;
     putUnderSpot(each.place);
     std::string ends;
@@ -91,7 +91,7 @@ TEST_P(FocusTest, EndsInFocusOrSaysThatItDidNot) {
         EXPECT_TRUE(says || textIn(Field::Information) == "Focusing incompleted!");
         const bool sharp = off <= labDepthOfFocusUm;
         ends += says ? (sharp ? completed : wrong) : (sharp ? incomplete : lost);
-        EXPECT_EQ(processRunning, 0);
+        EXPECT_EQ(session.processRunning, 0);
         EXPECT_TRUE(timerRuns());
         EXPECT_FALSE(labIlluminated());
         EXPECT_GT(labLaserPwm(), 0);
@@ -120,7 +120,7 @@ TEST_F(OpticsTest, FocusFactorIsTheSumOverThreeChannels) {
                                     PicturePoint{1231, 0}, PicturePoint{-90, 2000}}) {
         std::generate_n(cameraImage.pixels.get(), cameraImage.byteCount,
                         [&] { return static_cast<uint8_t>(random()); });
-        laserOffset = spot;
+        cameraState.laserOffset = spot;
         float expected = 0;
         for (const auto channel : {pixelBlue, pixelRed, pixelGreen}) {
             double sum = 0;
@@ -132,7 +132,8 @@ TEST_F(OpticsTest, FocusFactorIsTheSumOverThreeChannels) {
             }
             expected += static_cast<float>(sum / 40000);
         }
-        EXPECT_EQ(focusFactor(focusState), expected);
+        FocusState search;
+        EXPECT_EQ(focusFactor(search), expected);
     }
     const float curve[] = {1, 3, 2, 2};
     EXPECT_EQ(meanStepChange(curve, 4), 1.0f);
@@ -225,7 +226,7 @@ TEST_F(OpticsTest, ClosingInAMoveStopsItAtOnce) {
     setLaserLevel(1);
     in(1000, [] { post(messageClose); });
     moveTo(stageX, 5000);
-    EXPECT_EQ(mainWindow, nullptr);
+    EXPECT_EQ(windows.main, nullptr);
     EXPECT_LT(labStageUm(labX), 1000);
     EXPECT_EQ(labLaserPwm(), 0);
     EXPECT_LT(testTimeMs(), 5000);
@@ -245,7 +246,7 @@ protected:
         int both = 0, either = 0;
         for (int y = row * 342 + 5; y < row * 342 + 335; ++y)
             for (int x = column * 410 + 5; x < column * 410 + 405; ++x) {
-                const uint32_t pixel = mainWindow->client.at(x + dx, y + dy);
+                const uint32_t pixel = windows.main->client.at(x + dx, y + dy);
                 const bool shown = isGold(pixel >> 16 & 255, pixel >> 8 & 255, pixel & 255);
                 const LabPoint place = sampleAt(x + 0.5, 1028 - (y + 0.5), 3);
                 const Rgb truth = textureAt(place.x, place.y);
@@ -261,7 +262,7 @@ TEST_F(WideViewTest, ShowsNineFieldsInPlace) {
     onCommand(idWideView);
     EXPECT_NEAR(labStageUm(labX), 0, 0.5);
     EXPECT_NEAR(labStageUm(labY), 0, 0.5);
-    EXPECT_EQ(wideFactor, 3);
+    EXPECT_EQ(display.wideFactor, 3);
     EXPECT_EQ(drawnTexts.back().text, "30 um");
     for (int row = 0; row < 3; ++row)
         for (int column = 0; column < 3; ++column) {
@@ -274,7 +275,7 @@ TEST_F(WideViewTest, ShowsNineFieldsInPlace) {
         }
     // Plain ground is equally bright in all of them, but for the sensor's noise.
     const auto green = [this](int x, int y) {
-        return static_cast<int>(mainWindow->client.at(x, y) >> 8 & 255);
+        return static_cast<int>(windows.main->client.at(x, y) >> 8 & 255);
     };
     for (int row = 0; row < 3; ++row)
         for (int column = 0; column < 3; ++column)
@@ -283,16 +284,16 @@ TEST_F(WideViewTest, ShowsNineFieldsInPlace) {
     // And no gap between them.
     int black = 0;
     for (int y = 0; y < 900; ++y)
-        for (int x = 0; x < 1232; ++x) black += mainWindow->client.at(x, y) == 0;
+        for (int x = 0; x < 1232; ++x) black += windows.main->client.at(x, y) == 0;
     EXPECT_EQ(black, 0);
 
-    const NativeBitmap shown = mainWindow->client;
-    std::fill(mainWindow->client.pixels.begin(), mainWindow->client.pixels.end(), 0u);
+    const NativeBitmap shown = windows.main->client;
+    std::fill(windows.main->client.pixels.begin(), windows.main->client.pixels.end(), 0u);
     onPaint();
     EXPECT_TRUE(std::equal(shown.pixels.begin(), shown.pixels.begin() + 1232,
-                           mainWindow->client.pixels.begin()));
+                           windows.main->client.pixels.begin()));
     onCommand(idLiveOn);
-    EXPECT_EQ(wideView, 0);
+    EXPECT_EQ(display.wideView, 0);
 }
 
 TEST_F(WideViewTest, ClicksAndDragsAreThreeTimesAsLong) {
@@ -304,7 +305,7 @@ TEST_F(WideViewTest, ClicksAndDragsAreThreeTimesAsLong) {
     pump();
     EXPECT_NEAR(labStageUm(labX), 100, 3 * labUmPerPixel);
     EXPECT_NEAR(labStageUm(labY), -100, 3 * labUmPerPixel);
-    EXPECT_EQ(wideView, 0) << "the nine fields are others now";
+    EXPECT_EQ(display.wideView, 0) << "the nine fields are others now";
 
     onCommand(idWideView);
     answer("Do you want to set it for next scan area", BoxAnswer::Yes);
@@ -312,7 +313,7 @@ TEST_F(WideViewTest, ClicksAndDragsAreThreeTimesAsLong) {
     pump();
     EXPECT_EQ(shownBoxes.back().caption, "Area: 26.3 um x 26.3 um");
     EXPECT_EQ(scanArea.cols, 27);
-    EXPECT_EQ(mainWindow->client.at(700, 130), 0x00FF00u);
+    EXPECT_EQ(windows.main->client.at(700, 130), 0x00FF00u);
     // The first point is the rectangle's lower left corner, but for the fixed correction.
     const LabPoint corner = sampleAt(700, 1028 - 160, 3);
     const LabPoint spot = labLaserSpotSample();
@@ -323,7 +324,7 @@ TEST_F(WideViewTest, ClicksAndDragsAreThreeTimesAsLong) {
     EXPECT_NEAR(spot.x + scanArea.offsetXUm, corner.x + 3, 0.5);
     onCommand(idWideView);
     onCommand(idDrawScanArea);
-    EXPECT_EQ(mainWindow->client.at(700, 130), 0x00FF00u);
+    EXPECT_EQ(windows.main->client.at(700, 130), 0x00FF00u);
     onCommand(idSaveCameraImage);
     EXPECT_TRUE(savedImages.back().path.ends_with(L"\\wide(1).jpg"));
 }
@@ -336,7 +337,7 @@ TEST_F(WideViewTest, IsLeftWhenTheStageMovesOn) {
                                                whileDialogOpen = [] {
                                                    setDialogText(idHandStep, "3");
                                                    onConfigurationCommand(idHandYPlus);
-                                                   EXPECT_EQ(wideView, 0);
+                                                   EXPECT_EQ(display.wideView, 0);
                                                };
                                                onCommand(idConfiguration);
                                            },
@@ -350,15 +351,15 @@ TEST_F(WideViewTest, IsLeftWhenTheStageMovesOn) {
     for (const auto& move : moves) {
         onCommand(idWideView);
         onCommand(idFocusUp);
-        ASSERT_EQ(wideView, 1) << "Z changes no place";
-        const NativeBitmap mosaic = mainWindow->client;
+        ASSERT_EQ(display.wideView, 1) << "Z changes no place";
+        const NativeBitmap mosaic = windows.main->client;
         move();
-        EXPECT_EQ(wideView, 0);
-        EXPECT_NE(mainWindow->client.pixels, mosaic.pixels) << "the camera's picture";
+        EXPECT_EQ(display.wideView, 0);
+        EXPECT_NE(windows.main->client.pixels, mosaic.pixels) << "the camera's picture";
     }
     when([] { return labStageUm(labX) < -150; }, [] { applyLabFaults("limit x right at -60"); });
     onCommand(idWideView);
-    EXPECT_EQ(wideView, 0);
+    EXPECT_EQ(display.wideView, 0);
     EXPECT_EQ(textIn(Field::Information),
               "The stage did not come back to the wide view's centre, Stage X limit switch");
 }
@@ -369,13 +370,13 @@ TEST_F(WideViewTest, StopsAndComesBack) {
     onCommand(idWideView);
     EXPECT_NEAR(labStageUm(labX), 0, 0.5);
     EXPECT_NEAR(labStageUm(labY), 0, 0.5);
-    EXPECT_EQ(mainWindow->client.at(600, 900), 0u); // never reached
+    EXPECT_EQ(windows.main->client.at(600, 900), 0u); // never reached
 
     ASSERT_TRUE(applyLabFaults(
         exactStage + std::string("limit x right at 50"))); // the right fields are out of reach
     onCommand(idWideView);
-    EXPECT_EQ(mainWindow->client.at(1000, 500), 0u);
-    EXPECT_NE(mainWindow->client.at(600, 500), 0u);
+    EXPECT_EQ(windows.main->client.at(1000, 500), 0u);
+    EXPECT_NE(windows.main->client.at(600, 500), 0u);
 }
 
 // --- Clicks --------------------------------------------------------------------------------------
@@ -385,13 +386,13 @@ TEST_F(OpticsTest, AClickSetsTheSpotWhenThatIsChosen) {
     answer("Do you want to set the laser beam spot here?", BoxAnswer::No);
     postClick(100, 200);
     pump();
-    EXPECT_EQ(laserOffset.x, labSpotPixel().column);
+    EXPECT_EQ(cameraState.laserOffset.x, labSpotPixel().column);
     const double before = scanArea.offsetXUm;
     answer("Do you want to set the laser beam spot here?", BoxAnswer::Yes);
     postClick(650, 1028 - 480);
     pump();
-    EXPECT_EQ(laserOffset.x, 650);
-    EXPECT_EQ(laserOffset.y, 480);
+    EXPECT_EQ(cameraState.laserOffset.x, 650);
+    EXPECT_EQ(cameraState.laserOffset.y, 480);
     EXPECT_NEAR(scanArea.offsetXUm, before - 10 * labUmPerPixel, 1e-3);
     EXPECT_NE(shownBoxes.back().caption.find("Position: (650,480), Blue intensity:"),
               std::string::npos);

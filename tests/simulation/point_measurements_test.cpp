@@ -43,7 +43,7 @@ protected:
         when([] { return !toolWindows.empty(); },
              [this, work] {
                  work(*toolWindows.back());
-                 when([this] { return saves() > 0 && processRunning == 0; },
+                 when([this] { return saves() > 0 && session.processRunning == 0; },
                       [] { in(500, [] { post(messageClose); }); });
              });
         EXPECT_EQ(runProgram(1), 0);
@@ -96,7 +96,7 @@ TEST_F(PointMeasurementTest, IvCurveFollowsTheDiodesInOrder) {
         EXPECT_EQ(tool.edits[0]->text, "0.50");
         tool.edits[0]->text = "0.8 V";
         in(3000, [&tool] { press(tool, idSweepStart); }); // the carriers are there by then
-        when([] { return processRunning == 1; },
+        when([] { return session.processRunning == 1; },
              [&tool] { EXPECT_EQ(tool.edits[0]->text, "0.80"); });
     });
     // The loop, written out: up, down through 0, up again.
@@ -208,7 +208,7 @@ TEST_F(PointMeasurementTest, SeriesFollowsRiseAndDecay) {
         for (size_t i = 0; i < 3; ++i) tool.edits[i]->text = typed[i];
         postCommand(idLaserOff);
         in(3000, [&tool] { press(tool, idSeriesStart); }); // dark by then
-        when([] { return processRunning == 1; },
+        when([] { return session.processRunning == 1; },
              [&tool] {
                  EXPECT_EQ(tool.edits[0]->text, "2.000000");
                  EXPECT_EQ(tool.edits[2]->text, "3");

@@ -41,8 +41,8 @@ protected:
         onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
         ASSERT_TRUE(applyLabFaults("backlash x 0\nbacklash y 0\nbacklash z 0\n"));
         ASSERT_TRUE(openStages(2, motorSpeed));
-        ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
-        laserOffset = {labSpotPixel().column, labSpotPixel().row};
+        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
+        cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
         answerOthers = [](const ShownBox& box) {
             return box.text.starts_with("Do you want to stop") ? BoxAnswer::No : BoxAnswer::Yes;
         };
@@ -125,7 +125,7 @@ protected:
         const uint64_t frames = labCounters().frames;
         when(
             [=] {
-                if (processRunning == 0) return false;
+                if (session.processRunning == 0) return false;
                 if (process == Process::WideView) return labStageUm(labX) > 120;
                 if (process == Process::Focus) return labCounters().frames >= frames + 8;
                 return labMeasurements().size() >= taken + 4;
@@ -228,14 +228,14 @@ TEST_P(ReentranceTest, StopsAndCloses) {
         });
         start(process);
         EXPECT_FALSE(processUnderWay());
-        EXPECT_EQ(stopRequested, 1);
+        EXPECT_EQ(session.stopRequested, 1);
         const std::string own = ownTrace(process);
         if (!own.empty()) {
             EXPECT_EQ(traces()[own] - before[own], 1) << own;
         }
         EXPECT_EQ(labBiasVolts(), 0.0);
         EXPECT_EQ(labLaserPwm(), 0);
-        EXPECT_EQ(mainWindow == nullptr, how == 2);
+        EXPECT_EQ(windows.main == nullptr, how == 2);
     }
     EXPECT_TRUE(toolWindows.empty());
 }

@@ -48,7 +48,7 @@ void expectSavedMap(const char* outcome, int measured, double zUm) {
     const SavedMap saved;
     ASSERT_EQ(saved.columns, scanArea.cols);
     ASSERT_EQ(saved.rows, scanArea.rows);
-    EXPECT_EQ(saved.channels, confocalEnabled ? 4 : 1);
+    EXPECT_EQ(saved.channels, scanSettings.confocalEnabled ? 4 : 1);
     EXPECT_EQ(saved.unit(0), "V");
     EXPECT_EQ(saved.condition("Outcome"), outcome);
     EXPECT_EQ(saved.condition("Points measured"), std::to_string(measured));
@@ -280,7 +280,7 @@ TEST_F(ScanTest, OptionsSetTheWaitsAndTheReadings) {
     writeSettings(2.0, false);
     runProgramOver(8, 4);
     expectLandscape(scanArea.rows, 0, labStageUm(labZ));
-    EXPECT_EQ(scanOptions, (ScanOptions{.settleMs = 300, .readingsPerPoint = 25}));
+    EXPECT_EQ(scanSettings.options, (ScanOptions{.settleMs = 300, .readingsPerPoint = 25}));
     const auto& said = historyOf(Field::Information);
     for (const char* bad : {"wait before reading (ms) = 100x", "write .gwy = maybe"})
         EXPECT_TRUE(std::any_of(said.begin(), said.end(), [&](const std::string& text) {
@@ -521,7 +521,7 @@ TEST_F(ScanTest, SavingAgainEndsTheJournalOfAScanThatWasNotWritten) {
 
 TEST_F(ScanTest, TellsTheCameraAsItWasAndWhatChanged) {
     writeSettings(2.0, true);
-    when([] { return mainWindow != nullptr; }, [] { cameraState.gain = 100; }); // dB; it has 36
+    when([] { return windows.main != nullptr; }, [] { cameraState.gain = 100; }); // dB; it has 36
     afterReadings(20, [] {
         setField(Field::Gain, "20");
         postCommand(idGain);

@@ -3,6 +3,7 @@
 
 #include "app/program.h"
 #include "camera/spot.h"
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
@@ -41,7 +42,7 @@ void WholeRunTest::runProgramOver(double widthUm, double heightUm, BoxAnswer hys
     when([] { return textIn(Field::Progress) == "New scan area was selected."; },
          [] { postCommand(idStart); });
     answer("Hysteresis compensated. Is it okay?", hysteresis);
-    when([] { return informationShown("Mapping finished") && !processRunning; },
+    when([] { return informationShown("Mapping finished") && !session.processRunning; },
          [] { post(messageClose); });
     EXPECT_EQ(runProgram(1), 0);
 }
@@ -74,7 +75,7 @@ bool agreesWithLandscape(double volts, LabPoint place, double zUm) {
     constexpr double tolerance = 4 * labAdcStepVolts;      // a step and five times the noise
     constexpr double leastReading = 9.5 * labAdcStepVolts; // one digit counts as 0
     return isNear(volts, tolerance, place, [&](double x, double y) {
-        const double expected = std::min(expectedVolts(x, y, laserLevel, zUm), 5.0);
+        const double expected = std::min(expectedVolts(x, y, laserLink.laserLevel, zUm), 5.0);
         return volts == 0.0 && expected < leastReading + tolerance ? 0.0 : expected;
     });
 }

@@ -1,4 +1,5 @@
 // The conversion of raw frames and the readers of the picture.
+#include "camera/camera.h"
 #include "camera/picture.h"
 #include "tests/doubles/doubles.h"
 
@@ -17,9 +18,9 @@ void convertPlainly(const std::vector<uint8_t>& raw, std::vector<uint8_t>& out, 
             int source = x + y * width;
             if (source >= (height - 2) * (width - 2)) source = (height - 2) * (width - 2);
             const auto at = [&](int index) { return raw[static_cast<size_t>(index)]; };
-            const int red = blueOnly ? 0 : at(source);
-            const int green1 = blueOnly ? 0 : at(source + width);
-            const int green2 = blueOnly ? 0 : at(source + 1);
+            const int red = cameraState.blueOnly ? 0 : at(source);
+            const int green1 = cameraState.blueOnly ? 0 : at(source + width);
+            const int green2 = cameraState.blueOnly ? 0 : at(source + 1);
             int target = (height - y - 2) * width + 2 * x;
             if (target + 4 >= height * width) target = height * width - 4;
             const auto to = static_cast<size_t>(target);
@@ -35,7 +36,7 @@ TEST_F(BayerTest, EqualsTheRuleOnEveryByte) {
     std::vector<uint8_t> raw(cameraImage.byteCount);
     for (uint8_t& byte : raw) byte = static_cast<uint8_t>(random() >> 8);
     for (const int32_t blue : {0, 1}) {
-        blueOnly = blue;
+        cameraState.blueOnly = blue;
         std::vector<uint8_t> expected(raw.size(), 0xA5); // shows what is written and what is not
         std::vector<uint8_t> converted = expected;
         convertPlainly(raw, expected, cameraImage.width, cameraImage.height);

@@ -36,7 +36,7 @@ protected:
 
 TEST_F(CommandsTest, EditsClampWhatIsTyped) {
     const std::function<double()> step = [] { return scanArea.scanStep; };
-    const std::function<double()> level = [] { return laserLevel; };
+    const std::function<double()> level = [] { return laserLink.laserLevel; };
     const std::function<double()> gain = [] { return double{1} * cameraState.gain; };
     const std::function<double()> exposure = [] { return cameraState.exposureUs; };
     const std::function<double()> x = [] { return stageX.positionUm; };
@@ -82,11 +82,11 @@ TEST_F(CommandsTest, FarFocusMovesAreAsked) {
     EXPECT_EQ(labStageUm(labZ), 0.0);
     EXPECT_FALSE(timerRuns());
     EXPECT_EQ(shownBoxes.back().caption, "Warning!");
-    processRunning = 1; // the question would hold it
+    session.processRunning = 1; // the question would hold it
     enterPositionZ();
     EXPECT_EQ(shownBoxes.size(), 1u);
     EXPECT_EQ(textIn(Field::Information), "Not while a process runs");
-    processRunning = 0;
+    session.processRunning = 0;
     typeInto(Field::PositionZ, "20");
     enterPositionZ();
     EXPECT_NEAR(labStageUm(labZ), 20, 0.01);
@@ -124,7 +124,7 @@ TEST_F(CommandsTest, KeysMoveUntilALetterBlocksThem) {
 }
 
 TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
-    laserOffset = {640, 500};
+    cameraState.laserOffset = {640, 500};
     answer("If you want to move this position", BoxAnswer::Yes);
     postDrag(716, 414, 726, 404);
     pump();
@@ -147,7 +147,7 @@ TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
     EXPECT_EQ(scanArea.cols, 30);
     EXPECT_EQ(scanMap.maps[planeBlue].size(), 30u);
     EXPECT_EQ(textIn(Field::Progress), "New scan area was selected.");
-    EXPECT_EQ(mainWindow->client.at(300, 300), 0x00FF00u);
+    EXPECT_EQ(windows.main->client.at(300, 300), 0x00FF00u);
     ASSERT_EQ(savedImages.size(), 1u);
     EXPECT_EQ(savedImages[0].pixels[300 * 1232 + 300], 0x00FF00u);
 }
@@ -166,7 +166,7 @@ TEST_F(CommandsTest, NothingBeginsInsideAMove) {
 }
 
 TEST_F(CommandsTest, TheScansQuestionIsHonestAndComesToNobodyWhoStopped) {
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     computeScanArea(scanArea);
     allocateMaps();
     const auto beforeTheQuestion = [](Action action) { // the swing ends with Z
@@ -183,18 +183,18 @@ TEST_F(CommandsTest, TheScansQuestionIsHonestAndComesToNobodyWhoStopped) {
     onCommand(idStart);
     beforeTheQuestion([] { post(messageClose); });
     onCommand(idStart);
-    EXPECT_EQ(mainWindow, nullptr);
+    EXPECT_EQ(windows.main, nullptr);
 }
 
 TEST_F(CommandsTest, DraggingLeavesNoTrace) {
-    const std::vector<uint32_t> before = mainWindow->client.pixels;
+    const std::vector<uint32_t> before = windows.main->client.pixels;
     post(messageLeftButtonDown, 1, 300 << 16 | 400);
     for (const int x : {420, 500, 350, 600}) post(messageMouseMove, 1, 350 << 16 | x);
     pump();
     int changed = 0;
     for (int y = 310; y < 1028; y++) // below the mark of the first corner
         for (int x = 0; x < 1232; x++)
-            changed += mainWindow->client.at(x, y) != before[static_cast<size_t>(y * 1446 + x)];
+            changed += windows.main->client.at(x, y) != before[static_cast<size_t>(y * 1446 + x)];
     EXPECT_EQ(changed, 2 * 39 + 200) << "more or less than the last rectangle";
     answer("Do you want to set it for next scan area", BoxAnswer::No);
     post(messageLeftButtonUp);

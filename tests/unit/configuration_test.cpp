@@ -7,6 +7,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "screen/control_ids.h"
 #include "session/process.h"
@@ -21,8 +22,8 @@ protected:
     void SetUp() override {
         LabTest::SetUp();
         createMainWindow(1);
-        ASSERT_TRUE(openStages(axisOrder, motorSpeed));
-        ASSERT_EQ(openLaserLink(laserLink, mainWindow), 1);
+        ASSERT_TRUE(openStages(controllers.axisOrder, motorSpeed));
+        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
         switchLiveView(LiveView::On);
     }
     // Opens the dialog, does what is told in it, and closes it.
@@ -38,7 +39,7 @@ protected:
 };
 
 TEST_F(ConfigurationTest, ShowsWhatIsInForce) {
-    laserOffset = {640, -3};
+    cameraState.laserOffset = {640, -3};
     link.ammeterKind = kindOscilloscope;
     link.biasVoltage = 1.5f;
     stageX.positionUm = -12.34;
@@ -97,7 +98,7 @@ TEST_F(ConfigurationTest, SetTakesWhatIsSensible) {
     });
     EXPECT_EQ(link.currentLimit, 15e-7f) << "rounded to what the edit shows";
     EXPECT_EQ(link.biasVoltage, -2.0f);
-    EXPECT_EQ(cameraAperture, 12);
+    EXPECT_EQ(cameraState.cameraAperture, 12);
     EXPECT_EQ(shownBoxes.size(), 0u);
 }
 
@@ -257,8 +258,8 @@ TEST_F(ConfigurationTest, ReconnectsLaserStagesAndCamera) {
         press(idConfocalCheck);
         choose(idAxisOrderList, 4); // for the next connection
     });
-    EXPECT_EQ(axisOrder, 4);
-    EXPECT_EQ(confocalEnabled, 0);
+    EXPECT_EQ(controllers.axisOrder, 4);
+    EXPECT_EQ(scanSettings.confocalEnabled, 0);
 }
 
 TEST_F(ConfigurationTest, MovesByHand) {
@@ -357,9 +358,9 @@ TEST_F(ConfigurationTest, LeavesARunningProcessAlone) {
     ASSERT_TRUE(runProcess("Test", process));
     EXPECT_TRUE(timerRuns());
     EXPECT_EQ(labStageUm(labX), 0.0);
-    EXPECT_EQ(axisOrder, 2);
+    EXPECT_EQ(controllers.axisOrder, 2);
     EXPECT_EQ(laserLink.comPort, 10);
-    EXPECT_EQ(confocalEnabled, 1);
+    EXPECT_EQ(scanSettings.confocalEnabled, 1);
     EXPECT_EQ(shownBoxes.size(), 0u);
 }
 

@@ -12,7 +12,7 @@ protected:
     std::vector<float> xs, ys;
 
     int draw(int first = 0) {
-        return plotCurve(mainWindow, xs.data(), ys.data(), first, static_cast<int>(xs.size()));
+        return plotCurve(windows.main, xs.data(), ys.data(), first, static_cast<int>(xs.size()));
     }
 
     // The same line on a window of its own, drawn segment by segment.
@@ -53,7 +53,7 @@ TEST_F(CurvePlotTest, IsTheCurveDrawnPointByPoint) {
         const NativeBitmap naive = drawnNaively(colour);
         for (int y = 0; y < 340; y++)
             for (int x = 0; x < 600; x++)
-                ASSERT_EQ(mainWindow->client.at(x, y), naive.at(x, y))
+                ASSERT_EQ(windows.main->client.at(x, y), naive.at(x, y))
                     << round << " " << x << " " << y;
     }
 }
@@ -87,7 +87,7 @@ TEST_F(CurvePlotTest, LabelsAreThoseOfThePointsDrawn) {
     drawingFailures[Drawing::MakeBitmap] = 1; // then straight onto the window
     xs = ys = {0, 1};
     draw();
-    EXPECT_NE(mainWindow->client.at(210, 160), 0xFFFFFFu);
+    EXPECT_NE(windows.main->client.at(210, 160), 0xFFFFFFu);
 }
 
 } // namespace

@@ -13,7 +13,7 @@ class DisplayTest : public WindowTest {
 protected:
     void SetUp() override {
         WindowTest::SetUp();
-        laserOffset = {640, 500};
+        cameraState.laserOffset = {640, 500};
     }
     int64_t draw(uint32_t save = 0) { return drawCameraFrame(cameraImage.pixels.get(), save); }
 };
@@ -25,7 +25,7 @@ TEST_F(DisplayTest, PictureStandsTheRightWayUpWithItsMarks) {
     topLeft[2] = 3;
     cameraImage.pixels[1231 * 4 + 1] = 255; // green, at the bottom right
     EXPECT_EQ(draw(), 1);
-    const NativeBitmap& screen = mainWindow->client;
+    const NativeBitmap& screen = windows.main->client;
     EXPECT_EQ(screen.at(0, 0), 0x030201u);
     EXPECT_EQ(screen.at(1231, 1027), 0x00FF00u);
     EXPECT_EQ(screen.at(1232, 1027), 0xFFFFFFu);
@@ -51,15 +51,15 @@ TEST_F(DisplayTest, DrawingThatFailsIsSaidAndEnds) {
 }
 
 TEST_F(DisplayTest, ImagesAreNumberedCameraAndWindowsApart) {
-    drawnRectangle = {100, 100, 200, 180};
+    display.drawnRectangle = {100, 100, 200, 180};
     ensureSessionFolder(dataFolders);
     draw(1);
-    drawnRectangle = {600, 500, 640, 530, 3}; // on a wide view
+    display.drawnRectangle = {600, 500, 640, 530, 3}; // on a wide view
     draw(1);
     placeMapWindow(1450, 0, 300, 200);
-    EXPECT_EQ(saveWindowImage(dataFolders, mapWindow, 0, "CONF_R"), 1);
-    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 1, "optics"), 1);
-    EXPECT_EQ(mapWindow->timesPainted, 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, windows.map, 0, "CONF_R"), 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, windows.main, 1, "optics"), 1);
+    EXPECT_EQ(windows.map->timesPainted, 1);
     const struct {
         const wchar_t* name;
         int width, height;
@@ -81,10 +81,10 @@ TEST_F(DisplayTest, ImagesAreNumberedCameraAndWindowsApart) {
 
 TEST_F(DisplayTest, WindowImageThatFailsUsesUpItsNumber) {
     drawingFailures[Drawing::SelectBitmap] = 20;
-    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 0);
+    EXPECT_EQ(saveWindowImage(dataFolders, windows.main, 0, "KST"), 0);
     drawingFailures = {{Drawing::CopyArea, 3}, {Drawing::Save, 1}};
-    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
-    EXPECT_EQ(saveWindowImage(dataFolders, mainWindow, 0, "KST"), 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, windows.main, 0, "KST"), 1);
+    EXPECT_EQ(saveWindowImage(dataFolders, windows.main, 0, "KST"), 1);
     ASSERT_EQ(savedImages.size(), 1u);
     EXPECT_TRUE(savedImages[0].path.ends_with(L"KST(1).jpg"));
 }

@@ -551,13 +551,13 @@ TEST_F(InstrumentsTest, ABiasOutlivesTheProgramAndIsTakenOffAtTheNextStart) {
         connectInstrumentAtStart();
         EXPECT_EQ(labBiasVolts(), each.off ? 0.0 : 0.5);
         EXPECT_EQ(readOption("bias may be on at").empty(), each.off);
-        EXPECT_EQ(mainWindow->text,
+        EXPECT_EQ(windows.main->text,
                   each.off ? "Lumascan" : "Lumascan - instrument lost: the bias may be on");
         ASSERT_TRUE(applyLabFaults(""));
         connectInstrument(biased); // it hears 0 V at last
         EXPECT_EQ(labBiasVolts(), 0.0);
         EXPECT_EQ(readOption("bias may be on at"), "");
-        EXPECT_EQ(mainWindow->text, "Lumascan");
+        EXPECT_EQ(windows.main->text, "Lumascan");
         connectInstrument(kindArduino);
     }
 }
@@ -580,16 +580,16 @@ TEST_F(InstrumentsTest, ABiasThatCannotBeTakenOffIsSaidUntilItIs) {
         EXPECT_EQ(biasLeftOn(), "");
         ASSERT_TRUE(applyLabFaults(each.fault));
         connectInstrument(kindArduino);
-        EXPECT_EQ(mainWindow->text, "Lumascan - instrument lost: the bias may be on");
+        EXPECT_EQ(windows.main->text, "Lumascan - instrument lost: the bias may be on");
         ASSERT_TRUE(applyLabFaults(""));
         if (each.kind == kindGpibSourcemeter) { // another one hears 0 V
             link.gpibAddress = 18;
             connectInstrument(each.kind);
-            EXPECT_EQ(mainWindow->text, "Lumascan - instrument lost: the bias may be on");
+            EXPECT_EQ(windows.main->text, "Lumascan - instrument lost: the bias may be on");
             link.gpibAddress = each.gpibAddress;
         }
         connectInstrument(each.kind);
-        EXPECT_EQ(mainWindow->text, "Lumascan");
+        EXPECT_EQ(windows.main->text, "Lumascan");
         EXPECT_EQ(labBiasVolts(), 0.0);
     }
 }
@@ -678,7 +678,7 @@ template <class Call> void expectBox(Notice notice, int32_t kindAfter, Call conn
     if (!notice.text) return;
     EXPECT_EQ(shownBoxes[0].text, notice.text);
     EXPECT_EQ(shownBoxes[0].caption, notice.caption);
-    EXPECT_EQ(shownBoxes[0].owner, mainWindow); // none at start-up
+    EXPECT_EQ(shownBoxes[0].owner, windows.main); // none at start-up
 }
 
 // Connects every kind with its instrument there, and without it in each way.
@@ -715,7 +715,7 @@ TEST_F(InstrumentsTest, StartUpShowsOnlyWhatFailed) {
 
 TEST_F(InstrumentsTest, ConnectingTellsHowItWent) {
     openBareWindow();
-    ASSERT_NE(mainWindow, nullptr);
+    ASSERT_NE(windows.main, nullptr);
     forEachKind([](const Connect& c, bool there) {
         instrumentLink.ammeterKind = kindArduino;
         const InstrumentKind& kind = instrumentKind(c.kind);

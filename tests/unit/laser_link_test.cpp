@@ -37,9 +37,9 @@ TEST_F(LaserLinkTest, OpeningSaysExactlyThis) {
 TEST_F(LaserLinkTest, FailedOpenings) {
     answer("Error in  opening serial port", BoxAnswer::Ok);
     serial.refuseOpen = true;
-    EXPECT_EQ(openLaserLink(laserLink, mainWindow), 0);
+    EXPECT_EQ(openLaserLink(laserLink, windows.main), 0);
     EXPECT_EQ(shownBoxes.back().caption, "Warning");
-    EXPECT_EQ(shownBoxes.back().owner, mainWindow);
+    EXPECT_EQ(shownBoxes.back().owner, windows.main);
     EXPECT_EQ(laserLink.disconnected, 1);
     EXPECT_EQ(readPhotocurrent(), 0.0f);
     serial.refuseOpen = false;
@@ -130,7 +130,7 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     setLaserLevel(0);
     EXPECT_EQ(wire(), opening + "G 5 0|D 6 5|");
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOff);
-    EXPECT_EQ(mainWindow->text, "");
+    EXPECT_EQ(windows.main->text, "");
 
     setLaserLevel(1);
     serial.refuseWrite = true;
@@ -139,7 +139,7 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     EXPECT_EQ(serial.openedNames.size(), openings + 1);
     setLaserLevel(0);
     EXPECT_TRUE(systemKeptAwake);
-    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(windows.main->text, lost);
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOn) << "the screen says off of a laser that is on";
     const auto& said = historyOf(Field::Information);
     EXPECT_EQ(std::count(said.begin(), said.end(), "laser board lost: the laser may be on"), 1);
@@ -147,13 +147,13 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     serial.refuseWrite = false;
     wire();
     serial.failLineState = 1;
-    EXPECT_EQ(connectLaserBoard(mainWindow), 2);
+    EXPECT_EQ(connectLaserBoard(windows.main), 2);
     EXPECT_EQ(wire(), "G 5 0|D 6 5|");
-    EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_EQ(windows.main->text, "Lumascan");
     EXPECT_FALSE(systemKeptAwake);
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOff);
     serial.replies = {"0", "0", "0"};
-    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
+    EXPECT_EQ(connectLaserBoard(windows.main), 1);
     EXPECT_TRUE(wire().ends_with("b-44800|G 5 0|D 6 5|"));
 }
 
@@ -161,33 +161,33 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
 TEST_F(LaserLinkTest, ALightThatMayBeOnIsSoAtItsPort) {
     constexpr const char* lost = "Lumascan - laser board lost: the laser may be on";
     serial.otherDevice = "\\\\.\\COM3";
-    ASSERT_EQ(connectLaserBoard(mainWindow), 1);
+    ASSERT_EQ(connectLaserBoard(windows.main), 1);
     setLaserLevel(1);
     ASSERT_TRUE(applyLabFaults("board unplugged"));
     answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
     setLaserLevel(0);
-    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(windows.main->text, lost);
     laserLink.comPort = 3;
-    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
-    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(connectLaserBoard(windows.main), 1);
+    EXPECT_EQ(windows.main->text, lost);
     EXPECT_EQ(textIn(Field::Information), "COM3 opens, but no board answers there");
     EXPECT_EQ(checkedRadio(idLaserOn), idLaserOn);
     // It hears at its own port, or answers at the one that it was moved to.
     ASSERT_TRUE(applyLabFaults(""));
     laserLink.comPort = 10;
-    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
-    EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_EQ(connectLaserBoard(windows.main), 1);
+    EXPECT_EQ(windows.main->text, "Lumascan");
     EXPECT_EQ(labLaserPwm(), 0);
     setLaserLevel(1);
     serial.refuseWrite = true;
     setLaserLevel(0);
-    EXPECT_EQ(mainWindow->text, lost);
+    EXPECT_EQ(windows.main->text, lost);
     serial.refuseWrite = false;
     serial.otherDevice = "";
     serial.boardPort = "\\\\.\\COM4";
     laserLink.comPort = 4;
-    EXPECT_EQ(connectLaserBoard(mainWindow), 1);
-    EXPECT_EQ(mainWindow->text, "Lumascan");
+    EXPECT_EQ(connectLaserBoard(windows.main), 1);
+    EXPECT_EQ(windows.main->text, "Lumascan");
 }
 
 // Another program has the port: neither light was told what the screen says.
@@ -197,10 +197,10 @@ TEST_F(LaserLinkTest, APortThatIsTakenAtTheStartIsALostBoard) {
         serial.refuseOpen = there;
         laserLink = {};
         answer("Error in  opening serial port", BoxAnswer::Ok);
-        EXPECT_EQ(connectLaserBoard(mainWindow), 0);
+        EXPECT_EQ(connectLaserBoard(windows.main), 0);
         setLaserLevel(0);
         setLaserOutput(1);
-        EXPECT_EQ(mainWindow->text, there ? "Lumascan - laser board lost" : "Lumascan");
+        EXPECT_EQ(windows.main->text, there ? "Lumascan - laser board lost" : "Lumascan");
         EXPECT_TRUE(!there || textIn(Field::Information) == "laser board lost");
     }
 }
@@ -227,7 +227,7 @@ TEST_F(LaserLinkTest, LightsRememberOneStateBack) {
         }
     }
     EXPECT_EQ(focusCount, 16);
-    laserLevel = 1.0; // 51.0 of 255
+    laserLink.laserLevel = 1.0; // 51.0 of 255
     setLaserLevel(1);
     EXPECT_EQ(wire(), "G 5 51|");
 }

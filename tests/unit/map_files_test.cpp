@@ -1,5 +1,6 @@
 // Names and content of the map files, and what a failed save does.
 #include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
@@ -23,7 +24,7 @@ protected:
         scanArea.cols = 2;
         scanArea.rows = 3;
         scanArea.scanStep = 2.0;
-        laserLevel = 7.5;
+        laserLink.laserLevel = 7.5;
         instrumentLink.biasVoltage = 0.5f;
         allocateMaps();
     }
@@ -35,7 +36,7 @@ TEST_F(MapFilesTest, WritesEveryPlaneRowByRow) {
     scanMap.maps[planePhotocurrent][0][0] = 1.5f;
     scanMap.maps[planePhotocurrent][1][2] = -0.0000004f;
     scanMap.maps[planeBlue][1][0] = 255.0f;
-    confocalEnabled = 1;
+    scanSettings.confocalEnabled = 1;
     saveMapFiles();
     EXPECT_EQ(scanMap.saveCount, 1);
     EXPECT_EQ(contentOf(folder + "Kestrel" + grid),
@@ -61,11 +62,11 @@ TEST_F(MapFilesTest, EachNumberIsWrittenAsPrintfDoes) {
 }
 
 TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
-    confocalEnabled = 1;
+    scanSettings.confocalEnabled = 1;
     scanMap.conditions = conditionsOf(presentPlan());
     instrumentLink.biasVoltage = 0.0f;
-    laserLevel = 1.0;
-    confocalEnabled = 0;
+    laserLink.laserLevel = 1.0;
+    scanSettings.confocalEnabled = 0;
     saveMapFiles();
     EXPECT_NE(contentOf(folder + "ConfocalB" + grid), "");
     EXPECT_EQ(filesOnDesktop().size(), 2u + 5u);
@@ -74,7 +75,7 @@ TEST_F(MapFilesTest, ConditionsStayWithTheirMap) {
 }
 
 TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     saveMapFiles();
     EXPECT_TRUE(makeMapFileName("Kestrel").ends_with(
         L"\\260307_14-05\\Kestrel(0)(2X3)Step:2.0um LaserIntensity30.0 Bias0.5V.txt"));
@@ -95,7 +96,7 @@ TEST_F(MapFilesTest, SecondSaveMeetsTheColonAndANewFolder) {
 
 TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     openBareWindow();
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     instrumentLink.ammeterKind = kindUsbSourcemeter;
     stageX.positionUm = 100;
     stageY.positionUm = -40;
@@ -134,7 +135,7 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
 
 // A part of a map looks like one.
 TEST_F(MapFilesTest, AMapThatIsNotWrittenWholeIsRemoved) {
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     diskFull = true;
     answer("File saving error", BoxAnswer::Ok);
     saveMapFiles();
@@ -143,7 +144,7 @@ TEST_F(MapFilesTest, AMapThatIsNotWrittenWholeIsRemoved) {
 }
 
 TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {
-    confocalEnabled = 1;
+    scanSettings.confocalEnabled = 1;
     refusedFile = "ConfocalR";
     answer("File saving error", BoxAnswer::Ok);
     saveMapFiles();
@@ -152,7 +153,7 @@ TEST_F(MapFilesTest, OneRefusedFileLeavesTheOthers) {
 }
 
 TEST_F(MapFilesTest, NoFolderAtAllAsksFourTimes) {
-    confocalEnabled = 1;
+    scanSettings.confocalEnabled = 1;
     foldersRefused = true;
     for (int i = 0; i < 4; i++) answer("File saving error", BoxAnswer::Ok);
     saveMapFiles();

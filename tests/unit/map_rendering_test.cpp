@@ -38,7 +38,7 @@ protected:
         }
         return found;
     }
-    uint32_t at(int x, int y) { return mapWindow->client.at(x, y); }
+    uint32_t at(int x, int y) { return windows.map->client.at(x, y); }
 };
 
 using Cells = std::vector<uint32_t>;
@@ -56,20 +56,20 @@ TEST_F(MapRenderingTest, LevelsBecomeColours) {
 TEST_F(MapRenderingTest, LiveRowsScaleToThemselvesWholeMapsToAll) {
     setRow(planePhotocurrent, 0, {5, 5, 5, 5});
     setRow(planePhotocurrent, 1, {0, 1, 2, 4});
-    for (int row : {0, 1}) drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], row);
+    for (int row : {0, 1}) drawMapRow(windows.map, scanMap.maps[planePhotocurrent], row);
     EXPECT_EQ(cells(0), (Cells{0x7F0000, 0x7F0000, 0x7F0000, 0x7F0000})); // level 511
     EXPECT_EQ(cells(1), (Cells{0, 0x3F0000, 0x7F0000, 0xFFFFFF}));
     EXPECT_EQ(at(12, 3), 0xFFFFFFu) << "nothing beside the map is touched";
 
     setRow(planePhotocurrent, 0, {-5, 5, 0, 0});
-    EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), 1);
+    EXPECT_EQ(drawMap(windows.map, channelPhotocurrent), 1);
     EXPECT_EQ(scanMap.mapMax, 5.0f);
     EXPECT_EQ(scanMap.mapMin, -5.0f);
     EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, 0x7F0000}));
     EXPECT_EQ(at(12, 3), grey);
 
     for (size_t row : {0u, 1u}) setRow(planePhotocurrent, row, {5, 5, 5, 5});
-    drawMap(mapWindow, channelPhotocurrent);
+    drawMap(windows.map, channelPhotocurrent);
     EXPECT_EQ(cells(1), Cells(4, 0)); // level 0: only the maximum moved
     EXPECT_EQ(scanMap.mapMax, 6.0f);
 }
@@ -81,16 +81,16 @@ TEST_F(MapRenderingTest, OverloadsAreGreyAndLeaveTheScaleToTheOthers) {
         scanMap.marks[0][0] = value == 1e16f ? PointMark::Overloaded : PointMark::Measured;
         setRow(planePhotocurrent, 0, {value, 1, 2, 4});
         setRow(planePhotocurrent, 1, {1, 1, 1, 5});
-        drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
+        drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
         EXPECT_EQ(cells(0), (Cells{grey, 0, 0x550000, 0xFFFFFF}));
-        drawMap(mapWindow, channelPhotocurrent);
+        drawMap(windows.map, channelPhotocurrent);
         EXPECT_EQ(scanMap.mapMax, 5.0f);
         EXPECT_EQ(scanMap.mapMin, 1.0f);
         EXPECT_EQ(cells(0)[0], grey);
     }
     for (auto& column : scanMap.marks) column.assign(2, PointMark::Overloaded);
-    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], 0);
-    drawMap(mapWindow, channelPhotocurrent);
+    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
+    drawMap(windows.map, channelPhotocurrent);
     EXPECT_EQ(cells(1), Cells(4, grey));
     EXPECT_EQ(scanMap.mapMax, 1.0f);
 }
@@ -109,11 +109,11 @@ TEST_F(MapRenderingTest, ConfocalChannels) {
         {channelConfocal, {0x100, 0xFF0200, 0x0A0300, 0x2C04FF}},
     };
     for (const auto& each : cases) {
-        EXPECT_EQ(drawMap(mapWindow, each.channel), 1);
+        EXPECT_EQ(drawMap(windows.map, each.channel), 1);
         EXPECT_EQ(cells(1), each.expected) << each.channel;
     }
-    drawMap(mapWindow, channelPhotocurrent);
-    drawConfocalRow(mapWindow, 1);
+    drawMap(windows.map, channelPhotocurrent);
+    drawConfocalRow(windows.map, 1);
     EXPECT_EQ(cells(1), cases[3].expected);
 }
 
@@ -126,9 +126,9 @@ TEST_F(MapRenderingTest, MorePointsThanPixelsAreOnePixelEach) {
     allocateMaps();
     const int right = scanArea.cols, bottom = scanArea.rows;
     const auto last = static_cast<size_t>(bottom - 1);
-    EXPECT_EQ(mapWindow->client.height, bottom + 55 - 39);
+    EXPECT_EQ(windows.map->client.height, bottom + 55 - 39);
     scanMap.maps[planePhotocurrent][1][last] = 1.0f;
-    drawMapRow(mapWindow, scanMap.maps[planePhotocurrent], bottom - 1);
+    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], bottom - 1);
     EXPECT_EQ(at(0, bottom - 1), 0u);
     EXPECT_EQ(at(1, bottom - 1), 0xFFFFFFu);
     drawMapWithScale(channelPhotocurrent);
@@ -137,8 +137,8 @@ TEST_F(MapRenderingTest, MorePointsThanPixelsAreOnePixelEach) {
     EXPECT_EQ(at(right, 0), grey);
     EXPECT_EQ(at(right + 10, bottom - 1), 0u); // the bar's dark end
     EXPECT_EQ(drawnTexts.back().y, bottom);
-    mapWindow->client = blankBitmap(10, 10, 0); // a screen that is too small for it
-    saveMapImage(mapWindow, channelPhotocurrent, "KST");
+    windows.map->client = blankBitmap(10, 10, 0); // a screen that is too small for it
+    saveMapImage(windows.map, channelPhotocurrent, "KST");
     ASSERT_EQ(savedImages.size(), 1u);
     const auto lastRow = static_cast<size_t>(savedImages[0].width) * last;
     EXPECT_EQ(savedImages[0].height, bottom + 16);
@@ -159,12 +159,12 @@ TEST_F(MapRenderingTest, AScanShowsNoRowOfTheMapBefore) {
 
 TEST_F(MapRenderingTest, DrawingThatFailsIsSaidAndEnds) {
     drawingFailures[Drawing::MakeContext] = 100;
-    EXPECT_EQ(drawMap(mapWindow, channelPhotocurrent), 0);
+    EXPECT_EQ(drawMap(windows.map, channelPhotocurrent), 0);
     EXPECT_EQ(textIn(Field::Information), "CreateCompatibleDC has failed");
 }
 
 TEST_F(MapRenderingTest, ScaleStandsBesideTheMap) {
-    drawColourBar(mapWindow); // 90 lines
+    drawColourBar(windows.map); // 90 lines
     const int left = 12 + 10;
     const struct {
         int y;
@@ -177,9 +177,9 @@ TEST_F(MapRenderingTest, ScaleStandsBesideTheMap) {
     }
     scanMap.mapMax = 1.25f;
     scanMap.mapMin = -0.5f;
-    drawScaleLabels(mapWindow);
+    drawScaleLabels(windows.map);
     instrumentLink.ammeterKind = kindOscilloscope;
-    drawScaleLabels(mapWindow);
+    drawScaleLabels(windows.map);
     ASSERT_EQ(drawnTexts.size(), 4u);
     const char* const texts[] = {"1.2uA", "-0.5uA", "1.25V", "-0.50V"};
     for (size_t i = 0; i < 4; i++) {
@@ -195,11 +195,11 @@ TEST_F(MapRenderingTest, MarkerStaysInThePicture) {
         int pixels; // green on the window afterwards
     } cases[] = {{100, 50, 4}, {0, 1027, 2}, {-1, 0, 2}, {1231, 1027, 1}, {5, -5, 0}, {5, 2000, 0}};
     for (const auto& each : cases) {
-        auto& client = mainWindow->client;
+        auto& client = windows.main->client;
         std::fill(client.pixels.begin(), client.pixels.end(), 0);
-        ContextHandle view = windowContext(mainWindow);
+        ContextHandle view = windowContext(windows.main);
         markPoint(view, each.x, each.y);
-        releaseWindowContext(mainWindow, view);
+        releaseWindowContext(windows.main, view);
         EXPECT_EQ(std::count(client.pixels.begin(), client.pixels.end(), 0x00FF00u), each.pixels)
             << each.x << ' ' << each.y;
     }

@@ -72,23 +72,23 @@ TEST_F(OptionsTest, DialogTakesAllOrNothing) {
         fill("0");
     };
     onCommand(idScanOptions); // and "Cancel"
-    EXPECT_EQ(scanOptions, ScanOptions());
+    EXPECT_EQ(scanSettings.options, ScanOptions());
     EXPECT_EQ(contentOf(file), "");
     whileDialogOpen = [&] {
         for (const char* bad : {"10001", "-1", "soon", ""}) {
             fill(bad);
             answer("Wait after arrival (ms): 0 to 10000", BoxAnswer::Ok);
             onScanOptionsCommand(idSet);
-            EXPECT_EQ(scanOptions, ScanOptions()) << bad;
+            EXPECT_EQ(scanSettings.options, ScanOptions()) << bad;
         }
         fill("0");
         onScanOptionsCommand(idSet);
     };
     onCommand(idScanOptions);
-    EXPECT_EQ(scanOptions, chosen);
-    scanOptions = {};
+    EXPECT_EQ(scanSettings.options, chosen);
+    scanSettings.options = {};
     readScanOptions(); // as the next start finds them
-    EXPECT_EQ(scanOptions, chosen);
+    EXPECT_EQ(scanSettings.options, chosen);
 }
 
 } // namespace

@@ -31,45 +31,45 @@ TEST_F(WaitTest, DispatchesMeanwhileWithTheLiveViewOff) {
     EXPECT_EQ(dispatchedAt, 30);
     EXPECT_EQ(labCounters().frames, 0u);
     EXPECT_TRUE(timerRuns());
-    processRunning = 1; // then it stays off
+    session.processRunning = 1; // then it stays off
     EXPECT_EQ(waitResponsive(10), waitPassed);
     EXPECT_FALSE(timerRuns());
     EXPECT_EQ(checkedRadio(idLiveOn), idLiveOff);
 }
 
 TEST_F(WaitTest, EveryMessageWithTheButtonsNumberAsksForAStop) {
-    processRunning = 1;
+    session.processRunning = 1;
     const Message asking[] = {{nullptr, messageCommand, 2000, 0},
                               {nullptr, 0x0400, 0x107D0, 0},
                               {nullptr, messageLeftButtonDown, 1, 0}};
     for (const Message& message : asking) {
-        stopRequested = 0;
+        session.stopRequested = 0;
         post(message.id, message.wParam);
         answer(stopQuestion, BoxAnswer::Yes);
         EXPECT_EQ(waitResponsive(100), waitStopped);
-        EXPECT_EQ(stopRequested, 1);
+        EXPECT_EQ(session.stopRequested, 1);
         EXPECT_EQ(shownBoxes.back().caption, "Warning");
         EXPECT_EQ(shownBoxes.back().buttons, BoxButtons::YesNo);
-        EXPECT_EQ(shownBoxes.back().owner, mainWindow);
+        EXPECT_EQ(shownBoxes.back().owner, windows.main);
     }
     EXPECT_EQ(testTimeMs(), 0);
 }
 
 TEST_F(WaitTest, DeclinedStopLetsTheClickThrough) {
-    processRunning = 1;
+    session.processRunning = 1;
     post(messageLeftButtonDown, 1, 5 << 16 | 5);
     bool reached = false;
     postCall([&] { reached = true; });
     answer(stopQuestion, BoxAnswer::No);
     EXPECT_EQ(waitResponsive(100), waitPassed);
     EXPECT_TRUE(reached);
-    EXPECT_EQ(stopRequested, 0);
+    EXPECT_EQ(session.stopRequested, 0);
     EXPECT_EQ(testTimeMs(), 100);
 }
 
 // The wait goes on until it is due: a reading behind it needs all of it.
 TEST_F(WaitTest, PageKeysNudgeTheFocusAndCutNothing) {
-    processRunning = 1;
+    session.processRunning = 1;
     for (int i = 0; i < 3; i++) post(messageKeyDown, keyPageUp);
     in(50, [] { post(messageKeyDown, keyPageDown); });
     EXPECT_EQ(waitResponsive(100), waitPassed);

@@ -1,6 +1,8 @@
 // The scan's geometry from the rectangle, the step, the view and the laser spot.
+#include "camera/camera.h"
 #include "camera/spot.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
 #include "tests/doubles/doubles.h"
 
 namespace {
@@ -39,18 +41,18 @@ TEST_F(ScanAreaTest, GridAndDrawnSize) {
 }
 
 TEST_F(ScanAreaTest, FirstPointAndDuration) {
-    laserOffset = {640, 500};
+    cameraState.laserOffset = {640, 500};
     ScanArea area;
     area.rectX1 = 900;
     area.rectY1 = 500;
     area.rectX2 = 600;
     area.rectY2 = 700;
-    confocalEnabled = 1;
+    scanSettings.confocalEnabled = 1;
     EXPECT_EQ(computeScanArea(area), 1320 * 2 / 500 + 2);
     EXPECT_NEAR(area.offsetXUm, (-16 - 24) * 0.146104 + 3.0, 1e-4);
     EXPECT_NEAR(area.offsetYUm, (-186 + 14) * 0.146104 + 2.0, 1e-4);
     EXPECT_NEAR(area.scanWidthUm, 44 * 0.146104, 1e-4);
-    confocalEnabled = 0;
+    scanSettings.confocalEnabled = 0;
     EXPECT_EQ(computeScanArea(area), 1320 / 500 + 2);
     area.viewScale = 3; // the laser's distance stays as it is
     computeScanArea(area);

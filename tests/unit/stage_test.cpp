@@ -36,7 +36,8 @@ TEST_F(StageTest, MicrometresBecomeStepsAndMicrosteps) {
 }
 
 TEST_F(StageTest, EveryOrderGivesEachAxisItsController) {
-    const char* const devices[] = {deviceX_name, deviceY_name, deviceZ_name};
+    const char* const devices[] = {controllers.deviceX_name, controllers.deviceY_name,
+                                   controllers.deviceZ_name};
     const int assignment[][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {2, 0, 1}, {1, 2, 0}, {2, 1, 0}};
     for (int32_t order = 0; order < 6; order++) {
         ASSERT_TRUE(openStages(order, motorSpeed));
@@ -48,7 +49,7 @@ TEST_F(StageTest, EveryOrderGivesEachAxisItsController) {
         closeAll();
     }
     EXPECT_EQ(labCounters().openAxes, 0u);
-    EXPECT_NE(ximc_version_str[0], '\0');
+    EXPECT_NE(controllers.ximc_version_str[0], '\0');
 }
 
 TEST_F(StageTest, OpensAtZeroWithoutRamps) {
@@ -341,7 +342,7 @@ TEST_F(StageTest, SlowWayIsNoFailure) {
 
 TEST_F(StageTest, NudgeWaitsForTheMove) {
     ASSERT_TRUE(openStages(2, motorSpeed));
-    processRunning = 1;
+    session.processRunning = 1;
     for (int ms = 100; ms < 400; ms += 30)
         in(ms, [] { post(messageKeyDown, keyPageUp); }); // a key that is held down
     EXPECT_TRUE(moveTo(stageZ, 100.0));
@@ -393,7 +394,7 @@ TEST_F(StageTest, ClickStopsAllAxes) {
     EXPECT_FALSE(moveTo(stageX, 2000.0));
     EXPECT_NEAR(stageX.positionUm, labStageUm(labX), 2.0 + 1.25); // play, and a zero in full steps
     EXPECT_EQ(stops, 3);
-    EXPECT_EQ(stopRequested, 0);
+    EXPECT_EQ(session.stopRequested, 0);
     const auto& texts = historyOf(Field::Information);
     ASSERT_GE(texts.size(), 2u);
     EXPECT_EQ(texts[texts.size() - 2], "stop requested");

@@ -87,7 +87,7 @@ void Operator::acts() {
 // For a scan of about as many points as the day wants, somewhere in the picture.
 void Operator::selectsArea() {
     constexpr int width = 1232, height = 1028;
-    const double stepPx = scanArea.scanStep / labUmPerPixel / (wideView ? 3 : 1);
+    const double stepPx = scanArea.scanStep / labUmPerPixel / (display.wideView ? 3 : 1);
     const int dx = std::clamp(static_cast<int>((swarm.cols - 0.5) * stepPx), 12, width - 2);
     const int dy = std::clamp(static_cast<int>((swarm.rows - 0.5) * stepPx), 1, height - 2);
     const int x = dice.below(width - dx), y = dice.below(height - dy);
@@ -112,7 +112,7 @@ void Operator::configures() {
     judge.opensDialog();
     inDialog = true;
     if (swarm.kind == kindAnalyzerGpib && !judge.instrumentChosen) opensAnalyzerOnBus();
-    for (int left = dice.below(8); left > 0 && mainWindow; --left) {
+    for (int left = dice.below(8); left > 0 && windows.main; --left) {
         advanceVirtualTime(dice.below(400));
         switch (dice.below(6)) {
         case 0:

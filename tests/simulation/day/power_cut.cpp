@@ -132,7 +132,7 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
             postCommand(points == 0 || contentOf(journal).empty() ? idExit : idRecoverScan);
         });
     at(endOfRestartMs, [] {
-        if (mainWindow) post(messageClose);
+        if (windows.main) post(messageClose);
     });
     std::vector<std::string> wrong;
     if (runProgram(1) != 0) wrong.emplace_back("the next start ends with another code than 0");

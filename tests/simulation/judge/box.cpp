@@ -12,7 +12,8 @@ public:
 
     void boxOpens(const ShownBox& box) override {
         const bool asksConsent = box.text.starts_with("Hysteresis compensated");
-        if (asksConsent && stopRequested) judge.find(Rule::Box, "asked after a stop: " + box.text);
+        if (asksConsent && session.stopRequested)
+            judge.find(Rule::Box, "asked after a stop: " + box.text);
         const bool asksForStop = box.text.starts_with("Do you want to stop");
         if (processUnderWay() && !asksForStop && !judge.causes.empty() &&
             !judge.causes.back().process)

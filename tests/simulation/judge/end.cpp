@@ -18,7 +18,7 @@ public:
     }
 
     void ends() override {
-        if (processRunning != 0) judge.find(Rule::End, "a process still runs");
+        if (session.processRunning != 0) judge.find(Rule::End, "a process still runs");
         if (imagingStarts != 0) judge.find(Rule::End, "imaging was not stopped");
         if (!boardEverBroken && (labLaserPwm() != 0 || labIlluminated()))
             judge.find(Rule::End, "the laser or the illumination was left on");

@@ -116,8 +116,8 @@ void Judge::opensDialog() {
 
 // What is on the screen now is what the operator goes by.
 void Judge::look() {
-    if (!mainWindow) return;
-    const std::string title = windowText(mainWindow, 200);
+    if (!windows.main) return;
+    const std::string title = windowText(windows.main, 200);
     boardSaidLost = title.find(boardLostWords) != std::string::npos;
     biasSaidLost = title.find(biasMayBeOnWords) != std::string::npos;
     doubtAxes();
@@ -202,7 +202,7 @@ int Judge::moves(int id, int position, int microsteps) {
 }
 
 void Judge::isSent(int axis) {
-    const bool nudged = axis == labZ && processRunning != 0 && pageKeys > 0;
+    const bool nudged = axis == labZ && session.processRunning != 0 && pageKeys > 0;
     for (const auto& each : checkers) each->moveIsSent(axis, nudged);
     const unsigned allowed = causes.empty() ? noAxis : causes.back().axes;
     if (nudged && (allowed & 1u << axis) == 0) --pageKeys;
@@ -266,7 +266,7 @@ void Judge::lookAtProcess() {
 
 void Judge::lookAtProcessEnd(const Cause& cause) {
     processSeen = false;
-    if (!mainWindow) return;
+    if (!windows.main) return;
     look();
     std::string said;
     const std::vector<std::string>& all = historyOf(Field::Information);

@@ -1,5 +1,6 @@
 // A cell that counts as measured was taken in the light of the laser alone, and within the range of
 // its instrument.
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "platform/text_format.h"
 #include "tests/simulation/judge/judge.h"
@@ -16,7 +17,7 @@ public:
                 judge.find(Rule::Light, formatted("counts with an overload: %g", taken[i].value));
             if (judge.boardDoubtful) continue;
             if (taken[i].lamp) judge.find(Rule::Light, "counts in the light of the lamp");
-            if (!taken[i].laser && laserDriveOf(laserLevel) != 0)
+            if (!taken[i].laser && laserDriveOf(laserLink.laserLevel) != 0)
                 judge.find(Rule::Light, "counts without the laser");
         }
     }

@@ -16,7 +16,7 @@ public:
             judge.find(Rule::OneMove, formatted("%s was sent inside another move", name));
         // A stop cuts short the wait in which a move goes its last micrometre.
         if (stageIsMoving() && labStageMoves(axis) && !judge.axes[axis].doubtful &&
-            stopRequested == 0)
+            session.stopRequested == 0)
             judge.find(Rule::OneMove, formatted("%s was sent elsewhere on its way", name));
     }
 

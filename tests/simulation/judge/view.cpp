@@ -18,11 +18,12 @@ public:
     void processEnds(const Cause& cause, const std::string&) override {
         if (cause.what != wideViewName) return;
         for (int axis : {labX, labY}) takenAt[axis] = labStageUm(axis);
-        known = wideView != 0 && !stopRequested;
+        known = display.wideView != 0 && !session.stopRequested;
     }
 
     void causeEnds() override {
-        if (!known || !mainWindow || wideView == 0 || stageIsBusy() || judge.causes.size() > 1)
+        if (!known || !windows.main || display.wideView == 0 || stageIsBusy() ||
+            judge.causes.size() > 1)
             return;
         for (int axis : {labX, labY}) {
             const double away = labStageUm(axis) - takenAt[axis];

@@ -1,0 +1,23 @@
+// What a process and the wait inside it have in common.
+#pragma once
+
+#include <cstdint>
+
+// What the wait does to the stage, which knows the wait; set at start-up.
+struct StageHooks {
+    void (*stopAll)() = [] {};
+    // Moves Z by `um` and shows where it is, at once or behind a move of Z that is under way.
+    void (*nudgeFocus)(double um) = [](double) {};
+};
+
+struct SessionState {
+    // 1 while a long process holds the program: waits then ask before they stop it, and the live
+    // view stays off. RunningProcess sets it.
+    int32_t processRunning = 0;
+    // 1 once the operator has confirmed a stop or closed the main window; a process clears it when
+    // it starts and ends its loop when it finds it 1.
+    int32_t stopRequested = 0;
+    StageHooks stageHooks;
+};
+
+extern SessionState session;
