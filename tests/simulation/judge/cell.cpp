@@ -21,10 +21,16 @@ public:
     void broken() override {
         originKnown = {};
         doubtfulRows = 2; // this one, and one that it is on its way to
+        for (int axis : {labX, labY}) mostPlay[axis] = std::max(mostPlay[axis], judge.playUm(axis));
+    }
+
+    void boxOpens(const ShownBox& box) override {
+        if (box.text.starts_with("Hysteresis not compensated")) yMissedAt = 0;
     }
 
     void processBegins() override {
         originKnown = {};
+        yMissedAt = judge.devicesBroke ? 0 : -1e9;
         for (int axis : {labX, labY}) homeUm[axis] = judge.axes[axis].axis.positionUm;
     }
 
@@ -32,6 +38,10 @@ public:
         // Read since the value of the cell before was shown: an answer that came late belongs to no
         // later point.
         const double before = std::exchange(lastCellMs, shownMs);
+        if (mark == PointMark::NotReached) {
+            yMissedAt = 1e9; // from where it came back to a later row is not known
+            originKnown[labY] = false;
+        }
         if (mark != PointMark::Measured) return;
         const std::vector<Taken> taken = takenSince(before);
         const auto count = static_cast<size_t>(scanMap.conditions->options.readingsPerPoint);
@@ -85,6 +95,12 @@ private:
         return ofBoard() && taken.value < 9.5 * labAdcStepVolts ? 0.0 : taken.value;
     }
 
+    // From the first row to that of the map, um.
+    static double wayY(size_t mapRow) {
+        const ScanArea& area = scanMap.conditions->area;
+        return (area.rows - 1.0 - static_cast<double>(mapRow)) * area.scanStep;
+    }
+
     static double meanOf(const Taken* taken, size_t count) {
         double sum = 0;
         for (size_t i = 0; i < count; ++i) sum += asTold(taken[i]);
@@ -93,7 +109,9 @@ private:
 
     static bool holds(double cell, const Taken* taken, size_t count) {
         const double is = meanOf(taken, count);
-        return std::fabs(cell - is) <= 1e-3 * std::fabs(is) + 1e-9;
+        double largest = 0; // an instrument tells five digits
+        for (size_t i = 0; i < count; ++i) largest = std::max(largest, std::fabs(taken[i].value));
+        return std::fabs(cell - is) <= 1e-3 * std::fabs(is) + 1e-5 * largest + 1e-9;
     }
 
     void judgeValue(double cell, const Taken* taken, size_t count) {
@@ -106,9 +124,7 @@ private:
     // play and microsteps, and beside the other cells of its scan within a quarter of the step.
     bool judgePlace(size_t c, size_t m, const Taken* taken, size_t count) {
         const ScanConditions& scan = *scanMap.conditions;
-        const double row = scan.area.rows - 1.0 - static_cast<double>(m);
-        const double ways[] = {static_cast<double>(c) * scan.area.scanStep,
-                               row * scan.area.scanStep};
+        const double ways[] = {static_cast<double>(c) * scan.area.scanStep, wayY(m)};
         // One that goes on does so from where the stage then stands.
         const bool goesOn = !scan.continued.empty();
         const double starts[] = {(goesOn ? homeUm[labX] : scan.homeXUm) + scan.area.offsetXUm,
@@ -118,10 +134,10 @@ private:
                                 (spot.row - labCentreRow) * labUmPerPixel};
         if (std::exchange(rowSeen, m) != m && doubtfulRows > 0) --doubtfulRows;
         // Where the way since the row's begin has not taken up the play of X, nothing is promised;
-        // for Y the swing does it, unless it fails.
+        // for Y the swing does it, unless it fails, and a row that was not reached undoes it.
         const double runIn = scan.options.runInUm > 0 ? scan.options.runInUm : scan.area.scanStep;
         const bool playTakenUp[] = {doubtfulRows == 0 && runIn + ways[labX] >= judge.playUm(labX),
-                                    !judge.devicesBroke || ways[labY] >= judge.playUm(labY)};
+                                    ways[labY] - yMissedAt >= judge.playUm(labY)};
         bool judged = true;
         for (int axis : {labX, labY}) {
             const AxisView& view = judge.axes[axis];
@@ -139,7 +155,7 @@ private:
 
     void judgeStand(int axis, double originUm, double zeroUm, size_t c, size_t m) {
         const char* const name = judge.axes[axis].name;
-        const double farUm = judge.playUm(axis) + umPerFullStep + 0.1;
+        const double farUm = std::max(mostPlay[axis], judge.playUm(axis)) + umPerFullStep + 0.1;
         if (std::fabs(originUm - zeroUm) > farUm)
             judge.find(Rule::Cell, formatted("%s stood %.2f um beside the place of cell %zu, %zu",
                                              name, originUm - zeroUm, c, m));
@@ -159,7 +175,9 @@ private:
     // By the first cell that was judged, of X and Y: where the scan's first point lies.
     std::array<double, 2> origin{};
     std::array<bool, 2> originKnown{};
-    int doubtfulRows = 0; // since something was broken
+    double mostPlay[2] = {}; // since the day began: a carriage may lag by that
+    double yMissedAt = 0;    // where the play of Y was last not known to be taken up
+    int doubtfulRows = 0;    // since something was broken
     size_t rowSeen = 0;
 };
 

@@ -2,6 +2,8 @@
 // counts.
 #include "instruments/kinds.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
 #include "tests/simulation/judge/judge.h"
 
 namespace {
@@ -10,9 +12,8 @@ class Sound : public Checker {
 public:
     explicit Sound(Judge& all) : judge(all) {}
 
-    void processBegins() override { touched = false; }
-    void commandComes(int) override { touched |= judge.inScan(); }
-    void dialogOpens() override { touched |= judge.inScan(); }
+    void commandComes(int id) override { touched = id != idStart || processUnderWay(); }
+    void causeEnds() override { touched |= judge.causes.size() > 1; } // what came in its middle
 
     void cellIsMarked(size_t column, size_t row, PointMark mark) override {
         const bool readable = instrumentLink.opened || !instrumentKind(kindNow()).open;
@@ -28,7 +29,7 @@ private:
     static int32_t kindNow() { return instrumentLink.ammeterKind; }
 
     Judge& judge;
-    bool touched = false; // in the present scan
+    bool touched = false; // something, since the scan was asked for
 };
 
 } // namespace
