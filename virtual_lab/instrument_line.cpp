@@ -100,9 +100,8 @@ void noteError(LabInstrument who, const std::string& what, const std::string& co
 
 void noteMeasurement(LabInstrument who, double biasVolts, double value) {
     LabPoint spot = labLaserSpotSample();
-    logEntry(lab.instruments.measurements,
-             {who, labNowMs(), spot.x, spot.y, biasVolts, value, lab.board.laserPwm > 0,
-              lab.board.illuminated});
+    logEntry(lab.instruments.measurements, {who, labNowMs(), spot.x, spot.y, biasVolts, value,
+                                            lab.board.laserPwm > 0, lab.board.illuminated});
 }
 
 // Handles are never given twice: what a program still holds is worthless.
