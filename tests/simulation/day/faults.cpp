@@ -38,6 +38,7 @@ constexpr const char* faultLines[] = {
     "instrument absent",   "instrument refused",
     "instrument stuck",    "instrument silent",
     "instrument garbage",  "instrument unterminated",
+    "instrument overload", "board overload",
 };
 
 // A call that fails, with or without doing what it was asked, or is late, from the n-th on.

@@ -4,6 +4,8 @@
 #include "app/program.h"
 #include "camera/live_view.h"
 #include "instruments/ammeter.h"
+#include "instruments/bias.h"
+#include "instruments/kinds.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "tests/doubles/doubles.h"
@@ -19,9 +21,19 @@ namespace {
 
 constexpr int rowsLookedAt = 104; // of 200 for the focus
 
+// And then the power was cut.
+void leaveBias(int kind) {
+    instrumentLink.gpibAddress = kind == kindGpibSourcemeter ? 24 : 17;
+    answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; }; // that it is connected
+    connectInstrument(kind);
+    applyBias(0.7, 1e-4);
+    resetProgram();
+}
+
 void prepareDesktop(const Swarm& swarm) {
     writeDesktopFile("KST_Data/Config.txt", swarm.settingsLine());
     writeDesktopFile("KST_Data/Options.ini", swarm.options());
+    if (swarm.biasLeft && instrumentKind(swarm.kind).applyBias) leaveBias(swarm.kind);
     instrumentLink.biasVoltage = static_cast<float>(swarm.biasVolts);
     instrumentLink.currentLimit = static_cast<float>(swarm.limitAmperes);
 }
@@ -50,6 +62,9 @@ RandomDay liveRandomDay(uint32_t seed) {
     setLabRowsAroundSpot(rowsLookedAt);
     onLeftButtonUp(-1, -1); // no drag and no idle time is left from another day
     resetIdle();
+    Dice dice(seed);
+    const Swarm swarm(dice);
+    prepareDesktop(swarm);
     Judge judge(day);
     PowerCut powerCut(seed);
     onlooker.waits = [&, judges = onlooker.waits] {
@@ -59,14 +74,11 @@ RandomDay liveRandomDay(uint32_t seed) {
         judges();
         powerCut.look();
     };
-    Dice dice(seed);
-    const Swarm swarm(dice);
     swarm.count(day.counts);
     day.kind = swarm.kind;
     Operator hand(dice, swarm, judge);
     answerOthers = [&](const ShownBox& box) { return hand.answers(box); };
     whileDialogOpen = [&] { hand.configures(); };
-    prepareDesktop(swarm);
     if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
     planDay(dice, swarm, hand);
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");

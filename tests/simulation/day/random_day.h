@@ -22,6 +22,7 @@ enum class Rule {
     Lost,    // an axis is lost only by what takes it away; no scan goes on without X or Y
     View,    // a wide view on the screen is of the present place
     Alive,   // the program looks at its windows
+    Focus,   // a search for the focus that has come to its end has moved Z
     Named,   // of what spoilt a scan the screen says why
     Files,   // no file is overwritten, and none stays that is not whole
     Kept,    // what was on the disk when the power was cut is recovered, and nothing else

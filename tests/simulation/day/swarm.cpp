@@ -26,6 +26,7 @@ void Swarm::drawSetup(Dice& dice) {
     biasVolts = dice.oneOf(volts);
     constexpr double amperes[] = {1e-4, 1e-4, 1e-4, 1e-6, 2e-7, 0.2};
     limitAmperes = dice.oneOf(amperes);
+    biasLeft = dice.percent(25);
 }
 
 void Swarm::drawScan(Dice& dice) {
@@ -42,7 +43,8 @@ void Swarm::drawScan(Dice& dice) {
     if (stepUm < 3.0) cols = std::max(cols, 3);
     confocal = dice.percent(40);
     looksEarly = dice.percent(50);
-    constexpr int settles[] = {10, 10, 0, 50}, befores[] = {2, 2, 0, 20}, runIns[] = {0, 2, 5, 10};
+    constexpr int settles[] = {10, 10, 0, 50}, befores[] = {2, 2, 0, 20},
+                  runIns[] = {0, 2, 5, 5, 10};
     settleMs = dice.oneOf(settles);
     beforeReadingMs = dice.oneOf(befores);
     runInUm = dice.oneOf(runIns);
@@ -61,7 +63,7 @@ void Swarm::drawOperator(Dice& dice) {
 }
 
 void Swarm::drawFaults(Dice& dice) {
-    devicesBreak = dice.percent(70);
+    devicesBreak = dice.percent(65);
     filesBreak = dice.percent(50);
     brokenAtStart = devicesBreak && dice.percent(10);
     constexpr int mends[] = {20, 50, 80}, pairs[] = {0, 30}, calls[] = {0, 0, 30},
@@ -84,6 +86,7 @@ void Swarm::count(std::map<std::string, uint64_t>& counts) const {
     ++counts[formatted("days of %d readings a point", readingsPerPoint)];
     ++counts[formatted("days of %g V", biasVolts)];
     ++counts[formatted("days of run-in %d um", runInUm)];
+    if (biasLeft) ++counts["days of a bias left by an earlier run"];
     if (looksEarly) ++counts["days of early looks"];
     if (confocal) ++counts["days of confocal scans"];
 }

@@ -36,6 +36,7 @@ struct Swarm {
     int cols, rows;
     bool confocal;
     double biasVolts, limitAmperes;
+    bool biasLeft; // by an earlier run
     int readingsPerPoint, settleMs, beforeReadingMs, runInUm;
     bool looksEarly;
 

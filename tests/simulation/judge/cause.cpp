@@ -35,7 +35,7 @@ public:
 
 private:
     Judge& judge;
-    double biasSeen = 0.0; // V; at the last look
+    double biasSeen = labBiasVolts(); // at the last look; one may be left by an earlier run
 };
 
 } // namespace

@@ -17,8 +17,9 @@ public:
         if (field == Field::MeasuredValue) shownMs = virtualNowMs();
     }
 
-    // The play may be another one, and is taken up with the next row.
+    // Another play is taken up with the next row.
     void broken() override {
+        if (std::exchange(playKnown, plays()) == plays()) return;
         originKnown = {};
         doubtfulRows = 2; // this one, and one that it is on its way to
         for (int axis : {labX, labY}) mostPlay[axis] = std::max(mostPlay[axis], judge.playUm(axis));
@@ -94,6 +95,8 @@ private:
     static double asTold(const Taken& taken) {
         return ofBoard() && taken.value < 9.5 * labAdcStepVolts ? 0.0 : taken.value;
     }
+
+    std::array<double, 2> plays() const { return {judge.playUm(labX), judge.playUm(labY)}; }
 
     // From the first row to that of the map, um.
     static double wayY(size_t mapRow) {
@@ -176,8 +179,9 @@ private:
     std::array<double, 2> origin{};
     std::array<bool, 2> originKnown{};
     double mostPlay[2] = {}; // since the day began: a carriage may lag by that
-    double yMissedAt = 0;    // where the play of Y was last not known to be taken up
-    int doubtfulRows = 0;    // since something was broken
+    std::array<double, 2> playKnown = plays();
+    double yMissedAt = 0; // where the play of Y was last not known to be taken up
+    int doubtfulRows = 0; // since something was broken
     size_t rowSeen = 0;
 };
 

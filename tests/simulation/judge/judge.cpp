@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
                                      "cell",   "light", "sound", "lost",  "view",  "alive",
-                                     "named",  "files", "kept",  "box",   "end"};
+                                     "focus",  "named", "files", "kept",  "box",   "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -41,7 +41,7 @@ Judge::Judge(RandomDay& record) : day(record) {
     // The lights are looked at last: whether the laser was asked for is of the time since then.
     for (const auto check : {checkFiles, checkBox, checkBias, checkPlace, checkWatch, checkCause,
                              checkOneMove, checkCell, checkLight, checkSound, checkLost, checkView,
-                             checkAlive, checkNamed, checkEnd, checkLights})
+                             checkAlive, checkFocus, checkNamed, checkEnd, checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -195,7 +195,9 @@ int Judge::moves(int id, int position, int microsteps) {
         if (id >= 0 && axes[axis].id == id && !repeated) isSent(axis);
     const uint64_t before = labCounters().moves;
     const int result = real.move(id, position, microsteps);
-    movesSeen += labCounters().moves - before;
+    const uint64_t taken = labCounters().moves - before;
+    movesSeen += taken;
+    for (AxisView& each : axes) each.ignored += id >= 0 && each.id == id && result == 0 && !taken;
     disturbedMove = move;
     disturbedMove[0] = result == -1 && !repeated ? testTimeMs() : -1.0;
     return result;

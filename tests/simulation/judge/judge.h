@@ -42,6 +42,7 @@ struct AxisView {
     int id = -1;            // the controller's handle
     double zeroUm = 0;      // carriage where the program last called its place 0
     bool doubtful = false;  // a fault of this axis may have misled the program
+    int ignored = 0;        // moves that its controller acknowledged and did not begin
     bool placeLost = false; // until the program calls a place 0 again
 };
 
@@ -166,6 +167,7 @@ std::unique_ptr<Checker> checkSound(Judge& judge);
 std::unique_ptr<Checker> checkLost(Judge& judge);
 std::unique_ptr<Checker> checkView(Judge& judge);
 std::unique_ptr<Checker> checkAlive(Judge& judge);
+std::unique_ptr<Checker> checkFocus(Judge& judge);
 std::unique_ptr<Checker> checkNamed(Judge& judge);
 std::unique_ptr<Checker> checkFiles(Judge& judge);
 std::unique_ptr<Checker> checkBox(Judge& judge);

@@ -28,7 +28,9 @@ public:
     void processEnds(const Cause& cause, const std::string& said) override {
         if (cause.what != scanName) return;
         for (auto [mark, words] : {std::pair(PointMark::Silent, ". No "),
-                                   std::pair(PointMark::NotReached, ". Not reached")}) {
+                                   std::pair(PointMark::NotReached, ". Not reached"),
+                                   std::pair(PointMark::Overloaded, ". Overload"),
+                                   std::pair(PointMark::Unlit, ". Laser off or lamp on")}) {
             if (marked[mark] == 0) continue;
             if (said.find(words) == std::string::npos)
                 judge.find(Rule::Named, std::string("not said: ") + words);
