@@ -1,4 +1,5 @@
-// The older three-axis stepper stage, driven over the serial controller link: channel c of the link
+// The older three-axis stepper stage, which nothing in the program drives any more, over the serial
+// controller link: channel c of the link
 // is axis c (0 X, 1 Y, 2 Z). Its value is the axis's position and its bounds the allowed positions
 // (um), its setting the speed (um/s), its scale the step factor; a disconnected link only moves the
 // cached positions.

@@ -6,6 +6,7 @@
 #include "camera/camera.h"
 #include "camera/spot.h"
 #include "instruments/laser_link.h"
+#include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
@@ -101,6 +102,37 @@ void expectColours() {
         }
     // Cells within a microstep of an edge may show either side.
     EXPECT_LE(wrong, scanArea.totalPoints / 50);
+}
+
+// A plan is all that a scan needs: two of them, one after the other, ask nothing.
+TEST_F(ScanTest, TwoPlansRunWithoutAQuestion) {
+    writeSettings(2.0, false);
+    std::vector<Outcome> outcomes;
+    when([] { return timerRuns(); }, [] { postDrag(616 + 30, 514 + 30, 616 - 30, 514 - 30); });
+    answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+    when([] { return textIn(Field::Progress) == "New scan area was selected."; },
+         [&] {
+             runProcess("Two scans", [&] {
+                 for (const double step : {4.0, 2.0}) {
+                     ScanPlan plan = presentPlan();
+                     plan.consent = Consent::GivenBefore;
+                     plan.area.scanStep = step;
+                     computeScanArea(plan.area, plan.laserSpot, plan.confocal);
+                     const RunningProcess running;
+                     outcomes.push_back(runScan(plan));
+                 }
+                 return outcomes.back();
+             });
+             post(messageClose);
+         });
+    EXPECT_EQ(runProgram(1), 0);
+    ASSERT_EQ(outcomes.size(), 2u);
+    for (const Outcome& each : outcomes) EXPECT_EQ(each.words(), "Mapping finished");
+    EXPECT_EQ(scanMap.conditions->area.scanStep, 2.0);
+    const std::vector<std::string> files = filesOnDesktop();
+    EXPECT_EQ(std::count_if(files.begin(), files.end(),
+                            [](const auto& name) { return name.find("Kestrel") < name.size(); }),
+              2);
 }
 
 TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {
