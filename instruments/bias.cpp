@@ -38,7 +38,8 @@ void keepOnFile() {
         text += (text.empty() ? "" : "; ") + formatted("%d %s", kind, address.c_str());
     if (text == instrumentLink.bias.onFile) return;
     instrumentLink.bias.onFile = text;
-    writeOptions({{keptBias, text}});
+    if (!writeOptions({{keptBias, text}}))
+        showInformation("The next start will not know which source has a bias");
 }
 
 } // namespace

@@ -55,7 +55,8 @@ bool sendLaser(bool on) {
 // What the board has said of its lights since its port was opened.
 struct BoardsWord {
     bool asking = false; // it is being asked just now
-    bool silent = false; // it does not answer that
+    bool silent = false; // it did not answer that, twice
+    int ticks = 0;       // since a silent one was asked
     std::string whyDark; // of a laser that was on
 };
 
@@ -76,8 +77,7 @@ bool onlyTheLaserShines() {
 }
 
 bool boardIsAsked() {
-    return setUp.asksTheBoard() && !lights.board.silent && laserLink.boardAnswered &&
-           !laserLink.disconnected;
+    return setUp.asksTheBoard() && !laserLink.disconnected && laserLink.portHandle;
 }
 
 // By the bits of its answer.
@@ -164,19 +164,19 @@ void goDark(int causes) {
     announce(Severity::Trouble, lights.laser.logged);
 }
 
+// One answer may be disturbed on its way.
 void askBoard() {
     if (lights.board.asking || !boardIsAsked()) return;
     lights.board.asking = true;
-    const std::optional<LaserBoardState> state = askLaserBoard(laserLink);
+    std::optional<LaserBoardState> state = askLaserBoard(laserLink);
+    if (!state) state = askLaserBoard(laserLink);
     lights.board.asking = false;
-    lights.board.silent = !state;
-    if (lights.board.silent) {
-        stopTimer(Timer::Board);
+    const bool wasSilent = std::exchange(lights.board.silent, !state);
+    if (!state && !wasSilent)
         announce(Severity::Trouble, "The laser board does not say whether its laser shines");
-    } else if (lights.laser.lit && laserDriveOf(laserLink.laserLevel) > 0 &&
-               state->laserLevel == 0) {
+    if (state && lights.laser.lit && laserDriveOf(laserLink.laserLevel) > 0 &&
+        state->laserLevel == 0)
         goDark(state->causes);
-    }
 }
 
 int switchLight(Light& light, int mode) {
@@ -227,7 +227,7 @@ bool laserIsOn() {
 }
 
 bool onlyTheLaserShone() {
-    askBoard();
+    if (!lights.board.silent) askBoard();
     return onlyTheLaserShines() && !std::exchange(lights.otherLight, false);
 }
 
@@ -237,6 +237,9 @@ void followLaserBoard() {
 }
 
 void watchLaserBoard() {
+    // One that keeps silent costs its time-outs.
+    constexpr int ticksWhenSilent = 10;
+    if (lights.board.silent && ++lights.board.ticks % ticksWhenSilent != 0) return;
     askBoard();
 }
 
@@ -245,7 +248,7 @@ std::string whyLaserIsDark() {
 }
 
 bool laserBoardKeepsSilent() {
-    return setUp.asksTheBoard() && lights.board.silent;
+    return setUp.asksTheBoard() && (lights.board.silent || !boardIsAsked());
 }
 
 int connectLaserBoard(WindowHandle ownerWindow) {

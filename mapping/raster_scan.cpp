@@ -196,7 +196,7 @@ RowStart Scan::goToRow(double y) {
     row.soundFromX = ranIn ? startX : stageX.positionUm + runIn;
     if (!ranIn) row.xMissed = notThere(stageX);
     // Every row is approached from the negative side, so that backlash is taken up the same way.
-    moveTo(stageX, startX, timing);
+    if (processEnd() != ProcessEnd::Asleep) moveTo(stageX, startX, timing);
     refreshPositions();
     waitResponsive(plan.rowSettleMs);
     if (session.stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
@@ -379,9 +379,11 @@ void Scan::scanAllRows() {
 }
 
 void Scan::returnHome() {
-    report.stayedAway = !moveXYTo(homeX, homeY, motorSpeed, timing);
+    // By the time the computer wakes somebody may have a hand at the sample.
+    const bool asleep = processEnd() == ProcessEnd::Asleep;
+    report.stayedAway = asleep || !moveXYTo(homeX, homeY, motorSpeed, timing);
     controlCamera(cameraState, cameraAutomatic);
-    setLaserOutput(processEnd() == ProcessEnd::Asleep ? 0 : 1);
+    setLaserOutput(asleep ? 0 : 1);
     setLaserLevel(0);
     switchLiveView(LiveView::Off);
     refreshPositions();
@@ -548,8 +550,11 @@ void saveScanAtForcedEnd() {
     if (Scan::running && scanMap.conditions && scanMap.outcome.end == ProcessEnd::Running)
         Scan::running->noteEnd(ProcessEnd::Forced);
     const bool saved = saveMapFilesQuietly().numbers;
-    if (saved && onWindowThread())
-        removeJournal(); // otherwise its writer may be in the middle of a line
+    // What is missing can still be measured. On another thread its writer may be in the middle of a
+    // line.
+    const bool whole =
+        scanMap.conditions && firstMissingRow(scanMap) == scanMap.conditions->area.rows;
+    if (saved && whole && onWindowThread()) removeJournal();
 }
 
 Outcome runScan(const ScanPlan& plan) {

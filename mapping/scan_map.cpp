@@ -21,7 +21,6 @@
 #include <charconv>
 #include <iterator>
 #include <limits>
-#include <utility>
 
 ScanMap scanMap;
 
@@ -140,14 +139,13 @@ bool writeRows(FILE* file, const Map& map) {
         line += '\n';
         if (std::fwrite(line.data(), 1, line.size(), file) != line.size()) return false;
     }
-    return flushToDisk(file); // the journal goes next
+    return true;
 }
 
 // A failure lets the next save make a new folder.
 bool writeMap(const std::wstring& path, const Map& map) {
-    File file = openFile(path, L"w");
-    if (logFile(path, file && writeRows(file.get(), map))) return true;
-    if (std::exchange(file, nullptr)) removeFile(path); // a part of a map looks like one
+    // A part of a map would look like one.
+    if (writeWhole(path, L"w", [&](FILE* file) { return writeRows(file, map); })) return true;
     DataFolders& folders = foldersOfMap();
     folders.sessionFolderMade = 0;
     // A numbered name was in question: the plain one is taken there.

@@ -42,6 +42,7 @@ void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& mi
     Outcome& outcome = record.outcome;
     outcome.lastWords = lastWords;
     for (auto [count, cause] : {std::pair(missed.lights, "No laser board"),
+                                {missed.dark, "Laser off"},
                                 {missed.readings, "No reading"},
                                 {missed.overloads, "Overload"}})
         outcome.doubts.push_back({cause, count, record.currentIndex});

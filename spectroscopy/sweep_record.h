@@ -49,6 +49,7 @@ struct Missed {
     int32_t readings = 0;  // that nobody answered
     int32_t overloads = 0; // beyond the instrument's range
     int32_t lights = 0;    // with no board that could have switched the laser
+    int32_t dark = 0;      // while the laser was to shine and did not
     BiasWatch bias;
     void count(const Reading& reading);
 };

@@ -73,9 +73,11 @@ void plot(const SweepRecord& record) {
               record.currentIndex);
 }
 
+enum class Phase { Lit, Dark };
+
 // The samples of one phase. False when the series is over: stopped, or the arrays are full.
-bool recordPhase(SweepRecord& record, float seconds, int32_t mostSamples, uint64_t& offsetMs,
-                 Missed& missed) {
+bool recordPhase(SweepRecord& record, Phase phase, float seconds, int32_t mostSamples,
+                 uint64_t& offsetMs, Missed& missed) {
     for (int32_t sample = 0; sample < mostSamples; ++sample) {
         const auto i = static_cast<size_t>(record.currentIndex);
         if (i >= record.yValues.size()) return false;
@@ -91,6 +93,7 @@ bool recordPhase(SweepRecord& record, float seconds, int32_t mostSamples, uint64
         missed.count(reading);
         // As instrument it would not have answered.
         if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
+        if (phase == Phase::Lit && !laserIsOn()) ++missed.dark;
         if (static_cast<double>(ms) >= static_cast<double>(seconds) * 1000.0) {
             offsetMs += ms;
             return true;
@@ -106,10 +109,10 @@ void recordCycles(SweepRecord& record, const SeriesPlan& plan, Missed& missed) {
     for (int32_t cycle = 0; cycle < plan.repeats; ++cycle) {
         elapsedMs(true);
         setLaserLevel(1);
-        if (!recordPhase(record, plan.onSeconds, most, offsetMs, missed)) break;
+        if (!recordPhase(record, Phase::Lit, plan.onSeconds, most, offsetMs, missed)) break;
         elapsedMs(true);
         setLaserLevel(0);
-        if (!recordPhase(record, plan.offSeconds, most, offsetMs, missed)) break;
+        if (!recordPhase(record, Phase::Dark, plan.offSeconds, most, offsetMs, missed)) break;
     }
     setLaserLevel(0);
 }

@@ -476,7 +476,9 @@ void onSuspend() {
 void onResume() {
     logEvent("The computer is awake again");
     renewLaserBoard();
-    showInformation("The computer was asleep: the lights are off");
+    const bool biased = instrumentLink.bias.state != BiasState::Off;
+    showInformation(biased ? "The computer was asleep: the lights are off, a bias is still on"
+                           : "The computer was asleep: the lights are off");
 }
 
 void fillControlColumn() {

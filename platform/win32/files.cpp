@@ -27,11 +27,6 @@ static bool namesStream(const std::wstring& path) {
     return path.find(L':', 2) != std::wstring::npos;
 }
 
-File openFile(const std::wstring& path, const wchar_t* mode) {
-    if (namesStream(path)) return nullptr;
-    return File(_wfopen(path.c_str(), mode));
-}
-
 // A virus scanner, or what keeps a copy of the folder elsewhere, reads a file right behind its
 // close and holds it for that long.
 template <class Call> static bool succeedsSoon(Call call) {
@@ -43,6 +38,17 @@ template <class Call> static bool succeedsSoon(Call call) {
         if (!held || waitedMs >= longestMs) return false;
         Sleep(betweenMs);
     }
+}
+
+File openFile(const std::wstring& path, const wchar_t* mode) {
+    if (namesStream(path)) return nullptr;
+    FILE* file = nullptr;
+    const auto open = [&] { return (file = _wfopen(path.c_str(), mode)) != nullptr; };
+    if (mode[0] == L'r') // what is only held must not count as absent
+        succeedsSoon(open);
+    else
+        open();
+    return File(file);
 }
 
 bool replaceFile(const std::wstring& from, const std::wstring& to) {

@@ -201,7 +201,8 @@ TEST_F(FailureTest, TheComputersSleepEndsAScanInTheDark) {
     runProgramOver(12, 10);
     EXPECT_EQ(textIn(Field::Information),
               "Mapping finished. The computer went to sleep, \"Continue last scan\" goes on. "
-              "Laser off or lamp on: 1 from row 3, column 5"); // the point under way
+              "Laser off or lamp on: 1 from row 3, column 5. " // the point under way
+              "The stage did not come back"); // what moves by itself after waking surprises people
     EXPECT_EQ(SavedMap().condition("Outcome"), "stopped, the computer went to sleep");
     EXPECT_EQ(leftJournals().size(), 1u);
     EXPECT_FALSE(systemKeptAwake);
