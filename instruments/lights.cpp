@@ -91,6 +91,11 @@ std::string darkCauses(int causes) {
     return text.empty() ? "the board gives no cause" : text;
 }
 
+// What another port takes switches nothing off, unless the board has moved there and answers.
+bool isBoardsPort(const Light& light) {
+    return light.onPort == laserLink.comPort || laserLink.boardAnswered;
+}
+
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
     const bool on = light.lit && !forcedEnd.begun;
@@ -100,9 +105,7 @@ bool tell(Light& light) {
         light.onPort = laserLink.comPort;
     }
     light.told = light.send(on);
-    // What another port takes switches nothing off, unless the board has moved there and answers.
-    const bool boardHeard = light.onPort == laserLink.comPort || laserLink.boardAnswered;
-    if (light.told && !on && boardHeard) light.mayBeOn = false;
+    if (light.told && !on && isBoardsPort(light)) light.mayBeOn = false;
     stayAwakeFor(AwakeFor::Laser, lights.laser.mayBeOn);
     return light.told;
 }
@@ -276,14 +279,15 @@ std::string lightLeftOn() {
     return isLost(lights.laser) || isLost(lights.illumination) ? lossOfTheBoard() : std::string();
 }
 
-void darkenAtOnce() {
+bool darkenAtOnce() {
     const bool dark = tellDark() || (reopenLaserLink(laserLink) && tellDark());
-    if (!onWindowThread()) return;
+    if (!onWindowThread()) return dark;
     for (Light* light : {&lights.laser, &lights.illumination}) {
         light->state = 0;
         light->lit = false;
         light->told = dark;
-        if (dark) light->mayBeOn = false;
+        if (dark && isBoardsPort(*light)) light->mayBeOn = false;
         show(*light);
     }
+    return dark;
 }

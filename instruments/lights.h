@@ -55,4 +55,5 @@ std::string lightLeftOn();
 // At a forced end, from any thread: both lights off, before any window is touched, and none is
 // touched from a thread that is not the windows'. Nothing switches a light on any more when the
 // program ends by such a thread (endsByForce), whatever the windows' thread still does.
-void darkenAtOnce();
+// False when the board did not take it.
+bool darkenAtOnce();

@@ -497,7 +497,11 @@ Outcome Scan::run(const LeftJournal* left) {
     scanMap.outcome.zUm = stageZ.positionUm + report.zShiftUm;
     scanMap.outcome.trouble = troubleLine(outcome());
     setLiveRows(-1);
-    applyBias(0.0, limit); // before what may ask: nobody may be there to answer
+    // Before what may ask: nobody may be there to answer.
+    if (!applyBias(0.0, limit).accepted()) {
+        report.bias.emplace_back("The bias may still be on");
+        scanMap.outcome.trouble = troubleLine(outcome());
+    }
     const SavedFiles saved = saveScan(Asking::WithBoxes);
     // One that was to go on and did not can still go on, and one that the stage has ended.
     const bool wentOn = report.pointsDone > firstRow * area.cols;

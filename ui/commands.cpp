@@ -389,7 +389,10 @@ void onKeyUp() {
 }
 
 void onMouseMove(int x, int y, bool leftButtonHeld) {
+    // A window that comes or goes under the pointer sends one, too: nobody has read anything yet.
+    const bool noticeStands = liveViewState.noticeStands;
     resetIdle();
+    liveViewState.noticeStands = noticeStands;
     if (!handState.dragging) return;
     if (!leftButtonHeld) return endLostDrag();
     if (!inPicture(x, y)) return;
@@ -465,20 +468,22 @@ void onSessionEnd() {
 }
 
 void onSuspend() {
-    darkenAtOnce();
+    const bool dark = darkenAtOnce();
     stopAllStages();
     flushJournal();
-    logEvent(processUnderWay() ? "The computer goes to sleep: lights off, the process is stopped"
-                               : "The computer goes to sleep: lights off");
+    logEvent(std::string("The computer goes to sleep: lights off") +
+             (dark ? "" : ", but the board did not take it") +
+             (processUnderWay() ? ", the process is stopped" : ""));
     if (processUnderWay()) stopForSleep();
 }
 
 void onResume() {
     logEvent("The computer is awake again");
     renewLaserBoard();
-    const bool biased = instrumentLink.bias.state != BiasState::Off;
-    showInformation(biased ? "The computer was asleep: the lights are off, a bias is still on"
-                           : "The computer was asleep: the lights are off");
+    const std::string lit = lightLeftOn();
+    std::string words = "The computer was asleep: " + (lit.empty() ? "the lights are off" : lit);
+    if (instrumentLink.bias.state != BiasState::Off) words += ", a bias is still on";
+    showInformation(words.c_str());
 }
 
 void fillControlColumn() {
