@@ -61,7 +61,7 @@ SourceAnswer applyBias(double voltage, double limit) {
     const InstrumentKind& source = selectedInstrument();
     if (source.applyBias) logEvent(formatted("Bias %g V, current limit %g A", voltage, limit));
     if (source.beginAnew) source.beginAnew();
-    const SourceAnswer answer = stepBias(voltage, limit);
+    SourceAnswer answer = stepBias(voltage, limit);
     keepOnFile();
     return answer;
 }
@@ -80,7 +80,7 @@ SourceAnswer stepBias(double voltage, double limit) {
     if (!off && instrumentLink.opened && bias.state == BiasState::Off)
         bias.state = BiasState::Unsure;
     if (!off) keepOnFile();
-    const SourceAnswer answer = source.applyBias(volts, static_cast<float>(limit));
+    SourceAnswer answer = source.applyBias(volts, static_cast<float>(limit));
     if (off && answer.accepted())
         bias.state = BiasState::Off;
     else if (!off && answer.heard)
