@@ -11,8 +11,8 @@
 // were; on success it closes the ones before. 1 or 0.
 int scopeOpen(ViSession* visaResourceManager, ViSession* scopeInstrument);
 
-// Both return whether the transfer went well; nothing calls scopeReadText. A reply longer than 30 bytes leaves its rest to the
-// next reading.
+// Both return whether the transfer went well; nothing calls scopeReadText. A reply longer than 30
+// bytes leaves its rest to the next reading.
 bool scopeWrite(ViSession session, const char* command);
 bool scopeReadText(ViSession session, std::string& text);
 
