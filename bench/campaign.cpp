@@ -146,12 +146,17 @@ bool follows(Job& job, const Range& range) {
     waitpid(job.process, &status, 0);
     close(job.lines);
     job.lines = -1;
-    if (!job.living) return false;
+    uint64_t next = uint64_t{job.seed} + static_cast<unsigned>(range.jobs);
+    if (!job.living) { // it may have ended between two days, before its last one
+        if (next > range.last) return false;
+        job.seed = static_cast<uint32_t>(next);
+        job.failed = false;
+        next += static_cast<unsigned>(range.jobs);
+    }
     const bool hung = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
     std::fprintf(stderr, "seed %u\n%s (status %#x)\n", job.seed, hung ? "hung" : "crashed", status);
     ++days;
     fails(job, hung ? "hang" : "crash");
-    const uint64_t next = uint64_t{job.seed} + static_cast<unsigned>(range.jobs);
     if (next > range.last) return false;
     start(job, range, next);
     return true;
