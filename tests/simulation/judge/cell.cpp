@@ -144,7 +144,10 @@ private:
         bool judged = true;
         for (int axis : {labX, labY}) {
             const AxisView& view = judge.axes[axis];
-            if (view.doubtful || !playTakenUp[axis]) {
+            // Where a limit switch stops it within what counts as arrived, it stands beside its
+            // place.
+            const bool limited = judge.blames(formatted("limit %s", view.name).c_str());
+            if (view.doubtful || !playTakenUp[axis] || limited) {
                 judged = false;
                 continue;
             }
