@@ -111,11 +111,6 @@ int openPort(LaserLink& link) {
     return lineResult;
 }
 
-// "z" has ended it.
-void startKeepAlive(LaserLink& link) {
-    if (link.keepAliveS > 0) laserSend(link, formatted("K%d", link.keepAliveS).c_str());
-}
-
 void printChannelSettings(LaserLink& link) {
     for (int c = 0; c < 3; ++c) laserChannelSetting(link, c, link.channelSetting[c]);
     for (int c = 0; c < 3; ++c) laserChannelRate(link, c, channelRate);
@@ -142,8 +137,7 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     if (opened != 1) return opened;
     sleepMs(100);
 
-    laserWrite(link, "z");
-    startKeepAlive(link);
+    greetLaserBoard(link);
     int replies = 0;
     for (int c = 0; c < 3; ++c) {
         link.channelValue[c] = laserChannelValue(link, c);
@@ -159,12 +153,16 @@ int openLaserLink(LaserLink& link, WindowHandle ownerWindow) {
     return 1;
 }
 
+void greetLaserBoard(LaserLink& link) {
+    laserWrite(link, "z");
+    if (link.keepAliveS > 0) laserSend(link, formatted("K%d", link.keepAliveS).c_str());
+}
+
 bool reopenLaserLink(LaserLink& link) {
     const int opened = openPort(link);
     if (opened == 0) return false;
     sleepMs(100);
-    laserWrite(link, "z"); // ends what half a command may have left on the board
-    startKeepAlive(link);
+    greetLaserBoard(link); // ends what half a command may have left on the board
     if (opened == 1) printChannelSettings(link);
     return !link.disconnected;
 }

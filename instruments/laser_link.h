@@ -44,6 +44,9 @@ extern LaserLink laserLink;
 int openLaserLink(LaserLink& link, WindowHandle ownerWindow);
 int closeLaserLink(LaserLink& link);
 
+// Begins a session on the board: "z", which ends its keep-alive, and then the keep-alive if any.
+void greetLaserBoard(LaserLink& link);
+
 // What is said of a port that opens where no board answers.
 std::string noBoardAnswers(const LaserLink& link);
 

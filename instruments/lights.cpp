@@ -180,6 +180,9 @@ void askBoard() {
     if (state && lights.laser.lit && laserDriveOf(laserLink.laserLevel) > 0 &&
         state->laserLevel == 0)
         goDark(state->causes);
+    // In its boot loader it did not hear the first greeting; a reset has ended its keep-alive.
+    constexpr int startedAnew = 8;
+    if (state && (state->causes & startedAnew)) greetLaserBoard(laserLink);
 }
 
 int switchLight(Light& light, int mode) {

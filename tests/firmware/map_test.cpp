@@ -9,6 +9,7 @@
 #include "motion/stage.h"
 #include "platform/text_format.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "virtual_lab/lab_state.h"
 
 #include <algorithm>
@@ -115,8 +116,7 @@ TEST_F(BoardInTheLab, MapEqualsTheSampleWithinAStepOfTheConverter) {
     EXPECT_EQ(board.ask("E"), "00");
 }
 
-// Until the program asks the board for its lights, it is the operator who sees that the rest of
-// the map is dark.
+// Without a Setup.ini the program does not ask: the operator sees that the rest of the map is dark.
 TEST_F(BoardInTheLab, InterlockOpenedInAScanLeavesTheRestDark) {
     mapWith([this] {
         board.order("interlock 0");
@@ -161,6 +161,29 @@ TEST_F(BoardInTheLab, KeepAliveIsServedInAScanWithAnotherInstrument) {
     board.send(std::string("K2\0G 5 204\0", 11));
     board.runMs(2500);
     EXPECT_EQ(board.ask("I"), "00 00 04") << "it would have gone dark";
+}
+
+// The boot loader does not hear what is said when the port opens, and a reset ends a keep-alive.
+TEST_F(BoardInTheLab, KeepAliveReachesABoardThatStartedAnew) {
+    setUp.boardKeepAliveS = 2;
+    const auto reset = [this] {
+        catchUp();
+        board.order("reset " + std::to_string(1500 * cyclesPerMs));
+    };
+    serial.farEnd.opened = reset;
+    ASSERT_EQ(connectLaserBoard(nullptr), 1);
+    serial.farEnd.opened = {};
+    for (int start = 0; start < 2; ++start) {
+        advanceVirtualTime(1600);
+        watchLaserBoard();
+        setLaserLevel(1);
+        advanceVirtualTime(500);
+        EXPECT_EQ(labLaserPwm(), 204) << start;
+        advanceVirtualTime(2500); // as if the computer stood still
+        EXPECT_EQ(labLaserPwm(), 0) << start;
+        EXPECT_EQ(board.ask("I"), "00 00 04") << start;
+        reset();
+    }
 }
 
 TEST_F(BoardInTheLab, WatchdogInAScanLeavesTheRestDark) {
