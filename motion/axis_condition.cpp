@@ -58,7 +58,8 @@ const char* nameOf(Miss cause) {
                                               "steps lost",
                                               "windings without current",
                                               "stalled",
-                                              "moved away"};
+                                              "moved away",
+                                              "play not taken up"};
     return names[static_cast<size_t>(cause)];
 }
 

@@ -17,8 +17,9 @@ enum class Miss : uint8_t {
     WindingsOff,
     Stalled,   // it stands beside its target, and nothing says why
     MovedAway, // it had arrived there
+    PlayLeft,  // it stands there, and its carriage beside it: the play was not taken up
 };
-constexpr int missCount = 9;
+constexpr int missCount = 10;
 const char* nameOf(Miss cause); // as the operator is told; empty for Nothing
 
 // What of the status makes the controller's count no place of the stage: an alarm, lost steps,
