@@ -22,7 +22,7 @@ double labDarkCurrent(double biasVolts) {
     return 2 * leftSaturation * rightSaturation * std::sinh(v) / (left + right);
 }
 
-static double photoCurrent(double photoVolts, double biasVolts) {
+double photoCurrent(double photoVolts, double biasVolts) {
     return photoVolts * ampsPerPhotoVolt * (1 + photoGainPerVolt * std::abs(biasVolts));
 }
 

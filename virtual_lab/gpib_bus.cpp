@@ -1,4 +1,4 @@
-// The GPIB bus behind the functions of its library: one board, three instruments.
+// The GPIB bus behind the functions of its library: one board, four instruments.
 #include "virtual_lab/faces.h"
 #include "virtual_lab/lab_state.h"
 
@@ -9,7 +9,7 @@ using namespace LabNi488;
 using Status = unsigned long;
 constexpr size_t systemErrorNumber = 0xE0140025; // as of an adapter that has been pulled
 constexpr int boardDescriptor = 0;
-constexpr int busInstruments = labAnalyzer + 1; // the first ones
+constexpr int busInstruments = labSr830 + 1; // the first ones
 
 // Of the calling thread's last call.
 struct CallOutcome {

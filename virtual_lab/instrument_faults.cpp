@@ -19,6 +19,7 @@ static bool* faultNamed(const std::string& name, LabInstrumentFaults& faults) {
 
 static bool isMeant(const std::string& device, LabInstrument who) {
     if (who == labSecondScope) return device == "scope" || device == "instrument";
+    if (device == "lock-in") return who == labSr830 || who == labSr860;
     return device == labInstrumentKinds[who].name || device == "instrument";
 }
 
@@ -39,12 +40,35 @@ static bool parseAddress(std::istringstream& words, const std::string& device, L
     std::string at;
     int address = 0;
     if (!(words >> at >> address) || at != "at" || address < 1 || address > 30) return false;
-    for (int who = labMultimeter; who <= labAnalyzer; ++who) {
+    for (int who = labMultimeter; who <= labSr830; ++who) {
         if (device != labInstrumentKinds[who].name) continue;
         faults.gpibAddresses[who] = address;
         return true;
     }
     return false;
+}
+
+// What only lock-ins have, and their chopper.
+static bool parseLockInFault(const std::string& line, LabFaults& faults) {
+    std::istringstream words(line);
+    std::string device, what, detail, extra;
+    words >> device >> what >> detail;
+    bool known = device == "chopper" && what == "stopped" && detail.empty();
+    for (LabInstrument who : {labSr830, labSr860}) {
+        LabInstrumentFaults& its = faults.instruments[who];
+        if (device == "chopper") its.chopperStopped = known;
+        if (device == "chopper" || device == "instrument" || !isMeant(device, who)) continue;
+        std::istringstream number(detail.empty() ? "3000" : detail);
+        if (what == "unlocked" && detail.empty())
+            known = its.unlocked = true;
+        else if (what == "overload" && detail == "filter")
+            known = its.filterOverload = true;
+        else if (what == "overload" && detail == "output")
+            known = its.outputOverload = true;
+        else if (what == "slow")
+            known = number >> its.slowMs && number.eof() && its.slowMs > 0;
+    }
+    return known && !(words >> extra);
 }
 
 bool parseInstrumentFault(const std::string& line, LabFaults& faults) {
@@ -53,6 +77,7 @@ bool parseInstrumentFault(const std::string& line, LabFaults& faults) {
     words >> device >> what;
     int number = 0;
     bool known = false;
+    if (parseLockInFault(line, faults)) return true;
     if (device == "gpib" && what == "absent") {
         known = faults.gpibAbsent = true;
     } else if (device == "gpib" && what == "error") {

@@ -80,7 +80,8 @@ LabTransfer receiveFromInstrument(LabInstrument who, void* buffer, size_t count,
 // Zeros at the end of the digits before the exponent.
 static void lengthenNumber(std::string& text, size_t length) {
     for (size_t i = 1; i < text.size() && text.size() < length; ++i)
-        if (text[i] == 'E' && std::isdigit(static_cast<unsigned char>(text[i - 1])))
+        if ((text[i] == 'E' || text[i] == 'e') &&
+            std::isdigit(static_cast<unsigned char>(text[i - 1])))
             text.insert(i, length - text.size(), '0');
 }
 
@@ -90,7 +91,7 @@ void reply(LabInstrument who, std::string text, const char* terminator, double t
     if (faults.garbage) text = "?@#\x80~*Q\xFF%&u";
     if (faults.longNumbers) lengthenNumber(text, labInstrumentKinds[who].longNumber);
     if (!faults.unterminated) text += terminator;
-    lineOf(who).output.push_back({text, labNowMs() + takesMs});
+    lineOf(who).output.push_back({text, labNowMs() + takesMs + faults.slowMs});
 }
 
 void noteError(LabInstrument who, const std::string& what, const std::string& command) {
@@ -98,10 +99,11 @@ void noteError(LabInstrument who, const std::string& what, const std::string& co
     ++lab.counters.instrumentErrors;
 }
 
-void noteMeasurement(LabInstrument who, double biasVolts, double value) {
+void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged) {
     LabPoint spot = labLaserSpotSample();
-    logEntry(lab.instruments.measurements, {who, labNowMs(), spot.x, spot.y, biasVolts, value,
-                                            lab.board.laserPwm > 0, lab.board.illuminated});
+    logEntry(lab.instruments.measurements,
+             {who, labNowMs(), spot.x, spot.y, biasVolts, value, lab.board.laserPwm > 0,
+              lab.board.illuminated, flagged});
 }
 
 // Handles are never given twice: what a program still holds is worthless.

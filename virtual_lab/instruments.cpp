@@ -31,6 +31,21 @@ const LabInstrumentKind labInstrumentKinds[labInstrumentCount] = {
         .source = analyzerSource,
     },
     {
+        .name = "sr830",
+        .takes = sr830Takes,
+        .renew = renewSr830,
+        .switchOff = switchOffSr830,
+        .gpibAddress = 8,
+        .clears = clearSr830,
+    },
+    {
+        .name = "sr860",
+        .takes = sr860Takes,
+        .renew = renewSr860,
+        .switchOff = switchOffSr860,
+        .resource = "USB0::0xB506::0x2000::004642::INSTR",
+    },
+    {
         .name = "k2450",
         .takes = sourcemeterTakes,
         .renew = renewSourcemeter,

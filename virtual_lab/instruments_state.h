@@ -66,7 +66,13 @@ struct LabInstrumentFaults {
     bool longNumbers = false;
     bool overload = false;
     bool headers = false;     // scopes
-    bool otherSerial = false; // the USB sourcemeter
+    bool otherSerial = false; // the USB sourcemeter; the SR860 is an SR865A
+    // Lock-ins.
+    bool unlocked = false;
+    bool filterOverload = false;
+    bool outputOverload = false;
+    bool chopperStopped = false;
+    double slowMs = 0; // each answer takes so much longer
 };
 
 // One kind of instrument: what its model does, and where its links find it. What may be null has
@@ -126,11 +132,18 @@ void renewScope(LabInstrument who);
 void analyzerTakes(LabInstrument who, const std::string& message);
 void renewAnalyzer(LabInstrument who);
 const LabSource& analyzerSource(LabInstrument who);
+void sr830Takes(LabInstrument who, const std::string& message);
+void renewSr830(LabInstrument who);
+void switchOffSr830(LabInstrument who);
+void clearSr830();
+void sr860Takes(LabInstrument who, const std::string& message);
+void renewSr860(LabInstrument who);
+void switchOffSr860(LabInstrument who);
 
 // Puts a reply into the output, as the faults let it.
 void reply(LabInstrument who, std::string text, const char* terminator, double takesMs);
 void noteError(LabInstrument who, const std::string& what, const std::string& command);
-void noteMeasurement(LabInstrument who, double biasVolts, double value);
+void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged = false);
 
 // A current with the noise of the range, in whole steps.
 double digitizeCurrent(double amps, double range, double step);

@@ -117,13 +117,15 @@ enum LabInstrument : int {
     labMultimeter,     // on the GPIB bus; at first at address 18
     labSourcemeter,    // on the GPIB bus; 24
     labAnalyzer,       // on the GPIB bus (17) and on the network (192.168.0.10, 1225)
+    labSr830,          // lock-in amplifier on the GPIB bus; 8
+    labSr860,          // the same, USB0::0xB506::0x2000::004642::INSTR
     labUsbSourcemeter, // USB0::0x05E6::0x2450::04437886::INSTR
     labScope,          // USB0::0x0699::0x0368::C010001::INSTR
     labSecondScope,    // there when the fault file says so; C010002, found after the first
     labInstrumentCount,
 };
 
-// Moves one of the first three to another primary address, 1..30; what stood there leaves the bus.
+// Moves one of the first four to another primary address, 1..30; what stood there leaves the bus.
 void setLabGpibAddress(LabInstrument instrument, int address);
 void setLabAnalyzerNetwork(const std::string& address, int port);
 
@@ -141,8 +143,73 @@ struct LabMeasurement {
     double biasVolts;
     double value;     // as answered, with noise: A or V
     bool laser, lamp; // shone then
+    bool flagged;     // a lock-in amplifier's: overloaded, or without its reference
 };
 const std::vector<LabMeasurement>& labMeasurements();
+
+// --- The lock-in amplifiers ----------------------------------------------------------------------
+// They measure the photocurrent, without a bias, while a chopper lets the laser through for half of
+// each of its periods: a current switched between 0 and A. The other instruments, the board and the
+// camera see the laser as without a chopper. Of a square wave from 0 to A the fundamental has an
+// rms value of sqrt(2) / pi = 0.450 times A, its h-th harmonic a h-th of that where h is odd, none
+// where it is even. What the light gives (labLightResponse) is A's envelope.
+//
+// R, X and Y come through a filter of as many equal poles as the slope says, which sees its input
+// without a gap, however seldom it is asked: behind a step it has settled by 99 % after 4.6, 6.6,
+// 8.4 and 10.0 time constants. There is a ripple of twice the detection frequency (that of the
+// synchronous filter is none below 200 Hz; how long it takes is not modelled), and noise.
+
+enum class LabLockInInput { A, AMinusB, Current1MOhm, Current100MOhm };
+
+// What an operator sets at the front panel. What an instrument does not have becomes the nearest
+// that it has.
+struct LabLockInSettings {
+    double sensitivityVolts = 1; // full scale, rms
+    double timeConstantMs = 30;
+    int poles = 2;              // 1 to 4: 6, 12, 18, 24 dB per octave
+    int reserve = 2;            // SR830: 0 high, 1 normal, 2 low noise
+    double inputRangeVolts = 1; // SR860: peak
+    bool sync = false;
+    LabLockInInput input = LabLockInInput::A;
+    bool internalReference = false; // else the chopper
+    double internalHz = 1000;
+    double phaseDegrees = 0;
+    int harmonic = 1;
+    double offsetPercent[3] = {};       // of X, Y, R
+    int expand[3] = {1, 1, 1};          // 1, 10, 100
+    int dataChannels[4] = {0, 1, 2, 3}; // SR860: what its four displays show, as it numbers it
+    bool repliesOverRs232 = true;       // SR830: until it is told otherwise
+};
+const LabLockInSettings& labLockInSettings(LabInstrument who);
+void setLabLockIn(LabInstrument who, const LabLockInSettings& settings);
+
+// How both are wired.
+struct LabLockInWiring {
+    double chopperHz = 1013;
+    double amplifierVoltsPerAmpere = 1e6; // before the inputs A and B
+    double signalDegrees = 35;            // of the photocurrent's fundamental to the reference
+    // What a current input's outputs are: volts, as the manuals say, or amperes, as some have it.
+    bool currentInputInAmperes = false;
+};
+void wireLabLockIns(const LabLockInWiring& wiring);
+
+struct LabLockInReading {
+    double x = 0, y = 0, r = 0; // A rms, without offsets
+    double theta = 0;           // degrees, -180 to 180
+};
+
+// Noiseless and settled, with the settings as they are now, but for offsets and overloads.
+LabLockInReading expectedLockIn(LabInstrument who, double xUm, double yUm, double laserLevelVolts,
+                                double zUm);
+
+// rms noise of X and of Y, A: the sample's and the amplifier's, through the filter's equivalent
+// noise bandwidth, which is 1/4, 1/8, 3/32 and 5/64 of the inverse time constant.
+constexpr double labLockInNoise = 2e-11; // A per root of a Hz
+double expectedLockInNoise(LabInstrument who);
+
+// A photodiode for the reflected laser light at aux input 1 of both; the others are open (0 V).
+double expectedReflectionVolts(double xUm, double yUm, double laserLevelVolts);
+constexpr double labPhotodiodeNoiseVolts = 0.001; // rms
 
 // --- What happened ------------------------------------------------------------------------------
 
@@ -208,7 +275,7 @@ const std::vector<LabRead>& labReads();
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails
 //   gpib error ibdev|ibclr|ibwrt|ibrd|ibonl [<n>]   only these, from the n-th from now on
-//   gpib multimeter|sourcemeter|analyzer at <address>   whatever setLabGpibAddress said
+//   gpib multimeter|sourcemeter|analyzer|sr830 at <address>   whatever setLabGpibAddress said
 //   visa absent                         no resource manager
 //   visa empty                          a search finds nothing and succeeds
 //   scope count 1|2
@@ -222,12 +289,17 @@ const std::vector<LabRead>& labReads();
 //   <who> long                          numbers of 40 characters (scopes) or 120 (the others)
 //   scope headers                       the command's name before each value, until HEADER OFF
 //   k2450 other                         one with another serial number, 04412345
+//   sr860 other                         it is an SR865A
+//   lock-in unlocked                    gets no reference: its phase drifts, at 18 degrees per s
+//   lock-in overload [filter|output]    of the input, when nothing is said; half the signal is lost
+//   lock-in slow [<ms>]                 each answer takes so much longer; 3000 when nothing is said
+//   chopper stopped                     neither a signal nor a reference
 //   crash exception|abort|overflow [aside|again]   on Windows: the program, when it next sees a
 //                                       stage on its way; aside: on a thread of a library; again:
 //                                       and also whoever stops that stage
-// <who> is multimeter, sourcemeter, analyzer, k2450, scope, or instrument: all of them. A search
-// for USB instruments finds the k2450, too, and before the scopes: the scope alone switched off,
-// the last one found is the k2450.
+// <who> is multimeter, sourcemeter, analyzer, sr830, sr860, lock-in (both), k2450, scope, or
+// instrument: all of them. A search for USB instruments finds the sr860, the k2450, and then the
+// scopes: the scope alone switched off, the last one found is the k2450.
 //
 // An empty text mends everything. False, and nothing changed, when a line is not one of these.
 bool applyLabFaults(const std::string& text);

@@ -46,9 +46,9 @@ struct LabFaults {
     LabInstrumentFaults instruments[labInstrumentCount];
     int scopes = 1;
     bool gpibAbsent = false;
-    std::string gpibFailing;   // name of a call, "all", or empty
-    int gpibFailingFrom = 1;   // calls of that name until it fails
-    int gpibAddresses[3] = {}; // 0: as the test has set it
+    std::string gpibFailing;              // name of a call, "all", or empty
+    int gpibFailingFrom = 1;              // calls of that name until it fails
+    int gpibAddresses[labSr830 + 1] = {}; // 0: as the test has set it
     bool visaAbsent = false;
     bool visaEmpty = false;
     std::string crash; // how the program is made to crash, or empty
@@ -135,7 +135,8 @@ template <class Entry> void logEntry(std::vector<Entry>& log, Entry entry) {
 
 // Brings motors and carriages to the present time. Before anything that changes how they move.
 void advanceMotors();
-double labRestedMs(); // for so long X and Y have stood still
+void advanceMotorsTo(double ms); // to an earlier one, but not back
+double labRestedMs();            // for so long X and Y have stood still
 void resetMotors();
 void dropMissingControllers();
 
@@ -143,6 +144,10 @@ void resetCamera();
 void dropLostCamera();
 
 void switchLaser(int pwm); // 0..255, 0 is off
+
+// The photovoltage at a time, where the carriages now stand, and the current that it makes.
+double photoVoltsAtTime(double ms);
+double photoCurrent(double photoVolts, double biasVolts);
 
 // How much of the light is left at the spot (1 in focus) and how much wider the spot is, for a
 // surface that lies `defocusUm` from the focus.

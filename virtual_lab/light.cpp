@@ -27,29 +27,45 @@ LabPixel labSpotPixel() {
     return spotPixel;
 }
 
-LabPoint labLaserSpotSample() {
-    return {labStageUm(labX) + (spotPixel.column - labCentreColumn) * labUmPerPixel,
-            labStageUm(labY) + (spotPixel.row - labCentreRow) * labUmPerPixel};
+static LabPoint spotOfStage(double xUm, double yUm) {
+    return {xUm + (spotPixel.column - labCentreColumn) * labUmPerPixel,
+            yUm + (spotPixel.row - labCentreRow) * labUmPerPixel};
 }
 
-double labLightResponse() {
-    LabLock lock;
+LabPoint labLaserSpotSample() {
+    return spotOfStage(labStageUm(labX), labStageUm(labY));
+}
+
+static double responseAtTime(double ms) {
     const bool lit = lab.board.laserPwm > 0;
-    const double passedMs = std::max(0.0, labNowMs() - lab.carriers.changedMs);
+    const double passedMs = std::max(0.0, ms - lab.carriers.changedMs);
     const double target = lit ? 1 : 0;
     return target + (lab.carriers.population - target) *
                         std::exp(-passedMs / (lit ? labRiseMs : labDecayMs));
 }
 
+double labLightResponse() {
+    LabLock lock;
+    return responseAtTime(labNowMs());
+}
+
 void switchLaser(int pwm) {
+    advanceMotors(); // a lock-in's filter has seen the light before it
     lab.carriers = {labLightResponse(), pwm > 0 ? pwm : lab.carriers.lastLitPwm, labNowMs()};
     lab.board.laserPwm = pwm;
 }
 
+double photoVoltsAtTime(double ms) {
+    const LabMotor* motors = lab.motors;
+    return responseAtTime(ms) *
+           voltsAt(spotOfStage(motors[labX].carriageUm, motors[labY].carriageUm),
+                   lab.carriers.lastLitPwm, motors[labZ].carriageUm);
+}
+
 double labPhotoVoltage() {
     LabLock lock;
-    return labLightResponse() *
-           voltsAt(labLaserSpotSample(), lab.carriers.lastLitPwm, labStageUm(labZ));
+    advanceMotors();
+    return photoVoltsAtTime(labNowMs());
 }
 
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {

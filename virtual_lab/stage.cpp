@@ -2,6 +2,7 @@
 // controllers' library. Controllers know their motors only, never the carriage.
 #include "virtual_lab/faces.h"
 #include "virtual_lab/lab_state.h"
+#include "virtual_lab/lock_in.h"
 
 #include <algorithm>
 #include <cmath>
@@ -44,11 +45,10 @@ static void loseSteps(int axis, LabMotor& motor, double wayUm) {
     motor.slipUm += std::copysign(lost, wayUm);
 }
 
-static void advanceMotor(int axis) {
+static void advanceMotorTo(int axis, double nowMs) {
     LabMotor& motor = lab.motors[axis];
     const LabFaults& faults = lab.faults;
     const double stepUm = umPerStep(axis);
-    double nowMs = labNowMs();
     // On the short ways of a microscope ramps leave about half of the speed.
     const double allowed = motor.engineFlags & engineLimitRpm ? motor.nominalSpeed : highestSpeed;
     double speed =
@@ -82,8 +82,19 @@ static void advanceMotor(int axis) {
     motor.carriageUm = std::clamp(motor.carriageUm, motorUm, motorUm + faults.backlashUm[axis]);
 }
 
+void advanceMotorsTo(double ms) {
+    for (int axis : {labX, labY, labZ}) advanceMotorTo(axis, ms);
+}
+
+// A lock-in's filter has to see the way there.
+static void advanceMotor(int axis) {
+    followLockIns();
+    advanceMotorTo(axis, labNowMs());
+}
+
 void advanceMotors() {
-    for (int axis : {labX, labY, labZ}) advanceMotor(axis);
+    followLockIns();
+    advanceMotorsTo(labNowMs());
 }
 
 void resetMotors() {

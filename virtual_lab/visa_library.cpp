@@ -239,6 +239,7 @@ ViStatus viClear(ViSession session) {
         if (!instrumentPresent(who)) return connectionLost;
         if (!lab.faults.instruments[who].stuck) {
             lab.instruments.lines[who].output.clear();
+            if (labInstrumentKinds[who].clears) labInstrumentKinds[who].clears();
             ++lab.counters.deviceClears;
             return success;
         }
