@@ -8,6 +8,7 @@
 #include "session/message_box.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -22,6 +23,13 @@ void putOnAndTell(double volts, double limit) {
     if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
 }
 
+// Those of the one before.
+void forgetSettings(const InstrumentKind& chosen) {
+    if (chosen.settings) return; // they are its own, from its opening
+    instrumentLink.settings = {};
+    instrumentLink.inVolts = false;
+}
+
 void show(const Notice& notice) {
     showMessageBox(windows.main, notice.text, notice.caption, BoxButtons::Ok);
 }
@@ -32,7 +40,7 @@ Reading readInstrument(const InstrumentKind& kind) {
     Reading reading = kind.read ? kind.read() : Reading{};
     stayWhereTheProgramEnds();                                    // taken in the dark, perhaps
     constexpr double largest = std::numeric_limits<float>::max(); // an overload ends there
-    for (size_t i = 0; i < kind.channels.size(); ++i) {
+    for (size_t i = 0; i < kind.channels.size(); ++i) {           // also of those in volts
         float& value = reading.values[i];
         reading.overloaded |= reading.answered && isOverload(value);
         value = static_cast<float>(
@@ -62,8 +70,12 @@ void connectInstrument(int32_t kind) {
     const Place before = selectedPlace();
     link.ammeterKind = kind;
     logEvent("Instrument: " + narrowed(chosen.name));
-    if (!chosen.open) return followSelection(before);
+    if (!chosen.open) {
+        forgetSettings(chosen);
+        return followSelection(before);
+    }
     if (chosen.open(static_cast<double>(link.biasVoltage))) {
+        forgetSettings(chosen);
         link.openedAt = addressOf(chosen);
         link.opened = true;
         followSelection(before);
@@ -105,4 +117,34 @@ void disconnectInstrument() {
 
 const InstrumentKind& selectedInstrument() {
     return instrumentKind(instrumentLink.ammeterKind);
+}
+
+bool askSettings() {
+    return !selectedInstrument().settings || selectedInstrument().settings();
+}
+
+namespace {
+
+// What a filter of n equal poles lets through of a step after t time constants.
+double passed(int poles, double t) {
+    double term = 1.0, rest = 1.0;
+    for (int i = 1; i < poles; ++i) rest += term *= t / i;
+    return 1.0 - std::exp(-t) * rest;
+}
+
+} // namespace
+
+double settledPercent(const InstrumentSettings& settings, double ms) {
+    if (settings.poles <= 0) return 100.0;
+    return 100.0 * passed(settings.poles, ms / settings.timeConstantMs);
+}
+
+double settlingMs(const InstrumentSettings& settings, double percent) {
+    if (settings.poles <= 0) return 0.0;
+    double low = 0.0, high = 100.0; // time constants
+    while (high - low > 1e-6) {
+        const double middle = (low + high) / 2;
+        (passed(settings.poles, middle) < percent / 100.0 ? low : high) = middle;
+    }
+    return high * settings.timeConstantMs;
 }

@@ -28,5 +28,15 @@ void connectInstrumentAtStart();
 // Shuts the selected instrument down at exit: bias 0 V, then its output and its link.
 void disconnectInstrument();
 
+// Asks the selected instrument what somebody has set at it, into `instrumentLink`. False when it
+// does not say; true where there is nothing to ask.
+bool askSettings();
+
+// How long its filter takes for so much of a step, ms; `percent` below 100; 0 without a filter. And
+// how much of one has passed after a time. Of n equal poles 1 - exp(-t) (1 + t + ... + t^(n-1) /
+// (n-1)!) has after t time constants.
+double settlingMs(const InstrumentSettings& settings, double percent);
+double settledPercent(const InstrumentSettings& settings, double ms);
+
 // The row of the selected kind.
 const InstrumentKind& selectedInstrument();

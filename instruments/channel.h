@@ -8,6 +8,7 @@ struct Unit {
     const char* si;          // that unit: "A" or "V"
     const char* label;       // beside the measured value in the control column
     const char* scaleFormat; // of the numbers at the colour bar
+    bool closes = false;     // an angle in degrees: -180 and 180 are the same
 };
 
 struct Channel {
@@ -19,4 +20,5 @@ struct Channel {
     const char* palette;     // by Gwyddion's name
     double scale = 1.0;      // makes the unit's value of the instrument's own
     bool averaged = true; // over the readings of a point; another one follows from those that are
+    bool onWish = false;  // there where the scan options say so
 };

@@ -4,6 +4,7 @@
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
 #include "instruments/laser_link.h"
+#include "instruments/lock_in.h"
 #include "instruments/tektronics.h"
 #include "instruments/usb_sourcemeter.h"
 
@@ -29,6 +30,45 @@ constexpr Channel inVolts[] = {mapOf("Photovoltage", volts)};
 constexpr Channel inMicroamperes[] = {mapOf("Photocurrent", microamperes, microamperesPerAmpere)};
 constexpr Channel inAmperes[] = {mapOf("Photocurrent", amperes)};
 constexpr Channel inBoardVolts[] = {mapOf("Photovoltage", boardVolts)};
+
+// A lock-in amplifier's: R first, as it is what a map shows unless told otherwise. `scale` makes
+// the unit's value of A or V.
+constexpr Unit microvolts{"uV", 1e-6, "V", "V_ph (uV)", "%.1fuV"};
+constexpr Unit degrees{"deg", 1.0, "deg", "theta (deg)", "%.0f", true};
+
+constexpr Channel of(const char* name, const char* title, const Unit& unit, const char* prefix,
+                     const char* picture, const char* palette, double scale) {
+    return {name, title, &unit, prefix, picture, palette, scale};
+}
+
+constexpr Channel following(Channel channel) {
+    channel.averaged = false;
+    return channel;
+}
+
+constexpr Channel onWish(Channel channel) {
+    channel.onWish = true;
+    return channel;
+}
+
+constexpr Channel auxInput =
+    onWish(of("aux 1", "Aux input 1", volts, "LockInAux1", "AUX1", "Gray", 1.0));
+constexpr Channel theta =
+    following(of("theta", "Theta", degrees, "LockInTheta", "THETA", "Warpp-spectral", 1.0));
+constexpr Channel lockInMicroamperes[] = {
+    following(of("R", "R", microamperes, "LockInR", "R", "Viridis", microamperesPerAmpere)),
+    of("X", "X", microamperes, "LockInX", "X", "Viridis", microamperesPerAmpere),
+    of("Y", "Y", microamperes, "LockInY", "Y", "Viridis", microamperesPerAmpere),
+    theta,
+    auxInput,
+};
+constexpr Channel lockInMicrovolts[] = {
+    following(of("R", "R", microvolts, "LockInR", "R", "Viridis", 1e6)),
+    of("X", "X", microvolts, "LockInX", "X", "Viridis", 1e6),
+    of("Y", "Y", microvolts, "LockInY", "Y", "Viridis", 1e6),
+    theta,
+    auxInput,
+};
 
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
@@ -161,14 +201,50 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .applyBias = [](float v, float a) { return paApplyBias(analyzerGpib, v, a); },
         .close = [] { paClose(analyzerGpib); },
     },
+    {
+        .name = L"Lock-in SR830 GPIB",
+        .channels = lockInMicroamperes,
+        .channelsInVolts = lockInMicrovolts,
+        .address = busAddress,
+        .open = [](double) { return sr830Open(instrumentLink.gpibAddress); },
+        .connected = {"Lock-in device connected", "GPIB Communication"},
+        .failed = {"No Lock-in devices found at GPIB", "GPIB Error"},
+        .keptAtStart = true,
+        .read = sr830Read,
+        .derive = deriveLockIn,
+        .settings = sr830Settings,
+        .filter = sr830Filter,
+        .beginPoint = sr830BeginPoint,
+        .identity = sr830Identity,
+        .close = gpibTakeOffline,
+    },
+    {
+        .name = L"Lock-in SR860 USB",
+        .channels = lockInMicroamperes,
+        .channelsInVolts = lockInMicrovolts,
+        .open = [](double) { return sr860Open(); },
+        .connected = {"Lock-in device connected", "USB Communication"},
+        .failed = {"No Lock-in devices found via USB", "USB Error"},
+        .read = sr860Read,
+        .derive = deriveLockIn,
+        .settings = sr860Settings,
+        .filter = sr860Filter,
+        .identity = sr860Identity,
+        .close = sr860Close,
+    },
 };
 
 const InstrumentKind none{.name = L"none", .channels = inBoardVolts};
 
 } // namespace
 
-const Channel& mainChannel(int32_t kind) {
-    return instrumentKind(kind).channels.front();
+std::span<const Channel> channelsOf(int32_t kind, bool inVolts) {
+    const InstrumentKind& row = instrumentKind(kind);
+    return inVolts && !row.channelsInVolts.empty() ? row.channelsInVolts : row.channels;
+}
+
+const Channel& mainChannel() {
+    return channelsOf(instrumentLink.ammeterKind, instrumentLink.inVolts).front();
 }
 
 bool isInstrumentKind(int32_t kind) {

@@ -5,6 +5,7 @@
 #include "instruments/reading.h"
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -19,8 +20,10 @@ enum EquipmentKind : int32_t {
     kindOscilloscope = 5,
     kindAnalyzerEthernet = 6,
     kindAnalyzerGpib = 7,
+    kindLockInGpib = 8,
+    kindLockInUsb = 9,
 };
-constexpr int equipmentKindCount = 8;
+constexpr int equipmentKindCount = 10;
 
 struct Notice {
     const char* text;
@@ -30,7 +33,10 @@ struct Notice {
 struct InstrumentKind {
     const wchar_t* name = L"";
     std::span<const Channel> channels; // at least one: the first is the photocurrent
-    bool canSweep = false;             // its source sets the bias of the I-V sweep
+    // The same where its values are volts, because no amplifier is known; empty where they are
+    // what they are.
+    std::span<const Channel> channelsInVolts{};
+    bool canSweep = false; // its source sets the bias of the I-V sweep
     bool overTheBoard = false;
     bool usesNetworkAddress = false;
     std::string (*address)() = nullptr; // where it is looked for; null where there is but one place
@@ -43,6 +49,14 @@ struct InstrumentKind {
     bool keptAtStart = false; // selected also when it does not open then; otherwise kind 0 is
     // Null, or what has nothing to do.
     Reading (*read)() = nullptr; // in the instrument's own units
+    // Makes of the means of those channels that are averaged the others.
+    void (*derive)(std::array<float, mostChannels>& values) = nullptr;
+    // What somebody has set at it: all of it goes into `instrumentLink`. Nothing when it does not
+    // say. `filter` asks for the filter only, and leaves the words empty.
+    std::optional<InstrumentSettings> (*settings)() = nullptr;
+    std::optional<InstrumentSettings> (*filter)() = nullptr;
+    // What it has noticed so far belongs to no reading from here on.
+    void (*beginPoint)() = nullptr;
     // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is
     // set again.
     void (*beginAnew)() = nullptr;
@@ -52,8 +66,11 @@ struct InstrumentKind {
     void (*close)() = nullptr;           // after its bias was taken off
 };
 
-// The first channel of a kind.
-const Channel& mainChannel(int32_t kind);
+// What an instrument of that kind measures, with the units of its values.
+std::span<const Channel> channelsOf(int32_t kind, bool inVolts);
+
+// The first channel of the selected instrument.
+const Channel& mainChannel();
 
 // The row of a kind. A number that names none has a row without an instrument.
 const InstrumentKind& instrumentKind(int32_t kind);
@@ -91,6 +108,8 @@ struct InstrumentLink {
     float currentLimit = 0.0001f; // A
     std::string openedAt;         // the address at which the selected one was looked for
     bool opened = false;          // and found
+    bool inVolts = false;         // its values are, for want of an amplifier's V/A
+    InstrumentSettings settings;  // as they were last asked for
     SourceBias bias;
 };
 

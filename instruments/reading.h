@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 constexpr size_t mostChannels = 6;
@@ -15,9 +16,23 @@ struct Reading {
     bool limited = false;  // the current was at the source's limit
     // Beyond what the instrument can measure: the value is its sign for that.
     bool overloaded = false;
+    const char* overload = nullptr; // what was too much, where the instrument says; a literal
+    bool unlocked = false;          // a lock-in amplifier without its reference
 
     float value() const { return values[0]; }
     operator float() const { return value(); }
+};
+
+// What somebody has set at an instrument, as it says.
+struct InstrumentSettings {
+    std::string words; // "sensitivity 1 mV, time constant 30 ms, ..."
+    // Of the low-pass filter behind which its values come: equal poles.
+    double timeConstantMs = 0.0;
+    int poles = 0; // 1 to 4; 0 without one
+
+    bool settlesLike(const InstrumentSettings& other) const {
+        return timeConstantMs == other.timeConstantMs && poles == other.poles;
+    }
 };
 
 struct SourceAnswer {

@@ -101,6 +101,13 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit("readings per point", c.options.readingsPerPoint);
     visit("writes unit file", c.options.writesUnitFile);
     visit.added("run-in um", c.options.runInUm);
+    visit.added("main channel", c.options.mainChannel);
+    visit.added("aux channel", c.options.auxChannel);
+    visit.added("settled tenths", c.options.settledTenths);
+    visit.added("in volts", c.inVolts);
+    visit.added("instrument settings", c.settings.words);
+    visit.added("filter time constant ms", c.settings.timeConstantMs);
+    visit.added("filter poles", c.settings.poles);
     visit.added("taken gain", c.takenGain);
     visit.added("taken exposure us", c.takenExposureUs);
     visit.added("blue only", c.blueOnly);

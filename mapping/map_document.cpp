@@ -1,7 +1,7 @@
 // Gathers what belongs to a map and writes it.
 #include "mapping/map_document.h"
 
-#include "instruments/kinds.h"
+#include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "platform/files.h"
@@ -20,7 +20,7 @@ std::string placeUm(double um) {
 }
 
 const Unit& unitOf(const ScanConditions& scan) {
-    return *mainChannel(scan.ammeterKind).unit;
+    return *channelsOf(scan.ammeterKind, scan.inVolts)[mainChannelOf(scan)].unit;
 }
 
 // What an instrument says of itself may hold any byte.
@@ -32,7 +32,7 @@ std::string printable(std::string text) {
 
 struct PointCounts {
     int measured = 0, notReached = 0, silent = 0, withoutColour = 0, unlit = 0, notMeasured = 0,
-        overloaded = 0;
+        overloaded = 0, unlocked = 0, unsettled = 0;
 };
 
 PointCounts countPoints(const ScanMap& map) {
@@ -46,6 +46,8 @@ PointCounts countPoints(const ScanMap& map) {
             counts.withoutColour += mark == PointMark::NoColour;
             counts.unlit += mark == PointMark::Unlit;
             counts.notMeasured += mark == PointMark::NotMeasured;
+            counts.unlocked += mark == PointMark::Unlocked;
+            counts.unsettled += mark == PointMark::Unsettled;
             counts.overloaded += !isInRange(map, column, row);
         }
     return counts;
@@ -100,6 +102,23 @@ void addOutcome(Conditions& lines, const ScanMap& map) {
     add("Points with the laser off or the lamp on", counts.unlit);
     add("Points not measured", counts.notMeasured);
     add("Points out of the instrument's range", counts.overloaded);
+    if (map.conditions->settings.poles == 0) return;
+    add("Points without a reference", counts.unlocked);
+    add("Points whose filter had changed", counts.unsettled);
+}
+
+void addSettings(Conditions& lines, const ScanConditions& scan) {
+    if (scan.settings.poles == 0) return;
+    const uint32_t ms = scan.beforeReadingMs();
+    lines.emplace_back(
+        "Settled at a reading",
+        formatted("%.3g %% of a step in %u ms, ",
+                  settledPercent(scan.settings, static_cast<double>(ms)), ms) +
+            (scan.options.settledTenths == 0
+                 ? "as typed"
+                 : formatted("automatic for %g %%", scan.options.settledTenths / 10.0)));
+    lines.emplace_back("Main channel",
+                       channelsOf(scan.ammeterKind, scan.inVolts)[mainChannelOf(scan)].name);
 }
 
 Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& textFiles) {
@@ -121,7 +140,8 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
     add("Run-in to a row", quantity(scan.runInUm(), "um"));
     add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
-    add("Wait before a reading", formatted("%d ms", scan.options.beforeReadingMs));
+    add("Wait before a reading", formatted("%u ms", scan.beforeReadingMs()));
+    addSettings(lines, scan);
     add("Looks for the arrival",
         scan.options.looksEarly ? "as soon as it can be there" : "every 50 ms");
     add("Readings of a point", formatted("%d, their mean", scan.options.readingsPerPoint));
@@ -129,9 +149,11 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     auto textFile = textFiles.begin();
     for (const Plane& plane : planesOf(map)) {
         if (!*plane.filePrefix || textFile == textFiles.end()) continue;
-        const std::string name = plane.name.empty() ? "Text file" : "Text file of " + plane.name;
+        const bool main = plane.map == planePhotocurrent;
+        const std::string name = main ? "Text file" : "Text file of " + plane.name;
         lines.emplace_back(name, textFile->empty() ? "not written" : fileNameOf(*textFile));
         ++textFile;
+        if (!main && plane.unit) lines.emplace_back("Unit of that file", plane.unit->name);
     }
     add("Unit of the text file", unitOf(scan).name);
     return lines;
@@ -193,6 +215,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));
+    if (!scan.settings.words.empty()) add("Instrument's settings", scan.settings.words);
     add("Current limit", quantity(static_cast<double>(scan.currentLimit), "A"));
     add("Laser intensity", quantity(scan.laserLevel * laserScaleFactor, "uA"));
     add("Laser level as sent", formatted("%d of 255", laserDriveOf(scan.laserLevel)));

@@ -3,6 +3,8 @@
 
 #include "instruments/kinds.h"
 
+#include <algorithm>
+
 namespace {
 
 const Plane colours[] = {
@@ -41,10 +43,10 @@ Plane planeOf(const Channel& channel, size_t number, size_t map) {
             .pictureName = channel.pictureName};
 }
 
-// The title of the first one is that of all files so far.
-Plane deviationOf(const Channel& channel, size_t number, size_t map) {
+// The title of an only channel's is that of all files so far.
+Plane deviationOf(const Channel& channel, size_t map, size_t number) {
     std::string title = "Standard deviation";
-    if (number > 0) title += std::string(" of ") + channel.name;
+    if (*channel.name) title += std::string(" of ") + channel.name;
     return {.of = Plane::Of::Deviation,
             .map = map,
             .channel = number,
@@ -55,18 +57,32 @@ Plane deviationOf(const Channel& channel, size_t number, size_t map) {
 
 } // namespace
 
-std::vector<Plane> planesOf(int32_t kind, bool confocal, bool severalReadings) {
-    const std::span<const Channel> channels = instrumentKind(kind).channels;
-    std::vector<Plane> planes{planeOf(channels.front(), 0, planePhotocurrent)};
-    if (confocal) planes.insert(planes.end(), std::begin(colours), std::end(colours));
+size_t mainChannelOf(const ScanPlan& plan) {
+    const size_t count = channelsOf(plan.ammeterKind, plan.inVolts).size();
+    return std::min(static_cast<size_t>(std::max(plan.options.mainChannel, 0)), count - 1);
+}
+
+std::vector<Plane> planesOf(const ScanPlan& plan) {
+    const std::span<const Channel> channels = channelsOf(plan.ammeterKind, plan.inVolts);
+    const size_t main = mainChannelOf(plan);
+    std::vector<Plane> planes{planeOf(channels[main], main, planePhotocurrent)};
+    // Whichever it is, the map of the photocurrent has the names that it always had.
+    planes.front().filePrefix = "Kestrel";
+    planes.front().pictureName = "KST";
+    if (plan.confocal) planes.insert(planes.end(), std::begin(colours), std::end(colours));
     size_t map = firstFurtherMap;
-    for (size_t i = 1; i < channels.size(); ++i) planes.push_back(planeOf(channels[i], i, map++));
-    if (severalReadings)
+    const auto isThere = [&](size_t i) { return !channels[i].onWish || plan.options.auxChannel; };
+    for (size_t i = 0; i < channels.size(); ++i)
+        if (i != main && isThere(i)) planes.push_back(planeOf(channels[i], i, map++));
+    if (plan.hasSeveralReadings())
         for (size_t i = 0; i < channels.size(); ++i)
-            if (channels[i].averaged) planes.push_back(deviationOf(channels[i], i, map++));
+            if (channels[i].averaged && isThere(i))
+                planes.push_back(deviationOf(channels[i], map++, i));
     return planes;
 }
 
-size_t mapCountOf(int32_t kind, bool severalReadings) {
-    return planesOf(kind, true, severalReadings).back().map + 1;
+size_t mapCountOf(const ScanPlan& plan) {
+    ScanPlan confocal = plan;
+    confocal.confocal = true;
+    return planesOf(confocal).back().map + 1;
 }

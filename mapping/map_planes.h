@@ -5,6 +5,7 @@
 
 #include "instruments/channel.h"
 #include "instruments/reading.h"
+#include "mapping/scan_plan.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +22,7 @@ struct Plane {
     Of of = Of::Channel;
     size_t map = 0;               // its place among the maps of a scan
     size_t channel = 0;           // of the instrument's kind; meaningless for a colour
-    std::string name;             // "red", "X"; empty for the first channel
+    std::string name;             // "red", "X"; empty for the only channel
     std::string title;            // in the .gwy file
     const char* palette = "";     // by Gwyddion's name
     const Unit* unit = nullptr;   // none: a plain number, 0..255
@@ -31,9 +32,13 @@ struct Plane {
     bool ofCamera() const { return of == Of::Colour; }
 };
 
-// Those that a scan with an instrument of that kind fills, in the order of the maps. A scan that is
-// not confocal leaves the maps of the colours 0. Several readings a point scatter.
-std::vector<Plane> planesOf(int32_t kind, bool confocal, bool severalReadings);
+// Those that a scan by that plan fills, in the order of the maps: the first one is of the channel
+// that the options name. A scan that is not confocal leaves the maps of the colours 0. Several
+// readings a point scatter.
+std::vector<Plane> planesOf(const ScanPlan& plan);
 
 // How many maps such a scan has, confocal or not.
-size_t mapCountOf(int32_t kind, bool severalReadings);
+size_t mapCountOf(const ScanPlan& plan);
+
+// Of the instrument's channels, the one that its map shows.
+size_t mainChannelOf(const ScanPlan& plan);

@@ -48,11 +48,30 @@ uint32_t pixelOf(Colour colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
 }
 
+const Unit* unitOf(size_t map) {
+    for (const Plane& plane : planesOf(scanMap))
+        if (plane.map == map) return plane.unit;
+    return nullptr;
+}
+
+// How a map's values become colours.
+struct Scale {
+    Extremes extremes{};
+    Colour (*colour)(int level) = colourOf;
+};
+
+// Of the rows [first, end). An angle has a whole turn, whatever of it there is.
+Scale scaleOf(size_t map, size_t first, size_t end) {
+    const Unit* unit = unitOf(map);
+    if (unit && unit->closes) return {{-180.0f, 180.0f}, circleColourOf};
+    return {extremesOf(scanMap, map, first, end)};
+}
+
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
-uint32_t currentPixel(size_t plane, size_t column, size_t row, Extremes scale) {
+uint32_t currentPixel(size_t plane, size_t column, size_t row, const Scale& scale) {
     if (!isInRange(scanMap, column, row, plane)) return pixelOf(mapGround);
     const float value = scanMap.maps[plane][column][row];
-    return pixelOf(colourOf(levelOf(value, scale.lowest, scale.highest)));
+    return pixelOf(scale.colour(levelOf(value, scale.extremes.lowest, scale.extremes.highest)));
 }
 
 uint32_t confocalPixel(int channel, size_t column, size_t row) {
@@ -100,19 +119,20 @@ std::vector<uint32_t> renderCells(int channel) {
     const size_t columns = map.size();
     const auto rows = static_cast<size_t>(rowsOf(map));
     std::vector<uint32_t> cells(columns * rows);
+    Scale scale;
     if (isOfInstrument(channel)) {
-        const Extremes found = extremesOf(scanMap, plane, 0, rows);
-        scanMap.mapMin = found.lowest;
-        scanMap.mapMax = found.highest;
+        scale = scaleOf(plane, 0, rows);
+        auto& [lowest, highest] = scale.extremes;
         // Only the maximum moves here, unlike in a live row.
-        if (scanMap.mapMax == scanMap.mapMin) scanMap.mapMax = scanMap.mapMin + 1.0f;
+        if (highest == lowest) highest = lowest + 1.0f;
+        scanMap.mapMin = lowest;
+        scanMap.mapMax = highest;
     }
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell = isOfInstrument(channel)
-                       ? currentPixel(plane, column, row, {scanMap.mapMin, scanMap.mapMax})
-                       : confocalPixel(channel, column, row);
+            cell = isOfInstrument(channel) ? currentPixel(plane, column, row, scale)
+                                           : confocalPixel(channel, column, row);
         }
     }
     return cells;
@@ -156,15 +176,26 @@ Colour colourOf(int level) {
     return colourRgb(part(level / 4), part(std::max(level - 512, 0) / 2), part(level - 768));
 }
 
+Colour circleColourOf(int level) {
+    constexpr int sixth = 171;            // of the levels: from one full colour to the next
+    const auto part = [level](int from) { // rises, stays for two sixths, falls
+        const int at = (level + from) % (6 * sixth);
+        const int height = at < sixth ? at : at < 3 * sixth ? sixth : std::max(4 * sixth - at, 0);
+        return static_cast<unsigned>(height * 255 / sixth);
+    };
+    return colourRgb(part(2 * sixth), part(0), part(4 * sixth));
+}
+
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Extremes found = extremesOf(scanMap, planePhotocurrent, r, r + 1);
-    if (found.highest - found.lowest == 0.0f) {
-        found.highest += 1.0f;
-        found.lowest -= 1.0f;
+    Scale scale = scaleOf(planePhotocurrent, r, r + 1);
+    auto& [lowest, highest] = scale.extremes;
+    if (highest - lowest == 0.0f) {
+        highest += 1.0f;
+        lowest -= 1.0f;
     }
     drawRow(window, columnsOf(map), row,
-            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, found); });
+            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, scale); });
 }
 
 void drawConfocalRow(WindowHandle window, int row) {
@@ -186,19 +217,20 @@ bool drawMapOn(ContextHandle target, Extent size, int channel) {
     return true;
 }
 
-void drawColourBarOn(ContextHandle target) {
+void drawColourBarOn(ContextHandle target, int channel) {
+    const Unit* unit = unitOf(planeShown(channel));
+    const auto colour = unit && unit->closes ? circleColourOf : colourOf;
     const int height = truncated(scanArea.mapHeightPx * 0.9);
     const int left = scanArea.mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
         const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
-        drawLine(target, left, y, left + 20, y, colourOf(i * highestLevel / height));
+        drawLine(target, left, y, left + 20, y, colour(i * highestLevel / height));
     }
 }
 
 const char* scaleFormatOf(int channel) {
-    for (const Plane& plane : planesOf(scanMap))
-        if (plane.map == planeShown(channel) && plane.unit) return plane.unit->scaleFormat;
-    return "%.1f";
+    const Unit* unit = unitOf(planeShown(channel));
+    return unit ? unit->scaleFormat : "%.1f";
 }
 
 void drawScaleLabelsOn(ContextHandle target, int channel) {
@@ -223,7 +255,7 @@ int drawMap(WindowHandle window, int channel) {
 
 void drawColourBar(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawColourBarOn(target.context);
+    if (target.context) drawColourBarOn(target.context, scanMap.views.mapChannel);
 }
 
 void drawScaleLabels(WindowHandle window) {
@@ -246,7 +278,7 @@ bool saveMapImage(WindowHandle window, int channel, const char* label) {
         return false;
     }
     if (isOfInstrument(channel)) {
-        drawColourBarOn(memory.context);
+        drawColourBarOn(memory.context, channel);
         drawScaleLabelsOn(memory.context, channel);
     }
     memory.deselect(); // the encoder reads a bitmap that nobody draws on

@@ -12,6 +12,9 @@ int channelOf(const Plane& plane);
 // False colour of a level 0..1023: black over red and yellow to white.
 Colour colourOf(int level);
 
+// The same of an angle: the colours of the rainbow, the last of which is the first.
+Colour circleColourOf(int level);
+
 // One row of the photocurrent map, normalised to its own extremes, as squares of cellPx pixels.
 void drawMapRow(WindowHandle window, const Map& map, int row);
 

@@ -4,10 +4,10 @@
 #include <cmath>
 
 bool PointReadings::take(const Reading& reading) {
-    overloaded = reading.overloaded;
-    answered = reading.answered || overloaded;
-    if (overloaded) overload = reading.values;
-    if (overloaded || !answered) return false;
+    if (reading.overloaded) overload = reading;
+    answered = reading.answered || reading.overloaded;
+    unlocked |= reading.unlocked;
+    if (reading.overloaded || !answered) return false;
     ++count;
     for (size_t i = 0; i < mostChannels; ++i) {
         const auto value = static_cast<double>(reading.values[i]);
@@ -15,16 +15,21 @@ bool PointReadings::take(const Reading& reading) {
         mean[i] += distance / count;
         squares[i] += distance * (value - mean[i]);
     }
-    return true;
+    return !unlocked;
 }
 
 PointReading PointReadings::result() const {
-    PointReading point{.means = overload, .answered = answered, .overloaded = overloaded};
-    if (overloaded) return point;
+    PointReading point{.means = overload.values,
+                       .answered = answered,
+                       .overloaded = overload.overloaded,
+                       .overload = overload.overload,
+                       .unlocked = unlocked};
+    if (point.overloaded) return point;
     for (size_t i = 0; i < mostChannels; ++i) {
         point.means[i] = static_cast<float>(mean[i]);
         if (count > 1)
             point.deviations[i] = static_cast<float>(std::sqrt(squares[i] / (count - 1)));
     }
+    if (kind.derive && count > 1) kind.derive(point.means);
     return point;
 }

@@ -52,6 +52,17 @@ const StageAxis* axisThatIsOut() {
     return nullptr;
 }
 
+bool swingXY(const ArrivalTiming& timing) {
+    constexpr double swing[] = {20.0, -35.0, 25.0, -15.0, 5.0};
+    for (double um : swing)
+        if (!moveXYBy(um, um, motorSpeed, timing)) return false;
+    return true;
+}
+
+bool swingZ(const ArrivalTiming& timing) {
+    return moveBy(stageZ, 2.0, timing) && moveBy(stageZ, -2.0, timing);
+}
+
 // How a row begins.
 struct RowStart {
     NotThere yMissed;
@@ -84,6 +95,9 @@ public:
     void refuseKeys() { refusedMs = std::max<uint64_t>(tickCountMs(), 1); }
     double remainingMs() const { return pace.remainingMs(); }
     void noteEnd(ProcessEnd end) const;
+    void lacksSettings() {
+        report.settings = "The instrument did not say what is set at it: as it last did";
+    }
 
     static Scan* running; // null without one
 
@@ -107,6 +121,8 @@ private:
     void showEnd() const;
     void markScanPoint(const WindowContext& view, int row, int column) const;
     void lookAtFocus(const std::string& when);
+    void lookAtFilter(int row);
+    void takeSettings();
     void endIfAxisIsOut();
     bool canGoOn() const;
     void endBy(const std::string& cause);
@@ -116,6 +132,7 @@ private:
     }
     Outcome outcome() const { return report.outcome(end); }
 
+    const InstrumentKind& instrument = selectedInstrument();
     const ScanPlan plan;
     const ScanArea& area = plan.area;
     const double toleranceUm;
@@ -127,6 +144,9 @@ private:
     const double homeX, homeY;         // where the stage stood, um
     double startX = 0.0, startY = 0.0; // the first point
     int firstRow = 0;                  // not 0 of a scan that goes on
+    InstrumentSettings filter;         // as it is by now, behind which the readings come
+    int filterKnownFrom = 0;           // the first row since it was last asked for
+    bool yPlayLeft = false;            // the swing before the first row failed
     uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
     ProcessEnd end = ProcessEnd::Running;
     const XyOfScan xy;
@@ -199,7 +219,10 @@ RowStart Scan::goToRow(double y) {
     if (processEnd() != ProcessEnd::Asleep) moveTo(stageX, startX, timing);
     refreshPositions();
     waitResponsive(plan.rowSettleMs);
-    if (session.stopRequested || !hasComeTo(stageY, y)) row.yMissed = notThere(stageY);
+    if (session.stopRequested || !hasComeTo(stageY, y))
+        row.yMissed = notThere(stageY);
+    else if (yPlayLeft && y - startY < runIn)
+        row.yMissed = {'Y', Miss::PlayLeft};
     return row;
 }
 
@@ -217,7 +240,7 @@ NotThere Scan::lookAtPoint(double x, double y, bool moved, bool looked, const Ro
 
 // Nothing when a stop came before the last reading.
 std::optional<PointReading> Scan::readPoint() {
-    PointReadings readings;
+    PointReadings readings(instrument);
     constexpr uint64_t longestDeafMs = 100;
     uint64_t heard = tickCountMs();
     for (int count = 0; count < plan.options.readingsPerPoint; ++count) {
@@ -257,7 +280,7 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
         if (plane.of == Plane::Of::Deviation) cell = reading->deviations[plane.channel];
     }
     setField(Field::MeasuredValue,
-             formatted("%.5f", static_cast<double>(reading->means.front())).c_str());
+             formatted("%.5f", static_cast<double>(scanMap.maps[planePhotocurrent][c][m])).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
@@ -266,6 +289,8 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
     spoils(Spoilt::Board, !boardStands);
     spoils(Spoilt::Instrument, !boardIsInstrument && !reading->answered);
     spoils(Spoilt::Overload, reading->overloaded);
+    if (reading->overload) report.takeOverload(reading->overload);
+    spoils(Spoilt::Unlocked, reading->unlocked);
     spoils(Spoilt::NotReached, point.missed.why != Miss::Nothing);
     if (point.missed.why != Miss::Nothing) report.takeMiss(point.missed);
     if (plan.confocal) {
@@ -299,6 +324,32 @@ void Scan::lookAtFocus(const std::string& when) {
     if (report.focus.empty() && !trouble.empty()) report.focus = trouble + when;
 }
 
+// A time constant that has changed by itself, or by hand, spoils the points since it was last
+// asked for. One answer that does not come is waited for until the next row's end.
+void Scan::lookAtFilter(int row) {
+    if (!instrument.filter) return;
+    const std::optional<InstrumentSettings> now = instrument.filter();
+    const bool isLast = row == area.rows - 1 || session.stopRequested != 0;
+    if (!now && !isLast) return;
+    const bool sound = now && now->settlesLike(filter);
+    for (int r = filterKnownFrom; r <= row && !sound; ++r)
+        for (int column = 0; column < area.cols; ++column) {
+            const auto c = static_cast<size_t>(column), m = static_cast<size_t>(area.rows - 1 - r);
+            PointMark& mark = scanMap.marks[c][m];
+            if (mark != PointMark::Measured && mark != PointMark::NoColour) continue;
+            mark = report.spoil(Spoilt::Unsettled, mark, r, column);
+            journalPoint(c, m);
+        }
+    filterKnownFrom = row + 1;
+    if (sound) return;
+    report.whyUnsettled =
+        !now ? "it did not say"
+             : formatted("%g ms of %d poles became %g ms of %d", filter.timeConstantMs,
+                         filter.poles, now->timeConstantMs, now->poles);
+    logEvent("Filter changed: " + report.whyUnsettled);
+    if (now) filter = *now; // the next rows wait for what it is
+}
+
 // One row from left to right; false when a stop was asked for or an axis is out.
 bool Scan::scanRow(const WindowContext& view, int row) {
     const int mapRow = area.rows - 1 - row;
@@ -315,8 +366,9 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         if (!moved) showProgress("Motor motion failure");
         showProgressAt(report.pointsDone + 1);
         refreshPositions();
-        waitAfterMove(std::max(beganMs, lastSettledMs()),
-                      static_cast<uint32_t>(plan.options.beforeReadingMs), timing);
+        if (instrument.beginPoint) instrument.beginPoint();
+        waitAfterMove(std::max(beganMs, lastSettledMs()), readingDelayMs(plan.options, filter),
+                      timing);
         if (session.stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (session.stopRequested || axisThatIsOut()) return false;
@@ -327,6 +379,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         showRemaining();
     }
     lookAtFocus(formatted(" in row %d", row + 1));
+    lookAtFilter(row);
     flushJournal();
     setLiveRows(mapRow);
     drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
@@ -363,7 +416,8 @@ void Scan::scanAllRows() {
     setLaserLevel(1);
     onlyTheLaserShone(); // from here on
     if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
-    report.swingFailed = !compensateHysteresis(timing);
+    yPlayLeft = !swingXY(timing);
+    report.swingFailed = yPlayLeft || !swingZ(timing);
     elapsedMs(true);
     waitResponsive(500);
 
@@ -371,7 +425,10 @@ void Scan::scanAllRows() {
     pace = ScanPace(area.cols, area.rows - firstRow, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
     const WindowContext view(windows.main); // the scan's own, for its markers
     for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
-        if (!scanRow(view, row)) break;
+        if (!scanRow(view, row)) {
+            lookAtFilter(row);
+            break;
+        }
     flushJournal(); // of a row that was not finished
     logEvent(formatted("Mapping: %d of %d points, %d in doubt", report.pointsDone, area.totalPoints,
                        report.pointsInDoubt));
@@ -416,7 +473,19 @@ void Scan::takeOverReport() {
                               row, column);
 }
 
+// By an earlier run the rest may have been measured otherwise.
+void Scan::takeSettings() {
+    ScanPlan asked = plan;
+    if (!askSettings(asked)) lacksSettings();
+    filter = asked.settings;
+    filterKnownFrom = firstRow;
+    if (filter.words != plan.settings.words)
+        report.settings = "The instrument is set otherwise than before";
+}
+
 void Scan::begin() {
+    filter = plan.settings;
+    if (!filter.words.empty()) logEvent("Instrument: " + filter.words);
     beginMap(conditionsOf(plan));
     ensureSessionFolder(foldersOfMap());
     beginScanJournal();
@@ -424,10 +493,12 @@ void Scan::begin() {
 
 void Scan::continueFrom(const LeftJournal& left) {
     firstRow = firstMissingRow(scanMap);
+    takeSettings();
     ScanConditions& conditions = *scanMap.conditions;
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
     if (!conditions.continued.empty()) conditions.continued += "; ";
     conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
+    if (filter.words != plan.settings.words) conditions.continued += ", with " + filter.words;
     takeOverReport();
     continueScanJournal(left);
     logEvent("Continued: " + conditions.continued);
@@ -517,10 +588,7 @@ Outcome Scan::run(const LeftJournal* left) {
 } // namespace
 
 bool compensateHysteresis(const ArrivalTiming& timing) {
-    constexpr double swing[] = {20.0, -35.0, 25.0, -15.0, 5.0};
-    for (double um : swing)
-        if (!moveXYBy(um, um, motorSpeed, timing)) return false;
-    return moveBy(stageZ, 2.0, timing) && moveBy(stageZ, -2.0, timing);
+    return swingXY(timing) && swingZ(timing);
 }
 
 double remainingScanMs() {
@@ -562,7 +630,11 @@ void saveScanAtForcedEnd() {
 }
 
 Outcome runScan(const ScanPlan& plan) {
-    return Scan(plan).run(nullptr);
+    ScanPlan asked = plan;
+    const bool says = askSettings(asked);
+    Scan scan(asked);
+    if (!says) scan.lacksSettings();
+    return scan.run(nullptr);
 }
 
 int runMapping() {

@@ -25,18 +25,11 @@
 ScanMap scanMap;
 
 std::vector<Plane> planesOf(const ScanMap& map) {
-    const ScanConditions* scan = map.conditions ? &*map.conditions : nullptr;
     std::vector<Plane> planes =
-        planesOf(scan ? scan->ammeterKind : instrumentLink.ammeterKind,
-                 scan ? scan->confocal : scanSettings.confocalEnabled != 0,
-                 (scan ? scan->options : scanSettings.options).readingsPerPoint > 1);
+        map.conditions ? planesOf(*map.conditions) : planesOf(presentPlan());
     // The settings may have changed since the maps were made.
     std::erase_if(planes, [&](const Plane& plane) { return plane.map >= map.maps.size(); });
     return planes;
-}
-
-size_t mapCountOf(const ScanConditions& scan) {
-    return mapCountOf(scan.ammeterKind, scan.options.readingsPerPoint > 1);
 }
 
 void emptyMaps(ScanMap& map, const ScanArea& area, size_t count) {
@@ -84,8 +77,7 @@ void beginMap(const ScanConditions& conditions) {
 
 void allocateMaps() {
     forgetScan();
-    emptyMaps(scanMap, scanArea,
-              mapCountOf(instrumentLink.ammeterKind, scanSettings.options.readingsPerPoint > 1));
+    emptyMaps(scanMap, scanArea, mapCountOf(presentPlan()));
 }
 
 bool mapIsConfocal() {

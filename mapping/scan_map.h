@@ -26,8 +26,10 @@ enum class PointMark : uint8_t {
     NoColour = 4,   // measured, but without the camera
     Unlit = 5,      // not in the light of the laser alone
     Overloaded = 6, // beyond the instrument's range
+    Unlocked = 7,   // a lock-in amplifier had no reference
+    Unsettled = 8,  // its filter had changed meanwhile
 };
-constexpr PointMark lastPointMark = PointMark::Overloaded;
+constexpr PointMark lastPointMark = PointMark::Unsettled;
 
 // How the scan of the map ended, and what had changed by then.
 struct ScanOutcome {
@@ -84,9 +86,6 @@ struct Extremes {
 
 // Of the cells of an instrument's plane in the rows [first, end); 0 where none is in its range.
 Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end);
-
-// How many maps a scan has.
-size_t mapCountOf(const ScanConditions& scan);
 
 // So many maps and the marks, of the area's size, all cells 0 and not measured.
 void emptyMaps(ScanMap& map, const ScanArea& area, size_t count);

@@ -7,6 +7,9 @@
 #include "instruments/lights.h"
 #include "motion/axis.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 // Waits before a reading at the beginning of a row.
@@ -23,6 +26,8 @@ ScanPlan presentPlan() {
             .biasVoltage = instrumentLink.biasVoltage,
             .currentLimit = instrumentLink.currentLimit,
             .ammeterKind = instrumentLink.ammeterKind,
+            .inVolts = instrumentLink.inVolts,
+            .settings = instrumentLink.settings,
             .confocal = scanSettings.confocalEnabled != 0,
             .gain = cameraState.gain,
             .exposureUs = cameraState.exposureUs,
@@ -31,6 +36,24 @@ ScanPlan presentPlan() {
             .options = scanSettings.options,
             .axisOrder = controllers.axisOrder,
             .rowSettleMs = waitAtRowMs};
+}
+
+uint32_t readingDelayMs(const ScanOptions& options, const InstrumentSettings& settings) {
+    const auto least = static_cast<double>(options.beforeReadingMs);
+    if (options.settledTenths == 0) return static_cast<uint32_t>(least);
+    const double settled = std::ceil(settlingMs(settings, options.settledTenths / 10.0));
+    return static_cast<uint32_t>(std::max(least, settled));
+}
+
+uint32_t ScanPlan::beforeReadingMs() const {
+    return readingDelayMs(options, settings);
+}
+
+bool askSettings(ScanPlan& plan) {
+    const bool says = askSettings();
+    plan.inVolts = instrumentLink.inVolts;
+    plan.settings = instrumentLink.settings;
+    return says;
 }
 
 void putInForce(const ScanPlan& plan) {

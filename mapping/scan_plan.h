@@ -2,6 +2,7 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "instruments/reading.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
@@ -23,8 +24,10 @@ struct ScanPlan {
     float biasVoltage = 0.0f;                           // V
     float currentLimit = 0.0f;                          // A
     int32_t ammeterKind = 0;                            // EquipmentKind, which has the unit
-    bool confocal = false;                              // whether the colour maps are taken
-    int32_t gain = 0;                                   // of the camera in a confocal scan, dB
+    bool inVolts = false;        // the instrument's values are, for want of an amplifier's V/A
+    InstrumentSettings settings; // what somebody has set at it; empty where it is not asked
+    bool confocal = false;       // whether the colour maps are taken
+    int32_t gain = 0;            // of the camera in a confocal scan, dB
     double exposureUs = 0.0;
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
@@ -36,11 +39,18 @@ struct ScanPlan {
     double firstXUm() const { return homeXUm + area.offsetXUm; }
     double firstYUm() const { return homeYUm + area.offsetYUm; }
     double runInUm() const { return runInOf(options, area.scanStep); }
+    uint32_t beforeReadingMs() const; // as long as the instrument's filter needs
     bool hasSeveralReadings() const { return options.readingsPerPoint > 1; }
 };
 
 // The scan that "Start" starts now.
 ScanPlan presentPlan();
+
+// How long a point waits for its reading, ms.
+uint32_t readingDelayMs(const ScanOptions& options, const InstrumentSettings& settings);
+
+// Takes over what somebody has set at the instrument by now; false when it does not say.
+bool askSettings(ScanPlan& plan);
 
 // Makes the plan's settings those of the program, as if the operator had chosen them: the light,
 // the bias, the camera, the options and the area. The instrument is connected by its caller.

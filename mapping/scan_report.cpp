@@ -12,9 +12,10 @@ struct SpoiltKind {
 };
 
 constexpr SpoiltKind kinds[spoiltCount] = {
-    {"Not reached", PointMark::NotReached, 2},     {"No laser board", PointMark::Silent, 4},
-    {"Laser off or lamp on", PointMark::Unlit, 3}, {"No reading", PointMark::Silent, 4},
+    {"Not reached", PointMark::NotReached, 2},      {"No laser board", PointMark::Silent, 4},
+    {"Laser off or lamp on", PointMark::Unlit, 3},  {"No reading", PointMark::Silent, 4},
     {"Overload", PointMark::Overloaded, 5}, // the pictures' scale must know of it
+    {"Reference unlocked", PointMark::Unlocked, 3}, {"Filter changed", PointMark::Unsettled, 2},
     {"No camera", PointMark::NoColour, 1},
 };
 
@@ -61,6 +62,22 @@ void ScanReport::takeMarked(PointMark mark, int scanRow, int column) {
     take(causes, scanRow, column);
 }
 
+void ScanReport::takeOverload(const char* cause) {
+    for (auto& [what, points] : overloads)
+        if (what == cause) return static_cast<void>(++points);
+    overloads.emplace_back(cause, 1);
+}
+
+PointMark ScanReport::spoil(Spoilt cause, PointMark before, int scanRow, int column) {
+    const size_t known = causeOf(before);
+    const int weight = known == spoiltCount ? 0 : kinds[known].weight;
+    std::array<bool, spoiltCount> causes{};
+    causes[static_cast<size_t>(cause)] = true;
+    const PointMark mark = take(causes, scanRow, column);
+    if (weight > 0) --pointsInDoubt; // it is already
+    return kinds[static_cast<size_t>(cause)].weight > weight ? mark : before;
+}
+
 std::string ScanReport::whyMissed() const {
     std::string text;
     for (const auto& [cause, points] : misses)
@@ -77,6 +94,11 @@ Outcome ScanReport::outcome(ProcessEnd end) const {
     }
     told.doubts[static_cast<size_t>(Spoilt::NotReached)].why = whyMissed();
     told.doubts[static_cast<size_t>(Spoilt::Unlit)].why = whyUnlit;
+    std::string& ofOverload = told.doubts[static_cast<size_t>(Spoilt::Overload)].why;
+    for (const auto& [cause, points] : overloads)
+        ofOverload += (ofOverload.empty() ? "" : ", ") + cause + formatted(": %d", points);
+    told.doubts[static_cast<size_t>(Spoilt::Unsettled)].why = whyUnsettled;
+    if (!settings.empty()) told.troubles.push_back(settings);
     if (!focus.empty()) told.troubles.push_back(focus);
     told.troubles.insert(told.troubles.end(), bias.begin(), bias.end());
     if (stayedAway) told.troubles.emplace_back("The stage did not come back");

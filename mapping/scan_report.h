@@ -12,8 +12,17 @@
 #include <vector>
 
 // What spoils a point, in the order in which the operator is told of them.
-enum class Spoilt : size_t { NotReached, Board, Unlit, Instrument, Overload, Camera };
-constexpr size_t spoiltCount = 6;
+enum class Spoilt : size_t {
+    NotReached,
+    Board,
+    Unlit,
+    Instrument,
+    Overload,
+    Unlocked,
+    Unsettled,
+    Camera
+};
+constexpr size_t spoiltCount = 8;
 
 // Which axis does not stand at a point, and why.
 struct NotThere {
@@ -23,9 +32,12 @@ struct NotThere {
 
 struct ScanReport {
     int pointsDone = 0;
-    int pointsInDoubt = 0;                        // spoilt by any cause
-    std::array<Doubt, spoiltCount> spoilt;        // by cause
-    std::vector<std::pair<NotThere, int>> misses; // why points were not reached, and how many
+    int pointsInDoubt = 0;                              // spoilt by any cause
+    std::array<Doubt, spoiltCount> spoilt;              // by cause
+    std::vector<std::pair<NotThere, int>> misses;       // why points were not reached, and how many
+    std::vector<std::pair<std::string, int>> overloads; // of what, where the instrument says
+    std::string whyUnsettled;                           // empty without such points
+    std::string settings; // what became of the instrument's; empty when all was well
     // What ended it that was no operator: an axis and why, the computer's sleep.
     std::string endedBy;
     std::string focus;             // what befell Z, and in which row it was seen
@@ -42,6 +54,12 @@ struct ScanReport {
 
     // Counts why a point was not reached.
     void takeMiss(NotThere missed);
+
+    // Counts what overloaded a point.
+    void takeOverload(const char* cause);
+
+    // Spoils a point that has been taken before, by one more cause; returns the mark of its cell.
+    PointMark spoil(Spoilt cause, PointMark before, int scanRow, int column);
 
     // take() for a point of which only the mark is known.
     void takeMarked(PointMark mark, int scanRow, int column);

@@ -66,6 +66,7 @@ enum ControlId : int {
     idScanOptions = 32850,
     idRecoverScan = 32851,
     idContinueScan = 32852,
+    idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
 };
 
 // Of the window "Continue last scan".
@@ -125,4 +126,8 @@ enum ScanOptionsId : int {
     idReadingsPerPoint = 1043,
     idUnitFileCheck = 1044,
     idRunIn = 1045,
+    idMainChannelList = 1046, // of a lock-in amplifier, like the rest
+    idAuxChannelCheck = 1047,
+    idSettledEdit = 1048,
+    idSettledText = 1049,
 };

@@ -33,9 +33,23 @@ bool takeInteger(SetUp& into, const std::string& value) {
     return true;
 }
 
+bool takeAmplifier(SetUp& into, const std::string& value) {
+    const std::optional<double> number = typedNumber(value);
+    if (!number || !(*number >= 1.0 && *number <= 1e15)) return false;
+    into.amplifierVoltsPerAmpere = *number;
+    return true;
+}
+
+bool takeLockInCurrent(SetUp& into, const std::string& value) {
+    into.lockInCurrentInAmperes = value == "amperes";
+    return value == "amperes" || value == "volts";
+}
+
 constexpr SetUpRow rows[] = {
     {"laser board interlock", "yes or no", takeYesOrNo<&SetUp::boardHasInterlock>},
     {"laser board keep-alive (s)", "2 to 60", takeInteger<&SetUp::boardKeepAliveS, 2, 60>},
+    {"amplifier (V/A)", "1 to 1e15", takeAmplifier},
+    {"lock-in current input", "volts or amperes", takeLockInCurrent},
 };
 
 const SetUpRow* rowOf(const std::string& name) {

@@ -11,6 +11,11 @@ struct SetUp {
     bool boardHasInterlock = false;
     // s without a command after which the board switches the laser off; 0 never.
     int32_t boardKeepAliveS = 0;
+    // Of the amplifier before a lock-in amplifier's voltage input, V/A; 0: not known.
+    double amplifierVoltsPerAmpere = 0.0;
+    // What a lock-in amplifier tells of its current input; otherwise it is volts behind its own
+    // resistor, as the manual has it.
+    bool lockInCurrentInAmperes = false;
 
     bool asksTheBoard() const { return boardHasInterlock || boardKeepAliveS > 0; }
 };

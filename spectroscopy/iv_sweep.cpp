@@ -101,7 +101,7 @@ bool save(SweepRecord& record, int32_t& number, bool quietly, DataFolders& folde
                       number,
                       "V(V), I(uA)",
                       record.xValues,
-                      record.yValues,
+                      {&record.yValues},
                       points,
                       {{"Current read from", "USB Sourcemeter"},
                        {"Voltage range", volts(record.voltageRange) + " to either side of 0"},

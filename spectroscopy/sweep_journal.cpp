@@ -10,7 +10,7 @@
 #include "spectroscopy/iv_sweep.h"
 #include "spectroscopy/time_evolution.h"
 
-#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -37,6 +37,23 @@ std::string nameOf(const LeftJournal& left) {
     return left.kind == seriesJournalKind ? "A time evolution" : "An I-V curve";
 }
 
+// One whole line; false when it is none.
+bool takeSample(const std::string& line, std::vector<float>& xs, SweepRecord& record) {
+    std::vector<float> numbers;
+    const char* at = line.c_str();
+    for (char* end = nullptr;; at = end) {
+        const float number = std::strtof(at, &end);
+        if (end == at) break;
+        numbers.push_back(number);
+    }
+    if (numbers.size() < 2 + record.channelValues.size()) return false;
+    xs.push_back(numbers[0]);
+    record.yValues.push_back(numbers[1]);
+    for (size_t i = 0; i < record.channelValues.size(); ++i)
+        record.channelValues[i].push_back(numbers[2 + i]);
+    return true;
+}
+
 } // namespace
 
 void beginSweepJournal(const SweepRecord& record) {
@@ -49,9 +66,11 @@ void beginSweepJournal(const SweepRecord& record) {
     flushJournal();
 }
 
-void journalSample(float x, float y) {
+void journalSample(float x, float y, std::span<const float> further) {
     if (journalIsBroken()) return;
-    journalLine(formatted("%.9g %.9g", static_cast<double>(x), static_cast<double>(y)));
+    std::string line = formatted("%.9g %.9g", static_cast<double>(x), static_cast<double>(y));
+    for (float value : further) line += formatted(" %.9g", static_cast<double>(value));
+    journalLine(line);
 }
 
 bool endSweepJournal(SweepRecord& record, bool saved) {
@@ -80,14 +99,12 @@ std::optional<JournaledSweep> curveOfLines(const std::string& kind, const NextLi
         (!series && room != int64_t{4} * record.pointsPerQuarter))
         return {};
     record.holdsSeries = series;
+    if (series) record.channelValues = emptyChannels(record.setUp);
     record.outcome.end = ProcessEnd::CutOff;
     std::vector<float>& xs = series ? record.extraValues : record.xValues;
     while (const std::optional<std::string_view> line = next()) {
-        float x = 0.0f, y = 0.0f;
         if (xs.size() == static_cast<size_t>(room)) return {};
-        if (std::sscanf(std::string(*line).c_str(), "%f %f", &x, &y) != 2) break;
-        xs.push_back(x);
-        record.yValues.push_back(y);
+        if (!takeSample(std::string(*line), xs, record)) break;
     }
     record.currentIndex = static_cast<int32_t>(xs.size());
     xs.resize(static_cast<size_t>(room));

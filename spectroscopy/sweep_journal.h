@@ -6,6 +6,7 @@
 #include "spectroscopy/sweep_record.h"
 
 #include <optional>
+#include <span>
 #include <string>
 
 constexpr char sweepJournalKind[] = "I-V curve";
@@ -14,7 +15,8 @@ constexpr char seriesJournalKind[] = "time evolution";
 // For a record whose start is noted (noteStart); what it holds says of which kind it is.
 void beginSweepJournal(const SweepRecord& record);
 
-void journalSample(float x, float y);
+// `further`: what the instrument's channels gave, where it has several.
+void journalSample(float x, float y, std::span<const float> further = {});
 
 // The measurement is over: a journal whose curve is saved elsewhere goes, another one is offered
 // again, and the information text says so, or that there was none. Returns `saved`.

@@ -35,6 +35,7 @@ void Missed::count(const Reading& reading) {
     bias.read(reading);
     readings += !reading.answered;
     overloads += reading.overloaded;
+    unlocked += reading.unlocked;
 }
 
 void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& missed) {
@@ -44,7 +45,8 @@ void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& mi
     for (auto [count, cause] : {std::pair(missed.lights, "No laser board"),
                                 {missed.dark, "Laser off"},
                                 {missed.readings, "No reading"},
-                                {missed.overloads, "Overload"}})
+                                {missed.overloads, "Overload"},
+                                {missed.unlocked, "Reference unlocked"}})
         outcome.doubts.push_back({cause, count, record.currentIndex});
     if (outcome.end == ProcessEnd::Asleep)
         outcome.troubles.emplace_back("The computer went to sleep");
@@ -58,13 +60,16 @@ namespace {
 
 bool writeCurve(FILE* file, const CurveFile& curve) {
     keepDecimalPoint();
-    if (std::fprintf(file, "%s\n", curve.heading) < 0) return false;
-    const size_t points =
-        std::min({static_cast<size_t>(curve.count), curve.xs.size(), curve.ys.size()});
-    for (size_t i = 0; i < points; ++i)
-        if (std::fprintf(file, "%f,%f\n", static_cast<double>(curve.xs[i]),
-                         static_cast<double>(curve.ys[i])) < 0)
-            return false;
+    if (std::fprintf(file, "%s\n", curve.heading.c_str()) < 0) return false;
+    size_t points = std::min(static_cast<size_t>(curve.count), curve.xs.size());
+    for (const std::vector<float>* column : curve.columns)
+        points = std::min(points, column->size());
+    for (size_t i = 0; i < points; ++i) {
+        if (std::fprintf(file, "%f", static_cast<double>(curve.xs[i])) < 0) return false;
+        for (const std::vector<float>* column : curve.columns)
+            if (std::fprintf(file, ",%f", static_cast<double>((*column)[i])) < 0) return false;
+        if (std::fputc('\n', file) == EOF) return false;
+    }
     return flushToDisk(file); // the journal goes next
 }
 

@@ -28,7 +28,10 @@ struct SweepRecord {
     std::vector<float> xValues;          // V
     std::vector<float> yValues;          // uA, or what the selected instrument gives
     std::vector<float> extraValues;      // s
-    bool holdsSeries = false;            // the arrays are those of a time evolution
+    // Of a time evolution with an instrument of several channels, by channel; yValues has the one
+    // that the maps show. Otherwise empty.
+    std::vector<std::vector<float>> channelValues;
+    bool holdsSeries = false; // the arrays are those of a time evolution
     int32_t currentIndex = 0;
     char text[100] = {};  // status lines are formatted here
     ScanConditions setUp; // as the measurement started
@@ -50,6 +53,7 @@ struct Missed {
     int32_t overloads = 0; // beyond the instrument's range
     int32_t lights = 0;    // with no board that could have switched the laser
     int32_t dark = 0;      // while the laser was to shine and did not
+    int32_t unlocked = 0;  // a lock-in amplifier without its reference
     BiasWatch bias;
     void count(const Reading& reading);
 };
@@ -69,11 +73,11 @@ void noteEnd(SweepRecord& record, ProcessEnd end);
 struct CurveFile {
     const char* kind;
     int32_t& number; // of the file; counted on past those that are there already
-    const char* heading;
+    std::string heading;
     const std::vector<float>& xs;
-    const std::vector<float>& ys;
-    int32_t count;         // of lines "%f,%f"
-    Conditions conditions; // of this kind of curve, to those that all have
+    std::vector<const std::vector<float>*> columns; // to the right of it
+    int32_t count;                                  // of lines "%f,%f"
+    Conditions conditions;                          // of this kind of curve, to those that all have
     DataFolders& folders = dataFolders;
 };
 

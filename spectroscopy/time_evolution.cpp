@@ -5,10 +5,12 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
+#include "mapping/map_planes.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/typed_number.h"
 #include "screen/screen.h"
+#include "session/day_log.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
@@ -18,6 +20,7 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 #include <string>
 
 namespace {
@@ -82,14 +85,16 @@ bool recordPhase(SweepRecord& record, Phase phase, float seconds, int32_t mostSa
         const auto i = static_cast<size_t>(record.currentIndex);
         if (i >= record.yValues.size()) return false;
         const Reading reading = readPhotocurrent();
-        record.yValues[i] = reading;
+        record.yValues[i] = reading.values[mainChannelOf(record.setUp)];
         const uint64_t ms = elapsedMs(false);
         record.extraValues[i] = static_cast<float>(static_cast<double>(ms + offsetMs) / 1000.0);
         waitResponsive(settleMs);
         if (session.stopRequested)
             return false; // this sample's time is not over, it does not count
         ++record.currentIndex;
-        journalSample(record.extraValues[i], record.yValues[i]);
+        const std::span<const float> further(reading.values.data(), record.channelValues.size());
+        for (size_t c = 0; c < further.size(); ++c) record.channelValues[c].push_back(further[c]);
+        journalSample(record.extraValues[i], record.yValues[i], further);
         missed.count(reading);
         // As instrument it would not have answered.
         if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
@@ -119,6 +124,11 @@ void recordCycles(SweepRecord& record, const SeriesPlan& plan, Missed& missed) {
 
 } // namespace
 
+std::vector<std::vector<float>> emptyChannels(const ScanPlan& plan) {
+    const size_t count = channelsOf(plan.ammeterKind, plan.inVolts).size();
+    return std::vector<std::vector<float>>(count > 1 ? count : 0);
+}
+
 Outcome runSeries(const SeriesPlan& plan) {
     SweepRecord& record = sweepRecord;
     record.onTime = plan.onSeconds;
@@ -133,7 +143,13 @@ Outcome runSeries(const SeriesPlan& plan) {
     }
     session.stopRequested = 0;
     const RunningProcess running;
+    const bool saysWhatIsSet = askSettings();
     noteStart(record);
+    if (!saysWhatIsSet)
+        record.outcome.troubles.emplace_back("The instrument did not say what is set at it");
+    if (!record.setUp.settings.words.empty())
+        logEvent("Instrument: " + record.setUp.settings.words);
+    record.channelValues = emptyChannels(record.setUp);
     beginSweepJournal(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.
@@ -152,14 +168,47 @@ bool measureTimeEvolution() {
 
 namespace {
 
+// The columns of its file: the components, what follows from them, and what was wished for.
+struct Columns {
+    std::string heading = "Time(sec)", units = "s";
+    std::vector<const std::vector<float>*> values;
+};
+
+Columns columnsOf(const SweepRecord& record) {
+    const std::span<const Channel> channels =
+        channelsOf(record.setUp.ammeterKind, record.setUp.inVolts);
+    if (record.channelValues.empty())
+        return {"Time(sec), I(uA)",
+                std::string("s, ") + channels.front().unit->name,
+                {&record.yValues}};
+    std::vector<size_t> order;
+    const auto add = [&](bool averaged, bool onWish) {
+        for (size_t i = 0; i < channels.size(); ++i)
+            if (channels[i].averaged == averaged && channels[i].onWish == onWish)
+                order.push_back(i);
+    };
+    add(true, false);
+    add(false, false);
+    if (record.setUp.options.auxChannel) add(true, true);
+    Columns columns;
+    for (size_t i : order) {
+        const Channel& channel = channels[i];
+        columns.heading += formatted(", %s(%s)", channel.name, channel.unit->name);
+        columns.units += std::string(", ") + channel.unit->name;
+        columns.values.push_back(&record.channelValues[i]);
+    }
+    return columns;
+}
+
 bool save(SweepRecord& record, int32_t& number, bool quietly, DataFolders& folders = dataFolders) {
     const auto seconds = [](float value) { return quantity(static_cast<double>(value), "s"); };
+    const Columns columns = columnsOf(record);
     return saveCurve(record,
                      {"TimeEvo",
                       number,
-                      "Time(sec), I(uA)",
+                      columns.heading,
                       record.extraValues,
-                      record.yValues,
+                      columns.values,
                       record.currentIndex,
                       {{"Bias", biasText(record.setUp)},
                        {"Laser on for", seconds(record.onTime)},
@@ -168,8 +217,7 @@ bool save(SweepRecord& record, int32_t& number, bool quietly, DataFolders& folde
                        {"Wait after a sample", formatted("%u ms", settleMs)},
                        {"Samples", formatted("%d", record.currentIndex)},
                        {"Room for samples", std::to_string(record.yValues.size())},
-                       {"Units of the text file",
-                        formatted("s, %s", mainChannel(record.setUp.ammeterKind).unit->name)}},
+                       {"Units of the text file", columns.units}},
                       folders},
                      quietly);
 }

@@ -17,6 +17,9 @@ Outcome runSeries(const SeriesPlan& plan);
 // The same with what stands in its edits, whole seconds. False when it was declined.
 bool measureTimeEvolution();
 
+// One for each channel of an instrument that has several, without samples.
+std::vector<std::vector<float>> emptyChannels(const ScanPlan& plan);
+
 // Writes the samples to the next "TimeEvo(n).txt". `quietly`, at a forced end: without telling of a
 // failure. Whether they and their conditions were written; then their journal goes, otherwise it
 // stays.

@@ -173,6 +173,14 @@ void drawScanArea() {
     showScanArea();
 }
 
+// The map of a lock-in amplifier's channel, by its number.
+void showChannel(size_t channel) {
+    for (const Plane& plane : planesOf(scanMap))
+        if (plane.of == Plane::Of::Channel && plane.channel == channel && !plane.name.empty())
+            return showMapWindow(channelOf(plane));
+    showInformation("The map has no such channel");
+}
+
 // What an operator's command meets while something else is under way.
 constexpr Meanwhile allowed = Meanwhile::Allowed, refused = Meanwhile::Refused,
                     ignored = Meanwhile::Ignored, notInScan = Meanwhile::NotInScan;
@@ -245,6 +253,11 @@ constexpr Command commands[] = {
     {idShowRed, [] { showMapWindow(channelRed); }, allowed, allowed},
     {idShowGreen, [] { showMapWindow(channelGreen); }, allowed, allowed},
     {idShowBlue, [] { showMapWindow(channelBlue); }, allowed, allowed},
+    {idShowChannel, [] { showChannel(0); }, allowed, allowed},
+    {idShowChannel + 1, [] { showChannel(1); }, allowed, allowed},
+    {idShowChannel + 2, [] { showChannel(2); }, allowed, allowed},
+    {idShowChannel + 3, [] { showChannel(3); }, allowed, allowed},
+    {idShowChannel + 4, [] { showChannel(4); }, allowed, allowed},
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
@@ -490,7 +503,7 @@ void fillControlColumn() {
     handState.picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
+    setField(Field::UnitLabel, mainChannel().unit->label);
     checkRadio(idLaserView, idSampleView, idSampleView);
     refreshPositions();
     focusMainWindow();

@@ -124,7 +124,7 @@ bool takeOver(const LeftJournal& left, JournaledScan& scan) {
     if (!takeOverScan(std::move(scan))) return false;
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, mainChannel(instrumentLink.ammeterKind).unit->label);
+    setField(Field::UnitLabel, mainChannel().unit->label);
     return true;
 }
 

@@ -2,9 +2,9 @@
 #include "ui/scan_options_dialog.h"
 
 #include "camera/live_view.h"
+#include "instruments/ammeter.h"
 #include "mapping/scan_options.h"
 #include "platform/text_format.h"
-#include "platform/typed_number.h"
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
@@ -12,6 +12,7 @@
 #include "session/message_box.h"
 #include "session/process.h"
 
+#include <cmath>
 #include <iterator>
 #include <optional>
 
@@ -20,24 +21,47 @@ namespace {
 constexpr const wchar_t* arrivalWays[] = {L"every 50 ms", L"as soon as it can be there"};
 
 // Of the numbers, in their order.
-constexpr int numberEdits[] = {idSettleTime, idReadingDelay, idReadingsPerPoint, idRunIn};
+constexpr int numberEdits[] = {idSettleTime, idReadingDelay, idReadingsPerPoint, idRunIn,
+                               idSettledEdit};
 static_assert(std::size(numberEdits) == std::size(scanNumbers));
 
 bool askingBack = false; // a notice is open
+
+// How long the lock-in amplifier's filter needs with what is typed.
+void showSettling() {
+    const InstrumentSettings& settings = instrumentLink.settings;
+    const ScanNumber& settled = scanNumbers[std::size(scanNumbers) - 1];
+    const std::optional<int32_t> typed = settled.typed(dialogText(idSettledEdit, editCapacity));
+    std::string text = "no lock-in connected";
+    if (settings.poles > 0 && typed && *typed > 0)
+        text = formatted("%.0f ms", std::ceil(settlingMs(settings, *typed / 10.0)));
+    if (settings.poles > 0 && typed && *typed == 0) text = "the wait above";
+    if (settings.poles > 0 && !typed) text.clear();
+    setDialogText(idSettledText, text.c_str());
+}
 
 void opened() {
     fillDialogList(idArrivalList, arrivalWays, static_cast<int>(std::size(arrivalWays)));
     selectInDialogList(idArrivalList, scanSettings.options.looksEarly ? 1 : 0);
     for (size_t i = 0; i < std::size(scanNumbers); ++i)
         setDialogText(numberEdits[i],
-                      formatted("%d", scanSettings.options.*scanNumbers[i].value).c_str());
+                      scanNumbers[i].textOf(scanSettings.options.*scanNumbers[i].value).c_str());
     checkInDialog(idUnitFileCheck, scanSettings.options.writesUnitFile);
+    constexpr const wchar_t* channels[] = {L"R", L"X", L"Y", L"theta"};
+    static_assert(std::size(channels) == std::size(mainChannels));
+    fillDialogList(idMainChannelList, channels, static_cast<int>(std::size(channels)));
+    selectInDialogList(idMainChannelList, scanSettings.options.mainChannel);
+    checkInDialog(idAuxChannelCheck, scanSettings.options.auxChannel);
+    showSettling();
 }
 
 void showRange(const ScanNumber& of) {
     askingBack = true;
-    showMessageBox(windows.main, formatted("%s: %d to %d", of.label, of.lowest, of.highest).c_str(),
-                   "Scan options", BoxButtons::Ok);
+    showMessageBox(
+        windows.main,
+        (std::string(of.label) + ": " + of.textOf(of.lowest) + " to " + of.textOf(of.highest))
+            .c_str(),
+        "Scan options", BoxButtons::Ok);
     askingBack = false;
 }
 
@@ -45,18 +69,22 @@ void takeOver() {
     ScanOptions chosen = scanSettings.options;
     for (size_t i = 0; i < std::size(scanNumbers); ++i) {
         const ScanNumber& number = scanNumbers[i];
-        const std::optional<int> typed = typedInteger(dialogText(numberEdits[i], editCapacity));
-        if (!typed || !number.allows(*typed)) return showRange(number);
+        const std::optional<int32_t> typed = number.typed(dialogText(numberEdits[i], editCapacity));
+        if (!typed) return showRange(number);
         chosen.*number.value = *typed;
     }
     chosen.looksEarly = selectedInDialogList(idArrivalList) == 1;
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);
+    chosen.mainChannel = selectedInDialogList(idMainChannelList);
+    chosen.auxChannel = isCheckedInDialog(idAuxChannelCheck);
     scanSettings.options = chosen;
     const std::string runIn = chosen.runInUm == 0 ? "one step" : formatted("%d um", chosen.runInUm);
     logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point, run-in %s%s",
                        chosen.looksEarly ? "early looks" : "looks every 50 ms", chosen.settleMs,
                        chosen.beforeReadingMs, chosen.readingsPerPoint, runIn.c_str(),
-                       chosen.writesUnitFile ? ", .gwy" : ""));
+                       chosen.writesUnitFile ? ", .gwy" : "") +
+             formatted("; lock-in: %s, %g %%%s", mainChannels[chosen.mainChannel],
+                       chosen.settledTenths / 10.0, chosen.auxChannel ? ", aux 1" : ""));
     if (!writeScanOptions()) showInformation("Options.ini could not be written");
     endDialog();
 }
@@ -73,6 +101,7 @@ void chooseScanOptions() {
 void onScanOptionsCommand(int id) {
     if (askingBack) return;
     resetIdle();
+    if (id == idSettledEdit) showSettling();
     if (id == idSet && processUnderWay()) return refuseForProcess(); // begun from another window
     if (id == idSet) takeOver();
     if (id == idCloseDialog) endDialog();

@@ -7,7 +7,9 @@
 #include "instruments/kxci.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "instruments/lock_in.h"
 #include "instruments/number_extraction.h"
+#include "instruments/visa.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_journal.h"
 #include "session/data_folders.h"
@@ -96,6 +98,17 @@ void readBus(ReplyKind kind, Reading (*read)()) {
     readNumber(kind, read);
 }
 
+// A value that counts has come from the text whole.
+void readLockIn(bool (*open)(), Reading (*read)(), std::optional<InstrumentSettings> (*set)()) {
+    text.resize(std::min<size_t>(text.size(), 100));
+    open();
+    set();
+    const Reading reading = read();
+    for (float value : reading.values) require(reading.answered || value == 0.0f);
+    const std::optional<InstrumentSettings> settings = set();
+    if (settings) require(std::isfinite(settlingMs(*settings, 99.0)) && settings->poles <= 4);
+}
+
 // Lines of a journal: as conditions behind those of a scan or a sweep, which they may replace, and
 // as points. What comes of it is a map or a curve of the journal's own size.
 NextLine linesOf(const std::vector<std::string>& lines) {
@@ -165,6 +178,12 @@ void connectDoubles() {
         "ThreadIbsta", +[] { return text.starts_with('!') ? 0x8100ul : 0x2100ul; });
     replaceFunction(
         "ThreadIbcnt", +[] { return text.starts_with('!') ? driverErrorCount : text.size(); });
+    replaceFunction(
+        "viRead", +[](ViSession, uint8_t* buffer, uint32_t count, uint32_t* received) {
+            *received = std::min(count, static_cast<uint32_t>(text.size()));
+            std::memcpy(buffer, text.data(), *received);
+            return ViStatus{0};
+        });
     prepareDataFolders(dataFolders);
     allocateMaps();
     scanMap.conditions = conditionsOf(presentPlan());
@@ -186,7 +205,9 @@ void (*const targets[])() = {
     readAnalyzer,
     [] { readBus(ReplyKind::Multimeter, gpibMultimeterRead); },
     [] { readBus(ReplyKind::Sourcemeter, gpibSourcemeterRead); },
-    readJournals};
+    readJournals,
+    [] { readLockIn([] { return sr830Open(8); }, sr830Read, sr830Settings); },
+    [] { readLockIn(sr860Open, sr860Read, sr860Settings); }};
 
 } // namespace
 

@@ -3,11 +3,13 @@
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
 #include "instruments/laser_link.h"
+#include "instruments/lock_in.h"
 #include "instruments/number_extraction.h"
 #include "instruments/tektronics.h"
 #include "instruments/usb_sourcemeter.h"
 #include "screen/control_ids.h"
 #include "session/options.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 #include "ui/configuration.h"
 
@@ -661,12 +663,80 @@ TEST_F(InstrumentsTest, WhatTheUsbSourcemeterRefusesIsSaidOnce) {
                          "(0xBFFF0015)\n");
 }
 
+// Times and numbers of the filters' table, n equal poles.
+TEST(Settling, TakesAsManyTimeConstantsAsItsPolesNeed) {
+    constexpr double needed[2][4] = {{4.6, 6.6, 8.4, 10.0}, {6.9, 9.2, 11.2, 13.1}};
+    for (int poles = 1; poles <= 4; ++poles) {
+        const InstrumentSettings filter{.timeConstantMs = 100, .poles = poles};
+        EXPECT_NEAR(settlingMs(filter, 99), 100 * needed[0][poles - 1], 5);
+        EXPECT_NEAR(settlingMs(filter, 99.9), 100 * needed[1][poles - 1], 5);
+        EXPECT_NEAR(settledPercent(filter, settlingMs(filter, 99.9)), 99.9, 1e-3);
+    }
+    EXPECT_EQ(settlingMs({}, 99), 0.0);
+}
+
+TEST_F(InstrumentsTest, Sr830IsToldWhereToAnswerAndSetToNothing) {
+    setLabLockIn(labSr830, {.sensitivityVolts = 0.05, .timeConstantMs = 300, .poles = 4});
+    wireLabLockIns({.amplifierVoltsPerAmpere = 1e4});
+    ASSERT_TRUE(sr830Open(8));
+    sr830BeginPoint();
+    const Reading reading = sr830Read();
+    EXPECT_EQ(labInstrumentCommands(labSr830),
+              (Commands{"OUTX 1", "*IDN?", "SENS?", "OFLT?", "OFSL?", "RMOD?", "SYNC?", "ISRC?",
+                        "FMOD?", "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3",
+                        "LIAS?", "SNAP? 1,2,3,4,5", "LIAS?"}));
+    EXPECT_EQ(labInstrumentErrors(labSr830), Commands{});
+    EXPECT_EQ(link.settings.words,
+              "sensitivity 50 mV, time constant 300 ms, 24 dB per octave, reserve low noise, sync "
+              "off, input A, no amplifier: values in volts, reference external 1013 Hz, phase 0 "
+              "deg, harmonic 1, X offset 0 % expand 1, Y offset 0 % expand 1, R offset 0 % "
+              "expand 1");
+    EXPECT_TRUE(link.inVolts);
+    EXPECT_TRUE(reading.answered && !reading.overloaded && !reading.unlocked);
+    EXPECT_NEAR(static_cast<double>(reading.values[0]), labMeasurements().back().value, 1e-6);
+    EXPECT_NEAR(static_cast<double>(reading.values[3]), 35.0, 0.5); // as it is wired
+}
+
+// A current input has its own V/A; whether its values are volts nobody knows before the first day.
+TEST_F(InstrumentsTest, LockInCurrentsAreAmperesEitherWay) {
+    for (const bool inAmperes : {false, true}) {
+        setUp.lockInCurrentInAmperes = inAmperes;
+        wireLabLockIns({.currentInputInAmperes = inAmperes});
+        for (LabInstrument who : {labSr830, labSr860}) {
+            setLabLockIn(who, {.sensitivityVolts = 1, .input = LabLockInInput::Current1MOhm});
+            ASSERT_TRUE(who == labSr830 ? sr830Open(8) : sr860Open());
+            EXPECT_FALSE(link.inVolts);
+            const double amps = 0.450 * labPhotoCurrent(0); // of a square wave from 0 to there
+            const Reading reading = who == labSr830 ? sr830Read() : sr860Read();
+            EXPECT_NEAR(static_cast<double>(reading.values[0]), amps, 0.02 * amps) << who;
+        }
+    }
+}
+
+// In one line, so that nobody at the instrument can exchange two channels in between.
+TEST_F(InstrumentsTest, Sr860TellsWhichValueIsWhich) {
+    setLabLockIn(labSr860, {.timeConstantMs = 100, .dataChannels = {3, 1, 0, 2}});
+    applyLabFaults("sr860 other"); // an SR865A
+    ASSERT_TRUE(sr860Open());
+    EXPECT_EQ(sr860Identity(), "Stanford_Research_Systems,SR865A,000111,v1.23");
+    const Reading reading = sr860Read();
+    EXPECT_EQ(labInstrumentCommands(labSr860).back(),
+              "SNAPD?;OAUX? 0;CUROVLDSTAT?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3\n");
+    EXPECT_NEAR(static_cast<double>(reading.values[0]), labMeasurements().back().value, 1e-6);
+    EXPECT_NEAR(static_cast<double>(reading.values[3]), 35.0, 0.5);
+    setLabLockIn(labSr860, {.dataChannels = {0, 1, 2, 9}}); // the reference's frequency
+    EXPECT_FALSE(sr860Read().answered);
+    EXPECT_NE(printed().find("its four displays are not X, Y, R and theta"), std::string::npos);
+    EXPECT_EQ(labInstrumentErrors(labSr860), Commands{});
+}
+
 const struct Connect {
     int kind, gpibAddress;
     const char* absent; // the fault that takes the instrument away
 } connects[] = {{2, 18, "gpib absent"},     {3, 24, "gpib absent"},
                 {4, 18, "k2450 absent"},    {5, 18, "visa absent"},
-                {6, 18, "analyzer absent"}, {7, 17, "gpib absent\nanalyzer absent"}};
+                {6, 18, "analyzer absent"}, {7, 17, "gpib absent\nanalyzer absent"},
+                {8, 8, "gpib absent"},      {9, 18, "sr860 absent"}};
 
 // Calls `connect`, which shows that box or, without a text, none, and ends with a kind.
 template <class Call> void expectBox(Notice notice, int32_t kindAfter, Call connect) {
@@ -707,7 +777,7 @@ TEST_F(InstrumentsTest, StartUpShowsOnlyWhatFailed) {
         instrumentLink.ammeterKind = c.kind;
         const InstrumentKind& kind = instrumentKind(c.kind);
         const Notice failure = kind.failedAtStart.text ? kind.failedAtStart : kind.failed;
-        const bool kept = there || c.kind == kindGpibMultimeter || c.kind == kindGpibSourcemeter;
+        const bool kept = there || kind.keptAtStart;
         expectBox(there ? Notice() : failure, kept ? c.kind : kindArduino,
                   connectInstrumentAtStart);
     });

@@ -66,7 +66,7 @@ private:
 
     std::vector<Taken> takenSince(double timeMs) const {
         std::vector<Taken> taken;
-        const double scale = mainChannel(instrumentLink.ammeterKind).scale;
+        const double scale = mainChannel().scale;
         if (ofBoard())
             for (size_t i = labReads().size(); i > 0 && labReads()[i - 1].timeMs >= timeMs; --i) {
                 const LabRead& at = labReads()[i - 1];
@@ -87,6 +87,7 @@ private:
     // By the manuals: the multimeter's letter stands beside 9.99999E9, the analyzer's beside the
     // end of its largest range, and the others say 9.9E37.
     static bool isOverload(const LabMeasurement& taken) {
+        if (taken.flagged) return true;
         const double end = taken.by == labMultimeter ? 9e9 : taken.by == labAnalyzer ? 0.105 : 9e37;
         return std::fabs(taken.value) >= end;
     }
@@ -112,6 +113,15 @@ private:
 
     static bool holds(double cell, const Taken* taken, size_t count) {
         const double is = meanOf(taken, count);
+        // R of several readings is that of the mean components, which is no more than theirs.
+        if (instrumentKind(scanMap.conditions->ammeterKind).derive && count > 1) {
+            const auto [least, most] =
+                std::minmax_element(taken, taken + count, [](const Taken& a, const Taken& b) {
+                    return a.value < b.value;
+                });
+            return cell <= most->value * 1.001 &&
+                   cell >= least->value - (most->value - least->value);
+        }
         double largest = 0; // an instrument tells five digits
         for (size_t i = 0; i < count; ++i) largest = std::max(largest, std::fabs(taken[i].value));
         return std::fabs(cell - is) <= 1e-3 * std::fabs(is) + 1e-5 * largest + 1e-9;

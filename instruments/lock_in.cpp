@@ -1,0 +1,393 @@
+// Talks to the lock-in amplifiers; commands, tables and status bits are those of their manuals.
+#include "instruments/lock_in.h"
+
+#include "instruments/gpib.h"
+#include "instruments/kinds.h"
+#include "instruments/visa.h"
+#include "platform/text_format.h"
+#include "session/device_report.h"
+#include "session/refusals.h"
+#include "session/set_up.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <numbers>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr const char* gpibName = "GPIB lock-in";
+constexpr const char* usbName = "USB lock-in";
+constexpr const char* anyOfItsModel = "USB0::0xB506::0x2000::?*INSTR";
+
+// By the channels of these kinds.
+enum Value : size_t { valueR, valueX, valueY, valueTheta, valueAux };
+
+constexpr double displayLimit = 1.09; // of the sensitivity: SR830 manual, "Output overload"
+
+// What of the settings the readings need.
+struct Scale {
+    double voltsPerAmpere = 0.0; // 0: the values stay volts
+    double sensitivityVolts = 0.0;
+};
+
+struct {
+    std::string sr830Identity;
+    VisaInstrument sr860{usbName};
+    Scale scale; // of the one that is selected
+} lockIn;
+
+// --- Replies -------------------------------------------------------------------------------------
+
+std::vector<std::string_view> partsOf(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    for (size_t at = 0; at != std::string_view::npos;) {
+        const size_t end = std::min(text.find(separator, at), text.size());
+        parts.push_back(text.substr(at, end - at));
+        at = end == text.size() ? std::string_view::npos : end + 1;
+    }
+    return parts;
+}
+
+// "-4.17234e-007", with blanks around it and a '+' before it.
+std::optional<double> numberIn(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '+')) text.remove_prefix(1);
+    while (!text.empty() && text.back() <= ' ') text.remove_suffix(1);
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size()) return {};
+    return value;
+}
+
+// Nothing unless there are just so many, each a number.
+std::optional<std::vector<double>> numbersIn(std::string_view text, size_t count) {
+    std::vector<double> numbers;
+    for (std::string_view part : partsOf(text, ',')) {
+        const std::optional<double> number = numberIn(part);
+        if (!number) return {};
+        numbers.push_back(*number);
+    }
+    if (numbers.size() != count) return {};
+    return numbers;
+}
+
+std::optional<int> indexIn(std::string_view text, int count) {
+    const std::optional<double> number = numberIn(text);
+    if (!number || *number != std::floor(*number) || *number < 0 || *number >= count) return {};
+    return static_cast<int>(*number);
+}
+
+// Of one moment, V rms and degrees, and the auxiliary input's volts.
+Reading readingOf(double x, double y, double r, double theta, double aux, const char* overload) {
+    const Scale& scale = lockIn.scale;
+    Reading reading{.answered = true, .overload = overload};
+    const double limit = displayLimit * scale.sensitivityVolts;
+    const bool atLimit = std::max({std::fabs(x), std::fabs(y), std::fabs(r)}) >= 0.999 * limit;
+    if (!reading.overload && limit > 0.0 && atLimit) reading.overload = "display";
+    reading.overloaded = reading.overload != nullptr;
+    const double perVolt = scale.voltsPerAmpere > 0.0 ? 1.0 / scale.voltsPerAmpere : 1.0;
+    reading.values[valueR] = static_cast<float>(r * perVolt);
+    reading.values[valueX] = static_cast<float>(x * perVolt);
+    reading.values[valueY] = static_cast<float>(y * perVolt);
+    reading.values[valueTheta] = static_cast<float>(theta);
+    reading.values[valueAux] = static_cast<float>(aux);
+    return reading;
+}
+
+// --- Settings in words ---------------------------------------------------------------------------
+
+// "300 uV", "30 ms".
+std::string inUnits(double value, const char* unit) {
+    constexpr const char* prefixes[] = {"n", "u", "m", "", "k"};
+    size_t i = 0;
+    for (value *= 1e9; value >= 999.9 && i + 1 < std::size(prefixes); ++i) value /= 1000.0;
+    return formatted("%g %s%s", std::round(value * 1000.0) / 1000.0, prefixes[i], unit);
+}
+
+std::string filterWords(double sensitivityVolts, const InstrumentSettings& filter) {
+    return "sensitivity " + inUnits(sensitivityVolts, "V") + ", time constant " +
+           inUnits(filter.timeConstantMs / 1000.0, "s") +
+           formatted(", %d dB per octave", 6 * filter.poles);
+}
+
+std::string referenceWords(const char* from, double hertz, double phase, double harmonic) {
+    return formatted(", reference %s %g Hz, phase %g deg, harmonic %g", from, hertz, phase,
+                     harmonic);
+}
+
+std::string amplifierWords(bool currentInput) {
+    const Scale& scale = lockIn.scale;
+    if (scale.voltsPerAmpere <= 0.0) return "no amplifier: values in volts";
+    return formatted("%s %g V/A", currentInput ? "current input" : "amplifier",
+                     scale.voltsPerAmpere);
+}
+
+constexpr const char* outputs[] = {"X", "Y", "R"};
+
+std::string offsetWords(size_t output, double percent, int expand) {
+    constexpr int factors[] = {1, 10, 100};
+    return formatted("%s offset %g %% expand %d", outputs[output], percent, factors[expand]);
+}
+
+// What the values are from here on.
+void takeScale(double sensitivityVolts, bool currentInput, bool highGain) {
+    const double ofInput = highGain ? 1e8 : 1e6;
+    // Some have found that the values are amperes then; the manual says volts.
+    const double ofCurrent = setUp.lockInCurrentInAmperes ? 1.0 : ofInput;
+    lockIn.scale = {currentInput ? ofCurrent : setUp.amplifierVoltsPerAmpere, sensitivityVolts};
+    instrumentLink.inVolts = lockIn.scale.voltsPerAmpere <= 0.0;
+    if (currentInput && setUp.lockInCurrentInAmperes) lockIn.scale.sensitivityVolts /= ofInput;
+}
+
+// --- The SR830 -----------------------------------------------------------------------------------
+
+// The reply to a query; empty when none came whole.
+std::string askSr830(const char* query) {
+    if (!gpibWrite(query)) return {};
+    char reply[100] = {};
+    if (!gpibRead(reply, sizeof reply)) return {};
+    const std::string_view text(reply, sizeof reply);
+    const size_t end = text.find('\n');
+    return end == std::string_view::npos ? std::string() : std::string(text.substr(0, end));
+}
+
+constexpr double sensitivitySteps[] = {2e-9, 5e-9, 10e-9}; // "SENS", from index 0
+constexpr int lastStatusBit = 8;
+
+// Questions to one of the two; after the first one without a good answer no further one is asked.
+template <class Ask> struct Questions {
+    Ask ask;
+    bool whole = true;
+
+    int index(const std::string& query, int count) {
+        const std::optional<int> index = whole ? indexIn(ask(query.c_str()), count) : std::nullopt;
+        whole = index.has_value();
+        return index.value_or(0);
+    }
+    double number(const std::string& query) {
+        const std::optional<double> number = whole ? numberIn(ask(query.c_str())) : std::nullopt;
+        whole = number.has_value();
+        return number.value_or(0.0);
+    }
+};
+
+InstrumentSettings keptInLink(const InstrumentSettings& settings) {
+    return instrumentLink.settings = settings;
+}
+
+std::optional<InstrumentSettings> notSaid(const char* name) {
+    printRefusal(name, "does not say what is set at it");
+    return {};
+}
+
+template <class Ask> InstrumentSettings filterOfSr830(Questions<Ask>& questions) {
+    const int timeConstant = questions.index("OFLT?", 20); // 10 us, 30 us ... 30 ks
+    const int slope = questions.index("OFSL?", 4);
+    return {.timeConstantMs = (timeConstant % 2 ? 0.03 : 0.01) * std::pow(10.0, timeConstant / 2),
+            .poles = slope + 1};
+}
+
+template <class Ask> InstrumentSettings filterOfSr860(Questions<Ask>& questions) {
+    const int timeConstant = questions.index("OFLT?", 22); // 1 us, 3 us ... 30 ks
+    const int slope = questions.index("OFSL?", 4);
+    return {.timeConstantMs = (timeConstant % 2 ? 0.003 : 0.001) * std::pow(10.0, timeConstant / 2),
+            .poles = slope + 1};
+}
+
+} // namespace
+
+void deriveLockIn(std::array<float, mostChannels>& values) {
+    const double x = static_cast<double>(values[valueX]), y = static_cast<double>(values[valueY]);
+    values[valueR] = static_cast<float>(std::hypot(x, y));
+    values[valueTheta] = static_cast<float>(std::atan2(y, x) * 180.0 / std::numbers::pi);
+}
+
+bool sr830Open(int address) {
+    const int previous = instrumentLink.gpibDevice;
+    // It listens to both of its interfaces and answers at one, and it may be the other.
+    if (gpibOpenDevice(address) && gpibWrite("OUTX 1")) {
+        lockIn.sr830Identity = askSr830("*IDN?");
+        const bool known = lockIn.sr830Identity.find("SR830") != std::string::npos;
+        if (known) reportAnswer(gpibName, lockIn.sr830Identity);
+        if (known && sr830Settings()) return true;
+        if (!known && !lockIn.sr830Identity.empty())
+            printRefusal(gpibName, "no SR830: " + lockIn.sr830Identity);
+        gpibTakeOffline();
+    }
+    instrumentLink.gpibDevice = previous;
+    return false;
+}
+
+std::string sr830Identity() {
+    return lockIn.sr830Identity;
+}
+
+void sr830BeginPoint() {
+    askSr830("LIAS?");
+}
+
+Reading sr830Read() {
+    const std::optional<std::vector<double>> v = numbersIn(askSr830("SNAP? 1,2,3,4,5"), 5);
+    if (!v) return {};
+    // Behind the values: what was too much when they were taken is in it.
+    const std::optional<int> status = indexIn(askSr830("LIAS?"), 1 << lastStatusBit);
+    if (!status) return {};
+    const char* const overload = *status & 1   ? "input or reserve"
+                                 : *status & 2 ? "filter"
+                                 : *status & 4 ? "output"
+                                               : nullptr;
+    Reading reading = readingOf((*v)[0], (*v)[1], (*v)[2], (*v)[3], (*v)[4], overload);
+    reading.unlocked = *status & 8;
+    forgetRefusal(gpibName);
+    return reading;
+}
+
+std::optional<InstrumentSettings> sr830Filter() {
+    Questions questions{askSr830};
+    const InstrumentSettings filter = filterOfSr830(questions);
+    return questions.whole ? std::optional(filter) : std::nullopt;
+}
+
+std::optional<InstrumentSettings> sr830Settings() {
+    Questions questions{askSr830};
+    const int sensitivity = questions.index("SENS?", 27);
+    InstrumentSettings settings = filterOfSr830(questions);
+    const int reserve = questions.index("RMOD?", 3), sync = questions.index("SYNC?", 2);
+    const int input = questions.index("ISRC?", 4), internal = questions.index("FMOD?", 2);
+    const double hertz = questions.number("FREQ?"), phase = questions.number("PHAS?"),
+                 harmonic = questions.number("HARM?");
+    std::string offsets;
+    for (size_t i = 0; i < std::size(outputs) && questions.whole; ++i) {
+        const std::string reply = askSr830(formatted("OEXP? %d", static_cast<int>(i) + 1).c_str());
+        const std::vector<std::string_view> pair = partsOf(reply, ',');
+        const std::optional<double> percent = numberIn(pair.front());
+        const std::optional<int> expand = indexIn(pair.back(), 3);
+        questions.whole = pair.size() == 2 && percent && expand;
+        if (questions.whole) offsets += ", " + offsetWords(i, *percent, *expand);
+    }
+    if (!questions.whole) return notSaid(gpibName);
+    const double volts = sensitivitySteps[sensitivity % 3] * std::pow(10.0, sensitivity / 3);
+    takeScale(volts, input >= 2, input == 3);
+    constexpr const char* reserves[] = {"high", "normal", "low noise"};
+    constexpr const char* inputs[] = {"A", "A-B", "I 1 MOhm", "I 100 MOhm"};
+    settings.words = filterWords(volts, settings) + ", reserve " + reserves[reserve] +
+                     formatted(", sync %s, input %s, ", sync ? "on" : "off", inputs[input]) +
+                     amplifierWords(input >= 2) +
+                     referenceWords(internal ? "internal" : "external", hertz, phase, harmonic) +
+                     offsets;
+    return keptInLink(settings);
+}
+
+// --- The SR860 -----------------------------------------------------------------------------------
+
+namespace {
+
+std::string askSr860(const char* query) {
+    return ask(lockIn.sr860, query);
+}
+
+// By what the displays show, so that the values are told apart by the instrument's own word.
+constexpr char pointQuery[] = "SNAPD?;OAUX? 0;CUROVLDSTAT?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3";
+
+// Bits of CUROVLDSTAT?: the two outputs and the four displays.
+constexpr int ofOutputs = 0x0003 | 0x0F00, ofReference = 1 << 3, ofInput = 1 << 4;
+
+} // namespace
+
+bool sr860Open() {
+    VisaInstrument found{usbName};
+    const bool answers = openInstrument(found, nullptr, anyOfItsModel) && identify(found);
+    const bool known = answers && (found.identity.find("SR860") != std::string::npos ||
+                                   found.identity.find("SR865") != std::string::npos);
+    if (answers && !known) printRefusal(usbName, "no SR860: " + found.identity);
+    const VisaInstrument before = lockIn.sr860;
+    lockIn.sr860 = found;
+    if (known && sr860Settings()) {
+        closeInstrument(before);
+        return true;
+    }
+    closeInstrument(lockIn.sr860);
+    lockIn.sr860 = before;
+    return false;
+}
+
+void sr860Close() {
+    closeInstrument(lockIn.sr860);
+    lockIn.sr860 = {usbName};
+}
+
+std::string sr860Identity() {
+    return lockIn.sr860.identity;
+}
+
+Reading sr860Read() {
+    const std::string reply = askSr860(pointQuery);
+    const std::vector<std::string_view> parts = partsOf(reply, ';');
+    if (parts.size() != 7) return {};
+    const std::optional<std::vector<double>> shown = numbersIn(parts[0], 4);
+    const std::optional<double> aux = numberIn(parts[1]);
+    const std::optional<int> status = indexIn(parts[2], 1 << 16);
+    if (!shown || !aux || !status) return {};
+    std::optional<double> values[4]; // X, Y, R, theta: as the displays' numbers have them
+    for (size_t i = 0; i < 4; ++i) {
+        const std::optional<int> which = indexIn(parts[3 + i], 16 + 10);
+        if (which && *which < 4) values[*which] = (*shown)[i];
+    }
+    if (!values[0] || !values[1] || !values[2] || !values[3]) {
+        printRefusal(usbName, "its four displays are not X, Y, R and theta");
+        return {};
+    }
+    const char* const overload = *status & ofInput     ? "input"
+                                 : *status & ofOutputs ? "output"
+                                                       : nullptr;
+    Reading reading = readingOf(*values[0], *values[1], *values[2], *values[3], *aux, overload);
+    reading.unlocked = *status & ofReference;
+    forgetRefusal(usbName);
+    return reading;
+}
+
+std::optional<InstrumentSettings> sr860Filter() {
+    Questions questions{askSr860};
+    const InstrumentSettings filter = filterOfSr860(questions);
+    return questions.whole ? std::optional(filter) : std::nullopt;
+}
+
+std::optional<InstrumentSettings> sr860Settings() {
+    Questions questions{askSr860};
+    const int sensitivity = questions.index("SCAL?", 28); // 1 V, 500 mV, 200 mV ... 1 nV
+    InstrumentSettings settings = filterOfSr860(questions);
+    const int range = questions.index("IRNG?", 5), sync = questions.index("SYNC?", 2);
+    const bool current = questions.index("IVMD?", 2) == 1;
+    const bool difference = questions.index("ISRC?", 2) == 1;
+    const bool highGain = questions.index("ICUR?", 2) == 1;
+    const int reference = questions.index("RSRC?", 4);
+    const double hertz = questions.number("FREQ?"), phase = questions.number("PHAS?"),
+                 harmonic = questions.number("HARM?");
+    std::string offsets;
+    for (size_t i = 0; i < std::size(outputs); ++i) {
+        const auto query = [i](const char* name) {
+            return formatted("%s? %d", name, static_cast<int>(i));
+        };
+        const bool on = questions.index(query("COFA"), 2) == 1;
+        const double percent = questions.number(query("COFP"));
+        const int expand = questions.index(query("CEXP"), 3);
+        offsets += ", " + offsetWords(i, on ? percent : 0.0, expand);
+    }
+    if (!questions.whole) return notSaid(usbName);
+    constexpr double steps[] = {1.0, 0.5, 0.2};
+    const double volts = steps[sensitivity % 3] * std::pow(10.0, -(sensitivity / 3));
+    takeScale(volts, current, highGain);
+    constexpr const char* ranges[] = {"1 V", "300 mV", "100 mV", "30 mV", "10 mV"};
+    constexpr const char* references[] = {"internal", "external", "dual", "chop"};
+    const char* const input = !current   ? (difference ? "A-B" : "A")
+                              : highGain ? "I 100 MOhm"
+                                         : "I 1 MOhm";
+    settings.words = filterWords(volts, settings) + ", input range " + ranges[range] +
+                     formatted(", sync %s, input %s, ", sync ? "on" : "off", input) +
+                     amplifierWords(current) +
+                     referenceWords(references[reference], hertz, phase, harmonic) + offsets;
+    return keptInLink(settings);
+}
