@@ -168,7 +168,10 @@ void Scan::showPercentDone(int points) const {
 void Scan::showProgressAt(int point) const {
     showPercentDone(point);
     const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
-    setField(Field::Time, formatted("%dM/%dM ", minutes, area.estimatedMinutes).c_str());
+    // The area's own estimate knows of no filter.
+    const double settlingMs = filter.poles == 0 ? 0.0 : readingDelayMs(plan.options, filter);
+    const double total = area.estimatedMinutes + area.totalPoints * settlingMs / 60000.0;
+    setField(Field::Time, formatted("%dM/%dM ", minutes, static_cast<int>(total)).c_str());
 }
 
 // For somebody who looks from another desk, too.

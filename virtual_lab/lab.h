@@ -186,7 +186,7 @@ void setLabLockIn(LabInstrument who, const LabLockInSettings& settings);
 // How both are wired.
 struct LabLockInWiring {
     double chopperHz = 1013;
-    double amplifierVoltsPerAmpere = 1e6; // before the inputs A and B
+    double amplifierVoltsPerAmpere = 1e4; // before the inputs A and B
     double signalDegrees = 35;            // of the photocurrent's fundamental to the reference
     // What a current input's outputs are: volts, as the manuals say, or amperes, as some have it.
     bool currentInputInAmperes = false;

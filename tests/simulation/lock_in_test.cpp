@@ -28,7 +28,6 @@ protected:
                                    kind));
         writeDesktopFile("KST_Data/Setup.ini", "amplifier (V/A) = 10000\n");
         writeDesktopFile("KST_Data/Options.ini", options);
-        wireLabLockIns({.amplifierVoltsPerAmpere = 1e4});
         setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 30});
     }
 
@@ -214,7 +213,9 @@ TEST_F(LockInTest, AnAuxiliaryInputIsAChannelOfTheSameMoment) {
 TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {
     choose(kindLockInGpib);
     writeDesktopFile("KST_Data/Setup.ini", "");
+    setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 1000});
     runProgramOver(20, 15);
+    EXPECT_TRUE(textIn(Field::Time).ends_with("M/7M ")) << "2, and 48 points of 6.6 s";
     const SavedMap saved;
     EXPECT_EQ(saved.unit(0), "V");
     EXPECT_EQ(saved.condition("Unit of the text file"), "uV");

@@ -677,7 +677,6 @@ TEST(Settling, TakesAsManyTimeConstantsAsItsPolesNeed) {
 
 TEST_F(InstrumentsTest, Sr830IsToldWhereToAnswerAndSetToNothing) {
     setLabLockIn(labSr830, {.sensitivityVolts = 0.05, .timeConstantMs = 300, .poles = 4});
-    wireLabLockIns({.amplifierVoltsPerAmpere = 1e4});
     ASSERT_TRUE(sr830Open(8));
     sr830BeginPoint();
     const Reading reading = sr830Read();

@@ -39,6 +39,8 @@ constexpr const char* faultLines[] = {
     "instrument stuck",    "instrument silent",
     "instrument garbage",  "instrument unterminated",
     "instrument overload", "board overload",
+    "lock-in unlocked",    "lock-in overload filter",
+    "lock-in slow 3000",   "chopper stopped",
 };
 
 // A call that fails, with or without doing what it was asked, or is late, from the n-th on.
