@@ -282,8 +282,9 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
         if (plane.of == Plane::Of::Channel) cell = reading->means[plane.channel];
         if (plane.of == Plane::Of::Deviation) cell = reading->deviations[plane.channel];
     }
+    // Under the unit of the first channel, whichever the map shows.
     setField(Field::MeasuredValue,
-             formatted("%.5f", static_cast<double>(scanMap.maps[planePhotocurrent][c][m])).c_str());
+             formatted("%.5f", static_cast<double>(reading->means.front())).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
