@@ -40,11 +40,17 @@ Reading readInstrument(const InstrumentKind& kind) {
     Reading reading = kind.read ? kind.read() : Reading{};
     stayWhereTheProgramEnds();                                    // taken in the dark, perhaps
     constexpr double largest = std::numeric_limits<float>::max(); // an overload ends there
-    for (size_t i = 0; i < kind.channels.size(); ++i) {           // also of those in volts
+    // More is no current but a sign, perhaps that of another instrument at this address.
+    constexpr double mostAmperes = 1e6;
+    for (size_t i = 0; i < kind.channels.size(); ++i) { // also of those in volts
         float& value = reading.values[i];
-        reading.overloaded |= reading.answered && isOverload(value);
-        value = static_cast<float>(
-            std::clamp(static_cast<double>(value) * kind.channels[i].scale, -largest, largest));
+        const double told = static_cast<double>(value) * kind.channels[i].scale;
+        const bool isCurrent = kind.channels[i].unit->si[0] == 'A';
+        reading.overloaded |=
+            reading.answered &&
+            (isOverload(value) ||
+             (isCurrent && std::fabs(told) * kind.channels[i].unit->perValue > mostAmperes));
+        value = static_cast<float>(std::clamp(told, -largest, largest));
     }
     return reading;
 }

@@ -229,9 +229,6 @@ Reading ask(const char* query) {
 Reading gpibSourcemeterRead() {
     Reading reading = ask(":READ?");
     reading.limited = reading.answered && isAtLimit(reading, bus.sourcemeterLimit);
-    // A multimeter's sign at this address: no source gives as much.
-    constexpr float noCurrent = 1e6f; // A
-    reading.overloaded = reading.answered && std::fabs(reading.value()) > noCurrent;
     return reading;
 }
 

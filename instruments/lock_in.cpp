@@ -12,9 +12,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <initializer_list>
 #include <numbers>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -126,10 +127,11 @@ std::string amplifierWords(bool currentInput) {
 }
 
 constexpr const char* outputs[] = {"X", "Y", "R"};
+constexpr char offsetIsSet[] = "An offset is set at the lock-in: its values are less by that";
 
-std::string offsetWords(size_t output, double percent, int expand) {
+std::string offsetWords(const char* output, double percent, int expand) {
     constexpr int factors[] = {1, 10, 100};
-    return formatted("%s offset %g %% expand %d", outputs[output], percent, factors[expand]);
+    return formatted(", %s offset %g %% expand %d", output, percent, factors[expand]);
 }
 
 // What the values are from here on.
@@ -157,22 +159,45 @@ std::string askSr830(const char* query) {
 constexpr double sensitivitySteps[] = {2e-9, 5e-9, 10e-9}; // "SENS", from index 0
 constexpr int lastStatusBit = 8;
 
-// Questions to one of the two; after the first one without a good answer no further one is asked.
-template <class Ask> struct Questions {
-    Ask ask;
-    bool whole = true;
+// Replies to questions in their order; `whole` as long as each was what its question asks for.
+class Answers {
+public:
+    explicit Answers(std::string replies) : text(std::move(replies)), parts(partsOf(text, ';')) {}
+    Answers(const Answers&) = delete;
+    Answers& operator=(const Answers&) = delete;
 
-    int index(const std::string& query, int count) {
-        const std::optional<int> index = whole ? indexIn(ask(query.c_str()), count) : std::nullopt;
-        whole = index.has_value();
+    int index(int count) {
+        const std::optional<int> index = indexIn(next(), count);
+        whole = whole && index;
         return index.value_or(0);
     }
-    double number(const std::string& query) {
-        const std::optional<double> number = whole ? numberIn(ask(query.c_str())) : std::nullopt;
-        whole = number.has_value();
+    double number() {
+        const std::optional<double> number = numberIn(next());
+        whole = whole && number;
         return number.value_or(0.0);
     }
+    bool whole = true;
+
+private:
+    std::string_view next() { return at < parts.size() ? parts[at++] : std::string_view(); }
+
+    const std::string text;
+    const std::vector<std::string_view> parts;
+    size_t at = 0;
 };
+
+// Each query has a reply of its own, which may hold two numbers; behind one without a reply none is
+// asked.
+std::string repliesOfSr830(std::initializer_list<const char*> queries) {
+    std::string replies;
+    for (const char* query : queries) {
+        std::string reply = askSr830(query);
+        if (reply.empty()) return {};
+        std::replace(reply.begin(), reply.end(), ',', ';');
+        replies += (replies.empty() ? "" : ";") + reply;
+    }
+    return replies;
+}
 
 InstrumentSettings keptInLink(const InstrumentSettings& settings) {
     return instrumentLink.settings = settings;
@@ -183,16 +208,16 @@ std::optional<InstrumentSettings> notSaid(const char* name) {
     return {};
 }
 
-template <class Ask> InstrumentSettings filterOfSr830(Questions<Ask>& questions) {
-    const int timeConstant = questions.index("OFLT?", 20); // 10 us, 30 us ... 30 ks
-    const int slope = questions.index("OFSL?", 4);
+// 10 us, 30 us, 100 us ... 30 ks; 6 to 24 dB per octave.
+InstrumentSettings filterOfSr830(Answers& answers) {
+    const int timeConstant = answers.index(20), slope = answers.index(4);
     return {.timeConstantMs = (timeConstant % 2 ? 0.03 : 0.01) * std::pow(10.0, timeConstant / 2),
             .poles = slope + 1};
 }
 
-template <class Ask> InstrumentSettings filterOfSr860(Questions<Ask>& questions) {
-    const int timeConstant = questions.index("OFLT?", 22); // 1 us, 3 us ... 30 ks
-    const int slope = questions.index("OFSL?", 4);
+// The same from 1 us on.
+InstrumentSettings filterOfSr860(Answers& answers) {
+    const int timeConstant = answers.index(22), slope = answers.index(4);
     return {.timeConstantMs = (timeConstant % 2 ? 0.003 : 0.001) * std::pow(10.0, timeConstant / 2),
             .poles = slope + 1};
 }
@@ -246,29 +271,25 @@ Reading sr830Read() {
 }
 
 std::optional<InstrumentSettings> sr830Filter() {
-    Questions questions{askSr830};
-    const InstrumentSettings filter = filterOfSr830(questions);
-    return questions.whole ? std::optional(filter) : std::nullopt;
+    Answers answers(repliesOfSr830({"OFLT?", "OFSL?"}));
+    const InstrumentSettings filter = filterOfSr830(answers);
+    return answers.whole ? std::optional(filter) : std::nullopt;
 }
 
 std::optional<InstrumentSettings> sr830Settings() {
-    Questions questions{askSr830};
-    const int sensitivity = questions.index("SENS?", 27);
-    InstrumentSettings settings = filterOfSr830(questions);
-    const int reserve = questions.index("RMOD?", 3), sync = questions.index("SYNC?", 2);
-    const int input = questions.index("ISRC?", 4), internal = questions.index("FMOD?", 2);
-    const double hertz = questions.number("FREQ?"), phase = questions.number("PHAS?"),
-                 harmonic = questions.number("HARM?");
+    Answers answers(repliesOfSr830({"OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?", "FMOD?",
+                                    "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3"}));
+    InstrumentSettings settings = filterOfSr830(answers);
+    const int sensitivity = answers.index(27), reserve = answers.index(3), sync = answers.index(2);
+    const int input = answers.index(4), internal = answers.index(2);
+    const double hertz = answers.number(), phase = answers.number(), harmonic = answers.number();
     std::string offsets;
-    for (size_t i = 0; i < std::size(outputs) && questions.whole; ++i) {
-        const std::string reply = askSr830(formatted("OEXP? %d", static_cast<int>(i) + 1).c_str());
-        const std::vector<std::string_view> pair = partsOf(reply, ',');
-        const std::optional<double> percent = numberIn(pair.front());
-        const std::optional<int> expand = indexIn(pair.back(), 3);
-        questions.whole = pair.size() == 2 && percent && expand;
-        if (questions.whole) offsets += ", " + offsetWords(i, *percent, *expand);
+    for (const char* output : outputs) {
+        const double percent = answers.number();
+        if (percent != 0.0) settings.warning = offsetIsSet;
+        offsets += offsetWords(output, percent, answers.index(3));
     }
-    if (!questions.whole) return notSaid(gpibName);
+    if (!answers.whole) return notSaid(gpibName);
     const double volts = sensitivitySteps[sensitivity % 3] * std::pow(10.0, sensitivity / 3);
     takeScale(volts, input >= 2, input == 3);
     constexpr const char* reserves[] = {"high", "normal", "low noise"};
@@ -350,34 +371,30 @@ Reading sr860Read() {
 }
 
 std::optional<InstrumentSettings> sr860Filter() {
-    Questions questions{askSr860};
-    const InstrumentSettings filter = filterOfSr860(questions);
-    return questions.whole ? std::optional(filter) : std::nullopt;
+    Answers answers(askSr860("OFLT?;OFSL?"));
+    const InstrumentSettings filter = filterOfSr860(answers);
+    return answers.whole ? std::optional(filter) : std::nullopt;
 }
 
 std::optional<InstrumentSettings> sr860Settings() {
-    Questions questions{askSr860};
-    const int sensitivity = questions.index("SCAL?", 28); // 1 V, 500 mV, 200 mV ... 1 nV
-    InstrumentSettings settings = filterOfSr860(questions);
-    const int range = questions.index("IRNG?", 5), sync = questions.index("SYNC?", 2);
-    const bool current = questions.index("IVMD?", 2) == 1;
-    const bool difference = questions.index("ISRC?", 2) == 1;
-    const bool highGain = questions.index("ICUR?", 2) == 1;
-    const int reference = questions.index("RSRC?", 4);
-    const double hertz = questions.number("FREQ?"), phase = questions.number("PHAS?"),
-                 harmonic = questions.number("HARM?");
+    Answers answers(askSr860("OFLT?;OFSL?;SCAL?;IRNG?;SYNC?;IVMD?;ISRC?;ICUR?;RSRC?;FREQ?;PHAS?;"
+                             "HARM?;COFA? 0;COFP? 0;CEXP? 0;COFA? 1;COFP? 1;CEXP? 1;COFA? 2;"
+                             "COFP? 2;CEXP? 2"));
+    InstrumentSettings settings = filterOfSr860(answers);
+    const int sensitivity = answers.index(28), range = answers.index(5), sync = answers.index(2);
+    const bool current = answers.index(2) == 1, difference = answers.index(2) == 1;
+    const bool highGain = answers.index(2) == 1;
+    const int reference = answers.index(4);
+    const double hertz = answers.number(), phase = answers.number(), harmonic = answers.number();
     std::string offsets;
-    for (size_t i = 0; i < std::size(outputs); ++i) {
-        const auto query = [i](const char* name) {
-            return formatted("%s? %d", name, static_cast<int>(i));
-        };
-        const bool on = questions.index(query("COFA"), 2) == 1;
-        const double percent = questions.number(query("COFP"));
-        const int expand = questions.index(query("CEXP"), 3);
-        offsets += ", " + offsetWords(i, on ? percent : 0.0, expand);
+    for (const char* output : outputs) {
+        const bool on = answers.index(2) == 1;
+        const double percent = answers.number();
+        if (on && percent != 0.0) settings.warning = offsetIsSet;
+        offsets += offsetWords(output, on ? percent : 0.0, answers.index(3));
     }
-    if (!questions.whole) return notSaid(usbName);
-    constexpr double steps[] = {1.0, 0.5, 0.2};
+    if (!answers.whole) return notSaid(usbName);
+    constexpr double steps[] = {1.0, 0.5, 0.2}; // "SCAL", from index 0
     const double volts = steps[sensitivity % 3] * std::pow(10.0, -(sensitivity / 3));
     takeScale(volts, current, highGain);
     constexpr const char* ranges[] = {"1 V", "300 mV", "100 mV", "30 mV", "10 mV"};

@@ -28,7 +28,8 @@ struct InstrumentSettings {
     std::string words; // "sensitivity 1 mV, time constant 30 ms, ..."
     // Of the low-pass filter behind which its values come: equal poles.
     double timeConstantMs = 0.0;
-    int poles = 0; // 1 to 4; 0 without one
+    int poles = 0;       // 1 to 4; 0 without one
+    std::string warning; // what of it makes the values others than they look; not kept
 
     bool settlesLike(const InstrumentSettings& other) const {
         return timeConstantMs == other.timeConstantMs && poles == other.poles;

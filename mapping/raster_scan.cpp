@@ -420,8 +420,11 @@ void Scan::scanAllRows() {
     setLaserLevel(1);
     onlyTheLaserShone(); // from here on
     if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
-    yPlayLeft = !swingXY(timing);
-    report.swingFailed = yPlayLeft || !swingZ(timing);
+    // A move of both axes ends up to 3 um before its target.
+    const bool yIsThere = std::fabs(stageY.positionUm - startY) <= 3.0;
+    const bool swung = swingXY(timing);
+    report.swingFailed = !swung || !swingZ(timing);
+    yPlayLeft = !yIsThere || !swung; // the first row may then be come to from above
     elapsedMs(true);
     waitResponsive(500);
 
@@ -485,10 +488,12 @@ void Scan::takeSettings() {
     filterKnownFrom = firstRow;
     if (filter.words != plan.settings.words)
         report.settings = "The instrument is set otherwise than before";
+    if (report.settings.empty()) report.settings = filter.warning;
 }
 
 void Scan::begin() {
     filter = plan.settings;
+    if (report.settings.empty()) report.settings = filter.warning;
     if (!filter.words.empty()) logEvent("Instrument: " + filter.words);
     beginMap(conditionsOf(plan));
     ensureSessionFolder(foldersOfMap());

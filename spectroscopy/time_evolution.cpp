@@ -147,6 +147,8 @@ Outcome runSeries(const SeriesPlan& plan) {
     noteStart(record);
     if (!saysWhatIsSet)
         record.outcome.troubles.emplace_back("The instrument did not say what is set at it");
+    else if (!record.setUp.settings.warning.empty())
+        record.outcome.troubles.push_back(record.setUp.settings.warning);
     if (!record.setUp.settings.words.empty())
         logEvent("Instrument: " + record.setUp.settings.words);
     record.channelValues = emptyChannels(record.setUp);

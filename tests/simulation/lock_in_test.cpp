@@ -213,8 +213,11 @@ TEST_F(LockInTest, AnAuxiliaryInputIsAChannelOfTheSameMoment) {
 TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {
     choose(kindLockInGpib);
     writeDesktopFile("KST_Data/Setup.ini", "");
-    setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 1000});
+    setLabLockIn(who,
+                 {.sensitivityVolts = 0.05, .timeConstantMs = 1000, .offsetPercent = {0, 10, 0}});
     runProgramOver(20, 15);
+    EXPECT_NE(textIn(Field::Information).find("An offset is set at the lock-in"),
+              std::string::npos); // of Y; the map shows R
     EXPECT_TRUE(textIn(Field::Time).ends_with("M/7M ")) << "2, and 48 points of 6.6 s";
     const SavedMap saved;
     EXPECT_EQ(saved.unit(0), "V");

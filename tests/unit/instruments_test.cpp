@@ -681,7 +681,7 @@ TEST_F(InstrumentsTest, Sr830IsToldWhereToAnswerAndSetToNothing) {
     sr830BeginPoint();
     const Reading reading = sr830Read();
     EXPECT_EQ(labInstrumentCommands(labSr830),
-              (Commands{"OUTX 1", "*IDN?", "SENS?", "OFLT?", "OFSL?", "RMOD?", "SYNC?", "ISRC?",
+              (Commands{"OUTX 1", "*IDN?", "OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?",
                         "FMOD?", "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3",
                         "LIAS?", "SNAP? 1,2,3,4,5", "LIAS?"}));
     EXPECT_EQ(labInstrumentErrors(labSr830), Commands{});

@@ -40,7 +40,7 @@ constexpr const char* faultLines[] = {
     "instrument garbage",  "instrument unterminated",
     "instrument overload", "board overload",
     "lock-in unlocked",    "lock-in overload filter",
-    "lock-in slow 3000",   "chopper stopped",
+    "lock-in slow 1000",   "chopper stopped",
 };
 
 // A call that fails, with or without doing what it was asked, or is late, from the n-th on.
