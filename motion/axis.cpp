@@ -11,6 +11,7 @@
 #include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 
 #include <algorithm>
 #include <array>
@@ -392,6 +393,26 @@ void setSpeed(StageAxis& axis, int32_t speed) {
     if (writeEngine(axis, changed)) axis.engine = changed;
 }
 
+double ofController(const StageAxis& axis, double um) {
+    return um + axis.zeroOffsetSteps * umPerFullStep;
+}
+
+bool mayGoTo(StageAxis& axis, double um) {
+    if (axis.axisNumber == 0) return true;
+    const AxisRange& range = setUp.ranges[indexOf(axis)];
+    const double place = ofController(axis, um), zero = place - um;
+    const bool tooHigh = place > range.highest && um > axis.positionUm;
+    const bool tooLow = place < range.lowest && um < axis.positionUm;
+    if (!tooHigh && !tooLow) return true;
+    axis.missed = Miss::BeyondLimit;
+    const std::string words =
+        formatted("%s: %.1f um is beyond its %s place, %.1f um", nameOf(axis).c_str(), um,
+                  tooHigh ? "highest" : "lowest", (tooHigh ? range.highest : range.lowest) - zero);
+    print(words);
+    showInformation(words.c_str());
+    return false;
+}
+
 bool startMoveTo(StageAxis& axis, double um) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;
@@ -405,6 +426,7 @@ bool startMoveTo(StageAxis& axis, double um) {
         return false;
     }
     if (um == axis.positionUm) return true;
+    if (!mayGoTo(axis, um)) return false;
     if (isTowardsLimit(axis, um)) {
         axis.missed = Miss::LimitSwitch;
         printNotArrived(axis);

@@ -90,8 +90,15 @@ void setPosition(StageAxis& axis, double um);    // declares the present place t
 // Full steps per second, clamped to 0..1000; 0 is not sent.
 void setSpeed(StageAxis& axis, int32_t speed);
 
-// True when the move was started or the axis is there already; false without a controller and
-// towards an active limit switch.
+// By the controller's own count, um.
+double ofController(const StageAxis& axis, double um);
+
+// Whether the set-up (Setup.ini) lets the axis go there; a way back is open to one that stands
+// beyond a limit. Where it does not, that is said in the information text and on standard output.
+bool mayGoTo(StageAxis& axis, double um);
+
+// True when the move was started or the axis is there already; false without a controller, towards
+// an active limit switch and beyond a limit of the set-up.
 bool startMoveTo(StageAxis& axis, double um);
 
 // Whether the controller said at the last look that it is on its way.

@@ -59,6 +59,7 @@ const char* nameOf(Miss cause) {
                                               "windings without current",
                                               "stalled",
                                               "moved away",
+                                              "software limit",
                                               "play not taken up"};
     return names[static_cast<size_t>(cause)];
 }

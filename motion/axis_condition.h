@@ -15,11 +15,12 @@ enum class Miss : uint8_t {
     LimitSwitch,
     StepsLost,
     WindingsOff,
-    Stalled,   // it stands beside its target, and nothing says why
-    MovedAway, // it had arrived there
-    PlayLeft,  // it stands there, and its carriage beside it: the play was not taken up
+    Stalled,     // it stands beside its target, and nothing says why
+    MovedAway,   // it had arrived there
+    BeyondLimit, // it was not sent: its target is beyond a limit of the set-up
+    PlayLeft,    // it stands there, and its carriage beside it: the play was not taken up
 };
-constexpr int missCount = 10;
+constexpr int missCount = 11;
 const char* nameOf(Miss cause); // as the operator is told; empty for Nothing
 
 // What of the status makes the controller's count no place of the stage: an alarm, lost steps,

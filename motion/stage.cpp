@@ -308,8 +308,6 @@ bool nudgeAfterMove(const StageAxis& axis, double um) {
     return true;
 }
 
-namespace {} // namespace
-
 uint64_t lastSettledMs() {
     return moves.settledMs;
 }
@@ -474,6 +472,7 @@ bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_
     a.missed = b.missed = Miss::Nothing;
     // One axis alone would go to a place that nobody has named.
     if (isOutBefore(a, targetA) || isOutBefore(b, targetB)) return false;
+    if (!mayGoTo(a, targetA) || !mayGoTo(b, targetB)) return false;
     speed = std::clamp(speed, 10, 800);
     const double distanceUm = pair.longestUm();
     PairWatch watch(pair, timing);

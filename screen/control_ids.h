@@ -66,6 +66,7 @@ enum ControlId : int {
     idScanOptions = 32850,
     idRecoverScan = 32851,
     idContinueScan = 32852,
+    idSetHighestZ = 32853,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
 };
 

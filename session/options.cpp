@@ -77,6 +77,15 @@ std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path) {
     return found;
 }
 
+bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options) {
+    auto lines = readLines(path);
+    if (!lines) return false;
+    for (const Option& option : options) put(*lines, option);
+    std::string content;
+    for (const std::string& line : *lines) content += line + "\n";
+    return writeDocument(path, content, L"w");
+}
+
 std::string readOption(const std::string& name) {
     std::string_view value;
     const auto lines = readLines();
@@ -87,12 +96,7 @@ std::string readOption(const std::string& name) {
 }
 
 bool writeOptions(const std::vector<Option>& options) {
-    if (auto lines = readLines()) {
-        for (const Option& option : options) put(*lines, option);
-        std::string content;
-        for (const std::string& line : *lines) content += line + "\n";
-        if (writeDocument(optionsPath(), content, L"w")) return true;
-    }
+    if (writeOptionsIn(optionsPath(), options)) return true;
     announce(Severity::Failure, "Options.ini could not be written");
     return false;
 }

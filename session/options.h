@@ -19,6 +19,9 @@ struct OptionLine : Option {
 // without '=' is all name. None where there is no file; nothing when it cannot be read.
 std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path);
 
+// Puts the values into the lines of such a file, as writeOptions does; nothing is said.
+bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options);
+
 // The value of the first line with that name; empty without the file or such a line.
 std::string readOption(const std::string& name);
 

@@ -6,6 +6,7 @@
 #include "session/data_folders.h"
 #include "session/options.h"
 
+#include <cmath>
 #include <optional>
 
 SetUp setUp;
@@ -45,12 +46,35 @@ bool takeLockInCurrent(SetUp& into, const std::string& value) {
     return value == "amperes" || value == "volts";
 }
 
+constexpr double farthestUm = 1e6;
+
+template <size_t axis, double AxisRange::*end>
+bool takePlace(SetUp& into, const std::string& value) {
+    const std::optional<double> um = typedNumber(value);
+    if (!um || std::fabs(*um) > farthestUm) return false;
+    into.ranges[axis].*end = *um;
+    return into.ranges[axis].lowest < into.ranges[axis].highest;
+}
+
+constexpr char highestZ[] = "highest Z (um)";
+constexpr char aPlace[] = "a place within a metre, the lowest below the highest";
+
 constexpr SetUpRow rows[] = {
     {"laser board interlock", "yes or no", takeYesOrNo<&SetUp::boardHasInterlock>},
     {"laser board keep-alive (s)", "2 to 60", takeInteger<&SetUp::boardKeepAliveS, 2, 60>},
     {"amplifier (V/A)", "1 to 1e15", takeAmplifier},
+    {"lowest X (um)", aPlace, takePlace<0, &AxisRange::lowest>},
+    {"highest X (um)", aPlace, takePlace<0, &AxisRange::highest>},
+    {"lowest Y (um)", aPlace, takePlace<1, &AxisRange::lowest>},
+    {"highest Y (um)", aPlace, takePlace<1, &AxisRange::highest>},
+    {"lowest Z (um)", aPlace, takePlace<2, &AxisRange::lowest>},
+    {highestZ, aPlace, takePlace<2, &AxisRange::highest>},
     {"lock-in current input", "volts or amperes", takeLockInCurrent},
 };
+
+std::wstring setUpPath() {
+    return dataFolders.dataRoot + L"\\Setup.ini";
+}
 
 const SetUpRow* rowOf(const std::string& name) {
     for (const SetUpRow& row : rows)
@@ -63,7 +87,7 @@ const SetUpRow* rowOf(const std::string& name) {
 std::vector<std::string> readSetUp() {
     setUp = {};
     std::vector<std::string> refused;
-    const auto lines = optionsIn(dataFolders.dataRoot + L"\\Setup.ini");
+    const auto lines = optionsIn(setUpPath());
     if (!lines) refused.emplace_back("Setup.ini cannot be read: the defaults hold");
     for (const OptionLine& line : lines.value_or(std::vector<OptionLine>())) {
         const SetUpRow* row = rowOf(line.name);
@@ -78,4 +102,9 @@ std::vector<std::string> readSetUp() {
                                         line.name.c_str()));
     }
     return refused;
+}
+
+bool keepHighestZ(double um) {
+    setUp.ranges[2].highest = um;
+    return writeOptionsIn(setUpPath(), {{highestZ, formatted("%.3f", um)}});
 }

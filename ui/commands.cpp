@@ -36,6 +36,7 @@
 #include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
@@ -173,6 +174,18 @@ void drawScanArea() {
     showScanArea();
 }
 
+// The objective must not touch the sample: from here on Z goes no higher.
+void setHighestZ() {
+    if (stageZ.axisNumber == 0 || axisIsOut(stageZ))
+        return showInformation("Not set: stage Z has no controller that answers");
+    readPosition(stageZ);
+    const bool written = keepHighestZ(ofController(stageZ, stageZ.positionUm));
+    const std::string words = formatted("Highest Z: %.1f um", stageZ.positionUm) +
+                              (written ? "" : ", for this run only: Setup.ini was not written");
+    logEvent(words);
+    showInformation(words.c_str());
+}
+
 // The map of a lock-in amplifier's channel, by its number.
 void showChannel(size_t channel) {
     for (const Plane& plane : planesOf(scanMap))
@@ -226,6 +239,7 @@ constexpr Command commands[] = {
     {idRefreshPositions, refreshPositions, allowed, allowed},
     // A new zero in the middle of a move would send it, or the next one, to another place.
     {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
+    {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
     {idConfiguration, configure, refused, refused, "Configuration"},
     {idScanOptions, chooseScanOptions, refused, refused, "Scan options"},
     {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed, "illuminate On"},

@@ -3,6 +3,7 @@
 #include "platform/text_format.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 #include "ui/devices_page.h"
 
@@ -60,6 +61,34 @@ TEST_F(StageTest, OpensAtZeroWithoutRamps) {
         EXPECT_EQ(axis->engine.NomSpeed, 500u);
         EXPECT_EQ(axis->engine.EngineFlags & 0x90, 0x80u) << "no ramps, and the speed in force";
     }
+}
+
+// By the controller's count: neither another zero nor another start moves the place.
+TEST_F(StageTest, NoMoveGoesBeyondALimitOfTheSetUp) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(keepHighestZ(ofController(stageZ, 50.0)));
+    setUp.ranges[0].lowest = ofController(stageX, -20.0);
+    const double z = labStageUm(labZ);
+    EXPECT_TRUE(moveTo(stageZ, 50.0));
+    for (int start = 0; start < 2; ++start) {
+        EXPECT_FALSE(moveBy(stageZ, 1.0)) << start;
+        EXPECT_EQ(stageZ.missed, Miss::BeyondLimit);
+        EXPECT_NE(textIn(Field::Information).find("is beyond its highest place"),
+                  std::string::npos);
+        EXPECT_NEAR(labStageUm(labZ), z + 50.0, 0.1);
+        setPosition(stageZ, 7.0); // another zero
+        EXPECT_FALSE(moveTo(stageZ, 8.0));
+        closeAll();
+        EXPECT_TRUE(readSetUp().empty());
+        setUp.ranges[0].lowest = ofController(stageX, -20.0);
+        ASSERT_TRUE(openStages(2, motorSpeed));
+    }
+    EXPECT_TRUE(moveBy(stageZ, -10.0)) << "a way back is open";
+    // Of two axes none goes alone to a place that nobody has named.
+    const double y = labStageUm(labY);
+    EXPECT_FALSE(moveXYTo(-30.0, 30.0, motorSpeed));
+    EXPECT_EQ(labStageUm(labY), y);
+    EXPECT_TRUE(moveXYTo(-20.0, 30.0, motorSpeed));
 }
 
 // "1,2,3" as the file of options has the names of the controllers.
