@@ -15,6 +15,7 @@
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
+#include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/surface.h"
 #include "screen/screen.h"
@@ -23,6 +24,7 @@
 #include "session/day_log.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
+#include "session/options.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
 #include "spectroscopy/sweep_record.h"
@@ -39,6 +41,13 @@ void connectDevices() {
 }
 
 // Somebody meant to change something that stays as it was.
+// The settings that are there are not known, and must not give way to the defaults at the end.
+void keepUnread(std::vector<std::string>& refused) {
+    if (!fileExists(dataFolders.configPath)) return;
+    dataFolders.configPath.clear();
+    refused.emplace_back("Config.txt cannot be read: it is not written in this run");
+}
+
 void tellRefused(const std::vector<std::string>& lines) {
     if (lines.empty()) return;
     std::string text;
@@ -47,7 +56,7 @@ void tellRefused(const std::vector<std::string>& lines) {
         text += line + "\n";
     }
     showMessageBox(windows.main, (text + "Without these lines the defaults hold.").c_str(),
-                   "Setup.ini", BoxButtons::Ok);
+                   "Settings", BoxButtons::Ok);
 }
 
 } // namespace
@@ -67,7 +76,8 @@ bool startUp(int showCommand) {
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     logEvent("Lumascan " LUMASCAN_VERSION " starts");
-    const std::vector<std::string> refused = readSetUp();
+    std::vector<std::string> refused = readSetUp();
+    if (!optionsCanBeRead()) refused.emplace_back("Options.ini cannot be read");
     allocateMaps();
     allocateSweep(sweepRecord);
     registerWindowClasses();
@@ -77,6 +87,8 @@ bool startUp(int showCommand) {
     if (readSettingsFile(dataFolders.configPath)) {
         computeScanArea(scanArea);
         allocateMaps();
+    } else {
+        keepUnread(refused);
     }
     connectDevices();
     if (!createMainWindow(showCommand)) return false;

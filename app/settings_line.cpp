@@ -101,5 +101,6 @@ bool readSettingsFile(const std::wstring& path) {
 }
 
 void writeSettingsFile(const std::wstring& path) {
+    if (path.empty()) return;
     writeDocument(path, formatSettingsLine(currentSettings()), L"w"); // the log says a failure
 }

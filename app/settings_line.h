@@ -29,4 +29,4 @@ void parseSettingsLine(const char* line, SessionSettings& settings);
 
 // Reads the first line of the file into the records; false when the file cannot be opened.
 bool readSettingsFile(const std::wstring& path);
-void writeSettingsFile(const std::wstring& path);
+void writeSettingsFile(const std::wstring& path); // nothing without a path

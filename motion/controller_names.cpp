@@ -94,7 +94,7 @@ AxisNames namesOfAxes(const std::vector<FoundController>& found, int32_t order) 
     });
     if (allThere || nobodyElse) return known;
     AxisNames proposed = byPlace(found, deviceOf);
-    const bool first = kept == AxisNames{} && found.size() == axisCount &&
+    const bool first = kept == AxisNames{} && optionsCanBeRead() && found.size() == axisCount &&
                        std::all_of(found.begin(), found.end(),
                                    [](const auto& each) { return !each.name.empty(); });
     if (proposed == AxisNames{}) return known; // nothing to ask for

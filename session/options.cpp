@@ -77,6 +77,10 @@ std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path) {
     return found;
 }
 
+bool optionsCanBeRead() {
+    return readLines().has_value();
+}
+
 bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options) {
     auto lines = readLines(path);
     if (!lines) return false;

@@ -22,6 +22,10 @@ std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path);
 // Puts the values into the lines of such a file, as writeOptions does; nothing is said.
 bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options);
 
+// False where there is a file that cannot be read: its lines are not known, which is another thing
+// than that there are none.
+bool optionsCanBeRead();
+
 // The value of the first line with that name; empty without the file or such a line.
 std::string readOption(const std::string& name);
 

@@ -13,7 +13,7 @@
 namespace fs = std::filesystem;
 
 bool foldersRefused = false;
-std::string refusedFile;
+std::string refusedFile, unreadableFile;
 bool flushFails = false, diskFull = false;
 std::vector<std::string> overwrittenFiles;
 DiskWatch diskWatch;
@@ -37,6 +37,7 @@ void makeTempDesktop() {
     foldersRefused = flushFails = diskFull = false;
     overwrittenFiles.clear();
     refusedFile.clear();
+    unreadableFile.clear();
 }
 
 void removeTempDesktop() {
@@ -83,8 +84,8 @@ bool fileExists(const std::wstring& path) {
 
 File openFile(const std::wstring& path, const wchar_t* mode) {
     const fs::path file = nativePath(path);
-    const bool refused = *mode != L'r' && !refusedFile.empty() &&
-                         file.string().find(refusedFile) != std::string::npos;
+    const std::string& of = *mode == L'r' ? unreadableFile : refusedFile;
+    const bool refused = !of.empty() && file.string().find(of) != std::string::npos;
     if (file.empty() || refused || fs::is_directory(file)) return nullptr;
     watchDisk();
     std::error_code error;

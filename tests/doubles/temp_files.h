@@ -10,6 +10,8 @@
 extern bool foldersRefused;
 extern std::string refusedFile; // files whose path holds this text cannot be written; empty: none
 
+extern std::string unreadableFile; // the same for reading: another program holds it
+
 extern bool flushFails;
 extern bool diskFull; // files can be made, and nothing be written into them
 extern std::vector<std::string> overwrittenFiles; // opened for writing with something in them

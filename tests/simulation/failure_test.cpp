@@ -254,6 +254,17 @@ TEST_F(FailureTest, NoMainWindowEndsWithoutSettings) {
     EXPECT_EQ(contentOf("KST_Data/Config.txt"), "");
 }
 
+// What another program holds is not known, which is another thing than that it is not there.
+TEST_F(FailureTest, SettingsThatCannotBeReadNowAreKept) {
+    const std::string kept = "step:7.5, laser:1.00, laser correct:(640,500), Ammeter:0\n";
+    writeDesktopFile("KST_Data/Config.txt", kept);
+    unreadableFile = "Config.txt";
+    answer("Config.txt cannot be read: it is not written in this run", BoxAnswer::Ok);
+    when([] { return timerRuns(); }, [] { post(messageClose); });
+    EXPECT_EQ(runProgram(1), 0);
+    EXPECT_EQ(contentOf("KST_Data/Config.txt"), kept);
+}
+
 TEST_F(FailureTest, ALightThatTheEndCannotSwitchOffIsSaid) {
     at(3000, [] { postCommand(idLaserOn); });
     at(4000, [] {
