@@ -142,7 +142,8 @@ double passed(int poles, double t) {
 
 double settledPercent(const InstrumentSettings& settings, double ms) {
     if (settings.poles <= 0) return 100.0;
-    return 100.0 * passed(settings.poles, ms / settings.timeConstantMs);
+    const double filteredMs = std::max(ms - settings.syncMs, 0.0);
+    return 100.0 * passed(settings.poles, filteredMs / settings.timeConstantMs);
 }
 
 double settlingMs(const InstrumentSettings& settings, double percent) {
@@ -152,5 +153,5 @@ double settlingMs(const InstrumentSettings& settings, double percent) {
         const double middle = (low + high) / 2;
         (passed(settings.poles, middle) < percent / 100.0 ? low : high) = middle;
     }
-    return high * settings.timeConstantMs;
+    return settings.syncMs + high * settings.timeConstantMs;
 }

@@ -199,6 +199,12 @@ std::string repliesOfSr830(std::initializer_list<const char*> queries) {
     return replies;
 }
 
+// The synchronous filter works below 200 Hz (SR830 and SR860 manuals, "SYNC").
+double syncMsOf(bool on, double hertz, double harmonic) {
+    const double detection = hertz * harmonic;
+    return on && detection > 0.0 && detection < 200.0 ? 1000.0 / hertz : 0.0;
+}
+
 InstrumentSettings keptInLink(const InstrumentSettings& settings) {
     return instrumentLink.settings = settings;
 }
@@ -290,6 +296,7 @@ std::optional<InstrumentSettings> sr830Settings() {
         offsets += offsetWords(output, percent, answers.index(3));
     }
     if (!answers.whole) return notSaid(gpibName);
+    settings.syncMs = syncMsOf(sync == 1, hertz, harmonic);
     const double volts = sensitivitySteps[sensitivity % 3] * std::pow(10.0, sensitivity / 3);
     takeScale(volts, input >= 2, input == 3);
     constexpr const char* reserves[] = {"high", "normal", "low noise"};
@@ -394,6 +401,7 @@ std::optional<InstrumentSettings> sr860Settings() {
         offsets += offsetWords(output, on ? percent : 0.0, answers.index(3));
     }
     if (!answers.whole) return notSaid(usbName);
+    settings.syncMs = syncMsOf(sync == 1, hertz, harmonic);
     constexpr double steps[] = {1.0, 0.5, 0.2}; // "SCAL", from index 0
     const double volts = steps[sensitivity % 3] * std::pow(10.0, -(sensitivity / 3));
     takeScale(volts, current, highGain);

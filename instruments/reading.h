@@ -29,6 +29,7 @@ struct InstrumentSettings {
     // Of the low-pass filter behind which its values come: equal poles.
     double timeConstantMs = 0.0;
     int poles = 0;       // 1 to 4; 0 without one
+    double syncMs = 0.0; // a period of the reference where it averages over that; otherwise 0
     std::string warning; // what of it makes the values others than they look; not kept
 
     bool settlesLike(const InstrumentSettings& other) const {

@@ -108,6 +108,7 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("instrument settings", c.settings.words);
     visit.added("filter time constant ms", c.settings.timeConstantMs);
     visit.added("filter poles", c.settings.poles);
+    visit.added("filter sync ms", c.settings.syncMs);
     visit.added("taken gain", c.takenGain);
     visit.added("taken exposure us", c.takenExposureUs);
     visit.added("blue only", c.blueOnly);

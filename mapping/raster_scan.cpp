@@ -351,7 +351,9 @@ void Scan::lookAtFilter(int row) {
              : formatted("%g ms of %d poles became %g ms of %d", filter.timeConstantMs,
                          filter.poles, now->timeConstantMs, now->poles);
     logEvent("Filter changed: " + report.whyUnsettled);
-    if (now) filter = *now; // the next rows wait for what it is
+    if (!now) return;
+    filter.timeConstantMs = now->timeConstantMs; // the next rows wait for what it is
+    filter.poles = now->poles;
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.

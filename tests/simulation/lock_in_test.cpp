@@ -214,11 +214,12 @@ TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {
     choose(kindLockInGpib);
     writeDesktopFile("KST_Data/Setup.ini", "");
     setLabLockIn(who,
-                 {.sensitivityVolts = 0.05, .timeConstantMs = 1000, .offsetPercent = {0, 10, 0}});
+                 {.sensitivityVolts = 0.05, .timeConstantMs = 10000, .offsetPercent = {0, 10, 0}});
     runProgramOver(20, 15);
     EXPECT_NE(textIn(Field::Information).find("An offset is set at the lock-in"),
               std::string::npos); // of Y; the map shows R
-    EXPECT_TRUE(textIn(Field::Time).ends_with("M/7M ")) << "2, and 48 points of 6.6 s";
+    EXPECT_TRUE(textIn(Field::Time).ends_with("M/55M ")) << "2, and 48 points of 66.4 s";
+    EXPECT_EQ(marked(PointMark::Measured), scanArea.totalPoints) << "nobody is idle";
     const SavedMap saved;
     EXPECT_EQ(saved.unit(0), "V");
     EXPECT_EQ(saved.condition("Unit of the text file"), "uV");

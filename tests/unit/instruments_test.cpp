@@ -673,6 +673,8 @@ TEST(Settling, TakesAsManyTimeConstantsAsItsPolesNeed) {
         EXPECT_NEAR(settledPercent(filter, settlingMs(filter, 99.9)), 99.9, 1e-3);
     }
     EXPECT_EQ(settlingMs({}, 99), 0.0);
+    const InstrumentSettings synchronous{.timeConstantMs = 100, .poles = 1, .syncMs = 50};
+    EXPECT_NEAR(settlingMs(synchronous, 99), 510.5, 0.5);
 }
 
 TEST_F(InstrumentsTest, Sr830IsToldWhereToAnswerAndSetToNothing) {
