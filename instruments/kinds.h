@@ -51,10 +51,8 @@ struct InstrumentKind {
     Reading (*read)() = nullptr; // in the instrument's own units
     // Makes of the means of those channels that are averaged the others.
     void (*derive)(std::array<float, mostChannels>& values) = nullptr;
-    // What somebody has set at it: all of it goes into `instrumentLink`. Nothing when it does not
-    // say. `filter` asks for the filter only, and leaves the words empty.
+    // What somebody has set at it, also into `instrumentLink`; nothing when it does not say.
     std::optional<InstrumentSettings> (*settings)() = nullptr;
-    std::optional<InstrumentSettings> (*filter)() = nullptr;
     // What it has noticed so far belongs to no reading from here on.
     void (*beginPoint)() = nullptr;
     // Before a bias that is not one of a sweep: what somebody may have changed at the instrument is

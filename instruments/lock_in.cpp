@@ -27,12 +27,13 @@ constexpr const char* anyOfItsModel = "USB0::0xB506::0x2000::?*INSTR";
 // By the channels of these kinds.
 enum Value : size_t { valueR, valueX, valueY, valueTheta, valueAux };
 
-constexpr double displayLimit = 1.09; // of the sensitivity: SR830 manual, "Output overload"
+constexpr double displayReach = 1.09; // of the sensitivity: SR830 manual, "Output overload"
 
 // What of the settings the readings need.
 struct Scale {
     double voltsPerAmpere = 0.0; // 0: the values stay volts
-    double sensitivityVolts = 0.0;
+    double displayLimit = 0.0;   // of X, Y and R, in the instrument's own unit; 0: not known
+    bool hasOffset = false;
 };
 
 struct {
@@ -85,7 +86,7 @@ std::optional<int> indexIn(std::string_view text, int count) {
 Reading readingOf(double x, double y, double r, double theta, double aux, const char* overload) {
     const Scale& scale = lockIn.scale;
     Reading reading{.answered = true, .overload = overload};
-    const double limit = displayLimit * scale.sensitivityVolts;
+    const double limit = scale.displayLimit;
     const bool atLimit = std::max({std::fabs(x), std::fabs(y), std::fabs(r)}) >= 0.999 * limit;
     if (!reading.overload && limit > 0.0 && atLimit) reading.overload = "display";
     reading.overloaded = reading.overload != nullptr;
@@ -114,9 +115,15 @@ std::string filterWords(double sensitivityVolts, const InstrumentSettings& filte
            formatted(", %d dB per octave", 6 * filter.poles);
 }
 
-std::string referenceWords(const char* from, double hertz, double phase, double harmonic) {
-    return formatted(", reference %s %g Hz, phase %g deg, harmonic %g", from, hertz, phase,
-                     harmonic);
+// The rest of the words, all but the frequency of which stay until somebody changes them.
+void addReference(InstrumentSettings& settings, const char* from, double hertz,
+                  const std::string& behind) {
+    settings.kept = settings.words + ", reference " + from + behind;
+    settings.words += formatted(", reference %s %g Hz", from, hertz) + behind;
+}
+
+std::string phaseWords(double phase, double harmonic) {
+    return formatted(", phase %g deg, harmonic %g", phase, harmonic);
 }
 
 std::string amplifierWords(bool currentInput) {
@@ -134,14 +141,20 @@ std::string offsetWords(const char* output, double percent, int expand) {
     return formatted(", %s offset %g %% expand %d", output, percent, factors[expand]);
 }
 
+constexpr char unprovenCurrent[] = "Current input: nobody has yet tried its scale";
+
 // What the values are from here on.
-void takeScale(double sensitivityVolts, bool currentInput, bool highGain) {
-    const double ofInput = highGain ? 1e8 : 1e6;
-    // Some have found that the values are amperes then; the manual says volts.
-    const double ofCurrent = setUp.lockInCurrentInAmperes ? 1.0 : ofInput;
-    lockIn.scale = {currentInput ? ofCurrent : setUp.amplifierVoltsPerAmpere, sensitivityVolts};
+void takeScale(InstrumentSettings& settings, double sensitivityVolts, bool currentInput,
+               bool highGain, bool hasOffset) {
+    // Some have found that the values are amperes then; the manual says volts, behind its own V/A.
+    // Until somebody has tried, no value is held against the display's limit, and each scan says
+    // so.
+    const double ofCurrent = setUp.lockInCurrentInAmperes ? 1.0 : highGain ? 1e8 : 1e6;
+    lockIn.scale = {currentInput ? ofCurrent : setUp.amplifierVoltsPerAmpere,
+                    currentInput ? 0.0 : displayReach * sensitivityVolts, hasOffset};
     instrumentLink.inVolts = lockIn.scale.voltsPerAmpere <= 0.0;
-    if (currentInput && setUp.lockInCurrentInAmperes) lockIn.scale.sensitivityVolts /= ofInput;
+    if (hasOffset) settings.warning = offsetIsSet;
+    if (currentInput && !setUp.lockInCurrentTried) settings.warning = unprovenCurrent;
 }
 
 // --- The SR830 -----------------------------------------------------------------------------------
@@ -231,6 +244,7 @@ InstrumentSettings filterOfSr860(Answers& answers) {
 } // namespace
 
 void deriveLockIn(std::array<float, mostChannels>& values) {
+    if (lockIn.scale.hasOffset) return;
     const double x = static_cast<double>(values[valueX]), y = static_cast<double>(values[valueY]);
     values[valueR] = static_cast<float>(std::hypot(x, y));
     values[valueTheta] = static_cast<float>(std::atan2(y, x) * 180.0 / std::numbers::pi);
@@ -240,12 +254,14 @@ bool sr830Open(int address) {
     const int previous = instrumentLink.gpibDevice;
     // It listens to both of its interfaces and answers at one, and it may be the other.
     if (gpibOpenDevice(address) && gpibWrite("OUTX 1")) {
-        lockIn.sr830Identity = askSr830("*IDN?");
-        const bool known = lockIn.sr830Identity.find("SR830") != std::string::npos;
-        if (known) reportAnswer(gpibName, lockIn.sr830Identity);
-        if (known && sr830Settings()) return true;
-        if (!known && !lockIn.sr830Identity.empty())
-            printRefusal(gpibName, "no SR830: " + lockIn.sr830Identity);
+        const std::string identity = askSr830("*IDN?");
+        const bool known = identity.find("SR830") != std::string::npos;
+        if (known) reportAnswer(gpibName, identity);
+        if (known && sr830Settings()) {
+            lockIn.sr830Identity = identity;
+            return true;
+        }
+        if (!known && !identity.empty()) printRefusal(gpibName, "no SR830: " + identity);
         gpibTakeOffline();
     }
     instrumentLink.gpibDevice = previous;
@@ -276,12 +292,6 @@ Reading sr830Read() {
     return reading;
 }
 
-std::optional<InstrumentSettings> sr830Filter() {
-    Answers answers(repliesOfSr830({"OFLT?", "OFSL?"}));
-    const InstrumentSettings filter = filterOfSr830(answers);
-    return answers.whole ? std::optional(filter) : std::nullopt;
-}
-
 std::optional<InstrumentSettings> sr830Settings() {
     Answers answers(repliesOfSr830({"OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?", "FMOD?",
                                     "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3"}));
@@ -290,22 +300,23 @@ std::optional<InstrumentSettings> sr830Settings() {
     const int input = answers.index(4), internal = answers.index(2);
     const double hertz = answers.number(), phase = answers.number(), harmonic = answers.number();
     std::string offsets;
+    bool hasOffset = false;
     for (const char* output : outputs) {
         const double percent = answers.number();
-        if (percent != 0.0) settings.warning = offsetIsSet;
+        hasOffset |= percent != 0.0;
         offsets += offsetWords(output, percent, answers.index(3));
     }
     if (!answers.whole) return notSaid(gpibName);
     settings.syncMs = syncMsOf(sync == 1, hertz, harmonic);
     const double volts = sensitivitySteps[sensitivity % 3] * std::pow(10.0, sensitivity / 3);
-    takeScale(volts, input >= 2, input == 3);
+    takeScale(settings, volts, input >= 2, input == 3, hasOffset);
     constexpr const char* reserves[] = {"high", "normal", "low noise"};
     constexpr const char* inputs[] = {"A", "A-B", "I 1 MOhm", "I 100 MOhm"};
     settings.words = filterWords(volts, settings) + ", reserve " + reserves[reserve] +
                      formatted(", sync %s, input %s, ", sync ? "on" : "off", inputs[input]) +
-                     amplifierWords(input >= 2) +
-                     referenceWords(internal ? "internal" : "external", hertz, phase, harmonic) +
-                     offsets;
+                     amplifierWords(input >= 2);
+    addReference(settings, internal ? "internal" : "external", hertz,
+                 phaseWords(phase, harmonic) + offsets);
     return keptInLink(settings);
 }
 
@@ -377,12 +388,6 @@ Reading sr860Read() {
     return reading;
 }
 
-std::optional<InstrumentSettings> sr860Filter() {
-    Answers answers(askSr860("OFLT?;OFSL?"));
-    const InstrumentSettings filter = filterOfSr860(answers);
-    return answers.whole ? std::optional(filter) : std::nullopt;
-}
-
 std::optional<InstrumentSettings> sr860Settings() {
     Answers answers(askSr860("OFLT?;OFSL?;SCAL?;IRNG?;SYNC?;IVMD?;ISRC?;ICUR?;RSRC?;FREQ?;PHAS?;"
                              "HARM?;COFA? 0;COFP? 0;CEXP? 0;COFA? 1;COFP? 1;CEXP? 1;COFA? 2;"
@@ -394,17 +399,18 @@ std::optional<InstrumentSettings> sr860Settings() {
     const int reference = answers.index(4);
     const double hertz = answers.number(), phase = answers.number(), harmonic = answers.number();
     std::string offsets;
+    bool hasOffset = false;
     for (const char* output : outputs) {
         const bool on = answers.index(2) == 1;
         const double percent = answers.number();
-        if (on && percent != 0.0) settings.warning = offsetIsSet;
+        hasOffset |= on && percent != 0.0;
         offsets += offsetWords(output, on ? percent : 0.0, answers.index(3));
     }
     if (!answers.whole) return notSaid(usbName);
     settings.syncMs = syncMsOf(sync == 1, hertz, harmonic);
     constexpr double steps[] = {1.0, 0.5, 0.2}; // "SCAL", from index 0
     const double volts = steps[sensitivity % 3] * std::pow(10.0, -(sensitivity / 3));
-    takeScale(volts, current, highGain);
+    takeScale(settings, volts, current, highGain, hasOffset);
     constexpr const char* ranges[] = {"1 V", "300 mV", "100 mV", "30 mV", "10 mV"};
     constexpr const char* references[] = {"internal", "external", "dual", "chop"};
     const char* const input = !current   ? (difference ? "A-B" : "A")
@@ -412,7 +418,7 @@ std::optional<InstrumentSettings> sr860Settings() {
                                          : "I 1 MOhm";
     settings.words = filterWords(volts, settings) + ", input range " + ranges[range] +
                      formatted(", sync %s, input %s, ", sync ? "on" : "off", input) +
-                     amplifierWords(current) +
-                     referenceWords(references[reference], hertz, phase, harmonic) + offsets;
+                     amplifierWords(current);
+    addReference(settings, references[reference], hertz, phaseWords(phase, harmonic) + offsets);
     return keptInLink(settings);
 }

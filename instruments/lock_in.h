@@ -20,15 +20,14 @@ bool sr860Open();            // the first one that is found
 Reading sr830Read();
 Reading sr860Read();
 
-// R and theta of X and Y: the mean of angles is none.
+// R and theta of X and Y: the mean of angles is none. They stay as they are where the instrument
+// takes an offset off X or Y.
 void deriveLockIn(std::array<float, mostChannels>& values);
 
-// What the operator has set, also into `instrumentLink`; the filters say nothing in words. Nothing
-// where a reply did not come or is none of the manual's.
+// What the operator has set, also into `instrumentLink`. Nothing where a reply did not come or is
+// none of the manual's.
 std::optional<InstrumentSettings> sr830Settings();
 std::optional<InstrumentSettings> sr860Settings();
-std::optional<InstrumentSettings> sr830Filter();
-std::optional<InstrumentSettings> sr860Filter();
 
 // The SR830 keeps what was too much until it is asked.
 void sr830BeginPoint();

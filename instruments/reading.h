@@ -26,15 +26,12 @@ struct Reading {
 // What somebody has set at an instrument, as it says.
 struct InstrumentSettings {
     std::string words; // "sensitivity 1 mV, time constant 30 ms, ..."
+    std::string kept;  // the same without what changes by itself, as a measured frequency
     // Of the low-pass filter behind which its values come: equal poles.
     double timeConstantMs = 0.0;
     int poles = 0;       // 1 to 4; 0 without one
     double syncMs = 0.0; // a period of the reference where it averages over that; otherwise 0
     std::string warning; // what of it makes the values others than they look; not kept
-
-    bool settlesLike(const InstrumentSettings& other) const {
-        return timeConstantMs == other.timeConstantMs && poles == other.poles;
-    }
 };
 
 struct SourceAnswer {

@@ -106,6 +106,7 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("settled tenths", c.options.settledTenths);
     visit.added("in volts", c.inVolts);
     visit.added("instrument settings", c.settings.words);
+    visit.added("instrument settings kept", c.settings.kept);
     visit.added("filter time constant ms", c.settings.timeConstantMs);
     visit.added("filter poles", c.settings.poles);
     visit.added("filter sync ms", c.settings.syncMs);

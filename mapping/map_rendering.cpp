@@ -69,7 +69,7 @@ Scale scaleOf(size_t map, size_t first, size_t end) {
 
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
 uint32_t currentPixel(size_t plane, size_t column, size_t row, const Scale& scale) {
-    if (!isInRange(scanMap, column, row, plane)) return pixelOf(mapGround);
+    if (!isInScale(scanMap, column, row, plane)) return pixelOf(mapGround);
     const float value = scanMap.maps[plane][column][row];
     return pixelOf(scale.colour(levelOf(value, scale.extremes.lowest, scale.extremes.highest)));
 }

@@ -63,6 +63,20 @@ bool swingZ(const ArrivalTiming& timing) {
     return moveBy(stageZ, 2.0, timing) && moveBy(stageZ, -2.0, timing);
 }
 
+// "sync off became sync on": of two lists with commas the parts in which they differ.
+std::string differenceOf(const std::string& before, const std::string& now) {
+    std::string words;
+    for (size_t a = 0, b = 0; a < before.size() && b < now.size();) {
+        const size_t endA = std::min(before.find(", ", a), before.size());
+        const size_t endB = std::min(now.find(", ", b), now.size());
+        const std::string was = before.substr(a, endA - a), is = now.substr(b, endB - b);
+        if (was != is) words += (words.empty() ? "" : "; ") + was + " became " + is;
+        a = endA + 2;
+        b = endB + 2;
+    }
+    return words;
+}
+
 // How a row begins.
 struct RowStart {
     NotThere yMissed;
@@ -95,9 +109,6 @@ public:
     void refuseKeys() { refusedMs = std::max<uint64_t>(tickCountMs(), 1); }
     double remainingMs() const { return pace.remainingMs(); }
     void noteEnd(ProcessEnd end) const;
-    void lacksSettings() {
-        report.settings = "The instrument did not say what is set at it: as it last did";
-    }
 
     static Scan* running; // null without one
 
@@ -112,6 +123,7 @@ private:
     RowStart goToRow(double y);
     bool hasComeTo(StageAxis& axis, double targetUm);
     NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start);
+    void waitForReading(uint64_t sinceMs);
     std::optional<PointReading> readPoint();
     bool measurePoint(const Point& point, int mapRow);
     void sampleColour(size_t column, size_t mapRow);
@@ -121,7 +133,7 @@ private:
     void showEnd() const;
     void markScanPoint(const WindowContext& view, int row, int column) const;
     void lookAtFocus(const std::string& when);
-    void lookAtFilter(int row);
+    void lookAtSettings(int row, bool isLast);
     void takeSettings();
     void endIfAxisIsOut();
     bool canGoOn() const;
@@ -144,8 +156,9 @@ private:
     const double homeX, homeY;         // where the stage stood, um
     double startX = 0.0, startY = 0.0; // the first point
     int firstRow = 0;                  // not 0 of a scan that goes on
-    InstrumentSettings filter;         // as it is by now, behind which the readings come
-    int filterKnownFrom = 0;           // the first row since it was last asked for
+    InstrumentSettings known;          // as the instrument is set by now
+    int knownFrom = 0;                 // the first row since that was last asked for
+    bool otherUnit = false;            // its values are no longer in the map's
     bool yPlayLeft = false;            // the swing before the first row failed
     uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
     ProcessEnd end = ProcessEnd::Running;
@@ -169,7 +182,7 @@ void Scan::showProgressAt(int point) const {
     showPercentDone(point);
     const auto minutes = static_cast<int>(elapsedMs(false) / 1000 / 60);
     // The area's own estimate knows of no filter.
-    const double settlingMs = filter.poles == 0 ? 0.0 : readingDelayMs(plan.options, filter);
+    const double settlingMs = known.poles == 0 ? 0.0 : readingDelayMs(plan.options, known);
     const double total = area.estimatedMinutes + area.totalPoints * settlingMs / 60000.0;
     setField(Field::Time, formatted("%dM/%dM ", minutes, static_cast<int>(total)).c_str());
 }
@@ -224,9 +237,19 @@ RowStart Scan::goToRow(double y) {
     waitResponsive(plan.rowSettleMs);
     if (session.stopRequested || !hasComeTo(stageY, y))
         row.yMissed = notThere(stageY);
-    else if (yPlayLeft && y - startY < runIn)
+    else if (yPlayLeft && y - (startY + firstRow * area.scanStep) < runIn)
         row.yMissed = {'Y', Miss::PlayLeft};
     return row;
+}
+
+// In pieces: a filter may want hours, and a stop need not be a click.
+void Scan::waitForReading(uint64_t sinceMs) {
+    constexpr uint32_t pieceMs = 1000;
+    uint32_t leftMs = readingDelayMs(plan.options, known);
+    waitAfterMove(sinceMs, leftMs <= pieceMs ? leftMs : leftMs % pieceMs, timing);
+    if (leftMs <= pieceMs) return;
+    for (leftMs -= leftMs % pieceMs; leftMs > 0 && !session.stopRequested; leftMs -= pieceMs)
+        waitResponsive(pieceMs);
 }
 
 // What is missed of the point (x, y) after the move to it; a move of X has looked where it ended.
@@ -328,15 +351,14 @@ void Scan::lookAtFocus(const std::string& when) {
     if (report.focus.empty() && !trouble.empty()) report.focus = trouble + when;
 }
 
-// A time constant that has changed by itself, or by hand, spoils the points since it was last
-// asked for. One answer that does not come is waited for until the next row's end.
-void Scan::lookAtFilter(int row) {
-    if (!instrument.filter) return;
-    const std::optional<InstrumentSettings> now = instrument.filter();
-    const bool isLast = row == area.rows - 1 || session.stopRequested != 0;
+// Settings that have changed, by hand or by themselves, spoil the points since they were last asked
+// for. One answer that does not come is waited for until the next row's end.
+void Scan::lookAtSettings(int row, bool isLast) {
+    if (!instrument.settings) return;
+    const std::optional<InstrumentSettings> now = instrument.settings();
     if (!now && !isLast) return;
-    const bool sound = now && now->settlesLike(filter);
-    for (int r = filterKnownFrom; r <= row && !sound; ++r)
+    const bool sound = now && now->kept == known.kept;
+    for (int r = knownFrom; r <= row && !sound; ++r)
         for (int column = 0; column < area.cols; ++column) {
             const auto c = static_cast<size_t>(column), m = static_cast<size_t>(area.rows - 1 - r);
             PointMark& mark = scanMap.marks[c][m];
@@ -344,16 +366,12 @@ void Scan::lookAtFilter(int row) {
             mark = report.spoil(Spoilt::Unsettled, mark, r, column);
             journalPoint(c, m);
         }
-    filterKnownFrom = row + 1;
+    knownFrom = row + 1;
     if (sound) return;
-    report.whyUnsettled =
-        !now ? "it did not say"
-             : formatted("%g ms of %d poles became %g ms of %d", filter.timeConstantMs,
-                         filter.poles, now->timeConstantMs, now->poles);
-    logEvent("Filter changed: " + report.whyUnsettled);
-    if (!now) return;
-    filter.timeConstantMs = now->timeConstantMs; // the next rows wait for what it is
-    filter.poles = now->poles;
+    report.whyUnsettled = now ? differenceOf(known.kept, now->kept) : "it did not say";
+    logEvent("Settings changed: " + report.whyUnsettled);
+    if (now) known = *now; // the next rows wait for what it is
+    otherUnit = instrumentLink.inVolts != plan.inVolts;
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.
@@ -372,9 +390,9 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         if (!moved) showProgress("Motor motion failure");
         showProgressAt(report.pointsDone + 1);
         refreshPositions();
+        if (session.stopRequested) return false; // a filter may want minutes
         if (instrument.beginPoint) instrument.beginPoint();
-        waitAfterMove(std::max(beganMs, lastSettledMs()), readingDelayMs(plan.options, filter),
-                      timing);
+        waitForReading(std::max(beganMs, lastSettledMs()));
         if (session.stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (session.stopRequested || axisThatIsOut()) return false;
@@ -385,8 +403,9 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         showRemaining();
     }
     lookAtFocus(formatted(" in row %d", row + 1));
-    lookAtFilter(row);
+    lookAtSettings(row, row == area.rows - 1);
     flushJournal();
+    if (otherUnit) return false;
     setLiveRows(mapRow);
     drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
@@ -435,7 +454,7 @@ void Scan::scanAllRows() {
     const WindowContext view(windows.main); // the scan's own, for its markers
     for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
         if (!scanRow(view, row)) {
-            lookAtFilter(row);
+            if (knownFrom <= row) lookAtSettings(row, true);
             break;
         }
     flushJournal(); // of a row that was not finished
@@ -485,18 +504,19 @@ void Scan::takeOverReport() {
 // By an earlier run the rest may have been measured otherwise.
 void Scan::takeSettings() {
     ScanPlan asked = plan;
-    if (!askSettings(asked)) lacksSettings();
-    filter = asked.settings;
-    filterKnownFrom = firstRow;
-    if (filter.words != plan.settings.words)
-        report.settings = "The instrument is set otherwise than before";
-    if (report.settings.empty()) report.settings = filter.warning;
+    if (!askSettings(asked)) return;
+    known = asked.settings;
+    report.settings = known.warning;
+    if (known.kept != plan.settings.kept)
+        report.settings = "The instrument is set otherwise than before: " +
+                          differenceOf(plan.settings.kept, known.kept);
 }
 
 void Scan::begin() {
-    filter = plan.settings;
-    if (report.settings.empty()) report.settings = filter.warning;
-    if (!filter.words.empty()) logEvent("Instrument: " + filter.words);
+    setField(Field::UnitLabel, mainChannel().unit->label); // the input may have been changed
+    known = plan.settings;
+    report.settings = known.warning;
+    if (!known.words.empty()) logEvent("Instrument: " + known.words);
     beginMap(conditionsOf(plan));
     ensureSessionFolder(foldersOfMap());
     beginScanJournal();
@@ -509,7 +529,7 @@ void Scan::continueFrom(const LeftJournal& left) {
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
     if (!conditions.continued.empty()) conditions.continued += "; ";
     conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
-    if (filter.words != plan.settings.words) conditions.continued += ", with " + filter.words;
+    if (known.kept != plan.settings.kept) conditions.continued += ", with " + known.words;
     takeOverReport();
     continueScanJournal(left);
     logEvent("Continued: " + conditions.continued);
@@ -567,6 +587,7 @@ Outcome Scan::run(const LeftJournal* left) {
     const bool goes = !declined && !session.stopRequested;
     if (goes && !axisThatIsOut()) scanAllRows();
     if (goes) endIfAxisIsOut();
+    if (otherUnit) endBy("The instrument's values are in another unit by now");
     if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
     report.bias = biasWatch.troubles(); // while it is on
     report.journalLost = journalIsBroken();
@@ -642,10 +663,11 @@ void saveScanAtForcedEnd() {
 
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;
-    const bool says = askSettings(asked);
-    Scan scan(asked);
-    if (!says) scan.lacksSettings();
-    return scan.run(nullptr);
+    if (askSettings(asked)) return Scan(asked).run(nullptr);
+    const Outcome told{.end = ProcessEnd::Declined,
+                       .lastWords = "Not started: the instrument does not say what is set at it"};
+    showInformation(told.lastWords.c_str());
+    return told;
 }
 
 int runMapping() {

@@ -48,7 +48,8 @@ bool takeOverScan(JournaledScan scan) {
     if (!instrumentAnswers(conditions.ammeterKind))
         return refuse("the scan's instrument does not answer: " +
                       narrowed(instrumentKind(conditions.ammeterKind).name));
-    if (askSettings(); instrumentLink.inVolts != conditions.inVolts)
+    if (!askSettings()) return refuse("the instrument does not say what is set at it");
+    if (instrumentLink.inVolts != conditions.inVolts)
         return refuse("the values would not be in the unit of the scan (amplifier, input)");
     putInForce(conditions);
     showScan(std::move(scan));

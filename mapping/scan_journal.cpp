@@ -38,9 +38,11 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
     const bool allowed =
         std::all_of(std::begin(scanNumbers), std::end(scanNumbers),
                     [&](const ScanNumber& of) { return of.allows(options.*of.value); });
-    return allowed && area.scanStep >= scanStepLowest && area.scanStep <= scanStepHighest &&
-           area.viewScale >= 1 && area.viewScale <= 3 && inPicture(area.rectX1, area.rectY1) &&
-           inPicture(area.rectX2, area.rectY2);
+    const bool channelIsThere =
+        options.mainChannel >= 0 && options.mainChannel < static_cast<int>(std::size(mainChannels));
+    return allowed && channelIsThere && area.scanStep >= scanStepLowest &&
+           area.scanStep <= scanStepHighest && area.viewScale >= 1 && area.viewScale <= 3 &&
+           inPicture(area.rectX1, area.rectY1) && inPicture(area.rectX2, area.rectY2);
 }
 
 // The rest of the area, by the scan's own laser spot. False when it is not what was written.

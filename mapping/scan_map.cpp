@@ -21,6 +21,7 @@
 #include <charconv>
 #include <iterator>
 #include <limits>
+#include <string_view>
 
 ScanMap scanMap;
 
@@ -45,13 +46,19 @@ bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane) {
     return !isOverload(reading) && map.marks[column][row] != PointMark::Overloaded;
 }
 
+bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane) {
+    const PointMark mark = map.marks[column][row];
+    return mark != PointMark::Unlocked && mark != PointMark::Unsettled &&
+           isInRange(map, column, row, plane);
+}
+
 Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end) {
     constexpr float none = std::numeric_limits<float>::infinity();
     Extremes found{none, -none};
     const Map& cells = map.maps[plane];
     for (size_t column = 0; column < cells.size(); ++column)
         for (size_t row = first; row < end; ++row) {
-            if (!isInRange(map, column, row, plane)) continue;
+            if (!isInScale(map, column, row, plane)) continue;
             found.lowest = std::min(found.lowest, cells[column][row]);
             found.highest = std::max(found.highest, cells[column][row]);
         }
@@ -117,16 +124,23 @@ void reportFailure() {
                    "Image save Process", BoxButtons::Ok);
 }
 
-bool writeRows(FILE* file, const Map& map) {
+// Six decimals, as ever; seven digits where there is none to read them yet.
+std::string_view numberIn(char (&text)[64], float value, bool digits) {
+    const auto number = static_cast<double>(value);
+    const auto end =
+        digits ? std::to_chars(text, std::end(text), number, std::chars_format::general, 7)
+               : std::to_chars(text, std::end(text), number, std::chars_format::fixed, 6);
+    return {text, end.ptr};
+}
+
+bool writeRows(FILE* file, const Map& map, bool digits) {
     const size_t rows = map.empty() ? 0 : map.front().size();
     std::string line;
     for (size_t row = 0; row < rows; ++row) {
         line.clear();
         for (const std::vector<float>& column : map) {
             char text[64]; // the largest float has 39 digits before the point
-            const auto end = std::to_chars(text, std::end(text), static_cast<double>(column[row]),
-                                           std::chars_format::fixed, 6);
-            line.append(text, end.ptr) += ',';
+            line.append(numberIn(text, column[row], digits)) += ',';
         }
         line += '\n';
         if (std::fwrite(line.data(), 1, line.size(), file) != line.size()) return false;
@@ -135,9 +149,10 @@ bool writeRows(FILE* file, const Map& map) {
 }
 
 // A failure lets the next save make a new folder.
-bool writeMap(const std::wstring& path, const Map& map) {
+bool writeMap(const std::wstring& path, const Map& map, bool digits) {
     // A part of a map would look like one.
-    if (writeWhole(path, L"w", [&](FILE* file) { return writeRows(file, map); })) return true;
+    if (writeWhole(path, L"w", [&](FILE* file) { return writeRows(file, map, digits); }))
+        return true;
     DataFolders& folders = foldersOfMap();
     folders.sessionFolderMade = 0;
     // A numbered name was in question: the plain one is taken there.
@@ -147,16 +162,19 @@ bool writeMap(const std::wstring& path, const Map& map) {
 
 // A map that finds no place in the session folder goes into the new one; otherwise it stays in
 // memory for the next save. The path that was written; empty when none was.
-std::wstring saveMap(const Plane& plane, bool (*write)(const std::wstring& path, const Map& map)) {
+using Write = bool (*)(const std::wstring& path, const Map& map, bool digits);
+
+std::wstring saveMap(const Plane& plane, Write write) {
     const Map& map = scanMap.maps[plane.map];
+    const bool digits = plane.of == Plane::Of::Channel && plane.map != planePhotocurrent;
     std::wstring path = makeMapFileName(plane.filePrefix);
-    if (write(path, map)) return path;
+    if (write(path, map, digits)) return path;
     ensureSessionFolder(foldersOfMap());
     path = makeMapFileName(plane.filePrefix);
-    return writeMap(path, map) ? path : L"";
+    return writeMap(path, map, digits) ? path : L"";
 }
 
-SavedFiles saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
+SavedFiles saveWith(Write write) {
     ensureSessionFolder(foldersOfMap());
     SavedFiles saved;
     std::vector<std::wstring> paths;
@@ -177,8 +195,8 @@ SavedFiles saveWith(bool (*write)(const std::wstring& path, const Map& map)) {
 
 } // namespace
 
-bool writeMapFile(const std::wstring& path, const Map& map) {
-    const bool written = writeMap(path, map);
+bool writeMapFile(const std::wstring& path, const Map& map, bool digits) {
+    const bool written = writeMap(path, map, digits);
     if (!written) reportFailure();
     return written;
 }

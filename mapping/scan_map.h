@@ -27,7 +27,7 @@ enum class PointMark : uint8_t {
     Unlit = 5,      // not in the light of the laser alone
     Overloaded = 6, // beyond the instrument's range
     Unlocked = 7,   // a lock-in amplifier had no reference
-    Unsettled = 8,  // its filter had changed meanwhile
+    Unsettled = 8,  // it had been set otherwise meanwhile
 };
 constexpr PointMark lastPointMark = PointMark::Unsettled;
 
@@ -80,11 +80,14 @@ std::vector<Plane> planesOf(const ScanMap& map);
 // beginning: no sign of an instrument's for a reading beyond its range.
 bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane = planePhotocurrent);
 
+// Whether it has a colour in the scale: none that a lock-in amplifier says is no measurement.
+bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane);
+
 struct Extremes {
     float lowest, highest;
 };
 
-// Of the cells of an instrument's plane in the rows [first, end); 0 where none is in its range.
+// Of the cells of an instrument's plane in the rows [first, end); 0 where none is in the scale.
 Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end);
 
 // So many maps and the marks, of the area's size, all cells 0 and not measured.
@@ -111,9 +114,10 @@ std::wstring mapPath(const ScanConditions& scan, const char* prefix, const std::
 // A text file's path that is not taken yet.
 std::wstring makeMapFileName(const char* prefix);
 
-// One text line a map row, each value followed by a comma. A file that cannot be written raises a
+// One text line a map row, each value with six decimals or as seven digits and followed by a comma.
+// A file that cannot be written raises a
 // box, and the next save makes a new folder. Returns whether it was written whole.
-bool writeMapFile(const std::wstring& path, const Map& map);
+bool writeMapFile(const std::wstring& path, const Map& map, bool digits = false);
 
 // Where the files of the map in memory go.
 DataFolders& foldersOfMap();

@@ -15,7 +15,7 @@ constexpr SpoiltKind kinds[spoiltCount] = {
     {"Not reached", PointMark::NotReached, 2},      {"No laser board", PointMark::Silent, 4},
     {"Laser off or lamp on", PointMark::Unlit, 3},  {"No reading", PointMark::Silent, 4},
     {"Overload", PointMark::Overloaded, 5}, // the pictures' scale must know of it
-    {"Reference unlocked", PointMark::Unlocked, 3}, {"Filter changed", PointMark::Unsettled, 2},
+    {"Reference unlocked", PointMark::Unlocked, 3}, {"Settings changed", PointMark::Unsettled, 2},
     {"No camera", PointMark::NoColour, 1},
 };
 

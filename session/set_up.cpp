@@ -43,6 +43,7 @@ bool takeAmplifier(SetUp& into, const std::string& value) {
 
 bool takeLockInCurrent(SetUp& into, const std::string& value) {
     into.lockInCurrentInAmperes = value == "amperes";
+    into.lockInCurrentTried = true;
     return value == "amperes" || value == "volts";
 }
 

@@ -25,6 +25,7 @@ struct SetUp {
     // What a lock-in amplifier tells of its current input; otherwise it is volts behind its own
     // resistor, as the manual has it.
     bool lockInCurrentInAmperes = false;
+    bool lockInCurrentTried = false; // the line is there: somebody has tried it
     std::array<AxisRange, 3> ranges; // of X, Y, Z
 
     bool asksTheBoard() const { return boardHasInterlock || boardKeepAliveS > 0; }

@@ -64,10 +64,11 @@ bool writeCurve(FILE* file, const CurveFile& curve) {
     size_t points = std::min(static_cast<size_t>(curve.count), curve.xs.size());
     for (const std::vector<float>* column : curve.columns)
         points = std::min(points, column->size());
+    const char* const value = curve.columns.size() > 1 ? ",%.7g" : ",%f";
     for (size_t i = 0; i < points; ++i) {
         if (std::fprintf(file, "%f", static_cast<double>(curve.xs[i])) < 0) return false;
         for (const std::vector<float>* column : curve.columns)
-            if (std::fprintf(file, ",%f", static_cast<double>((*column)[i])) < 0) return false;
+            if (std::fprintf(file, value, static_cast<double>((*column)[i])) < 0) return false;
         if (std::fputc('\n', file) == EOF) return false;
     }
     return flushToDisk(file); // the journal goes next

@@ -63,8 +63,11 @@ bool allocateSeries(SweepRecord& record, const SeriesPlan& plan) {
             *values = {};
             values->assign(samples, 0.0f);
         }
+        record.channelValues = emptyChannels(presentPlan());
+        for (std::vector<float>& values : record.channelValues) values.reserve(samples);
     } catch (const std::bad_alloc&) {
         record.extraValues = record.yValues = {};
+        record.channelValues = {};
         return false;
     }
     record.holdsSeries = true;
@@ -151,7 +154,6 @@ Outcome runSeries(const SeriesPlan& plan) {
         record.outcome.troubles.push_back(record.setUp.settings.warning);
     if (!record.setUp.settings.words.empty())
         logEvent("Instrument: " + record.setUp.settings.words);
-    record.channelValues = emptyChannels(record.setUp);
     beginSweepJournal(record);
     showEndMessage(record, "Time Evolution Measurement has started.   ");
     // A source that is off gives the meter nothing to read.

@@ -155,13 +155,13 @@ TEST_P(LockInMapTest, OverloadsAreMaskedAndToldByTheirCause) {
 }
 
 // The row in which it happens counts no longer; the next ones wait for what it is by then.
-TEST_P(LockInMapTest, AnotherTimeConstantSpoilsItsRowAndIsWaitedForFromThenOn) {
+TEST_P(LockInMapTest, OtherSettingsSpoilTheirRowAndAreWaitedForFromThenOn) {
     choose(GetParam());
     atHalf([this] { setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 100}); });
     runProgramOver(20, 15);
     EXPECT_EQ(wrongCells(), 0);
     EXPECT_EQ(marked(PointMark::Unsettled), scanArea.cols);
-    EXPECT_NE(textIn(Field::Information).find("(30 ms of 2 poles became 100 ms of 2)"),
+    EXPECT_NE(textIn(Field::Information).find("(time constant 30 ms became time constant 100 ms)"),
               std::string::npos)
         << textIn(Field::Information);
     EXPECT_EQ(SavedMap().condition("Points whose filter had changed"),
@@ -226,6 +226,25 @@ TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {
     saved.expectCells(0, [&](double value, LabPoint place) {
         return std::fabs(value / 1e4 - truthAt(place).r) < 0.015 * largest();
     });
+}
+
+// Somebody turns the input from volts to a current: the rest would be in another unit.
+TEST_F(LockInTest, AMapWhoseUnitChangesEndsAndDoubtsTheRow) {
+    choose(kindLockInGpib);
+    writeDesktopFile("KST_Data/Setup.ini", "");
+    atHalf([this] {
+        setLabLockIn(
+            who,
+            {.sensitivityVolts = 1, .timeConstantMs = 30, .input = LabLockInInput::Current1MOhm});
+    });
+    runProgramOver(20, 15);
+    EXPECT_NE(textIn(Field::Information).find("in another unit by now"), std::string::npos)
+        << textIn(Field::Information);
+    EXPECT_NE(textIn(Field::Information).find("input A became input I 1 MOhm"), std::string::npos);
+    EXPECT_EQ(marked(PointMark::Measured), 2 * scanArea.cols);
+    EXPECT_EQ(marked(PointMark::Unsettled) + marked(PointMark::Overloaded), scanArea.cols);
+    EXPECT_EQ(SavedMap().condition("Outcome"), "stopped");
+    EXPECT_EQ(labLaserPwm(), 0);
 }
 
 TEST_F(LockInTest, ASeriesHasAllChannels) {
