@@ -42,10 +42,10 @@ void connectDevices() {
 
 // Somebody meant to change something that stays as it was.
 // The settings that are there are not known, and must not give way to the defaults at the end.
-void keepUnread(std::vector<std::string>& refused) {
+void keepUnread(std::vector<std::string>& unread) {
     if (!fileExists(dataFolders.configPath)) return;
     dataFolders.configPath.clear();
-    refused.emplace_back("Config.txt cannot be read: it is not written in this run");
+    unread.emplace_back("Config.txt cannot be read: it is not written in this run");
 }
 
 void tellRefused(const std::vector<std::string>& lines) {
@@ -56,7 +56,7 @@ void tellRefused(const std::vector<std::string>& lines) {
         text += line + "\n";
     }
     showMessageBox(windows.main, (text + "Without these lines the defaults hold.").c_str(),
-                   "Settings", BoxButtons::Ok);
+                   "Setup.ini", BoxButtons::Ok);
 }
 
 } // namespace
@@ -76,8 +76,9 @@ bool startUp(int showCommand) {
     makeSafeAtAbort();
     prepareDataFolders(dataFolders);
     logEvent("Lumascan " LUMASCAN_VERSION " starts");
-    std::vector<std::string> refused = readSetUp();
-    if (!optionsCanBeRead()) refused.emplace_back("Options.ini cannot be read");
+    const std::vector<std::string> refused = readSetUp();
+    std::vector<std::string> unread;
+    if (!optionsCanBeRead()) unread.emplace_back("Options.ini cannot be read");
     allocateMaps();
     allocateSweep(sweepRecord);
     registerWindowClasses();
@@ -88,7 +89,7 @@ bool startUp(int showCommand) {
         computeScanArea(scanArea);
         allocateMaps();
     } else {
-        keepUnread(refused);
+        keepUnread(unread);
     }
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
@@ -101,6 +102,7 @@ bool startUp(int showCommand) {
     setLaserOutput(1);
     closeStartupNotice();
     tellRefused(refused);
+    for (const std::string& line : unread) announce(Severity::Trouble, line);
     if (const std::string left = leftNotice(); !left.empty()) {
         logEvent(left);
         showInformation(left.c_str());

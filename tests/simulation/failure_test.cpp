@@ -259,10 +259,15 @@ TEST_F(FailureTest, SettingsThatCannotBeReadNowAreKept) {
     const std::string kept = "step:7.5, laser:1.00, laser correct:(640,500), Ammeter:0\n";
     writeDesktopFile("KST_Data/Config.txt", kept);
     unreadableFile = "Config.txt";
-    answer("Config.txt cannot be read: it is not written in this run", BoxAnswer::Ok);
-    when([] { return timerRuns(); }, [] { post(messageClose); });
+    std::string said;
+    when([] { return timerRuns(); },
+         [&] {
+             said = textIn(Field::Information);
+             post(messageClose);
+         });
     EXPECT_EQ(runProgram(1), 0);
     EXPECT_EQ(contentOf("KST_Data/Config.txt"), kept);
+    EXPECT_EQ(said, "Config.txt cannot be read: it is not written in this run");
 }
 
 TEST_F(FailureTest, ALightThatTheEndCannotSwitchOffIsSaid) {
