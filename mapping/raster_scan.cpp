@@ -70,7 +70,12 @@ std::string differenceOf(const std::string& before, const std::string& now) {
         const size_t endA = std::min(before.find(", ", a), before.size());
         const size_t endB = std::min(now.find(", ", b), now.size());
         const std::string was = before.substr(a, endA - a), is = now.substr(b, endB - b);
-        if (was != is) words += (words.empty() ? "" : "; ") + was + " became " + is;
+        if (was != is) {
+            if (!words.empty()) words += "; ";
+            words += was;
+            words += " became ";
+            words += is;
+        }
         a = endA + 2;
         b = endB + 2;
     }
@@ -664,8 +669,8 @@ void saveScanAtForcedEnd() {
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;
     if (askSettings(asked)) return Scan(asked).run(nullptr);
-    const Outcome told{.end = ProcessEnd::Declined,
-                       .lastWords = "Not started: the instrument does not say what is set at it"};
+    Outcome told{.end = ProcessEnd::Declined,
+                 .lastWords = "Not started: the instrument does not say what is set at it"};
     showInformation(told.lastWords.c_str());
     return told;
 }
