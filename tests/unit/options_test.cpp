@@ -39,7 +39,8 @@ TEST_F(OptionsTest, SetUpTakesWhatItCanAndSaysTheRest) {
                                            "laser board keep-alive (s) = 30\n"
                                            "objective\n");
     const std::vector<std::string> refused = {
-        "Setup.ini, line 5: laser board keep-alive (s) is 2 to 60, not \"61\"",
+        "Setup.ini, line 5: laser board keep-alive (s) is a whole number, 2 to 60, or empty, not "
+        "\"61\"",
         "Setup.ini, line 6: laser board interlock is yes or no, not \"maybe\"",
         "Setup.ini, line 8: \"objective\" is not known"};
     EXPECT_EQ(readSetUp(), refused);
