@@ -40,6 +40,12 @@ void connectDevices() {
     connectCamera();
 }
 
+// Its own, where it has one, and not the last one of whichever objective.
+void takeSpotOfObjective() {
+    const Objective& objective = setUp.objective();
+    if (objective.hasSpot()) cameraState.laserOffset = {objective.spotColumn, objective.spotRow};
+}
+
 // Somebody meant to change something that stays as it was.
 // The settings that are there are not known, and must not give way to the defaults at the end.
 void keepUnread(std::vector<std::string>& unread) {
@@ -77,6 +83,8 @@ bool startUp(int showCommand) {
     prepareDataFolders(dataFolders);
     logEvent("Lumascan " LUMASCAN_VERSION " starts");
     const std::vector<std::string> refused = readSetUp();
+    if (const std::string words = setUpWords(setUp); words != "default")
+        logEvent("Set-up: " + words);
     std::vector<std::string> unread;
     if (!optionsCanBeRead()) unread.emplace_back("Options.ini cannot be read");
     allocateMaps();
@@ -86,9 +94,11 @@ bool startUp(int showCommand) {
     instrumentLink.ammeterKind = kindArduino;
     showStartupNotice();
     if (readSettingsFile(dataFolders.configPath)) {
+        takeSpotOfObjective();
         computeScanArea(scanArea);
         allocateMaps();
     } else {
+        takeSpotOfObjective();
         keepUnread(unread);
     }
     connectDevices();

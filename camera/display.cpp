@@ -11,6 +11,9 @@
 #include "screen/screen.h"
 #include "session/document.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
+
+#include <cmath>
 
 Display display;
 
@@ -31,6 +34,14 @@ void outlineDrawnRectangle(ContextHandle picture) {
         return (at - imageHeight / 2) * drawn.viewScale + imageHeight / 2;
     };
     drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
+}
+
+// The longest of 1, 2, 5, 10, ... um that is no longer than `most`.
+double roundLengthUm(double most) {
+    const double decade = std::pow(10.0, std::floor(std::log10(most)));
+    for (const double part : {5.0, 2.0})
+        if (part * decade <= most) return part * decade;
+    return decade;
 }
 
 bool saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
@@ -144,8 +155,11 @@ void drawScaleBar(ContextHandle context, int width, int height) {
     constexpr Colour yellow = colourRgb(255, 255, 0);
     const int x0 = width - 150;
     const int y0 = height - 100;
-    drawFilledRectangle(context, x0, y0, x0 + width * 10 / 180, y0 + 5, black, yellow);
-    const std::string label = formatted("%d um", display.wideView ? 30 : 10);
+    const double fieldUm = setUp.objective().umPerColumn() * imageWidth;
+    const double length = roundLengthUm(fieldUm / 12);
+    drawFilledRectangle(context, x0, y0, x0 + truncated(width * length / fieldUm), y0 + 5, black,
+                        yellow);
+    const std::string label = formatted("%g um", display.wideView ? 3 * length : length);
     // Outlined in black, so that it reads on any picture.
     drawText(context, x0 + 1, y0 + 5, label.c_str(), black, true);
     drawText(context, x0 - 1, y0 + 5, label.c_str(), black, true);

@@ -45,7 +45,8 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 // Saves a bitmap that is not selected as the next "<label>(<number>).jpg". A failure is reported.
 bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
 
-// A scale bar of 10 um (30 um in the wide view) near the lower right corner of a picture.
+// A scale bar of a round length (10 um as built, three times that in the wide view) near the lower
+// right corner of a picture.
 void drawScaleBar(ContextHandle context, int width, int height);
 
 void drawCircleMark(WindowHandle window, int x, int y, int radius, Colour colour);

@@ -11,10 +11,6 @@ constexpr int32_t imageWidth = 1232;
 constexpr int32_t imageHeight = 1028;
 constexpr size_t displayPixelCount = 1232 * 1028;
 
-// Field of view: 180 um of the sample over the picture's 1232 pixels.
-constexpr double fieldWidthUm = 180.0;
-constexpr double fieldWidthPx = 1232.0;
-
 // Whether a click at a pixel, counted from the top or from the bottom, is one on the picture: one
 // pixel past either end still counts.
 inline bool inPicture(int x, int y) {

@@ -8,6 +8,7 @@
 #include "screen/screen.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 
 #include <cmath>
 #include <string>
@@ -15,8 +16,8 @@
 namespace {
 
 constexpr int tilesAcross = 3;
-constexpr double columnStepUm = 180.0; // the field's width
-constexpr double rowStepUm = 150.0;    // about its height
+// From one field to the next, in fields' widths: the whole width, and about the height.
+constexpr double columnStep = 1.0, rowStep = 150.0 / 180.0;
 constexpr Colour unseen = 0;
 
 struct Centre {
@@ -60,7 +61,15 @@ std::string notBack() {
 }
 
 bool goToField(Centre centre, int column, int row) {
-    return moveXYTo(centre.x + columnStepUm * column, centre.y - rowStepUm * row, motorSpeed);
+    const Objective& objective = setUp.objective();
+    StageVector way;
+    if (objective.isStraight()) { // without the rounding of a way through the matrix
+        const double fieldUm = objective.xPerColumn * imageWidth;
+        way = {fieldUm * columnStep * column, -(fieldUm * 150.0 / 180.0 * row)};
+    } else {
+        way = objective.umOf({imageWidth * columnStep * column, -imageWidth * rowStep * row});
+    }
+    return moveXYTo(centre.x + way.x, centre.y + way.y, motorSpeed);
 }
 
 // One field; row -1 is the upper one. False when a stop was asked for.
@@ -140,7 +149,7 @@ void drawWideView() {
 }
 
 bool wideViewIsElsewhere() {
-    constexpr double umPerPixel = 180.0 / 1232.0 * tilesAcross; // less than one is not seen
+    const double umPerPixel = setUp.objective().umPerColumn() * tilesAcross; // less is not seen
     return std::fabs(stageX.positionUm - last.seenFrom.x) > umPerPixel ||
            std::fabs(stageY.positionUm - last.seenFrom.y) > umPerPixel;
 }

@@ -11,8 +11,21 @@
 #include "screen/screen.h"
 #include "session/message_box.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
+
+#include <algorithm>
 
 namespace {
+
+// Of a distance on the view that is shown, um.
+StageVector wayOf(double dx, double dy) {
+    const Objective& objective = setUp.objective();
+    const int32_t viewScale = display.wideView ? display.wideFactor : 1;
+    if (!objective.isStraight()) return objective.umOf({dx * viewScale, dy * viewScale});
+    const float scale = static_cast<float>(objective.xPerColumn) * static_cast<float>(viewScale);
+    return {static_cast<double>(static_cast<float>(dx) * scale),
+            static_cast<double>(static_cast<float>(dy) * scale)};
+}
 
 // Marks the clicked point and asks what it is for.
 BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButtons buttons) {
@@ -20,6 +33,15 @@ BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButto
     const std::string caption =
         formatted("Position: (%d,%d), Blue intensity:%u", x, row, pixelBlue(cameraImage, x, row));
     return showMessageBox(windows.main, question, caption.c_str(), buttons);
+}
+
+// One of several objectives has its own.
+void keepSpot(int column, int row) {
+    if (setUp.objectives.size() == 1 && !setUp.objective().hasSpot()) return;
+    SetUp changed = setUp;
+    changed.objective().spotColumn = std::min(column, imageWidth - 1);
+    changed.objective().spotRow = std::min(row, imageHeight - 1);
+    if (!keepSetUp(changed)) showInformation("For this run only: Setup.ini was not written");
 }
 
 } // namespace
@@ -31,6 +53,7 @@ void pickLaserSpot(int x, int y) {
     if (askAtPoint(x, row, markRed, "Do you want to set the laser beam spot here?",
                    BoxButtons::YesNo) == BoxAnswer::Yes) {
         cameraState.laserOffset = {x, row};
+        keepSpot(x, row);
         computeScanArea(scanArea);
     }
     switchLiveView(LiveView::On); // the button has switched it off
@@ -55,10 +78,8 @@ void moveToClickedPoint(int x, int y) {
         dy -= cameraState.laserOffset.y;
     } // Cancel moves by the clicked position itself: neither centre nor spot.
 
-    constexpr auto umPerPixel = static_cast<float>(fieldWidthUm / fieldWidthPx);
-    const float scale = umPerPixel * static_cast<float>(display.wideView ? display.wideFactor : 1);
-    const bool arrived = moveXYBy(static_cast<double>(static_cast<float>(dx) * scale),
-                                  static_cast<double>(static_cast<float>(dy) * scale), motorSpeed);
+    const StageVector way = wayOf(dx, dy);
+    const bool arrived = moveXYBy(way.x, way.y, motorSpeed);
     if (!windows.main) return; // closed meanwhile
     if (!arrived) showMessageBox(windows.main, "Motor limited", "Motor error", BoxButtons::Ok);
     waitResponsive(100);

@@ -113,4 +113,5 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("taken gain", c.takenGain);
     visit.added("taken exposure us", c.takenExposureUs);
     visit.added("blue only", c.blueOnly);
+    visit.added("set-up", c.setUpInForce);
 }

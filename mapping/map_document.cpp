@@ -210,6 +210,7 @@ Conditions setUpOf(const ScanConditions& scan) {
         lines.emplace_back(name, value);
     };
     add("Program", scan.program);
+    add("Set-up", printable(scan.setUpInForce));
     add("Started", timeText(scan.started));
     if (!scan.continued.empty()) add("Continued", printable(scan.continued));
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));

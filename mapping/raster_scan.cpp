@@ -340,12 +340,7 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
 }
 
 void Scan::markScanPoint(const WindowContext& view, int row, int column) const {
-    const PixelPoint point =
-        onPresentView(area,
-                      static_cast<double>(static_cast<float>(area.rectLeft) +
-                                          static_cast<float>(column) * area.stepPx),
-                      static_cast<double>(static_cast<float>(area.rectBottom) -
-                                          static_cast<float>(row + 1) * area.stepPx));
+    const PixelPoint point = pointOnPresentView(area, column, row);
     markPoint(view.context, point.x, point.y);
 }
 
@@ -668,9 +663,11 @@ void saveScanAtForcedEnd() {
 
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;
-    if (askSettings(asked)) return Scan(asked).run(nullptr);
+    if (!plan.area.isTooLarge && askSettings(asked)) return Scan(asked).run(nullptr);
     Outcome told{.end = ProcessEnd::Declined,
                  .lastWords = "Not started: the instrument does not say what is set at it"};
+    if (plan.area.isTooLarge)
+        told.lastWords = "Not started: more than 36 million points, take a larger step";
     showInformation(told.lastWords.c_str());
     return told;
 }

@@ -6,6 +6,7 @@
 #include "camera/spot.h"
 #include "mapping/scan_options.h"
 #include "platform/truncate.h"
+#include "session/set_up.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,15 +16,81 @@ ScanArea scanArea;
 
 namespace {
 
-// Fixed corrections of the laser spot's position, um.
-constexpr float spotCorrectionX = 3.0f;
-constexpr float spotCorrectionY = 2.0f;
-
 constexpr int pointsPerMinute = 500;
 
-int32_t pointsAlong(int32_t from, int32_t to, float stepPx) {
-    const auto distance = static_cast<float>(std::abs(from - to));
-    return truncated(distance / stepPx + 1.0f);
+int32_t pointsAlong(float distance, float step) {
+    return truncated(distance / step + 1.0f);
+}
+
+// From the picture's middle to a pixel of the view of the area, counted from the top.
+PixelVector fromMiddle(const ScanArea& area, double x, double y) {
+    return {(x - area.imageRefX) * area.viewScale, -(y - area.imageRefY) * area.viewScale};
+}
+
+// How far the rectangle reaches along the stage's axes from the picture's middle, um.
+struct Reach {
+    StageVector from, to;
+};
+
+Reach reachOf(const ScanArea& area) {
+    Reach reach;
+    for (const double x : {area.rectX1, area.rectX2})
+        for (const double y : {area.rectY1, area.rectY2}) {
+            const StageVector corner = area.picture.umOf(fromMiddle(area, x, y));
+            const bool first = x == area.rectX1 && y == area.rectY1;
+            reach.from = first ? corner
+                               : StageVector{std::min(reach.from.x, corner.x),
+                                             std::min(reach.from.y, corner.y)};
+            reach.to =
+                first ? corner
+                      : StageVector{std::max(reach.to.x, corner.x), std::max(reach.to.y, corner.y)};
+        }
+    return reach;
+}
+
+// The picture's columns lie along X and its rows along Y.
+void layStraight(ScanArea& area, PicturePoint laserSpot) {
+    const double fieldUm = area.picture.xPerColumn * imageWidth;
+    const double step = std::max(area.scanStep, scanStepLowest);
+    area.stepPx = static_cast<float>(step / area.viewScale * imageWidth / fieldUm);
+    const auto along = [&](int32_t from, int32_t to) {
+        return pointsAlong(static_cast<float>(std::abs(from - to)), area.stepPx);
+    };
+    area.cols = along(area.rectX1, area.rectX2);
+    area.rows = along(area.rectY1, area.rectY2);
+    area.scanWidthUm = area.cols * fieldUm / imageWidth;
+    area.scanHeightUm = area.rows * fieldUm / imageWidth;
+    area.refToRectX = (area.rectLeft - area.imageRefX) * area.viewScale;
+    area.refToRectY = -(area.rectBottom - area.imageRefY) * area.viewScale;
+    // The laser's distances stay unscaled in the wide view.
+    area.refToLaserX = laserSpot.x - area.imageRefX;
+    area.refToLaserY = laserSpot.y - area.imageRefY;
+    const auto umPerPixel = static_cast<float>(fieldUm) / static_cast<float>(imageWidth);
+    area.offsetXUm = static_cast<float>(area.refToRectX - area.refToLaserX) * umPerPixel +
+                     static_cast<float>(area.correctionXUm);
+    area.offsetYUm = static_cast<float>(area.refToRectY - area.refToLaserY) * umPerPixel +
+                     static_cast<float>(area.correctionYUm);
+}
+
+void layTurned(ScanArea& area, PicturePoint laserSpot) {
+    const PictureScale& picture = area.picture;
+    const Reach reach = reachOf(area);
+    const double step = std::max(area.scanStep, scanStepLowest);
+    area.stepPx = static_cast<float>(step / picture.umPerColumn() / area.viewScale);
+    area.cols =
+        pointsAlong(static_cast<float>(reach.to.x - reach.from.x), static_cast<float>(step));
+    area.rows =
+        pointsAlong(static_cast<float>(reach.to.y - reach.from.y), static_cast<float>(step));
+    area.scanWidthUm = area.cols * picture.umPerColumn();
+    area.scanHeightUm = area.rows * picture.umPerColumn();
+    const PixelVector first = picture.pixelsOf(reach.from);
+    area.refToRectX = first.columns;
+    area.refToRectY = first.rows;
+    area.refToLaserX = laserSpot.x - area.imageRefX;
+    area.refToLaserY = laserSpot.y - area.imageRefY;
+    const StageVector laser = picture.umOf({area.refToLaserX, area.refToLaserY});
+    area.offsetXUm = reach.from.x - laser.x + area.correctionXUm;
+    area.offsetYUm = reach.from.y - laser.y + area.correctionYUm;
 }
 
 } // namespace
@@ -34,13 +101,29 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y) {
             truncated(area.imageRefY + (y - area.imageRefY) * scale)};
 }
 
+PixelPoint pointOnPresentView(const ScanArea& area, double column, double row) {
+    if (area.picture.isStraight())
+        return onPresentView(area,
+                             static_cast<double>(static_cast<float>(area.rectLeft) +
+                                                 static_cast<float>(column) * area.stepPx),
+                             static_cast<double>(static_cast<float>(area.rectBottom) -
+                                                 static_cast<float>(row + 1) * area.stepPx));
+    const StageVector first = reachOf(area).from;
+    const PixelVector px =
+        area.picture.pixelsOf({first.x + column * area.scanStep, first.y + row * area.scanStep});
+    return onPresentView(area, area.imageRefX + px.columns / area.viewScale,
+                         area.imageRefY - px.rows / area.viewScale);
+}
+
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal) {
-    const double step = area.scanStep >= scanStepLowest ? area.scanStep : scanStepLowest;
-    area.stepPx = static_cast<float>(step / area.viewScale * fieldWidthPx / fieldWidthUm);
-    area.cols = pointsAlong(area.rectX1, area.rectX2, area.stepPx);
-    area.rows = pointsAlong(area.rectY1, area.rectY2, area.stepPx);
-    area.scanWidthUm = area.cols * fieldWidthUm / fieldWidthPx;
-    area.scanHeightUm = area.rows * fieldWidthUm / fieldWidthPx;
+    area.rectLeft = std::min(area.rectX1, area.rectX2);
+    area.rectBottom = std::max(area.rectY1, area.rectY2); // the smallest stage Y
+    if (area.picture.isStraight())
+        layStraight(area, laserSpot);
+    else
+        layTurned(area, laserSpot);
+    area.isTooLarge = int64_t{area.cols} * area.rows > mostScanPoints;
+    if (area.isTooLarge) area.cols = area.rows = 1;
     area.totalPoints = area.cols * area.rows;
 
     const int32_t longer = area.cols > area.rows ? area.cols : area.rows;
@@ -53,24 +136,15 @@ int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal) {
         area.mapHeightPx = area.mapMaxPx * area.rows / longer;
     }
 
-    area.rectLeft = std::min(area.rectX1, area.rectX2);
-    area.rectBottom = std::max(area.rectY1, area.rectY2); // the smallest stage Y
-    area.refToRectX = (area.rectLeft - area.imageRefX) * area.viewScale;
-    area.refToRectY = -(area.rectBottom - area.imageRefY) * area.viewScale;
-    // The laser's distances stay unscaled in the wide view.
-    area.refToLaserX = laserSpot.x - area.imageRefX;
-    area.refToLaserY = laserSpot.y - area.imageRefY;
-    constexpr auto umPerPixel = static_cast<float>(fieldWidthUm) / static_cast<float>(fieldWidthPx);
-    area.offsetXUm =
-        static_cast<float>(area.refToRectX - area.refToLaserX) * umPerPixel + spotCorrectionX;
-    area.offsetYUm =
-        static_cast<float>(area.refToRectY - area.refToLaserY) * umPerPixel + spotCorrectionY;
-
     const int64_t readings = int64_t{area.totalPoints} * (confocal ? 2 : 1);
     area.estimatedMinutes = static_cast<int32_t>(readings / pointsPerMinute) + 2;
     return area.estimatedMinutes;
 }
 
 int32_t computeScanArea(ScanArea& area) {
+    const Objective& objective = setUp.objective();
+    area.picture = objective;
+    area.correctionXUm = objective.correctionXUm;
+    area.correctionYUm = objective.correctionYUm;
     return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
 }

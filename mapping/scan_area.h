@@ -3,6 +3,7 @@
 
 #include "camera/spot.h"
 #include "platform/surface.h"
+#include "session/picture_scale.h"
 
 #include <cstdint>
 
@@ -10,8 +11,14 @@
 constexpr double scanStepLowest = 0.1;
 constexpr double scanStepHighest = 40.0;
 
+// What a map may have: a wide view as built at the smallest step has 24 million.
+constexpr int64_t mostScanPoints = 36'000'000;
+
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
+    PictureScale picture;  // of the objective that the rectangle was drawn with
+    // From the laser spot that is seen to where the light acts, um.
+    double correctionXUm = 3.0, correctionYUm = 2.0;
 
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
@@ -28,6 +35,7 @@ struct ScanArea {
     int32_t rectLeft = 0, rectBottom = 0;        // picture pixels from the top
     int32_t mapMaxPx = 390; // largest side of the drawn map, unless it has more points than that
     int32_t estimatedMinutes = 0;
+    bool isTooLarge = false; // more points than mostScanPoints: there is but one, and no scan
 };
 
 extern ScanArea scanArea;
@@ -35,9 +43,14 @@ extern ScanArea scanArea;
 // A pixel of the view that the rectangle was drawn on, as a pixel of the view that is shown now.
 PixelPoint onPresentView(const ScanArea& area, double x, double y);
 
+// A point of the scan on the view that is shown now: columns and rows in the order of the scan.
+PixelPoint pointOnPresentView(const ScanArea& area, double column, double row);
+
 // Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot.
-// Returns the estimated minutes. Steps below scanStepLowest count as scanStepLowest.
+// The points lie along the stage's axes: where the picture is turned against them, on the smallest
+// rectangle that holds the one that was drawn. Returns the estimated minutes. Steps below
+// scanStepLowest count as scanStepLowest.
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 
-// The same with the present laser spot, for the present kind of scan.
+// The same with the present objective and laser spot, for the present kind of scan.
 int32_t computeScanArea(ScanArea& area);

@@ -7,11 +7,23 @@
 #include "platform/surface_owners.h"
 #include "screen/screen.h"
 
+#include <iterator>
+
 namespace {
 
 constexpr uint64_t onNoFrame = UINT64_MAX;
 
 uint64_t shownOn = onNoFrame; // number of the frame that it was drawn on
+
+// The points' outline, as it lies on a picture that is turned against the stage.
+void outlineTurned(ContextHandle view) {
+    const double column = scanArea.cols - 1, row = scanArea.rows - 1;
+    const PixelPoint corners[] = {
+        pointOnPresentView(scanArea, 0, 0), pointOnPresentView(scanArea, column, 0),
+        pointOnPresentView(scanArea, column, row), pointOnPresentView(scanArea, 0, row),
+        pointOnPresentView(scanArea, 0, 0)};
+    drawLines(view, corners, static_cast<int>(std::size(corners)), markGreen);
+}
 
 } // namespace
 
@@ -19,6 +31,7 @@ void showScanArea() {
     shownOn = liveViewState.framesShown;
     const WindowContext view(windows.main);
     if (!view.context) return;
+    if (!scanArea.picture.isStraight()) return outlineTurned(view.context);
     const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
     const PixelPoint to = onPresentView(scanArea, scanArea.rectX2, scanArea.rectY2);
     drawRectangle(view.context, from.x, from.y, to.x, to.y, markGreen);

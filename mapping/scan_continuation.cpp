@@ -8,6 +8,7 @@
 #include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
+#include "session/set_up.h"
 
 #include <utility>
 
@@ -45,6 +46,8 @@ bool takeOverScan(JournaledScan scan) {
     // The rows would lie across those that are there.
     if (controllers.axisOrder != conditions.axisOrder)
         return refuse("the axis order is not that of the scan (Configuration)");
+    const std::string other = setUpDifference(conditions.setUpInForce, setUpWords(setUp));
+    if (!other.empty()) return refuse("the set-up is another one, " + other);
     if (!instrumentAnswers(conditions.ammeterKind))
         return refuse("the scan's instrument does not answer: " +
                       narrowed(instrumentKind(conditions.ammeterKind).name));

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <string_view>
@@ -30,6 +31,12 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit("area y2 px", a.rectY2);
     visit("area view scale", a.viewScale);
     visit("folder", folder);
+    visit.added("x per column um", a.picture.xPerColumn);
+    visit.added("x per row um", a.picture.xPerRow);
+    visit.added("y per column um", a.picture.yPerColumn);
+    visit.added("y per row um", a.picture.yPerRow);
+    visit.added("spot correction x um", a.correctionXUm);
+    visit.added("spot correction y um", a.correctionYUm);
     visit.added("continued", scan.continued);
 }
 
@@ -40,7 +47,11 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
                     [&](const ScanNumber& of) { return of.allows(options.*of.value); });
     const bool channelIsThere =
         options.mainChannel >= 0 && options.mainChannel < static_cast<int>(std::size(mainChannels));
-    return allowed && channelIsThere && area.scanStep >= scanStepLowest &&
+    const PictureScale& picture = area.picture;
+    const bool pictureIsThere = picture.umPerColumn() < 100.0 && picture.umPerRow() < 100.0 &&
+                                std::fabs(picture.determinant()) > 1e-9 &&
+                                std::isfinite(area.correctionXUm + area.correctionYUm);
+    return allowed && channelIsThere && pictureIsThere && area.scanStep >= scanStepLowest &&
            area.scanStep <= scanStepHighest && area.viewScale >= 1 && area.viewScale <= 3 &&
            inPicture(area.rectX1, area.rectY1) && inPicture(area.rectX2, area.rectY2);
 }
@@ -49,7 +60,7 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
 bool complete(ScanPlan& plan) {
     const ScanArea written = plan.area;
     computeScanArea(plan.area, plan.laserSpot, plan.confocal);
-    const bool same = plan.area.cols == written.cols && plan.area.rows == written.rows;
+    const bool same = !plan.area.isTooLarge && plan.area.cols == written.cols && plan.area.rows == written.rows;
     plan.area.offsetXUm = written.offsetXUm;
     plan.area.offsetYUm = written.offsetYUm;
     return same;

@@ -6,6 +6,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "motion/axis.h"
+#include "session/set_up.h"
 
 #include <algorithm>
 #include <cmath>
@@ -35,7 +36,8 @@ ScanPlan presentPlan() {
             .laserSpot = cameraState.laserOffset,
             .options = scanSettings.options,
             .axisOrder = controllers.axisOrder,
-            .rowSettleMs = waitAtRowMs};
+            .rowSettleMs = waitAtRowMs,
+            .setUpInForce = setUpWords(setUp)};
 }
 
 uint32_t readingDelayMs(const ScanOptions& options, const InstrumentSettings& settings) {

@@ -32,8 +32,9 @@ struct ScanPlan {
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
     ScanOptions options;
-    int32_t axisOrder = 0;    // of the controllers
-    uint32_t rowSettleMs = 0; // before a row; those of a point are in the options
+    int32_t axisOrder = 0;                // of the controllers
+    uint32_t rowSettleMs = 0;             // before a row; those of a point are in the options
+    std::string setUpInForce = "default"; // its words
     Consent consent = Consent::OfTheOperator;
 
     double firstXUm() const { return homeXUm + area.offsetXUm; }

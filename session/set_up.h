@@ -2,6 +2,8 @@
 // at the start; what does not stand there is as it has always been.
 #pragma once
 
+#include "session/picture_scale.h"
+
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -19,13 +21,9 @@ struct AxisRange {
     double highest = std::numeric_limits<double>::infinity();
 };
 
-// What the microscope makes of the sample with one of its objectives. A pixel of the display
-// picture that lies (columns, rows) from another one, rows upwards, shows a place of the sample
-// that lies the matrix times that from the other's, um along the stage's axes.
-struct Objective {
+// What the microscope makes of the sample with one of its objectives.
+struct Objective : PictureScale {
     std::string name;
-    double xPerColumn = 180.0 / 1232.0, xPerRow = 0.0; // um
-    double yPerColumn = 0.0, yPerRow = 180.0 / 1232.0;
     // Where the laser spot lies on the picture, display pixels, rows from the bottom; -1: wherever
     // Config.txt or the operator says.
     int32_t spotColumn = -1, spotRow = -1;

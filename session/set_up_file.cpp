@@ -37,7 +37,7 @@ void mend(std::vector<std::string>& refused) {
         const SetUp asEver;
         if (field->objective > 0) {
             Objective& broken = setUp.objectives[static_cast<size_t>(field->objective - 1)];
-            broken = {.name = broken.name};
+            static_cast<PictureScale&>(broken) = {};
         } else if (field->name.starts_with("highest ")) {
             setUp.ranges[static_cast<size_t>(field->name[8] - 'X')] = {};
         } else if (field->name == "lamp pin") {

@@ -304,9 +304,11 @@ void endLostDrag() {
 }
 
 bool areaConfirmed(int widthPx, int heightPx) {
-    const double umPerPixel = fieldWidthUm / fieldWidthPx * display.drawnRectangle.viewScale;
+    const Objective& objective = setUp.objective();
+    const int32_t scale = display.drawnRectangle.viewScale;
     const std::string caption =
-        formatted("Area: %.1f um x %.1f um", widthPx * umPerPixel, heightPx * umPerPixel);
+        formatted("Area: %.1f um x %.1f um", widthPx * (objective.umPerColumn() * scale),
+                  heightPx * (objective.umPerRow() * scale));
     return showMessageBox(windows.main, "Do you want to set it for next scan area", caption.c_str(),
                           BoxButtons::YesNo) == BoxAnswer::Yes;
 }
