@@ -131,6 +131,7 @@ void shutDown() {
     closeLaserLink(laserLink);
     releaseCamera(cameraState);
     stopAllStages();
+    keepPlaces();
     closeAllStages();
     disconnectInstrument();
     for (const std::string& left : {lightLeftOn(), biasLeftOn()})

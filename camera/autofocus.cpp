@@ -12,6 +12,7 @@
 #include "session/live_view_timer.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "session/stopwatch.h"
 
 #include <algorithm>
@@ -170,7 +171,7 @@ SweepEnd goToStart(FocusState& state, const SweepLevel& sweep, double& startUm) 
 
 void goToPeak(FocusState& state, const FocusCurve& curve) {
     stopStage(stageZ);
-    setSpeed(stageZ, focusSpeed);
+    setSpeed(stageZ, setUp.focusSpeed);
     if (curve.clearPeak) goesOn(state, moveTo(stageZ, curve.positionUm[curve.peak]));
     const std::string lastLine = state.text;
     std::snprintf(state.text, sizeof state.text,
@@ -179,7 +180,7 @@ void goToPeak(FocusState& state, const FocusCurve& curve) {
 }
 
 void takeUpPlay(FocusState& state) {
-    setSpeed(stageZ, focusSpeed);
+    setSpeed(stageZ, setUp.focusSpeed);
     if (!goesOn(state, moveBy(stageZ, 1.0))) return;
     waitResponsive(50);
     goesOn(state, moveBy(stageZ, -1.0));

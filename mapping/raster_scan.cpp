@@ -450,7 +450,8 @@ void Scan::scanAllRows() {
     waitResponsive(500);
 
     const double rowUm = (area.cols - 1) * area.scanStep;
-    pace = ScanPace(area.cols, area.rows - firstRow, rowUm / (motorSpeed * umPerFullStep) * 1000.0);
+    pace = ScanPace(area.cols, area.rows - firstRow,
+                    rowUm / (speedOf(stageX, motorSpeed) * umPerStepOf(stageX)) * 1000.0);
     const WindowContext view(windows.main); // the scan's own, for its markers
     for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
         if (!scanRow(view, row)) {

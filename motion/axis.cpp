@@ -2,12 +2,15 @@
 #include "motion/axis.h"
 
 #include "motion/controller_names.h"
+#include "motion/kept_places.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
+#include "session/announce.h"
 #include "session/device_report.h"
 #include "session/forced_end.h"
+#include "session/message_box.h"
 #include "session/process.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
@@ -15,11 +18,13 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <utility>
 #include <vector>
 
 StageAxis stageX, stageY, stageZ;
@@ -43,7 +48,7 @@ const AxisSlot axes[axisCount] = {{stageX, controllers.deviceX_name},
                                   {stageY, controllers.deviceY_name},
                                   {stageZ, controllers.deviceZ_name}};
 
-const char* closedBecause[axisCount] = {"no controller", "no controller", "no controller"};
+std::string closedBecause[axisCount] = {"no controller", "no controller", "no controller"};
 
 char letterOf(const StageAxis& axis) {
     return "XYZ"[indexOf(axis)];
@@ -134,41 +139,53 @@ bool writeEngine(StageAxis& axis, const engine_settings_t& engine) {
                     [&] { return ximc.set_engine_settings(axis.deviceId, &engine); });
 }
 
+const AxisDrive& driveOf(const StageAxis& axis) {
+    return setUp.drives[indexOf(axis)];
+}
+
+// 1 where its controller counts up as the program does.
+int32_t signOf(const StageAxis& axis) {
+    return driveOf(axis).reversed ? -1 : 1;
+}
+
 // Why an axis is not driven whose controller counts in other steps: it would go to other places
-// than it is told.
-const char* whyNotDriven(StageAxis& axis) {
-    if (!axis.engineKnown) return nullptr;
+// than it is told. Empty when it is.
+std::string whyNotDriven(StageAxis& axis) {
+    if (!axis.engineKnown) return {};
     const engine_settings_t& engine = axis.engine;
-    if (engine.MicrostepMode != MICROSTEP_MODE_FRAC_256) {
-        refused(axis, formatted("microstep mode %u instead of %u (1/256), it is not driven",
-                                engine.MicrostepMode, MICROSTEP_MODE_FRAC_256));
-        return "not driven, its microsteps are not 1/256";
+    const AxisDrive& drive = driveOf(axis);
+    const auto mode =
+        static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(drive.microsteps)));
+    if (engine.MicrostepMode != mode) {
+        refused(axis, formatted("microstep mode %u instead of %u (1/%d), it is not driven",
+                                engine.MicrostepMode, mode, drive.microsteps));
+        return formatted("not driven, its microsteps are not 1/%d", drive.microsteps);
     }
-    if (engine.StepsPerRev != static_cast<uint32_t>(fullStepsPerTurn)) {
-        refused(axis, formatted("%u steps per turn instead of %.0f, it is not driven",
-                                engine.StepsPerRev, fullStepsPerTurn));
-        return "not driven, its motor has not 200 steps per turn";
+    if (engine.StepsPerRev != static_cast<uint32_t>(drive.fullStepsPerTurn)) {
+        refused(axis, formatted("%u steps per turn instead of %d, it is not driven",
+                                engine.StepsPerRev, drive.fullStepsPerTurn));
+        return formatted("not driven, its motor has not %d steps per turn", drive.fullStepsPerTurn);
     }
-    return nullptr;
+    return {};
 }
 
 void configureAxis(size_t i, int32_t speed) {
     StageAxis& axis = axes[i].axis;
     axis.engineKnown = false;
     axis.engine = {};
-    axis.engine.NomSpeed = static_cast<uint32_t>(speed);
+    axis.engine.NomSpeed = static_cast<uint32_t>(speedOf(axis, speed));
     if (!canBeAsked(axis)) return;
     axis.engineKnown = answered(axis, "get_engine_settings", [&] {
         return ximc.get_engine_settings(axis.deviceId, &axis.engine);
     });
-    if (const char* why = whyNotDriven(axis)) {
+    if (const std::string why = whyNotDriven(axis); !why.empty()) {
         closeStage(axis);
         axis.axisNumber = 0;
         closedBecause[i] = why;
         return;
     }
     engine_settings_t wanted = axis.engine;
-    wanted.NomSpeed = static_cast<uint32_t>(speed);
+    wanted.NomSpeed = static_cast<uint32_t>(speedOf(axis, speed));
     wanted.EngineFlags &= ~ENGINE_ACCEL_ON;
     wanted.EngineFlags |= ENGINE_LIMIT_RPM;
     // A record that was not read holds no motor current and no microsteps: not for a motor. Its
@@ -222,6 +239,7 @@ void openAxis(size_t i, const std::string& name) {
     axis.status = axis.powerTold = {};
     axis.told.clear();
     axis.missed = Miss::Nothing;
+    axis.placeLost = axis.hasMoved = false;
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
@@ -287,15 +305,75 @@ void printNotArrived(const StageAxis& axis) {
                             status.Flags, status.GPIOFlags));
 }
 
-StepCount stepsOf(double um) {
-    const double steps = fullStepsOf(um);
-    double full = std::floor(steps);
-    StepCount count{truncated(full), truncated((steps - full) * microstepsPerFullStep)};
-    if (count.microsteps >= 256) {
+double umPerStepOf(const StageAxis& axis) {
+    const AxisDrive& drive = driveOf(axis);
+    return drive.umPerTurn / drive.fullStepsPerTurn;
+}
+
+int32_t speedOf(const StageAxis& axis, int32_t speed) {
+    return std::clamp(speed * driveOf(axis).speed / motorSpeed, 10, 800);
+}
+
+double fullStepsOf(const StageAxis& axis, double um) {
+    const AxisDrive& drive = driveOf(axis);
+    return signOf(axis) * um * drive.fullStepsPerTurn / drive.umPerTurn;
+}
+
+StepCount stepsOf(const StageAxis& axis, double um) {
+    const double steps = fullStepsOf(axis, um);
+    const double full = std::floor(steps);
+    const int32_t microsteps = driveOf(axis).microsteps;
+    StepCount count{truncated(full), truncated((steps - full) * microsteps)};
+    if (count.microsteps >= microsteps) {
         count.fullSteps += 1;
-        count.microsteps %= 256;
+        count.microsteps %= microsteps;
     }
     return count;
+}
+
+namespace {
+
+// Its limits are then somewhere else, and its objective may be nearer to the sample than it says.
+void lookWhetherPlaceIsLost(size_t i) {
+    StageAxis& axis = axes[i].axis;
+    if (!canBeAsked(axis)) return;
+    axis.placeLost =
+        axis.status.uCurPosition == 0 && placeIsLost(i, axes[i].name, axis.status.CurPosition);
+    if (axis.placeLost)
+        announce(Severity::Trouble,
+                 nameOf(axis) + " has lost its place (its controller counts 0): the limits of "
+                                "Setup.ini are elsewhere now");
+}
+
+bool movesWithoutItsPlace(StageAxis& axis) {
+    if (!axis.placeLost || &axis != &stageZ) return true;
+    const bool yes =
+        showMessageBox(windows.main,
+                       "The controller of Z has lost its place: it counts 0, and did not when it "
+                       "was last seen. The highest Z of Setup.ini is elsewhere now.\n\nMove Z all "
+                       "the same?",
+                       "Stage Z", BoxButtons::YesNo) == BoxAnswer::Yes;
+    if (yes)
+        axis.placeLost = false;
+    else
+        axis.missed = Miss::PlaceLost;
+    return yes;
+}
+
+// From here on a count of 0 at an opening says that the place was lost.
+void noteFirstMove(StageAxis& axis) {
+    if (std::exchange(axis.hasMoved, true)) return;
+    const size_t i = indexOf(axis);
+    const int32_t steps = axis.status.CurPosition;
+    keepPlace(i, axes[i].name, steps != 0 ? steps : 1);
+}
+
+} // namespace
+
+void keepPlaces() {
+    for (size_t i = 0; i < axisCount; ++i)
+        if (axes[i].axis.hasMoved && canBeAsked(axes[i].axis) && readStatus(axes[i].axis))
+            keepPlace(i, axes[i].name, axes[i].axis.status.CurPosition);
 }
 
 bool openStages(int32_t order, int32_t speed) {
@@ -325,6 +403,7 @@ bool openStages(int32_t order, int32_t speed) {
 
     for (size_t i = 0; i < axisCount; ++i) configureAxis(i, speed);
     for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
+    for (size_t i = 0; i < axisCount; ++i) lookWhetherPlaceIsLost(i);
     return std::any_of(std::begin(axes), std::end(axes),
                        [](const AxisSlot& slot) { return slot.axis.axisNumber != 0; });
 }
@@ -343,7 +422,7 @@ std::string axisList() {
     std::string lines;
     for (size_t i = 0; i < axisCount; ++i) {
         const StageAxis& axis = axes[i].axis;
-        std::string state = axis.axisNumber == 0 ? closedBecause[i] : axes[i].name;
+        std::string state = axis.axisNumber == 0 ? closedBecause[i] : std::string(axes[i].name);
         if (axisIsOut(axis)) state += axisIsLost(axis) ? " (lost)" : ", " + axis.told;
         lines += formatted("%c: %s\n", letterOf(axis), state.c_str());
     }
@@ -364,9 +443,10 @@ double readRestingPosition(StageAxis& axis) {
     if (!canBeAsked(axis) || !readStatus(axis)) return axis.positionUm;
     axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
     axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
-    double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
-                   axis.status.uCurPosition / microstepsPerFullStep;
-    axis.positionUm = steps * umPerFullStep;
+    if (driveOf(axis).reversed) std::swap(axis.rightLimitOn, axis.leftLimitOn);
+    const double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
+                         axis.status.uCurPosition / static_cast<double>(driveOf(axis).microsteps);
+    axis.positionUm = signOf(axis) * steps * umPerStepOf(axis);
     return axis.positionUm;
 }
 
@@ -379,7 +459,7 @@ void setPosition(StageAxis& axis, double um) {
     if (!readStatus(axis)) return;
     sleepMs(100);
     if (!readStatus(axis)) return;
-    axis.zeroOffsetSteps = axis.status.CurPosition - truncated(fullStepsOf(um));
+    axis.zeroOffsetSteps = axis.status.CurPosition - truncated(fullStepsOf(axis, um));
     axis.positionUm = um;
 }
 
@@ -394,7 +474,7 @@ void setSpeed(StageAxis& axis, int32_t speed) {
 }
 
 double ofController(const StageAxis& axis, double um) {
-    return um + axis.zeroOffsetSteps * umPerFullStep;
+    return um + signOf(axis) * axis.zeroOffsetSteps * umPerStepOf(axis);
 }
 
 bool mayGoTo(StageAxis& axis, double um) {
@@ -432,7 +512,9 @@ bool startMoveTo(StageAxis& axis, double um) {
         printNotArrived(axis);
         return false;
     }
-    StepCount steps = stepsOf(um);
+    if (!movesWithoutItsPlace(axis)) return false;
+    noteFirstMove(axis);
+    const StepCount steps = stepsOf(axis, um);
     const double counts = static_cast<double>(steps.fullSteps) + axis.zeroOffsetSteps;
     axis.missed = Miss::Stalled; // until it has come
     stayWhereTheProgramEnds();   // the stage has been stopped

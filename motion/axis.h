@@ -9,13 +9,13 @@
 #include <cstdint>
 #include <string>
 
-constexpr double fullStepsPerTurn = 200.0;
-constexpr double umPerTurn = 250.0; // pitch of the stage's lead screw drive
-constexpr double umPerFullStep = umPerTurn / fullStepsPerTurn;
+// As built; setUp.drives has those of this stage.
+constexpr double umPerFullStep = 250.0 / 200.0;
 constexpr double microstepsPerFullStep = 256.0;
 
-constexpr int32_t motorSpeed = 500; // full steps per second: opening, scans, two-axis moves
-constexpr int32_t focusSpeed = 300; // full steps per second: Z moves typed by the operator
+// Full steps per second of the stage as built, at openings, in scans and moves of two axes: what a
+// speed is asked for in. speedOf makes the axis' own of it.
+constexpr int32_t motorSpeed = 500;
 
 struct StageAxis {
     uint32_t axisNumber = 0; // 0 no controller, 1 X, 2 Y, 3 Z
@@ -31,6 +31,8 @@ struct StageAxis {
     std::string told;            // trouble of its controller that the operator has been told of
     status_t powerTold{};        // the last status whose power was told
     Miss missed = Miss::Nothing; // why the last move or look did not find it at its target
+    bool placeLost = false;      // its controller counts 0 and did not when it was last seen
+    bool hasMoved = false;       // since it was opened
 };
 
 extern StageAxis stageX, stageY, stageZ;
@@ -51,8 +53,8 @@ struct StageControllers {
 extern StageControllers controllers;
 
 // Finds and opens the controllers and calls the present place 0 um on every axis. Which drives
-// which says namesOfAxes. One that does not open, does not count 256 microsteps or has a motor of
-// other than 200 steps per turn is not driven. One that had been lost is stopped first. False when
+// which says namesOfAxes. One that does not open, or whose microsteps or steps per turn are not
+// those of the set-up, is not driven. One that had been lost is stopped first. False when
 // none is driven.
 bool openStages(int32_t order, int32_t speed);
 
@@ -98,7 +100,8 @@ double ofController(const StageAxis& axis, double um);
 bool mayGoTo(StageAxis& axis, double um);
 
 // True when the move was started or the axis is there already; false without a controller, towards
-// an active limit switch and beyond a limit of the set-up.
+// an active limit switch and beyond a limit of the set-up. Before the first move of a Z whose
+// controller has lost its place the operator is asked; without a Yes it does not move.
 bool startMoveTo(StageAxis& axis, double um);
 
 // Whether the controller said at the last look that it is on its way.
@@ -117,14 +120,21 @@ void stopStage(StageAxis& axis);
 void stopAllStages();
 void closeAllStages();
 
-// Micrometres to the controller's counts: microsteps 0..255.
+double umPerStepOf(const StageAxis& axis); // full step, by the set-up
+
+// What the set-up makes of a speed that is asked for in those of the stage as built: full steps per
+// second, 10 to 800.
+int32_t speedOf(const StageAxis& axis, int32_t speed);
+
+// The controllers' counts go into Options.ini: at the end, for the next start.
+void keepPlaces();
+
+// Micrometres to the controller's counts: microsteps from 0 to less than a full step has.
 struct StepCount {
     int32_t fullSteps;
     int32_t microsteps;
 };
-StepCount stepsOf(double um);
+StepCount stepsOf(const StageAxis& axis, double um);
 
-// The same before it is cut into two.
-constexpr double fullStepsOf(double um) {
-    return um * fullStepsPerTurn / umPerTurn;
-}
+// The same before it is cut into two; its sign is the controller's.
+double fullStepsOf(const StageAxis& axis, double um);

@@ -60,7 +60,8 @@ const char* nameOf(Miss cause) {
                                               "stalled",
                                               "moved away",
                                               "software limit",
-                                              "play not taken up"};
+                                              "play not taken up",
+                                              "its controller has lost its place"};
     return names[static_cast<size_t>(cause)];
 }
 

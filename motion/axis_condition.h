@@ -19,8 +19,9 @@ enum class Miss : uint8_t {
     MovedAway,   // it had arrived there
     BeyondLimit, // it was not sent: its target is beyond a limit of the set-up
     PlayLeft,    // it stands there, and its carriage beside it: the play was not taken up
+    PlaceLost,   // it was not sent: its controller counts from another place than before
 };
-constexpr int missCount = 11;
+constexpr int missCount = 12;
 const char* nameOf(Miss cause); // as the operator is told; empty for Nothing
 
 // What of the status makes the controller's count no place of the stage: an alarm, lost steps,

@@ -164,7 +164,7 @@ private:
 };
 
 double travelMs(const StageAxis& axis, double targetUm) {
-    const double umPerSecond = std::max(axis.engine.NomSpeed, 1u) * umPerFullStep;
+    const double umPerSecond = std::max(axis.engine.NomSpeed, 1u) * umPerStepOf(axis);
     return std::fabs(targetUm - axis.positionUm) / umPerSecond * 1000.0;
 }
 
@@ -190,6 +190,15 @@ struct TwoAxes {
     double targetA;
     double targetB;
 
+    // In the um that a stage as built goes in as many steps.
+    static double wayOf(const StageAxis& axis, double distanceUm) {
+        return distanceUm * (umPerFullStep / umPerStepOf(axis));
+    }
+    double wayA() const { return wayOf(a, distanceA()); }
+    double wayB() const { return wayOf(b, distanceB()); }
+    bool aLeads(int32_t speed) const {
+        return wayA() / speedOf(a, speed) > wayB() / speedOf(b, speed);
+    }
     double distanceA() const { return std::fabs(targetA - a.positionUm); }
     double distanceB() const { return std::fabs(targetB - b.positionUm); }
     double longestUm() const { return std::max(distanceA(), distanceB()); }
@@ -201,16 +210,21 @@ struct TwoAxes {
     }
 };
 
-// Starts both, the longer way at `speed`; returns the milliseconds that the way takes.
+// Starts both, the one with the longer way at `speed`; returns the milliseconds that the way takes
+// at a um a step.
 double startTogether(const TwoAxes& pair, int32_t speed) {
-    const bool aLeads = pair.distanceA() > pair.distanceB();
-    const double timeMs = pair.longestUm() * 1000.0 / speed;
-    const double shorter = std::min(pair.distanceA(), pair.distanceB());
-    int32_t shorterSpeed = timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speed;
+    const bool aLeads = pair.aLeads(speed);
+    StageAxis& leader = aLeads ? pair.a : pair.b;
+    StageAxis& other = aLeads ? pair.b : pair.a;
+    const int32_t leaderSpeed = speedOf(leader, speed);
+    const double timeMs = (aLeads ? pair.wayA() : pair.wayB()) * 1000.0 / leaderSpeed;
+    const double shorter = aLeads ? pair.wayB() : pair.wayA();
+    int32_t shorterSpeed =
+        timeMs > 0.0 ? truncated(shorter * 1000.0 / timeMs) : speedOf(other, speed);
     // At speed 0 a short way beside a long one would never be gone; no way keeps its speed.
     if (shorter > 0.0) shorterSpeed = std::max(shorterSpeed, 1);
-    setSpeed(pair.a, aLeads ? speed : shorterSpeed);
-    setSpeed(pair.b, aLeads ? shorterSpeed : speed);
+    setSpeed(pair.a, aLeads ? leaderSpeed : shorterSpeed);
+    setSpeed(pair.b, aLeads ? shorterSpeed : leaderSpeed);
     startMoveTo(pair.a, pair.targetA);
     if (!axisIsOut(pair.a)) startMoveTo(pair.b, pair.targetB);
     return timeMs;
@@ -220,7 +234,7 @@ double startTogether(const TwoAxes& pair, int32_t speed) {
 class PairWatch {
 public:
     PairWatch(const TwoAxes& watched, const ArrivalTiming& timing)
-        : pair(watched), looksEarly(timing.looksEarly), aLeads(pair.distanceA() > pair.distanceB()),
+        : pair(watched), looksEarly(timing.looksEarly), aLeads(pair.wayA() > pair.wayB()),
           aGoes(pair.distanceA() > 0.0), bGoes(pair.distanceB() > 0.0), period(timing) {}
 
     // One look. True when the move has ended: `atTarget` says whether there.
@@ -412,7 +426,10 @@ bool moveOneAxis(StageAxis& axis, double um, const ArrivalTiming& timing) {
     }
     // Micrometres less steps: it only sizes the time-out, and those of today have proved
     // themselves.
-    const double distance = std::fabs(um - fullStepsOf(axis.positionUm));
+    const bool asBuilt = umPerStepOf(axis) == umPerFullStep;
+    const double distance =
+        asBuilt ? std::fabs(um - std::fabs(fullStepsOf(axis, 1.0)) * axis.positionUm)
+                : std::fabs(fullStepsOf(axis, um - axis.positionUm));
     const int32_t baseMs = truncated(distance * 1000.0 / axis.engine.NomSpeed);
     if (axis.positionUm == um && !axisIsOut(axis)) return true;
     if (!startMoveTo(axis, um)) return false;
@@ -485,8 +502,8 @@ bool movePair(StageAxis& a, StageAxis& b, double targetA, double targetB, int32_
         stopUnlessOut(a);
         stopUnlessOut(b);
     }
-    setSpeed(a, speed);
-    setSpeed(b, speed);
+    setSpeed(a, speedOf(a, speed));
+    setSpeed(b, speedOf(b, speed));
     showProgress(formatted("count:%d Dist. to move %.1lfum", watch.waits, distanceUm).c_str());
     if (!watch.atTarget) {
         dropNudge(a);

@@ -77,6 +77,7 @@ void readPositions() {
 
 void reconnectStages() {
     stopAllStages();
+    keepPlaces();
     closeAllStages();
     connectStagesAndTell("Standa device found");
     refreshPositions();

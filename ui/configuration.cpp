@@ -164,6 +164,7 @@ void takeAxisOrder() {
 void connectStages() {
     takeAxisOrder();
     stopAllStages();
+    keepPlaces();
     closeAllStages();
     const bool connected = connectStagesAndTell(nullptr);
     checkInDialog(idConnectStages, connected);

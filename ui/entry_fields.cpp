@@ -14,6 +14,7 @@
 #include "session/message_box.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "ui/commands.h"
 
 #include <algorithm>
@@ -63,7 +64,7 @@ void enterXyPosition(Field field, StageAxis& axis) {
     }
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     switchLiveView(LiveView::Off);
-    moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), motorSpeed);
+    moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), speedOf(axis, motorSpeed));
 }
 
 void applyCameraSettings() {
@@ -128,7 +129,7 @@ void enterPositionZ() {
             BoxAnswer::Yes)
             return;
     }
-    moveTyped(stageZ, target, focusSpeed);
+    moveTyped(stageZ, target, setUp.focusSpeed);
 }
 
 void enterLaserIntensity() {

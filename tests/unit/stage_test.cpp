@@ -30,7 +30,7 @@ TEST_F(StageTest, MicrometresBecomeStepsAndMicrosteps) {
                  {1.2, 0, 245},   {-1e-17, 0, 0}, // 256 microsteps carry
                  {250.0, 200, 0}, {-0.001, -1, 255}};
     for (const auto& each : cases) {
-        const StepCount steps = stepsOf(each.um);
+        const StepCount steps = stepsOf(stageX, each.um);
         EXPECT_EQ(steps.fullSteps, each.full) << each.um;
         EXPECT_EQ(steps.microsteps, each.micro) << each.um;
     }

@@ -1,0 +1,29 @@
+// Keeps the controllers' counts.
+#include "motion/kept_places.h"
+
+#include "session/options.h"
+
+namespace {
+
+std::string nameFor(size_t axis) {
+    return std::string("stage ") + "XYZ"[axis] + " stood at (steps, controller)";
+}
+
+std::string textOf(int32_t steps, const std::string& controller) {
+    return std::to_string(steps) + " " + controller;
+}
+
+} // namespace
+
+bool placeIsLost(size_t axis, const std::string& controller, int32_t steps) {
+    if (steps != 0) return false;
+    const std::string kept = readOption(nameFor(axis));
+    const size_t blank = kept.find(' ');
+    return blank != std::string::npos && kept.substr(blank + 1) == controller &&
+           kept != textOf(0, controller);
+}
+
+bool keepPlace(size_t axis, const std::string& controller, int32_t steps) {
+    const std::string text = textOf(steps, controller);
+    return readOption(nameFor(axis)) == text || writeOptions({{nameFor(axis), text}});
+}

@@ -1,0 +1,13 @@
+// Where the stage's controllers stood, kept in Options.ini: a controller that has lost its supply
+// counts from 0 wherever the stage stands, and then no limit of the set-up is where it was.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Whether a controller that counts `steps` (full ones) now has lost its place since keepPlace.
+bool placeIsLost(size_t axis, const std::string& controller, int32_t steps);
+
+// False when Options.ini was not written.
+bool keepPlace(size_t axis, const std::string& controller, int32_t steps);
