@@ -662,13 +662,33 @@ void saveScanAtForcedEnd() {
     if (saved && whole && onWindowThread()) removeJournal();
 }
 
+namespace {
+
+// Nowhere may it have to stop half-way; empty when all of it can be reached.
+std::string beyondLimit(const ScanPlan& plan) {
+    const double lastX = plan.firstXUm() + (plan.area.cols - 1) * plan.area.scanStep;
+    const double lastY = plan.firstYUm() + (plan.area.rows - 1) * plan.area.scanStep;
+    for (const double x : {plan.firstXUm() - plan.runInUm(), lastX})
+        if (const std::string why = beyondLimit(stageX, x); !why.empty()) return why;
+    for (const double y : {plan.firstYUm(), lastY})
+        if (const std::string why = beyondLimit(stageY, y); !why.empty()) return why;
+    return {};
+}
+
+// Empty when it can be; takes over what is set at the instrument.
+std::string whyNotStarted(ScanPlan& plan) {
+    if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
+    if (const std::string why = beyondLimit(plan); !why.empty()) return why;
+    return askSettings(plan) ? "" : "the instrument does not say what is set at it";
+}
+
+} // namespace
+
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;
-    if (!plan.area.isTooLarge && askSettings(asked)) return Scan(asked).run(nullptr);
-    Outcome told{.end = ProcessEnd::Declined,
-                 .lastWords = "Not started: the instrument does not say what is set at it"};
-    if (plan.area.isTooLarge)
-        told.lastWords = "Not started: more than 36 million points, take a larger step";
+    const std::string why = whyNotStarted(asked);
+    if (why.empty()) return Scan(asked).run(nullptr);
+    Outcome told{.end = ProcessEnd::Declined, .lastWords = "Not started: " + why};
     showInformation(told.lastWords.c_str());
     return told;
 }

@@ -477,17 +477,22 @@ double ofController(const StageAxis& axis, double um) {
     return um + signOf(axis) * axis.zeroOffsetSteps * umPerStepOf(axis);
 }
 
-bool mayGoTo(StageAxis& axis, double um) {
-    if (axis.axisNumber == 0) return true;
+std::string beyondLimit(const StageAxis& axis, double um) {
+    if (axis.axisNumber == 0) return {};
     const AxisRange& range = setUp.ranges[indexOf(axis)];
     const double place = ofController(axis, um), zero = place - um;
     const bool tooHigh = place > range.highest && um > axis.positionUm;
     const bool tooLow = place < range.lowest && um < axis.positionUm;
-    if (!tooHigh && !tooLow) return true;
+    if (!tooHigh && !tooLow) return {};
+    return formatted("%s: %.1f um is beyond its %s place, %.1f um", nameOf(axis).c_str(), um,
+                     tooHigh ? "highest" : "lowest",
+                     (tooHigh ? range.highest : range.lowest) - zero);
+}
+
+bool mayGoTo(StageAxis& axis, double um) {
+    const std::string words = beyondLimit(axis, um);
+    if (words.empty()) return true;
     axis.missed = Miss::BeyondLimit;
-    const std::string words =
-        formatted("%s: %.1f um is beyond its %s place, %.1f um", nameOf(axis).c_str(), um,
-                  tooHigh ? "highest" : "lowest", (tooHigh ? range.highest : range.lowest) - zero);
     print(words);
     showInformation(words.c_str());
     return false;

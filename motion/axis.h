@@ -95,8 +95,11 @@ void setSpeed(StageAxis& axis, int32_t speed);
 // By the controller's own count, um.
 double ofController(const StageAxis& axis, double um);
 
-// Whether the set-up (Setup.ini) lets the axis go there; a way back is open to one that stands
-// beyond a limit. Where it does not, that is said in the information text and on standard output.
+// Why the set-up (Setup.ini) does not let the axis go there; empty when it does. A way back is open
+// to one that stands beyond a limit.
+std::string beyondLimit(const StageAxis& axis, double um);
+
+// Whether it does. Where it does not, that is said in the information text and on standard output.
 bool mayGoTo(StageAxis& axis, double um);
 
 // True when the move was started or the axis is there already; false without a controller, towards

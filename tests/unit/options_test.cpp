@@ -48,6 +48,52 @@ TEST_F(OptionsTest, SetUpTakesWhatItCanAndSaysTheRest) {
     EXPECT_EQ(setUp.boardKeepAliveS, 30);
 }
 
+TEST_F(OptionsTest, SetUpIsWrittenAndReadFieldByField) {
+    writeDesktopFile("KST_Data/Setup.ini", "# ours\nfrom another program = 1\n");
+    ::SetUp changed;
+    changed.objectives.resize(2);
+    changed.objectiveInUse = 2;
+    Objective& second = changed.objectives[1];
+    second.name = "50x, long";
+    second.xPerColumn = -0.2346311;
+    second.yPerColumn = 1.0 / 3.0e2;
+    second.yPerRow = 0.2346311;
+    changed.drives[1].reversed = true;
+    changed.drives[1].microsteps = 64;
+    changed.ranges[2].highest = 812.5;
+    changed.scopeAmplifier = {1e5, true, 0.012};
+    changed.laserPower = {{0.0, 0.0}, {4.0, 11.5}, {16.0, 46.25}};
+    ASSERT_EQ(faultIn(changed).words, "");
+    ASSERT_TRUE(keepSetUp(changed));
+    setUp = {};
+    EXPECT_EQ(readSetUp(),
+              std::vector<std::string>{"Setup.ini, line 2: \"from another program\" is not known"});
+    for (const SetUpField& field : setUpFields(changed))
+        EXPECT_EQ(textOf(field, setUp), textOf(field, changed)) << field.name;
+    EXPECT_EQ(contentOf("KST_Data/Setup.ini").substr(0, 7), "# ours\n");
+    // What shapes no map does not hold up a scan that is to go on; the other objective neither.
+    const std::string before = setUpWords(changed);
+    changed.ranges[2].highest = 1.0;
+    changed.objectives[0].xPerColumn = changed.objectives[0].yPerRow = 1.0;
+    EXPECT_EQ(setUpWords(changed), before);
+    changed.drives[1].microsteps = 256;
+    changed.drives[0].umPerTurn = 500.0;
+    EXPECT_EQ(setUpDifference(before, setUpWords(changed)),
+              "Y microsteps per full step: 64 became default; X um per turn: default became 500");
+    EXPECT_EQ(setUpWords(::SetUp()), "default");
+    // Between the lines, each for itself; the rest of the file holds.
+    writeDesktopFile("KST_Data/Setup.ini", "objective 1 Y per row (um) = 0.3\n"
+                                           "lowest X (um) = 5\nhighest X (um) = 4\n"
+                                           "X microsteps per full step = 3\nlamp pin = 5\n"
+                                           "Z um per turn = nan\nobjective in use = 8\n"
+                                           "laser power (uA:uW) = 4:1 3:2\nfocus speed (full "
+                                           "steps/s) = 100");
+    EXPECT_EQ(readSetUp().size(), 7u);
+    EXPECT_EQ(faultIn(setUp).words, "");
+    EXPECT_EQ(setUp.focusSpeed, 100);
+    EXPECT_EQ(setUpWords(setUp), "default");
+}
+
 TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {
     ASSERT_TRUE(writeOptions({{"a", "1"}}));
     refusedFile = "Options.ini.tmp";

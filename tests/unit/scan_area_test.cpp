@@ -5,9 +5,55 @@
 #include "mapping/scan_options.h"
 #include "tests/doubles/doubles.h"
 
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
 namespace {
 
 using ScanAreaTest = LabTest;
+
+// Whichever way the camera is turned: the scan covers what was drawn, and no more than that by the
+// corners of a turned rectangle; its points are shown where they are.
+TEST_F(ScanAreaTest, HoldsWhatWasDrawnOnATurnedPicture) {
+    const PicturePoint spot{650, 480};
+    for (const bool mirrored : {false, true})
+        for (const double degrees : {1.3, 90.0, 181.3, -91.0})
+            for (const int32_t viewScale : {1, 3}) {
+                const double turn = degrees * std::numbers::pi / 180.0, um = 0.2346;
+                const double side = mirrored ? -1.0 : 1.0;
+                ScanArea area;
+                area.picture = {um * std::cos(turn) * side, -um * std::sin(turn),
+                                um * std::sin(turn) * side, um * std::cos(turn)};
+                area.viewScale = viewScale;
+                area.scanStep = 0.7;
+                area.rectX1 = 500, area.rectY1 = 420, area.rectX2 = 700, area.rectY2 = 560;
+                computeScanArea(area, spot, false);
+                const double lastX = area.offsetXUm + (area.cols - 1) * area.scanStep;
+                const double lastY = area.offsetYUm + (area.rows - 1) * area.scanStep;
+                const auto laserTo = [&](double column, double row) {
+                    const StageVector v = area.picture.umOf(
+                        {column - spot.x, row - spot.y}); // um that the stage has to go
+                    return StageVector{v.x + area.correctionXUm, v.y + area.correctionYUm};
+                };
+                double leastX = 1e9, mostX = -1e9, leastY = 1e9, mostY = -1e9;
+                for (const double x : {500.0, 700.0})
+                    for (const double y : {420.0, 560.0}) {
+                        const StageVector v =
+                            laserTo(616 + (x - 616) * viewScale, 514 - (y - 514) * viewScale);
+                        leastX = std::min(leastX, v.x), mostX = std::max(mostX, v.x);
+                        leastY = std::min(leastY, v.y), mostY = std::max(mostY, v.y);
+                    }
+                EXPECT_NEAR(area.offsetXUm, leastX, 0.001) << degrees << mirrored;
+                EXPECT_NEAR(area.offsetYUm, leastY, 0.001) << degrees << mirrored;
+                EXPECT_TRUE(lastX > mostX - 0.701 && lastX <= mostX + 0.001) << degrees;
+                EXPECT_TRUE(lastY > mostY - 0.701 && lastY <= mostY + 0.001) << degrees;
+                const PixelPoint shown = pointOnPresentView(area, 20, 10);
+                const StageVector v = laserTo(shown.x, 1028 - shown.y); // on the live picture
+                EXPECT_NEAR(v.x, area.offsetXUm + 14.0, um * 2.0) << degrees;
+                EXPECT_NEAR(v.y, area.offsetYUm + 7.0, um * 2.0) << degrees;
+            }
+}
 
 TEST_F(ScanAreaTest, GridAndDrawnSize) {
     const struct {
