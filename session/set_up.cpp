@@ -30,7 +30,9 @@ std::optional<double> numberIn(const std::string& text) {
 
 std::string textOf(double number) {
     char text[40];
-    return {text, std::to_chars(text, std::end(text), number).ptr};
+    const bool plain = number == 0.0 || (std::fabs(number) >= 1e-4 && std::fabs(number) < 1e9);
+    const auto format = plain ? std::chars_format::fixed : std::chars_format::general;
+    return {text, std::to_chars(text, std::end(text), number, format).ptr};
 }
 
 // "0:0 4:11.5 16:46": pairs that ascend in their first number, none of them negative.
