@@ -83,6 +83,7 @@ bool startUp(int showCommand) {
     prepareDataFolders(dataFolders);
     logEvent("Lumascan " LUMASCAN_VERSION " starts");
     const std::vector<std::string> refused = readSetUp();
+    prepareOffCommands();
     if (const std::string words = setUpWords(setUp); words != "default")
         logEvent("Set-up: " + words);
     std::vector<std::string> unread;

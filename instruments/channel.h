@@ -3,12 +3,25 @@
 
 // What a number means, as it stands in the maps.
 struct Unit {
-    const char* name;        // the true unit of a value: "V", "uA" or "A"
-    double perValue;         // times the value it is in the SI's unit
-    const char* si;          // that unit: "A" or "V"
-    const char* label;       // beside the measured value in the control column
-    const char* scaleFormat; // of the numbers at the colour bar
-    bool closes = false;     // an angle in degrees: -180 and 180 are the same
+    const char* name;    // the true unit of a value in the text files: "V", "uA" or "A"
+    double perValue;     // times the value it is in the SI's unit
+    const char* si;      // that unit: "A" or "V"
+    const char* label;   // beside the measured value in the control column
+    const char* shownAs; // behind the numbers at the colour bar
+    int decimals;        // of these
+    bool closes = false; // an angle in degrees: -180 and 180 are the same
+    // What stands for none of it, and what makes of the rest the number that is shown.
+    double zero = 0.0, shownPerValue = 1.0;
+
+    double inSi(double value) const { return times(value, perValue); }
+    double shown(double value) const { return times(value, shownPerValue); }
+    bool falls() const { return perValue < 0.0; } // the larger the value, the less it stands for
+
+private:
+    // Its zero is no "-0.0", whichever way it counts.
+    double times(double value, double factor) const {
+        return factor < 0.0 ? (zero - value) * -factor : (value - zero) * factor;
+    }
 };
 
 struct Channel {

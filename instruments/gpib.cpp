@@ -10,6 +10,7 @@
 #include "session/device_report.h"
 #include "session/forced_end.h"
 #include "session/refusals.h"
+#include "session/set_up.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -139,6 +140,7 @@ void gpibTakeOffline() {
 namespace {
 
 bool openAndClear(int address) {
+    instrumentLink.gpibBoard = setUp.gpibBoard;
     reportSearch(deviceName, formatted("board %d, address %d", instrumentLink.gpibBoard, address));
     forgetRefusal(deviceName);
     bus.ni488 = loadNi488();

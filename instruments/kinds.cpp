@@ -8,19 +8,21 @@
 #include "instruments/tektronics.h"
 #include "instruments/usb_sourcemeter.h"
 
+#include <iterator>
+
 InstrumentLink instrumentLink;
 
 namespace {
 
 constexpr double microamperesPerAmpere = 1e6;
 
-constexpr Unit volts{"V", 1.0, "V", "V_ph (V)", "%.2fV"};
-constexpr Unit microamperes{"uA", 1e-6, "A", "I_ph (uA)", "%.1fuA"};
+constexpr Unit volts{"V", 1.0, "V", "V_ph (V)", "V", 2};
+constexpr Unit microamperes{"uA", 1e-6, "A", "I_ph (uA)", "uA", 1};
 // Passed on as the instrument sends them, and shown as if they were microamperes: so they have
 // always been read.
-constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "%.1fuA"};
+constexpr Unit amperes{"A", 1.0, "A", "I_ph (uA)", "uA", 1};
 // The board's analog input gives volts; the window speaks of the current that they stand for.
-constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "%.1fuA"};
+constexpr Unit boardVolts{"V", 1.0, "V", "I_ph (uA)", "uA", 1};
 
 // The only channel of an instrument, and the first of each.
 constexpr Channel mapOf(const char* title, const Unit& unit, double scale = 1.0) {
@@ -33,8 +35,8 @@ constexpr Channel inBoardVolts[] = {mapOf("Photovoltage", boardVolts)};
 
 // A lock-in amplifier's: R first, as it is what a map shows unless told otherwise. `scale` makes
 // the unit's value of A or V.
-constexpr Unit microvolts{"uV", 1e-6, "V", "V_ph (uV)", "%.1fuV"};
-constexpr Unit degrees{"deg", 1.0, "deg", "theta (deg)", "%.0f", true};
+constexpr Unit microvolts{"uV", 1e-6, "V", "V_ph (uV)", "uV", 1};
+constexpr Unit degrees{"deg", 1.0, "deg", "theta (deg)", "", 0, true};
 
 constexpr Channel of(const char* name, const char* title, const Unit& unit, const char* prefix,
                      const char* picture, const char* palette, double scale) {
@@ -73,8 +75,10 @@ constexpr Channel lockInMicrovolts[] = {
 constexpr Notice noScope{"No Tektronics devices via USB", "Oscilloscope Error"};
 constexpr Notice noAnalyzer{"No Parameter Analyzer 4200 found", "Parameter Analyzer Error"};
 
+// Two boards may have the same address.
 std::string busAddress() {
-    return std::to_string(instrumentLink.gpibAddress);
+    const std::string address = std::to_string(instrumentLink.gpibAddress);
+    return setUp.gpibBoard == 0 ? address : std::to_string(setUp.gpibBoard) + ":" + address;
 }
 
 std::string networkAddress() {
@@ -243,6 +247,40 @@ std::span<const Channel> channelsOf(int32_t kind, bool inVolts) {
 
 const Channel& mainChannel() {
     return channelsOf(instrumentLink.ammeterKind, instrumentLink.inVolts).front();
+}
+
+CurrentAmplifier amplifierOf(int32_t kind) {
+    if (kind == kindArduino) return setUp.boardAmplifier;
+    return kind == kindOscilloscope ? setUp.scopeAmplifier : CurrentAmplifier();
+}
+
+Unit unitBehind(const CurrentAmplifier& amplifier, const Channel& channel) {
+    Unit unit = *channel.unit;
+    if (!amplifier.isKnown()) return unit;
+    constexpr struct {
+        double amperes;
+        const char *name, *label;
+    } prefixes[] = {{1.0, "A", "I_ph (A)"},
+                    {1e-3, "mA", "I_ph (mA)"},
+                    {1e-6, "uA", "I_ph (uA)"},
+                    {1e-9, "nA", "I_ph (nA)"},
+                    {1e-12, "pA", "I_ph (pA)"}};
+    const double perVolt = 1.0 / amplifier.voltsPerAmpere;
+    size_t i = 0;
+    while (i + 1 < std::size(prefixes) && perVolt < 0.999999 * prefixes[i].amperes) ++i;
+    const double shown = perVolt / prefixes[i].amperes;
+    unit.si = "A";
+    unit.label = prefixes[i].label;
+    unit.shownAs = prefixes[i].name;
+    unit.decimals = shown >= 99.9 ? 1 : shown >= 9.99 ? 2 : 3; // a converter's step of 5 mV
+    unit.zero = amplifier.offsetVolts;
+    unit.perValue = amplifier.inverts ? -perVolt : perVolt;
+    unit.shownPerValue = amplifier.inverts ? -shown : shown;
+    return unit;
+}
+
+const char* unitLabel() {
+    return unitBehind(amplifierOf(instrumentLink.ammeterKind), mainChannel()).label;
 }
 
 bool isInstrumentKind(int32_t kind) {

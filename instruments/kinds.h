@@ -3,6 +3,7 @@
 
 #include "instruments/channel.h"
 #include "instruments/reading.h"
+#include "session/set_up.h"
 
 #include <cstdint>
 #include <optional>
@@ -69,6 +70,16 @@ std::span<const Channel> channelsOf(int32_t kind, bool inVolts);
 
 // The first channel of the selected instrument.
 const Channel& mainChannel();
+
+// The amplifier before an instrument of that kind that reads volts; none where the set-up has none.
+CurrentAmplifier amplifierOf(int32_t kind);
+
+// The channel's unit, but behind an amplifier, whose volts are kept as they were read and stand for
+// the current before it: they are shown in the unit of 1 V, as nA at 1e7 V/A.
+Unit unitBehind(const CurrentAmplifier& amplifier, const Channel& channel);
+
+// Beside the measured value, of the selected instrument.
+const char* unitLabel();
 
 // The row of a kind. A number that names none has a row without an instrument.
 const InstrumentKind& instrumentKind(int32_t kind);

@@ -11,7 +11,9 @@
 #include "session/message_box.h"
 #include "session/refusals.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,9 +32,6 @@ constexpr const char* deviceName = "Laser board";
 void noteTrouble(const std::string& words) {
     if (onWindowThread()) noteRefusal(deviceName, words);
 }
-
-constexpr double converterStepVolts = 5.0 / 1024.0; // 10 bits over 5 V
-constexpr int converterHighest = 1023;              // also of all that is higher
 
 bool isChannel(int channel) {
     return channel >= 0 && channel <= 2;
@@ -244,6 +243,17 @@ std::optional<LaserBoardState> askLaserBoard(LaserLink& link) {
     return {};
 }
 
+namespace {
+
+// As ever it is told by its one character, which may be the rest of a longer number.
+bool isInDeadZone(const char* reply, int raw) {
+    constexpr int32_t oneDigit = 10;
+    if (setUp.inputDeadCounts == oneDigit) return std::strlen(reply) < 2;
+    return raw > -setUp.inputDeadCounts && raw < setUp.inputDeadCounts;
+}
+
+} // namespace
+
 Reading laserAnalogRead(LaserLink& link, int pin, int n) {
     // A reply that came too late for its point must not become the next point's value.
     if (!link.disconnected) discardReceived(link.portHandle);
@@ -251,13 +261,14 @@ Reading laserAnalogRead(LaserLink& link, int pin, int n) {
     sleepMs(10);
     const char* reply = laserReceive(link);
     int raw = 0;
-    // A reply of one character counts as 0: it may be the rest of a longer one.
     const bool number = reply && std::sscanf(reply, "%d", &raw) == 1;
-    if (!number || std::strlen(reply) < 2) raw = 0;
+    if (!number || isInDeadZone(reply, raw)) raw = 0;
+    const double stepVolts = std::ldexp(setUp.inputFullScaleVolts, -setUp.inputBits);
+    const int highest = (1 << setUp.inputBits) - 1; // also of all that is higher
     Reading reading;
-    reading.values[0] = static_cast<float>(raw * converterStepVolts);
+    reading.values[0] = static_cast<float>(raw * stepVolts);
     reading.answered = number && link.replied;
-    reading.overloaded = reading.answered && raw >= converterHighest;
+    reading.overloaded = reading.answered && raw >= highest;
     return reading;
 }
 

@@ -9,9 +9,6 @@
 #include <optional>
 #include <string>
 
-// Laser intensity in microamperes per volt of drive level.
-constexpr double laserScaleFactor = 4.0;
-
 // The drive level that is sent when the laser is switched on, V.
 constexpr double defaultLaserLevel = 4.0;
 
@@ -75,7 +72,8 @@ bool laserWriteAtOnce(const LaserLink& link, const char* text);
 // port. Valid until the next call.
 const char* laserReceive(LaserLink& link);
 
-// Volts, 0..5 in steps of 5/1024. A single digit counts as 0 V, and as an answer; the last step as
+// Volts, as the set-up has the converter: 0..5 in steps of 5/1024 unless it says otherwise. What
+// lies in its dead zone, as ever a single digit, counts as 0 V, and as an answer; the last step as
 // an overload.
 Reading laserAnalogRead(LaserLink& link, int pin, int n);
 // What the board says of its outputs, in the order of its answer to "I".

@@ -15,18 +15,22 @@
 #include "session/stay_awake.h"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <string>
 #include <utility>
 
 namespace {
 
-constexpr int laserPin = 5;
-constexpr int illuminationPin = 6;
-constexpr int illuminationOnLevel = 5; // what the board expects for "on"
-constexpr double outputFullScaleVolts = 5.0;
+// The pins in use, and what a thread that may not format anything sends to them.
+struct Wiring {
+    int32_t laserPin = 5, lampPin = 6;
+    char laserOff[8] = "G 5 0", lampOff[8] = "D 6 0";
+};
 
-constexpr const char* offCommands[] = {"G 5 0", "D 6 0"};
+// The next one is written beside the one that such a thread may just read.
+Wiring wirings[2];
+std::atomic<const Wiring*> wiring = &wirings[0];
 
 // A light that is on or off, with the state before the last switching.
 struct Light {
@@ -44,12 +48,12 @@ struct Light {
 };
 
 bool sendIllumination(bool on) {
-    return laserDigitalWrite(laserLink, illuminationPin, on ? illuminationOnLevel : 0) != 0;
+    return laserDigitalWrite(laserLink, wiring.load()->lampPin, on ? setUp.lampOnLevel : 0) != 0;
 }
 
 bool sendLaser(bool on) {
-    return laserAnalogWrite(laserLink, laserPin, laserDriveOf(on ? laserLink.laserLevel : 0.0)) !=
-           0;
+    return laserAnalogWrite(laserLink, wiring.load()->laserPin,
+                            laserDriveOf(on ? laserLink.laserLevel : 0.0)) != 0;
 }
 
 // What the board has said of its lights since its port was opened.
@@ -76,8 +80,12 @@ bool onlyTheLaserShines() {
            lights.illumination.told;
 }
 
+bool isLinked() {
+    return !laserLink.disconnected && laserLink.portHandle;
+}
+
 bool boardIsAsked() {
-    return setUp.asksTheBoard() && !laserLink.disconnected && laserLink.portHandle;
+    return setUp.asksTheBoard() && isLinked();
 }
 
 // By the bits of its answer.
@@ -99,8 +107,7 @@ bool isBoardsPort(const Light& light) {
 // Sends what the light is meant to be; false when it did not go out.
 bool tell(Light& light) {
     const bool on = light.lit && !forcedEnd.begun;
-    const bool linked = !laserLink.disconnected && laserLink.portHandle;
-    if (on && linked) { // also when only a part of it goes out
+    if (on && isLinked()) { // also when only a part of it goes out
         light.mayBeOn = true;
         light.onPort = laserLink.comPort;
     }
@@ -147,8 +154,7 @@ void showWhetherTheBoardIsLost() {
 
 void logChange(Light& light) {
     std::string line = std::string(light.name) + (light.lit ? " on" : " off");
-    if (light.lit && &light == &lights.laser)
-        line += formatted(", %.1f uA", laserLink.laserLevel * laserScaleFactor);
+    if (light.lit && &light == &lights.laser) line += ", " + laserIntensityWords();
     if (!light.told) line += ", but the board did not take it";
     if (line == light.logged) return;
     light.logged = line;
@@ -205,9 +211,18 @@ int switchLight(Light& light, int mode) {
 }
 
 bool tellDark() {
-    bool all = true;
-    for (const char* command : offCommands) all &= laserWriteAtOnce(laserLink, command);
-    return all;
+    const Wiring& pins = *wiring.load();
+    const bool laserTold = laserWriteAtOnce(laserLink, pins.laserOff);
+    return laserWriteAtOnce(laserLink, pins.lampOff) && laserTold;
+}
+
+void takePins() {
+    Wiring& next = wiring.load() == &wirings[0] ? wirings[1] : wirings[0];
+    next.laserPin = setUp.laserPin;
+    next.lampPin = setUp.lampPin;
+    formatInto(next.laserOff, "G %d 0", next.laserPin);
+    formatInto(next.lampOff, "D %d 0", next.lampPin);
+    wiring = &next;
 }
 
 } // namespace
@@ -217,7 +232,39 @@ int setLaserOutput(int mode) {
 }
 
 int32_t laserDriveOf(double volts) {
-    return std::clamp(truncated(volts / outputFullScaleVolts * 255.0), 0, 255);
+    return laserDriveOf(volts, setUp.laserFullScaleVolts);
+}
+
+int32_t laserDriveOf(double volts, double fullScaleVolts) {
+    return std::clamp(truncated(volts / fullScaleVolts * 255.0), 0, 255);
+}
+
+double presentLaserPowerUw() {
+    return powerUwAt(setUp.laserPower, laserLink.laserLevel * setUp.laserUaPerVolt).value_or(-1.0);
+}
+
+std::string laserIntensityWords() {
+    std::string words = formatted("%.1f uA", laserLink.laserLevel * setUp.laserUaPerVolt);
+    const double uW = presentLaserPowerUw();
+    if (uW >= 0.0) words += formatted(", %.3g uW", uW);
+    return words;
+}
+
+bool prepareOffCommands() {
+    const bool laserMoves = wiring.load()->laserPin != setUp.laserPin;
+    const bool lampMoves = wiring.load()->lampPin != setUp.lampPin;
+    if (!laserMoves && !lampMoves) return true;
+    const bool wasLit = lights.illumination.lit;
+    if (laserMoves && lights.laser.mayBeOn) setLaserLevel(0);
+    if (lampMoves && lights.illumination.mayBeOn) setLaserOutput(0);
+    const bool dark =
+        !(laserMoves && lights.laser.mayBeOn) && !(lampMoves && lights.illumination.mayBeOn);
+    if (dark) takePins();
+    if (lampMoves && wasLit) setLaserOutput(1);
+    if (!dark)
+        announce(Severity::Trouble, "The laser board does not switch a light off: its old pins "
+                                    "stay in use until it does");
+    return dark;
 }
 
 int setLaserLevel(int mode) {
@@ -263,6 +310,7 @@ int connectLaserBoard(WindowHandle ownerWindow) {
     lights.laser.state = 0;
     lights.laser.lit = false;
     if (opened && !tellBoth() && reopenLaserLink(laserLink)) tellBoth();
+    prepareOffCommands();
     logChange(lights.laser);
     logChange(lights.illumination);
     lights.board = BoardsWord();

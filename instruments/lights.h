@@ -11,12 +11,25 @@
 #include <cstdint>
 #include <string>
 
-// Illumination (setLaserOutput, pin 6) and laser (setLaserLevel, pin 5, at
-// laserLevel): mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
+// Illumination (setLaserOutput) and laser (setLaserLevel, at laserLevel), each at its pin of the
+// set-up: mode 1 on, 0 off, 2 back to the state before the last on or off. Each sets its radio
 // button and the keyboard focus; returns the previous state.
 int setLaserOutput(int mode);
 int setLaserLevel(int mode);
 int32_t laserDriveOf(double volts); // what is sent for a laser level, 0..255
+int32_t laserDriveOf(double volts, double fullScaleVolts);
+
+double presentLaserPowerUw(); // of the laser level; negative where the set-up does not know it
+
+// "16.0 uA" of the laser level, and ", 46 uW" where the set-up knows the light's power.
+std::string laserIntensityWords();
+
+// Takes over the set-up's pins, with the texts that darkenAtOnce sends; to be called by whoever has
+// read or changed the set-up, on the windows' thread. A light that may be on is first switched off
+// at its old pin: the laser stays off then, the illumination goes on again at the new one. Where
+// that does not go out the old pins stay in use, and it is tried again when the board is connected
+// next; false, and said.
+bool prepareOffCommands();
 
 // As last asked for, whether the board has heard it or not.
 bool laserIsOn();
@@ -53,7 +66,7 @@ void renewLaserBoard();
 std::string lightLeftOn();
 
 // At a forced end, from any thread: both lights off, before any window is touched, and none is
-// touched from a thread that is not the windows'. Nothing switches a light on any more when the
-// program ends by such a thread (endsByForce), whatever the windows' thread still does.
-// False when the board did not take it.
+// touched from a thread that is not the windows'; nothing is allocated or formatted. Nothing
+// switches a light on any more when the program ends by such a thread (endsByForce), whatever the
+// windows' thread still does. False when the board did not take it.
 bool darkenAtOnce();

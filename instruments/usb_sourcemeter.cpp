@@ -7,6 +7,7 @@
 #include "screen/screen.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
+#include "session/set_up.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,8 +22,6 @@ struct Source {
 };
 
 constexpr const char* deviceName = "USB sourcemeter";
-constexpr const char* resource = "USB0::0x05E6::0x2450::04437886::INSTR";
-// The one with the known serial number may have been exchanged for another.
 constexpr const char* anyOfItsModel = "USB0::0x05E6::0x2450::?*INSTR";
 
 struct {
@@ -34,6 +33,15 @@ struct {
 Reading numberFor(const char* query) {
     const std::string reply = ask(link.current, query);
     return extractNumber(reply.c_str(), reply.size(), ReplyKind::Sourcemeter);
+}
+
+// The one with the known serial number may have been exchanged for another. Where somebody has
+// named one, no other may get the bias.
+bool openWhatTheSetUpNames(VisaInstrument& meter) {
+    const std::string& named = setUp.sourcemeterResource;
+    if (named.empty()) return openInstrument(meter, nullptr, anyOfItsModel);
+    const bool asEver = named == SetUp().sourcemeterResource;
+    return openInstrument(meter, named.c_str(), asEver ? anyOfItsModel : nullptr);
 }
 
 // The instrument has two other command sets, in which these commands do other things or nothing.
@@ -87,7 +95,7 @@ bool prepare(VisaInstrument& meter, double biasVolts) {
 
 bool usbSourcemeterOpen(double biasVolts) {
     VisaInstrument meter{deviceName};
-    const bool answers = openInstrument(meter, resource, anyOfItsModel) && identify(meter);
+    const bool answers = openWhatTheSetUpNames(meter) && identify(meter);
     if (answers)
         std::printf("Instrument Manufacturer: %s\n",
                     meter.identity.substr(0, meter.identity.find(',')).c_str());

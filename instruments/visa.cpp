@@ -69,14 +69,15 @@ ViStatus openFirst(VisaInstrument& instrument, const char* expression) {
 
 bool openInstrument(VisaInstrument& instrument, const char* resource, const char* expression) {
     const Visa& visa = instrument.visa = loadVisa();
-    reportSearch(instrument.name,
-                 resource ? std::string(resource) + ", or " + expression : expression);
+    std::string wanted = resource ? resource : expression;
+    if (resource && expression) wanted += std::string(", or ") + expression;
+    reportSearch(instrument.name, wanted);
     forgetRefusal(instrument.name);
     if (!callSucceeded(instrument, "viOpenDefaultRM", 0, visa.viOpenDefaultRM(&instrument.manager)))
         return false;
     ViStatus status = viResourceNotFound;
     if (resource) status = visa.viOpen(instrument.manager, resource, 0, 0, &instrument.session);
-    if (status == viResourceNotFound) status = openFirst(instrument, expression);
+    if (status == viResourceNotFound && expression) status = openFirst(instrument, expression);
     return callSucceeded(instrument, "viOpen", instrument.manager, status) &&
            callSucceeded(instrument, "viSetAttribute", instrument.session,
                          visa.viSetAttribute(instrument.session, viAttrTimeout, timeoutMs));

@@ -65,8 +65,9 @@ struct VisaInstrument {
     bool answerLeft = false; // it was asked, and its answer not taken to the end
 };
 
-// Opens the resource or, where that is not there (or null), the first one that fits the expression,
-// with 5 s for each transfer. What was opened of it when it fails is closed by the caller.
+// Opens the resource or, where that is not there (or null), the first one that fits the expression
+// (null: no other), with 5 s for each transfer. What was opened of it when it fails is closed by
+// the caller.
 bool openInstrument(VisaInstrument& instrument, const char* resource, const char* expression);
 void closeInstrument(const VisaInstrument& instrument);
 

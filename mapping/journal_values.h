@@ -114,4 +114,10 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("taken exposure us", c.takenExposureUs);
     visit.added("blue only", c.blueOnly);
     visit.added("set-up", c.setUpInForce);
+    visit.added("laser uA per V", c.laserUaPerVolt);
+    visit.added("laser full scale V", c.laserFullScaleVolts);
+    visit.added("laser power uW", c.laserPowerUw);
+    visit.added("amplifier V per A", c.amplifier.voltsPerAmpere);
+    visit.added("amplifier inverts", c.amplifier.inverts);
+    visit.added("amplifier offset V", c.amplifier.offsetVolts);
 }

@@ -2,7 +2,6 @@
 #include "mapping/map_document.h"
 
 #include "instruments/ammeter.h"
-#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
@@ -87,7 +86,9 @@ void addOutcome(Conditions& lines, const ScanMap& map) {
         lines.emplace_back("Ended", timeText(outcome.ended));
         lines.emplace_back("Stage Z at the end", placeUm(outcome.zUm));
         lines.emplace_back("Laser intensity at the end",
-                           quantity(outcome.laserLevel * laserScaleFactor, "uA"));
+                           quantity(outcome.laserLevel * map.conditions->laserUaPerVolt, "uA"));
+        if (outcome.laserPowerUw >= 0.0)
+            lines.emplace_back("Laser power at the end", quantity(outcome.laserPowerUw, "uW"));
         if (map.conditions->confocal) addCameraAtTheEnd(lines, map);
         lines.emplace_back("Trouble", outcome.trouble);
     }
@@ -165,7 +166,6 @@ bool isKnown(PointMark mark, bool ofCamera) {
 
 GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
     const Map& cells = map.maps[plane.map];
-    const double factor = plane.unit ? plane.unit->perValue : 1.0;
     GwyChannel channel;
     channel.title = plane.title;
     channel.palette = plane.palette;
@@ -178,8 +178,14 @@ GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
             const float value = cells[column][row];
             // A number that is none would spoil the whole channel in the reader.
             const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
-            const bool known = isKnown(map.marks[column][row], plane.ofCamera());
-            channel.values.push_back(finite * factor);
+            const PointMark mark = map.marks[column][row];
+            const bool known = isKnown(mark, plane.ofCamera());
+            // The 0 of a cell that has no reading is none of the amplifier's volts.
+            const bool isReading = std::isfinite(value) && mark != PointMark::NotMeasured;
+            const double inSi = !plane.unit                            ? finite
+                                : isReading || plane.unit->zero == 0.0 ? plane.unit->inSi(finite)
+                                                                       : 0.0;
+            channel.values.push_back(inSi);
             channel.unmeasured.push_back(known && !isOverload(value) ? 0 : 1);
         }
     return channel;
@@ -218,8 +224,10 @@ Conditions setUpOf(const ScanConditions& scan) {
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));
     if (!scan.settings.words.empty()) add("Instrument's settings", scan.settings.words);
     add("Current limit", quantity(static_cast<double>(scan.currentLimit), "A"));
-    add("Laser intensity", quantity(scan.laserLevel * laserScaleFactor, "uA"));
-    add("Laser level as sent", formatted("%d of 255", laserDriveOf(scan.laserLevel)));
+    add("Laser intensity", quantity(scan.laserUa(), "uA"));
+    if (scan.laserPowerUw >= 0.0) add("Laser power", quantity(scan.laserPowerUw, "uW"));
+    add("Laser level as sent",
+        formatted("%d of 255", laserDriveOf(scan.laserLevel, scan.laserFullScaleVolts)));
     add("Stage X at the start", placeUm(scan.homeXUm));
     add("Stage Y at the start", placeUm(scan.homeYUm));
     add("Stage Z at the start", placeUm(scan.homeZUm));

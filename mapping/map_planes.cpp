@@ -4,6 +4,7 @@
 #include "instruments/kinds.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -31,20 +32,26 @@ const Plane colours[] = {
      .pictureName = "CONF_B"},
 };
 
-Plane planeOf(const Channel& channel, size_t number, size_t map) {
+Plane planeOf(const ScanPlan& plan, size_t number, size_t map) {
+    const Channel& channel = channelsOf(plan.ammeterKind, plan.inVolts)[number];
     return {.of = Plane::Of::Channel,
             .map = map,
             .channel = number,
             .name = channel.name,
-            .title = channel.title,
+            .title = plan.amplifier.isKnown() ? "Photocurrent" : channel.title,
             .palette = channel.palette,
-            .unit = channel.unit,
+            .unit = unitBehind(plan.amplifier, channel),
             .filePrefix = channel.filePrefix,
             .pictureName = channel.pictureName};
 }
 
 // The title of an only channel's is that of all files so far.
-Plane deviationOf(const Channel& channel, size_t map, size_t number) {
+Plane deviationOf(const ScanPlan& plan, size_t number, size_t map) {
+    const Channel& channel = channelsOf(plan.ammeterKind, plan.inVolts)[number];
+    Unit unit = unitBehind(plan.amplifier, channel);
+    unit.zero = 0.0;
+    unit.perValue = std::fabs(unit.perValue);
+    unit.shownPerValue = std::fabs(unit.shownPerValue);
     std::string title = "Standard deviation";
     if (*channel.name) title += std::string(" of ") + channel.name;
     return {.of = Plane::Of::Deviation,
@@ -52,7 +59,7 @@ Plane deviationOf(const Channel& channel, size_t map, size_t number) {
             .channel = number,
             .title = title,
             .palette = "Gray",
-            .unit = channel.unit};
+            .unit = unit};
 }
 
 } // namespace
@@ -65,7 +72,7 @@ size_t mainChannelOf(const ScanPlan& plan) {
 std::vector<Plane> planesOf(const ScanPlan& plan) {
     const std::span<const Channel> channels = channelsOf(plan.ammeterKind, plan.inVolts);
     const size_t main = mainChannelOf(plan);
-    std::vector<Plane> planes{planeOf(channels[main], main, planePhotocurrent)};
+    std::vector<Plane> planes{planeOf(plan, main, planePhotocurrent)};
     // Whichever it is, the map of the photocurrent has the names that it always had.
     planes.front().filePrefix = "Kestrel";
     planes.front().pictureName = "KST";
@@ -73,11 +80,10 @@ std::vector<Plane> planesOf(const ScanPlan& plan) {
     size_t map = firstFurtherMap;
     const auto isThere = [&](size_t i) { return !channels[i].onWish || plan.options.auxChannel; };
     for (size_t i = 0; i < channels.size(); ++i)
-        if (i != main && isThere(i)) planes.push_back(planeOf(channels[i], i, map++));
+        if (i != main && isThere(i)) planes.push_back(planeOf(plan, i, map++));
     if (plan.hasSeveralReadings())
         for (size_t i = 0; i < channels.size(); ++i)
-            if (channels[i].averaged && isThere(i))
-                planes.push_back(deviationOf(channels[i], map++, i));
+            if (channels[i].averaged && isThere(i)) planes.push_back(deviationOf(plan, i, map++));
     return planes;
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,7 @@ struct Plane {
     std::string name;             // "red", "X"; empty for the only channel
     std::string title;            // in the .gwy file
     const char* palette = "";     // by Gwyddion's name
-    const Unit* unit = nullptr;   // none: a plain number, 0..255
+    std::optional<Unit> unit;     // none: a plain number, 0..255
     const char* filePrefix = "";  // of its text file; empty where it has none
     const char* pictureName = ""; // of its numbered picture; empty where it has none
 

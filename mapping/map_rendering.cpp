@@ -15,6 +15,7 @@
 #include "session/responsive_wait.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -48,23 +49,27 @@ uint32_t pixelOf(Colour colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
 }
 
-const Unit* unitOf(size_t map) {
+std::optional<Unit> unitOf(size_t map) {
     for (const Plane& plane : planesOf(scanMap))
         if (plane.map == map) return plane.unit;
-    return nullptr;
+    return {};
 }
 
-// How a map's values become colours.
+// How a map's values become colours: the lowest is that of the least current, which behind an
+// inverting amplifier is the highest of the volts.
 struct Scale {
     Extremes extremes{};
     Colour (*colour)(int level) = colourOf;
+    float up = 1.0f; // to a value that stands for more
 };
 
 // Of the rows [first, end). An angle has a whole turn, whatever of it there is.
 Scale scaleOf(size_t map, size_t first, size_t end) {
-    const Unit* unit = unitOf(map);
+    const std::optional<Unit> unit = unitOf(map);
     if (unit && unit->closes) return {{-180.0f, 180.0f}, circleColourOf};
-    return {extremesOf(scanMap, map, first, end)};
+    const Extremes found = extremesOf(scanMap, map, first, end);
+    if (unit && unit->falls()) return {{found.highest, found.lowest}, colourOf, -1.0f};
+    return {found};
 }
 
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
@@ -124,7 +129,7 @@ std::vector<uint32_t> renderCells(int channel) {
         scale = scaleOf(plane, 0, rows);
         auto& [lowest, highest] = scale.extremes;
         // Only the maximum moves here, unlike in a live row.
-        if (highest == lowest) highest = lowest + 1.0f;
+        if (highest == lowest) highest = lowest + scale.up;
         scanMap.mapMin = lowest;
         scanMap.mapMax = highest;
     }
@@ -191,8 +196,8 @@ void drawMapRow(WindowHandle window, const Map& map, int row) {
     Scale scale = scaleOf(planePhotocurrent, r, r + 1);
     auto& [lowest, highest] = scale.extremes;
     if (highest - lowest == 0.0f) {
-        highest += 1.0f;
-        lowest -= 1.0f;
+        highest += scale.up;
+        lowest -= scale.up;
     }
     drawRow(window, columnsOf(map), row,
             [&](size_t column) { return currentPixel(planePhotocurrent, column, r, scale); });
@@ -218,7 +223,7 @@ bool drawMapOn(ContextHandle target, Extent size, int channel) {
 }
 
 void drawColourBarOn(ContextHandle target, int channel) {
-    const Unit* unit = unitOf(planeShown(channel));
+    const std::optional<Unit> unit = unitOf(planeShown(channel));
     const auto colour = unit && unit->closes ? circleColourOf : colourOf;
     const int height = truncated(scanArea.mapHeightPx * 0.9);
     const int left = scanArea.mapWidthPx + 10;
@@ -228,15 +233,12 @@ void drawColourBarOn(ContextHandle target, int channel) {
     }
 }
 
-const char* scaleFormatOf(int channel) {
-    const Unit* unit = unitOf(planeShown(channel));
-    return unit ? unit->scaleFormat : "%.1f";
-}
-
 void drawScaleLabelsOn(ContextHandle target, int channel) {
-    const char* format = scaleFormatOf(channel);
-    const auto label = [format](float value) {
-        return formatted(format, static_cast<double>(value));
+    const std::optional<Unit> unit = unitOf(planeShown(channel));
+    const auto label = [&unit](float value) {
+        const auto number = static_cast<double>(value);
+        return unit ? formatted("%.*f%s", unit->decimals, unit->shown(number), unit->shownAs)
+                    : formatted("%.1f", number);
     };
     const int left = scanArea.mapWidthPx + 10;
     drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);

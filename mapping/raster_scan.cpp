@@ -311,8 +311,9 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
         if (plane.of == Plane::Of::Deviation) cell = reading->deviations[plane.channel];
     }
     // Under the unit of the first channel, whichever the map shows.
+    const Unit unit = unitBehind(plan.amplifier, mainChannel());
     setField(Field::MeasuredValue,
-             formatted("%.5f", static_cast<double>(reading->means.front())).c_str());
+             formatted("%.5f", unit.shown(static_cast<double>(reading->means.front()))).c_str());
     std::array<bool, spoiltCount> causes{};
     const auto spoils = [&](Spoilt cause, bool yes) { causes[static_cast<size_t>(cause)] |= yes; };
     const bool boardIsInstrument = selectedInstrument().overTheBoard;
@@ -486,6 +487,7 @@ void Scan::noteEnd(ProcessEnd how) const {
                        .ended = localTime(),
                        .zUm = stageZ.positionUm + report.zShiftUm,
                        .laserLevel = laserLink.laserLevel,
+                       .laserPowerUw = presentLaserPowerUw(),
                        .gain = cameraState.takenGain,
                        .exposureUs = cameraState.takenExposureUs,
                        .blueOnly = cameraState.blueOnly != 0,
@@ -514,7 +516,7 @@ void Scan::takeSettings() {
 }
 
 void Scan::begin() {
-    setField(Field::UnitLabel, mainChannel().unit->label); // the input may have been changed
+    setField(Field::UnitLabel, unitLabel()); // the input may have been changed
     known = plan.settings;
     report.settings = known.warning;
     if (!known.words.empty()) logEvent("Instrument: " + known.words);

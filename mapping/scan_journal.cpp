@@ -56,11 +56,23 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
            inPicture(area.rectX1, area.rectY1) && inPicture(area.rectX2, area.rectY2);
 }
 
+// What would spoil all that is computed with it.
+bool isPossible(const ScanPlan& plan) {
+    const CurrentAmplifier& amplifier = plan.amplifier;
+    const bool amplifierIsThere =
+        amplifier.voltsPerAmpere == 0.0 ||
+        (amplifier.voltsPerAmpere >= 1.0 && amplifier.voltsPerAmpere <= 1e15);
+    return amplifierIsThere && std::fabs(amplifier.offsetVolts) <= 100.0 &&
+           std::isfinite(plan.laserLevel * plan.laserUaPerVolt * plan.laserPowerUw) &&
+           plan.laserFullScaleVolts > 0.0;
+}
+
 // The rest of the area, by the scan's own laser spot. False when it is not what was written.
 bool complete(ScanPlan& plan) {
     const ScanArea written = plan.area;
     computeScanArea(plan.area, plan.laserSpot, plan.confocal);
-    const bool same = !plan.area.isTooLarge && plan.area.cols == written.cols && plan.area.rows == written.rows;
+    const bool same =
+        !plan.area.isTooLarge && plan.area.cols == written.cols && plan.area.rows == written.rows;
     plan.area.offsetXUm = written.offsetXUm;
     plan.area.offsetYUm = written.offsetYUm;
     return same;
@@ -160,7 +172,8 @@ std::optional<JournaledScan> readHead(const NextLine& next, int version) {
     ScanConditions& conditions = scan.map.conditions.emplace();
     eachValue(conditions, scan.folder, values);
     if (!values.areWhole() || scan.folder.empty() ||
-        !isPossible(conditions.area, conditions.options) || !complete(conditions))
+        !isPossible(conditions.area, conditions.options) || !isPossible(conditions) ||
+        !complete(conditions))
         return {};
     // The first version has room for a deviation also where there is none.
     scan.valuesPerPoint = version == 1 ? firstFurtherMap + 1 : mapCountOf(conditions);

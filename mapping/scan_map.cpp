@@ -3,7 +3,6 @@
 
 #include "camera/camera.h"
 #include "instruments/ammeter.h"
-#include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
 #include "mapping/raster_scan.h"
@@ -48,6 +47,9 @@ bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane) {
 
 bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane) {
     const PointMark mark = map.marks[column][row];
+    // The 0 of a cell that has no reading may be any current of an amplifier with an offset.
+    const bool behindAmplifier = map.conditions && map.conditions->amplifier.isKnown();
+    if (behindAmplifier && mark == PointMark::NotMeasured) return false;
     return mark != PointMark::Unlocked && mark != PointMark::Unsettled &&
            isInRange(map, column, row, plane);
 }
@@ -100,7 +102,7 @@ std::wstring mapPath(const ScanConditions& scan, const char* prefix, const std::
     return foldersOfMap().sessionFolder + L"\\" +
            widened(formatted("%s%s(%dX%d)Step%s%.1fum LaserIntensity%.1f Bias%.1fV.%s", prefix,
                              number.c_str(), scan.area.cols, scan.area.rows, colon,
-                             scan.area.scanStep, scan.laserLevel * laserScaleFactor,
+                             scan.area.scanStep, scan.laserUa(),
                              static_cast<double>(scan.biasVoltage), ending));
 }
 

@@ -37,6 +37,7 @@ struct ScanOutcome {
     LocalTime ended;
     double zUm = 0.0;
     double laserLevel = 0.0;             // V
+    double laserPowerUw = -1.0;          // negative: not known
     double gain = 0.0, exposureUs = 0.0; // as the camera had them
     bool blueOnly = false;
     std::string trouble = troubleLine({}); // what the operator is told of it
@@ -80,7 +81,8 @@ std::vector<Plane> planesOf(const ScanMap& map);
 // beginning: no sign of an instrument's for a reading beyond its range.
 bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane = planePhotocurrent);
 
-// Whether it has a colour in the scale: none that a lock-in amplifier says is no measurement.
+// Whether it has a colour in the scale: none that a lock-in amplifier says is no measurement, nor,
+// behind a current amplifier, the 0 from the beginning.
 bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane);
 
 struct Extremes {

@@ -6,6 +6,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
+#include "session/set_up.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,11 +21,14 @@ enum class Consent {
 struct ScanPlan {
     ScanArea area;                                      // its points, from where the stage stands
     double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where that is
-    double laserLevel = 0.0;                            // V; laserScaleFactor makes it uA
-    float biasVoltage = 0.0f;                           // V
-    float currentLimit = 0.0f;                          // A
-    int32_t ammeterKind = 0;                            // EquipmentKind, which has the unit
+    double laserLevel = 0.0;                            // V
+    double laserUaPerVolt = 4.0, laserFullScaleVolts = 5.0; // as the set-up has the laser
+    double laserPowerUw = -1.0;                             // at the sample; negative: not known
+    float biasVoltage = 0.0f;                               // V
+    float currentLimit = 0.0f;                              // A
+    int32_t ammeterKind = 0;                                // EquipmentKind, which has the unit
     bool inVolts = false;        // the instrument's values are, for want of an amplifier's V/A
+    CurrentAmplifier amplifier;  // before the instrument, whose volts it made; none where not known
     InstrumentSettings settings; // what somebody has set at it; empty where it is not asked
     bool confocal = false;       // whether the colour maps are taken
     int32_t gain = 0;            // of the camera in a confocal scan, dB
@@ -37,6 +41,7 @@ struct ScanPlan {
     std::string setUpInForce = "default"; // its words
     Consent consent = Consent::OfTheOperator;
 
+    double laserUa() const { return laserLevel * laserUaPerVolt; } // as the window shows it
     double firstXUm() const { return homeXUm + area.offsetXUm; }
     double firstYUm() const { return homeYUm + area.offsetYUm; }
     double runInUm() const { return runInOf(options, area.scanStep); }

@@ -164,9 +164,9 @@ void addLaserAndAmplifier(Fields& fields) {
     fields.add(
         "laser power (uA:uW)", [](SetUp & s) -> auto& { return s.laserPower; }, true);
     fields.number(
-        "laser pin", 0, 99, [](SetUp & s) -> auto& { return s.laserPin; });
+        "laser pin", 0, 9, [](SetUp & s) -> auto& { return s.laserPin; });
     fields.number(
-        "lamp pin", 0, 99, [](SetUp & s) -> auto& { return s.lampPin; });
+        "lamp pin", 0, 9, [](SetUp & s) -> auto& { return s.lampPin; });
     fields.number(
         "lamp on level", 1, 255, [](SetUp & s) -> auto& { return s.lampOnLevel; });
     fields.number(
@@ -189,6 +189,8 @@ void addLaserAndAmplifier(Fields& fields) {
             "lock-in current input", [](SetUp & s) -> auto& { return s.lockInCurrentInAmperes; },
             true)
         .choices = {"amperes", "volts"};
+    fields.number(
+        "GPIB board", 0, 99, [](SetUp & s) -> auto& { return s.gpibBoard; }, false);
     fields.add(
         "sourcemeter VISA resource", [](SetUp & s) -> auto& { return s.sourcemeterResource; },
         false);
@@ -228,6 +230,18 @@ std::string valueIn(const std::vector<std::string>& parts, const std::string& na
 }
 
 } // namespace
+
+std::optional<double> powerUwAt(const PowerTable& table, double uA) {
+    if (table.empty()) return {};
+    const double hair = 1e-6 * table.back().first; // a typed intensity is a float
+    if (!(uA >= table.front().first - hair && uA <= table.back().first + hair)) return {};
+    size_t i = 1;
+    while (i + 1 < table.size() && table[i].first < uA) ++i;
+    const auto& [fromUa, fromUw] = table[i - 1];
+    const auto& [toUa, toUw] = table[i];
+    const double part = std::clamp((uA - fromUa) / (toUa - fromUa), 0.0, 1.0);
+    return fromUw + part * (toUw - fromUw);
+}
 
 std::vector<SetUpField> setUpFields(const SetUp& of) {
     Fields fields;

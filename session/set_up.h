@@ -49,6 +49,7 @@ struct CurrentAmplifier {
     bool inverts = false;
     double offsetVolts = 0.0; // at its output without a current
 
+    bool operator==(const CurrentAmplifier&) const = default;
     bool isKnown() const { return voltsPerAmpere > 0.0; }
     double amperesOf(double volts) const {
         return (volts - offsetVolts) / (inverts ? -voltsPerAmpere : voltsPerAmpere);
@@ -58,6 +59,9 @@ struct CurrentAmplifier {
 // Of the laser: its intensity as the window shows it, uA, and the light's power at the sample, uW,
 // as somebody has read it from a power meter. Intensities ascend. Empty: not measured.
 using PowerTable = std::vector<std::pair<double, double>>;
+
+// On the line between the two entries beside it, uW; nothing beyond the table's ends.
+std::optional<double> powerUwAt(const PowerTable& table, double uA);
 
 struct SetUp {
     std::vector<Objective> objectives{Objective()}; // 1 to 8
@@ -69,13 +73,14 @@ struct SetUp {
 
     double laserUaPerVolt = 4.0; // of drive level
     PowerTable laserPower;
-    int32_t laserPin = 5, lampPin = 6; // of the board
+    int32_t laserPin = 5, lampPin = 6; // of the board; one digit: its commands are short
     int32_t lampOnLevel = 5;           // what the board takes for "on"
     double laserFullScaleVolts = 5.0;  // drive level at the board's level 255
     double inputFullScaleVolts = 5.0;  // of the board's analog input
     int32_t inputBits = 10;            // of its converter
     int32_t inputDeadCounts = 10;      // fewer counts are 0 V
     CurrentAmplifier boardAmplifier, scopeAmplifier;
+    int32_t gpibBoard = 0; // of the driver, where the computer has several
     // Of the amplifier before a lock-in amplifier's voltage input, V/A; 0: not known.
     double amplifierVoltsPerAmpere = 0.0;
     // What a lock-in amplifier tells of its current input; otherwise it is volts behind its own

@@ -521,7 +521,7 @@ void fillControlColumn() {
     handState.picksLaserSpot = false; // a new window's menu has no check mark
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, mainChannel().unit->label);
+    setField(Field::UnitLabel, unitLabel());
     checkRadio(idLaserView, idSampleView, idSampleView);
     refreshPositions();
     focusMainWindow();

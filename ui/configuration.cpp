@@ -136,7 +136,7 @@ void apply() {
     const SourceAnswer answer =
         applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
     if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
-    setField(Field::UnitLabel, mainChannel().unit->label);
+    setField(Field::UnitLabel, unitLabel());
 }
 
 // --- Devices -------------------------------------------------------------------------------------

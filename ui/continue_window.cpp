@@ -69,9 +69,8 @@ void takeFrame() {
 
 std::string conditionsLine(const ScanConditions& scan) {
     return formatted("%d x %d points, step %.1f um, laser %.1f uA, bias %g V (limit %g A), %s",
-                     scan.area.cols, scan.area.rows, scan.area.scanStep,
-                     scan.laserLevel * laserScaleFactor, static_cast<double>(scan.biasVoltage),
-                     static_cast<double>(scan.currentLimit),
+                     scan.area.cols, scan.area.rows, scan.area.scanStep, scan.laserUa(),
+                     static_cast<double>(scan.biasVoltage), static_cast<double>(scan.currentLimit),
                      narrowed(instrumentKind(scan.ammeterKind).name).c_str());
 }
 
@@ -124,7 +123,7 @@ bool takeOver(const LeftJournal& left, JournaledScan& scan) {
     if (!takeOverScan(std::move(scan))) return false;
     showScanSettings();
     showCameraSettings();
-    setField(Field::UnitLabel, mainChannel().unit->label);
+    setField(Field::UnitLabel, unitLabel());
     return true;
 }
 

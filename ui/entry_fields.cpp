@@ -25,8 +25,6 @@ namespace {
 
 constexpr int32_t zLimitUm = 5000;
 constexpr double farFocusMoveUm = 2000.0;
-constexpr float intensityLowest = 1.0f; // uA
-constexpr float intensityHighest = 20.0f;
 constexpr int gainLowest = 1;
 constexpr int gainHighest = 36;
 constexpr int commandedGainHighest = 20;
@@ -86,7 +84,7 @@ void takeGain(int highest) {
 void showScanSettings() {
     setField(Field::ScanStep, formatted("%.1f", scanArea.scanStep).c_str());
     setField(Field::LaserIntensity,
-             formatted("%.1f", laserLink.laserLevel * laserScaleFactor).c_str());
+             formatted("%.1f", laserLink.laserLevel * setUp.laserUaPerVolt).c_str());
 }
 
 void showCameraSettings() {
@@ -133,12 +131,13 @@ void enterPositionZ() {
 }
 
 void enterLaserIntensity() {
+    // 1 to 20 uA where a volt makes 4.
+    const auto highest = static_cast<float>(setUp.laserUaPerVolt * setUp.laserFullScaleVolts);
     if (const std::optional<float> typed = typedNumber(Field::LaserIntensity))
-        laserLink.laserLevel =
-            static_cast<double>(std::clamp(*typed, intensityLowest, intensityHighest)) /
-            laserScaleFactor;
+        laserLink.laserLevel = static_cast<double>(std::clamp(*typed, highest / 20.0f, highest)) /
+                               setUp.laserUaPerVolt;
     showScanSettings();
-    logEvent(formatted("Laser intensity %.1f uA", laserLink.laserLevel * laserScaleFactor));
+    logEvent("Laser intensity " + laserIntensityWords());
     focusMainWindow();
     if (laserIsOn()) setLaserLevel(1);
 }

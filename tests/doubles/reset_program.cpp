@@ -67,6 +67,7 @@ void resetProgram() {
     for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
     scanSettings = {};
     setUp = {};
+    prepareOffCommands();
     stageX = stageY = stageZ = {};
     controllers = {};
     laserLink = {};

@@ -13,6 +13,7 @@
 #include "screen/control_ids.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "ui/commands.h"
 #include "ui/configuration.h"
 
@@ -78,7 +79,7 @@ class FocusTest : public OpticsTest, public testing::WithParamInterface<FocusCas
 
 TEST_P(FocusTest, EndsInFocusOrSaysThatItDidNot) {
     const FocusCase& each = GetParam();
-    laserLink.laserLevel = each.microamperes / laserScaleFactor;
+    laserLink.laserLevel = each.microamperes / setUp.laserUaPerVolt;
     cameraState.exposureUs = each.exposureUs;
     putUnderSpot(each.place);
     std::string ends;

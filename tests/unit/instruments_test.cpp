@@ -624,6 +624,12 @@ TEST_F(InstrumentsTest, UsbSourcemeterIsTakenAsSomebodyLeftIt) {
     EXPECT_TRUE(usbSourcemeterOpen(0.0));
     EXPECT_NE(printed().find("USB sourcemeter: USB0::0x05E6::0x2450::04412345::INSTR\n"),
               std::string::npos);
+    // But none where one is named that is not there: its sample is not for another's bias.
+    setUp.sourcemeterResource = "TCPIP::192.168.0.20::INSTR";
+    EXPECT_FALSE(usbSourcemeterOpen(0.0));
+    setUp.sourcemeterResource = "USB0::0x05E6::0x2450::04412345::INSTR";
+    EXPECT_TRUE(usbSourcemeterOpen(0.0));
+    setUp = {};
     applyLabFaults("");
 
     // One that speaks another language does not; that comes with its next start.

@@ -87,6 +87,29 @@ TEST_F(LaserLinkTest, RepliesBecomeVolts) {
     EXPECT_EQ(wire(), "");
 }
 
+TEST_F(LaserLinkTest, AnotherConverterHasItsOwnStepsEndAndDeadZone) {
+    openScriptedLink();
+    setUp.inputFullScaleVolts = 3.3;
+    setUp.inputBits = 12;
+    const struct {
+        int32_t dead;
+        const char* reply;
+        double steps;
+        bool overloaded;
+    } cases[] = {{0, "7", 7, false},
+                 {0, "1023", 1023, false},
+                 {0, "4095", 4095, true},
+                 {20, "19", 0, false},
+                 {20, "20", 20, false}};
+    for (const auto& each : cases) {
+        setUp.inputDeadCounts = each.dead;
+        serial.replies = {each.reply};
+        const Reading reading = readPhotocurrent();
+        EXPECT_EQ(reading.value(), static_cast<float>(each.steps * 3.3 / 4096)) << each.reply;
+        EXPECT_EQ(reading.overloaded, each.overloaded) << each.reply;
+    }
+}
+
 TEST_F(LaserLinkTest, FailedWriteTakesTheLinkDown) {
     openScriptedLink();
     laserLink.channelValue[1] = 3.5;
@@ -155,6 +178,38 @@ TEST_F(LaserLinkTest, OffThatDoesNotGoOutIsTriedOnceMoreAndThenSaid) {
     serial.replies = {"0", "0", "0"};
     EXPECT_EQ(connectLaserBoard(windows.main), 1);
     EXPECT_TRUE(wire().ends_with("b-44800|G 5 0|D 6 5|"));
+}
+
+// Over the new pins nobody could switch off what shines at the old ones.
+TEST_F(LaserLinkTest, OtherPinsAreTakenOnceTheOldOnesAreDark) {
+    openScriptedLink();
+    setLaserOutput(1);
+    setLaserLevel(1);
+    wire();
+    setUp.laserPin = 6;
+    setUp.lampPin = 5;
+    setUp.lampOnLevel = 255;
+    setUp.laserFullScaleVolts = 8.0;
+    EXPECT_TRUE(prepareOffCommands());
+    EXPECT_EQ(wire(), "G 5 0|D 6 0|D 5 255|");
+    EXPECT_FALSE(laserIsOn());
+    setLaserLevel(1);
+    EXPECT_EQ(wire(), "G 6 127|");
+
+    setUp.laserPin = 9;
+    serial.refuseWrite = true;
+    EXPECT_FALSE(prepareOffCommands());
+    EXPECT_TRUE(
+        textIn(Field::Information).starts_with("The laser board does not switch a light off"));
+    serial.refuseWrite = false;
+    wire();
+    setLaserLevel(0);
+    darkenAtOnce();
+    EXPECT_TRUE(wire().ends_with("G 6 0|D 5 0|"));
+    EXPECT_EQ(connectLaserBoard(windows.main), 1);
+    wire();
+    darkenAtOnce();
+    EXPECT_EQ(wire(), "G 9 0|D 5 0|");
 }
 
 // What another port takes switches nothing off.

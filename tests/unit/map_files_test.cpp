@@ -3,11 +3,13 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 #include "tests/doubles/gwy_reader.h"
 
@@ -131,6 +133,42 @@ TEST_F(MapFilesTest, DocumentKeepsEveryNumberAndItsPlace) {
     saveMapFiles();
     EXPECT_EQ(textIn(Field::Information), "Not written: the map's .gwy file");
     EXPECT_EQ(filesOnDesktop().size(), 1u + 3u + 3u + 2u);
+}
+
+// The text file keeps the volts, whatever the set-up has become by the time of saving.
+TEST_F(MapFilesTest, BehindAnAmplifierTheDocumentHasAmperesAndTheTextVolts) {
+    openBareWindow();
+    scanSettings.confocalEnabled = 0;
+    scanSettings.options.readingsPerPoint = 2;
+    instrumentLink.ammeterKind = kindOscilloscope;
+    setUp.scopeAmplifier = {.voltsPerAmpere = 2e7, .inverts = true, .offsetVolts = 0.25};
+    setUp.laserPower = {{0, 0}, {20, 100}, {40, 300}};
+    setUp.laserUaPerVolt = 5.0;
+    scanArea.rectX1 = 600, scanArea.rectX2 = 614;
+    scanArea.rectY1 = 500, scanArea.rectY2 = 528;
+    computeScanArea(scanArea);
+    beginMap(conditionsOf(presentPlan()));
+    beginScanJournal();
+    leaveJournal();
+    for (auto& column : scanMap.marks) column.assign(3, PointMark::Measured);
+    scanMap.marks[1][2] = PointMark::NotMeasured;
+    scanMap.maps[planePhotocurrent][0] = {0.25f, -1.75f, 1.25f};
+    scanMap.maps[firstFurtherMap][0] = {0.5f, 0.0f, 0.0f};
+    setUp = {};
+    const std::optional<JournaledScan> journaled = readScanJournal(leftJournals().front());
+    ASSERT_TRUE(journaled);
+    scanMap.conditions = journaled->map.conditions;
+    saveMapFiles();
+    const std::string name = "(2X3)Step2.0um LaserIntensity37.5 Bias0.5V";
+    EXPECT_TRUE(
+        contentOf(folder + "Kestrel" + name + ".txt").starts_with("0.250000,0.000000,\n-1.75"));
+    const GwyContent file = readGwy(contentOf(folder + "Lumascan" + name + ".gwy"));
+    EXPECT_EQ(file.arrays.at("/0/data data"),
+              (std::vector<double>{0, 0.25 / 2e7, 2 / 2e7, 0.25 / 2e7, -1 / 2e7, 0}));
+    EXPECT_EQ(file.arrays.at("/1/data data")[0], 0.5 / 2e7);
+    EXPECT_EQ(file.texts.at("/0/data/title"), "Photocurrent");
+    EXPECT_EQ(file.texts.at("/0/meta Unit of the text file"), "V");
+    EXPECT_EQ(file.texts.at("/0/meta Laser power"), "275 uW");
 }
 
 // A part of a map looks like one.

@@ -3,6 +3,7 @@
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
@@ -187,6 +188,26 @@ TEST_F(MapRenderingTest, ScaleStandsBesideTheMap) {
         EXPECT_EQ(drawnTexts[i].x, left);
         EXPECT_EQ(drawnTexts[i].y, i % 2 == 0 ? 0 : 100);
     }
+}
+
+// The most current is brightest, also where it is the least of the volts.
+TEST_F(MapRenderingTest, BehindAnInvertingAmplifierTheScaleHasItsAmperes) {
+    instrumentLink.ammeterKind = kindOscilloscope;
+    setUp.scopeAmplifier = {.voltsPerAmpere = 1e7, .inverts = true, .offsetVolts = 1.0};
+    beginMap(conditionsOf(presentPlan()));
+    setRow(planePhotocurrent, 0, {1, -1, 0, 1});
+    for (size_t column : {0u, 1u, 2u}) scanMap.marks[column][0] = PointMark::Measured;
+    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, grey}));
+    drawMapWithScale(channelPhotocurrent);
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, grey}));
+    ASSERT_EQ(drawnTexts.size(), 2u);
+    EXPECT_EQ(drawnTexts[0].text, "200.0nA");
+    EXPECT_EQ(drawnTexts[1].text, "0.0nA");
+    EXPECT_STREQ(unitLabel(), "I_ph (nA)");
+    setRow(planePhotocurrent, 0, {1, 1, 1, 1});
+    drawMapWithScale(channelPhotocurrent);
+    EXPECT_EQ(drawnTexts[2].text, "100.0nA") << "only the maximum moves";
 }
 
 TEST_F(MapRenderingTest, MarkerStaysInThePicture) {
