@@ -129,6 +129,24 @@ bool askSettings() {
     return !selectedInstrument().settings || selectedInstrument().settings();
 }
 
+std::string settingsDifference(const std::string& before, const std::string& now) {
+    std::string words;
+    for (size_t a = 0, b = 0; a < before.size() && b < now.size();) {
+        const size_t endA = std::min(before.find(", ", a), before.size());
+        const size_t endB = std::min(now.find(", ", b), now.size());
+        const std::string was = before.substr(a, endA - a), is = now.substr(b, endB - b);
+        if (was != is) {
+            if (!words.empty()) words += "; ";
+            words += was;
+            words += " became ";
+            words += is;
+        }
+        a = endA + 2;
+        b = endB + 2;
+    }
+    return words;
+}
+
 namespace {
 
 // What a filter of n equal poles lets through of a step after t time constants.

@@ -32,6 +32,9 @@ void disconnectInstrument();
 // does not say; true where there is nothing to ask.
 bool askSettings();
 
+// "sync off became sync on": of two lists of what is kept the parts in which they differ.
+std::string settingsDifference(const std::string& before, const std::string& now);
+
 // How long its filter takes for so much of a step, ms; `percent` below 100; 0 without a filter. And
 // how much of one has passed after a time. Of n equal poles 1 - exp(-t) (1 + t + ... + t^(n-1) /
 // (n-1)!) has after t time constants.

@@ -231,6 +231,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .read = sr860Read,
         .derive = deriveLockIn,
         .settings = sr860Settings,
+        .beginPoint = sr860BeginPoint,
         .identity = sr860Identity,
         .close = sr860Close,
     },

@@ -27,7 +27,8 @@ constexpr const char* anyOfItsModel = "USB0::0xB506::0x2000::?*INSTR";
 // By the channels of these kinds.
 enum Value : size_t { valueR, valueX, valueY, valueTheta, valueAux };
 
-constexpr double displayReach = 1.09; // of the sensitivity: SR830 manual, "Output overload"
+constexpr double auxReachVolts = 10.0; // both manuals, "Aux Inputs"
+constexpr double displayReach = 1.09;  // of the sensitivity: SR830 manual, "Output overload"
 
 // What of the settings the readings need.
 struct Scale {
@@ -38,6 +39,7 @@ struct Scale {
 
 struct {
     std::string sr830Identity;
+    bool sr830Changed = false; // by itself, since its settings were read or it was last read
     VisaInstrument sr860{usbName};
     Scale scale; // of the one that is selected
 } lockIn;
@@ -60,7 +62,8 @@ std::optional<double> numberIn(std::string_view text) {
     while (!text.empty() && text.back() <= ' ') text.remove_suffix(1);
     double value = 0.0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) return {};
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value))
+        return {};
     return value;
 }
 
@@ -96,6 +99,7 @@ Reading readingOf(double x, double y, double r, double theta, double aux, const 
     reading.values[valueY] = static_cast<float>(y * perVolt);
     reading.values[valueTheta] = static_cast<float>(theta);
     reading.values[valueAux] = static_cast<float>(aux);
+    reading.auxAtLimit = std::fabs(aux) >= auxReachVolts;
     return reading;
 }
 
@@ -272,15 +276,29 @@ std::string sr830Identity() {
     return lockIn.sr830Identity;
 }
 
+namespace {
+
+// Bits of LIAS?: the frequency's range and the time constant have changed. Reading clears them, so
+// whoever reads the byte keeps that for the point.
+constexpr int ofFilter = 1 << 4 | 1 << 5;
+
+std::optional<int> statusOfSr830() {
+    const std::optional<int> status = indexIn(askSr830("LIAS?"), 1 << lastStatusBit);
+    if (status && (*status & ofFilter)) lockIn.sr830Changed = true;
+    return status;
+}
+
+} // namespace
+
 void sr830BeginPoint() {
-    askSr830("LIAS?");
+    statusOfSr830();
 }
 
 Reading sr830Read() {
     const std::optional<std::vector<double>> v = numbersIn(askSr830("SNAP? 1,2,3,4,5"), 5);
     if (!v) return {};
     // Behind the values: what was too much when they were taken is in it.
-    const std::optional<int> status = indexIn(askSr830("LIAS?"), 1 << lastStatusBit);
+    const std::optional<int> status = statusOfSr830();
     if (!status) return {};
     const char* const overload = *status & 1   ? "input or reserve"
                                  : *status & 2 ? "filter"
@@ -288,13 +306,17 @@ Reading sr830Read() {
                                                : nullptr;
     Reading reading = readingOf((*v)[0], (*v)[1], (*v)[2], (*v)[3], (*v)[4], overload);
     reading.unlocked = *status & 8;
+    reading.unsettled = std::exchange(lockIn.sr830Changed, false);
     forgetRefusal(gpibName);
     return reading;
 }
 
 std::optional<InstrumentSettings> sr830Settings() {
-    Answers answers(repliesOfSr830({"OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?", "FMOD?",
-                                    "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3"}));
+    Answers answers(
+        repliesOfSr830({"LIAS?", "OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?", "FMOD?",
+                        "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3"}));
+    answers.index(1 << lastStatusBit); // what has changed until now is in what it says now
+    lockIn.sr830Changed = false;
     InstrumentSettings settings = filterOfSr830(answers);
     const int sensitivity = answers.index(27), reserve = answers.index(3), sync = answers.index(2);
     const int input = answers.index(4), internal = answers.index(2);
@@ -329,9 +351,9 @@ std::string askSr860(const char* query) {
 }
 
 // By what the displays show, so that the values are told apart by the instrument's own word.
-constexpr char pointQuery[] = "SNAPD?;OAUX? 0;CUROVLDSTAT?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3";
+constexpr char pointQuery[] = "SNAPD?;OAUX? 0;CUROVLDSTAT?;LIAS?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3";
 
-// Bits of CUROVLDSTAT?: the two outputs and the four displays.
+// Bits of CUROVLDSTAT?, and of LIAS?, which latches them: the two outputs and the four displays.
 constexpr int ofOutputs = 0x0003 | 0x0F00, ofReference = 1 << 3, ofInput = 1 << 4;
 
 } // namespace
@@ -362,28 +384,33 @@ std::string sr860Identity() {
     return lockIn.sr860.identity;
 }
 
+void sr860BeginPoint() {
+    askSr860("LIAS?");
+}
+
 Reading sr860Read() {
     const std::string reply = askSr860(pointQuery);
     const std::vector<std::string_view> parts = partsOf(reply, ';');
-    if (parts.size() != 7) return {};
+    if (parts.size() != 8) return {};
     const std::optional<std::vector<double>> shown = numbersIn(parts[0], 4);
     const std::optional<double> aux = numberIn(parts[1]);
-    const std::optional<int> status = indexIn(parts[2], 1 << 16);
-    if (!shown || !aux || !status) return {};
+    const std::optional<int> now = indexIn(parts[2], 1 << 16), seen = indexIn(parts[3], 1 << 16);
+    if (!shown || !aux || !now || !seen) return {};
+    const int status = *now | *seen;
     std::optional<double> values[4]; // X, Y, R, theta: as the displays' numbers have them
     for (size_t i = 0; i < 4; ++i) {
-        const std::optional<int> which = indexIn(parts[3 + i], 16 + 10);
+        const std::optional<int> which = indexIn(parts[4 + i], 16 + 10);
         if (which && *which < 4) values[*which] = (*shown)[i];
     }
     if (!values[0] || !values[1] || !values[2] || !values[3]) {
         printRefusal(usbName, "its four displays are not X, Y, R and theta");
         return {};
     }
-    const char* const overload = *status & ofInput     ? "input"
-                                 : *status & ofOutputs ? "output"
-                                                       : nullptr;
+    const char* const overload = status & ofInput     ? "input"
+                                 : status & ofOutputs ? "output"
+                                                      : nullptr;
     Reading reading = readingOf(*values[0], *values[1], *values[2], *values[3], *aux, overload);
-    reading.unlocked = *status & ofReference;
+    reading.unlocked = status & ofReference;
     forgetRefusal(usbName);
     return reading;
 }

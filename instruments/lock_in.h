@@ -29,8 +29,10 @@ void deriveLockIn(std::array<float, mostChannels>& values);
 std::optional<InstrumentSettings> sr830Settings();
 std::optional<InstrumentSettings> sr860Settings();
 
-// The SR830 keeps what was too much until it is asked.
+// Both keep what was too much until they are asked. That the SR830's filter has changed by itself
+// counts for the point nevertheless.
 void sr830BeginPoint();
+void sr860BeginPoint();
 
 std::string sr830Identity();
 std::string sr860Identity();

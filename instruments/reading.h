@@ -18,6 +18,8 @@ struct Reading {
     bool overloaded = false;
     const char* overload = nullptr; // what was too much, where the instrument says; a literal
     bool unlocked = false;          // a lock-in amplifier without its reference
+    bool unsettled = false;         // its filter has changed by itself since the point began
+    bool auxAtLimit = false;        // its auxiliary input is at the end of its range
 
     float value() const { return values[0]; }
     operator float() const { return value(); }

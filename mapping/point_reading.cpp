@@ -7,6 +7,8 @@ bool PointReadings::take(const Reading& reading) {
     if (reading.overloaded) overload = reading;
     answered = reading.answered || reading.overloaded;
     unlocked |= reading.unlocked;
+    unsettled |= reading.unsettled;
+    auxAtLimit |= reading.auxAtLimit;
     if (reading.overloaded || !answered) return false;
     ++count;
     for (size_t i = 0; i < mostChannels; ++i) {
@@ -15,7 +17,7 @@ bool PointReadings::take(const Reading& reading) {
         mean[i] += distance / count;
         squares[i] += distance * (value - mean[i]);
     }
-    return !unlocked;
+    return !unlocked && !unsettled;
 }
 
 PointReading PointReadings::result() const {
@@ -23,7 +25,9 @@ PointReading PointReadings::result() const {
                        .answered = answered,
                        .overloaded = overload.overloaded,
                        .overload = overload.overload,
-                       .unlocked = unlocked};
+                       .unlocked = unlocked,
+                       .unsettled = unsettled,
+                       .auxAtLimit = auxAtLimit};
     if (point.overloaded) return point;
     for (size_t i = 0; i < mostChannels; ++i) {
         point.means[i] = static_cast<float>(mean[i]);

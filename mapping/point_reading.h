@@ -14,6 +14,8 @@ struct PointReading {
     bool overloaded = false;                      // one of them
     const char* overload = nullptr;               // what was too much, where that is known
     bool unlocked = false;                        // one of them
+    bool unsettled = false;                       // likewise
+    bool auxAtLimit = false;
 };
 
 // Takes readings one by one. The first that is none ends the point: silent ones would cost a
@@ -33,5 +35,5 @@ private:
     std::array<double, mostChannels> mean{}, squares{}; // so far; of their distances from it
     bool answered = true;
     Reading overload; // while there is one
-    bool unlocked = false;
+    bool unlocked = false, unsettled = false, auxAtLimit = false;
 };

@@ -63,25 +63,6 @@ bool swingZ(const ArrivalTiming& timing) {
     return moveBy(stageZ, 2.0, timing) && moveBy(stageZ, -2.0, timing);
 }
 
-// "sync off became sync on": of two lists with commas the parts in which they differ.
-std::string differenceOf(const std::string& before, const std::string& now) {
-    std::string words;
-    for (size_t a = 0, b = 0; a < before.size() && b < now.size();) {
-        const size_t endA = std::min(before.find(", ", a), before.size());
-        const size_t endB = std::min(now.find(", ", b), now.size());
-        const std::string was = before.substr(a, endA - a), is = now.substr(b, endB - b);
-        if (was != is) {
-            if (!words.empty()) words += "; ";
-            words += was;
-            words += " became ";
-            words += is;
-        }
-        a = endA + 2;
-        b = endB + 2;
-    }
-    return words;
-}
-
 // How a row begins.
 struct RowStart {
     NotThere yMissed;
@@ -323,7 +304,14 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
     spoils(Spoilt::Instrument, !boardIsInstrument && !reading->answered);
     spoils(Spoilt::Overload, reading->overloaded);
     if (reading->overload) report.takeOverload(reading->overload);
+    if (plan.options.auxChannel && reading->auxAtLimit) {
+        spoils(Spoilt::Overload, true);
+        report.takeOverload("aux input");
+    }
     spoils(Spoilt::Unlocked, reading->unlocked);
+    spoils(Spoilt::Unsettled, reading->unsettled);
+    if (reading->unsettled && report.whyUnsettled.empty())
+        report.whyUnsettled = "its filter changed by itself";
     spoils(Spoilt::NotReached, point.missed.why != Miss::Nothing);
     if (point.missed.why != Miss::Nothing) report.takeMiss(point.missed);
     if (plan.confocal) {
@@ -369,7 +357,7 @@ void Scan::lookAtSettings(int row, bool isLast) {
         }
     knownFrom = row + 1;
     if (sound) return;
-    report.whyUnsettled = now ? differenceOf(known.kept, now->kept) : "it did not say";
+    report.whyUnsettled = now ? settingsDifference(known.kept, now->kept) : "it did not say";
     logEvent("Settings changed: " + report.whyUnsettled);
     if (now) known = *now; // the next rows wait for what it is
     otherUnit = instrumentLink.inVolts != plan.inVolts;
@@ -512,7 +500,7 @@ void Scan::takeSettings() {
     report.settings = known.warning;
     if (known.kept != plan.settings.kept)
         report.settings = "The instrument is set otherwise than before: " +
-                          differenceOf(plan.settings.kept, known.kept);
+                          settingsDifference(plan.settings.kept, known.kept);
 }
 
 void Scan::begin() {

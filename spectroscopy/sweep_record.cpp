@@ -36,6 +36,7 @@ void Missed::count(const Reading& reading) {
     readings += !reading.answered;
     overloads += reading.overloaded;
     unlocked += reading.unlocked;
+    unsettled += reading.unsettled;
 }
 
 void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& missed) {
@@ -46,7 +47,8 @@ void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& mi
                                 {missed.dark, "Laser off"},
                                 {missed.readings, "No reading"},
                                 {missed.overloads, "Overload"},
-                                {missed.unlocked, "Reference unlocked"}})
+                                {missed.unlocked, "Reference unlocked"},
+                                {missed.unsettled, "Settings changed"}})
         outcome.doubts.push_back({cause, count, record.currentIndex});
     if (outcome.end == ProcessEnd::Asleep)
         outcome.troubles.emplace_back("The computer went to sleep");

@@ -54,6 +54,7 @@ struct Missed {
     int32_t lights = 0;    // with no board that could have switched the laser
     int32_t dark = 0;      // while the laser was to shine and did not
     int32_t unlocked = 0;  // a lock-in amplifier without its reference
+    int32_t unsettled = 0; // whose filter had just changed by itself
     BiasWatch bias;
     void count(const Reading& reading);
 };

@@ -99,6 +99,8 @@ bool recordPhase(SweepRecord& record, Phase phase, float seconds, int32_t mostSa
         for (size_t c = 0; c < further.size(); ++c) record.channelValues[c].push_back(further[c]);
         journalSample(record.extraValues[i], record.yValues[i], further);
         missed.count(reading);
+        const bool auxCounts = record.setUp.options.auxChannel && !reading.overloaded;
+        if (auxCounts && reading.auxAtLimit) ++missed.overloads;
         // As instrument it would not have answered.
         if (!selectedInstrument().overTheBoard && !laserLinkStands(laserLink)) ++missed.lights;
         if (phase == Phase::Lit && !laserIsOn()) ++missed.dark;
@@ -123,6 +125,18 @@ void recordCycles(SweepRecord& record, const SeriesPlan& plan, Missed& missed) {
         if (!recordPhase(record, Phase::Dark, plan.offSeconds, most, offsetMs, missed)) break;
     }
     setLaserLevel(0);
+}
+
+// Whether somebody has set the instrument otherwise meanwhile.
+void lookAtSettings(SweepRecord& record) {
+    const InstrumentSettings& before = record.setUp.settings;
+    if (before.kept.empty() || processEnd() == ProcessEnd::Asleep) return;
+    std::vector<std::string>& troubles = record.outcome.troubles;
+    if (!askSettings())
+        troubles.emplace_back("The instrument did not say at the end what is set at it");
+    else if (instrumentLink.settings.kept != before.kept)
+        troubles.push_back("Settings changed: " +
+                           settingsDifference(before.kept, instrumentLink.settings.kept));
 }
 
 } // namespace
@@ -160,7 +174,10 @@ Outcome runSeries(const SeriesPlan& plan) {
     const auto volts = static_cast<double>(record.setUp.biasVoltage);
     Missed missed;
     missed.bias.told(volts, applyBias(volts, static_cast<double>(record.setUp.currentLimit)));
+    // What it has noticed so far is no sample's.
+    if (selectedInstrument().beginPoint) selectedInstrument().beginPoint();
     recordCycles(record, plan, missed);
+    lookAtSettings(record);
     endMeasurement(record, "Time Evolution Measurement has completed", missed);
     showEndMessage(record, "Time Evolution Measurement has completed.        ");
     return record.outcome;

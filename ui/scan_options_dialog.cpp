@@ -4,6 +4,7 @@
 #include "camera/live_view.h"
 #include "instruments/ammeter.h"
 #include "mapping/scan_options.h"
+#include "mapping/scan_plan.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
@@ -12,7 +13,6 @@
 #include "session/message_box.h"
 #include "session/process.h"
 
-#include <cmath>
 #include <iterator>
 #include <optional>
 
@@ -27,14 +27,19 @@ static_assert(std::size(numberEdits) == std::size(scanNumbers));
 
 bool askingBack = false; // a notice is open
 
-// How long the lock-in amplifier's filter needs with what is typed.
+// How long a point waits for the lock-in amplifier's filter with what is typed.
 void showSettling() {
     const InstrumentSettings& settings = instrumentLink.settings;
+    const ScanNumber& beforeReading = scanNumbers[1];
     const ScanNumber& settled = scanNumbers[std::size(scanNumbers) - 1];
     const std::optional<int32_t> typed = settled.typed(dialogText(idSettledEdit, editCapacity));
     std::string text = "no lock-in connected";
-    if (settings.poles > 0 && typed && *typed > 0)
-        text = formatted("%.0f ms", std::ceil(settlingMs(settings, *typed / 10.0)));
+    if (settings.poles > 0 && typed && *typed > 0) {
+        ScanOptions chosen{.settledTenths = *typed};
+        const std::string wait = dialogText(idReadingDelay, editCapacity);
+        chosen.beforeReadingMs = beforeReading.typed(wait).value_or(0);
+        text = formatted("%u ms", readingDelayMs(chosen, settings));
+    }
     if (settings.poles > 0 && typed && *typed == 0) text = "the wait above";
     if (settings.poles > 0 && !typed) text.clear();
     setDialogText(idSettledText, text.c_str());
@@ -101,7 +106,7 @@ void chooseScanOptions() {
 void onScanOptionsCommand(int id) {
     if (askingBack) return;
     resetIdle();
-    if (id == idSettledEdit) showSettling();
+    if (id == idSettledEdit || id == idReadingDelay) showSettling();
     if (id == idSet && processUnderWay()) return refuseForProcess(); // begun from another window
     if (id == idSet) takeOver();
     if (id == idCloseDialog) endDialog();

@@ -190,6 +190,7 @@ struct LabLockInWiring {
     double signalDegrees = 35;            // of the photocurrent's fundamental to the reference
     // What a current input's outputs are: volts, as the manuals say, or amperes, as some have it.
     bool currentInputInAmperes = false;
+    double photodiodeOffsetVolts = 0; // at aux input 1
 };
 void wireLabLockIns(const LabLockInWiring& wiring);
 

@@ -401,6 +401,8 @@ double expectedReflectionVolts(double xUm, double yUm, double laserLevelVolts) {
 }
 
 double photodiodeVolts() {
-    return reflectionVolts(labLaserSpotSample(), lab.board.laserPwm) +
-           std::normal_distribution<double>(0, labPhotodiodeNoiseVolts)(lab.noise);
+    const double volts = reflectionVolts(labLaserSpotSample(), lab.board.laserPwm) +
+                         std::normal_distribution<double>(0, labPhotodiodeNoiseVolts)(lab.noise);
+    constexpr double auxRange = 10; // V, to either side
+    return std::clamp(volts + wiring.photodiodeOffsetVolts, -auxRange, auxRange);
 }

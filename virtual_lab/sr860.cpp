@@ -1,6 +1,6 @@
 // The SR860's command set (an SR865A has the same), from its manual: a query's '?' stands at its
 // name, a blank before its numbers; the replies to the queries of one line come as one, with ';'
-// between them. What is wrong now it says without a latch.
+// between them. What is wrong now it says without a latch, and what was so with one.
 #include "virtual_lab/lab_state.h"
 #include "virtual_lab/lock_in.h"
 
@@ -74,8 +74,7 @@ bool tellDisplays(const std::vector<int>&, std::string& answer) {
 
 // Bits 0 and 1 the outputs CH1 and CH2 (X and R by default), 3 the reference, 4 the input range,
 // 8 to 11 the displays.
-int statusNow() {
-    const unsigned now = lockInNow(labSr860);
+int bitsOf(unsigned now) {
     int bits = ((now & lockInX) != 0) | ((now & lockInR) != 0) << 1 |
                ((now & lockInUnlocked) != 0) << 3 | ((now & lockInInput) != 0) << 4;
     constexpr unsigned ofDisplay[] = {lockInX, lockInY, lockInR};
@@ -84,6 +83,15 @@ int statusNow() {
         if (shown < 3 && (now & ofDisplay[shown])) bits |= 1 << (8 + i);
     }
     return bits;
+}
+
+int statusNow() {
+    return bitsOf(lockInNow(labSr860));
+}
+
+// The same bits, each of which stays until it is read: as public drivers list them.
+int statusWord() {
+    return bitsOf(takeLockInSeen(labSr860));
 }
 
 int inputLevel() {
@@ -122,6 +130,7 @@ const LockInCommand commands[] = {
          return of[0] >= 0 && of[0] <= 3 && tellAll({of[0] + 4}, answer);
      }},
     {"CUROVLDSTAT?", 0, 0, tell<statusNow>},
+    {"LIAS?", 0, 0, tell<statusWord>},
     {"ILVL?", 0, 0, tell<inputLevel>},
     {"CDSP?", 1, 1,
      [](const std::vector<int>& of, std::string& answer) {

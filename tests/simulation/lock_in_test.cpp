@@ -168,6 +168,39 @@ TEST_P(LockInMapTest, OtherSettingsSpoilTheirRowAndAreWaitedForFromThenOn) {
               std::to_string(scanArea.cols));
 }
 
+// It was there while the point's filter settled, and is over when its value comes.
+TEST_P(LockInMapTest, AnOverloadInTheWaitSpoilsItsPoint) {
+    choose(GetParam());
+    atHalf([] {
+        in(100, [] { applyLabFaults("lock-in overload"); });
+        in(150, [] { applyLabFaults(""); });
+    });
+    runProgramOver(20, 15);
+    EXPECT_EQ(marked(PointMark::Overloaded), 1);
+    EXPECT_EQ(wrongCells(), 0);
+}
+
+TEST_P(LockInMapTest, ASeriesBeginsAnewAndSaysWhatWasSetMeanwhile) {
+    choose(GetParam());
+    Outcome first, second;
+    when([] { return timerRuns(); },
+         [&] {
+             postCall([&] {
+                 first = runSeries({2.0f, 1.0f, 1});
+                 in(500, [this] {
+                     setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 100});
+                 });
+                 second = runSeries({2.0f, 1.0f, 1});
+                 post(messageClose);
+             });
+         });
+    runProgram(1);
+    EXPECT_TRUE(first.isSound()) << first.words() << ": it was unlocked before";
+    EXPECT_NE(second.words().find("time constant 30 ms became time constant 100 ms"),
+              std::string::npos)
+        << second.words();
+}
+
 TEST_P(LockInMapTest, WhatDoesNotAnswerIsNoReading) {
     for (const char* fault : {"absent", "garbage", "silent"}) {
         SCOPED_TRACE(fault);
@@ -208,6 +241,30 @@ TEST_F(LockInTest, AnAuxiliaryInputIsAChannelOfTheSameMoment) {
         });
     });
     EXPECT_EQ(numbersOf(contentOf(sessionFile("LockInAux1"))).size(), 6u);
+}
+
+TEST_F(LockInTest, AnAuxiliaryInputAtItsEndIsAnOverloadWhereItIsAChannel) {
+    for (const bool isChannel : {true, false}) {
+        prepareWorld();
+        choose(kindLockInGpib, isChannel ? "lock-in aux 1 as channel = yes\n" : "");
+        atHalf([] { wireLabLockIns({.photodiodeOffsetVolts = 12}); });
+        runProgramOver(20, 15);
+        EXPECT_EQ(marked(PointMark::Overloaded) >= scanArea.totalPoints / 2 - 1, isChannel);
+        EXPECT_EQ(textIn(Field::Information).find("aux input: ") != std::string::npos, isChannel)
+            << textIn(Field::Information);
+        wireLabLockIns({});
+    }
+}
+
+// The chopper slows down: the SR830 has another range there, and says so once.
+TEST_F(LockInTest, AFilterThatChangesByItselfSpoilsItsPoint) {
+    choose(kindLockInGpib);
+    atHalf([] { wireLabLockIns({.chopperHz = 150}); });
+    runProgramOver(20, 15);
+    EXPECT_EQ(marked(PointMark::Unsettled), 1);
+    EXPECT_EQ(wrongCells(), 0);
+    EXPECT_NE(textIn(Field::Information).find("its filter changed by itself"), std::string::npos)
+        << textIn(Field::Information);
 }
 
 TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {

@@ -689,9 +689,9 @@ TEST_F(InstrumentsTest, Sr830IsToldWhereToAnswerAndSetToNothing) {
     sr830BeginPoint();
     const Reading reading = sr830Read();
     EXPECT_EQ(labInstrumentCommands(labSr830),
-              (Commands{"OUTX 1", "*IDN?", "OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?", "ISRC?",
-                        "FMOD?", "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2", "OEXP? 3",
-                        "LIAS?", "SNAP? 1,2,3,4,5", "LIAS?"}));
+              (Commands{"OUTX 1", "*IDN?", "LIAS?", "OFLT?", "OFSL?", "SENS?", "RMOD?", "SYNC?",
+                        "ISRC?", "FMOD?", "FREQ?", "PHAS?", "HARM?", "OEXP? 1", "OEXP? 2",
+                        "OEXP? 3", "LIAS?", "SNAP? 1,2,3,4,5", "LIAS?"}));
     EXPECT_EQ(labInstrumentErrors(labSr830), Commands{});
     EXPECT_EQ(link.settings.words,
               "sensitivity 50 mV, time constant 300 ms, 24 dB per octave, reserve low noise, sync "
@@ -728,7 +728,7 @@ TEST_F(InstrumentsTest, Sr860TellsWhichValueIsWhich) {
     EXPECT_EQ(sr860Identity(), "Stanford_Research_Systems,SR865A,000111,v1.23");
     const Reading reading = sr860Read();
     EXPECT_EQ(labInstrumentCommands(labSr860).back(),
-              "SNAPD?;OAUX? 0;CUROVLDSTAT?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3\n");
+              "SNAPD?;OAUX? 0;CUROVLDSTAT?;LIAS?;CDSP? 0;CDSP? 1;CDSP? 2;CDSP? 3\n");
     EXPECT_NEAR(static_cast<double>(reading.values[0]), labMeasurements().back().value, 1e-6);
     EXPECT_NEAR(static_cast<double>(reading.values[3]), 35.0, 0.5);
     setLabLockIn(labSr860, {.dataChannels = {0, 1, 2, 9}}); // the reference's frequency

@@ -1,6 +1,7 @@
 // Options.ini: what is kept under a name, and what else stands in the file.
 #include "session/options.h"
 
+#include "instruments/kinds.h"
 #include "mapping/scan_options.h"
 #include "screen/control_ids.h"
 #include "session/set_up.h"
@@ -119,6 +120,15 @@ TEST_F(OptionsTest, DialogTakesAllOrNothing) {
         fill("0");
     };
     onCommand(idScanOptions); // and "Cancel"
+    // A point waits for the longer of the two.
+    instrumentLink.settings = {.timeConstantMs = 100, .poles = 2};
+    whileDialogOpen = [&] {
+        EXPECT_EQ(dialogTextIn(idSettledText), "664 ms");
+        setDialogText(idReadingDelay, "5000");
+        onScanOptionsCommand(idReadingDelay);
+        EXPECT_EQ(dialogTextIn(idSettledText), "5000 ms");
+    };
+    onCommand(idScanOptions);
     EXPECT_EQ(scanSettings.options, ScanOptions());
     EXPECT_EQ(contentOf(file), "");
     whileDialogOpen = [&] {
