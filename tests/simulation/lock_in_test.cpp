@@ -10,6 +10,7 @@
 #include "mapping/scan_options.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
 #include "spectroscopy/time_evolution.h"
 
@@ -186,6 +187,9 @@ TEST_P(LockInMapTest, ASeriesBeginsAnewAndSaysWhatWasSetMeanwhile) {
     when([] { return timerRuns(); },
          [&] {
              postCall([&] {
+                 applyLabFaults("chopper stopped");
+                 waitResponsive(50);
+                 applyLabFaults("");
                  first = runSeries({2.0f, 1.0f, 1});
                  in(500, [this] {
                      setLabLockIn(who, {.sensitivityVolts = 0.05, .timeConstantMs = 100});
@@ -257,14 +261,21 @@ TEST_F(LockInTest, AnAuxiliaryInputAtItsEndIsAnOverloadWhereItIsAChannel) {
 }
 
 // The chopper slows down: the SR830 has another range there, and says so once.
+// On the way to a point or while it waits.
 TEST_F(LockInTest, AFilterThatChangesByItselfSpoilsItsPoint) {
-    choose(kindLockInGpib);
-    atHalf([] { wireLabLockIns({.chopperHz = 150}); });
-    runProgramOver(20, 15);
-    EXPECT_EQ(marked(PointMark::Unsettled), 1);
-    EXPECT_EQ(wrongCells(), 0);
-    EXPECT_NE(textIn(Field::Information).find("its filter changed by itself"), std::string::npos)
-        << textIn(Field::Information);
+    for (double ms = 0; ms < 300; ms += 60) {
+        SCOPED_TRACE(ms);
+        prepareWorld();
+        choose(kindLockInGpib);
+        when([] { return textIn(Field::Progress) == "Mapping: 56% done"; },
+             [ms] { in(ms, [] { wireLabLockIns({.chopperHz = 150}); }); });
+        runProgramOver(20, 15);
+        EXPECT_EQ(marked(PointMark::Unsettled), 1);
+        EXPECT_EQ(wrongCells(), 0);
+        EXPECT_NE(textIn(Field::Information).find("its filter changed by itself"),
+                  std::string::npos)
+            << textIn(Field::Information);
+    }
 }
 
 TEST_F(LockInTest, WithoutAnAmplifierTheValuesStayVoltsAndSaySo) {
