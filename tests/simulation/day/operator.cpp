@@ -235,9 +235,8 @@ void Operator::opensAnalyzerOnBus() {
 void Operator::choosesInstrument() {
     const int kind = dice.below(equipmentKindCount);
     selectInDialogList(idInstrumentList, kind);
-    const char* address = kind == kindGpibSourcemeter ? "24" : "18";
-    if (kind == kindAnalyzerGpib) address = "17";
-    if (dice.below(4) != 0) setDialogText(idGpibAddress, address);
+    const int address = kind == kindAnalyzerGpib ? 17 : gpibAddressOf(kind);
+    if (dice.below(4) != 0) setDialogText(idGpibAddress, formatted("%d", address).c_str());
     judge.note(formatted("chooses instrument %d", kind));
     judge.choseInstrument();
     if (dice.below(2) == 0) presses(dice.below(2) == 0 ? idSet : idInitializeInstrument);

@@ -8,6 +8,10 @@
 
 #include <algorithm>
 
+int gpibAddressOf(int kind) {
+    return kind == kindGpibSourcemeter ? 24 : kind == kindLockInGpib ? 8 : 18;
+}
+
 Swarm::Swarm(Dice& dice) : acts(dice, static_cast<size_t>(Act::Count)), faults(dice, faultCount()) {
     drawSetup(dice);
     drawScan(dice);
@@ -18,7 +22,7 @@ Swarm::Swarm(Dice& dice) : acts(dice, static_cast<size_t>(Act::Count)), faults(d
 void Swarm::drawSetup(Dice& dice) {
     constexpr int readable[] = {kindArduino,        kindGpibMultimeter, kindGpibSourcemeter,
                                 kindUsbSourcemeter, kindOscilloscope,   kindAnalyzerEthernet,
-                                kindAnalyzerGpib};
+                                kindAnalyzerGpib,   kindLockInGpib,     kindLockInUsb};
     kind = dice.percent(2) ? int{kindNiDaq} : dice.oneOf(readable);
     // More than 2.1 V is refused by a source on its 1 V range, more than 21 V or 0.105 A by the
     // analyzer.
@@ -94,7 +98,7 @@ void Swarm::count(std::map<std::string, uint64_t>& counts) const {
 std::string Swarm::settingsLine() const {
     return formatted("step:%.1f, laser:4.00, laser correct:(640,500), Ammeter:%d, GPIB:%d, "
                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, %d\n",
-                     stepUm, kind, kind == kindGpibSourcemeter ? 24 : 18, confocal ? 1 : 0);
+                     stepUm, kind, gpibAddressOf(kind), confocal ? 1 : 0);
 }
 
 std::string Swarm::options() const {

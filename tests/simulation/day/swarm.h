@@ -27,6 +27,8 @@ enum class Act : size_t {
     Count,
 };
 
+int gpibAddressOf(int kind); // at which the laboratory has such an instrument
+
 struct Swarm {
     explicit Swarm(Dice& dice);
 
