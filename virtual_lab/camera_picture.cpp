@@ -154,6 +154,33 @@ static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
     }
 }
 
+// Of a camera that is turned, or looks through another objective: the nearest point of the tiles
+// for each pixel. It is never blurred.
+static void drawTurned(uint8_t* raw, uint16_t scale) {
+    const LabPoint origin = fromCentre(-labCentreColumn, -labCentreRow);
+    const LabPoint perColumn = fromCentre(1, 0), perRow = fromCentre(0, 1);
+    const double x0 = labStageUm(labX) + origin.x, y0 = labStageUm(labY) + origin.y;
+    uint8_t lines[2][labRawWidth];
+    for (int row = 0; row < pictureHeight; ++row) {
+        if (!isSeen[static_cast<size_t>(row)]) continue;
+        for (int column = 0; column < pictureWidth; ++column) {
+            const double x = x0 + column * perColumn.x + row * perRow.x;
+            const double y = y0 + column * perColumn.y + row * perRow.y;
+            const int across = static_cast<int>(std::lround(x / labUmPerPixel));
+            const int up = static_cast<int>(std::lround(y / labUmPerPixel));
+            const int tileX = floorDivide(across, tileSide), tileY = floorDivide(up, tileSide);
+            const Tile& tile = tileAt(tileX, tileY);
+            const int inX = 2 * (across - tileX * tileSide), inY = up - tileY * tileSide;
+            for (int line : {0, 1})
+                std::memcpy(lines[line] + 2 * column, tile.rows[inY][line] + inX, 2);
+        }
+        const int rawRow = labRawHeight - 2 - 2 * row;
+        for (int line : {0, 1})
+            brighten(raw + static_cast<size_t>(rawRow + line) * labRawWidth, lines[line],
+                     litNoise(rawRow + line), labRawWidth, scale);
+    }
+}
+
 static void drawDefocused(uint8_t* raw, uint16_t scale, int left, int bottom, double sigma) {
     static DefocusedSample sample;
     defocusSample(sample, left, bottom, sigma);
@@ -177,6 +204,7 @@ static double illuminatedSigma() {
 static void drawIlluminated(uint8_t* raw, double brightness) {
     auto scale =
         static_cast<uint16_t>(std::clamp(illuminationLevel * brightness / 255 * 256, 0.0, 65535.0));
+    if (!lab.faults.setUp.isStraight()) return drawTurned(raw, scale);
     int left = static_cast<int>(std::lround(labStageUm(labX) / labUmPerPixel)) - labCentreColumn;
     int bottom = static_cast<int>(std::lround(labStageUm(labY) / labUmPerPixel)) - labCentreRow;
     double sigma = illuminatedSigma();

@@ -47,6 +47,35 @@ Rgb textureAt(double xUm, double yUm);
 // Stage height, in um, at which the surface is in focus.
 double surfaceHeightAt(double xUm, double yUm);
 
+// --- How it is built
+// ------------------------------------------------------------------------------
+
+// Without a word of it in the fault file it is the microscope as built: all that stands here.
+struct LabSetUp {
+    // A picture pixel that lies (columns, rows) from the picture's centre, rows upwards, shows the
+    // sample point that lies that, mirrored at the row's axis where the camera is mirrored, turned
+    // anticlockwise, times `umPerPixel` from the stage's position.
+    double umPerPixel = labUmPerPixel;
+    double degrees = 0;
+    bool mirrored = false;
+    LabPixel spot = {640, 500}; // where the picture shows the laser spot, and its light acts
+    double umPerTurn[3] = {250, 250, 250};
+    bool reversed[3] = {}; // its controller counts down where the carriage goes up
+    // Before the board's analog input a transimpedance amplifier, V/A; 0: the photovoltage itself.
+    double boardVoltsPerAmpere = 0;
+    double boardOffsetVolts = 0; // of the amplifier without a current
+
+    bool isStraight() const { return umPerPixel == labUmPerPixel && degrees == 0 && !mirrored; }
+};
+LabSetUp labSetUp();
+
+// The sample point that a picture pixel shows now.
+LabPoint labSampleAt(double column, double rowFromBottom);
+
+// The controllers lose their supply: they are gone until they are opened again, count 0 where they
+// stand, and give the windings no current.
+void cycleLabStagePower();
+
 // --- The set-up now ------------------------------------------------------------------------------
 
 enum LabAxis : int { labX = 0, labY = 1, labZ = 2 };
@@ -56,7 +85,7 @@ enum LabAxis : int { labX = 0, labY = 1, labZ = 2 };
 double labStageUm(int axis);
 bool labStageMoves(int axis); // its motor is under way
 
-LabPixel labSpotPixel();       // fixed place of the laser spot in the picture
+LabPixel labSpotPixel();       // place of the laser spot in the picture
 LabPoint labLaserSpotSample(); // sample point under the laser spot
 bool labIlluminated();
 int labLaserPwm(); // 0..255, pin 5
@@ -273,6 +302,12 @@ const std::vector<LabRead>& labReads();
 //   board overload                      more than 5 V at its analog input
 //   board quiet                         its converter has no noise
 //   backlash x|y|z <um>                 2, 2 and 0.8 when nothing is said
+//   optics <um a pixel> <degrees> [mirrored]   of the camera against the stage
+//   spot at <column> <row>              of the laser on the picture, from the bottom
+//   axis x|y|z pitch <um>               its screw's, a turn; 250 when nothing is said
+//   axis x|y|z reversed                 its controller counts the other way
+//   amplifier board <V/A> <offset V>    before the board's input
+//   second set-up                       another laboratory's: see secondSetUp, lab_state.cpp
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails
 //   gpib error ibdev|ibclr|ibwrt|ibrd|ibonl [<n>]   only these, from the n-th from now on

@@ -73,6 +73,43 @@ static bool parseAlarm(std::istringstream& words, int axis, LabFaults& faults) {
     return faults.alarm[axis] != 0 && parseCount(words, faults.alarmFrom[axis]);
 }
 
+// Of another laboratory: an objective of 0.2347 um a pixel with a camera that hangs the other way
+// round, other motors and screws with more play, a current amplifier.
+static void makeSecondSetUp(LabFaults& faults) {
+    LabSetUp& setUp = faults.setUp;
+    setUp.umPerPixel = 0.2347;
+    setUp.degrees = 1.3;
+    setUp.mirrored = true;
+    setUp.spot = {571, 538};
+    setUp.umPerTurn[labX] = setUp.umPerTurn[labY] = 500;
+    faults.stepsPerTurn[labX] = 400;
+    setUp.reversed[labX] = true;
+    faults.backlashUm[labX] = faults.backlashUm[labY] = 3;
+    setUp.boardVoltsPerAmpere = 5e6;
+    setUp.boardOffsetVolts = 0.06;
+}
+
+static bool parseSetUp(std::istringstream& words, const std::string& device,
+                       const std::string& what, LabFaults& faults) {
+    LabSetUp& setUp = faults.setUp;
+    if (device == "second") {
+        makeSecondSetUp(faults);
+        return what == "set-up";
+    }
+    if (device == "optics") {
+        std::string mirrored;
+        setUp.umPerPixel = std::atof(what.c_str());
+        if (!(setUp.umPerPixel >= 0.01 && setUp.umPerPixel <= 10)) return false;
+        if (!(words >> setUp.degrees)) return false;
+        words >> mirrored;
+        setUp.mirrored = mirrored == "mirrored";
+        return setUp.mirrored || mirrored.empty();
+    }
+    if (device == "spot") return what == "at" && words >> setUp.spot.column >> setUp.spot.row;
+    return device == "amplifier" && what == "board" &&
+           words >> setUp.boardVoltsPerAmpere >> setUp.boardOffsetVolts;
+}
+
 static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
     std::string what;
     words >> what;
@@ -82,6 +119,9 @@ static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& fault
     if (what == "old") return faults.oldStatus[axis] = true;
     if (what == "overshoot")
         return words >> faults.overshootUm[axis] && faults.overshootUm[axis] >= 0;
+    if (what == "reversed") return faults.setUp.reversed[axis] = true;
+    if (what == "pitch")
+        return words >> faults.setUp.umPerTurn[axis] && faults.setUp.umPerTurn[axis] > 0;
     if (what == "slow") return words >> faults.ownSpeed[axis] && faults.ownSpeed[axis] > 0;
     if (what == "microsteps") {
         uint32_t& mode = faults.microstepMode[axis];
@@ -162,6 +202,11 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         if (words >> detail && detail != "aside" && detail != "again") return false;
         faults.crashAside = detail == "aside";
         faults.crashAgain = detail == "again";
+    } else if (device == "optics" || device == "spot" || device == "amplifier" ||
+               device == "second") {
+        words.clear();
+        if (!parseSetUp(words, device, what, faults)) return false;
+        words.clear();
     } else if (device == "backlash" && axis >= 0) {
         if (!(words >> number) || number < 0) return false;
         faults.backlashUm[axis] = number;
@@ -187,6 +232,11 @@ bool applyLabFaults(const std::string& text) {
     dropLostCamera();
     switchOffAbsentInstruments();
     return true;
+}
+
+LabSetUp labSetUp() {
+    LabLock lock;
+    return lab.faults.setUp;
 }
 
 bool labBoardPresent() {

@@ -10,6 +10,7 @@
 #include <random>
 
 struct LabFaults {
+    LabSetUp setUp;
     int controllers = 3; // found on the bus, 0..3
     bool noController[3] = {};
     std::string busOrder = "yxz"; // the controllers' axes as a search finds them
@@ -148,6 +149,9 @@ void switchLaser(int pwm); // 0..255, 0 is off
 // The photovoltage at a time, where the carriages now stand, and the current that it makes.
 double photoVoltsAtTime(double ms);
 double photoCurrent(double photoVolts, double biasVolts);
+
+// From the picture's centre to a pixel, um on the sample. Under the lock.
+LabPoint fromCentre(double columns, double rows);
 
 // How much of the light is left at the spot (1 in focus) and how much wider the spot is, for a
 // surface that lies `defocusUm` from the focus.

@@ -12,7 +12,11 @@ constexpr double inputEndVolts = 5; // all that lies higher is converted to 1023
 constexpr size_t longestCommand = 31;
 
 static int convertPhotocurrent() {
-    double volts = lab.faults.boardOverload ? 2 * inputEndVolts : labPhotoVoltage();
+    const LabSetUp& setUp = lab.faults.setUp;
+    double volts = setUp.boardVoltsPerAmpere > 0
+                       ? setUp.boardOffsetVolts + labPhotoCurrent(0) * setUp.boardVoltsPerAmpere
+                       : labPhotoVoltage();
+    if (lab.faults.boardOverload) volts = 2 * inputEndVolts;
     if (!lab.faults.boardQuiet)
         volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
     return static_cast<int>(std::clamp(std::floor(volts / labAdcStepVolts), 0.0, 1023.0));

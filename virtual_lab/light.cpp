@@ -3,8 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
-
-constexpr LabPixel spotPixel = {640, 500};
+#include <numbers>
 
 // At the strongest place, in focus, at an intensity of 4.0 V.
 constexpr double photoVoltsAtReference = 4.6;
@@ -24,12 +23,29 @@ static double voltsAt(LabPoint spot, double pwm, double zUm) {
 }
 
 LabPixel labSpotPixel() {
-    return spotPixel;
+    LabLock lock;
+    return lab.faults.setUp.spot;
+}
+
+LabPoint fromCentre(double columns, double rows) {
+    const LabSetUp& setUp = lab.faults.setUp;
+    if (setUp.isStraight()) return {columns * labUmPerPixel, rows * labUmPerPixel};
+    const double turn = setUp.degrees * std::numbers::pi / 180;
+    if (setUp.mirrored) columns = -columns;
+    return {(columns * std::cos(turn) - rows * std::sin(turn)) * setUp.umPerPixel,
+            (columns * std::sin(turn) + rows * std::cos(turn)) * setUp.umPerPixel};
 }
 
 static LabPoint spotOfStage(double xUm, double yUm) {
-    return {xUm + (spotPixel.column - labCentreColumn) * labUmPerPixel,
-            yUm + (spotPixel.row - labCentreRow) * labUmPerPixel};
+    const LabPixel spot = lab.faults.setUp.spot;
+    const LabPoint way = fromCentre(spot.column - labCentreColumn, spot.row - labCentreRow);
+    return {xUm + way.x, yUm + way.y};
+}
+
+LabPoint labSampleAt(double column, double rowFromBottom) {
+    LabLock lock;
+    const LabPoint way = fromCentre(column - labCentreColumn, rowFromBottom - labCentreRow);
+    return {labStageUm(labX) + way.x, labStageUm(labY) + way.y};
 }
 
 LabPoint labLaserSpotSample() {

@@ -10,7 +10,6 @@
 
 using namespace LabXimc;
 
-constexpr double umPerTurn = 250; // of the lead screw
 constexpr double microsteps = 256;
 
 constexpr double muteMs = 7000; // measured on the library with a controller that answers nothing
@@ -29,7 +28,12 @@ constexpr double reducesAfterMs = 1500;           // the windings' current, at r
 constexpr int32_t supply = 1205, lowSupply = 610; // Upwr, in hundredths of a volt
 
 static double umPerStep(int axis) { // full step
-    return umPerTurn / lab.faults.stepsPerTurn[axis];
+    return lab.faults.setUp.umPerTurn[axis] / lab.faults.stepsPerTurn[axis];
+}
+
+// 1 where the controller counts up as the carriage goes up.
+static int signOf(int axis) {
+    return lab.faults.setUp.reversed[axis] ? -1 : 1;
 }
 
 // Of the way that the motor was given: all of it without current in the windings, otherwise what
@@ -120,6 +124,19 @@ static char* nameOfController(int controller) {
 void dropMissingControllers() {
     for (int controller : {0, 1, 2})
         if (!isOnBus(controller)) lab.motors[controllerAxis[controller]].id = -1;
+}
+
+void cycleLabStagePower() {
+    LabLock lock;
+    for (int axis : {labX, labY, labZ}) {
+        advanceMotor(axis);
+        LabMotor& motor = lab.motors[axis];
+        motor.id = -1;
+        motor.commanded = false;
+        motor.pastTarget = 0;
+        motor.steps = motor.targetSteps = std::round(motor.steps); // where its magnet holds it
+        motor.originSteps = -signOf(axis) * static_cast<int32_t>(motor.steps);
+    }
 }
 
 double labStageUm(int axis) {
@@ -321,9 +338,9 @@ int get_status(int id, LabStageStatus* status) {
 
         *status = {};
         const auto parts = static_cast<int64_t>(stepParts(axis));
-        int64_t counts =
-            static_cast<int64_t>(std::floor(motor.steps * static_cast<double>(parts))) +
-            motor.originSteps * parts;
+        int64_t counts = static_cast<int64_t>(
+                             std::floor(signOf(axis) * motor.steps * static_cast<double>(parts))) +
+                         motor.originSteps * parts;
         status->CurPosition = static_cast<int32_t>(counts / parts); // both parts bear the sign
         status->uCurPosition = static_cast<int32_t>(counts % parts);
         if (motor.commanded) status->MvCmdSts = commandMove;
@@ -332,9 +349,11 @@ int get_status(int id, LabStageStatus* status) {
             status->MvCmdSts |= commandRunning;
             status->CurSpeed = static_cast<int32_t>(std::copysign(motor.nominalSpeed, way));
         }
+        const bool turned = lab.faults.setUp.reversed[axis];
         if (motor.carriageUm >= lab.faults.rightLimitUm[axis] - 1e-6)
-            status->GPIOFlags |= rightEdge;
-        if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6) status->GPIOFlags |= leftEdge;
+            status->GPIOFlags |= turned ? leftEdge : rightEdge;
+        if (motor.carriageUm <= lab.faults.leftLimitUm[axis] + 1e-6)
+            status->GPIOFlags |= turned ? rightEdge : leftEdge;
         status->PWRSts = powerOf(axis, motor, status->MoveSts != 0);
         status->Upwr = motor.alarm & stateLowSupply ? lowSupply : supply;
         if (motor.alarm != 0) status->Flags = stateAlarm | motor.alarm;
@@ -366,8 +385,8 @@ int command_move(int id, int position, int uPosition) {
     return onController(id, [=](int axis, LabMotor& motor) {
         if (std::abs(uPosition) > 255) return resultValueError;
         if (motor.alarm != 0) return 0; // acknowledged and ignored
-        motor.targetSteps =
-            static_cast<double>(position) - motor.originSteps + uPosition / stepParts(axis);
+        motor.targetSteps = signOf(axis) * (static_cast<double>(position) - motor.originSteps +
+                                            uPosition / stepParts(axis));
         motor.pastTarget = std::copysign(lab.faults.overshootUm[axis] / umPerStep(axis),
                                          motor.targetSteps - motor.steps);
         motor.commanded = true;
