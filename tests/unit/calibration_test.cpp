@@ -1,6 +1,10 @@
 // The mathematics of the calibrations, on pictures and places whose truth is known.
+#include "calibration/dark_value.h"
 #include "calibration/fft.h"
+#include "calibration/matrix_fit.h"
 #include "calibration/phase_correlation.h"
+#include "calibration/play.h"
+#include "calibration/spot_centroid.h"
 
 #include <gtest/gtest.h>
 
@@ -156,6 +160,150 @@ TEST(CalibrationTest, TheExpectationChoosesAmongAlikePeaks) {
     EXPECT_TRUE(found.isFound()) << found.refusal;
     EXPECT_NEAR(found.px.columns, 83, 0.3);
     EXPECT_NEAR(found.px.rows, 0, 0.3);
+}
+
+// --- The matrix ----------------------------------------------------------------------------------
+
+PictureScale turned(double umPerPixel, double degrees, double mirrorX, double mirrorY) {
+    const double c = std::cos(degrees * std::numbers::pi / 180) * umPerPixel;
+    const double s = std::sin(degrees * std::numbers::pi / 180) * umPerPixel;
+    return {c * mirrorX, -s * mirrorY, s * mirrorX, c * mirrorY};
+}
+
+// A square of places, seen with an error of the first picture, which all have, and of their own.
+std::vector<MeasuredPlace> placesOf(const PictureScale& matrix, double noisePx, int side = 4) {
+    std::mt19937 random(4);
+    std::normal_distribution<double> gauss(0, noisePx);
+    std::vector<MeasuredPlace> places;
+    for (int i = 0; i < side * side; ++i) {
+        const StageVector um{300 * matrix.umPerColumn() * (i % side) / side, // NOLINT
+                             300 * matrix.umPerColumn() * (i / side) / side};
+        const PixelVector px = matrix.pixelsOf(um);
+        places.push_back({um, {-px.columns + 0.4 + gauss(random), -px.rows - 0.3 + gauss(random)}});
+    }
+    return places;
+}
+
+TEST(CalibrationTest, TheMatrixOfAnyCameraIsFoundWithinItsUncertainty) {
+    const struct {
+        PictureScale matrix;
+        double scale, degrees;
+        Mirroring mirroring;
+    } cases[] = {{PictureScale(), 180.0 / 1232, 0, Mirroring::None},
+                 {turned(0.02, 1.3, -1, 1), 0.02, 1.3, Mirroring::LeftRight},
+                 {turned(2, -91, 1, 1), 2, -91, Mirroring::None},
+                 {turned(0.4, 30, 1, -1), 0.4, 30, Mirroring::UpsideDown}};
+    for (const auto& each : cases) {
+        const MatrixFit fit = fitMatrix(placesOf(each.matrix, 0.1));
+        ASSERT_TRUE(fit.isFound()) << fit.refusal;
+        EXPECT_NEAR(fit.umPerPixel, each.scale, 4 * fit.umPerPixelUncertainty);
+        EXPECT_LT(fit.umPerPixelUncertainty, 0.001 * each.scale);
+        EXPECT_NEAR(fit.rotationDegrees, each.degrees, 4 * fit.rotationUncertainty);
+        EXPECT_LT(fit.rotationUncertainty, 0.03);
+        EXPECT_EQ(fit.mirroring, each.mirroring);
+        EXPECT_NEAR(fit.skewDegrees, 0, 0.1);
+        EXPECT_NEAR(fit.rowsPerColumns, 1, 0.002);
+        EXPECT_NEAR(fit.residualUm, 0.1 * std::sqrt(2) * each.scale, 0.05 * each.scale);
+        EXPECT_NEAR(fit.matrix.xPerRow, each.matrix.xPerRow, 4 * fit.uncertainty[1]);
+        EXPECT_NEAR(fit.matrix.yPerColumn, each.matrix.yPerColumn, 4 * fit.uncertainty[2]);
+        EXPECT_TRUE(fit.outliers.empty());
+    }
+}
+
+TEST(CalibrationTest, PlacesThatDoNotAgreeAreToldAndLeftOut) {
+    std::vector<MeasuredPlace> places = placesOf(PictureScale(), 0.1);
+    places[2].shift.columns += 2;
+    places[15].shift.rows += 40;
+    places[9].shift = {};
+    const MatrixFit fit = fitMatrix(places);
+    ASSERT_TRUE(fit.isFound()) << fit.refusal;
+    EXPECT_EQ(fit.outliers, (std::vector<size_t>{2, 9, 15}));
+    EXPECT_NE(fit.words().find("left out: place 3, 10, 16"), std::string::npos);
+    EXPECT_NEAR(fit.umPerPixel, 180.0 / 1232, 4 * fit.umPerPixelUncertainty);
+
+    places[0].shift.rows += 7;
+    places[4].shift.rows -= 20;
+    EXPECT_EQ(fitMatrix(places).refusal, "Only 11 of 16 places agree");
+    places = placesOf(PictureScale(), 0, 3);
+    EXPECT_TRUE(fitMatrix(places).outliers.empty()) << "exact";
+    places.resize(7);
+    EXPECT_EQ(fitMatrix(places).refusal, "7 places are too few, it needs 8");
+    places = placesOf(PictureScale(), 0.1);
+    for (MeasuredPlace& place : places) place.shift.rows = 0.01 * place.stageUm.y;
+    EXPECT_EQ(fitMatrix(places).refusal, "The picture moved along one line only");
+}
+
+// --- Laser spot, play, dark value ----------------------------------------------------------------
+
+struct SpotPicture {
+    static constexpr int width = 300, height = 200;
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(size_t{width} * height * 4);
+
+    explicit SpotPicture(double column, double row, double peak, double sigma = 6) {
+        std::mt19937 random(8);
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            const double x = int(i / 4 % width) - column, y = int(i / 4 / width) - row; // NOLINT
+            const double light = peak * std::exp(-(x * x + y * y) / (2 * sigma * sigma));
+            pixels[i] = uint8_t(
+                std::min(255.0, 3 + light * (1 - 0.3 * double(i % 4)) + double(random() % 3)));
+        }
+    }
+    SpotFound found() const { return findSpot(pixels.data(), width, {0, 0, width, height}); }
+};
+
+TEST(CalibrationTest, FindsTheSpotAmongHotPixelsAndSaysWhatIsWrongWithIt) {
+    SpotPicture picture(120.3, 88.8, 180);
+    for (const size_t hot : {size_t{500}, size_t{4000}}) picture.pixels[4 * hot] = 255;
+    for (int i = 0; i < 4; ++i) // a reflection
+        for (int k = 0; k < 4; ++k) picture.pixels[4 * size_t((20 + i) * 300 + 30 + k)] = 255;
+    SpotFound spot = picture.found();
+    ASSERT_TRUE(spot.isFound()) << spot.refusal;
+    EXPECT_NEAR(spot.place.columns, 120.3, 0.1);
+    EXPECT_NEAR(spot.place.rows, 88.8, 0.1);
+    EXPECT_LT(spot.uncertaintyPx, 0.1);
+    EXPECT_NEAR(spot.radiusPx, 6 * 1.1774, 0.4);
+    EXPECT_EQ(spot.saturatedPixels, 18);
+    EXPECT_FALSE(spot.cutByEdge);
+
+    EXPECT_GT(SpotPicture(120.3, 88.8, 600).found().saturatedPixels, 50);
+    EXPECT_TRUE(SpotPicture(3, 88, 180).found().cutByEdge);
+    EXPECT_EQ(SpotPicture(120, 88, 0).found().refusal, "There is no laser spot on the picture");
+    EXPECT_EQ(SpotPicture(120, 88, 9000, 900).found().refusal, "The picture is overexposed");
+}
+
+TEST(CalibrationTest, ThePlayIsWhatBothSidesDifferBy) {
+    std::mt19937 random(6);
+    std::normal_distribution<double> gauss(0, 0.1);
+    std::vector<PlayVisit> visits;
+    for (int i = 0; i < 12; ++i)
+        visits.push_back({10.0 * i + gauss(random), 10.0 * i + 3 + gauss(random)});
+    visits[5].fromAboveUm += 9;
+    const AxisPlay play = playOf(visits, 0.15);
+    ASSERT_TRUE(play.isFound()) << play.refusal;
+    EXPECT_EQ(play.leftOut, 1u);
+    EXPECT_NEAR(play.um, 3, 3 * play.uncertaintyUm);
+    EXPECT_NEAR(play.scatterUm, 0.14, 0.08);
+    EXPECT_NEAR(play.uncertaintyUm, play.scatterUm / std::sqrt(11), 1e-9);
+    EXPECT_EQ(runInFor(play, AxisPlay()), 6);
+    for (int i = 0; i < 12; i += 3) visits[size_t(i)].fromBelowUm -= 9;
+    EXPECT_EQ(playOf(visits, 0.15).refusal, "Only 7 of 12 places agree");
+}
+
+TEST(CalibrationTest, TheDarkValueKnowsItsNoise) {
+    std::vector<Reading> readings;
+    for (int i = 0; i < 20; ++i)
+        readings.push_back({.values = {i % 2 != 0 ? 0.5f : 0.3f}, .answered = true});
+    readings.resize(23);
+    const DarkValue dark = darkValueOf(readings);
+    ASSERT_TRUE(dark.isFound()) << dark.refusal;
+    EXPECT_NEAR(dark.mean, 0.4, 1e-6);
+    EXPECT_NEAR(dark.deviation, 0.1 * std::sqrt(20.0 / 19), 1e-6);
+    EXPECT_NEAR(dark.standardError, dark.deviation / std::sqrt(20), 1e-9);
+    EXPECT_EQ(dark.unanswered, 3);
+    readings[22] = {.values = {9.9e37f}, .answered = true};
+    EXPECT_EQ(darkValueOf(readings).refusal, "The instrument is overloaded");
+    EXPECT_EQ(darkValueOf(std::vector<Reading>(30)).refusal,
+              "The instrument answered 0 of 30 readings");
 }
 
 } // namespace
