@@ -87,6 +87,9 @@ struct Agreement {
 
 constexpr double leastRoundness = 0.1;
 
+// Nearer than this a place does not spoil the fit of others that happen to agree better.
+constexpr double leastOutlierPx = 1.5;
+
 Agreement mostAgreedOn(const std::vector<MeasuredPlace>& places) {
     Agreement best;
     std::vector<double> distances(places.size());
@@ -186,7 +189,7 @@ MatrixFit fitMatrix(const std::vector<MeasuredPlace>& places) {
     const auto count = static_cast<double>(places.size());
     const double deviation = agreed.medianUm / 1.18 * (1.0 + 5.0 / (count - 3.0));
     const double pixelUm = std::hypot(agreed.plane.x[1], agreed.plane.y[1]);
-    double limitUm = std::max(4.5 * deviation, 0.2 * pixelUm);
+    double limitUm = std::max(4.5 * deviation, leastOutlierPx * pixelUm);
     std::vector<size_t> outliers = beside(places, agreed.plane, limitUm);
     std::vector<MeasuredPlace> used = without(places, outliers);
     const auto enough = [&] {
@@ -196,7 +199,7 @@ MatrixFit fitMatrix(const std::vector<MeasuredPlace>& places) {
     // By the plane of all that agree once more: that of three has its own errors.
     for (int i = 0; i < 2 && enough(); ++i) {
         const Plane plane = planeThrough(used, Scatter(used));
-        limitUm = std::max(4.0 * rmsDistance(used, plane), 0.2 * pixelUm);
+        limitUm = std::max(4.0 * rmsDistance(used, plane), leastOutlierPx * pixelUm);
         outliers = beside(places, plane, limitUm);
         used = without(places, outliers);
     }
