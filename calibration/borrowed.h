@@ -8,7 +8,7 @@
 #include <functional>
 #include <string>
 
-// Is called between the steps of a calibration: what it does, how many of its steps are done.
+// Is called between the steps of a calibration: what it does, and how many steps of that are done.
 using CalibrationProgress = std::function<void(const std::string& words, int done, int of)>;
 
 enum class Lights { Lamp, Laser, Dark };

@@ -21,7 +21,7 @@ CurrentAmplifier* amplifierOf(int32_t kind, SetUp& of) {
 
 std::string measureDark(const BorrowedSetUp& borrowed, int count, DarkCalibration& result) {
     borrowed.light(Lights::Dark);
-    if (const std::string left = lightLeftOn(); !left.empty()) return left;
+    if (std::string left = lightLeftOn(); !left.empty()) return left;
     borrowed.tell("Waiting in the dark", 0, count);
     if (!waitUnlessStopped(darkenMs)) return {}; // what the light has made decays
     std::vector<Reading> readings;

@@ -9,11 +9,6 @@
 
 namespace {
 
-// std::complex's own product looks for infinities.
-Complex times(Complex a, Complex b) {
-    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
-}
-
 // In blocks that stay in the cache.
 void transpose(Spectrum& values) {
     constexpr size_t block = 16;

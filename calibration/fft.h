@@ -7,6 +7,11 @@
 
 using Complex = std::complex<double>;
 
+// std::complex's own product looks for infinities.
+inline Complex times(Complex a, Complex b) {
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
 enum class Transform { Forward, Back };
 
 // A square of side x side values, row by row.

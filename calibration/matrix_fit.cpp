@@ -233,11 +233,17 @@ std::string MatrixFit::words() const {
     if (!isFound()) return refusal;
     constexpr const char* mirrored[] = {"not mirrored", "mirrored left to right",
                                         "mirrored upside down"};
+    const int decimals = umPerPixel < 0.1 ? 6 : 5;
     std::string text =
-        formatted("%.5f um per pixel (+- %.5f), turned by %.2f degrees (+- %.2f), %s, "
-                  "residual %.2f um",
-                  umPerPixel, umPerPixelUncertainty, rotationDegrees, rotationUncertainty,
-                  mirrored[static_cast<size_t>(mirroring)], residualUm);
+        formatted("%.*f um per pixel (+- %.*f), turned by %.2f degrees (+- %.2f), %s, residual "
+                  "%.2f um",
+                  decimals, umPerPixel, decimals, umPerPixelUncertainty, rotationDegrees,
+                  rotationUncertainty, mirrored[static_cast<size_t>(mirroring)], residualUm);
+    constexpr double noticedSkew = 0.5, noticedRatio = 0.01; // degrees, part
+    if (std::fabs(skewDegrees) > noticedSkew)
+        text += formatted(", skew by %.2f degrees", skewDegrees);
+    if (std::fabs(rowsPerColumns - 1.0) > noticedRatio)
+        text += formatted(", a row is %.3f times a column", rowsPerColumns);
     for (size_t i = 0; i < outliers.size(); ++i)
         text +=
             formatted(i == 0 ? ", left out: place %d" : ", %d", static_cast<int>(outliers[i] + 1));

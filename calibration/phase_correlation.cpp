@@ -9,6 +9,7 @@
 #include <memory>
 #include <numbers>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -151,30 +152,36 @@ WindowSpectra spectraOf(const GreyPicture& before, const GreyPicture& after,
 
 enum class Fineness { Coarse, Fine };
 
+// What the frequencies of a window count for, whatever is seen.
+const std::vector<double>& frequencyWeights(size_t n) {
+    static std::vector<double> made;
+    if (made.size() == n * n) return made;
+    made.assign(n * n, 0.0);
+    for (size_t row = 0; row < n; ++row)
+        for (size_t column = 0; column < n; ++column) {
+            const double k = std::hypot(frequencyOf(row, n), frequencyOf(column, n));
+            if (k * static_cast<double>(n) >= leastCyclesInWindow)
+                made[row * n + column] = std::exp(-k * k / (2.0 * weightSigma * weightSigma));
+        }
+    return made;
+}
+
 // The weighted phases: their inverse transform is the correlation. The coarse search wants a sharp
 // peak, and what stands still out of the way; the fine one, in windows that show the same, asks how
 // much each frequency can tell.
 Spectrum phases(const WindowSpectra& spectra, Fineness fineness) {
     const bool coarse = fineness == Fineness::Coarse;
-    const size_t n = spectra.before.side;
+    const std::vector<double>& weights = frequencyWeights(spectra.before.side);
     const double noise = std::max(spectra.noise, 1e-9);
     Spectrum product = coarse && spectra.difference.side != 0 ? spectra.difference : spectra.after;
-    for (size_t row = 0; row < n; ++row)
-        for (size_t column = 0; column < n; ++column) {
-            const size_t i = row * n + column;
-            const double k = std::hypot(frequencyOf(row, n), frequencyOf(column, n));
-            if (k * static_cast<double>(n) < leastCyclesInWindow) {
-                product.at[i] = 0.0;
-                continue;
-            }
-            const double power =
-                std::max(std::abs(spectra.before.at[i]) * std::abs(spectra.after.at[i]), 1e-9);
-            const double structure = power / (power + noiseFactor * noise);
-            double weight =
-                structure * structure * std::exp(-k * k / (2.0 * weightSigma * weightSigma));
-            if (!coarse) weight *= std::min(power / noise, mostOverNoise);
-            product.at[i] *= conj(spectra.before.at[i]) * (weight / power);
-        }
+    for (size_t i = 0; i < weights.size(); ++i) {
+        const double power = std::max(
+            std::sqrt(std::norm(spectra.before.at[i]) * std::norm(spectra.after.at[i])), 1e-9);
+        const double structure = power / (power + noiseFactor * noise);
+        double weight = structure * structure * weights[i];
+        if (!coarse) weight *= std::min(power / noise, mostOverNoise);
+        product.at[i] = times(product.at[i], conj(spectra.before.at[i]) * (weight / power));
+    }
     return product;
 }
 
@@ -188,34 +195,33 @@ int32_t unwrapped(size_t index, size_t side) {
     return static_cast<int32_t>(index) - (index < side / 2 ? 0 : static_cast<int32_t>(side));
 }
 
-// Pixels from `far`, around the ends of the window.
-double distanceFrom(Offset from, Offset to, size_t side) {
-    const auto n = static_cast<double>(side);
-    return std::hypot(std::remainder(from.columns - to.columns, n),
-                      std::remainder(from.rows - to.rows, n));
-}
-
 // The highest place of the correlation within so many pixels of `about`.
 Peak highest(Spectrum correlation, PixelVector about, double within) {
     const size_t n = correlation.side;
     transformOf(n).square(correlation, Transform::Back);
     Peak peak{.height = -1.0};
-    for (size_t i = 0; i < n * n; ++i) {
-        const Offset at{unwrapped(i % n, n), unwrapped(i / n, n)};
-        const double distance = std::hypot(at.columns - about.columns, at.rows - about.rows);
-        if (distance > within || correlation.at[i].real() <= peak.height) continue;
-        peak.at = at;
-        peak.height = correlation.at[i].real();
-    }
     double squares = 0.0;
-    size_t count = 0;
     for (size_t i = 0; i < n * n; ++i) {
+        const double value = correlation.at[i].real();
+        squares += value * value;
+        if (value <= peak.height) continue;
         const Offset at{unwrapped(i % n, n), unwrapped(i / n, n)};
-        if (distanceFrom(at, peak.at, n) <= 5.0) continue;
-        squares += correlation.at[i].real() * correlation.at[i].real();
-        ++count;
+        if (std::hypot(at.columns - about.columns, at.rows - about.rows) > within) continue;
+        peak.at = at;
+        peak.height = value;
     }
-    const double rest = std::sqrt(squares / static_cast<double>(count));
+    // The rest of it is what lies some pixels away.
+    constexpr int32_t near = 5;
+    auto count = static_cast<double>(n * n);
+    for (int32_t y = -near; y <= near; ++y)
+        for (int32_t x = -near; x <= near; ++x) {
+            const size_t row = static_cast<size_t>(peak.at.rows + y) & (n - 1);
+            const size_t column = static_cast<size_t>(peak.at.columns + x) & (n - 1);
+            const double value = correlation.at[row * n + column].real();
+            squares -= value * value;
+            count -= 1.0;
+        }
+    const double rest = std::sqrt(std::max(squares, 0.0) / count);
     peak.quality = rest > 0.0 ? peak.height / rest : 0.0;
     return peak;
 }
@@ -228,28 +234,28 @@ struct Slopes {
 Slopes slopesAt(const Spectrum& product, PixelVector at) {
     const size_t n = product.side;
     constexpr double turn = 2.0 * std::numbers::pi;
-    std::vector<Complex> columns(n), rows(n);
-    for (size_t k = 0; k < n; ++k) {
+    std::vector<Complex> columns(n);
+    for (size_t k = 0; k < n; ++k)
         columns[k] = std::polar(1.0, turn * frequencyOf(k, n) * at.columns);
-        rows[k] = std::polar(1.0, turn * frequencyOf(k, n) * at.rows);
-    }
     Slopes sums;
-    for (size_t row = 0; row < n; ++row)
+    // Of a real correlation the other half of the rows says the same once more.
+    for (size_t row = 0; row <= n / 2; ++row) {
+        Complex plain, byU, byUu;
         for (size_t column = 0; column < n; ++column) {
-            const Complex p = product.at[row * n + column];
-            const Complex phase{columns[column].real() * rows[row].real() -
-                                    columns[column].imag() * rows[row].imag(),
-                                columns[column].real() * rows[row].imag() +
-                                    columns[column].imag() * rows[row].real()};
-            const double u = turn * frequencyOf(column, n), v = turn * frequencyOf(row, n);
-            const double real = p.real() * phase.real() - p.imag() * phase.imag();
-            const double imaginary = p.real() * phase.imag() + p.imag() * phase.real();
-            sums.x -= u * imaginary;
-            sums.y -= v * imaginary;
-            sums.xx -= u * u * real;
-            sums.xy -= u * v * real;
-            sums.yy -= v * v * real;
+            const Complex part = times(product.at[row * n + column], columns[column]);
+            const double u = turn * frequencyOf(column, n);
+            plain += part;
+            byU += part * u;
+            byUu += part * (u * u);
         }
+        const double v = turn * frequencyOf(row, n);
+        const Complex phase = std::polar(row == 0 || row == n / 2 ? 1.0 : 2.0, v * at.rows);
+        sums.x -= times(byU, phase).imag();
+        sums.y -= v * times(plain, phase).imag();
+        sums.xx -= times(byUu, phase).real();
+        sums.xy -= v * times(byU, phase).real();
+        sums.yy -= v * v * times(plain, phase).real();
+    }
     return sums;
 }
 
@@ -314,9 +320,10 @@ GreyPicture withoutWhatStandsStill(const GreyPicture& picture, const GreyPicture
 GreyPicture whatStandsStill(const std::vector<GreyPicture>& pictures) {
     assert(!pictures.empty());
     const float first = std::max(meanOf(pictures.front()), 1.0f);
-    std::vector<float> factors;
-    for (const GreyPicture& picture : pictures)
-        factors.push_back(first / std::max(meanOf(picture), 1.0f));
+    std::vector<float> factors(pictures.size());
+    std::transform(
+        pictures.begin(), pictures.end(), factors.begin(),
+        [&](const GreyPicture& picture) { return first / std::max(meanOf(picture), 1.0f); });
     GreyPicture still = pictures.front();
     std::vector<float> values(pictures.size());
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);

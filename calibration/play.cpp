@@ -8,6 +8,9 @@
 
 namespace {
 
+// Of its resolution, better than which no picture is followed.
+constexpr double leastPart = 0.05;
+
 double medianOf(std::vector<double> values) {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
@@ -39,7 +42,7 @@ AxisPlay playOf(const std::vector<PlayVisit>& visits, double resolutionUm) {
     double squares = 0.0;
     for (const double um : plays) squares += (um - play.um) * (um - play.um);
     play.scatterUm = std::sqrt(squares / (count - 1.0));
-    play.uncertaintyUm = play.scatterUm / std::sqrt(count);
+    play.uncertaintyUm = std::hypot(play.scatterUm / std::sqrt(count), leastPart * resolutionUm);
     return play;
 }
 

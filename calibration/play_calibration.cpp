@@ -49,7 +49,8 @@ std::string measureAxis(const BorrowedSetUp& borrowed, bool x, AxisPlay& play) {
     };
     for (int round = 0; round < rounds; ++round)
         for (const double px : placesPx) {
-            const double um = px * umPerPixel;
+            // Other places each time, so that the scatter also tells what belongs to a place.
+            const double um = px * umPerPixel * (1.0 - 0.13 * round);
             if (!come(um, Side::Below) || !come(um, Side::Above)) return pictures.failure;
             visits.push_back({taken.size() - 2, taken.size() - 1});
         }
@@ -62,7 +63,8 @@ std::string measureAxis(const BorrowedSetUp& borrowed, bool x, AxisPlay& play) {
         expected.push_back({-way.columns, -way.rows});
     }
     const double within = std::clamp(mostPlayUm / umPerPixel, 20.0, 90.0);
-    const std::vector<PictureShift> shifts = shiftsOf(taken, expected, within);
+    const std::vector<PictureShift> shifts = shiftsOf(taken, expected, within, borrowed);
+    if (shifts.empty()) return {};
     std::vector<PlayVisit> seen;
     std::string why;
     // How far beside its controller's word the picture saw it, um.

@@ -147,11 +147,10 @@ private:
     }
 
     MatrixFit fitted() const {
-        borrowed.tell("Comparing the pictures", allPictures, allPictures);
         double farthest = 0.0;
         for (const PixelVector px : expected) farthest = std::max(farthest, lengthOf(px));
         const std::vector<PictureShift> shifts =
-            shiftsOf(taken, expected, std::max(10.0, 0.08 * farthest));
+            shiftsOf(taken, expected, std::max(10.0, 0.08 * farthest), borrowed);
         std::vector<MeasuredPlace> places;
         std::string why;
         for (size_t i = 1; i < shifts.size(); ++i) {

@@ -106,14 +106,13 @@ std::string measureSpot(const BorrowedSetUp& borrowed, SpotCalibration& result) 
 Outcome measure(const CalibrationProgress& progress, SpotCalibration& result) {
     connectMissingCamera();
     BorrowedSetUp borrowed(progress);
-    std::string endedBy;
-    if (laserDriveOf(laserLink.laserLevel) == 0)
-        endedBy = "The laser intensity is 0";
-    else if (!cameraState.connected)
-        endedBy = "The camera gives no picture";
-    else {
+    const bool bright = laserDriveOf(laserLink.laserLevel) > 0;
+    std::string endedBy = bright ? "" : "The laser intensity is 0";
+    if (bright && cameraState.connected) {
         borrowed.light(Lights::Laser);
         if (waitUnlessStopped(200)) endedBy = measureSpot(borrowed, result);
+    } else if (bright) {
+        endedBy = "There is no camera";
     }
     if (endedBy.empty() && !whyLaserIsDark().empty())
         endedBy = "The laser is dark: " + whyLaserIsDark();
@@ -135,7 +134,7 @@ SpotCalibration calibrateSpot(const CalibrationProgress& progress) {
 std::string SpotCalibration::words() const {
     if (!canKeep()) return outcome.words();
     std::string text = formatted(
-        "Laser spot at column %.1f, row %.1f (+- %.1f), radius %.1f pixels, aperture %d",
+        "Laser spot at column %.1f, row %.1f (+- %.2f), radius %.1f pixels, aperture %d",
         spot.place.columns, spot.place.rows, spot.uncertaintyPx, spot.radiusPx, proposedAperture);
     if (spot.uncertaintyPx > 1.0) text += "; it is lopsided: is it on an edge of the sample?";
     return text + outcome.trouble();

@@ -56,6 +56,15 @@ GreyPicture smoothed(const GreyPicture& picture) {
     return out;
 }
 
+double columnOf(size_t i, size_t width) {
+    return static_cast<double>(i % width);
+}
+
+double rowOf(size_t i, size_t width) {
+    const size_t row = i / width;
+    return static_cast<double>(row);
+}
+
 // The largest connected part above a level.
 std::vector<size_t> largestBlob(const GreyPicture& picture, double level) {
     std::vector<bool> seen(picture.at.size());
@@ -97,14 +106,14 @@ Centroid centroidOf(const GreyPicture& picture, const std::vector<size_t>& blob,
     for (const size_t i : blob) {
         const double light = std::max(0.0, static_cast<double>(picture.at[i]) - level);
         sum += light;
-        columns += light * static_cast<double>(i % width);
-        rows += light * static_cast<double>(i / width);
+        columns += light * columnOf(i, width);
+        rows += light * rowOf(i, width);
     }
     Centroid made{columns / sum, rows / sum};
     double squares = 0.0;
     for (const size_t i : blob)
-        squares += std::pow(static_cast<double>(i % width) - made.column, 2) +
-                   std::pow(static_cast<double>(i / width) - made.row, 2);
+        squares +=
+            std::pow(columnOf(i, width) - made.column, 2) + std::pow(rowOf(i, width) - made.row, 2);
     made.deviation = noise * std::sqrt(squares / 2.0) / sum;
     return made;
 }

@@ -3,9 +3,11 @@
 
 #include "camera/camera.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -68,24 +70,37 @@ std::string whyStageIsOut() {
 }
 
 std::vector<PictureShift> shiftsOf(const std::vector<StagePicture>& pictures,
-                                   const std::vector<PixelVector>& expected, double within) {
+                                   const std::vector<PixelVector>& expected, double within,
+                                   const BorrowedSetUp& borrowed) {
     const GreyPicture& first = pictures.front().picture;
-    std::vector<PictureShift> shifts{{.quality = 1.0}};
-    size_t stands = 0;
+    const auto count = static_cast<int>(pictures.size());
+    const auto goesOn = [&](size_t i) {
+        borrowed.tell(formatted("Comparing picture %d of %d", static_cast<int>(i), count - 1),
+                      static_cast<int>(i), count);
+        return waitUnlessStopped(1);
+    };
+    std::vector<PictureShift> shifts(1);
+    // A plain search about no shift finds what has not gone with the sample. Some say it for all.
+    const size_t every = std::max<size_t>(pictures.size() / 5, 1);
+    size_t asked = 0, stands = 0;
     for (size_t i = 1; i < pictures.size(); ++i) {
-        shifts.push_back(
-            shiftBetween(first, pictures[i].picture,
-                         {.expected = expected[i], .within = within, .hasMoved = true}));
-        // A plain search about no shift finds what has not gone with the sample.
-        if (shiftBetween(first, pictures[i].picture, {.within = 2.0}).isFound()) ++stands;
+        if (!goesOn(i)) return {};
+        const GreyPicture& picture = pictures[i].picture;
+        shifts.push_back(shiftBetween(
+            first, picture, {.expected = expected[i], .within = within, .hasMoved = true}));
+        if (i % every != 0) continue;
+        ++asked;
+        if (shiftBetween(first, picture, {.within = 2.0}).isFound()) ++stands;
     }
     constexpr size_t enoughPictures = 5;
-    if (pictures.size() < enoughPictures || stands * 2 < pictures.size()) return shifts;
+    if (pictures.size() < enoughPictures || stands * 2 < asked) return shifts;
     std::vector<GreyPicture> all;
+    all.reserve(pictures.size());
     for (const StagePicture& each : pictures) all.push_back(each.picture);
     const GreyPicture still = whatStandsStill(all);
     const GreyPicture clean = withoutWhatStandsStill(first, still);
     for (size_t i = 1; i < pictures.size(); ++i) {
+        if (!goesOn(i)) return {};
         const PictureShift better =
             shiftBetween(clean, withoutWhatStandsStill(pictures[i].picture, still),
                          {.expected = expected[i], .within = within});

@@ -47,5 +47,7 @@ std::string whyStageIsOut();
 // By how much the sample has moved in each picture against the first one, by its own structure:
 // where pictures show that something stands still it is taken out of all of them. `expected` has a
 // guess for each of them, right within `within` pixels.
+// Empty when a stop was asked for.
 std::vector<PictureShift> shiftsOf(const std::vector<StagePicture>& pictures,
-                                   const std::vector<PixelVector>& expected, double within);
+                                   const std::vector<PixelVector>& expected, double within,
+                                   const BorrowedSetUp& borrowed);

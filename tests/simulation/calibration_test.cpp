@@ -69,6 +69,24 @@ TEST_F(CalibrationRunTest, FindsTheScaleOfThePicture) {
     EXPECT_EQ(setUp.objective().xPerColumn, result.fit.matrix.xPerColumn);
 }
 
+// By a stage whose micrometre is another one and whose X runs the other way it looks as if through
+// another objective, and mirrored.
+TEST_F(CalibrationRunTest, FindsAnyScaleFromAWrongOne) {
+    ASSERT_TRUE(applyLabFaults("backlash x 0\nbacklash y 0"));
+    for (const double umPerTurn : {35.0, 3400.0}) {
+        for (AxisDrive& drive : setUp.drives) drive.umPerTurn = umPerTurn;
+        setUp.drives[0].reversed = true;
+        closeAllStages();
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        const ScaleCalibration result = calibrateScale();
+        ASSERT_TRUE(result.canKeep()) << result.words();
+        EXPECT_NEAR(result.fit.umPerPixel / (labUmPerPixel * umPerTurn / 250), 1, 0.003);
+        EXPECT_NEAR(result.fit.rotationDegrees, 0, 0.05);
+        EXPECT_EQ(result.fit.mirroring, Mirroring::LeftRight);
+        expectGivenBack(0, 0);
+    }
+}
+
 TEST_F(CalibrationRunTest, FindsThePlayOfBothAxes) {
     ASSERT_TRUE(applyLabFaults("backlash x 3\nbacklash y 0.6"));
     const PlayCalibration result = calibratePlay();
@@ -76,6 +94,7 @@ TEST_F(CalibrationRunTest, FindsThePlayOfBothAxes) {
     EXPECT_NEAR(result.x.um, 3, 0.3);
     EXPECT_NEAR(result.y.um, 0.6, 0.3);
     EXPECT_LT(result.x.uncertaintyUm, 0.1);
+    EXPECT_GT(result.x.uncertaintyUm, 0.005);
     EXPECT_GE(result.proposedRunInUm, 5);
     expectGivenBack();
 }
