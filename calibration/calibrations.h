@@ -1,7 +1,8 @@
 // What the set-up measures of itself. Each is a process of its own that takes some of the set-up's
 // lights, exposure and stage and gives all of it back, whatever comes, and says where it could not;
 // it can be stopped at any time, and is refused while another process runs. Nothing is kept of it
-// before keep() is called.
+// before keep() is called, which returns an empty text when that is done and written, and otherwise
+// why not.
 #pragma once
 
 #include "calibration/borrowed.h"
@@ -28,9 +29,8 @@ struct ScaleCalibration {
 // or mirrored.
 ScaleCalibration calibrateScale(const CalibrationProgress& progress = {});
 
-// Of the objective in use. False when Setup.ini was not written: it holds for this run. A scan area
-// that was drawn before lies elsewhere now.
-bool keep(const ScaleCalibration& result);
+// Of the objective in use. A scan area that was drawn before lies elsewhere now.
+std::string keep(const ScaleCalibration& result);
 
 // --- Play ----------------------------------------------------------------------------------------
 
@@ -62,10 +62,9 @@ struct SpotCalibration {
 // With the laser alone, at the intensity that is set; the stage stays where it is.
 SpotCalibration calibrateSpot(const CalibrationProgress& progress = {});
 
-// Place and aperture; into the set-up where the objective has a spot of its own. False when
-// Setup.ini was not written. What was computed from the spot's place (the scan area) is for the
-// caller to compute again.
-bool keep(const SpotCalibration& result);
+// Place and aperture; into the set-up where the objective has a spot of its own. What was computed
+// from the spot's place (the scan area) is for the caller to compute again.
+std::string keep(const SpotCalibration& result);
 
 // --- Dark value ----------------------------------------------------------------------------------
 
@@ -85,6 +84,5 @@ constexpr int darkReadings = 50;
 DarkCalibration calibrateDark(const CalibrationProgress& progress = {},
                               int readings = darkReadings);
 
-// The offset of the amplifier before the instrument. False when Setup.ini was not written, or it
-// has none.
-bool keep(const DarkCalibration& result);
+// The offset of the amplifier before the instrument.
+std::string keep(const DarkCalibration& result);

@@ -1,5 +1,6 @@
 // Dark value: readings without light.
 #include "calibration/calibrations.h"
+#include "calibration/keep.h"
 #include "instruments/ammeter.h"
 #include "instruments/lights.h"
 #include "platform/text_format.h"
@@ -73,9 +74,9 @@ bool DarkCalibration::canKeep() const {
     return outcome.end == ProcessEnd::Finished && dark.isFound() && amplifierOf(kind, any);
 }
 
-bool keep(const DarkCalibration& result) {
-    if (!result.canKeep()) return false;
+std::string keep(const DarkCalibration& result) {
+    if (!result.canKeep()) return "There is nothing to keep";
     SetUp changed = setUp;
     amplifierOf(result.kind, changed)->offsetVolts = result.dark.mean;
-    return keepSetUp(changed);
+    return keepMeasured(changed);
 }

@@ -1,5 +1,6 @@
 // Camera and stage: first small ways that grow, then places all around.
 #include "calibration/calibrations.h"
+#include "calibration/keep.h"
 
 #include "calibration/stage_pictures.h"
 #include "camera/live_view.h"
@@ -194,9 +195,9 @@ std::string ScaleCalibration::words() const {
     return fit.isFound() ? fit.words() + outcome.trouble() : outcome.words();
 }
 
-bool keep(const ScaleCalibration& result) {
-    if (!result.canKeep()) return false;
+std::string keep(const ScaleCalibration& result) {
+    if (!result.canKeep()) return "There is nothing to keep";
     SetUp changed = setUp;
     static_cast<PictureScale&>(changed.objective()) = result.fit.matrix;
-    return keepSetUp(changed);
+    return keepMeasured(changed);
 }

@@ -1,5 +1,6 @@
 // Laser spot: an exposure that shows it without saturation, then its centroid in several pictures.
 #include "calibration/calibrations.h"
+#include "calibration/keep.h"
 #include "camera/live_view.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
@@ -140,14 +141,14 @@ std::string SpotCalibration::words() const {
     return text + outcome.trouble();
 }
 
-bool keep(const SpotCalibration& result) {
-    if (!result.canKeep()) return false;
+std::string keep(const SpotCalibration& result) {
+    if (!result.canKeep()) return "There is nothing to keep";
     cameraState.laserOffset = {static_cast<int32_t>(std::lround(result.spot.place.columns)),
                                static_cast<int32_t>(std::lround(result.spot.place.rows))};
     cameraState.cameraAperture = result.proposedAperture;
-    if (setUp.objectives.size() == 1 && !setUp.objective().hasSpot()) return true;
+    if (setUp.objectives.size() == 1 && !setUp.objective().hasSpot()) return {};
     SetUp changed = setUp;
     changed.objective().spotColumn = cameraState.laserOffset.x;
     changed.objective().spotRow = cameraState.laserOffset.y;
-    return keepSetUp(changed);
+    return keepMeasured(changed);
 }

@@ -65,8 +65,13 @@ TEST_F(CalibrationRunTest, FindsTheScaleOfThePicture) {
     setLaserLevel(0);
     expectGivenBack();
 
-    EXPECT_TRUE(keep(result));
+    EXPECT_EQ(keep(result), "");
     EXPECT_EQ(setUp.objective().xPerColumn, result.fit.matrix.xPerColumn);
+    EXPECT_NE(setUpWords(setUp), "default");
+    ScaleCalibration impossible = result;
+    impossible.fit.matrix.yPerRow *= 2;
+    EXPECT_NE(keep(impossible), "");
+    EXPECT_EQ(setUp.objective().yPerRow, result.fit.matrix.yPerRow);
 }
 
 // By a stage whose micrometre is another one and whose X runs the other way it looks as if through
@@ -112,7 +117,7 @@ TEST_F(CalibrationRunTest, FindsTheLaserSpotWhateverTheExposureWas) {
         EXPECT_EQ(cameraState.device->GetExposureUs(), us);
         EXPECT_TRUE(labIlluminated());
         EXPECT_EQ(labLaserPwm(), 0);
-        EXPECT_TRUE(keep(result));
+        EXPECT_EQ(keep(result), "");
         EXPECT_EQ(cameraState.laserOffset.x, labSpotPixel().column);
     }
     laserLink.laserLevel = 0;
@@ -158,6 +163,12 @@ TEST_F(CalibrationRunTest, AStopGivesEverythingBack) {
         EXPECT_TRUE(outcome.isSound()) << outcome.words();
         expectGivenBack();
     }
+    setLaserLevel(1); // nobody watches over it when the window has been closed
+    in(3000, [] { post(messageClose); });
+    EXPECT_EQ(calibrateScale().outcome.end, ProcessEnd::WindowClosed);
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_NEAR(stageX.positionUm, 4, 0.01);
+    EXPECT_EQ(windows.main, nullptr);
 }
 
 TEST_F(CalibrationRunTest, SaysWhatKeepsItFromMeasuring) {
