@@ -18,6 +18,9 @@ constexpr int32_t largestWindow = 512, smallestWindow = 64; // pixels
 // Above this quality a peak is none of noise: among 512 x 512 values of noise the highest is at 5.
 constexpr double leastQuality = 8.0;
 
+// Edges that all run the same way have another peak nearly as high beside it.
+constexpr double mostSecond = 0.75;
+
 // The correlation's weights over the frequencies, cycles a pixel: what is finer than a pixel or two
 // is mostly noise; what is as wide as the window is light and shadow.
 constexpr double weightSigma = 0.2;
@@ -189,6 +192,7 @@ struct Peak {
     Offset at;
     double height = 0.0;
     double quality = 0.0;
+    double second = 0.0; // of what was searched, some pixels away, in parts of the highest
 };
 
 int32_t unwrapped(size_t index, size_t side) {
@@ -221,6 +225,17 @@ Peak highest(Spectrum correlation, PixelVector about, double within) {
             squares -= value * value;
             count -= 1.0;
         }
+    double second = 0.0;
+    for (size_t i = 0; i < n * n; ++i) {
+        const double value = correlation.at[i].real();
+        if (value <= second) continue;
+        const Offset at{unwrapped(i % n, n), unwrapped(i / n, n)};
+        const double away = std::hypot(at.columns - peak.at.columns, at.rows - peak.at.rows);
+        if (away <= near || std::hypot(at.columns - about.columns, at.rows - about.rows) > within)
+            continue;
+        second = value;
+    }
+    peak.second = peak.height > 0.0 ? second / peak.height : 1.0;
     const double rest = std::sqrt(std::max(squares, 0.0) / count);
     peak.quality = rest > 0.0 ? peak.height / rest : 0.0;
     return peak;
@@ -344,6 +359,7 @@ PictureShift shiftBetween(const GreyPicture& before, const GreyPicture& after,
     PixelVector about{search.expected.columns - offset.columns, search.expected.rows - offset.rows};
     double within = search.within > 0.0 ? search.within : largestWindow;
     PictureShift shift;
+    double second = 0.0;
     constexpr int mostRounds = 5;
     for (int round = 0; round < mostRounds; ++round) {
         const WindowPair windows = windowsFor(before, offset);
@@ -351,6 +367,8 @@ PictureShift shiftBetween(const GreyPicture& before, const GreyPicture& after,
         const WindowSpectra spectra = spectraOf(before, after, windows, search.hasMoved);
         const Peak peak = highest(phases(spectra, Fineness::Coarse), about, within);
         shift.quality = peak.quality;
+        // A weak peak, of windows that do not show the same yet, has noise beside it.
+        if (round > 0 || peak.quality >= 2.0 * leastQuality) second = std::max(second, peak.second);
         const PixelVector rest = refined(phases(spectra, Fineness::Fine), peak.at);
         shift.px = {offset.columns + rest.columns, offset.rows + rest.rows};
         const Offset next = rounded(shift.px);
@@ -360,7 +378,11 @@ PictureShift shiftBetween(const GreyPicture& before, const GreyPicture& after,
         about = {};
         within = 8.0;
     }
-    if (shift.quality >= leastQuality) return shift;
+    if (shift.quality >= leastQuality && second <= mostSecond) return shift;
+    if (shift.quality >= leastQuality) {
+        shift.refusal = "The picture looks the same a little further on";
+        return shift;
+    }
     shift.refusal = search.hasMoved ? "The picture has no structure that moves with the stage"
                                     : "The picture has no structure that could be followed";
     return shift;

@@ -40,7 +40,8 @@ struct PictureShift {
 
 // Of two pictures of one size, by phase correlation of windows about their middle, of up to 512 x
 // 512 pixels, that are laid onto each other again and again until they show the same. Another
-// exposure does not matter. Pictures of fewer than 64 pixels on a side are refused.
+// exposure does not matter. Where the place along edges that all run one way cannot be told it is
+// refused. Pictures of fewer than 64 pixels on a side are refused.
 PictureShift shiftBetween(const GreyPicture& before, const GreyPicture& after,
                           const ShiftSearch& search = {});
 

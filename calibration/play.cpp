@@ -10,6 +10,8 @@ namespace {
 
 // Of its resolution, better than which no picture is followed.
 constexpr double leastPart = 0.05;
+// And so many times it is no scatter of a stage that can be repeated.
+constexpr double mostScatter = 5.0;
 
 double medianOf(std::vector<double> values) {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -42,6 +44,8 @@ AxisPlay playOf(const std::vector<PlayVisit>& visits, double resolutionUm) {
     double squares = 0.0;
     for (const double um : plays) squares += (um - play.um) * (um - play.um);
     play.scatterUm = std::sqrt(squares / (count - 1.0));
+    if (play.scatterUm > mostScatter * resolutionUm)
+        play.refusal = formatted("The places differ by %.1f um", play.scatterUm);
     play.uncertaintyUm = std::hypot(play.scatterUm / std::sqrt(count), leastPart * resolutionUm);
     return play;
 }

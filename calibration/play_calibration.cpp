@@ -94,7 +94,9 @@ Outcome measure(const CalibrationProgress& progress, PlayCalibration& result) {
     if (endedBy.empty()) {
         borrowed.light(Lights::Lamp);
         borrowed.stageWillMove(runInUm);
-        if (borrowed.letExposureSettle()) endedBy = measureAxis(borrowed, true, result.x);
+        if (borrowed.letExposureSettle()) endedBy = whyNothingToFollow();
+        if (endedBy.empty() && waitUnlessStopped(1))
+            endedBy = measureAxis(borrowed, true, result.x);
         if (endedBy.empty() && waitUnlessStopped(1)) {
             borrowed.goBack(); // so that each axis is measured about the same place
             endedBy = measureAxis(borrowed, false, result.y);

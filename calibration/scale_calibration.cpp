@@ -64,11 +64,7 @@ private:
     // A picture that shows nothing is refused before anything moves far.
     bool begin() {
         borrowed.tell("Looking at the sample", 0, allPictures);
-        const GreyPicture first = takePicture();
-        if (first.at.empty()) return fail("The camera gives no picture");
-        if (const std::string why = whyWithoutStructure(first); !why.empty()) return fail(why);
-        const PictureShift same = shiftBetween(first, takePicture(), {.within = 8.0});
-        if (!same.isFound()) return fail(same.refusal);
+        if (const std::string why = whyNothingToFollow(); !why.empty()) return fail(why);
         if (!pictures.mayReach(firstWayUm, firstWayUm))
             return fail("The limits of the stage leave too little room here");
         return pictures.take({}, reference);

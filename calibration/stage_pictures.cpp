@@ -69,6 +69,12 @@ std::string whyStageIsOut() {
     return {};
 }
 
+std::string whyNothingToFollow() {
+    const GreyPicture first = takePicture(), second = takePicture();
+    if (first.at.empty() || second.at.empty()) return "The camera gives no picture";
+    return shiftBetween(first, second, {.within = 20.0}).refusal;
+}
+
 std::vector<PictureShift> shiftsOf(const std::vector<StagePicture>& pictures,
                                    const std::vector<PixelVector>& expected, double within,
                                    const BorrowedSetUp& borrowed) {

@@ -44,6 +44,9 @@ private:
 // can.
 std::string whyStageIsOut();
 
+// Why the sample here cannot be followed; asked before the stage moves. Empty when it can.
+std::string whyNothingToFollow();
+
 // By how much the sample has moved in each picture against the first one, by its own structure:
 // where pictures show that something stands still it is taken out of all of them. `expected` has a
 // guess for each of them, right within `within` pixels.

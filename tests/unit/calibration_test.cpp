@@ -144,22 +144,24 @@ TEST(CalibrationTest, APictureWithoutStructureIsRefused) {
 
 // A grating looks the same a period further; where it is expected decides.
 TEST(CalibrationTest, TheExpectationChoosesAmongAlikePeaks) {
-    const auto grating = [](double shift, unsigned seed) {
+    const auto grating = [](double shift, unsigned seed, double across = 30) {
         std::mt19937 random(seed);
         GreyPicture made{600, 600, {}};
         for (int i = 0; i < 360000; ++i) {
             const double x = i % 600 - shift, y = i / 600; // NOLINT
             const double bars = std::fmod(x + 6000, 40) < 20 ? 120 : 60;
             made.at.push_back(
-                float(bars + (std::fmod(y, 50) < 25 ? 30 : 0) + double(random() % 3)));
+                float(bars + (std::fmod(y, 50) < 25 ? across : 0) + double(random() % 3)));
         }
         return made;
     };
-    const PictureShift found = shiftBetween(grating(0, 1), grating(83, 2),
-                                            {.expected = {80, 0}, .within = 15, .hasMoved = true});
+    const PictureShift found =
+        shiftBetween(grating(0, 1), grating(83, 2), {.expected = {80, 0}, .within = 15});
     EXPECT_TRUE(found.isFound()) << found.refusal;
     EXPECT_NEAR(found.px.columns, 83, 0.3);
     EXPECT_NEAR(found.px.rows, 0, 0.3);
+    EXPECT_EQ(shiftBetween(grating(0, 1, 0), grating(7, 2, 0)).refusal,
+              "The picture looks the same a little further on");
 }
 
 // --- The matrix ----------------------------------------------------------------------------------
