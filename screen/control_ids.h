@@ -67,7 +67,13 @@ enum ControlId : int {
     idRecoverScan = 32851,
     idContinueScan = 32852,
     idSetHighestZ = 32853,
+    idSetUp = 32854,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
+    idObjective = 32870,   // eight of them: the objectives, in their order
+    idCalibrateCamera = 32880,
+    idCalibratePlay = 32881,
+    idCalibrateSpot = 32882,
+    idCalibrateDark = 32883,
 };
 
 // Of the window "Continue last scan".
@@ -131,4 +137,20 @@ enum ScanOptionsId : int {
     idAuxChannelCheck = 1047,
     idSettledEdit = 1048,
     idSettledText = 1049,
+};
+
+// Of the sheet "Set-up".
+enum SetUpId : int {
+    idObjectiveList = 1200,
+    idAddObjective = 1201,
+    idRemoveObjective = 1202,
+    idScaleNote = 1203,      // two of them: what the matrix means
+    idObjectiveField = 1300, // the fields of the objective that is chosen, in their order
+    idSetUpField = 1400,     // all other fields, in their order
+};
+
+// Of the window of a calibration's result.
+enum CalibrationId : int {
+    idKeepCalibration = 1500,
+    idDropCalibration = 1501,
 };

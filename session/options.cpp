@@ -81,9 +81,13 @@ bool optionsCanBeRead() {
     return readLines().has_value();
 }
 
-bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options) {
+bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options,
+                    const std::vector<std::string>& gone) {
     auto lines = readLines(path);
     if (!lines) return false;
+    std::string_view value;
+    for (const std::string& name : gone)
+        std::erase_if(*lines, [&](const std::string& line) { return carries(line, name, value); });
     for (const Option& option : options) put(*lines, option);
     std::string content;
     for (const std::string& line : *lines) content += line + "\n";

@@ -19,8 +19,10 @@ struct OptionLine : Option {
 // without '=' is all name. None where there is no file; nothing when it cannot be read.
 std::optional<std::vector<OptionLine>> optionsIn(const std::wstring& path);
 
-// Puts the values into the lines of such a file, as writeOptions does; nothing is said.
-bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options);
+// Puts the values into the lines of such a file, as writeOptions does, and takes those out that
+// carry a name of `gone`; nothing is said.
+bool writeOptionsIn(const std::wstring& path, const std::vector<Option>& options,
+                    const std::vector<std::string>& gone = {});
 
 // False where there is a file that cannot be read: its lines are not known, which is another thing
 // than that there are none.

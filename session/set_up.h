@@ -151,8 +151,8 @@ std::string setUpDifference(const std::string& before, const std::string& now);
 // returned: its line, and what it may be.
 std::vector<std::string> readSetUp();
 
-// Makes it the set-up in force and writes what of it is otherwise than in the file; false when that
-// was not written: it holds for this run then.
+// Makes it the set-up in force and writes what of it is otherwise than before; the lines of
+// objectives that are no more go. False when that was not written: it holds for this run then.
 bool keepSetUp(const SetUp& changed);
 
 // Keeps the highest place of Z, um, for this run and in the file; false when that was not written.

@@ -86,8 +86,13 @@ bool keepSetUp(const SetUp& changed) {
         const bool isNew = field.objective > static_cast<int>(setUp.objectives.size());
         if (isNew || text != textOf(field, before)) lines.push_back({field.name, text});
     }
+    // One that is there no more must not come back at the next start.
+    std::vector<std::string> gone;
+    for (const SetUpField& field : setUpFields(setUp))
+        if (field.objective > static_cast<int>(changed.objectives.size()))
+            gone.push_back(field.name);
     setUp = changed;
-    return lines.empty() || writeOptionsIn(setUpPath(), lines);
+    return (lines.empty() && gone.empty()) || writeOptionsIn(setUpPath(), lines, gone);
 }
 
 bool keepHighestZ(double um) {

@@ -40,7 +40,9 @@
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
+#include "ui/objective.h"
 #include "ui/scan_options_dialog.h"
+#include "ui/set_up_dialog.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>
@@ -242,6 +244,15 @@ constexpr Command commands[] = {
     {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
     {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
     {idConfiguration, configure, refused, refused, "Configuration"},
+    {idSetUp, changeSetUp, refused, refused, "Set-up"},
+    {idObjective, [] { chooseObjective(1); }, refused, refused, "Objective 1"},
+    {idObjective + 1, [] { chooseObjective(2); }, refused, refused, "Objective 2"},
+    {idObjective + 2, [] { chooseObjective(3); }, refused, refused, "Objective 3"},
+    {idObjective + 3, [] { chooseObjective(4); }, refused, refused, "Objective 4"},
+    {idObjective + 4, [] { chooseObjective(5); }, refused, refused, "Objective 5"},
+    {idObjective + 5, [] { chooseObjective(6); }, refused, refused, "Objective 6"},
+    {idObjective + 6, [] { chooseObjective(7); }, refused, refused, "Objective 7"},
+    {idObjective + 7, [] { chooseObjective(8); }, refused, refused, "Objective 8"},
     {idScanOptions, chooseScanOptions, refused, refused, "Scan options"},
     {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed, "illuminate On"},
     {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed, "illuminate Off"},

@@ -14,6 +14,7 @@
 #include "session/set_up.h"
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -39,6 +40,18 @@ bool wantsToFocus(const std::string& name, double um) {
 }
 
 } // namespace
+
+std::vector<std::string> objectiveNames() {
+    std::vector<std::string> names;
+    for (const Objective& objective : setUp.objectives) {
+        const auto number = static_cast<int32_t>(names.size() + 1);
+        std::string name = formatted("&%d  ", number);
+        for (const char letter : nameOf(objective, number))
+            name += letter == '&' ? std::string("&&") : std::string(1, letter);
+        names.push_back(std::move(name));
+    }
+    return names;
+}
 
 void takeScanAreaAway() {
     const double step = scanArea.scanStep;

@@ -3,6 +3,7 @@
 #include "screen/control_ids.h"
 #include "screen/dialog.h"
 #include "screen/screen.h"
+#include "window/sheet_window.h"
 
 static HWND dialog = nullptr;
 static const DialogFace* face = nullptr;
@@ -67,23 +68,38 @@ void endDialog() {
     if (dialog) EndDialog(dialog, 0);
 }
 
+// Of the dialog or of the sheet that is open.
+static HWND itemOf(int id) {
+    return dialog ? GetDlgItem(dialog, id) : sheetItem(id);
+}
+
 std::string dialogText(int id, int capacity) {
+    HWND item = itemOf(id);
     std::string text(static_cast<size_t>(capacity), '\0');
-    text.resize(dialog ? GetDlgItemTextA(dialog, id, text.data(), capacity) : 0);
+    text.resize(item ? static_cast<size_t>(GetWindowTextA(item, text.data(), capacity)) : 0);
     return text;
 }
 
 void setDialogText(int id, const char* text) {
-    if (dialog) SetDlgItemTextA(dialog, id, text);
+    if (HWND item = itemOf(id)) SetWindowTextA(item, text);
 }
 
 static LRESULT tellItem(int id, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
-    return dialog ? SendDlgItemMessageW(dialog, id, message, wParam, lParam) : -1;
+    HWND item = itemOf(id);
+    return item ? SendMessageW(item, message, wParam, lParam) : -1;
 }
 
 void fillDialogList(int id, const wchar_t* const* items, int count) {
     for (int i = 0; i < count; i++)
         tellItem(id, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(items[i]));
+}
+
+void refillDialogList(int id, const std::vector<std::string>& items) {
+    HWND list = itemOf(id);
+    if (!list) return;
+    SendMessageW(list, CB_RESETCONTENT, 0, 0);
+    for (const std::string& item : items)
+        SendMessageA(list, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(item.c_str()));
 }
 
 void selectInDialogList(int id, int index) {
@@ -95,9 +111,9 @@ int selectedInDialogList(int id) {
 }
 
 void checkInDialog(int id, bool checked) {
-    if (dialog) CheckDlgButton(dialog, id, checked ? BST_CHECKED : BST_UNCHECKED);
+    tellItem(id, BM_SETCHECK, checked ? BST_CHECKED : BST_UNCHECKED);
 }
 
 bool isCheckedInDialog(int id) {
-    return dialog && IsDlgButtonChecked(dialog, id) == BST_CHECKED;
+    return tellItem(id, BM_GETCHECK) == BST_CHECKED;
 }

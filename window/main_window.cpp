@@ -8,7 +8,9 @@
 #include "platform/win32/handles.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
+#include "session/set_up.h"
 #include "ui/commands.h"
+#include "ui/objective.h"
 
 #include <shobjidl.h>
 #include <windowsx.h>
@@ -32,6 +34,18 @@ static void captureHeldMouse(HWND window) {
     if (GetKeyState(VK_LBUTTON) < 0) SetCapture(window);
 }
 
+// Its objectives may be others than at the last time.
+static void fillObjectiveMenu(HMENU menu) {
+    if (GetMenuItemID(menu, 0) != idObjective) return;
+    while (DeleteMenu(menu, 0, MF_BYPOSITION)) {
+    }
+    UINT_PTR id = idObjective;
+    for (const std::string& name : objectiveNames())
+        AppendMenuA(menu, MF_STRING, id++, name.c_str());
+    const UINT inUse = idObjective + static_cast<UINT>(setUp.objectiveInUse) - 1;
+    CheckMenuRadioItem(menu, idObjective, static_cast<UINT>(id) - 1, inUse, MF_BYCOMMAND);
+}
+
 static void paint(HWND window) {
     PAINTSTRUCT painting;
     BeginPaint(window, &painting);
@@ -49,6 +63,9 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         return 0;
     case WM_COMMAND:
         if (!isEditNotice(wParam, lParam)) onCommand(LOWORD(wParam));
+        return 0;
+    case WM_INITMENUPOPUP:
+        fillObjectiveMenu(reinterpret_cast<HMENU>(wParam));
         return 0;
     case WM_TIMER:
         onTimer(static_cast<Timer>(wParam));

@@ -2,12 +2,16 @@
 #include "tests/doubles/memory_dialog.h"
 
 #include "screen/control_ids.h"
+#include "screen/screen.h"
 
 #include <map>
 
 std::function<void()> whileDialogOpen;
 
+int turnedTo = 0;
+
 static bool dialogOpen = false;
+static const Sheet* openedSheet = nullptr;
 static std::map<int, std::string> texts;
 static std::map<int, std::vector<std::wstring>> lists;
 static std::map<int, int> selections;
@@ -51,6 +55,44 @@ std::vector<std::wstring>& dialogListItems(int id) {
 
 void fillDialogList(int id, const wchar_t* const* items, int count) {
     lists[id].insert(lists[id].end(), items, items + count);
+}
+
+void refillDialogList(int id, const std::vector<std::string>& items) {
+    lists[id].clear();
+    for (const std::string& item : items) lists[id].emplace_back(item.begin(), item.end());
+}
+
+void runSheet(const Sheet& sheet) {
+    openedSheet = &sheet;
+    dialogOpen = true;
+    turnedTo = 0;
+    sheet.opened();
+    if (whileDialogOpen) whileDialogOpen();
+    openedSheet = nullptr;
+    dialogOpen = false;
+}
+
+void turnToInSheet(int id) {
+    turnedTo = id;
+}
+
+WindowHandle sheetWindow() {
+    return openedSheet ? windows.main : nullptr;
+}
+
+bool pressApply() {
+    if (openedSheet->apply()) return true;
+    openedSheet->refused();
+    return false;
+}
+
+bool changeInSheet(int id, const std::string& text) {
+    setDialogText(id, text.c_str());
+    return openedSheet->onCommand(id);
+}
+
+bool pressInSheet(int id) {
+    return openedSheet->onCommand(id);
 }
 
 void selectInDialogList(int id, int index) {

@@ -16,4 +16,11 @@ std::vector<std::wstring>& dialogListItems(int id);
 // All that stands in an edit, however little of it the program reads.
 std::string dialogTextIn(int id);
 
+// Of the sheet that is open: "Apply", which is "OK" without the end, false when it was refused; a
+// button or a choice; a text typed. The last two tell whether there is something to apply.
+bool pressApply();
+bool pressInSheet(int id);
+bool changeInSheet(int id, const std::string& text);
+extern int turnedTo; // what turnToInSheet was last told
+
 void resetDialog();

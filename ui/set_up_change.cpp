@@ -1,0 +1,111 @@
+// Follows a change of the set-up.
+#include "ui/set_up_change.h"
+
+#include "camera/camera.h"
+#include "instruments/lights.h"
+#include "motion/stage.h"
+#include "screen/screen.h"
+#include "session/day_log.h"
+#include "ui/objective.h"
+
+#include <algorithm>
+
+namespace {
+
+void append(std::string& words, const std::string& more) {
+    if (!words.empty()) words += "; ";
+    words += more;
+}
+
+// Every field that differs, as "X um per turn: 250 became 500".
+std::string differenceOf(const SetUp& before, const SetUp& now) {
+    const size_t most = std::max(before.objectives.size(), now.objectives.size());
+    SetUp was = before, is = now;
+    was.objectives.resize(most);
+    is.objectives.resize(most);
+    std::string words;
+    if (before.objectives.size() != now.objectives.size())
+        words = "objectives: " + std::to_string(before.objectives.size()) + " became " +
+                std::to_string(now.objectives.size());
+    for (const SetUpField& field : setUpFields(is)) {
+        const std::string from = textOf(field, was), to = textOf(field, is);
+        if (from == to || field.objective > static_cast<int>(now.objectives.size())) continue;
+        append(words, field.name);
+        words += ": ";
+        words += from.empty() ? "none" : from;
+        words += " became ";
+        words += to.empty() ? "none" : to;
+    }
+    return words;
+}
+
+bool differs(const SetUp& a, const SetUp& b, SetUpPage page, const std::string& word) {
+    for (const SetUpField& field : setUpFields(SetUp()))
+        if (field.page == page && field.name.find(word) != std::string::npos &&
+            textOf(field, a) != textOf(field, b))
+            return true;
+    return false;
+}
+
+bool drivesDiffer(const SetUp& a, const SetUp& b) {
+    for (const char* word :
+         {" per turn", " per full step", " counts ", "X speed", "Y speed", "Z speed"})
+        if (differs(a, b, SetUpPage::Stage, word)) return true;
+    return false;
+}
+
+// A light must be switched off by the pin and level that it was switched on with.
+bool lightsDiffer(const SetUp& a, const SetUp& b) {
+    return a.laserPin != b.laserPin || a.lampPin != b.lampPin || a.lampOnLevel != b.lampOnLevel;
+}
+
+void takeSpot(const SetUp& before) {
+    const Objective &was = before.objective(), &is = setUp.objective();
+    if (is.hasSpot() && (is.spotColumn != was.spotColumn || is.spotRow != was.spotRow))
+        cameraState.laserOffset = {is.spotColumn, is.spotRow};
+}
+
+} // namespace
+
+std::string setUpChanged(const SetUp& before) {
+    std::string words;
+    takeSpot(before);
+    if (setUpWords(before) != setUpWords(setUp)) {
+        takeScanAreaAway();
+        append(words, "the scan area is taken away");
+    }
+    if (drivesDiffer(before, setUp)) append(words, "\"Reconnect Stages\" is necessary");
+    if (before.cameraSerial != setUp.cameraSerial)
+        append(words, "the camera needs \"Connect\" in the Configuration");
+    if (before.sourcemeterResource != setUp.sourcemeterResource)
+        append(words, "the sourcemeter needs \"initialize\" in the Configuration");
+    if (before.lockInCurrentInAmperes != setUp.lockInCurrentInAmperes ||
+        before.amplifierVoltsPerAmpere != setUp.amplifierVoltsPerAmpere)
+        append(words, "a lock-in amplifier needs \"initialize\" in the Configuration");
+    if (before.boardHasInterlock != setUp.boardHasInterlock ||
+        before.boardKeepAliveS != setUp.boardKeepAliveS)
+        followLaserBoard();
+    return words;
+}
+
+void takeSetUp(const SetUp& changed) {
+    const SetUp before = setUp;
+    SetUp taken = changed;
+    if (before.lockInCurrentInAmperes != taken.lockInCurrentInAmperes)
+        taken.lockInCurrentTried = true;
+    const std::string difference = differenceOf(before, taken);
+    if (difference.empty()) return;
+    const bool darkens = lightsDiffer(before, taken), lit = illuminationIsOn();
+    if (darkens) {
+        setLaserLevel(0);
+        setLaserOutput(0);
+    }
+    const bool written = keepSetUp(taken);
+    if (darkens && lit) setLaserOutput(1);
+    logEvent("Set-up: " + difference);
+    std::string words = setUpChanged(before);
+    if (!written) append(words, "Setup.ini was not written, it holds for this run");
+    words = "Set-up taken" + (words.empty() ? "" : ": " + words);
+    logEvent(words);
+    showInformation(words.c_str());
+}
