@@ -18,6 +18,7 @@ DarkValue darkValueOf(const std::vector<Reading>& readings) {
             return dark;
         }
         ++dark.readings;
+        dark.values.push_back(static_cast<double>(reading.value()));
         sum += static_cast<double>(reading.value());
     }
     if (dark.readings < leastReadings || dark.readings < dark.unanswered) {

@@ -14,6 +14,7 @@ struct DarkValue {
     double standardError = 0.0; // of the mean
     int readings = 0;           // that were answered
     int unanswered = 0;
+    std::vector<double> values; // of those that were answered
 
     bool isFound() const { return refusal.empty(); }
     // Three times the noise: what a single reading must show to be more than that.

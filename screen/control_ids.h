@@ -149,8 +149,10 @@ enum SetUpId : int {
     idSetUpField = 1400,     // all other fields, in their order
 };
 
-// Of the window of a calibration's result.
+// Of the result of a calibration; "Keep" and "Cancel" are idSet and idCloseDialog.
 enum CalibrationId : int {
-    idKeepCalibration = 1500,
-    idDropCalibration = 1501,
+    idCalibrationDialog = 202,
+
+    idCalibrationPicture = 1500,
+    idCalibrationText = 1501,
 };

@@ -13,13 +13,15 @@ struct DialogFace {
     int resource;
     void (*opened)();
     void (*onCommand)(int id);
-    void (*onEnter)(int focusedControl); // idSet when none has the focus
-    bool (*isBusy)();                    // with a notice that the dialog must not cover
+    void (*onEnter)(int focusedControl);           // idSet when none has the focus
+    bool (*isBusy)();                              // with a notice that the dialog must not cover
+    void (*paint)(WindowHandle picture) = nullptr; // of the control idCalibrationPicture
 };
 
 // Runs the dialog until endDialog.
 void runDialog(const DialogFace& face);
 void endDialog();
+void setDialogTitle(const char* text);
 
 // The text's first `capacity` - 1 characters.
 std::string dialogText(int id, int capacity);
@@ -32,6 +34,7 @@ int selectedInDialogList(int id);           // -1 when nothing is selected
 
 void checkInDialog(int id, bool checked);
 bool isCheckedInDialog(int id);
+void enableInDialog(int id, bool enabled);
 
 // A control of a sheet's page, in dialog units; Tab takes them in their order.
 struct SheetControl {

@@ -37,6 +37,7 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
+#include "ui/calibrate.h"
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
@@ -253,6 +254,10 @@ constexpr Command commands[] = {
     {idObjective + 5, [] { chooseObjective(6); }, refused, refused, "Objective 6"},
     {idObjective + 6, [] { chooseObjective(7); }, refused, refused, "Objective 7"},
     {idObjective + 7, [] { chooseObjective(8); }, refused, refused, "Objective 8"},
+    {idCalibrateCamera, calibrateCameraAndStage, refused, refused, "Calibrate camera and stage"},
+    {idCalibratePlay, calibratePlayOfStage, refused, refused, "Calibrate play"},
+    {idCalibrateSpot, calibrateLaserSpot, refused, refused, "Calibrate laser spot"},
+    {idCalibrateDark, calibrateDarkValue, refused, refused, "Calibrate dark value"},
     {idScanOptions, chooseScanOptions, refused, refused, "Scan options"},
     {idIlluminationOn, [] { setLaserOutput(1); }, allowed, allowed, "illuminate On"},
     {idIlluminationOff, [] { setLaserOutput(0); }, allowed, allowed, "illuminate Off"},

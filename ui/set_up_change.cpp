@@ -88,13 +88,21 @@ std::string setUpChanged(const SetUp& before) {
     return words;
 }
 
+void tellSetUpTaken(const SetUp& before, bool written) {
+    logEvent("Set-up: " + differenceOf(before, setUp));
+    std::string words = setUpChanged(before);
+    if (!written) append(words, "Setup.ini was not written, it holds for this run");
+    words = "Set-up taken" + (words.empty() ? "" : ": " + words);
+    logEvent(words);
+    showInformation(words.c_str());
+}
+
 void takeSetUp(const SetUp& changed) {
     const SetUp before = setUp;
     SetUp taken = changed;
     if (before.lockInCurrentInAmperes != taken.lockInCurrentInAmperes)
         taken.lockInCurrentTried = true;
-    const std::string difference = differenceOf(before, taken);
-    if (difference.empty()) return;
+    if (differenceOf(before, taken).empty()) return;
     const bool darkens = lightsDiffer(before, taken), lit = illuminationIsOn();
     if (darkens) {
         setLaserLevel(0);
@@ -102,10 +110,5 @@ void takeSetUp(const SetUp& changed) {
     }
     const bool written = keepSetUp(taken);
     if (darkens && lit) setLaserOutput(1);
-    logEvent("Set-up: " + difference);
-    std::string words = setUpChanged(before);
-    if (!written) append(words, "Setup.ini was not written, it holds for this run");
-    words = "Set-up taken" + (words.empty() ? "" : ": " + words);
-    logEvent(words);
-    showInformation(words.c_str());
+    tellSetUpTaken(before, written);
 }

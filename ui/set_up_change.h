@@ -12,3 +12,7 @@ void takeSetUp(const SetUp& changed);
 // Follows the change in what the program holds: the scan area is gone where maps take another
 // shape. Returns what the operator should know or do, "; " between; empty when nothing.
 std::string setUpChanged(const SetUp& before);
+
+// Of a set-up that is in force already: follows it and says what came of it. `written`: into the
+// file.
+void tellSetUpTaken(const SetUp& before, bool written);

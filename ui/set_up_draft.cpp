@@ -1,11 +1,11 @@
 // Takes what is typed into a set-up.
 #include "ui/set_up_draft.h"
 
+#include "calibration/matrix_fit.h"
 #include "platform/text_format.h"
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 namespace {
 
@@ -89,14 +89,13 @@ SetUpRefusal SetUpDraft::takeInto(SetUp& set) const {
 }
 
 ScaleWords scaleWords(const PictureScale& scale) {
-    constexpr double degrees = 180.0 / std::numbers::pi;
     const double column = scale.umPerColumn(), row = scale.umPerRow();
     if (!(column > 0.0 && row > 0.0)) return {"Columns or rows have no length", ""};
-    const double cosine =
-        (scale.xPerColumn * scale.xPerRow + scale.yPerColumn * scale.yPerRow) / (column * row);
-    return {formatted("%.5f um per column, %.5f um per row, %.2f degrees between them", column, row,
-                      std::acos(std::clamp(cosine, -1.0, 1.0)) * degrees),
-            formatted("Picture turned by %.2f degrees against the stage, %smirrored",
-                      std::atan2(scale.yPerColumn, scale.xPerColumn) * degrees + 0.0,
-                      scale.isMirrored() ? "" : "not ")};
+    const MatrixFit matrix = describedMatrix(scale);
+    constexpr const char* mirrorings[] = {"not mirrored", "mirrored left to right",
+                                          "mirrored upside down"};
+    return {formatted("%.5f um per column, %.5f um per row, %.2f degrees off the right angle",
+                      column, row, std::fabs(matrix.skewDegrees)),
+            formatted("Camera turned by %.2f degrees against the stage, %s", matrix.rotationDegrees,
+                      mirrorings[static_cast<size_t>(matrix.mirroring)])};
 }

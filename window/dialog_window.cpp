@@ -32,7 +32,7 @@ static int focusedControl() {
     return focus && IsChild(dialog, focus) ? GetDlgCtrlID(focus) : int{idSet};
 }
 
-static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
+static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case WM_INITDIALOG:
         dialog = window;
@@ -45,6 +45,10 @@ static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam
         else
             face->onCommand(LOWORD(wParam));
         takeBackFromMainWindow();
+        return TRUE;
+    case WM_DRAWITEM:
+        if (!face->paint) return FALSE;
+        face->paint(opaque(reinterpret_cast<const DRAWITEMSTRUCT*>(lParam)->hwndItem));
         return TRUE;
     case WM_MOUSEACTIVATE: // a click must not bring the dialog before a notice, which it waits for
         if (!face->isBusy()) return FALSE;
@@ -66,6 +70,10 @@ void runDialog(const DialogFace& what) {
 
 void endDialog() {
     if (dialog) EndDialog(dialog, 0);
+}
+
+void setDialogTitle(const char* text) {
+    if (dialog) SetWindowTextA(dialog, text);
 }
 
 // Of the dialog or of the sheet that is open.
@@ -116,4 +124,8 @@ void checkInDialog(int id, bool checked) {
 
 bool isCheckedInDialog(int id) {
     return tellItem(id, BM_GETCHECK) == BST_CHECKED;
+}
+
+void enableInDialog(int id, bool enabled) {
+    if (HWND item = itemOf(id)) EnableWindow(item, enabled);
 }

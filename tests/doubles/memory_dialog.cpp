@@ -9,13 +9,15 @@
 std::function<void()> whileDialogOpen;
 
 int turnedTo = 0;
+std::string dialogTitle;
 
 static bool dialogOpen = false;
 static const Sheet* openedSheet = nullptr;
 static std::map<int, std::string> texts;
 static std::map<int, std::vector<std::wstring>> lists;
 static std::map<int, int> selections;
-static std::map<int, bool> marks;
+static std::map<int, bool> marks, disabled;
+static const DialogFace* openedDialog = nullptr;
 
 void resetDialog() {
     whileDialogOpen = {};
@@ -25,12 +27,31 @@ void resetDialog() {
     marks.clear();
 }
 
+void setDialogTitle(const char* text) {
+    dialogTitle = text;
+}
+
+void enableInDialog(int id, bool enabled) {
+    disabled[id] = !enabled;
+}
+
+bool isEnabledInDialog(int id) {
+    return !disabled[id];
+}
+
+void paintDialog() {
+    openedDialog->paint(windows.main);
+}
+
 void runDialog(const DialogFace& face) {
     lists.clear();
+    disabled.clear();
+    openedDialog = &face;
     dialogOpen = true;
     face.opened();
     if (whileDialogOpen) whileDialogOpen();
     if (dialogOpen) face.onCommand(idCloseDialog);
+    openedDialog = nullptr;
 }
 
 void endDialog() {

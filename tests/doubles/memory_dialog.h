@@ -16,6 +16,10 @@ std::vector<std::wstring>& dialogListItems(int id);
 // All that stands in an edit, however little of it the program reads.
 std::string dialogTextIn(int id);
 
+extern std::string dialogTitle;
+bool isEnabledInDialog(int id);
+void paintDialog(); // its picture, onto the main window
+
 // Of the sheet that is open: "Apply", which is "OK" without the end, false when it was refused; a
 // button or a choice; a text typed. The last two tell whether there is something to apply.
 bool pressApply();

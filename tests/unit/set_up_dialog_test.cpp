@@ -166,7 +166,7 @@ TEST_F(SetUpDialogTest, ObjectivesComeAndGo) {
         type("objective 1", "100x"); // the eighth is shown
         type("objective 1 X per column (um)", "-0.03");
         EXPECT_EQ(dialogTextIn(idScaleNote + 1),
-                  "Picture turned by 180.00 degrees against the stage, mirrored");
+                  "Camera turned by 0.00 degrees against the stage, mirrored left to right");
         type("objective 1 Y per row (um)", "0.03");
         EXPECT_FALSE(choose(1));
         EXPECT_EQ(shown("objective 1"), "20x");
