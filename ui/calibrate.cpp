@@ -3,6 +3,7 @@
 
 #include "calibration/calibrations.h"
 #include "camera/camera.h"
+#include "instruments/kinds.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/text_format.h"
@@ -100,8 +101,7 @@ void calibrateCameraAndStage() {
     }
     show(result, std::move(view), [&] {
         const SetUp before = setUp;
-        const bool written = keep(result);
-        tellSetUpTaken(before, written);
+        tellSetUpTaken(before, keep(result));
     });
 }
 
@@ -136,12 +136,12 @@ void calibrateLaserSpot() {
                       "\"Keep\" takes place and aperture."};
     }
     show(result, std::move(view), [&] {
-        const bool written = keep(result);
+        const std::string trouble = keep(result);
         computeScanArea(scanArea); // begins at the spot
         const std::string words =
             formatted("Laser spot: column %d, row %d, aperture %d", cameraState.laserOffset.x,
                       cameraState.laserOffset.y, cameraState.cameraAperture) +
-            (written ? "" : "; Setup.ini was not written, it holds for this run");
+            (trouble.empty() ? "" : "; " + trouble);
         logEvent(words);
         showInformation(words.c_str());
     });
@@ -151,14 +151,17 @@ void calibrateDarkValue() {
     const DarkCalibration result = calibrateDark(tellProgress);
     CalibrationView view{"Dark value", {}, {}, {}, {}};
     if (result.dark.isFound()) view.marks = plotOf(result.dark, result.unit);
+    const CurrentAmplifier& amplifier =
+        result.kind == kindArduino ? setUp.boardAmplifier : setUp.scopeAmplifier;
     if (result.canKeep())
         view.lines = {"\"Keep\" makes it the offset of the amplifier before the instrument."};
-    else if (result.dark.isFound())
+    if (result.canKeep() && !amplifier.isKnown())
+        view.lines.emplace_back("Its V/A are not in the set-up: until they are, nothing uses it.");
+    if (!result.canKeep() && result.dark.isFound())
         view.lines = {"The set-up has no amplifier before this instrument whose offset it could "
                       "be: there is nothing to keep."};
     show(result, std::move(view), [&] {
         const SetUp before = setUp;
-        const bool written = keep(result);
-        tellSetUpTaken(before, written);
+        tellSetUpTaken(before, keep(result));
     });
 }

@@ -17,12 +17,13 @@ namespace {
 
 CalibrationView shown;
 
-constexpr Colour black = 0, white = colourRgb(255, 255, 255);
+constexpr Colour black = 0, white = colourRgb(255, 255, 255), grey = colourRgb(240, 240, 240);
 
 // Of the picture's pixels in the control, and the other way up.
 struct Placement {
     double factor = 1.0;
-    int x(double column) const { return static_cast<int>(std::lround(column * factor)); }
+    int left = 0;
+    int x(double column) const { return left + static_cast<int>(std::lround(column * factor)); }
     int y(double row) const {
         return static_cast<int>(std::lround((imageHeight - 1 - row) * factor));
     }
@@ -46,14 +47,18 @@ void paint(WindowHandle picture) {
     if (!window.context) return;
     const Extent room = clientExtent(picture);
     const bool plot = shown.picture.empty();
-    drawFilledRectangle(window.context, 0, 0, room.width, room.height, black, plot ? white : black);
+    drawFilledRectangle(window.context, 0, 0, room.width, room.height, plot ? black : grey,
+                        plot ? white : grey);
     Placement at;
     at.factor = std::min(room.width / double{imageWidth}, room.height / double{imageHeight});
+    const auto width = static_cast<int>(imageWidth * at.factor);
+    const auto height = static_cast<int>(imageHeight * at.factor);
+    at.left = (room.width - width) / 2;
     MemoryBitmap whole;
     if (!plot && whole.make(window.context, smallPictureWidth, smallPictureHeight)) {
         putPixels(whole.context, 0, 0, smallPictureWidth, smallPictureHeight, shown.picture.data());
-        shrinkArea(window.context, 0, 0, at.x(imageWidth), at.x(imageHeight), whole.context,
-                   smallPictureWidth, smallPictureHeight);
+        shrinkArea(window.context, at.left, 0, width, height, whole.context, smallPictureWidth,
+                   smallPictureHeight);
     }
     for (const CalibrationMark& mark : shown.marks)
         drawMark(window.context, at, mark, plot ? black : markGreen);

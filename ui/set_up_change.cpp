@@ -88,11 +88,16 @@ std::string setUpChanged(const SetUp& before) {
     return words;
 }
 
-void tellSetUpTaken(const SetUp& before, bool written) {
-    logEvent("Set-up: " + differenceOf(before, setUp));
-    std::string words = setUpChanged(before);
-    if (!written) append(words, "Setup.ini was not written, it holds for this run");
-    words = "Set-up taken" + (words.empty() ? "" : ": " + words);
+void tellSetUpTaken(const SetUp& before, const std::string& trouble) {
+    const std::string difference = differenceOf(before, setUp);
+    std::string words = "Set-up as before", follows;
+    if (!difference.empty()) {
+        logEvent("Set-up: " + difference);
+        words = "Set-up taken";
+        follows = setUpChanged(before);
+    }
+    if (!trouble.empty()) append(follows, trouble);
+    if (!follows.empty()) words += ": " + follows;
     logEvent(words);
     showInformation(words.c_str());
 }
@@ -110,5 +115,5 @@ void takeSetUp(const SetUp& changed) {
     }
     const bool written = keepSetUp(taken);
     if (darkens && lit) setLaserOutput(1);
-    tellSetUpTaken(before, written);
+    tellSetUpTaken(before, written ? "" : "Setup.ini was not written, it holds for this run");
 }

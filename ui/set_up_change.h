@@ -13,6 +13,6 @@ void takeSetUp(const SetUp& changed);
 // shape. Returns what the operator should know or do, "; " between; empty when nothing.
 std::string setUpChanged(const SetUp& before);
 
-// Of a set-up that is in force already: follows it and says what came of it. `written`: into the
-// file.
-void tellSetUpTaken(const SetUp& before, bool written);
+// After a change that is in force already: follows it and says what came of it, and what went
+// wrong.
+void tellSetUpTaken(const SetUp& before, const std::string& trouble);

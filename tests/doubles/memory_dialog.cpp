@@ -39,6 +39,10 @@ bool isEnabledInDialog(int id) {
     return !disabled[id];
 }
 
+void pressInDialog(int id) {
+    openedDialog->onCommand(id);
+}
+
 void paintDialog() {
     openedDialog->paint(windows.main);
 }

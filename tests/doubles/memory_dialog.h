@@ -18,6 +18,7 @@ std::string dialogTextIn(int id);
 
 extern std::string dialogTitle;
 bool isEnabledInDialog(int id);
+void pressInDialog(int id);
 void paintDialog(); // its picture, onto the main window
 
 // Of the sheet that is open: "Apply", which is "OK" without the end, false when it was refused; a
