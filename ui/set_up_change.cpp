@@ -2,10 +2,12 @@
 #include "ui/set_up_change.h"
 
 #include "camera/camera.h"
+#include "instruments/kinds.h"
 #include "instruments/lights.h"
 #include "motion/stage.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
+#include "ui/commands.h"
 #include "ui/objective.h"
 
 #include <algorithm>
@@ -54,9 +56,12 @@ bool drivesDiffer(const SetUp& a, const SetUp& b) {
     return false;
 }
 
-// A light must be switched off by the pin and level that it was switched on with.
-bool lightsDiffer(const SetUp& a, const SetUp& b) {
-    return a.laserPin != b.laserPin || a.lampPin != b.lampPin || a.lampOnLevel != b.lampOnLevel;
+// Lights that are on shine as the set-up now has them; false when one stays at its old pin.
+bool followLights(const SetUp& before) {
+    const bool told = prepareOffCommands();
+    if (before.lampOnLevel != setUp.lampOnLevel && illuminationIsOn()) setLaserOutput(1);
+    if (before.laserFullScaleVolts != setUp.laserFullScaleVolts && laserIsOn()) setLaserLevel(1);
+    return told;
 }
 
 void takeSpot(const SetUp& before) {
@@ -70,6 +75,7 @@ void takeSpot(const SetUp& before) {
 std::string setUpChanged(const SetUp& before) {
     std::string words;
     takeSpot(before);
+    if (!followLights(before)) append(words, "a light did not go off: its old pin stays in use");
     if (setUpWords(before) != setUpWords(setUp)) {
         takeScanAreaAway();
         append(words, "the scan area is taken away");
@@ -85,6 +91,8 @@ std::string setUpChanged(const SetUp& before) {
     if (before.boardHasInterlock != setUp.boardHasInterlock ||
         before.boardKeepAliveS != setUp.boardKeepAliveS)
         followLaserBoard();
+    if (before.laserUaPerVolt != setUp.laserUaPerVolt) showScanSettings();
+    setField(Field::UnitLabel, unitLabel());
     return words;
 }
 
@@ -108,12 +116,6 @@ void takeSetUp(const SetUp& changed) {
     if (before.lockInCurrentInAmperes != taken.lockInCurrentInAmperes)
         taken.lockInCurrentTried = true;
     if (differenceOf(before, taken).empty()) return;
-    const bool darkens = lightsDiffer(before, taken), lit = illuminationIsOn();
-    if (darkens) {
-        setLaserLevel(0);
-        setLaserOutput(0);
-    }
     const bool written = keepSetUp(taken);
-    if (darkens && lit) setLaserOutput(1);
     tellSetUpTaken(before, written ? "" : "Setup.ini was not written, it holds for this run");
 }

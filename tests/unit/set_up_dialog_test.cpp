@@ -1,9 +1,11 @@
 // The sheet "Set-up": where its fields stand, what is taken, what is refused, what follows.
 #include "camera/camera.h"
+#include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "session/day_log.h"
 #include "session/process.h"
@@ -220,14 +222,21 @@ TEST_F(SetUpDialogTest, NotWhileAProcessRuns) {
     EXPECT_FALSE(information().empty());
 }
 
-TEST_F(SetUpDialogTest, LightsGoOffByThePinsTheyWereSwitchedOnWith) {
+TEST_F(SetUpDialogTest, LightsAndLabelsFollow) {
     ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
     setLaserLevel(1);
     setLaserOutput(1);
+    instrumentLink.ammeterKind = kindOscilloscope;
+    ASSERT_STREQ(unitLabel(), "V_ph (V)");
+    setField(Field::UnitLabel, unitLabel());
     inSheet([] {
         type("laser pin", "9");
+        type("laser uA per V", "8");
+        type("oscilloscope amplifier (V/A)", "1e6");
         EXPECT_TRUE(pressApply());
     });
+    EXPECT_EQ(textIn(Field::LaserIntensity), formatted("%.1f", laserLink.laserLevel * 8.0));
+    EXPECT_EQ(textIn(Field::UnitLabel), "I_ph (uA)");
     EXPECT_FALSE(laserIsOn());
     EXPECT_TRUE(illuminationIsOn());
     EXPECT_EQ(labLaserPwm(), 0);
