@@ -121,5 +121,6 @@ GreyPicture takePicture() {
 }
 
 PicturePart seenPart() {
-    return {0, 0, imageWidth, imageHeight};
+    const PictureArea& seen = cameraImage.seen;
+    return {seen.left, seen.bottom, seen.width, seen.height};
 }

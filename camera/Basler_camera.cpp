@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "platform/truncate.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <initializer_list>
 
@@ -124,11 +125,34 @@ void waitUntilSettled(CBaslerUniversalInstantCamera& camera, const EnumParameter
     std::printf("Final exposure time = %g\n", camera.GetExposureUs());
 }
 
+// The nearest value of the parameter that is not above `wanted` and even, so that a colour stays
+// where the mosaic has it.
+int64_t evenValue(const IntegerParameter& parameter, int64_t wanted) {
+    const int64_t least = parameter.GetMin();
+    int64_t step = parameter.GetInc();
+    if (step % 2 != 0) step *= 2;
+    return least + std::max<int64_t>(wanted - least, 0) / step * step;
+}
+
+// Of a sensor that is larger than the picture takes, the middle.
+void cutToMiddle(const IntegerParameter& size, const IntegerParameter& offset,
+                 const BooleanParameter& centre, int64_t most) {
+    if (!size.IsReadable() || size.GetValue() <= most || !size.IsWritable()) return;
+    const int64_t sensor = size.GetValue();
+    size.SetValue(evenValue(size, most));
+    if (offset.IsWritable())
+        offset.SetValue(evenValue(offset, (sensor - size.GetValue()) / 2));
+    else if (centre.IsWritable())
+        centre.SetValue(true);
+}
+
 } // namespace
 
 void useWholeSensor(CBaslerUniversalInstantCamera& camera) {
     toMinimum({&camera.OffsetX, &camera.OffsetY});
     toMaximum({&camera.Width, &camera.Height});
+    cutToMiddle(camera.Width, camera.OffsetX, camera.CenterX, 2 * int64_t{imageWidth});
+    cutToMiddle(camera.Height, camera.OffsetY, camera.CenterY, 2 * int64_t{imageHeight});
 
     if (camera.AutoFunctionROISelector.IsWritable()) {
         camera.AutoFunctionROISelector.SetValue(region1);

@@ -8,6 +8,7 @@
 #include "screen/screen.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
+#include "session/set_up.h"
 
 #include <algorithm>
 #include <array>
@@ -36,13 +37,49 @@ void disconnect(CameraState& state, const std::exception& refusal) {
     disconnect(state);
 }
 
-void openAutomatic(CBaslerUniversalInstantCamera& camera) {
+// What a camera may give, and how the picture is made of it; the first that it has is taken.
+constexpr struct {
+    PixelFormatValue format;
+    Mosaic mosaic;
+} formats[] = {{PixelFormat_BayerRG8, Mosaic::RG},
+               {PixelFormat_BayerGR8, Mosaic::GR},
+               {PixelFormat_BayerGB8, Mosaic::GB},
+               {PixelFormat_BayerBG8, Mosaic::BG},
+               {PixelFormat_Mono8, Mosaic::Grey}};
+
+Mosaic chooseFormat(const CBaslerUniversalInstantCamera& camera) {
+    if (camera.PixelFormat.Is(PixelFormat_BayerRG8)) return Mosaic::RG;
+    for (const auto& each : formats) {
+        if (!camera.PixelFormat.Has(each.format)) continue;
+        camera.PixelFormat.SetValue(each.format);
+        return each.mosaic;
+    }
+    // A library that does not know what the camera has is asked by trying.
+    camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    return Mosaic::RG;
+}
+
+// From here on frames are as the camera is set.
+void takeShape(CameraState& state, const CBaslerUniversalInstantCamera& camera, Mosaic mosaic) {
+    int64_t width = 2 * int64_t{imageWidth}, height = 2 * int64_t{imageHeight};
+    if (camera.Width.IsReadable() && camera.Height.IsReadable()) {
+        width = camera.Width.GetValue();
+        height = camera.Height.GetValue();
+    }
+    if (width > 2 * imageWidth || height > 2 * imageHeight || width < 2 || height < 2)
+        throw GenericException(formatted("A picture of %d x %d pixels cannot be cut to 2464 x 2056",
+                                         static_cast<int>(width), static_cast<int>(height)));
+    shapeFrames(cameraImage, static_cast<int32_t>(width), static_cast<int32_t>(height), mosaic);
+    state.frameBytes = cameraImage.width * cameraImage.height;
+}
+
+void openAutomatic(CameraState& state) {
+    CBaslerUniversalInstantCamera& camera = *state.device;
     showInformation("Camera Opening");
     camera.Open();
     reportAnswer(deviceName, "opened");
     if (camera.IsGrabbing()) camera.StopGrabbing();
-    if (!camera.PixelFormat.Is(PixelFormat_BayerRG8))
-        camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    const Mosaic mosaic = chooseFormat(camera);
     // The two automatic functions see to that as well; a camera may have neither.
     if (!camera.GainAuto.IsWritable() && !camera.ExposureAuto.IsWritable()) useWholeSensor(camera);
     showInformation("Camera Auto Gain Control");
@@ -53,6 +90,7 @@ void openAutomatic(CBaslerUniversalInstantCamera& camera) {
     showInformation("Auto WhiteBalance skipped");
     if (camera.AcquisitionFrameCount.IsWritable())
         camera.AcquisitionFrameCount.SetValue(acquisitionFrames);
+    takeShape(state, camera, mosaic);
 }
 
 // A camera without the automatic function is used without it.
@@ -157,6 +195,8 @@ bool takeFrame(CameraState& state, uint32_t count, uint32_t taken) {
 }
 
 void fillTestPattern(CameraState& state) {
+    shapeFrames(cameraImage, 2 * imageWidth, 2 * imageHeight, Mosaic::RG);
+    state.frameBytes = static_cast<int32_t>(cameraImage.byteCount);
     state.frame = state.ownFrame.data();
     state.grabResult.reset();
     // Byte i is i / 10 + phase: runs of ten equal bytes.
@@ -177,13 +217,15 @@ CameraState::CameraState() : ownFrame(static_cast<size_t>(frameBytes)) {
 
 int initCamera(CameraState& state) {
     state.frameBytes = static_cast<int32_t>(cameraImage.byteCount);
-    reportSearch(deviceName, "the first camera that its library finds");
+    const std::string& serial = setUp.cameraSerial;
+    reportSearch(deviceName, serial.empty() ? "the first camera that its library finds"
+                                            : "the camera with the serial number " + serial);
     try {
         if (state.device) state.device->Close();
         PylonInitialize();
         ++state.runtimeStarts;
         state.device = std::make_unique<CBaslerUniversalInstantCamera>(
-            CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo()));
+            CTlFactory::GetInstance().CreateFirstDevice(CDeviceInfo{serial}));
     } catch (const std::exception& refusal) {
         disconnect(state, refusal);
         return 0;
@@ -201,7 +243,7 @@ int controlCamera(CameraState& state, uint32_t mode) {
         return 0;
     }
     try {
-        if (mode == cameraAutomatic) openAutomatic(*state.device);
+        if (mode == cameraAutomatic) openAutomatic(state);
         if (mode == cameraAdjustOnce) adjustOnce(*state.device);
         if (mode == cameraAccumulate) accumulateFrame(state);
         if (mode == cameraManual) applyManual(state);

@@ -40,12 +40,13 @@ struct CameraState {
 
 extern CameraState cameraState;
 
-// Connects to the first camera found. Returns 1, or 0 when there is none.
+// Connects to the camera with the set-up's serial number, or the first one found. Returns 1, or 0
+// when there is none.
 int initCamera(CameraState& state);
 
 // Nothing calls for the second and the third any more.
 enum CameraMode : uint32_t {
-    cameraAutomatic = 1,  // open, BayerRG8, continuous automatic gain and exposure
+    cameraAutomatic = 1,  // open, its mosaic, the sensor, continuous automatic gain and exposure
     cameraAdjustOnce = 2, // gain and exposure of the open camera, until exposure has settled
     cameraAccumulate = 3, // adds a frame to `frame`, byte by byte modulo 256; closes the camera
     cameraManual = 4,     // open, apply `gain` and `exposureUs`

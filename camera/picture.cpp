@@ -23,9 +23,19 @@ struct Cell {
     uint8_t red, green1, green2, blue;
 };
 
-Cell cellAt(const uint8_t* raw, int32_t index, int32_t width) {
-    if (cameraState.blueOnly) return {0, 0, 0, raw[index + width + 1]};
-    return {raw[index], raw[index + width], raw[index + 1], raw[index + width + 1]};
+template <Mosaic mosaic> Cell cellOf(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
+    if constexpr (mosaic == Mosaic::RG) return {a, c, b, d};
+    if constexpr (mosaic == Mosaic::GR) return {b, a, d, c};
+    if constexpr (mosaic == Mosaic::GB) return {c, a, d, b};
+    if constexpr (mosaic == Mosaic::BG) return {d, b, c, a};
+    const auto mean = static_cast<uint8_t>((a + b + c + d) / 4);
+    return {mean, mean, mean, mean};
+}
+
+template <Mosaic mosaic> Cell cellAt(const uint8_t* raw, int32_t index, int32_t width) {
+    const Cell cell =
+        cellOf<mosaic>(raw[index], raw[index + 1], raw[index + width], raw[index + width + 1]);
+    return cameraState.blueOnly ? Cell{0, 0, 0, cell.blue} : cell;
 }
 
 void putCell(uint8_t* out, Cell cell) {
@@ -45,27 +55,40 @@ __attribute__((target("avx2"))) inline __m256i load(const uint8_t* bytes) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
 }
 
+__attribute__((target("avx2"))) inline __m256i halfSum(__m256i x, __m256i y) {
+    return _mm256_srli_epi16(_mm256_add_epi16(x, y), 1);
+}
+
 // Converts `count` cells of one row pair, a multiple of cellsAtOnce. A little-endian 16-bit load of
-// the upper raw row holds red low and green high, of the lower row green low and blue high.
+// a raw row holds the cell's left pixel low and its right one high.
+template <Mosaic mosaic>
 __attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t* out,
                                                    int32_t width, int32_t count, bool blue) {
+    constexpr int32_t outWidth = 4 * imageWidth; // bytes
     const __m256i lowBytes = _mm256_set1_epi16(0x00FF);
     const __m256i unwritten = _mm256_set1_epi32(static_cast<int>(0xFF000000));
-    const __m256i keptUpper = blue ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
-    const __m256i keptLower = blue ? _mm256_set1_epi16(static_cast<short>(0xFF00)) : keptUpper;
+    const __m256i keptOthers = blue ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
     for (int32_t cell = 0; cell < count; cell += cellsAtOnce) {
         // The next row pair and the next row of the picture, which lies before this one: both come
         // from memory, and their rows are too short for the processor to see where they go on.
         __builtin_prefetch(upper + 2 * cell + 2 * width);
         __builtin_prefetch(upper + 2 * cell + 3 * width);
-        __builtin_prefetch(out + 4 * cell - 2 * width, 1);
-        const __m256i top = _mm256_and_si256(keptUpper, load(upper + 2 * cell));
-        const __m256i bottom = _mm256_and_si256(keptLower, load(upper + width + 2 * cell));
-        const __m256i green = _mm256_srli_epi16(
-            _mm256_add_epi16(_mm256_srli_epi16(top, 8), _mm256_and_si256(bottom, lowBytes)), 1);
-        const __m256i blueGreen =
-            _mm256_or_si256(_mm256_slli_epi16(green, 8), _mm256_srli_epi16(bottom, 8));
-        const __m256i red = _mm256_and_si256(top, lowBytes);
+        __builtin_prefetch(out + 4 * cell - outWidth, 1);
+        const __m256i top = load(upper + 2 * cell);
+        const __m256i bottom = load(upper + width + 2 * cell);
+        const __m256i a = _mm256_and_si256(top, lowBytes), b = _mm256_srli_epi16(top, 8);
+        const __m256i c = _mm256_and_si256(bottom, lowBytes), d = _mm256_srli_epi16(bottom, 8);
+        __m256i red, green, blueLow;
+        if constexpr (mosaic == Mosaic::RG) red = a, green = halfSum(b, c), blueLow = d;
+        if constexpr (mosaic == Mosaic::GR) red = b, green = halfSum(a, d), blueLow = c;
+        if constexpr (mosaic == Mosaic::GB) red = c, green = halfSum(a, d), blueLow = b;
+        if constexpr (mosaic == Mosaic::BG) red = d, green = halfSum(b, c), blueLow = a;
+        if constexpr (mosaic == Mosaic::Grey)
+            red = green = blueLow = _mm256_srli_epi16(
+                _mm256_add_epi16(_mm256_add_epi16(a, b), _mm256_add_epi16(c, d)), 2);
+        red = _mm256_and_si256(red, keptOthers);
+        green = _mm256_and_si256(green, keptOthers);
+        const __m256i blueGreen = _mm256_or_si256(_mm256_slli_epi16(green, 8), blueLow);
         // Interleaving works in halves of a register: pixels 0-3 and 8-11, then 4-7 and 12-15.
         const __m256i outer = _mm256_unpacklo_epi16(blueGreen, red);
         const __m256i inner = _mm256_unpackhi_epi16(blueGreen, red);
@@ -80,30 +103,61 @@ __attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t
     }
 }
 
+template <Mosaic mosaic> void convert(const CameraImage& image, const uint8_t* raw, uint8_t* out) {
+    const int32_t width = image.width;
+    const PictureArea& seen = image.seen;
+    // The sensor's corner is cut off here on purpose: cells of a whole frame as built from this
+    // index on show its colour.
+    const bool whole = seen == PictureArea() && mosaic == Mosaic::RG;
+    const int32_t cutOff = (image.height - 2) * (width - 2);
+    for (int32_t row = 0; row < seen.height; ++row) { // from the top
+        const int32_t source = 2 * row * width;
+        const int32_t above = seen.bottom + seen.height - 1 - row;
+        uint8_t* target = out + 4 * (above * imageWidth + seen.left);
+        const int32_t sound = whole ? std::clamp((cutOff - source) / 2, 0, seen.width) : seen.width;
+        int32_t converted = 0;
+        if (canConvertAtOnce()) {
+            converted = sound / cellsAtOnce * cellsAtOnce;
+            convertAtOnce<mosaic>(raw + source, target, width, converted,
+                                  cameraState.blueOnly != 0);
+        }
+        for (int32_t cell = converted; cell < seen.width; ++cell) {
+            const int32_t from = whole ? std::min(source + 2 * cell, cutOff) : source + 2 * cell;
+            putCell(target + 4 * cell, cellAt<mosaic>(raw, from, width));
+        }
+    }
+}
+
 } // namespace
 
 void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* out) {
-    const int32_t width = image.width;
-    const int32_t height = image.height;
-    // The sensor's corner is cut off here on purpose: cells from this index on show its colour.
-    const int32_t lastSource = (height - 2) * (width - 2);
-    const int32_t lastTarget = height * width - 4;
-    for (int32_t y = 0; y < height; y += 2) {
-        const int32_t rowSource = y * width;
-        const int32_t rowTarget = (height - y - 2) * width;
-        int32_t converted = 0;
-        if (canConvertAtOnce()) {
-            const int32_t unclamped = std::clamp((lastSource - rowSource) / 2, 0, width / 2);
-            converted = unclamped / cellsAtOnce * cellsAtOnce;
-            convertAtOnce(raw + rowSource, out + rowTarget, width, converted,
-                          cameraState.blueOnly != 0);
-        }
-        for (int32_t x = 2 * converted; x < width; x += 2) {
-            const int32_t source = std::min(rowSource + x, lastSource);
-            const int32_t target = std::min(rowTarget + 2 * x, lastTarget);
-            putCell(out + target, cellAt(raw, source, width));
-        }
+    switch (image.mosaic) {
+    case Mosaic::RG:
+        return convert<Mosaic::RG>(image, raw, out);
+    case Mosaic::GR:
+        return convert<Mosaic::GR>(image, raw, out);
+    case Mosaic::GB:
+        return convert<Mosaic::GB>(image, raw, out);
+    case Mosaic::BG:
+        return convert<Mosaic::BG>(image, raw, out);
+    case Mosaic::Grey:
+        return convert<Mosaic::Grey>(image, raw, out);
     }
+}
+
+void shapeFrames(CameraImage& image, int32_t width, int32_t height, Mosaic mosaic) {
+    image.width = width;
+    image.height = height;
+    image.mosaic = mosaic;
+    PictureArea seen;
+    seen.width = std::min(width / 2, imageWidth);
+    seen.height = std::min(height / 2, imageHeight);
+    seen.left = (imageWidth - seen.width) / 2;
+    seen.bottom = (imageHeight - seen.height) / 2;
+    if (image.seen == seen) return;
+    image.seen = seen;
+    for (size_t i = 0; image.pixels && i < displayPixelCount; ++i)
+        std::fill_n(image.pixels.get() + 4 * i, 3, uint8_t{0});
 }
 
 namespace {

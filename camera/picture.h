@@ -17,6 +17,15 @@ inline bool inPicture(int x, int y) {
     return x >= 0 && x <= imageWidth && y >= 0 && y <= imageHeight;
 }
 
+// Which colours the upper left cell of a raw frame has, first its upper row: BayerRG8 and so on.
+enum class Mosaic { RG, GR, GB, BG, Grey };
+
+// A part of the display picture, pixels; rows from the bottom.
+struct PictureArea {
+    int32_t left = 0, bottom = 0, width = imageWidth, height = imageHeight;
+    bool operator==(const PictureArea&) const = default;
+};
+
 struct CameraImage {
     CameraImage();
 
@@ -26,16 +35,27 @@ struct CameraImage {
     std::unique_ptr<uint8_t[]> pixels;
     int32_t width = 2464; // raw frame, pixels
     int32_t height = 2056;
+    Mosaic mosaic = Mosaic::RG;
+    PictureArea seen; // what of the picture the camera sees; the rest is black
+    // As clicks count: one pixel past either end, too.
+    bool sees(int32_t x, int32_t y) const {
+        return x >= seen.left && x <= seen.left + seen.width && y >= seen.bottom &&
+               y <= seen.bottom + seen.height;
+    }
 };
+
+// Raw frames are so large from now on, 2 x 2 up to 2464 x 2056 pixels: a smaller one stands in the
+// middle of a black picture.
+void shapeFrames(CameraImage& image, int32_t width, int32_t height, Mosaic mosaic);
 
 extern CameraImage cameraImage;
 
 // True when there was no memory for a block: then there is no picture, and all else works.
 bool pictureMemoryMissing();
 
-// Makes one display pixel of every 2 x 2 cell (red, green / green, blue) of a raw frame of `width`
-// x `height` bytes, rows top-down. `out` is the picture, bottom-up; its fourth bytes stay as they
-// are.
+// Makes one display pixel of every 2 x 2 cell of a raw frame of `width` x `height` bytes, rows
+// top-down: of its colours, or of grey pixels their mean. `out` is the picture, bottom-up; its
+// fourth bytes stay as they are.
 void convertBayerFrame(const CameraImage& image, const uint8_t* raw, uint8_t* out);
 
 // The display picture at half its size, each pixel the mean of four: top-down, 0x00RRGGBB. Empty

@@ -30,7 +30,7 @@ void check(uint32_t result, const char* what) {
 }
 
 const char* const autoModes[] = {"Continuous", "Off", "Once"};
-const char* const pixelFormats[] = {"BayerRG8"};
+const char* const pixelFormats[] = {"BayerRG8", "BayerGR8", "BayerGB8", "BayerBG8", "Mono8"};
 const char* const roiNames[] = {"ROI1", "ROI2"};
 const char* const aoiNames[] = {"AOI1", "AOI2"};
 
@@ -77,6 +77,9 @@ PylonC loadPylonC(bool& fileFound) {
     BIND(PylonDeviceGetIntegerFeature);
     BIND(PylonDeviceGetIntegerFeatureMin);
     BIND(PylonDeviceGetIntegerFeatureMax);
+    BIND(PylonDeviceGetIntegerFeatureInc);
+    BIND(PylonGetDeviceInfoHandle);
+    BIND(PylonDeviceInfoGetPropertyValueByName);
     BIND(PylonDeviceSetFloatFeature);
     BIND(PylonDeviceGetFloatFeature);
     BIND(PylonDeviceGetFloatFeatureMin);
@@ -124,12 +127,43 @@ CTlFactory& CTlFactory::GetInstance() {
     return factory;
 }
 
-std::unique_ptr<IPylonDevice> CTlFactory::CreateFirstDevice(const CDeviceInfo&) {
+namespace {
+
+// Empty where the library does not say.
+std::string serialNumberOf(size_t index) {
+    void* info = nullptr;
+    char text[256] = "";
+    size_t length = sizeof text;
+    if (pylon.PylonGetDeviceInfoHandle(index, &info) != 0 ||
+        pylon.PylonDeviceInfoGetPropertyValueByName(info, "SerialNumber", text, &length) != 0)
+        return {};
+    text[sizeof text - 1] = '\0';
+    return text;
+}
+
+// Of the cameras that were found the one that is wanted; any where no serial number is.
+size_t indexOf(const CDeviceInfo& wanted, size_t count) {
+    if (wanted.serialNumber.empty()) return 0;
+    std::string others;
+    for (size_t i = 0; i < count; ++i) {
+        const std::string serial = serialNumberOf(i);
+        if (serial == wanted.serialNumber) return i;
+        if (!others.empty()) others += ", ";
+        others += serial.empty() ? "one that does not say" : serial;
+    }
+    throw GenericException("No camera with the serial number " + wanted.serialNumber +
+                           ", there is " + others);
+}
+
+} // namespace
+
+std::unique_ptr<IPylonDevice> CTlFactory::CreateFirstDevice(const CDeviceInfo& filter) {
     size_t count = 0;
     check(pylon.PylonEnumerateDevices(&count), "PylonEnumerateDevices");
     if (count == 0) throw GenericException("No camera found");
     void* device = nullptr;
-    check(pylon.PylonCreateDeviceByIndex(0, &device), "PylonCreateDeviceByIndex");
+    check(pylon.PylonCreateDeviceByIndex(indexOf(filter, count), &device),
+          "PylonCreateDeviceByIndex");
     return std::make_unique<IPylonDevice>(device);
 }
 
@@ -150,6 +184,13 @@ int64_t IntegerParameter::GetValue() const {
 int64_t IntegerParameter::GetMin() const {
     int64_t value = 0;
     check(pylon.PylonDeviceGetIntegerFeatureMin(device, name, &value), name);
+    return value;
+}
+
+// 1 where the library has no word of it.
+int64_t IntegerParameter::GetInc() const {
+    int64_t value = 1;
+    if (pylon.PylonDeviceGetIntegerFeatureInc(device, name, &value) != 0 || value < 1) value = 1;
     return value;
 }
 
@@ -187,6 +228,11 @@ void FloatParameter::SetValue(double value) const {
 
 void BooleanParameter::SetValue(bool value) const {
     check(pylon.PylonDeviceSetBooleanFeature(device, name, value ? 1 : 0), name);
+}
+
+bool EnumParameter::Has(int value) const {
+    const std::string entry = std::string("EnumEntry_") + name + "_" + entries[value];
+    return pylon.PylonDeviceFeatureIsAvailable(device, entry.c_str()) != 0;
 }
 
 bool EnumParameter::Is(int value) const {
@@ -232,7 +278,8 @@ CBaslerUniversalInstantCamera::CBaslerUniversalInstantCamera(std::unique_ptr<IPy
       AutoFunctionAOIWidth(device, "AutoFunctionAOIWidth"),
       AutoFunctionAOIHeight(device, "AutoFunctionAOIHeight"),
       AcquisitionFrameCount(device, "AcquisitionFrameCount"),
-      AutoFunctionROIUseBrightness(device, "AutoFunctionROIUseBrightness") {}
+      AutoFunctionROIUseBrightness(device, "AutoFunctionROIUseBrightness"),
+      CenterX(device, "CenterX"), CenterY(device, "CenterY") {}
 
 CBaslerUniversalInstantCamera::~CBaslerUniversalInstantCamera() {
     Close();

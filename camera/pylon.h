@@ -23,7 +23,10 @@ class TimeoutException : public GenericException {
 void PylonInitialize();
 void PylonTerminate();
 
-struct CDeviceInfo {}; // an empty filter: any camera
+// An empty filter: any camera.
+struct CDeviceInfo {
+    std::string serialNumber;
+};
 
 // A camera found by the transport layers; destroyed with the object.
 class IPylonDevice {
@@ -38,7 +41,7 @@ public:
 class CTlFactory {
 public:
     static CTlFactory& GetInstance();
-    // Throws when there is no camera.
+    // Throws when there is no such camera.
     std::unique_ptr<IPylonDevice> CreateFirstDevice(const CDeviceInfo& filter);
 };
 
@@ -65,6 +68,7 @@ public:
     int64_t GetValue() const;
     int64_t GetMin() const;
     int64_t GetMax() const;
+    int64_t GetInc() const; // the step of its values, from the minimum on
     void SetValue(int64_t value) const;
     void SetToMinimum() const { SetValue(GetMin()); }
     void SetToMaximum() const { SetValue(GetMax()); }
@@ -92,6 +96,7 @@ class EnumParameter : public Parameter {
 public:
     EnumParameter(void* device, const char* name, const char* const* entries)
         : Parameter(device, name), entries(entries) {}
+    bool Has(int value) const; // the camera can be set to it
     // True when the camera's present entry is `value`.
     bool Is(int value) const;
     void SetValue(int value) const;
@@ -101,7 +106,13 @@ private:
 };
 
 enum AutoMode : int { Auto_Continuous = 0, Auto_Off = 1, Auto_Once = 2 };
-enum PixelFormatValue : int { PixelFormat_BayerRG8 = 0 };
+enum PixelFormatValue : int {
+    PixelFormat_BayerRG8 = 0,
+    PixelFormat_BayerGR8 = 1,
+    PixelFormat_BayerGB8 = 2,
+    PixelFormat_BayerBG8 = 3,
+    PixelFormat_Mono8 = 4,
+};
 
 enum EGrabStrategy : int { GrabStrategy_LatestImages = 2 };
 enum EGrabLoop : int { GrabLoop_ProvidedByUser = 1 };
@@ -204,5 +215,5 @@ public:
         AutoTargetValue, OffsetX, OffsetY, Width, Height, AutoFunctionROIOffsetX,
         AutoFunctionROIOffsetY, AutoFunctionROIWidth, AutoFunctionROIHeight, AutoFunctionAOIOffsetX,
         AutoFunctionAOIOffsetY, AutoFunctionAOIWidth, AutoFunctionAOIHeight, AcquisitionFrameCount;
-    BooleanParameter AutoFunctionROIUseBrightness;
+    BooleanParameter AutoFunctionROIUseBrightness, CenterX, CenterY;
 };

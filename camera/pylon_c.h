@@ -41,6 +41,9 @@ struct PylonC {
     PylonCall<char*, size_t*> GenApiGetLastErrorMessage = missing<char*, size_t*>();
 
     PylonCall<size_t*> PylonEnumerateDevices = missing<size_t*>();
+    PylonCall<size_t, void**> PylonGetDeviceInfoHandle = missing<size_t, void**>();
+    PylonCall<void*, const char*, char*, size_t*> PylonDeviceInfoGetPropertyValueByName =
+        missing<void*, const char*, char*, size_t*>();
     PylonCall<size_t, void**> PylonCreateDeviceByIndex = missing<size_t, void**>();
     PylonCall<void*> PylonDestroyDevice = missing<void*>();
     PylonCall<void*, int> PylonDeviceOpen = missing<void*, int>();
@@ -60,6 +63,8 @@ struct PylonC {
     PylonCall<void*, const char*, int64_t*> PylonDeviceGetIntegerFeatureMin =
         missing<void*, const char*, int64_t*>();
     PylonCall<void*, const char*, int64_t*> PylonDeviceGetIntegerFeatureMax =
+        missing<void*, const char*, int64_t*>();
+    PylonCall<void*, const char*, int64_t*> PylonDeviceGetIntegerFeatureInc =
         missing<void*, const char*, int64_t*>();
     PylonCall<void*, const char*, double> PylonDeviceSetFloatFeature =
         missing<void*, const char*, double>();

@@ -7,10 +7,11 @@
 #include <algorithm>
 
 Colour sampleSpotColour(PicturePoint spot, int32_t r) {
-    const int64_t left = std::max<int64_t>(int64_t{spot.x} - r, 0);
-    const int64_t right = std::min<int64_t>(int64_t{spot.x} + r, imageWidth);
-    const int64_t bottom = std::max<int64_t>(int64_t{spot.y} - r, 0);
-    const int64_t top = std::min<int64_t>(int64_t{spot.y} + r, imageHeight);
+    const PictureArea& seen = cameraImage.seen;
+    const int64_t left = std::max<int64_t>(int64_t{spot.x} - r, seen.left);
+    const int64_t right = std::min<int64_t>(int64_t{spot.x} + r, seen.left + seen.width);
+    const int64_t bottom = std::max<int64_t>(int64_t{spot.y} - r, seen.bottom);
+    const int64_t top = std::min<int64_t>(int64_t{spot.y} + r, seen.bottom + seen.height);
     if (left >= right || bottom >= top) return 0;
 
     uint64_t red = 0, green = 0, blue = 0;

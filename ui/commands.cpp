@@ -461,13 +461,34 @@ void onLeftButtonDown(int x, int y) {
     invertDrag();
 }
 
+namespace {
+
+// What the live picture does not show cannot be chosen: of a sensor that is smaller than it.
+void keepDragInSight() {
+    PictureRectangle& drag = display.drawnRectangle;
+    const PictureArea& seen = cameraImage.seen;
+    if (drag.viewScale != 1 || seen == PictureArea()) return;
+    const int32_t top = imageHeight - seen.bottom - seen.height;
+    for (int32_t* x : {&drag.x1, &drag.x2}) *x = std::clamp(*x, seen.left, seen.left + seen.width);
+    for (int32_t* y : {&drag.y1, &drag.y2}) *y = std::clamp(*y, top, top + seen.height);
+}
+
+} // namespace
+
 void onLeftButtonUp(int x, int y) {
     if (!handState.dragging) return;
     handState.dragging = false;
     if (processUnderWay()) return redrawPicture(); // started while the button was held
-    const int width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
-    const int height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
+    int width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
+    int height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
     if (std::max(width, height) > largestClickPx) {
+        keepDragInSight();
+        width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
+        height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
+        if (std::max(width, height) == 0) {
+            showInformation("The camera does not see that place");
+            return redrawPicture();
+        }
         const bool selected = areaConfirmed(width, height) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
         if (selected) selectScanArea();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <string_view>
 
 using namespace LabPylon;
@@ -23,7 +24,16 @@ constexpr double autoOff = 1, autoOnce = 2;
 static std::vector<LabFeature> initialFeatures() {
     using enum FeatureKind;
     using enum FeatureAge;
-    constexpr double wide = labRawWidth, high = labRawHeight;
+    const LabSetUp& setUp = lab.faults.setUp;
+    const double wide = setUp.sensorWidth, high = setUp.sensorHeight;
+    // As delivered in twelve bits; of the eight it has those of its own mosaic.
+    static const std::map<std::string, std::vector<const char*>> formatsOf = {
+        {"BayerRG8", {"BayerRG8", "BayerRG12"}},
+        {"BayerGR8", {"BayerGR8", "BayerGR12"}},
+        {"BayerGB8", {"BayerGB8", "BayerGB12"}},
+        {"BayerBG8", {"BayerBG8", "BayerBG12"}},
+        {"Mono8", {"Mono8", "Mono12"}}};
+    const std::vector<const char*>& formats = formatsOf.at(setUp.pixelFormat);
     constexpr bool readOnly = true, fixed = true;
     const std::vector<const char*> none, modes = {"SingleFrame", "Continuous"},
                                          automatic = {"Continuous", "Off", "Once"};
@@ -33,7 +43,7 @@ static std::vector<LabFeature> initialFeatures() {
                           {},   false,   false, true,  second};
     };
     return {
-        {"PixelFormat", Enumeration, Always, 1, 0, 0, {"BayerRG8", "BayerRG12"}, false, fixed},
+        {"PixelFormat", Enumeration, Always, 1, 0, 0, formats, false, fixed},
         {"AcquisitionMode", Enumeration, Always, 1, 0, 0, modes, false, fixed},
         {"TriggerSelector", Enumeration, Always, 0, 0, 0, {"FrameStart"}},
         {"TriggerMode", Enumeration, Always, 0, 0, 0, {"Off", "On"}},
@@ -263,7 +273,17 @@ static double currentMinimum(const LabFeature& feature) {
     return feature.readOnly ? featureValue(feature.name) : feature.minimum;
 }
 
+// As cameras of this vendor have it: sizes and offsets come in steps, of colour sensors even ones.
+static int64_t stepOf(const LabFeature& feature) {
+    const std::string_view name = feature.name;
+    if (name.ends_with("Width") || name.ends_with("OffsetX")) return 4;
+    return name.ends_with("Height") || name.ends_with("OffsetY") ? 2 : 1;
+}
+
 static uint32_t store(LabFeature& feature, double value) {
+    if (std::fmod(value - feature.minimum, static_cast<double>(stepOf(feature))) != 0 &&
+        feature.kind == FeatureKind::Integer)
+        return failedCall(outOfRange, feature.name, "not a step of the value");
     if (!(value >= feature.minimum && value <= currentMaximum(feature)))
         return failedCall(outOfRange, feature.name, "value out of range");
     feature.value = value;
@@ -320,11 +340,13 @@ uint8_t PylonDeviceFeatureIsAvailable(void* handle, const char* name) {
     LabLock lock;
     if (openDevice(handle) && findFeature(name)) return 1;
     // The entries of an enumeration have names of their own.
-    constexpr std::string_view prefix = "EnumEntry_TriggerSelector_";
-    LabFeature* selector = openDevice(handle) ? findFeature("TriggerSelector") : nullptr;
-    if (!selector || !std::string_view(name).starts_with(prefix)) return 0;
-    for (const char* entry : selector->entries)
-        if (std::string_view(name).substr(prefix.size()) == entry) return 1;
+    for (const char* of : {"TriggerSelector", "PixelFormat"}) {
+        const std::string prefix = std::string("EnumEntry_") + of + "_";
+        LabFeature* feature = openDevice(handle) ? findFeature(of) : nullptr;
+        if (!feature || !std::string_view(name).starts_with(prefix)) continue;
+        for (const char* entry : feature->entries)
+            if (std::string_view(name).substr(prefix.size()) == entry) return 1;
+    }
     return 0;
 }
 
@@ -387,6 +409,13 @@ uint32_t PylonDeviceGetIntegerFeature(void* handle, const char* name, int64_t* v
 
 uint32_t PylonDeviceGetIntegerFeatureMin(void* handle, const char* name, int64_t* value) {
     return giveNumber(handle, name, FeatureKind::Integer, currentMinimum, value);
+}
+
+uint32_t PylonDeviceGetIntegerFeatureInc(void* handle, const char* name, int64_t* value) {
+    const auto step = [](const LabFeature& feature) {
+        return static_cast<double>(stepOf(feature));
+    };
+    return giveNumber(handle, name, FeatureKind::Integer, +step, value);
 }
 
 uint32_t PylonDeviceGetIntegerFeatureMax(void* handle, const char* name, int64_t* value) {

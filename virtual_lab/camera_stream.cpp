@@ -4,7 +4,9 @@
 #include "virtual_lab/lab_state.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 using namespace LabPylon;
@@ -70,12 +72,67 @@ static double meanBrightness(const uint8_t* raw) {
     return static_cast<double>(sum) / static_cast<double>(std::max<uint64_t>(count, 1));
 }
 
+static bool isSensorAsBuilt() {
+    const LabSetUp& setUp = lab.faults.setUp;
+    return setUp.sensorWidth == labRawWidth && setUp.sensorHeight == labRawHeight &&
+           setUp.pixelFormat == "BayerRG8";
+}
+
+// Which of a cell's colours its four pixels have, row by row: red 0, green 1, blue 2; or a grey 3.
+static std::array<int, 4> orderOf(const std::string& format) {
+    if (format == "BayerGR8") return {1, 0, 2, 1};
+    if (format == "BayerGB8") return {1, 2, 0, 1};
+    if (format == "BayerBG8") return {2, 1, 1, 0};
+    if (format == "Mono8") return {3, 3, 3, 3};
+    return {0, 1, 1, 2};
+}
+
+// Another sensor lies with its middle where that of the sensor as built lies; what is beyond that
+// is dark.
+static void takeFrameOfOtherSensor(uint8_t* memory, int width, int height, bool twelveBits) {
+    static std::vector<uint8_t> asBuilt(size_t{labRawWidth} * labRawHeight);
+    renderLabFrame(asBuilt.data());
+    const LabSetUp& setUp = lab.faults.setUp;
+    const int left =
+        static_cast<int>(featureValue("OffsetX")) - (setUp.sensorWidth - labRawWidth) / 4 * 2;
+    const int top =
+        static_cast<int>(featureValue("OffsetY")) - (setUp.sensorHeight - labRawHeight) / 4 * 2;
+    const std::array<int, 4> order = orderOf(setUp.pixelFormat);
+    uint64_t sum = 0;
+    for (int row = 0; row < height; ++row) {
+        const int y = top + row;
+        for (int column = 0; column < width; ++column) {
+            const int x = left + column;
+            uint8_t value = 0;
+            if (x >= 0 && y >= 0 && x < labRawWidth && y < labRawHeight) {
+                const uint8_t* cell =
+                    asBuilt.data() + static_cast<size_t>(y & ~1) * labRawWidth + (x & ~1);
+                const uint8_t colours[] = {
+                    cell[0], cell[1], cell[labRawWidth + 1],
+                    static_cast<uint8_t>((cell[0] + 2 * cell[1] + cell[labRawWidth + 1]) / 4)};
+                // The mosaic is the sensor's, whose corner lies at even pixels.
+                value = colours[order[static_cast<size_t>((y & 1) * 2 + (x & 1))]];
+            }
+            sum += value;
+            if (twelveBits) {
+                *memory++ = static_cast<uint8_t>(value << 4);
+                *memory++ = static_cast<uint8_t>(value >> 4);
+            } else {
+                *memory++ = value;
+            }
+        }
+    }
+    if (lab.board.illuminated)
+        adaptExposure(static_cast<double>(sum) / (static_cast<double>(width) * height));
+}
+
 // Renders into the buffer what the camera is set to send: a part of the sensor, 8 or 12 bits.
 static void takeFrame(uint8_t* memory) {
     int width = static_cast<int>(featureValue("Width"));
     int height = static_cast<int>(featureValue("Height"));
     bool twelveBits = featureValue("PixelFormat") != 0;
     bool whole = width == labRawWidth && height == labRawHeight && !twelveBits;
+    if (!isSensorAsBuilt()) return takeFrameOfOtherSensor(memory, width, height, twelveBits);
     static std::vector<uint8_t> sensor;
     if (!whole) sensor.resize(size_t{labRawWidth} * labRawHeight);
     uint8_t* raw = whole ? memory : sensor.data();
@@ -155,7 +212,31 @@ uint32_t PylonEnumerateDevices(size_t* count) {
     if (lab.camera.initialised == 0)
         return failedCall(illegalState, "the library was not initialised");
     if (!count) return failedCall(invalidArgument, "no place for the count");
-    *count = lab.faults.cameraAbsent || lab.faults.cameraLost ? 0 : 1;
+    const bool there = !lab.faults.cameraAbsent && !lab.faults.cameraLost;
+    *count = (there ? 1 : 0) + (lab.faults.cameraSecond ? 1 : 0);
+    return 0;
+}
+
+// Of each camera that was found: a handle that is its number and one.
+uint32_t PylonGetDeviceInfoHandle(size_t index, void** handle) {
+    LabLock lock;
+    size_t count = 0;
+    if (uint32_t error = PylonEnumerateDevices(&count)) return error;
+    if (!handle || index >= count) return failedCall(invalidArgument, "there is no such device");
+    *handle = reinterpret_cast<void*>(index + 1);
+    return 0;
+}
+
+uint32_t PylonDeviceInfoGetPropertyValueByName(void* handle, const char* name, char* value,
+                                               size_t* length) {
+    LabLock lock;
+    constexpr const char* serials[] = {"40112233", "21998877"}; // the second one's is the first
+    const auto index = reinterpret_cast<size_t>(handle) - 1 + (lab.faults.cameraSecond ? 0 : 1);
+    if (!handle || index > 1 || !name || std::string(name) != "SerialNumber" || !value || !length)
+        return failedCall(invalidArgument, "no such property");
+    if (*length < sizeof "40112233") return failedCall(invalidArgument, "the text is too short");
+    std::strcpy(value, serials[index]);
+    *length = sizeof "40112233";
     return 0;
 }
 
@@ -163,6 +244,9 @@ uint32_t PylonCreateDeviceByIndex(size_t index, void** handle) {
     LabLock lock;
     if (lab.camera.initialised == 0)
         return failedCall(illegalState, "the library was not initialised");
+    // The other one's cable hangs loose: it is listed and cannot be used.
+    if (lab.faults.cameraSecond && index-- == 0)
+        return failedCall(failure, "the other camera does not answer");
     if (!handle || index > 0 || lab.faults.cameraAbsent || lab.faults.cameraLost)
         return failedCall(invalidArgument, "there is no such device");
     lab.camera.devices.push_back(std::make_unique<LabCameraDevice>());

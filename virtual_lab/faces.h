@@ -125,6 +125,10 @@ uint32_t PylonDeviceSetIntegerFeature(void* device, const char* name, int64_t va
 uint32_t PylonDeviceGetIntegerFeature(void* device, const char* name, int64_t* value);
 uint32_t PylonDeviceGetIntegerFeatureMin(void* device, const char* name, int64_t* value);
 uint32_t PylonDeviceGetIntegerFeatureMax(void* device, const char* name, int64_t* value);
+uint32_t PylonDeviceGetIntegerFeatureInc(void* device, const char* name, int64_t* value);
+uint32_t PylonGetDeviceInfoHandle(size_t index, void** info);
+uint32_t PylonDeviceInfoGetPropertyValueByName(void* info, const char* name, char* value,
+                                               size_t* length);
 uint32_t PylonDeviceSetFloatFeature(void* device, const char* name, double value);
 uint32_t PylonDeviceGetFloatFeature(void* device, const char* name, double* value);
 uint32_t PylonDeviceGetFloatFeatureMin(void* device, const char* name, double* value);
@@ -244,6 +248,8 @@ void CloseKXCIConnection_C();
     F(PylonDeviceFeatureFromString) F(PylonDeviceFeatureToString)                                  \
     F(PylonDeviceSetIntegerFeature) F(PylonDeviceGetIntegerFeature)                                \
     F(PylonDeviceGetIntegerFeatureMin) F(PylonDeviceGetIntegerFeatureMax)                          \
+    F(PylonDeviceGetIntegerFeatureInc) F(PylonGetDeviceInfoHandle)                                 \
+    F(PylonDeviceInfoGetPropertyValueByName)                                                       \
     F(PylonDeviceSetFloatFeature) F(PylonDeviceGetFloatFeature)                                    \
     F(PylonDeviceGetFloatFeatureMin) F(PylonDeviceGetFloatFeatureMax)                              \
     F(PylonDeviceSetBooleanFeature) F(PylonDeviceExecuteCommandFeature)                            \

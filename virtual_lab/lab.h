@@ -64,6 +64,9 @@ struct LabSetUp {
     // Before the board's analog input a transimpedance amplifier, V/A; 0: the photovoltage itself.
     double boardVoltsPerAmpere = 0;
     double boardOffsetVolts = 0; // of the amplifier without a current
+    // The camera's sensor and what its colours are called; Mono8 where it has none.
+    int sensorWidth = 2464, sensorHeight = 2056;
+    std::string pixelFormat = "BayerRG8";
 
     bool isStraight() const { return umPerPixel == labUmPerPixel && degrees == 0 && !mirrored; }
 };
@@ -307,6 +310,8 @@ const std::vector<LabRead>& labReads();
 //   axis x|y|z pitch <um>               its screw's, a turn; 250 when nothing is said
 //   axis x|y|z reversed                 its controller counts the other way
 //   amplifier board <V/A> <offset V>    before the board's input
+//   sensor <width> <height> BayerRG8|BayerGR8|BayerGB8|BayerBG8|Mono8   of the camera
+//   camera second                       there is another one, found before it
 //   second set-up                       another laboratory's: see secondSetUp, lab_state.cpp
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails

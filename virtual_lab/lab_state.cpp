@@ -3,7 +3,10 @@
 #include "virtual_lab/faces.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <sstream>
+#include <tuple>
 
 Lab lab;
 void (*labBeforeCall)() = nullptr;
@@ -87,6 +90,9 @@ static void makeSecondSetUp(LabFaults& faults) {
     faults.backlashUm[labX] = faults.backlashUm[labY] = 3;
     setUp.boardVoltsPerAmpere = 5e6;
     setUp.boardOffsetVolts = 0.06;
+    setUp.sensorWidth = 1920;
+    setUp.sensorHeight = 1200;
+    setUp.pixelFormat = "BayerBG8";
 }
 
 static bool parseSetUp(std::istringstream& words, const std::string& device,
@@ -104,6 +110,14 @@ static bool parseSetUp(std::istringstream& words, const std::string& device,
         words >> mirrored;
         setUp.mirrored = mirrored == "mirrored";
         return setUp.mirrored || mirrored.empty();
+    }
+    if (device == "sensor") {
+        setUp.sensorWidth = std::atoi(what.c_str());
+        constexpr const char* formats[] = {"BayerRG8", "BayerGR8", "BayerGB8", "BayerBG8", "Mono8"};
+        return words >> setUp.sensorHeight >> setUp.pixelFormat && setUp.sensorWidth >= 64 &&
+               setUp.sensorHeight >= 64 &&
+               std::find(std::begin(formats), std::end(formats), setUp.pixelFormat) !=
+                   std::end(formats);
     }
     if (device == "spot") return what == "at" && words >> setUp.spot.column >> setUp.spot.row;
     return device == "amplifier" && what == "board" &&
@@ -161,6 +175,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.cameraLacks.push_back(detail);
     } else if (device == "camera" && what == "unsettled") {
         faults.cameraUnsettled = true;
+    } else if (device == "camera" && what == "second") {
+        faults.cameraSecond = true;
     } else if (device == "camera" && what == "silent") {
         faults.cameraSilent = true;
     } else if (device == "stage" && what == "absent") {
@@ -202,8 +218,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         if (words >> detail && detail != "aside" && detail != "again") return false;
         faults.crashAside = detail == "aside";
         faults.crashAgain = detail == "again";
-    } else if (device == "optics" || device == "spot" || device == "amplifier" ||
-               device == "second") {
+    } else if (device == "optics" || device == "spot" || device == "sensor" ||
+               device == "amplifier" || device == "second") {
         words.clear();
         if (!parseSetUp(words, device, what, faults)) return false;
         words.clear();
@@ -226,7 +242,12 @@ bool applyLabFaults(const std::string& text) {
         if (!parseFault(line, faults)) return false;
     }
     advanceMotors(); // up to now they moved under the old faults
+    const auto sensorOf = [](const LabSetUp& s) {
+        return std::tuple(s.sensorWidth, s.sensorHeight, s.pixelFormat);
+    };
+    const bool otherSensor = sensorOf(faults.setUp) != sensorOf(lab.faults.setUp);
     lab.faults = faults;
+    if (otherSensor) resetCamera();
     for (LabMotor& motor : lab.motors) motor.calls = 0;
     dropMissingControllers();
     dropLostCamera();

@@ -42,6 +42,7 @@ struct LabFaults {
     bool cameraLost = false;
     bool cameraOld = false; // feature names from before SFNC 2.0
     bool cameraUnsettled = false;
+    bool cameraSecond = false;            // another one is found before it
     bool cameraSilent = false;            // answers, but sends no frame
     std::vector<std::string> cameraLacks; // feature names
     LabInstrumentFaults instruments[labInstrumentCount];
