@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <memory>
 #include <sstream>
 
@@ -233,6 +234,73 @@ TEST_F(Laboratory, MapsTheLandscape) {
             EXPECT_NEAR(red, level / 4, 1.5) << column << ", " << row;
         }
     }
+}
+
+// Another laboratory, with what its operator knows from the papers in Setup.ini: after the four
+// calibrations each cell shows what the picture shows at its point, within half a step.
+TEST_F(Laboratory, MeasuresItselfInAnotherSetUp) {
+    fs::create_directories(dataRoot());
+    std::ofstream(dataRoot() / "Setup.ini")
+        << "X um per turn = 500\nX full steps per turn = 400\nX counts the other way = yes\n"
+           "Y um per turn = 500\nobjective 1 spot correction X (um) = 0\n"
+           "objective 1 spot correction Y (um) = 0\nboard amplifier (V/A) = 5000000\n";
+    constexpr double step = 2.0;
+    ASSERT_NO_FATAL_FAILURE(start(step, 0, "second set-up\n"));
+    for (const int calibration :
+         {idCalibrateCamera, idCalibratePlay, idCalibrateSpot, idCalibrateDark}) {
+        command(program, calibration);
+        HWND window = nullptr;
+        ASSERT_TRUE(await(
+            [&] {
+                window = topWindow(program, "#32770");
+                return window && IsWindowEnabled(GetDlgItem(window, IDOK));
+            },
+            3 * patiently))
+            << calibration;
+        const std::string said = textOf(GetDlgItem(window, idCalibrationText));
+        ASSERT_TRUE(answerBox({window, "", "", ""}, IDOK)) << said;
+    }
+    EXPECT_NE(contentOf(dataRoot() / "Setup.ini").find("board amplifier offset (V) = 0.0"),
+              std::string::npos);
+
+    ASSERT_TRUE(applyLabFaults("second set-up"));
+    const int left = 560, top = 470, right = 680, bottom = 570;
+    ASSERT_NO_FATAL_FAILURE(selectArea(left, top, right, bottom));
+    ASSERT_NO_FATAL_FAILURE(startScan());
+    ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    expectDark();
+
+    double fromX = 1e9, fromY = 1e9;
+    for (const int x : {left, right})
+        for (const int y : {top, bottom}) {
+            const LabPoint corner = labSampleAt(x, 1028 - y);
+            fromX = std::min(fromX, corner.x);
+            fromY = std::min(fromY, corner.y);
+        }
+    const Meter amplified{[](double x, double y, double z) {
+                              return 0.06 + 5e6 * expectedCurrent(x, y, 4.0, z, 0.0);
+                          },
+                          5 * labAdcNoiseVolts + labAdcStepVolts};
+    std::vector<std::vector<double>> map;
+    for (const std::string& name : filesIn(session()))
+        if (name.starts_with("Kestrel(")) map = readMap(session() / name);
+    ASSERT_GE(map.size(), 11u);
+    int wrong = 0;
+    for (size_t row = 0; row < map.size(); ++row)
+        for (size_t column = 0; column < map[row].size(); ++column) {
+            const double x = fromX + step * static_cast<double>(column);
+            const double y = fromY + step * static_cast<double>(map.size() - 1 - row);
+            Range range{9, -9};
+            for (double dx = -step / 2; dx <= step / 2; dx += step / 8)
+                for (double dy = -step / 2; dy <= step / 2; dy += step / 8) {
+                    const Range around = readingsAround(amplified, x + dx, y + dy);
+                    range = {std::min(range.least, around.least),
+                             std::max(range.most, around.most)};
+                }
+            wrong += map[row][column] < range.least || map[row][column] > range.most;
+        }
+    EXPECT_EQ(wrong, 0);
 }
 
 // The board is its own program in the simulator of its chip, which opening the port has reset; what
