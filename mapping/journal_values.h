@@ -120,4 +120,7 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("amplifier V per A", c.amplifier.voltsPerAmpere);
     visit.added("amplifier inverts", c.amplifier.inverts);
     visit.added("amplifier offset V", c.amplifier.offsetVolts);
+    visit.added("sample", c.occasion.sample);
+    visit.added("note", c.occasion.note);
+    visit.added("list", c.occasion.list);
 }

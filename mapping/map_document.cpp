@@ -219,6 +219,10 @@ Conditions setUpOf(const ScanConditions& scan) {
     add("Set-up", printable(scan.setUpInForce));
     add("Started", timeText(scan.started));
     if (!scan.continued.empty()) add("Continued", printable(scan.continued));
+    const Occasion& of = scan.occasion;
+    if (!of.sample.empty()) add("Sample", printable(of.sample));
+    if (!of.note.empty()) add("Note", printable(of.note));
+    if (!of.list.empty()) add("Scan list", printable(of.list));
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));

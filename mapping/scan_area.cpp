@@ -72,6 +72,16 @@ void layStraight(ScanArea& area, PicturePoint laserSpot) {
                      static_cast<float>(area.correctionYUm);
 }
 
+void layPlaced(ScanArea& area, PicturePoint laserSpot) {
+    const double umPerColumn = area.picture.umPerColumn();
+    area.viewScale = 1;
+    area.stepPx = static_cast<float>(area.scanStep / umPerColumn);
+    area.scanWidthUm = area.cols * umPerColumn;
+    area.scanHeightUm = area.rows * umPerColumn;
+    area.refToLaserX = laserSpot.x - area.imageRefX;
+    area.refToLaserY = laserSpot.y - area.imageRefY;
+}
+
 void layTurned(ScanArea& area, PicturePoint laserSpot) {
     const PictureScale& picture = area.picture;
     const Reach reach = reachOf(area);
@@ -102,13 +112,15 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y) {
 }
 
 PixelPoint pointOnPresentView(const ScanArea& area, double column, double row) {
-    if (area.picture.isStraight())
+    if (area.picture.isStraight() && !area.placed)
         return onPresentView(area,
                              static_cast<double>(static_cast<float>(area.rectLeft) +
                                                  static_cast<float>(column) * area.stepPx),
                              static_cast<double>(static_cast<float>(area.rectBottom) -
                                                  static_cast<float>(row + 1) * area.stepPx));
-    const StageVector first = reachOf(area).from;
+    const StageVector laser = area.picture.umOf({area.refToLaserX, area.refToLaserY});
+    const StageVector first = {area.offsetXUm - area.correctionXUm + laser.x,
+                               area.offsetYUm - area.correctionYUm + laser.y};
     const PixelVector px =
         area.picture.pixelsOf({first.x + column * area.scanStep, first.y + row * area.scanStep});
     return onPresentView(area, area.imageRefX + px.columns / area.viewScale,
@@ -118,7 +130,9 @@ PixelPoint pointOnPresentView(const ScanArea& area, double column, double row) {
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal) {
     area.rectLeft = std::min(area.rectX1, area.rectX2);
     area.rectBottom = std::max(area.rectY1, area.rectY2); // the smallest stage Y
-    if (area.picture.isStraight())
+    if (area.placed)
+        layPlaced(area, laserSpot);
+    else if (area.picture.isStraight())
         layStraight(area, laserSpot);
     else
         layTurned(area, laserSpot);

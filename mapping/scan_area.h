@@ -20,6 +20,9 @@ struct ScanArea {
     // From the laser spot that is seen to where the light acts, um.
     double correctionXUm = 3.0, correctionYUm = 2.0;
 
+    // Of a scan list: `cols`, `rows` and the offsets are given, wherever the stage stands, and
+    // there is no rectangle.
+    bool placed = false;
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
@@ -46,7 +49,8 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y);
 // A point of the scan on the view that is shown now: columns and rows in the order of the scan.
 PixelPoint pointOnPresentView(const ScanArea& area, double column, double row);
 
-// Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot.
+// Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot; of
+// a placed area what follows from its columns, rows and offsets.
 // The points lie along the stage's axes: where the picture is turned against them, on the smallest
 // rectangle that holds the one that was drawn. Returns the estimated minutes. Steps below
 // scanStepLowest count as scanStepLowest.

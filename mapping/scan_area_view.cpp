@@ -15,8 +15,8 @@ constexpr uint64_t onNoFrame = UINT64_MAX;
 
 uint64_t shownOn = onNoFrame; // number of the frame that it was drawn on
 
-// The points' outline, as it lies on a picture that is turned against the stage.
-void outlineTurned(ContextHandle view) {
+// The points' outline, as it lies on the picture.
+void outlinePoints(ContextHandle view) {
     const double column = scanArea.cols - 1, row = scanArea.rows - 1;
     const PixelPoint corners[] = {
         pointOnPresentView(scanArea, 0, 0), pointOnPresentView(scanArea, column, 0),
@@ -31,7 +31,7 @@ void showScanArea() {
     shownOn = liveViewState.framesShown;
     const WindowContext view(windows.main);
     if (!view.context) return;
-    if (!scanArea.picture.isStraight()) return outlineTurned(view.context);
+    if (scanArea.placed || !scanArea.picture.isStraight()) return outlinePoints(view.context);
     const PixelPoint from = onPresentView(scanArea, scanArea.rectX1, scanArea.rectY1);
     const PixelPoint to = onPresentView(scanArea, scanArea.rectX2, scanArea.rectY2);
     drawRectangle(view.context, from.x, from.y, to.x, to.y, markGreen);

@@ -31,6 +31,7 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit("area y2 px", a.rectY2);
     visit("area view scale", a.viewScale);
     visit("folder", folder);
+    visit.added("area placed", a.placed);
     visit.added("x per column um", a.picture.xPerColumn);
     visit.added("x per row um", a.picture.xPerRow);
     visit.added("y per column um", a.picture.yPerColumn);
@@ -51,9 +52,11 @@ bool isPossible(const ScanArea& area, const ScanOptions& options) {
     const bool pictureIsThere = picture.umPerColumn() < 100.0 && picture.umPerRow() < 100.0 &&
                                 std::fabs(picture.determinant()) > 1e-9 &&
                                 std::isfinite(area.correctionXUm + area.correctionYUm);
-    return allowed && channelIsThere && pictureIsThere && area.scanStep >= scanStepLowest &&
-           area.scanStep <= scanStepHighest && area.viewScale >= 1 && area.viewScale <= 3 &&
-           inPicture(area.rectX1, area.rectY1) && inPicture(area.rectX2, area.rectY2);
+    const bool sizeIsThere = area.cols >= 1 && area.rows >= 1;
+    return allowed && channelIsThere && pictureIsThere && sizeIsThere &&
+           area.scanStep >= scanStepLowest && area.scanStep <= scanStepHighest &&
+           area.viewScale >= 1 && area.viewScale <= 3 && inPicture(area.rectX1, area.rectY1) &&
+           inPicture(area.rectX2, area.rectY2);
 }
 
 // What would spoil all that is computed with it.

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cmath>
 
+Occasion occasion;
+
 namespace {
 
 // Waits before a reading at the beginning of a row.
@@ -41,7 +43,8 @@ ScanPlan presentPlan() {
             .options = scanSettings.options,
             .axisOrder = controllers.axisOrder,
             .rowSettleMs = waitAtRowMs,
-            .setUpInForce = setUpWords(setUp)};
+            .setUpInForce = setUpWords(setUp),
+            .occasion = occasion};
 }
 
 uint32_t readingDelayMs(const ScanOptions& options, const InstrumentSettings& settings) {

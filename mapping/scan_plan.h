@@ -17,6 +17,13 @@ enum class Consent {
     GivenBefore,
 };
 
+// What a measurement is of, in the operator's words; each one line, empty where he has none.
+struct Occasion {
+    std::string sample, note;
+    std::string list; // "night, row 2 of 4, repeat 1 of 3"; empty of one that was started by hand
+};
+extern Occasion occasion; // of the next measurement
+
 // All that a scan needs to know.
 struct ScanPlan {
     ScanArea area;                                      // its points, from where the stage stands
@@ -39,6 +46,7 @@ struct ScanPlan {
     int32_t axisOrder = 0;                // of the controllers
     uint32_t rowSettleMs = 0;             // before a row; those of a point are in the options
     std::string setUpInForce = "default"; // its words
+    Occasion occasion;
     Consent consent = Consent::OfTheOperator;
 
     double laserUa() const { return laserLevel * laserUaPerVolt; } // as the window shows it

@@ -332,6 +332,7 @@ bool areaConfirmed(int widthPx, int heightPx) {
 
 void selectScanArea() {
     const PictureRectangle& drag = display.drawnRectangle;
+    scanArea.placed = false;
     scanArea.viewScale = drag.viewScale;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;

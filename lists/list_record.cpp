@@ -1,0 +1,166 @@
+// Writes and reads what is on disk of a list.
+#include "lists/list_record.h"
+
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/text_format.h"
+#include "platform/widen.h"
+#include "session/data_folders.h"
+#include "session/document.h"
+
+#include <charconv>
+#include <sstream>
+
+namespace {
+
+constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
+constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
+               nameMark[] = "#name ";
+
+std::wstring pathOf(const std::wstring& name) {
+    return scanListFolder() + L"\\" + name;
+}
+
+bool append(const std::wstring& path, const std::string& line) {
+    const File file = openFile(path, L"a");
+    return file && std::fputs(line.c_str(), file.get()) >= 0 && flushToDisk(file.get());
+}
+
+// The rest of a line behind its mark.
+std::optional<std::string> behind(const std::string& line, const char* mark) {
+    if (!line.starts_with(mark)) return {};
+    std::string rest = line.substr(std::string(mark).size());
+    if (rest.ends_with('\r')) rest.pop_back();
+    return rest;
+}
+
+// False when the last line was cut.
+bool takeDone(ListPlace& place, const std::string& text) {
+    size_t row = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), row);
+    if (error != std::errc() || *end != '.' || row >= place.done.size()) return false;
+    ++place.done[row];
+    return true;
+}
+
+// A tab or a line end in the words would break the table.
+std::string inOneCell(std::string words) {
+    for (char& letter : words)
+        if (letter >= 0 && letter < ' ') letter = ' ';
+    return words;
+}
+
+} // namespace
+
+std::wstring scanListFolder() {
+    const std::wstring folder = dataFolders.dataRoot + L"\\Scan lists";
+    makeFolder(folder); // one that is there already is simply used
+    return folder;
+}
+
+std::wstring scanListPath(const std::string& name) {
+    return pathOf(widened(name) + L".ini");
+}
+
+bool writeScanList(const ScanList& list) {
+    return writeDocument(scanListPath(list.name), textOf(list), L"w");
+}
+
+std::optional<ScanList> readScanList(const std::string& name, std::string& fault) {
+    const auto text = contentOfFile(scanListPath(name));
+    if (!text) {
+        fault = "the file cannot be read";
+        return {};
+    }
+    std::optional<ScanList> list = listOf(*text, fault);
+    if (list) list->name = name;
+    return list;
+}
+
+std::optional<size_t> ListPlace::next() const {
+    for (size_t row = 0; row < list.rows.size(); ++row)
+        if (list.rows[row].on && done[row] < static_cast<int32_t>(list.rows[row].repeats))
+            return row;
+    return {};
+}
+
+int32_t ListPlace::toMeasure() const {
+    int32_t count = 0;
+    for (const ListRow& row : list.rows) count += row.on;
+    return count;
+}
+
+int32_t ListPlace::measured() const {
+    int32_t count = 0;
+    for (size_t row = 0; row < list.rows.size(); ++row)
+        count += list.rows[row].on && done[row] >= static_cast<int32_t>(list.rows[row].repeats);
+    return count;
+}
+
+bool beginListRecord(ListPlace& place) {
+    const LocalTime now = localTime();
+    const std::string stem = place.list.name + formatted("-%02d%02d%02d_%02d-%02d", now.year - 2000,
+                                                         now.month, now.day, now.hour, now.minute);
+    place.record = stem + ".txt";
+    for (int number = 1; fileExists(pathOf(widened(place.record))); ++number)
+        place.record = stem + formatted("(%d).txt", number);
+    const std::string head = "list\t" + inOneCell(place.list.name) + "\nsample\t" +
+                             inOneCell(place.list.sample) + "\nnote\t" +
+                             inOneCell(place.list.note) +
+                             "\nrow\trepeat\twhat\tstarted\tended\thow\tfolder\n";
+    const std::string left =
+        textOf(place.list) + nameMark + place.list.name + "\n" + recordMark + place.record + "\n" +
+        placeMark + formatted("%.17g %.17g %.17g\n", place.homeX, place.homeY, place.homeZ);
+    return writeDocument(pathOf(widened(place.record)), head, L"w") &&
+           writeDocument(pathOf(unfinishedName), left, L"w");
+}
+
+bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::string& started,
+               const std::string& ended, const std::string& folder, const std::string& how) {
+    const ListRow& of = place.list.rows[row];
+    std::string line = formatted("%zu\t%d\t%s\t", row + 1, repeat, nameOf(of.kind));
+    for (const std::string& cell : {started, ended, how}) {
+        line += inOneCell(cell);
+        line += '\t';
+    }
+    line += inOneCell(folder) + "\n";
+    return append(pathOf(widened(place.record)), line);
+}
+
+bool recordEvent(const ListPlace& place, const std::string& words) {
+    const LocalTime now = localTime();
+    return append(pathOf(widened(place.record)),
+                  formatted("%04d-%02d-%02d %02d:%02d:%02d\t", now.year, now.month, now.day,
+                            now.hour, now.minute, now.second) +
+                      inOneCell(words) + "\n");
+}
+
+bool keepDone(ListPlace& place, size_t row) {
+    ++place.done[row];
+    return append(pathOf(unfinishedName), formatted("%s%zu.\n", doneMark, row));
+}
+
+void forgetUnfinishedList() {
+    removeFile(pathOf(unfinishedName));
+}
+
+std::optional<ListPlace> unfinishedList(std::string& fault) {
+    const auto text = contentOfFile(pathOf(unfinishedName));
+    if (!text) return {};
+    const std::optional<ScanList> list = listOf(*text, fault);
+    if (!list) return {};
+    ListPlace place{.list = *list, .done = std::vector<int32_t>(list->rows.size())};
+    bool whole = false;
+    std::istringstream lines(*text);
+    for (std::string line; std::getline(lines, line);) {
+        if (const auto name = behind(line, nameMark)) place.list.name = *name;
+        if (const auto record = behind(line, recordMark)) place.record = *record;
+        if (const auto home = behind(line, placeMark))
+            whole = std::sscanf(home->c_str(), "%lf %lf %lf", &place.homeX, &place.homeY,
+                                &place.homeZ) == 3;
+        if (const auto done = behind(line, doneMark); done && !takeDone(place, *done)) break;
+    }
+    if (whole && !place.record.empty()) return place;
+    fault = "it does not say where the list stood";
+    return {};
+}

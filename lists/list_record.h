@@ -1,0 +1,51 @@
+// What is on disk of a list that runs: its record for the operator, and what the next start needs
+// to go on with it after a power cut. Both lie in KST_Data/Scan lists.
+#pragma once
+
+#include "lists/scan_list.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+std::wstring scanListFolder(); // made where it is not there
+std::wstring scanListPath(const std::string& name);
+
+// A list's own file. Reading: nothing, and `fault` says why, where it cannot be.
+bool writeScanList(const ScanList& list);
+std::optional<ScanList> readScanList(const std::string& name, std::string& fault);
+
+// Where a list stands: how many of its rows' repeats are done.
+struct ListPlace {
+    ScanList list;
+    std::vector<int32_t> done;                    // by row
+    std::string record;                           // the record's file name
+    double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
+
+    // The next one that is to be measured; nothing at the end.
+    std::optional<size_t> next() const;
+    int32_t measured() const; // rows that are switched on and done with all their repeats
+    int32_t toMeasure() const;
+};
+
+// Begins the record and what a restart needs; `place.record` is named here. False when one of them
+// cannot be written: a night that cannot be recorded does not begin.
+bool beginListRecord(ListPlace& place);
+
+// One line of the record: a row and repeat that has ended. It goes to the disk at once; false when
+// it did not.
+bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::string& started,
+               const std::string& ended, const std::string& folder, const std::string& how);
+
+// A line of the record that is about no row: a pause, a continuation, the end.
+bool recordEvent(const ListPlace& place, const std::string& words);
+
+// `row` has one repeat more; goes to the disk at once.
+bool keepDone(ListPlace& place, size_t row);
+
+// The list has ended, as its record says: nothing is left to go on with.
+void forgetUnfinishedList();
+
+// What an earlier run has left; nothing where it left none or `fault` says why it cannot be read.
+std::optional<ListPlace> unfinishedList(std::string& fault);

@@ -1,0 +1,347 @@
+// Runs a list, row by row.
+#include "lists/list_run.h"
+
+#include "camera/camera.h"
+#include "camera/live_view.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "instruments/lights.h"
+#include "mapping/map_document.h"
+#include "mapping/map_rendering.h"
+#include "mapping/raster_scan.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/clock.h"
+#include "platform/text_format.h"
+#include "screen/screen.h"
+#include "session/announce.h"
+#include "session/day_log.h"
+#include "session/document.h"
+#include "session/main_title.h"
+#include "session/message_box.h"
+#include "session/process.h"
+#include "session/responsive_wait.h"
+#include "session/set_up.h"
+#include "spectroscopy/iv_sweep.h"
+#include "spectroscopy/time_evolution.h"
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+namespace {
+
+std::string underWay;         // listUnderWay
+std::optional<ListKind> kind; // of what is measured now
+
+double byProgram(const StageAxis& axis, double ofController_) {
+    return ofController_ - ofController(axis, 0.0);
+}
+
+std::string nowText() {
+    return timeText(localTime());
+}
+
+// Whether somebody has to look at it: it did not end as it should, or most of it is in doubt.
+bool hasFailed(const Outcome& outcome, double points) {
+    if (outcome.end != ProcessEnd::Finished || !outcome.endedBy.empty()) return true;
+    if (!outcome.notWritten.empty()) return true;
+    return std::any_of(outcome.doubts.begin(), outcome.doubts.end(),
+                       [&](const Doubt& doubt) { return 2.0 * doubt.count >= points; });
+}
+
+bool askedByOperator(const Outcome& outcome) {
+    return outcome.end == ProcessEnd::Stopped && outcome.endedBy.empty();
+}
+
+// The program's own settings come back when it goes.
+class OwnSettings {
+public:
+    OwnSettings() : plan(presentPlan()) {}
+    ~OwnSettings() { putInForce(plan); }
+    OwnSettings(const OwnSettings&) = delete;
+    OwnSettings& operator=(const OwnSettings&) = delete;
+
+    const ScanPlan plan;
+};
+
+class ListRun {
+public:
+    explicit ListRun(ListPlace toRun) : place(std::move(toRun)) {}
+
+    Outcome run();
+
+private:
+    Outcome measure(size_t row, int32_t repeat);
+    Outcome measureMap(const ListRow& row, const std::string& where);
+    Outcome measureCurve(const ListRow& row, const std::string& where);
+    std::string goTo(const ListRow& row);
+    bool waitFor(size_t row, int32_t repeat);
+    bool goesOn(size_t row, const Outcome& outcome);
+    void goHome(Outcome& told);
+    void say(bool written) { unwritten |= !written; }
+
+    ListPlace place;
+    const OwnSettings own;
+    const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
+    uint64_t startedMs = 0;  // of the last repeat
+    std::set<size_t> failed; // rows
+    bool unwritten = false;  // a part of the record
+    ProcessEnd end = ProcessEnd::Finished;
+    std::string endedBy;
+};
+
+// The settings of a row, over those of the program.
+ScanPlan planOf(const ListRow& row, const ScanPlan& own) {
+    ScanPlan plan = own;
+    plan.laserLevel = row.laserUa / setUp.laserUaPerVolt;
+    plan.biasVoltage = static_cast<float>(row.biasVolts);
+    plan.currentLimit = static_cast<float>(row.limitAmperes);
+    plan.options.mainChannel = static_cast<int32_t>(row.channel);
+    plan.homeXUm = stageX.positionUm;
+    plan.homeYUm = stageY.positionUm;
+    plan.homeZUm = stageZ.positionUm;
+    plan.consent = Consent::GivenBefore;
+    return plan;
+}
+
+// From where the stage stands to the row's place.
+void placeArea(const ListRow& row, ScanPlan& plan) {
+    ScanArea& area = plan.area;
+    area = {.scanStep = row.stepUm, .placed = true, .mapMaxPx = area.mapMaxPx};
+    area.cols = static_cast<int32_t>(row.columns);
+    area.rows = static_cast<int32_t>(row.rows);
+    area.offsetXUm = byProgram(stageX, row.xUm) - stageX.positionUm;
+    area.offsetYUm = byProgram(stageY, row.yUm) - stageY.positionUm;
+    computeScanArea(area);
+}
+
+Outcome declined(const std::string& why) {
+    return {.end = ProcessEnd::Declined, .lastWords = "Not measured", .troubles = {why}};
+}
+
+// Z first up to its place, or last: whoever comes from above must not graze the sample.
+std::string ListRun::goTo(const ListRow& row) {
+    const double z = row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
+    const bool lowers = z < stageZ.positionUm;
+    const bool curve = row.kind != ListKind::Map;
+    if (lowers && !moveTo(stageZ, z)) return missedText(stageZ);
+    if (curve) {
+        if (!moveXYTo(byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), motorSpeed))
+            return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+    }
+    if (!lowers && z != stageZ.positionUm && !moveTo(stageZ, z)) return missedText(stageZ);
+    return {};
+}
+
+Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
+    const RunningProcess running;
+    setField(Field::StartButton, "Stop");
+    std::string why = goTo(row);
+    Outcome outcome = declined(why);
+    if (session.stopRequested)
+        outcome = {.end = processEnd(), .lastWords = "Not measured"};
+    else if (why.empty()) {
+        ScanPlan plan = planOf(row, own.plan);
+        placeArea(row, plan);
+        plan.occasion = {place.list.sample, place.list.note, where};
+        putInForce(plan);
+        if (plan.confocal) connectMissingCamera();
+        showMapWindow(channelPhotocurrent);
+        outcome = runScan(plan);
+    }
+    setField(Field::StartButton, "Start");
+    refreshPositions();
+    return outcome;
+}
+
+Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
+    {
+        const RunningProcess running;
+        if (const std::string why = goTo(row); !why.empty()) return declined(why);
+        if (session.stopRequested) return {.end = processEnd(), .lastWords = "Not measured"};
+    }
+    ScanPlan plan = planOf(row, own.plan);
+    plan.area = own.plan.area;
+    putInForce(plan);
+    occasion = {place.list.sample, place.list.note, where};
+    Outcome outcome;
+    if (row.kind == ListKind::IvCurve) {
+        if (!selectedInstrument().canSweep) return declined("the instrument is no source");
+        const auto points = static_cast<int32_t>(row.quarterPoints);
+        const auto range = static_cast<float>(row.rangeVolts);
+        outcome = runSweep({range, range / static_cast<float>(points), points});
+        if (!saveIvCurve(false)) outcome.notWritten.emplace_back("the curve");
+    } else {
+        outcome = runSeries({static_cast<float>(row.onSeconds), static_cast<float>(row.offSeconds),
+                             static_cast<int32_t>(row.lightCycles)});
+        if (outcome.end != ProcessEnd::Declined && !saveTimeEvolution(false))
+            outcome.notWritten.emplace_back("the series");
+    }
+    occasion = own.plan.occasion;
+    return outcome;
+}
+
+Outcome ListRun::measure(size_t row, int32_t repeat) {
+    const ListRow& of = place.list.rows[row];
+    const std::string where =
+        place.list.name + formatted(", row %zu of %zu, repeat %d of %.0f", row + 1,
+                                    place.list.rows.size(), repeat, of.repeats);
+    underWay = where;
+    titleList(formatted("row %zu of %zu", row + 1, place.list.rows.size()));
+    logEvent("List: " + where);
+    // A folder of its own, also in the same minute.
+    dataFolders.fullFolder = dataFolders.sessionFolder;
+    dataFolders.sessionFolderMade = 0;
+    ensureSessionFolder(dataFolders);
+    startedMs = tickCountMs();
+    session.stopRequested = 0;
+    if (const std::string why = whyNotMeasured(of); !why.empty()) return declined(why);
+    kind = of.kind;
+    const Outcome outcome =
+        of.kind == ListKind::Map ? measureMap(of, where) : measureCurve(of, where);
+    kind.reset();
+    return outcome;
+}
+
+// Until the repeat is due; false when a stop was asked for.
+bool ListRun::waitFor(size_t row, int32_t repeat) {
+    const ListRow& of = place.list.rows[row];
+    if (repeat == 1 || of.everyMinutes <= 0.0) return true;
+    const double dueMs = static_cast<double>(startedMs) + of.everyMinutes * 60000.0;
+    const RunningProcess running;
+    setField(Field::StartButton, "Stop");
+    while (static_cast<double>(tickCountMs()) < dueMs && !session.stopRequested) {
+        const double leftMs = dueMs - static_cast<double>(tickCountMs());
+        showProgress(formatted("Next repeat in %.0f s", std::ceil(leftMs / 1000.0)).c_str());
+        waitResponsive(static_cast<uint32_t>(std::clamp(leftMs, 1.0, 1000.0)));
+    }
+    setField(Field::StartButton, "Start");
+    return !session.stopRequested;
+}
+
+// What becomes of the list behind a row.
+bool ListRun::goesOn(size_t row, const Outcome& outcome) {
+    if (outcome.end == ProcessEnd::WindowClosed || outcome.end == ProcessEnd::Asleep) {
+        end = outcome.end;
+        return false;
+    }
+    if (askedByOperator(outcome)) {
+        // Laser off and the stage back: nothing is held up by the question.
+        const bool whole =
+            showMessageBox(windows.main,
+                           "Does the whole list end?\n\nNo: only this row, the next one begins.",
+                           "Scan list", BoxButtons::YesNo) != BoxAnswer::No;
+        if (whole) end = ProcessEnd::Stopped;
+        session.stopRequested = 0;
+        return !whole;
+    }
+    const ListRow& of = place.list.rows[row];
+    if (!hasFailed(outcome, of.kind == ListKind::Map ? of.columns * of.rows : 1e9)) return true;
+    failed.insert(row);
+    announce(Severity::Trouble, formatted("List: row %zu failed, ", row + 1) + outcome.words());
+    if (place.list.goesOnAfterFailure) return true;
+    endedBy = formatted("Row %zu failed", row + 1);
+    end = ProcessEnd::Stopped;
+    return false;
+}
+
+void ListRun::goHome(Outcome& told) {
+    applyBias(0.0, static_cast<double>(own.plan.currentLimit));
+    const bool asleep = end == ProcessEnd::Asleep;
+    setLaserOutput(asleep ? 0 : 1);
+    setLaserLevel(0);
+    if (asleep) return;
+    const RunningProcess running;
+    const bool back = (homeZ >= stageZ.positionUm || moveTo(stageZ, homeZ)) &&
+                      moveXYTo(homeX, homeY, motorSpeed) && moveTo(stageZ, homeZ);
+    if (!back) told.troubles.emplace_back("The stage did not come back");
+    refreshPositions();
+}
+
+Outcome ListRun::run() {
+    while (const std::optional<size_t> row = place.next()) {
+        const int32_t repeat = place.done[*row] + 1;
+        if (!waitFor(*row, repeat)) {
+            const Outcome stopped{.end = processEnd()};
+            if (!goesOn(*row, stopped)) break;
+            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats); // the row ends
+            continue;
+        }
+        const std::string started = nowText();
+        const Outcome outcome = measure(*row, repeat);
+        const std::string trouble = troubleLine(outcome);
+        say(recordRow(
+            place, *row, repeat, started, nowText(), fileNameOf(dataFolders.sessionFolder),
+            std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble)));
+        const bool ends = !goesOn(*row, outcome);
+        const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
+        if (!cutOff) say(keepDone(place, *row));
+        if (askedByOperator(outcome)) { // its repeats end with it
+            failed.insert(*row);
+            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats);
+        }
+        if (ends) break;
+    }
+    Outcome told{.end = end};
+    told.endedBy = endedBy;
+    goHome(told);
+    const auto lost = static_cast<int32_t>(failed.size());
+    told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured() - lost,
+                               place.toMeasure());
+    if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
+    say(recordEvent(place, told.words()));
+    if (unwritten) told.notWritten.emplace_back("the list's record");
+    // What the computer's sleep or a closed window has cut off is offered again.
+    if (end == ProcessEnd::Finished || end == ProcessEnd::Stopped) forgetUnfinishedList();
+    titleList("");
+    underWay.clear();
+    showInformation(told.words().c_str());
+    return told;
+}
+
+} // namespace
+
+std::string whyNotMeasured(const ListRow& row) {
+    if (const std::string why = faultIn(row); !why.empty()) return why;
+    const bool map = row.kind == ListKind::Map;
+    const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
+    const double right = map ? x + (row.columns - 1) * row.stepUm : x;
+    const double top = map ? y + (row.rows - 1) * row.stepUm : y;
+    for (const double to : {x, right})
+        if (const std::string why = beyondLimit(stageX, to); !why.empty()) return why;
+    for (const double to : {y, top})
+        if (const std::string why = beyondLimit(stageY, to); !why.empty()) return why;
+    if (row.zUm) return beyondLimit(stageZ, byProgram(stageZ, *row.zUm));
+    return {};
+}
+
+std::string listUnderWay() {
+    return underWay;
+}
+
+Outcome runScanList(ListPlace place) {
+    return ListRun(std::move(place)).run();
+}
+
+Outcome startScanList(const ScanList& list) {
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
+    ListPlace place{.list = list,
+                    .done = std::vector<int32_t>(list.rows.size()),
+                    .homeX = ofController(stageX, stageX.positionUm),
+                    .homeY = ofController(stageY, stageY.positionUm),
+                    .homeZ = ofController(stageZ, stageZ.positionUm)};
+    if (!beginListRecord(place)) {
+        const Outcome told{.end = ProcessEnd::Declined,
+                           .lastWords = "Not started: the list's record cannot be written"};
+        showInformation(told.lastWords.c_str());
+        return told;
+    }
+    return runScanList(std::move(place));
+}
+
+void saveRowAtForcedEnd() {
+    if (kind == ListKind::Map) saveScanAtForcedEnd();
+    if (kind == ListKind::IvCurve) saveIvCurve(true);
+    if (kind == ListKind::Series) saveTimeEvolution(true);
+}

@@ -1,0 +1,25 @@
+// Carries out a list of scans.
+#pragma once
+
+#include "lists/list_record.h"
+#include "session/outcome.h"
+
+// Measures what of the list is not done yet, row by row, in the block of runProcess: each row in a
+// session folder of its own, by its own settings, from where the stage stands; those of the program
+// are back afterwards, the stage where it stood, laser off, bias 0. A row that fails is recorded
+// with its cause, and the list goes on or ends as it says. A stop asks whether the row or the whole
+// list ends.
+Outcome runScanList(ListPlace place);
+
+// The same of a new list, from where the stage stands.
+Outcome startScanList(const ScanList& list);
+
+// Which list, row and repeat is measured now, for the files: "night, row 2 of 4, repeat 1 of 3";
+// and when the whole list will have ended, as far as it is known.
+std::string listUnderWay();
+
+// At a forced end: what of the present row is measured.
+void saveRowAtForcedEnd();
+
+// Why a row cannot be measured as the set-up and the stage are; empty when it can.
+std::string whyNotMeasured(const ListRow& row);

@@ -1,0 +1,201 @@
+// A night of scans: each row at its place with its settings, and what becomes of one that fails.
+#include "tests/simulation/saved_map.h"
+#include "tests/simulation/whole_run.h"
+
+#include "app/program.h"
+#include "instruments/kinds.h"
+#include "instruments/laser_link.h"
+#include "lists/list_run.h"
+#include "mapping/scan_area.h"
+#include "mapping/scan_options.h"
+#include "motion/stage.h"
+#include "platform/text_format.h"
+#include "session/process.h"
+#include "session/set_up.h"
+
+#include <cmath>
+
+namespace {
+
+class ScanListTest : public WholeRunTest {
+protected:
+    // A map whose first point lies so far from where the stage stands, um.
+    static ListRow mapAt(double dx, double dy, double biasVolts) {
+        ListRow row;
+        row.xUm = ofController(stageX, dx);
+        row.yUm = ofController(stageY, dy);
+        row.columns = 6;
+        row.rows = 4;
+        row.stepUm = 3.0;
+        row.biasVolts = biasVolts;
+        row.limitAmperes = 1e-3;
+        return row;
+    }
+
+    static ListRow curveAt(double dx, double dy) {
+        ListRow row = mapAt(dx, dy, 0.0);
+        row.kind = ListKind::IvCurve;
+        row.quarterPoints = 5;
+        return row;
+    }
+
+    // Runs the program over what `list` gives once the stage is connected, and closes it.
+    static void runOver(const std::function<ScanList()>& list) {
+        writeDesktopFile("KST_Data/Config.txt",
+                         formatted("step:2.5, laser:4.00, laser correct:(%d,%d), Ammeter:%d, "
+                                   "GPIB:24, IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0\n",
+                                   labSpotPixel().column, labSpotPixel().row, kindUsbSourcemeter));
+        when([] { return timerRuns(); },
+             [=] {
+                 postCall([=] {
+                     runProcess(
+                         "Scan list", [&] { return startScanList(list()); }, saveRowAtForcedEnd);
+                     post(messageClose);
+                 });
+             });
+        EXPECT_EQ(runProgram(1), 0);
+    }
+
+    static std::string record() {
+        for (const std::string& name : filesOnDesktop())
+            if (name.find("Scan lists/night-") != std::string::npos) return contentOf(name);
+        return {};
+    }
+
+    // The record's cells of one row's line; empty without it.
+    static std::vector<std::string> recordOf(int row, int repeat = 1) {
+        std::istringstream lines(record());
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.starts_with(formatted("%d\t%d\t", row, repeat))) continue;
+            std::vector<std::string> cells;
+            std::istringstream text(line);
+            for (std::string cell; std::getline(text, cell, '\t');) cells.push_back(cell);
+            return cells;
+        }
+        return {};
+    }
+
+    static void expectTrueMap(int row, double biasVolts) {
+        const std::vector<std::string> cells = recordOf(row);
+        ASSERT_EQ(cells.size(), 7u) << record();
+        EXPECT_EQ(cells[5], "finished");
+        const SavedMap map(cells[6] + "/");
+        ASSERT_EQ(map.columns * map.rows, 24);
+        EXPECT_EQ(map.maskedCells(0), 0);
+        map.expectCells(0, [&](double value, LabPoint at) {
+            const double truth =
+                expectedCurrent(at.x, at.y, laserLink.laserLevel, labStageUm(labZ), biasVolts);
+            return std::fabs(value - truth) < 0.02e-6 + 0.01 * std::fabs(truth);
+        });
+        EXPECT_EQ(map.condition("Scan list"), formatted("night, row %d of 5, repeat 1 of 1", row));
+        EXPECT_EQ(map.condition("Sample"), "MoS2 no. 7");
+    }
+
+    static ScanList fiveRows() {
+        return {.name = "night",
+                .sample = "MoS2 no. 7",
+                .rows = {mapAt(20, 10, 0.0), mapAt(20, 10, 0.4), mapAt(-30, 25, 0.0),
+                         mapAt(-30, 25, 0.4), curveAt(20, 10)}};
+    }
+};
+
+TEST_F(ScanListTest, EachRowIsMeasuredAtItsPlaceWithItsSettings) {
+    const double x = labStageUm(labX);
+    runOver(fiveRows);
+    for (const int row : {1, 2, 3, 4}) expectTrueMap(row, row % 2 == 0 ? 0.4 : 0.0);
+    ASSERT_EQ(recordOf(5).size(), 7u) << record();
+    EXPECT_EQ(numbersOf(contentOf(sessionFile("I-V", recordOf(5)[6] + "/")).substr(13)).size(),
+              20u);
+    EXPECT_NE(record().find("Scan list finished: 5 of 5 rows"), std::string::npos);
+    EXPECT_NEAR(labStageUm(labX), x, 3.0) << "back where it stood";
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_EQ(labBiasVolts(), 0.0);
+    EXPECT_EQ(instrumentLink.biasVoltage, 0.0f) << "the program's own settings are back";
+    std::string fault;
+    EXPECT_FALSE(unfinishedList(fault));
+}
+
+TEST_F(ScanListTest, ARowThatFailsIsRecordedAndTheNextBegins) {
+    runOver([] {
+        ScanList list = fiveRows();
+        setUp.ranges[0].highest = ofController(stageX, 20.0); // the first two reach beyond it
+        list.rows[2].everyMinutes = 30.0;
+        list.rows[2].repeats = 2.0;
+        list.rows[3].on = false;
+        return list;
+    });
+    EXPECT_NE(recordOf(1)[5].find("declined, Stage X: 35.0 um is beyond its highest place, 20.0"),
+              std::string::npos)
+        << record();
+    EXPECT_EQ(recordOf(3, 2)[5], "finished");
+    EXPECT_NE(recordOf(3, 1)[6], recordOf(3, 2)[6]) << "a folder each";
+    EXPECT_TRUE(recordOf(4).empty());
+    EXPECT_NE(record().find("2 of 4 rows. Failed: 2"), std::string::npos) << record();
+    EXPECT_NEAR(testTimeMs() / 60000.0, 31.0, 1.5) << "from one start to the next";
+}
+
+TEST_F(ScanListTest, AStopAsksForTheRowOrTheList) {
+    when(
+        [] {
+            return listUnderWay().starts_with("night, row 1 ") &&
+                   textIn(Field::Progress).starts_with("Mapping: 50%");
+        },
+        [] { postClick(100, 100); });
+    answer("Do you want to stop process, now ?", BoxAnswer::Yes);
+    answer("Does the whole list end?\n\nNo: only this row, the next one begins.", BoxAnswer::No);
+    when(
+        [] {
+            return listUnderWay().starts_with("night, row 3 ") &&
+                   textIn(Field::Progress).starts_with("Mapping: 50%");
+        },
+        [] { postClick(100, 100); });
+    answer("Do you want to stop process, now ?", BoxAnswer::Yes);
+    answer("Does the whole list end?\n\nNo: only this row, the next one begins.", BoxAnswer::Yes);
+    runOver(fiveRows);
+    EXPECT_TRUE(recordOf(1)[5].starts_with("stopped")) << record();
+    EXPECT_EQ(recordOf(2)[5], "finished");
+    EXPECT_TRUE(recordOf(3)[5].starts_with("stopped"));
+    EXPECT_TRUE(recordOf(4).empty());
+    EXPECT_EQ(labLaserPwm(), 0);
+}
+
+TEST(ScanListFile, KeepsEveryRowAndSaysTheLineThatItCannotTake) {
+    ScanList list{.goesOnAfterFailure = false, .sample = "a", .note = "b = c, # d"};
+    for (const ListKind kind : {ListKind::Map, ListKind::IvCurve, ListKind::Series}) {
+        ListRow& row = list.rows.emplace_back();
+        row.kind = kind;
+        row.xUm = -1234.0625;
+        row.zUm = 0.1;
+        row.on = kind != ListKind::Series;
+    }
+    std::string fault;
+    const std::optional<ScanList> read = listOf(textOf(list), fault);
+    ASSERT_TRUE(read) << fault;
+    EXPECT_EQ(textOf(*read), textOf(list));
+    for (const auto& [text, why] :
+         {std::pair("row = map, columns 2.5\n", "line 1: columns is a whole number, 1 to 100000"),
+          std::pair("\n# x\nrow = I-V, step 1\n", "line 3: a I-V has no \"step\""),
+          std::pair("row = map, step nan\n", "line 1: step is 0.1 to 40"),
+          std::pair("row = spectrum\n", "line 1: a row is a map, I-V or series"),
+          std::pair("row = map, columns 90000, rows 90000\n",
+                    "line 1: a map has at most 36 million points"),
+          std::pair("bias = 1\n", "line 1: \"bias\" is not known")}) {
+        EXPECT_FALSE(listOf(text, fault)) << text;
+        EXPECT_EQ(fault, why);
+    }
+    ListRow row;
+    const auto laser = [](const std::vector<ListRow>& rows) {
+        std::string text;
+        for (const ListRow& each : rows) text += formatted("%g ", each.laserUa);
+        return text;
+    };
+    const ListNumber* number = nullptr;
+    for (const ListNumber& each : listNumbers())
+        if (each.value == &ListRow::laserUa) number = &each;
+    EXPECT_EQ(laser(seriesOf(row, {number, 1, 16, 3, true, true}, fault)), "1 4 16 4 1 ");
+    EXPECT_EQ(laser(seriesOf(row, {number, 4, 0, 3, false, false}, fault)), "4 2 0 ");
+    EXPECT_TRUE(seriesOf(row, {number, 0, 16, 3, true, false}, fault).empty());
+    EXPECT_NE(fault, "");
+}
+
+} // namespace
