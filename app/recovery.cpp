@@ -1,7 +1,9 @@
 // Asks the kind of measurement that a journal is of.
 #include "app/recovery.h"
 
+#include "lists/list_record.h"
 #include "mapping/scan_continuation.h"
+#include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "session/document.h"
@@ -17,7 +19,10 @@ bool holdsCurve(const LeftJournal& left) {
 } // namespace
 
 std::string leftNotice() {
-    std::string notice;
+    std::string notice, fault;
+    if (const std::optional<ListPlace> list = unfinishedList(fault))
+        return formatted("A list was cut off: %d of %d rows. \"File\", \"Continue last list\"",
+                         list->measured(), list->toMeasure());
     for (const LeftJournal& left : leftJournals()) {
         notice = holdsCurve(left) ? sweepNotice(left) : scanNotice(left);
         if (!notice.empty()) return notice;

@@ -19,6 +19,8 @@ struct Display {
     int32_t wideView = 0;           // 1 while the window shows a wide view
     int32_t wideFactor = 1;         // picture scale of the wide view, 3 once there was one
     PictureRectangle drawnRectangle;
+    // Draws over each picture that is shown, not over one that is saved; null: nothing.
+    void (*overlay)(ContextHandle picture) = nullptr;
 };
 extern Display display;
 

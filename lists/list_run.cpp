@@ -9,6 +9,8 @@
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
+#include "mapping/scan_continuation.h"
+#include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/clock.h"
@@ -28,6 +30,8 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+
+ListProgress listProgress;
 
 namespace {
 
@@ -67,21 +71,36 @@ public:
 
 class ListRun {
 public:
-    explicit ListRun(ListPlace toRun) : place(std::move(toRun)) {}
+    explicit ListRun(ListPlace toRun, bool wasCutOff = false)
+        : place(std::move(toRun)), goesOnWithCutScan(wasCutOff), consented(wasCutOff) {}
 
     Outcome run();
 
 private:
     Outcome measure(size_t row, int32_t repeat);
     Outcome measureMap(const ListRow& row, const std::string& where);
+    std::optional<Outcome> continueMap(const std::string& where);
     Outcome measureCurve(const ListRow& row, const std::string& where);
     std::string goTo(const ListRow& row);
     bool waitFor(size_t row, int32_t repeat);
     bool goesOn(size_t row, const Outcome& outcome);
     void goHome(Outcome& told);
     void say(bool written) { unwritten |= !written; }
+    void show(size_t row, const std::string& how) const {
+        listProgress.hows.resize(place.list.rows.size());
+        listProgress.hows[row] = how;
+        listProgress.changed();
+    }
+    std::string endOfList() const;
+    std::wstring folderOfRow(size_t row) const {
+        const bool map = place.list.rows[row].kind == ListKind::Map && scanMap.conditions;
+        return map && scanMap.conditions->occasion.list == underWay ? foldersOfMap().sessionFolder
+                                                                    : dataFolders.sessionFolder;
+    }
 
     ListPlace place;
+    bool goesOnWithCutScan;
+    bool consented; // the operator was asked what "Start" asks
     const OwnSettings own;
     const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
     uint64_t startedMs = 0;  // of the last repeat
@@ -144,15 +163,42 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
     else if (why.empty()) {
         ScanPlan plan = planOf(row, own.plan);
         placeArea(row, plan);
+        plan.consent = consented ? Consent::GivenBefore : Consent::OfTheOperator;
         plan.occasion = {place.list.sample, place.list.note, where};
         putInForce(plan);
         if (plan.confocal) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
         outcome = runScan(plan);
+        if (!consented && outcome.end == ProcessEnd::Declined && outcome.troubles.empty())
+            end = ProcessEnd::Declined;
+        consented = true;
     }
     setField(Field::StartButton, "Start");
     refreshPositions();
     return outcome;
+}
+
+// The scan whose journal an earlier run has left at that place of the list; nothing without one.
+std::optional<Outcome> ListRun::continueMap(const std::string& where) {
+    for (const LeftJournal& left : leftJournals()) {
+        std::optional<JournaledScan> scan = readScanJournal(left);
+        if (!scan || scan->plan().occasion.list != where) continue;
+        if (firstMissingRow(scan->map) == scan->plan().area.rows) continue;
+        const RunningProcess running;
+        setField(Field::StartButton, "Stop");
+        Outcome outcome{.end = ProcessEnd::Declined, .lastWords = "Not continued"};
+        if (takeOverScan(std::move(*scan))) {
+            if (scanSettings.confocalEnabled) connectMissingCamera();
+            showMapWindow(channelPhotocurrent);
+            outcome = continueScan(left);
+        } else {
+            outcome.troubles.push_back(fieldText(Field::Information, 200));
+        }
+        setField(Field::StartButton, "Start");
+        refreshPositions();
+        return outcome;
+    }
+    return {};
 }
 
 Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
@@ -182,20 +228,47 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     return outcome;
 }
 
+// "05:40" or "05:40 +1 d", by what a point takes as a rule.
+std::string ListRun::endOfList() const {
+    constexpr double pointsPerMinute = 500.0; // as the expected time of a scan has it
+    double minutes = 0.0;
+    for (size_t i = 0; i < place.list.rows.size(); ++i) {
+        const ListRow& of = place.list.rows[i];
+        if (!of.on) continue;
+        double each = (of.onSeconds + of.offSeconds) * of.lightCycles / 60.0;
+        if (of.kind == ListKind::Map)
+            each = of.columns * of.rows * (own.plan.confocal ? 2 : 1) / pointsPerMinute + 0.5;
+        if (of.kind == ListKind::IvCurve) each = 4.0 * of.quarterPoints / pointsPerMinute;
+        minutes += (of.repeats - place.done[i]) * std::max(each, of.everyMinutes);
+    }
+    constexpr int minutesOfDay = 24 * 60;
+    const LocalTime now = localTime();
+    const int at = now.hour * 60 + now.minute + static_cast<int>(std::lround(minutes));
+    const std::string time = formatted("%02d:%02d", at / 60 % 24, at % 60);
+    return at < minutesOfDay ? time : time + formatted(" +%d d", at / minutesOfDay);
+}
+
 Outcome ListRun::measure(size_t row, int32_t repeat) {
     const ListRow& of = place.list.rows[row];
     const std::string where =
         place.list.name + formatted(", row %zu of %zu, repeat %d of %.0f", row + 1,
                                     place.list.rows.size(), repeat, of.repeats);
     underWay = where;
-    titleList(formatted("row %zu of %zu", row + 1, place.list.rows.size()));
+    titleList(formatted("row %zu of %zu, list ends %s", row + 1, place.list.rows.size(),
+                        endOfList().c_str()));
     logEvent("List: " + where);
+    startedMs = tickCountMs();
+    session.stopRequested = 0;
+    if (std::exchange(goesOnWithCutScan, false) && of.kind == ListKind::Map) {
+        kind = of.kind;
+        const std::optional<Outcome> outcome = continueMap(where);
+        kind.reset();
+        if (outcome) return *outcome;
+    }
     // A folder of its own, also in the same minute.
     dataFolders.fullFolder = dataFolders.sessionFolder;
     dataFolders.sessionFolderMade = 0;
     ensureSessionFolder(dataFolders);
-    startedMs = tickCountMs();
-    session.stopRequested = 0;
     if (const std::string why = whyNotMeasured(of); !why.empty()) return declined(why);
     kind = of.kind;
     const Outcome outcome =
@@ -222,6 +295,7 @@ bool ListRun::waitFor(size_t row, int32_t repeat) {
 
 // What becomes of the list behind a row.
 bool ListRun::goesOn(size_t row, const Outcome& outcome) {
+    if (end == ProcessEnd::Declined) return false;
     if (outcome.end == ProcessEnd::WindowClosed || outcome.end == ProcessEnd::Asleep) {
         end = outcome.end;
         return false;
@@ -260,6 +334,7 @@ void ListRun::goHome(Outcome& told) {
 }
 
 Outcome ListRun::run() {
+    listProgress.hows.assign(place.list.rows.size(), "");
     while (const std::optional<size_t> row = place.next()) {
         const int32_t repeat = place.done[*row] + 1;
         if (!waitFor(*row, repeat)) {
@@ -269,11 +344,13 @@ Outcome ListRun::run() {
             continue;
         }
         const std::string started = nowText();
+        show(*row, "runs");
         const Outcome outcome = measure(*row, repeat);
         const std::string trouble = troubleLine(outcome);
         say(recordRow(
             place, *row, repeat, started, nowText(), fileNameOf(dataFolders.sessionFolder),
             std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble)));
+        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble));
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
         if (!cutOff) say(keepDone(place, *row));
@@ -322,6 +399,30 @@ std::string listUnderWay() {
 
 Outcome runScanList(ListPlace place) {
     return ListRun(std::move(place)).run();
+}
+
+Outcome continueScanList(ListPlace place) {
+    bool there = false;
+    {
+        const RunningProcess running;
+        const double z = byProgram(stageZ, place.homeZ);
+        showInformation("Moving to where the list began");
+        there =
+            (z >= stageZ.positionUm || moveTo(stageZ, z)) &&
+            moveXYTo(byProgram(stageX, place.homeX), byProgram(stageY, place.homeY), motorSpeed) &&
+            moveTo(stageZ, z);
+    }
+    if (!there) {
+        const Outcome told{.end = ProcessEnd::Declined,
+                           .lastWords = "Not continued: the stage did not come to where the list "
+                                        "began"};
+        showInformation(told.lastWords.c_str());
+        return told;
+    }
+    const bool written = recordEvent(place, "continued after it was cut off");
+    Outcome told = ListRun(std::move(place), true).run();
+    if (!written) told.notWritten.emplace_back("the list's record");
+    return told;
 }
 
 Outcome startScanList(const ScanList& list) {

@@ -14,9 +14,21 @@ Outcome runScanList(ListPlace place);
 // The same of a new list, from where the stage stands.
 Outcome startScanList(const ScanList& list);
 
+// The same of one that was cut off: the stage goes to where it stood at the list's start, and the
+// scan that was cut goes on in its own folder.
+Outcome continueScanList(ListPlace place);
+
 // Which list, row and repeat is measured now, for the files: "night, row 2 of 4, repeat 1 of 3";
 // and when the whole list will have ended, as far as it is known.
 std::string listUnderWay();
+
+// How the rows of the list that runs, or ran last, have ended, for whoever shows them.
+struct ListProgress {
+    std::vector<std::string> hows; // by row; empty where it has not begun
+    void (*changed)() = [] {};
+    std::string howOf(size_t row) const { return row < hows.size() ? hows[row] : std::string(); }
+};
+extern ListProgress listProgress;
 
 // At a forced end: what of the present row is measured.
 void saveRowAtForcedEnd();

@@ -68,6 +68,8 @@ enum ControlId : int {
     idContinueScan = 32852,
     idSetHighestZ = 32853,
     idSetUp = 32854,
+    idScanList = 32855,
+    idContinueList = 32856,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
     idObjective = 32870,   // eight of them: the objectives, in their order
     idCalibrateCamera = 32880,
@@ -81,6 +83,32 @@ enum ContinueId : int {
     idContinueConfirm = 1100,
     idContinueCancel = 1101,
     idContinueMove = 1110, // twelve of them: X, Y, Z by each step
+};
+
+// Of the window "Scan list".
+enum ListId : int {
+    idListTable = 1200,
+    idListName = 1201,
+    idListSample = 1202,
+    idListNote = 1203,
+    idListGoesOn = 1204,
+    idListAddArea = 1210,
+    idListAddSweep = 1211,
+    idListAddSeries = 1212,
+    idListCopy = 1213,
+    idListRemove = 1214,
+    idListUp = 1215,
+    idListDown = 1216,
+    idListOnOff = 1217,
+    idListTake = 1218,
+    idListMakeSeries = 1219,
+    idListLogarithmic = 1220,
+    idListAndBack = 1221,
+    idListOpen = 1222,
+    idListSave = 1223,
+    idListStart = 1224,
+    idListLabel = 1230, // fourteen of them, of the fields of a row
+    idListEdit = 1250,  // likewise
 };
 
 // Of the page of the devices.

@@ -98,7 +98,9 @@ void placeConfocalWindow(int x, int y, int width, int height);
 
 // A control of a tool window; client pixels.
 struct ToolControl {
-    enum class Kind { Label, Edit, Button };
+    // A table's text are its columns, "name:width" each with blanks between them; what stands in it
+    // it asks by onToolTable.
+    enum class Kind { Label, Edit, Button, Check, Table };
     Kind kind;
     const char* text;
     int x, y, width, height;
@@ -111,6 +113,16 @@ struct ToolControl {
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
                               int count, WindowHandle* edits, int width = 500, int height = 435);
 void destroyToolWindow(WindowHandle window);
+
+// Of the control with that id.
+void setToolText(WindowHandle window, int id, const char* text);
+void showToolControl(WindowHandle window, int id, bool shown);
+void checkInTool(WindowHandle window, int id, bool checked);
+bool isCheckedInTool(WindowHandle window, int id);
+
+// A table has so many rows now, and all of them may be others; one is selected, -1: none.
+void fillToolTable(WindowHandle window, int id, int rows, int selected);
+int selectedInToolTable(WindowHandle window, int id); // -1: none
 void raiseToolWindow(WindowHandle window); // to the front, to type into
 
 // The text of any window, up to `capacity` - 1 characters; nothing for null.

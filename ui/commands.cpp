@@ -41,6 +41,7 @@
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
+#include "ui/list_window.h"
 #include "ui/objective.h"
 #include "ui/scan_options_dialog.h"
 #include "ui/set_up_dialog.h"
@@ -245,6 +246,7 @@ constexpr Command commands[] = {
     {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
     {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
     {idConfiguration, configure, refused, refused, "Configuration"},
+    {idScanList, openListWindow, allowed, allowed},
     {idSetUp, changeSetUp, refused, refused, "Set-up"},
     {idObjective, [] { chooseObjective(1); }, refused, refused, "Objective 1"},
     {idObjective + 1, [] { chooseObjective(2); }, refused, refused, "Objective 2"},
@@ -295,6 +297,7 @@ constexpr Command commands[] = {
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
     {idRecoverScan, recoverAndShow, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
+    {idContinueList, continueLastList, refused, refused, "Continue last list"},
 };
 // clang-format on
 
@@ -384,7 +387,8 @@ void onCommand(int id) {
     }
     leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
-    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan) focusMainWindow();
+    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan && id != idScanList)
+        focusMainWindow();
 }
 
 namespace {

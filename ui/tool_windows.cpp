@@ -15,6 +15,7 @@
 #include "spectroscopy/time_evolution.h"
 #include "ui/commands.h"
 #include "ui/continue_window.h"
+#include "ui/list_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -149,6 +150,7 @@ void openTool(Tool tool) {
 
 void onToolCommand(WindowHandle window, int id) {
     if (isContinueWindow(window)) return onContinueCommand(id);
+    if (isListWindow(window)) return onListCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -178,15 +180,24 @@ bool toolTakesKeys(WindowHandle window) {
     return isContinueWindow(window);
 }
 
+std::string onToolTable(WindowHandle window, int row, int column) {
+    return isListWindow(window) ? listCell(row, column) : std::string();
+}
+
+void onToolSelection(WindowHandle window) {
+    if (isListWindow(window)) onListSelection();
+}
+
 void onToolPaint(WindowHandle window) {
     if (isContinueWindow(window)) paintContinueWindow();
 }
 
 bool isToolWindow(WindowHandle window) {
-    return stateOf(window) != nullptr || isContinueWindow(window);
+    return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
     if (isContinueWindow(window)) forgetContinueWindow();
+    if (isListWindow(window)) forgetListWindow();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

@@ -5,6 +5,7 @@
 #include "platform/window_handle.h"
 
 #include <cstdint>
+#include <string>
 
 enum class Tool { IvCurve, TimeEvolution };
 
@@ -25,6 +26,10 @@ void onToolKey(WindowHandle window, uintptr_t virtualKey);
 bool toolTakesKeys(WindowHandle window);
 
 void onToolPaint(WindowHandle window);
+
+// What stands in a cell of a table, and that another row is selected.
+std::string onToolTable(WindowHandle window, int row, int column);
+void onToolSelection(WindowHandle window);
 
 bool isToolWindow(WindowHandle window);
 

@@ -1,16 +1,43 @@
 // The tool windows as the system sees them. What the measurements draw there is not drawn again.
 #include "window/tool_window_class.h"
 
+#include "platform/text_format.h"
 #include "platform/win32/handles.h"
 #include "screen/screen.h"
 #include "ui/tool_windows.h"
 #include "window/control_column.h"
+
+#include <commctrl.h>
+
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <string>
+
+// A table asks for the text of a cell that it is about to show, and tells that a row is selected.
+static void onTable(HWND window, LPARAM lParam) {
+    const auto* header = reinterpret_cast<NMHDR*>(lParam);
+    if (header->code == LVN_GETDISPINFOA) {
+        auto& item = reinterpret_cast<NMLVDISPINFOA*>(lParam)->item;
+        if ((item.mask & LVIF_TEXT) == 0) return;
+        const std::string text = onToolTable(opaque(window), item.iItem, item.iSubItem);
+        std::snprintf(item.pszText, static_cast<size_t>(item.cchTextMax), "%s", text.c_str());
+    }
+    if (header->code == LVN_ITEMCHANGED) {
+        const auto* change = reinterpret_cast<NMLISTVIEW*>(lParam);
+        const bool nowSelected = (change->uNewState & ~change->uOldState & LVIS_SELECTED) != 0;
+        if (nowSelected) onToolSelection(opaque(window));
+    }
+}
 
 LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case WM_COMMAND:
         onToolCommand(opaque(window), LOWORD(wParam));
         if (toolTakesKeys(opaque(window))) SetFocus(window); // the button has it after a click
+        return 0;
+    case WM_NOTIFY:
+        onTable(window, lParam);
         return 0;
     case WM_KEYDOWN:
         onToolKey(opaque(window), wParam);
@@ -51,10 +78,32 @@ static ToolControlClass classOf(ToolControl::Kind kind) {
         return {L"EDIT", WS_TABSTOP | WS_BORDER | ES_AUTOHSCROLL};
     case ToolControl::Kind::Button:
         return {L"BUTTON", WS_TABSTOP | BS_PUSHBUTTON};
+    case ToolControl::Kind::Check:
+        return {L"BUTTON", WS_TABSTOP | BS_AUTOCHECKBOX};
+    case ToolControl::Kind::Table:
+        return {WC_LISTVIEWW, WS_TABSTOP | WS_BORDER | LVS_REPORT | LVS_OWNERDATA | LVS_SINGLESEL |
+                                  LVS_SHOWSELALWAYS | LVS_NOSORTHEADER};
     case ToolControl::Kind::Label:
         break;
     }
     return {L"STATIC", SS_LEFT | SS_CENTERIMAGE};
+}
+
+// "name:width" each, with blanks between them.
+static void makeColumns(HWND table, const char* columns) {
+    ListView_SetExtendedListViewStyle(table, LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
+    std::istringstream words(columns);
+    int index = 0;
+    for (std::string word; words >> word; ++index) {
+        const size_t colon = word.find(':');
+        std::string name = word.substr(0, colon);
+        LVCOLUMNA column{};
+        column.mask = LVCF_TEXT | LVCF_WIDTH;
+        column.pszText = name.data();
+        column.cx = std::stoi(word.substr(colon + 1));
+        SendMessageA(table, LVM_INSERTCOLUMNA, static_cast<WPARAM>(index),
+                     reinterpret_cast<LPARAM>(&column));
+    }
 }
 
 static HWND createControl(HWND window, const ToolControl& control) {
@@ -65,7 +114,10 @@ static HWND createControl(HWND window, const ToolControl& control) {
                                 GetModuleHandleW(nullptr), nullptr);
     SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT)),
                  FALSE);
-    SetWindowTextA(made, control.text);
+    if (control.kind == ToolControl::Kind::Table)
+        makeColumns(made, control.text);
+    else
+        SetWindowTextA(made, control.text);
     return made;
 }
 
@@ -85,6 +137,44 @@ WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl*
     UpdateWindow(window);
     SetFocus(firstEdit ? native(*firstEdit) : window);
     return opaque(window);
+}
+
+static HWND toolItem(WindowHandle window, int id) {
+    return window ? GetDlgItem(native(window), id) : nullptr;
+}
+
+void setToolText(WindowHandle window, int id, const char* text) {
+    if (HWND item = toolItem(window, id)) SetWindowTextA(item, text);
+}
+
+void showToolControl(WindowHandle window, int id, bool shown) {
+    if (HWND item = toolItem(window, id)) ShowWindow(item, shown ? SW_SHOW : SW_HIDE);
+}
+
+void checkInTool(WindowHandle window, int id, bool checked) {
+    if (window) CheckDlgButton(native(window), id, checked ? BST_CHECKED : BST_UNCHECKED);
+}
+
+bool isCheckedInTool(WindowHandle window, int id) {
+    return window && IsDlgButtonChecked(native(window), id) == BST_CHECKED;
+}
+
+void fillToolTable(WindowHandle window, int id, int rows, int selected) {
+    HWND table = toolItem(window, id);
+    if (!table) return;
+    ListView_SetItemCountEx(table, rows, LVSICF_NOSCROLL);
+    ListView_SetItemState(table, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    if (selected >= 0) {
+        ListView_SetItemState(table, selected, LVIS_SELECTED | LVIS_FOCUSED,
+                              LVIS_SELECTED | LVIS_FOCUSED);
+        ListView_EnsureVisible(table, selected, FALSE);
+    }
+    InvalidateRect(table, nullptr, FALSE);
+}
+
+int selectedInToolTable(WindowHandle window, int id) {
+    HWND table = toolItem(window, id);
+    return table ? ListView_GetNextItem(table, -1, LVNI_SELECTED) : -1;
 }
 
 void raiseToolWindow(WindowHandle window) {

@@ -170,12 +170,40 @@ WindowHandle createToolWindow(const wchar_t* title, int, const ToolControl* cont
         const bool fits = controls[i].x + controls[i].width <= toolClient.width &&
                           controls[i].y + controls[i].height <= toolClient.height;
         EXPECT_TRUE(fits) << controls[i].text;
+        if (controls[i].id != 0) window->texts[controls[i].id] = controls[i].text;
         if (controls[i].kind != ToolControl::Kind::Edit) continue;
         *edits = addWindow({1, 1});
         window->edits.push_back(*edits++);
     }
     toolWindows.push_back(window);
     return window;
+}
+
+void setToolText(WindowHandle window, int id, const char* text) {
+    if (window) window->texts[id] = text;
+}
+
+void showToolControl(WindowHandle window, int id, bool shown) {
+    if (window) window->hidden[id] = !shown;
+}
+
+void checkInTool(WindowHandle window, int id, bool checked) {
+    if (window) window->checked[id] = checked;
+}
+
+bool isCheckedInTool(WindowHandle window, int id) {
+    return window && window->checked[id];
+}
+
+void fillToolTable(WindowHandle window, int, int rows, int selected) {
+    if (!window) return;
+    window->tableRows = rows;
+    window->selectedRow = selected;
+    onToolSelection(window);
+}
+
+int selectedInToolTable(WindowHandle window, int) {
+    return window ? window->selectedRow : -1;
 }
 
 void raiseToolWindow(WindowHandle) {}

@@ -23,7 +23,11 @@ struct NativeWindow {
     NativeBitmap client;
     int timesPainted = 0;
     std::string text;
-    std::vector<NativeWindow*> edits; // of a tool window
+    // Of a tool window; by control id.
+    std::vector<NativeWindow*> edits;
+    std::map<int, std::string> texts;
+    std::map<int, bool> hidden, checked;
+    int tableRows = 0, selectedRow = -1;
 };
 
 struct NativeContext {

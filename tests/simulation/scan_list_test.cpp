@@ -53,6 +53,7 @@ protected:
                      post(messageClose);
                  });
              });
+        answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
         EXPECT_EQ(runProgram(1), 0);
     }
 
