@@ -1,0 +1,137 @@
+// A night of scans of the real program: put together in its window, cut off by a kill, gone on
+// with.
+#include "tests/window/program_run.h"
+#include "virtual_lab/lab.h"
+
+#include <cmath>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+class ScanListWindow : public ProgramRun {
+protected:
+    void start() {
+        const LabPixel spot = labSpotPixel();
+        char line[200];
+        std::snprintf(line, sizeof line,
+                      "step:4.0, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
+                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
+                      spot.column, spot.row);
+        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+        const fs::path desk = layDesk(true);
+        program = startProgram(desk);
+        ASSERT_TRUE(awaitMainWindow(program, patiently));
+        ASSERT_TRUE(awaitPicture());
+    }
+
+    void openList() {
+        command(program, idScanList);
+        ASSERT_TRUE(await([&] { return (list = topWindow(program, "IV")) != nullptr; }, quickly));
+        ASSERT_TRUE(await([&] { return GetDlgItem(list, idListStart) != nullptr; }, quickly));
+    }
+    HWND item(int id) const { return GetDlgItem(list, id); }
+    void press(int id) const { PostMessageW(list, WM_COMMAND, static_cast<WPARAM>(id), 0); }
+
+    int rows() const { return static_cast<int>(SendMessageW(item(idListTable), 0x1004, 0, 0)); }
+
+    // The selected row is copied, and the copy gets that bias.
+    void copyWithBias(const char* volts) {
+        const int before = rows();
+        press(idListCopy);
+        ASSERT_TRUE(await([&] { return rows() == before + 1; }, quickly));
+        constexpr int bias = idListEdit + 6;
+        ASSERT_EQ(textOf(item(idListLabel + 6)), "Bias (V)");
+        SendMessageA(item(bias), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(volts));
+        press(idListTake);
+    }
+    void addArea(int left, int top, int right, int bottom) {
+        ASSERT_NO_FATAL_FAILURE(selectArea(left, top, right, bottom));
+        const int before = rows();
+        press(idListAddArea);
+        ASSERT_TRUE(await([&] { return rows() == before + 1; }, quickly));
+    }
+
+    static std::string record() {
+        for (const std::string& name : filesIn(dataRoot() / "Scan lists"))
+            if (name.starts_with("night-")) return contentOf(dataRoot() / "Scan lists" / name);
+        return {};
+    }
+    // The folder of a row, as its last line in the record has it.
+    static fs::path folderOf(int row) {
+        std::istringstream lines(record());
+        fs::path folder;
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.starts_with(std::to_string(row) + "\t1\t")) continue;
+            if (line.find("\tfinished") == std::string::npos) continue;
+            std::string name = line.substr(line.rfind('\t') + 1);
+            if (name.ends_with('\r')) name.pop_back();
+            folder = dataRoot() / name;
+        }
+        return folder;
+    }
+
+    // Each cell against the sample; the area by its corners on the picture, in pixels.
+    static void expectMap(int row, int left, int bottom, double biasVolts) {
+        ASSERT_NE(folderOf(row), fs::path()) << row << "\n" << record();
+        std::vector<std::vector<double>> map;
+        for (const std::string& name : filesIn(folderOf(row)))
+            if (name.starts_with("Kestrel(")) map = readMap(folderOf(row) / name);
+        ASSERT_GE(map.size(), 3u) << folderOf(row);
+        for (size_t r = 0; r < map.size(); ++r)
+            for (size_t column = 0; column < map[r].size(); ++column) {
+                const double x = (left - labCentreColumn) * labUmPerPixel + 3 +
+                                 4.0 * static_cast<double>(column);
+                const double y = (labCentreRow - bottom) * labUmPerPixel + 2 +
+                                 4.0 * static_cast<double>(map.size() - 1 - r);
+                double least = 9e9, most = -9e9;
+                for (double dx : {-0.1, 0.0, 0.1})
+                    for (double dy : {-0.1, 0.0, 0.1})
+                        for (double z : {0.0, 0.4, 0.8}) {
+                            const double uA =
+                                1e6 * expectedCurrent(x + dx, y + dy, 4.0, z, biasVolts);
+                            least = std::min(least, uA);
+                            most = std::max(most, uA);
+                        }
+                EXPECT_GE(map[r][column], least - 0.01) << row << ": " << column << ", " << r;
+                EXPECT_LE(map[r][column], most + 0.01) << row << ": " << column << ", " << r;
+            }
+    }
+
+    HWND list = nullptr;
+};
+
+TEST_F(ScanListWindow, GoesOnWithTheNightThatAKillCutOff) {
+    ASSERT_NO_FATAL_FAILURE(start());
+    ASSERT_NO_FATAL_FAILURE(openList());
+    SendMessageA(item(idListName), WM_SETTEXT, 0, reinterpret_cast<LPARAM>("night"));
+    ASSERT_NO_FATAL_FAILURE(addArea(550, 480, 660, 570));
+    ASSERT_NO_FATAL_FAILURE(copyWithBias("0.4"));
+    ASSERT_NO_FATAL_FAILURE(addArea(630, 420, 740, 510));
+    ASSERT_NO_FATAL_FAILURE(copyWithBias("0.4"));
+    press(idListAddSweep);
+    ASSERT_TRUE(await([&] { return rows() == 5; }, quickly));
+    press(idListStart);
+    ASSERT_NO_FATAL_FAILURE(
+        answer("Scan area checking", "Hysteresis compensated. Is it okay?", "Yes No", IDYES));
+    ASSERT_TRUE(
+        await([&] { return textOf(program.window).find("row 2 of 5") != std::string::npos; },
+              2 * patiently));
+    ASSERT_TRUE(await([&] { return percentDone() >= 40; }, patiently));
+    endProgram(program);
+
+    ASSERT_NO_FATAL_FAILURE(start());
+    EXPECT_TRUE(awaitText(information(), "A list was cut off: 1 of 5 rows", quickly));
+    command(program, idContinueList);
+    const Box box = awaitBox(program, quickly);
+    EXPECT_NE(box.text.find("1 of 5 rows are measured. Go on?"), std::string::npos) << box.text;
+    ASSERT_TRUE(answerBox(box, IDYES));
+    ASSERT_TRUE(
+        await([&] { return record().find("Scan list finished: 5 of 5") != std::string::npos; },
+              5 * patiently))
+        << record();
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
+    for (const int row : {1, 2}) expectMap(row, 550, 570, row == 1 ? 0.0 : 0.4);
+    for (const int row : {3, 4}) expectMap(row, 630, 510, row == 3 ? 0.0 : 0.4);
+    EXPECT_FALSE(fs::exists(dataRoot() / "Scan lists" / "Unfinished.txt"));
+    EXPECT_NE(record().find("continued after it was cut off"), std::string::npos) << record();
+}
