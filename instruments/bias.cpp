@@ -141,7 +141,11 @@ void readBiasLeftOn() {
         if (words >> left.first && isInstrumentKind(left.first) &&
             instrumentKind(left.first).applyBias) {
             words >> left.second;
-            bias.leftElsewhere.insert(left);
+            // A kind with but one place is at it before it is opened.
+            if (left == selectedPlace())
+                bias.state = BiasState::Unsure;
+            else
+                bias.leftElsewhere.insert(left);
         }
     }
     showWhetherOneIsLost();

@@ -118,7 +118,8 @@ bool beginListRecord(ListPlace& place) {
 bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::string& started,
                const std::string& ended, const std::string& folder, const std::string& how) {
     const ListRow& of = place.list.rows[row];
-    std::string line = formatted("%zu\t%d\t%s\t", row + 1, repeat, nameOf(of.kind));
+    std::string line =
+        formatted("%d\t%d\t%s\t", static_cast<int>(row + 1), repeat, nameOf(of.kind));
     for (const std::string& cell : {started, ended, how}) {
         line += inOneCell(cell);
         line += '\t';
@@ -137,7 +138,7 @@ bool recordEvent(const ListPlace& place, const std::string& words) {
 
 bool keepDone(ListPlace& place, size_t row) {
     ++place.done[row];
-    return append(pathOf(unfinishedName), formatted("%s%zu.\n", doneMark, row));
+    return append(pathOf(unfinishedName), formatted("%s%d.\n", doneMark, static_cast<int>(row)));
 }
 
 void forgetUnfinishedList() {

@@ -42,6 +42,11 @@ double byProgram(const StageAxis& axis, double ofController_) {
     return ofController_ - ofController(axis, 0.0);
 }
 
+// As the operator counts.
+int numberOf(size_t row) {
+    return static_cast<int>(row + 1);
+}
+
 std::string nowText() {
     return timeText(localTime());
 }
@@ -187,6 +192,7 @@ std::optional<Outcome> ListRun::continueMap(const std::string& where) {
         const RunningProcess running;
         setField(Field::StartButton, "Stop");
         Outcome outcome{.end = ProcessEnd::Declined, .lastWords = "Not continued"};
+        scan->map.conditions->consent = Consent::GivenBefore; // by whoever let the list go on
         if (takeOverScan(std::move(*scan))) {
             if (scanSettings.confocalEnabled) connectMissingCamera();
             showMapWindow(channelPhotocurrent);
@@ -250,12 +256,11 @@ std::string ListRun::endOfList() const {
 
 Outcome ListRun::measure(size_t row, int32_t repeat) {
     const ListRow& of = place.list.rows[row];
-    const std::string where =
-        place.list.name + formatted(", row %zu of %zu, repeat %d of %.0f", row + 1,
-                                    place.list.rows.size(), repeat, of.repeats);
+    const int number = numberOf(row), all = static_cast<int>(place.list.rows.size());
+    const std::string where = place.list.name + formatted(", row %d of %d, repeat %d of %.0f",
+                                                          number, all, repeat, of.repeats);
     underWay = where;
-    titleList(formatted("row %zu of %zu, list ends %s", row + 1, place.list.rows.size(),
-                        endOfList().c_str()));
+    titleList(formatted("row %d of %d, list ends %s", number, all, endOfList().c_str()));
     logEvent("List: " + where);
     startedMs = tickCountMs();
     session.stopRequested = 0;
@@ -313,9 +318,10 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
     const ListRow& of = place.list.rows[row];
     if (!hasFailed(outcome, of.kind == ListKind::Map ? of.columns * of.rows : 1e9)) return true;
     failed.insert(row);
-    announce(Severity::Trouble, formatted("List: row %zu failed, ", row + 1) + outcome.words());
+    announce(Severity::Trouble,
+             formatted("List: row %d failed, ", numberOf(row)) + outcome.words());
     if (place.list.goesOnAfterFailure) return true;
-    endedBy = formatted("Row %zu failed", row + 1);
+    endedBy = formatted("Row %d failed", numberOf(row));
     end = ProcessEnd::Stopped;
     return false;
 }
@@ -347,9 +353,9 @@ Outcome ListRun::run() {
         show(*row, "runs");
         const Outcome outcome = measure(*row, repeat);
         const std::string trouble = troubleLine(outcome);
-        say(recordRow(
-            place, *row, repeat, started, nowText(), fileNameOf(dataFolders.sessionFolder),
-            std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble)));
+        say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
+                      std::string(nameOf(outcome.end)) +
+                          (trouble == "none" ? "" : ", " + trouble)));
         show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble));
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;

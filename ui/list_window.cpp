@@ -79,7 +79,7 @@ ListRow* selectedRow() {
 }
 
 std::string shortText(double value) {
-    return formatted("%.10g", value);
+    return formatted(std::fabs(value) >= 1000.0 ? "%.9g" : "%.6g", value);
 }
 
 // The fields of a kind: its numbers, and Z at the end, which is none of them.

@@ -1,7 +1,6 @@
 // The tool windows as the system sees them. What the measurements draw there is not drawn again.
 #include "window/tool_window_class.h"
 
-#include "platform/text_format.h"
 #include "platform/win32/handles.h"
 #include "screen/screen.h"
 #include "ui/tool_windows.h"
@@ -9,19 +8,22 @@
 
 #include <commctrl.h>
 
-#include <cstdio>
-#include <cstring>
+#include <algorithm>
+#include <cwchar>
 #include <sstream>
 #include <string>
 
 // A table asks for the text of a cell that it is about to show, and tells that a row is selected.
 static void onTable(HWND window, LPARAM lParam) {
     const auto* header = reinterpret_cast<NMHDR*>(lParam);
-    if (header->code == LVN_GETDISPINFOA) {
-        auto& item = reinterpret_cast<NMLVDISPINFOA*>(lParam)->item;
-        if ((item.mask & LVIF_TEXT) == 0) return;
+    if (header->code == LVN_GETDISPINFOW) {
+        LVITEMW& item = reinterpret_cast<NMLVDISPINFOW*>(lParam)->item;
+        if ((item.mask & LVIF_TEXT) == 0 || item.cchTextMax < 1) return;
         const std::string text = onToolTable(opaque(window), item.iItem, item.iSubItem);
-        std::snprintf(item.pszText, static_cast<size_t>(item.cchTextMax), "%s", text.c_str());
+        const auto room = static_cast<size_t>(item.cchTextMax - 1);
+        const std::wstring wide(
+            text.begin(), text.begin() + static_cast<std::ptrdiff_t>(std::min(text.size(), room)));
+        std::wmemcpy(item.pszText, wide.c_str(), wide.size() + 1);
     }
     if (header->code == LVN_ITEMCHANGED) {
         const auto* change = reinterpret_cast<NMLISTVIEW*>(lParam);
@@ -36,6 +38,8 @@ LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, L
         onToolCommand(opaque(window), LOWORD(wParam));
         if (toolTakesKeys(opaque(window))) SetFocus(window); // the button has it after a click
         return 0;
+    case WM_NOTIFYFORMAT:
+        return NFR_UNICODE;
     case WM_NOTIFY:
         onTable(window, lParam);
         return 0;

@@ -10,6 +10,7 @@
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
 #include "session/process.h"
 #include "session/set_up.h"
 
@@ -158,6 +159,40 @@ TEST_F(ScanListTest, AStopAsksForTheRowOrTheList) {
     EXPECT_TRUE(recordOf(3)[5].starts_with("stopped"));
     EXPECT_TRUE(recordOf(4).empty());
     EXPECT_EQ(labLaserPwm(), 0);
+}
+
+// The disk as it was in the middle of the second row: that one goes on in its own folder.
+TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
+    std::string disk;
+    when(
+        [] {
+            return listUnderWay().starts_with("night, row 2 ") &&
+                   textIn(Field::Progress).starts_with("Mapping: 50%");
+        },
+        [&] { disk = copyDesktop(); });
+    runOver(fiveRows);
+    prepareWorld();
+    useAsDesktop(disk);
+    wallTime.day += 1;
+    when([] { return timerRuns(); },
+         [] {
+             EXPECT_EQ(textIn(Field::Information), "A list was cut off: 1 of 5 rows. \"File\", "
+                                                   "\"Continue last list\"");
+             postCommand(idContinueList);
+         });
+    answer("The list \"night\" was cut off: 1 of 5 rows are measured. Go on?\n\nThe stage goes to "
+           "where it stood at the list's start, and the row that was cut goes on.",
+           BoxAnswer::Yes);
+    when(
+        [] {
+            return record().find("Scan list finished") != std::string::npos && !processUnderWay();
+        },
+        [] { post(messageClose); });
+    EXPECT_EQ(runProgram(1), 0);
+    for (const int row : {1, 2, 3, 4}) expectTrueMap(row, row % 2 == 0 ? 0.4 : 0.0);
+    EXPECT_NE(SavedMap(recordOf(2)[6] + "/").condition("Continued"), "");
+    EXPECT_NE(record().find("continued after it was cut off"), std::string::npos);
+    EXPECT_NE(record().find("Scan list finished: 5 of 5 rows"), std::string::npos) << record();
 }
 
 TEST(ScanListFile, KeepsEveryRowAndSaysTheLineThatItCannotTake) {

@@ -535,6 +535,8 @@ TEST_F(InstrumentsTest, ABiasOutlivesTheProgramAndIsTakenOffAtTheNextStart) {
         bool off;
     } cases[] = {{3, 24, "", true},
                  {3, 24, "gpib absent", false},
+                 {4, 24, "", true},
+                 {4, 24, "k2450 refused", false},
                  {6, 24, "", true},
                  {6, 24, "analyzer refused", false},
                  {kindArduino, 24, "", false}}; // another kind was chosen in Config.txt
