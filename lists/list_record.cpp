@@ -17,6 +17,10 @@ constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
                nameMark[] = "#name ";
 
+std::wstring scanListFolder() {
+    return dataFolders.dataRoot + L"\\Scan lists";
+}
+
 std::wstring pathOf(const std::wstring& name) {
     return scanListFolder() + L"\\" + name;
 }
@@ -52,17 +56,12 @@ std::string inOneCell(std::string words) {
 
 } // namespace
 
-std::wstring scanListFolder() {
-    const std::wstring folder = dataFolders.dataRoot + L"\\Scan lists";
-    makeFolder(folder); // one that is there already is simply used
-    return folder;
-}
-
 std::wstring scanListPath(const std::string& name) {
     return pathOf(widened(name) + L".ini");
 }
 
 bool writeScanList(const ScanList& list) {
+    makeFolder(scanListFolder()); // one that is there already is simply used
     return writeDocument(scanListPath(list.name), textOf(list), L"w");
 }
 
@@ -98,6 +97,7 @@ int32_t ListPlace::measured() const {
 }
 
 bool beginListRecord(ListPlace& place) {
+    makeFolder(scanListFolder());
     const LocalTime now = localTime();
     const std::string stem = place.list.name + formatted("-%02d%02d%02d_%02d-%02d", now.year - 2000,
                                                          now.month, now.day, now.hour, now.minute);

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-std::wstring scanListFolder(); // made where it is not there
 std::wstring scanListPath(const std::string& name);
 
 // A list's own file. Reading: nothing, and `fault` says why, where it cannot be.

@@ -341,6 +341,8 @@ void ListRun::goHome(Outcome& told) {
 
 Outcome ListRun::run() {
     listProgress.hows.assign(place.list.rows.size(), "");
+    for (size_t row = 0; row < place.done.size(); ++row)
+        if (place.done[row] > 0) show(row, "measured before");
     while (const std::optional<size_t> row = place.next()) {
         const int32_t repeat = place.done[*row] + 1;
         if (!waitFor(*row, repeat)) {

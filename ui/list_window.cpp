@@ -79,7 +79,7 @@ ListRow* selectedRow() {
 }
 
 std::string shortText(double value) {
-    return formatted(std::fabs(value) >= 1000.0 ? "%.9g" : "%.6g", value);
+    return formatted("%.7g", std::fabs(value) < 1e-9 ? 0.0 : value); // of single numbers, too
 }
 
 // The fields of a kind: its numbers, and Z at the end, which is none of them.
@@ -114,6 +114,13 @@ std::string labelOf(const ListNumber* field) {
     return field->name;
 }
 
+// What the controllers count where the window, as the rest of the program, says 0 um.
+double zeroOf(const ListNumber* field) {
+    if (!field) return ofController(stageZ, 0.0);
+    if (field->value == &ListRow::xUm) return ofController(stageX, 0.0);
+    return field->value == &ListRow::yUm ? ofController(stageY, 0.0) : 0.0;
+}
+
 // Of the selected row into the edits.
 void showFields() {
     const ListRow* row = selectedRow();
@@ -127,9 +134,9 @@ void showFields() {
         if (!used) continue;
         setToolText(state.window, idListLabel + id, labelOf(fields[i]).c_str());
         if (fields[i])
-            setText(editFields + i, shortText(row->*fields[i]->value));
+            setText(editFields + i, shortText(row->*fields[i]->value - zeroOf(fields[i])));
         else
-            setText(editFields + i, row->zUm ? shortText(*row->zUm) : "");
+            setText(editFields + i, row->zUm ? shortText(*row->zUm - zeroOf(nullptr)) : "");
     }
 }
 
@@ -184,7 +191,8 @@ bool takeFields() {
     const std::vector<const ListNumber*> fields = fieldsOf(row->kind);
     for (size_t i = 0; i < fields.size(); ++i) {
         const std::string typed = text(editFields + i);
-        const std::optional<double> number = numberIn(typed);
+        std::optional<double> number = numberIn(typed);
+        if (number) *number += zeroOf(fields[i]);
         if (!number && !(typed.empty() && !fields[i])) {
             tell(labelOf(fields[i]) + ": \"" + typed + "\" is no number");
             return false;
