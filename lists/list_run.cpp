@@ -276,8 +276,7 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
     ensureSessionFolder(dataFolders);
     if (const std::string why = whyNotMeasured(of); !why.empty()) return declined(why);
     kind = of.kind;
-    const Outcome outcome =
-        of.kind == ListKind::Map ? measureMap(of, where) : measureCurve(of, where);
+    Outcome outcome = of.kind == ListKind::Map ? measureMap(of, where) : measureCurve(of, where);
     kind.reset();
     return outcome;
 }
@@ -388,15 +387,15 @@ Outcome ListRun::run() {
 } // namespace
 
 std::string whyNotMeasured(const ListRow& row) {
-    if (const std::string why = faultIn(row); !why.empty()) return why;
+    if (std::string why = faultIn(row); !why.empty()) return why;
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
     const double right = map ? x + (row.columns - 1) * row.stepUm : x;
     const double top = map ? y + (row.rows - 1) * row.stepUm : y;
     for (const double to : {x, right})
-        if (const std::string why = beyondLimit(stageX, to); !why.empty()) return why;
+        if (std::string why = beyondLimit(stageX, to); !why.empty()) return why;
     for (const double to : {y, top})
-        if (const std::string why = beyondLimit(stageY, to); !why.empty()) return why;
+        if (std::string why = beyondLimit(stageY, to); !why.empty()) return why;
     if (row.zUm) return beyondLimit(stageZ, byProgram(stageZ, *row.zUm));
     return {};
 }
@@ -421,9 +420,9 @@ Outcome continueScanList(ListPlace place) {
             moveTo(stageZ, z);
     }
     if (!there) {
-        const Outcome told{.end = ProcessEnd::Declined,
-                           .lastWords = "Not continued: the stage did not come to where the list "
-                                        "began"};
+        Outcome told{.end = ProcessEnd::Declined,
+                     .lastWords = "Not continued: the stage did not come to where the list "
+                                  "began"};
         showInformation(told.lastWords.c_str());
         return told;
     }
@@ -441,8 +440,8 @@ Outcome startScanList(const ScanList& list) {
                     .homeY = ofController(stageY, stageY.positionUm),
                     .homeZ = ofController(stageZ, stageZ.positionUm)};
     if (!beginListRecord(place)) {
-        const Outcome told{.end = ProcessEnd::Declined,
-                           .lastWords = "Not started: the list's record cannot be written"};
+        Outcome told{.end = ProcessEnd::Declined,
+                     .lastWords = "Not started: the list's record cannot be written"};
         showInformation(told.lastWords.c_str());
         return told;
     }

@@ -99,7 +99,7 @@ std::string takeRow(ListRow& row, const std::string& value) {
             row.on = false;
             continue;
         }
-        if (const std::string fault = takeWord(row, word); !fault.empty()) return fault;
+        if (std::string fault = takeWord(row, word); !fault.empty()) return fault;
     }
     return faultIn(row);
 }

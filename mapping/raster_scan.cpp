@@ -659,16 +659,16 @@ std::string beyondLimit(const ScanPlan& plan) {
     const double lastX = plan.firstXUm() + (plan.area.cols - 1) * plan.area.scanStep;
     const double lastY = plan.firstYUm() + (plan.area.rows - 1) * plan.area.scanStep;
     for (const double x : {plan.firstXUm() - plan.runInUm(), lastX})
-        if (const std::string why = beyondLimit(stageX, x); !why.empty()) return why;
+        if (std::string why = beyondLimit(stageX, x); !why.empty()) return why;
     for (const double y : {plan.firstYUm(), lastY})
-        if (const std::string why = beyondLimit(stageY, y); !why.empty()) return why;
+        if (std::string why = beyondLimit(stageY, y); !why.empty()) return why;
     return {};
 }
 
 // Empty when it can be; takes over what is set at the instrument.
 std::string whyNotStarted(ScanPlan& plan) {
     if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
-    if (const std::string why = beyondLimit(plan); !why.empty()) return why;
+    if (std::string why = beyondLimit(plan); !why.empty()) return why;
     return askSettings(plan) ? "" : "the instrument does not say what is set at it";
 }
 

@@ -123,7 +123,7 @@ bool isCheckedInTool(WindowHandle window, int id);
 // A table has so many rows now, and all of them may be others; one is selected, -1: none.
 void fillToolTable(WindowHandle window, int id, int rows, int selected);
 int selectedInToolTable(WindowHandle window, int id); // -1: none
-void raiseToolWindow(WindowHandle window); // to the front, to type into
+void raiseToolWindow(WindowHandle window);            // to the front, to type into
 
 // The text of any window, up to `capacity` - 1 characters; nothing for null.
 std::string windowText(WindowHandle window, int capacity);

@@ -212,9 +212,9 @@ bool takeFields() {
 
 void insertRow(const ListRow& row) {
     if (state.list.rows.size() == mostListRows) return tell("A list has at most 10000 rows");
-    const auto at = static_cast<size_t>(state.selected + 1);
-    state.list.rows.insert(state.list.rows.begin() + static_cast<std::ptrdiff_t>(at), row);
-    showRows(static_cast<int>(at));
+    const int at = state.selected + 1;
+    state.list.rows.insert(state.list.rows.begin() + at, row);
+    showRows(at);
 }
 
 // With the program's present settings, where the stage stands.

@@ -533,12 +533,9 @@ TEST_F(InstrumentsTest, ABiasOutlivesTheProgramAndIsTakenOffAtTheNextStart) {
         int kind, gpibAddress;
         const char* fault; // at the next start
         bool off;
-    } cases[] = {{3, 24, "", true},
-                 {3, 24, "gpib absent", false},
-                 {4, 24, "", true},
-                 {4, 24, "k2450 refused", false},
-                 {6, 24, "", true},
-                 {6, 24, "analyzer refused", false},
+    } cases[] = {{3, 24, "", true},           {3, 24, "gpib absent", false},
+                 {4, 24, "", true},           {4, 24, "k2450 refused", false},
+                 {6, 24, "", true},           {6, 24, "analyzer refused", false},
                  {kindArduino, 24, "", false}}; // another kind was chosen in Config.txt
     answerOthers = [](const ShownBox&) { return BoxAnswer::Ok; };
     for (const auto& each : cases) {
