@@ -34,7 +34,7 @@ struct CameraState {
     int32_t cameraAperture = 5;
     // What the continuous routines last read: gain in whole units, exposure in whole milliseconds.
     int32_t lastAutoGain = 0, lastAutoExposureMs = 0;
-    int32_t blueOnly = 0;     // the picture shows its blue alone
+    int32_t blueOnly = 0;     // the picture shows its blue alone; a grey one has none and stays
     PicturePoint laserOffset; // where the laser spot lies on the picture; kept between runs
 };
 

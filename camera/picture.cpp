@@ -32,10 +32,15 @@ template <Mosaic mosaic> Cell cellOf(uint8_t a, uint8_t b, uint8_t c, uint8_t d)
     return {mean, mean, mean, mean};
 }
 
+// A grey picture has no blue of its own: it stays whole.
+template <Mosaic mosaic> bool showsBlueOnly() {
+    return mosaic != Mosaic::Grey && cameraState.blueOnly != 0;
+}
+
 template <Mosaic mosaic> Cell cellAt(const uint8_t* raw, int32_t index, int32_t width) {
     const Cell cell =
         cellOf<mosaic>(raw[index], raw[index + 1], raw[index + width], raw[index + width + 1]);
-    return cameraState.blueOnly ? Cell{0, 0, 0, cell.blue} : cell;
+    return showsBlueOnly<mosaic>() ? Cell{0, 0, 0, cell.blue} : cell;
 }
 
 void putCell(uint8_t* out, Cell cell) {
@@ -59,6 +64,11 @@ __attribute__((target("avx2"))) inline __m256i halfSum(__m256i x, __m256i y) {
     return _mm256_srli_epi16(_mm256_add_epi16(x, y), 1);
 }
 
+// Of the two bytes of each 16 bits.
+__attribute__((target("avx2"))) inline __m256i pairSums(__m256i bytes) {
+    return _mm256_maddubs_epi16(bytes, _mm256_set1_epi8(1));
+}
+
 // Converts `count` cells of one row pair, a multiple of cellsAtOnce. A little-endian 16-bit load of
 // a raw row holds the cell's left pixel low and its right one high.
 template <Mosaic mosaic>
@@ -70,9 +80,9 @@ __attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t
     const __m256i keptOthers = blue ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
     for (int32_t cell = 0; cell < count; cell += cellsAtOnce) {
         // The next row pair and the next row of the picture, which lies before this one: both come
-        // from memory, and their rows are too short for the processor to see where they go on.
-        __builtin_prefetch(upper + 2 * cell + 2 * width);
-        __builtin_prefetch(upper + 2 * cell + 3 * width);
+        // from memory, and their rows are too short for the processor to see where they go on. Each
+        // line once, in their order in memory: asked for twice it costs a quarter of the time.
+        __builtin_prefetch(upper + 2 * width + 4 * cell);
         __builtin_prefetch(out + 4 * cell - outWidth, 1);
         const __m256i top = load(upper + 2 * cell);
         const __m256i bottom = load(upper + width + 2 * cell);
@@ -83,11 +93,13 @@ __attribute__((target("avx2"))) void convertAtOnce(const uint8_t* upper, uint8_t
         if constexpr (mosaic == Mosaic::GR) red = b, green = halfSum(a, d), blueLow = c;
         if constexpr (mosaic == Mosaic::GB) red = c, green = halfSum(a, d), blueLow = b;
         if constexpr (mosaic == Mosaic::BG) red = d, green = halfSum(b, c), blueLow = a;
-        if constexpr (mosaic == Mosaic::Grey)
-            red = green = blueLow = _mm256_srli_epi16(
-                _mm256_add_epi16(_mm256_add_epi16(a, b), _mm256_add_epi16(c, d)), 2);
-        red = _mm256_and_si256(red, keptOthers);
-        green = _mm256_and_si256(green, keptOthers);
+        if constexpr (mosaic == Mosaic::Grey) {
+            red = green = blueLow =
+                _mm256_srli_epi16(_mm256_add_epi16(pairSums(top), pairSums(bottom)), 2);
+        } else {
+            red = _mm256_and_si256(red, keptOthers);
+            green = _mm256_and_si256(green, keptOthers);
+        }
         const __m256i blueGreen = _mm256_or_si256(_mm256_slli_epi16(green, 8), blueLow);
         // Interleaving works in halves of a register: pixels 0-3 and 8-11, then 4-7 and 12-15.
         const __m256i outer = _mm256_unpacklo_epi16(blueGreen, red);
@@ -118,8 +130,7 @@ template <Mosaic mosaic> void convert(const CameraImage& image, const uint8_t* r
         int32_t converted = 0;
         if (canConvertAtOnce()) {
             converted = sound / cellsAtOnce * cellsAtOnce;
-            convertAtOnce<mosaic>(raw + source, target, width, converted,
-                                  cameraState.blueOnly != 0);
+            convertAtOnce<mosaic>(raw + source, target, width, converted, showsBlueOnly<mosaic>());
         }
         for (int32_t cell = converted; cell < seen.width; ++cell) {
             const int32_t from = whole ? std::min(source + 2 * cell, cutOff) : source + 2 * cell;

@@ -73,6 +73,7 @@ void resetProgram() {
     laserLink = {};
     instrumentLink = {};
     cameraState = CameraState();
+    shapeFrames(cameraImage, 2 * imageWidth, 2 * imageHeight, Mosaic::RG);
     std::memset(cameraImage.pixels.get(), 0, cameraImage.byteCount);
     display = {};
     releaseWideView();

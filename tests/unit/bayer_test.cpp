@@ -4,6 +4,7 @@
 #include "tests/doubles/doubles.h"
 
 #include <random>
+#include <string>
 #include <vector>
 
 namespace {
@@ -43,6 +44,62 @@ TEST_F(BayerTest, EqualsTheRuleOnEveryByte) {
         convertBayerFrame(cameraImage, raw.data(), converted.data());
         EXPECT_TRUE(converted == expected) << "blue only: " << blue;
     }
+}
+
+// The colours of a cell, its upper row first; W is a pixel without a filter. What the mean of those
+// pixels of a cell is that have a colour is worked out from these letters alone.
+struct Order {
+    Mosaic mosaic;
+    const char* cell;
+};
+
+int meanOf(const std::vector<uint8_t>& raw, int width, int x, int y, const char* cell,
+           char colour) {
+    int sum = 0, count = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (cell[i] != colour && cell[i] != 'W') continue;
+        sum += raw[static_cast<size_t>((y + i / 2) * width + x + i % 2)];
+        ++count;
+    }
+    return sum / count;
+}
+
+// Pictures smaller than the display's stand in its middle, an odd last row or column is left out,
+// and no byte beside that is written: neither a fourth one nor one of the black frame.
+TEST_F(BayerTest, EveryOrderAndSizeGivesItsColoursInTheMiddle) {
+    constexpr Order orders[] = {{Mosaic::RG, "RGGB"},
+                                {Mosaic::GR, "GRBG"},
+                                {Mosaic::GB, "GBRG"},
+                                {Mosaic::BG, "BGGR"},
+                                {Mosaic::Grey, "WWWW"}};
+    constexpr int sizes[][2] = {{2464, 2056}, {641, 483}, {34, 2056}, {2464, 2}};
+    std::minstd_rand random(2);
+    for (const auto& [mosaic, cell] : orders)
+        for (const auto& [width, height] : sizes)
+            for (const int32_t blue : {0, 1}) {
+                // The corner of a whole RG frame has its own rule, above.
+                if (mosaic == Mosaic::RG && width == 2464 && height == 2056) continue;
+                SCOPED_TRACE(std::string(cell) + " " + std::to_string(width) + "x" +
+                             std::to_string(height) + (blue ? " blue" : ""));
+                cameraState.blueOnly = blue;
+                shapeFrames(cameraImage, width, height, mosaic);
+                std::vector<uint8_t> raw(static_cast<size_t>(width * height));
+                for (uint8_t& byte : raw) byte = static_cast<uint8_t>(random() >> 8);
+                std::vector<uint8_t> expected(cameraImage.byteCount, 0xA5), made = expected;
+                for (int y = 0; y + 1 < height; y += 2)
+                    for (int x = 0; x + 1 < width; x += 2) {
+                        const int column = (1232 - width / 2) / 2 + x / 2;
+                        const int row = (1028 - height / 2) / 2 + height / 2 - 1 - y / 2;
+                        uint8_t* pixel = &expected[static_cast<size_t>(4 * (row * 1232 + column))];
+                        for (const char colour : {'B', 'G', 'R'}) {
+                            const bool shown = !blue || colour == 'B' || mosaic == Mosaic::Grey;
+                            *pixel++ = static_cast<uint8_t>(
+                                shown ? meanOf(raw, width, x, y, cell, colour) : 0);
+                        }
+                    }
+                convertBayerFrame(cameraImage, raw.data(), made.data());
+                EXPECT_TRUE(made == expected);
+            }
 }
 
 TEST_F(BayerTest, ReadersClampToThePicture) {
