@@ -57,23 +57,24 @@ struct ChannelSums {
 };
 
 // Columns from left to right, each from the bottom up: the sums depend on the order. Pixels beyond
-// the picture count as those at its edge.
+// what the camera sees count as those at its edge.
 ChannelSums weightedSums(const uint8_t* pixels, PicturePoint centre) {
     static const std::array<double, side* side> weights = squaredDistances();
-    const auto clamped = [](int64_t value, int32_t count) {
-        return static_cast<size_t>(std::clamp<int64_t>(value, 0, count - 1));
+    const PictureArea& seen = cameraImage.seen;
+    const auto clamped = [](int64_t value, int32_t first, int32_t count) {
+        return static_cast<size_t>(std::clamp<int64_t>(value, first, first + count - 1));
     };
     std::array<size_t, side> rowOffsets;
     for (size_t row = 0; row < side; ++row)
-        rowOffsets[row] =
-            clamped(int64_t{centre.y} - halfSide + static_cast<int64_t>(row), imageHeight) *
-            static_cast<size_t>(imageWidth) * 4;
+        rowOffsets[row] = clamped(int64_t{centre.y} - halfSide + static_cast<int64_t>(row),
+                                  seen.bottom, seen.height) *
+                          static_cast<size_t>(imageWidth) * 4;
     ChannelSums sums;
     const double* weight = weights.data();
     for (size_t column = 0; column < side; ++column) {
         const uint8_t* top =
-            pixels +
-            4 * clamped(int64_t{centre.x} - halfSide + static_cast<int64_t>(column), imageWidth);
+            pixels + 4 * clamped(int64_t{centre.x} - halfSide + static_cast<int64_t>(column),
+                                 seen.left, seen.width);
         for (const size_t offset : rowOffsets) {
             const uint8_t* pixel = top + offset;
             sums.blue += pixel[0] / *weight;

@@ -6,6 +6,7 @@
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
+#include "session/announce.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
 #include "session/set_up.h"
@@ -55,7 +56,13 @@ Mosaic chooseFormat(const CBaslerUniversalInstantCamera& camera) {
         return each.mosaic;
     }
     // A library that does not know what the camera has is asked by trying.
-    camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    try {
+        camera.PixelFormat.SetValue(PixelFormat_BayerRG8);
+    } catch (const GenericException& refusal) {
+        throw GenericException(
+            std::string("The camera has none of BayerRG8, BayerGR8, BayerGB8, BayerBG8, Mono8: ") +
+            refusal.what());
+    }
     return Mosaic::RG;
 }
 
@@ -71,6 +78,14 @@ void takeShape(CameraState& state, const CBaslerUniversalInstantCamera& camera, 
                                          static_cast<int>(width), static_cast<int>(height)));
     shapeFrames(cameraImage, static_cast<int32_t>(width), static_cast<int32_t>(height), mosaic);
     state.frameBytes = cameraImage.width * cameraImage.height;
+    // Another camera's last frame must not be read as one of this camera's.
+    if (state.grabResult &&
+        state.grabResult->GetPayloadSize() != static_cast<size_t>(state.frameBytes)) {
+        state.frame = state.ownFrame.data();
+        state.grabResult.reset();
+    }
+    if (!cameraImage.sees(state.laserOffset.x, state.laserOffset.y))
+        announce(Severity::Trouble, "The laser spot lies beyond what the camera sees");
 }
 
 void openAutomatic(CameraState& state) {
