@@ -50,14 +50,15 @@ void pickLaserSpot(int x, int y) {
     const int row = imageHeight - y;
     if (!inPicture(x, row)) return;
     if (display.wideView) return showInformation("The laser spot is set on the live picture");
-    if (!cameraImage.sees(x, row)) return showInformation("The camera does not see that place");
-    if (askAtPoint(x, row, markRed, "Do you want to set the laser beam spot here?",
-                   BoxButtons::YesNo) == BoxAnswer::Yes) {
+    const bool seen = cameraImage.sees(x, row);
+    if (seen && askAtPoint(x, row, markRed, "Do you want to set the laser beam spot here?",
+                           BoxButtons::YesNo) == BoxAnswer::Yes) {
         cameraState.laserOffset = {x, row};
         keepSpot(x, row);
         computeScanArea(scanArea);
     }
     switchLiveView(LiveView::On); // the button has switched it off
+    if (!seen) showInformation("The camera does not see that place"); // behind a search's words
 }
 
 void moveToClickedPoint(int x, int y) {

@@ -468,14 +468,21 @@ void onLeftButtonDown(int x, int y) {
 
 namespace {
 
-// What the live picture does not show cannot be chosen: of a sensor that is smaller than it.
-void keepDragInSight() {
+// What the live picture does not show cannot be chosen: of a sensor that is smaller than it. False
+// when nothing of the drag is left.
+bool keepDragInSight() {
     PictureRectangle& drag = display.drawnRectangle;
     const PictureArea& seen = cameraImage.seen;
-    if (drag.viewScale != 1 || seen == PictureArea()) return;
-    const int32_t top = imageHeight - seen.bottom - seen.height;
-    for (int32_t* x : {&drag.x1, &drag.x2}) *x = std::clamp(*x, seen.left, seen.left + seen.width);
-    for (int32_t* y : {&drag.y1, &drag.y2}) *y = std::clamp(*y, top, top + seen.height);
+    if (drag.viewScale != 1 || seen == PictureArea()) return true;
+    const auto clip = [](int32_t& from, int32_t& to, int32_t least, int32_t extent) {
+        const int32_t most = least + extent;
+        if (std::max(from, to) < least || std::min(from, to) > most) return false;
+        from = std::clamp(from, least, most);
+        to = std::clamp(to, least, most);
+        return true;
+    };
+    return clip(drag.x1, drag.x2, seen.left, seen.width) &&
+           clip(drag.y1, drag.y2, imageHeight - seen.bottom - seen.height, seen.height);
 }
 
 } // namespace
@@ -484,17 +491,15 @@ void onLeftButtonUp(int x, int y) {
     if (!handState.dragging) return;
     handState.dragging = false;
     if (processUnderWay()) return redrawPicture(); // started while the button was held
-    int width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
-    int height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
-    if (std::max(width, height) > largestClickPx) {
-        keepDragInSight();
-        width = std::abs(display.drawnRectangle.x1 - display.drawnRectangle.x2);
-        height = std::abs(display.drawnRectangle.y1 - display.drawnRectangle.y2);
-        if (std::max(width, height) == 0) {
+    const PictureRectangle& drag = display.drawnRectangle;
+    const auto width = [&] { return std::abs(drag.x1 - drag.x2); };
+    const auto height = [&] { return std::abs(drag.y1 - drag.y2); };
+    if (std::max(width(), height()) > largestClickPx) {
+        if (!keepDragInSight()) {
             showInformation("The camera does not see that place");
             return redrawPicture();
         }
-        const bool selected = areaConfirmed(width, height) && !processUnderWay();
+        const bool selected = areaConfirmed(width(), height()) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
         if (selected) selectScanArea();
     } else if (handState.picksLaserSpot) {

@@ -152,6 +152,41 @@ TEST_F(CommandsTest, ASmallDragIsAClickALargerOneASelection) {
     EXPECT_EQ(savedImages[0].pixels[300 * 1232 + 300], 0x00FF00u);
 }
 
+// Of a sensor that is smaller than the picture: x from 456 to 776, y from 394 to 634.
+TEST_F(CommandsTest, WhatTheCameraDoesNotSeeCannotBeChosen) {
+    shapeFrames(cameraImage, 640, 480, Mosaic::Grey);
+    const std::string unseen = "The camera does not see that place";
+    postDrag(100, 450, 400, 500); // beside it, at its height
+    pump();
+    EXPECT_EQ(textIn(Field::Information), unseen);
+    EXPECT_EQ(scanArea.rectX2, 0);
+    answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+    postDrag(400, 300, 600, 500);
+    pump();
+    const ScanArea inSight = scanArea;
+    EXPECT_EQ(inSight.rectX1, 456);
+    EXPECT_EQ(inSight.rectY1, 394);
+    EXPECT_EQ(inSight.rectX2, 600);
+    EXPECT_EQ(inSight.rectY2, 500);
+
+    cameraState.laserOffset = {640, 500};
+    onCommand(idPickLaserSpot);
+    postClick(455, 500);
+    pump();
+    EXPECT_EQ(cameraState.laserOffset.x, 640);
+    EXPECT_EQ(textIn(Field::Information), unseen);
+    EXPECT_TRUE(timerRuns()) << "the live view stays off";
+
+    shapeFrames(cameraImage, 640, 480, Mosaic::Grey);
+    display.wideView = 1; // shows what the camera has seen elsewhere
+    display.wideFactor = 3;
+    answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+    postDrag(400, 300, 600, 500);
+    pump();
+    EXPECT_EQ(scanArea.rectX1, 400);
+    EXPECT_EQ(scanArea.rectY1, 300);
+}
+
 TEST_F(CommandsTest, NothingBeginsInsideAMove) {
     onLeftButtonDown(300, 300);
     whileDialogOpen = [] { ADD_FAILURE() << "the configuration opened"; };
