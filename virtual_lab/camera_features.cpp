@@ -26,13 +26,16 @@ static std::vector<LabFeature> initialFeatures() {
     using enum FeatureAge;
     const LabSetUp& setUp = lab.faults.setUp;
     const double wide = setUp.sensorWidth, high = setUp.sensorHeight;
-    // As delivered in twelve bits; of the eight it has those of its own mosaic.
+    // As delivered in twelve bits, the second. A colour camera offers grey pictures as well, and of
+    // the mosaics only its own: regions of interest start at even pixels, so that it stays (Basler,
+    // ace USB 3.0 user's manual AW00123402, 7.1.1 and its table of filter alignments).
     static const std::map<std::string, std::vector<const char*>> formatsOf = {
-        {"BayerRG8", {"BayerRG8", "BayerRG12"}},
-        {"BayerGR8", {"BayerGR8", "BayerGR12"}},
-        {"BayerGB8", {"BayerGB8", "BayerGB12"}},
-        {"BayerBG8", {"BayerBG8", "BayerBG12"}},
-        {"Mono8", {"Mono8", "Mono12"}}};
+        {"BayerRG8", {"BayerRG8", "BayerRG12", "Mono8"}},
+        {"BayerGR8", {"BayerGR8", "BayerGR12", "Mono8"}},
+        {"BayerGB8", {"BayerGB8", "BayerGB12", "Mono8"}},
+        {"BayerBG8", {"BayerBG8", "BayerBG12", "Mono8"}},
+        {"Mono8", {"Mono8", "Mono12"}},
+        {"Mono12", {"Mono12p", "Mono12"}}};
     const std::vector<const char*>& formats = formatsOf.at(setUp.pixelFormat);
     constexpr bool readOnly = true, fixed = true;
     const std::vector<const char*> none, modes = {"SingleFrame", "Continuous"},
@@ -52,6 +55,11 @@ static std::vector<LabFeature> initialFeatures() {
 
         {"OffsetX", Integer, Always, 0, 0, wide, none, false, fixed},
         {"OffsetY", Integer, Always, 0, 0, high, none, false, fixed},
+        // On, it keeps the offset in the middle at every size, and the offset cannot be written;
+        // the latest models have a command of another name (docs.baslerweb.com,
+        // center-x-and-center-y).
+        {"CenterX", Boolean, Always, setUp.centred ? 1.0 : 0.0, 0, 1, none, false, fixed},
+        {"CenterY", Boolean, Always, setUp.centred ? 1.0 : 0.0, 0, 1, none, false, fixed},
         {"Width", Integer, Always, wide, 16, wide, none, false, fixed},
         {"Height", Integer, Always, high, 16, high, none, false, fixed},
         {"PayloadSize", Integer, Always, 0, 0, 0, none, readOnly},
@@ -126,14 +134,36 @@ LabFeature* findFeature(const char* name) {
     return nullptr;
 }
 
+// Sizes and offsets come in steps, of colour sensors even ones (as above).
+int64_t cameraStep(std::string_view name) {
+    if (name.ends_with("Width") || name.ends_with("OffsetX")) return 4;
+    return name.ends_with("Height") || name.ends_with("OffsetY") ? 2 : 1;
+}
+
+static bool isCentred(std::string_view offset) {
+    return (offset == "OffsetX" && featureValue("CenterX") != 0) ||
+           (offset == "OffsetY" && featureValue("CenterY") != 0);
+}
+
 double featureValue(const char* name) {
     if (name && std::strcmp(name, "PayloadSize") == 0) return static_cast<double>(cameraPayload());
     LabFeature* feature = findFeature(name);
+    if (feature && isCentred(name)) {
+        const bool across = std::strcmp(name, "OffsetX") == 0;
+        const auto step = static_cast<double>(cameraStep(name));
+        const double room = feature->maximum - featureValue(across ? "Width" : "Height");
+        return std::floor(room / 2 / step) * step;
+    }
     return feature ? feature->value : 0;
 }
 
+std::string cameraPixelFormat() {
+    LabFeature* format = findFeature("PixelFormat");
+    return format ? format->entries[static_cast<size_t>(format->value)] : "BayerRG8";
+}
+
 size_t cameraPayload() {
-    double bytesPerPixel = featureValue("PixelFormat") + 1;
+    double bytesPerPixel = cameraPixelFormat().ends_with("12") ? 2 : 1;
     return static_cast<size_t>(featureValue("Width") * featureValue("Height") * bytesPerPixel);
 }
 
@@ -230,7 +260,7 @@ static bool automatic(const LabFeature& feature) {
 
 static bool writable(const LabCameraDevice& device, const LabFeature& feature) {
     return (device.access & accessControl) && !feature.readOnly && !automatic(feature) &&
-           !(feature.fixedWhileGrabbing && device.grabber.prepared);
+           !isCentred(feature.name) && !(feature.fixedWhileGrabbing && device.grabber.prepared);
 }
 
 // Every access by name begins the same way. `found` is set when 0 is returned.
@@ -258,8 +288,8 @@ static uint32_t look(void* handle, const char* name, bool write, FeatureKind kin
 static double currentMaximum(const LabFeature& feature) {
     std::string name = feature.name;
     auto without = [&](const char* ending, const char* other) {
-        return feature.maximum -
-               featureValue((name.substr(0, name.size() - std::strlen(ending)) + other).c_str());
+        const std::string rest = name.substr(0, name.size() - std::strlen(ending)) + other;
+        return feature.maximum - (isCentred(rest) ? 0 : featureValue(rest.c_str()));
     };
     if (name.ends_with("OffsetX")) return without("OffsetX", "Width");
     if (name.ends_with("OffsetY")) return without("OffsetY", "Height");
@@ -273,15 +303,8 @@ static double currentMinimum(const LabFeature& feature) {
     return feature.readOnly ? featureValue(feature.name) : feature.minimum;
 }
 
-// As cameras of this vendor have it: sizes and offsets come in steps, of colour sensors even ones.
-static int64_t stepOf(const LabFeature& feature) {
-    const std::string_view name = feature.name;
-    if (name.ends_with("Width") || name.ends_with("OffsetX")) return 4;
-    return name.ends_with("Height") || name.ends_with("OffsetY") ? 2 : 1;
-}
-
 static uint32_t store(LabFeature& feature, double value) {
-    if (std::fmod(value - feature.minimum, static_cast<double>(stepOf(feature))) != 0 &&
+    if (std::fmod(value - feature.minimum, static_cast<double>(cameraStep(feature.name))) != 0 &&
         feature.kind == FeatureKind::Integer)
         return failedCall(outOfRange, feature.name, "not a step of the value");
     if (!(value >= feature.minimum && value <= currentMaximum(feature)))
@@ -413,7 +436,7 @@ uint32_t PylonDeviceGetIntegerFeatureMin(void* handle, const char* name, int64_t
 
 uint32_t PylonDeviceGetIntegerFeatureInc(void* handle, const char* name, int64_t* value) {
     const auto step = [](const LabFeature& feature) {
-        return static_cast<double>(stepOf(feature));
+        return static_cast<double>(cameraStep(feature.name));
     };
     return giveNumber(handle, name, FeatureKind::Integer, +step, value);
 }

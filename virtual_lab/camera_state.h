@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 enum class FeatureKind { Integer, Float, Boolean, Enumeration, Command };
@@ -73,6 +74,8 @@ struct LabCamera {
 bool isCameraFeature(const std::string& name); // of either generation
 LabFeature* findFeature(const char* name);     // null when this camera has none of that name
 double featureValue(const char* name);         // 0 when there is none
+std::string cameraPixelFormat();               // as the camera is set
+int64_t cameraStep(std::string_view name);     // between the values of an integer feature
 size_t cameraPayload();                        // bytes of a frame as the camera is set
 
 // Relative to 100 us at 1 dB.

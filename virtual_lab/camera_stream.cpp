@@ -75,15 +75,15 @@ static double meanBrightness(const uint8_t* raw) {
 static bool isSensorAsBuilt() {
     const LabSetUp& setUp = lab.faults.setUp;
     return setUp.sensorWidth == labRawWidth && setUp.sensorHeight == labRawHeight &&
-           setUp.pixelFormat == "BayerRG8";
+           cameraPixelFormat().starts_with("BayerRG");
 }
 
 // Which of a cell's colours its four pixels have, row by row: red 0, green 1, blue 2; or a grey 3.
 static std::array<int, 4> orderOf(const std::string& format) {
-    if (format == "BayerGR8") return {1, 0, 2, 1};
-    if (format == "BayerGB8") return {1, 2, 0, 1};
-    if (format == "BayerBG8") return {2, 1, 1, 0};
-    if (format == "Mono8") return {3, 3, 3, 3};
+    if (format.starts_with("BayerGR")) return {1, 0, 2, 1};
+    if (format.starts_with("BayerGB")) return {1, 2, 0, 1};
+    if (format.starts_with("BayerBG")) return {2, 1, 1, 0};
+    if (format.starts_with("Mono")) return {3, 3, 3, 3};
     return {0, 1, 1, 2};
 }
 
@@ -97,7 +97,7 @@ static void takeFrameOfOtherSensor(uint8_t* memory, int width, int height, bool 
         static_cast<int>(featureValue("OffsetX")) - (setUp.sensorWidth - labRawWidth) / 4 * 2;
     const int top =
         static_cast<int>(featureValue("OffsetY")) - (setUp.sensorHeight - labRawHeight) / 4 * 2;
-    const std::array<int, 4> order = orderOf(setUp.pixelFormat);
+    const std::array<int, 4> order = orderOf(cameraPixelFormat());
     uint64_t sum = 0;
     for (int row = 0; row < height; ++row) {
         const int y = top + row;
@@ -130,7 +130,7 @@ static void takeFrameOfOtherSensor(uint8_t* memory, int width, int height, bool 
 static void takeFrame(uint8_t* memory) {
     int width = static_cast<int>(featureValue("Width"));
     int height = static_cast<int>(featureValue("Height"));
-    bool twelveBits = featureValue("PixelFormat") != 0;
+    bool twelveBits = cameraPixelFormat().ends_with("12");
     bool whole = width == labRawWidth && height == labRawHeight && !twelveBits;
     if (!isSensorAsBuilt()) return takeFrameOfOtherSensor(memory, width, height, twelveBits);
     static std::vector<uint8_t> sensor;
@@ -234,9 +234,10 @@ uint32_t PylonDeviceInfoGetPropertyValueByName(void* handle, const char* name, c
     const auto index = reinterpret_cast<size_t>(handle) - 1 + (lab.faults.cameraSecond ? 0 : 1);
     if (!handle || index > 1 || !name || std::string(name) != "SerialNumber" || !value || !length)
         return failedCall(invalidArgument, "no such property");
-    if (*length < sizeof "40112233") return failedCall(invalidArgument, "the text is too short");
-    std::strcpy(value, serials[index]);
+    const size_t room = *length;
     *length = sizeof "40112233";
+    if (room < *length) return failedCall(bufferTooSmall, "the text is too short");
+    std::strcpy(value, serials[index]);
     return 0;
 }
 

@@ -67,6 +67,7 @@ struct LabSetUp {
     // The camera's sensor and what its colours are called; Mono8 where it has none.
     int sensorWidth = 2464, sensorHeight = 2056;
     std::string pixelFormat = "BayerRG8";
+    bool centred = false; // a stored user set keeps its region of interest in the middle
 
     bool isStraight() const { return umPerPixel == labUmPerPixel && degrees == 0 && !mirrored; }
 };
@@ -310,7 +311,8 @@ const std::vector<LabRead>& labReads();
 //   axis x|y|z pitch <um>               its screw's, a turn; 250 when nothing is said
 //   axis x|y|z reversed                 its controller counts the other way
 //   amplifier board <V/A> <offset V>    before the board's input
-//   sensor <width> <height> BayerRG8|BayerGR8|BayerGB8|BayerBG8|Mono8   of the camera
+//   sensor <width> <height> BayerRG8|BayerGR8|BayerGB8|BayerBG8|Mono8|Mono12   of the camera
+//   camera centred                      a user set keeps its region of interest in the middle
 //   camera second                       there is another one, found before it
 //   second set-up                       another laboratory's: see secondSetUp, lab_state.cpp
 //   gpib absent                         no GPIB board; for devices opened before, pulled out

@@ -113,7 +113,8 @@ static bool parseSetUp(std::istringstream& words, const std::string& device,
     }
     if (device == "sensor") {
         setUp.sensorWidth = std::atoi(what.c_str());
-        constexpr const char* formats[] = {"BayerRG8", "BayerGR8", "BayerGB8", "BayerBG8", "Mono8"};
+        constexpr const char* formats[] = {"BayerRG8", "BayerGR8", "BayerGB8",
+                                           "BayerBG8", "Mono8",    "Mono12"};
         return words >> setUp.sensorHeight >> setUp.pixelFormat && setUp.sensorWidth >= 64 &&
                setUp.sensorHeight >= 64 &&
                std::find(std::begin(formats), std::end(formats), setUp.pixelFormat) !=
@@ -175,6 +176,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.cameraLacks.push_back(detail);
     } else if (device == "camera" && what == "unsettled") {
         faults.cameraUnsettled = true;
+    } else if (device == "camera" && what == "centred") {
+        faults.setUp.centred = true;
     } else if (device == "camera" && what == "second") {
         faults.cameraSecond = true;
     } else if (device == "camera" && what == "silent") {
@@ -243,7 +246,7 @@ bool applyLabFaults(const std::string& text) {
     }
     advanceMotors(); // up to now they moved under the old faults
     const auto sensorOf = [](const LabSetUp& s) {
-        return std::tuple(s.sensorWidth, s.sensorHeight, s.pixelFormat);
+        return std::tuple(s.sensorWidth, s.sensorHeight, s.pixelFormat, s.centred);
     };
     const bool otherSensor = sensorOf(faults.setUp) != sensorOf(lab.faults.setUp);
     lab.faults = faults;

@@ -69,9 +69,16 @@ void expectSavedMap(const char* outcome, int measured, double zUm) {
     }
 }
 
-// The confocal maps are the spot's light times the sample's colour.
-void expectColours() {
-    const Rgb reference = textureAt(0, 0);
+// The confocal maps are the spot's light times the sample's colour, or what is grey of it.
+void expectColours(bool grey = false) {
+    const auto colourAt = [grey](double x, double y) {
+        Rgb colour = textureAt(x, y);
+        if (grey)
+            colour.red = colour.green = colour.blue =
+                (colour.red + 2 * colour.green + colour.blue) / 4;
+        return colour;
+    };
+    const Rgb reference = colourAt(0, 0);
     double scale = 0; // grey levels per reflectance, from the cell nearest to the centre
     double nearest = 1e9;
     const auto cell = [](int plane, int column, int row) {
@@ -84,14 +91,14 @@ void expectColours() {
             const double distance = std::hypot(place.x, place.y);
             if (distance >= nearest) continue;
             nearest = distance;
-            scale = cell(planeGreen, c, r) / textureAt(place.x, place.y).green;
+            scale = cell(planeGreen, c, r) / colourAt(place.x, place.y).green;
         }
     EXPECT_GT(scale * reference.green, 40) << "the spot is too dark to tell colours";
     int wrong = 0;
     for (int c = 0; c < scanArea.cols; ++c)
         for (int r = 0; r < scanArea.rows; ++r) {
             const LabPoint place = placeOfCell(c, r);
-            const Rgb colour = textureAt(place.x, place.y);
+            const Rgb colour = colourAt(place.x, place.y);
             const double expected[] = {colour.red, colour.green, colour.blue};
             for (int plane : {planeRed, planeGreen, planeBlue}) {
                 const double level = scale * expected[plane - planeRed];
@@ -133,6 +140,17 @@ TEST_F(ScanTest, TwoPlansRunWithoutAQuestion) {
     EXPECT_EQ(std::count_if(files.begin(), files.end(),
                             [](const auto& name) { return name.find("Kestrel") < name.size(); }),
               2);
+}
+
+TEST_F(ScanTest, MapsTheSampleThroughASmallGreyCamera) {
+    ASSERT_TRUE(applyLabFaults("sensor 640 480 Mono8"));
+    writeSettings(2.0, true);
+    runProgramOver(40, 30);
+    EXPECT_EQ(cameraImage.seen.width, 320);
+    EXPECT_EQ(scanArea.cols, 20);
+    EXPECT_EQ(scanArea.rows, 15);
+    expectLandscape(scanArea.rows, 0, labStageUm(labZ));
+    expectColours(true);
 }
 
 TEST_F(ScanTest, MapsTheSampleAndBringsEverythingBack) {

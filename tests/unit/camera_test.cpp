@@ -2,10 +2,14 @@
 #include "camera/Basler_camera.h"
 #include "camera/camera.h"
 #include "camera/live_view.h"
+#include "camera/spot.h"
 #include "session/live_view_timer.h"
+#include "session/set_up.h"
 #include "tests/doubles/doubles.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdlib>
 
 namespace {
@@ -338,6 +342,155 @@ TEST_F(CameraTest, AFrameThatFailsLeavesNoneThatIsFresh) {
     grabFrames(cameraState, 1);
     EXPECT_FALSE(cameraState.fresh);
     EXPECT_EQ(cameraState.connected, 1);
+}
+
+std::string toldWhileConnecting() {
+    testing::internal::CaptureStdout();
+    connectCamera();
+    grabFrames(cameraState, 1);
+    return testing::internal::GetCapturedStdout();
+}
+
+// Pixels that do not show the sample's colour at their place; on an edge either side will do.
+int wronglyColoured(bool grey) {
+    int wrong = 0, judged = 0;
+    const PictureArea& seen = cameraImage.seen;
+    for (int x = seen.left + 3; x < seen.left + seen.width - 3; x += 13)
+        for (int y = seen.bottom + 3; y < seen.bottom + seen.height - 3; y += 13) {
+            const auto levels = [grey](LabPoint at) -> std::array<double, 3> {
+                const Rgb colour = textureAt(at.x, at.y);
+                const double mean = (colour.red + 2 * colour.green + colour.blue) / 4;
+                if (grey) return {120 * mean, 120 * mean, 120 * mean};
+                return {120 * colour.red, 120 * colour.green, 120 * colour.blue};
+            };
+            const std::array<double, 3> there = levels(labSampleAt(x, y));
+            bool even = true;
+            for (const int dx : {-2, 2})
+                for (const int dy : {-2, 2})
+                    even = even && levels(labSampleAt(x + dx, y + dy)) == there;
+            if (!even) continue;
+            ++judged;
+            const double shown[] = {double(pixelRed(cameraImage, x, y)),
+                                    double(pixelGreen(cameraImage, x, y)),
+                                    double(pixelBlue(cameraImage, x, y))};
+            for (size_t i = 0; i < 3; ++i) wrong += std::abs(shown[i] - there[i]) > 3;
+        }
+    EXPECT_GT(judged, 100);
+    return wrong;
+}
+
+// The middle of what is larger, in steps that the camera takes; what is smaller in the middle of
+// black, whatever stood there before.
+TEST_F(CameraTest, EverySensorShowsTheSampleAtItsPlace) {
+    const struct {
+        const char* lab;
+        int64_t width, height, offsetX, offsetY;
+        PictureArea seen;
+        PixelFormatValue format;
+    } cases[] = {
+        {"sensor 5472 3648 BayerRG8", 2464, 2056, 1504, 796, {}, PixelFormat_BayerRG8},
+        {"sensor 5472 3648 BayerGR8\ncamera centred",
+         2464,
+         2056,
+         1504,
+         796,
+         {},
+         PixelFormat_BayerGR8},
+        // The middle lies between two steps.
+        {"sensor 2476 1944 BayerGB8", 2464, 1944, 4, 0, {0, 28, 1232, 972}, PixelFormat_BayerGB8},
+        {"sensor 1920 1200 BayerBG8\ncamera sfnc 1",
+         1920,
+         1200,
+         0,
+         0,
+         {136, 214, 960, 600},
+         PixelFormat_BayerBG8},
+        {"sensor 640 480 Mono8", 640, 480, 0, 0, {456, 394, 320, 240}, PixelFormat_Mono8}};
+    cameraState.laserOffset = {640, 500};
+    illuminate();
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.lab);
+        releaseCamera(cameraState);
+        grabFrames(cameraState, 1); // the pattern
+        ASSERT_TRUE(applyLabFaults(each.lab));
+        connectCamera();
+        cameraState.exposureUs = 100;
+        cameraState.gain = cameraState.device->Gain.IsReadable() ? 1 : 10; // 0.1 dB
+        controlCamera(cameraState, cameraManual);
+        grabFrames(cameraState, 1);
+        ASSERT_EQ(cameraState.connected, 1);
+        EXPECT_TRUE(cameraState.fresh);
+        EXPECT_TRUE(cameraState.device->PixelFormat.Is(each.format));
+        EXPECT_EQ(cameraState.device->Width.GetValue(), each.width);
+        EXPECT_EQ(cameraState.device->Height.GetValue(), each.height);
+        EXPECT_EQ(cameraState.device->OffsetX.GetValue(), each.offsetX);
+        EXPECT_EQ(cameraState.device->OffsetY.GetValue(), each.offsetY);
+        ASSERT_TRUE(cameraImage.seen == each.seen);
+        EXPECT_EQ(wronglyColoured(each.format == PixelFormat_Mono8), 0);
+        int lit = 0; // of the frame around it
+        for (int x = 0; x < 1232; ++x)
+            for (int y = 0; y < 1028; ++y)
+                if (x < each.seen.left || x >= each.seen.left + each.seen.width ||
+                    y < each.seen.bottom || y >= each.seen.bottom + each.seen.height)
+                    lit += pixelRed(cameraImage, x, y) + pixelBlue(cameraImage, x, y) > 0;
+        EXPECT_EQ(lit, 0);
+    }
+}
+
+TEST_F(CameraTest, SaysWhatItCannotShow) {
+    ASSERT_TRUE(applyLabFaults("sensor 2464 2056 Mono12"));
+    EXPECT_NE(toldWhileConnecting().find("The camera has none of BayerRG8, BayerGR8, BayerGB8, "
+                                         "BayerBG8, Mono8: PixelFormat"),
+              std::string::npos);
+    EXPECT_EQ(cameraState.connected, 0);
+    EXPECT_EQ(textIn(Field::Information), "No camera detected");
+
+    cameraState.laserOffset = {400, 500};
+    ASSERT_TRUE(applyLabFaults("sensor 640 480 Mono8"));
+    EXPECT_NE(toldWhileConnecting().find("The laser spot lies beyond what the camera sees"),
+              std::string::npos);
+    EXPECT_EQ(cameraState.connected, 1);
+    EXPECT_EQ(textIn(Field::Information), "The laser spot lies beyond what the camera sees");
+    EXPECT_EQ(sampleSpotColour(cameraState.laserOffset, 5), 0u);
+
+    // What the small one has sent last is too short for a frame of the large one, which fails.
+    ASSERT_TRUE(applyLabFaults(""));
+    replaceFunction(
+        "PylonStreamGrabberRetrieveResult",
+        +[](void*, PylonGrabResult_t*, uint8_t*) -> uint32_t { return 0xC2000001; });
+    cameraState.connected = 0;
+    connectCamera();
+    ASSERT_EQ(cameraState.connected, 1);
+    EXPECT_EQ(cameraState.frame, cameraState.ownFrame.data());
+}
+
+TEST_F(CameraTest, TakesTheOneWithItsSerialNumberOfSeveral) {
+    const std::string none = "Camera: No camera with the serial number ";
+    const struct {
+        const char *lab, *serial;
+        bool says; // the library has a word for it
+        std::string told;
+    } cases[] = {
+        {"camera second", "", true, "Camera: PylonCreateDeviceByIndex: the other camera"},
+        {"camera second", "21998877", true, "Camera: frames arrive\n"},
+        {"camera second", "2199887", true, none + "2199887, there is 40112233, 21998877\n"},
+        {"", "40112233", true, none + "40112233, there is 21998877\n"},
+        {"", "21998877", false, none + "21998877, there is one that does not say\n"},
+        {"", "", false, "Camera: frames arrive\n"},
+        {"camera absent", "21998877", true, "Camera: No camera found\n"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(std::string(each.lab) + " '" + each.serial + "'");
+        libraries = {};
+        resetProgram();
+        ASSERT_TRUE(applyLabFaults(each.lab));
+        setUp.cameraSerial = each.serial;
+        if (!each.says)
+            replaceFunction("PylonGetDeviceInfoHandle", PylonC().PylonGetDeviceInfoHandle);
+        const std::string told = toldWhileConnecting();
+        EXPECT_NE(told.find(each.told), std::string::npos) << told;
+        EXPECT_EQ(cameraState.connected, each.told.find("arrive") != std::string::npos);
+    }
 }
 
 } // namespace
