@@ -26,6 +26,7 @@ std::string nameOf(const Objective& objective, int32_t number) {
 // Whoever comes back to an objective finds the spot where it was.
 void keepSpotOfTheOneBefore(Objective& objective) {
     const PicturePoint spot = cameraState.laserOffset;
+    if (spot.x == 0 && spot.y == 0) return; // nobody has set one
     if (spot.x < 0 || spot.x >= imageWidth || spot.y < 0 || spot.y >= imageHeight) return;
     objective.spotColumn = spot.x;
     objective.spotRow = spot.y;
