@@ -18,12 +18,19 @@ BorrowedSetUp::BorrowedSetUp(CalibrationProgress tellProgress)
     : progress(std::move(tellProgress)), laserWasOn(laserIsOn()), lampWasOn(illuminationIsOn()),
       adjustment(adjustmentOf(cameraState)) {}
 
-void BorrowedSetUp::light(Lights lights) const {
+void BorrowedSetUp::light(Lights lights) {
+    if (laserIsOthers()) lights = lights == Lights::Laser ? Lights::Dark : lights;
     // What is to be dark first.
     if (lights != Lights::Laser) setLaserLevel(0);
     if (lights != Lights::Lamp) setLaserOutput(0);
-    if (lights == Lights::Laser) setLaserLevel(1);
+    if (lights == Lights::Laser && !laserIsOthers()) setLaserLevel(1);
     if (lights == Lights::Lamp) setLaserOutput(1);
+    laserByUs = laserIsOn();
+}
+
+// Somebody else has switched it meanwhile: the operator, or the board's interlock.
+bool BorrowedSetUp::laserIsOthers() const {
+    return laserIsOn() != laserByUs || !whyLaserIsDark().empty();
 }
 
 bool BorrowedSetUp::letExposureSettle() const {
@@ -58,21 +65,27 @@ void BorrowedSetUp::tell(const std::string& words, int done, int of) const {
 }
 
 // Coming from below it stands where it stood also by its play, if it had come so.
-bool BorrowedSetUp::goBack() const {
+bool BorrowedSetUp::goBack() {
     const bool out = axisIsOut(stageX) || axisIsOut(stageY);
-    if (!out && !session.stopRequested) moveXYTo(x - runIn, y - runIn, motorSpeed);
+    ranIn = out || session.stopRequested || moveXYTo(x - runIn, y - runIn, motorSpeed);
     return moveXYTo(x, y, motorSpeed);
 }
 
-void BorrowedSetUp::giveBack(Outcome& outcome) const {
-    const bool watched = outcome.end == ProcessEnd::Finished || outcome.end == ProcessEnd::Stopped;
-    setLaserOutput(lampWasOn ? 1 : 0);
-    setLaserLevel(laserWasOn && watched ? 1 : 0);
+void BorrowedSetUp::giveBack(Outcome& outcome) {
+    // Nobody may be there, or he has a hand at the sample by the time the computer wakes.
+    const bool asleep = outcome.end == ProcessEnd::Asleep;
+    const bool relights = laserWasOn && outcome.end == ProcessEnd::Finished && !laserIsOthers();
+    setLaserOutput(lampWasOn && !asleep ? 1 : 0);
+    setLaserLevel(relights ? 1 : 0);
     if (!::giveBack(cameraState, adjustment))
         outcome.troubles.emplace_back("The camera did not take its exposure back");
-    if (!stageMoves) return;
+    if (stageMoves && asleep) outcome.troubles.emplace_back("The stage stayed where it was");
+    if (!stageMoves || asleep) return;
     const bool back = goBack();
     refreshPositions();
+    if (back && !ranIn)
+        outcome.troubles.emplace_back("The stage came back without its run-in, by its play it may "
+                                      "stand beside");
     if (back) return;
     std::string words = "The stage did not come back";
     for (const StageAxis* axis : {&stageX, &stageY})

@@ -15,29 +15,34 @@ enum class Lights { Lamp, Laser, Dark };
 
 // The lights, the camera's exposure and, where it moves, the stage's place. giveBack, which is to
 // be called whatever comes, says in the outcome what could not be given back. The laser stays off
-// where the process ends because the window was closed or the computer sleeps.
+// where it was stopped, or where somebody else has switched it meanwhile (the operator, the board's
+// interlock); where the computer sleeps the lamp stays off, too, and the stage where it is.
 class BorrowedSetUp {
 public:
     explicit BorrowedSetUp(CalibrationProgress tellProgress);
 
-    void light(Lights lights) const;
+    void light(Lights lights);
     // Lets an automatic exposure come to rest on the picture, and holds it from then on. False when
     // a stop was asked for.
     bool letExposureSettle() const;
     // What the stage has moved from is where it goes back to, coming from below by `runInUm`.
     void stageWillMove(double runInUm);
-    bool goBack() const;
+    bool goBack();
     void tell(const std::string& words, int done, int of) const;
 
-    void giveBack(Outcome& outcome) const;
+    void giveBack(Outcome& outcome);
 
 private:
+    bool laserIsOthers() const;
+
     const CalibrationProgress progress;
     const bool laserWasOn, lampWasOn;
     const CameraAdjustment adjustment;
     double x = 0.0, y = 0.0; // um
     double runIn = 0.0;
     bool stageMoves = false;
+    bool ranIn = true;
+    bool laserByUs = laserWasOn; // as last switched here
 };
 
 // Waits; false when a stop was asked for.

@@ -74,8 +74,10 @@ struct DarkCalibration {
     int32_t kind = 0;    // the instrument's (instruments/kinds.h)
     std::string unit;    // of its values
     std::string caution; // what the operator must know of it; empty without
+    bool hidden = false; // by the dead zone of the board's input: the mean is not the offset
     std::string words() const;
-    // Whether the set-up has an amplifier before this instrument, whose offset it is.
+    // Whether the set-up has an amplifier before this instrument, whose offset it is, and the
+    // readings show it.
     bool canKeep() const;
 };
 constexpr int darkReadings = 50;

@@ -20,7 +20,28 @@ CurrentAmplifier* amplifierOf(int32_t kind, SetUp& of) {
     return kind == kindOscilloscope ? &of.scopeAmplifier : nullptr;
 }
 
-std::string measureDark(const BorrowedSetUp& borrowed, int count, DarkCalibration& result) {
+// What the figures do not say of themselves.
+void takeCautions(DarkCalibration& result) {
+    const std::vector<double>& values = result.dark.values;
+    const auto zeros = static_cast<int>(std::count(values.begin(), values.end(), 0.0));
+    const auto warn = [&](const std::string& words) {
+        result.caution += (result.caution.empty() ? "" : "; ") + words;
+    };
+    // The board shows fewer counts than that as 0 V.
+    result.hidden = result.kind == kindArduino && setUp.inputDeadCounts > 0 && zeros > 0;
+    if (result.hidden)
+        warn(formatted("%d readings lie in the dead zone of the board's input, which hides the "
+                       "offset",
+                       zeros));
+    else if (result.dark.deviation == 0.0)
+        warn("every reading was the same: the noise is less than the instrument shows");
+    if (result.dark.unanswered > 0)
+        warn(formatted("%d readings not answered", result.dark.unanswered));
+    if (instrumentLink.biasVoltage != 0.0f)
+        warn(formatted("at a bias of %.3g V", static_cast<double>(instrumentLink.biasVoltage)));
+}
+
+std::string measureDark(BorrowedSetUp& borrowed, int count, DarkCalibration& result) {
     borrowed.light(Lights::Dark);
     if (std::string left = lightLeftOn(); !left.empty()) return left;
     borrowed.tell("Waiting in the dark", 0, count);
@@ -32,10 +53,7 @@ std::string measureDark(const BorrowedSetUp& borrowed, int count, DarkCalibratio
         if (!waitUnlessStopped(betweenReadingsMs)) return {};
     }
     result.dark = darkValueOf(readings);
-    if (result.dark.isFound() && result.dark.mean == 0.0 && result.dark.deviation == 0.0)
-        result.caution = "every reading was 0: the instrument does not show what is less";
-    if (result.dark.unanswered > 0)
-        result.caution = formatted("%d readings not answered", result.dark.unanswered);
+    if (result.dark.isFound()) takeCautions(result);
     return result.dark.refusal;
 }
 
@@ -71,7 +89,8 @@ std::string DarkCalibration::words() const {
 
 bool DarkCalibration::canKeep() const {
     SetUp any;
-    return outcome.end == ProcessEnd::Finished && dark.isFound() && amplifierOf(kind, any);
+    return outcome.end == ProcessEnd::Finished && dark.isFound() && !hidden &&
+           amplifierOf(kind, any);
 }
 
 std::string keep(const DarkCalibration& result) {

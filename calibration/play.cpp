@@ -47,6 +47,10 @@ AxisPlay playOf(const std::vector<PlayVisit>& visits, double resolutionUm) {
     if (play.scatterUm > mostScatter * resolutionUm)
         play.refusal = formatted("The places differ by %.1f um", play.scatterUm);
     play.uncertaintyUm = std::hypot(play.scatterUm / std::sqrt(count), leastPart * resolutionUm);
+    if (play.um < -std::max(3.0 * play.uncertaintyUm, resolutionUm))
+        play.refusal = formatted("A play of %.2f um is none: camera and stage must be calibrated "
+                                 "first",
+                                 play.um);
     return play;
 }
 

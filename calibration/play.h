@@ -26,7 +26,7 @@ struct AxisPlay {
 // Visits that lie far beside the median are left out and counted; where that is more than a
 // quarter of them, or fewer than four are left, it is refused. `resolutionUm` is what the picture
 // can tell: nothing nearer to the median is left out, and a scatter of
-// five times that is refused.
+// five times that is refused, and a play that is clearly negative.
 AxisPlay playOf(const std::vector<PlayVisit>& visits, double resolutionUm);
 
 // The run-in that takes up a play of either axis with room to spare, whole um, 1 at least.

@@ -59,7 +59,7 @@ std::string findExposure(const BorrowedSetUp& borrowed, SpotCalibration& result)
                : result.spot.refusal;
 }
 
-std::string measureSpot(const BorrowedSetUp& borrowed, SpotCalibration& result) {
+std::string measureSpot(BorrowedSetUp& borrowed, SpotCalibration& result) {
     std::string why = findExposure(borrowed, result);
     if (!why.empty() || session.stopRequested) return why;
     // What is there without the laser as well is none of its.
@@ -115,7 +115,7 @@ Outcome measure(const CalibrationProgress& progress, SpotCalibration& result) {
     } else if (bright) {
         endedBy = "There is no camera";
     }
-    if (endedBy.empty() && !whyLaserIsDark().empty())
+    if (!whyLaserIsDark().empty()) // before what the dark picture has to say
         endedBy = "The laser is dark: " + whyLaserIsDark();
     Outcome outcome = calibrationOutcome(processName, endedBy);
     if (!endedBy.empty()) result.spot.refusal = endedBy;

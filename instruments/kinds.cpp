@@ -156,6 +156,7 @@ const InstrumentKind kinds[equipmentKindCount] = {
         .name = L"USB Sourcemeter",
         .channels = inMicroamperes,
         .canSweep = true,
+        .address = usbSourcemeterAddress,
         .open = usbSourcemeterOpen,
         .connected = {"SourceMeter device connected", "USB Communication"},
         .failed = {"No SourceMeter devices found via USB", "USB Error"},

@@ -289,6 +289,12 @@ void followLaserBoard() {
     if (boardIsAsked()) startTimer(Timer::Board, onceASecond);
 }
 
+void followKeepAlive() {
+    laserLink.keepAliveS = setUp.boardKeepAliveS;
+    if (isLinked()) laserSend(laserLink, formatted("K%d", laserLink.keepAliveS).c_str());
+    followLaserBoard();
+}
+
 void watchLaserBoard() {
     // One that keeps silent costs its time-outs.
     constexpr int ticksWhenSilent = 10;
@@ -305,6 +311,10 @@ bool laserBoardKeepsSilent() {
 }
 
 int connectLaserBoard(WindowHandle ownerWindow) {
+    if (!setUpIsThere()) { // its pins are not known: the wrong light would go on
+        announce(Severity::Trouble, "The laser board is not opened: Setup.ini cannot be read");
+        return 0;
+    }
     laserLink.keepAliveS = setUp.boardKeepAliveS;
     const int opened = openLaserLink(laserLink, ownerWindow);
     lights.laser.state = 0;

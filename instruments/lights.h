@@ -45,6 +45,9 @@ bool onlyTheLaserShone();
 // the question to an instrument and its answer: followLaserBoard starts the timer for that once
 // there is a main window.
 void followLaserBoard();
+
+// The set-up has another keep-alive: the board is told.
+void followKeepAlive();
 void watchLaserBoard();
 
 // Why the board has last kept the laser dark that was on; empty when it has not since it was

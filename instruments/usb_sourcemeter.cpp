@@ -44,6 +44,15 @@ bool openWhatTheSetUpNames(VisaInstrument& meter) {
     return openInstrument(meter, named.c_str(), asEver ? anyOfItsModel : nullptr);
 }
 
+} // namespace
+
+std::string usbSourcemeterAddress() {
+    const bool asEver = setUp.sourcemeterResource == SetUp().sourcemeterResource;
+    return asEver ? "" : setUp.sourcemeterResource;
+}
+
+namespace {
+
 // The instrument has two other command sets, in which these commands do other things or nothing.
 bool speaksScpi(VisaInstrument& meter) {
     const std::string language = ask(meter, "*LANG?");

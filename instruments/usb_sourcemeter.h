@@ -11,6 +11,7 @@
 // or does not speak SCPI, which standard output then says; the session that was open before then
 // stays.
 bool usbSourcemeterOpen(double biasVolts);
+std::string usbSourcemeterAddress(); // the set-up's VISA resource; empty of the one as ever
 
 // The reply to "*IDN?" of the open instrument, without line ends; empty when none is open.
 std::string usbSourcemeterIdentity();

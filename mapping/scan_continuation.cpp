@@ -68,11 +68,14 @@ bool recoverScan(const LeftJournal& left) {
     scanArea = scanMap.conditions->area;
     const bool saved = saveScan(Asking::Quietly).numbers;
     if (saved) removeLeftJournal(left);
-    // It may be scanned again, with the laser spot of today.
-    computeScanArea(scanArea);
     showInformation(
         formatted(saved ? "Recovered: %d of %d points" : "Not all files written: the journal stays",
                   points, scanArea.totalPoints)
             .c_str());
+    // It may be scanned again, with the laser spot of today; under another set-up it would be
+    // another place.
+    if (scanMap.conditions->setUpInForce != setUpWords(setUp))
+        scanArea = {.scanStep = scanArea.scanStep, .mapMaxPx = scanArea.mapMaxPx};
+    computeScanArea(scanArea);
     return true;
 }

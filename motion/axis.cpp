@@ -169,6 +169,16 @@ std::string whyNotDriven(StageAxis& axis) {
     return {};
 }
 
+// False, and it is closed, when its steps are others than the set-up says.
+bool staysDriven(size_t i) {
+    const std::string why = whyNotDriven(axes[i].axis);
+    if (why.empty()) return true;
+    closeStage(axes[i].axis);
+    axes[i].axis.axisNumber = 0;
+    closedBecause[i] = why;
+    return false;
+}
+
 void configureAxis(size_t i, int32_t speed) {
     StageAxis& axis = axes[i].axis;
     axis.engineKnown = false;
@@ -178,12 +188,7 @@ void configureAxis(size_t i, int32_t speed) {
     axis.engineKnown = answered(axis, "get_engine_settings", [&] {
         return ximc.get_engine_settings(axis.deviceId, &axis.engine);
     });
-    if (const std::string why = whyNotDriven(axis); !why.empty()) {
-        closeStage(axis);
-        axis.axisNumber = 0;
-        closedBecause[i] = why;
-        return;
-    }
+    if (!staysDriven(i)) return;
     engine_settings_t wanted = axis.engine;
     wanted.NomSpeed = static_cast<uint32_t>(speedOf(axis, speed));
     wanted.EngineFlags &= ~ENGINE_ACCEL_ON;
@@ -337,8 +342,7 @@ namespace {
 void lookWhetherPlaceIsLost(size_t i) {
     StageAxis& axis = axes[i].axis;
     if (!canBeAsked(axis)) return;
-    axis.placeLost =
-        axis.status.uCurPosition == 0 && placeIsLost(i, axes[i].name, axis.status.CurPosition);
+    axis.placeLost = axis.status.uCurPosition == 0 && placeIsLost(i, axis.status.CurPosition);
     if (axis.placeLost)
         announce(Severity::Trouble,
                  nameOf(axis) + " has lost its place (its controller counts 0): the limits of "
@@ -360,23 +364,37 @@ bool movesWithoutItsPlace(StageAxis& axis) {
     return yes;
 }
 
+void keep(const StageAxis& axis, int32_t steps) {
+    const size_t i = indexOf(axis);
+    if (!keepPlace(i, axes[i].name, steps))
+        announce(Severity::Trouble, nameOf(axis) + ": its place was not kept (Options.ini), the "
+                                                   "next start does not see whether it was lost");
+}
+
 // From here on a count of 0 at an opening says that the place was lost.
 void noteFirstMove(StageAxis& axis) {
     if (std::exchange(axis.hasMoved, true)) return;
-    const size_t i = indexOf(axis);
     const int32_t steps = axis.status.CurPosition;
-    keepPlace(i, axes[i].name, steps != 0 ? steps : 1);
+    keep(axis, steps != 0 ? steps : 1);
+}
+
+bool noStages(const std::string& why) {
+    noteRefusal("Stage", why);
+    stageX.axisNumber = 0;
+    for (const AxisSlot& slot : axes) slot.axis.lostBy = ximcNoDevice;
+    return false;
 }
 
 } // namespace
 
 void keepPlaces() {
-    for (size_t i = 0; i < axisCount; ++i)
-        if (axes[i].axis.hasMoved && canBeAsked(axes[i].axis) && readStatus(axes[i].axis))
-            keepPlace(i, axes[i].name, axes[i].axis.status.CurPosition);
+    for (const AxisSlot& slot : axes)
+        if (slot.axis.hasMoved && canBeAsked(slot.axis) && readStatus(slot.axis))
+            keep(slot.axis, slot.axis.status.CurPosition);
 }
 
 bool openStages(int32_t order, int32_t speed) {
+    if (!setUpIsThere()) return noStages("Setup.ini cannot be read");
     announceSearch();
     ximc = loadLibximc();
     ximc.ximc_version(controllers.ximc_version_str);
@@ -386,17 +404,12 @@ bool openStages(int32_t order, int32_t speed) {
     print(formatted("Stage controllers found: %d (libximc %s)", std::max(count, 0),
                     controllers.ximc_version_str));
     showInformation(formatted("Stage controllers found: %d", std::max(count, 0)).c_str());
-    if (count > 0)
-        reportAnswer("Stage",
-                     formatted("%d controllers (libximc %s)", count, controllers.ximc_version_str));
-    else
-        noteRefusal("Stage", "no controller found");
     if (count <= 0) {
         ximc.free_enumerate_devices(devices);
-        stageX.axisNumber = 0;
-        for (const AxisSlot& slot : axes) slot.axis.lostBy = ximcNoDevice;
-        return false;
+        return noStages("no controller found");
     }
+    reportAnswer("Stage",
+                 formatted("%d controllers (libximc %s)", count, controllers.ximc_version_str));
     const AxisNames names = namesOfAxes(foundControllers(devices, count), order);
     for (size_t i = 0; i < axisCount; ++i) openAxis(i, names[i]);
     ximc.free_enumerate_devices(devices);
@@ -461,6 +474,14 @@ void setPosition(StageAxis& axis, double um) {
     if (!readStatus(axis)) return;
     axis.zeroOffsetSteps = axis.status.CurPosition - truncated(fullStepsOf(axis, um));
     axis.positionUm = um;
+}
+
+bool followDrive(StageAxis& axis) {
+    if (!canBeAsked(axis) || !staysDriven(indexOf(axis))) return false;
+    setPosition(axis, axis.positionUm);
+    readRestingPosition(axis); // the limit switches may have changed sides
+    setSpeed(axis, speedOf(axis, motorSpeed));
+    return canBeAsked(axis);
 }
 
 void setSpeed(StageAxis& axis, int32_t speed) {

@@ -89,6 +89,11 @@ double readRestingPosition(StageAxis& axis); // by one call: of an axis that was
 double currentPositionUm(const StageAxis& axis); // without asking
 void setPosition(StageAxis& axis, double um);    // declares the present place to be `um`
 
+// The set-up says another drive: the place where the axis rests keeps its um, and what follows goes
+// by the new one. False when that is not driven before "Reconnect Stages": it has no controller
+// that answers, or one whose steps are others.
+bool followDrive(StageAxis& axis);
+
 // Full steps per second, clamped to 0..1000; 0 is not sent.
 void setSpeed(StageAxis& axis, int32_t speed);
 

@@ -15,12 +15,10 @@ std::string textOf(int32_t steps, const std::string& controller) {
 
 } // namespace
 
-bool placeIsLost(size_t axis, const std::string& controller, int32_t steps) {
+bool placeIsLost(size_t axis, int32_t steps) {
     if (steps != 0) return false;
     const std::string kept = readOption(nameFor(axis));
-    const size_t blank = kept.find(' ');
-    return blank != std::string::npos && kept.substr(blank + 1) == controller &&
-           kept != textOf(0, controller);
+    return !kept.empty() && !kept.starts_with("0 ");
 }
 
 bool keepPlace(size_t axis, const std::string& controller, int32_t steps) {

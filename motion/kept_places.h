@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <string>
 
-// Whether a controller that counts `steps` (full ones) now has lost its place since keepPlace.
-bool placeIsLost(size_t axis, const std::string& controller, int32_t steps);
+// Whether a controller that counts `steps` (full ones) now has lost its place since keepPlace: by
+// the axis, for its name changes with the socket that it is plugged into.
+bool placeIsLost(size_t axis, int32_t steps);
 
 // False when Options.ini was not written.
 bool keepPlace(size_t axis, const std::string& controller, int32_t steps);

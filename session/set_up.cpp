@@ -259,7 +259,7 @@ std::vector<SetUpField> setUpFields(const SetUp& of) {
     addLaserAndAmplifier(fields);
     fields.page(SetUpPage::Camera);
     fields.add(
-        "camera serial number", [](SetUp & s) -> auto& { return s.cameraSerial; }, false);
+        "camera serial number", [](SetUp & s) -> auto& { return s.cameraSerial; }, true);
     return fields.all;
 }
 

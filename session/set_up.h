@@ -19,6 +19,8 @@
 struct AxisRange {
     double lowest = -std::numeric_limits<double>::infinity();
     double highest = std::numeric_limits<double>::infinity();
+
+    bool operator==(const AxisRange&) const = default;
 };
 
 // What the microscope makes of the sample with one of its objectives.
@@ -41,6 +43,8 @@ struct AxisDrive {
     int32_t microsteps = 256; // to a full step: 1, 2, 4, ..., 256
     bool reversed = false;    // its controller counts down where the program counts up
     int32_t speed = 500;      // full steps per second, 10 to 800
+
+    bool operator==(const AxisDrive&) const = default;
 };
 
 // An amplifier that makes volts of the photocurrent, before an instrument that measures volts.
@@ -151,9 +155,14 @@ std::string setUpDifference(const std::string& before, const std::string& now);
 // returned: its line, and what it may be.
 std::vector<std::string> readSetUp();
 
+// False while there is a file that could not be read, also not now: then nothing of the laboratory
+// is known, and what moves or shines is not to be opened.
+bool setUpIsThere();
+
 // Makes it the set-up in force and writes what of it is otherwise than before; the lines of
 // objectives that are no more go. False when that was not written: it holds for this run then.
 bool keepSetUp(const SetUp& changed);
 
 // Keeps the highest place of Z, um, for this run and in the file; false when that was not written.
+// It must lie above the lowest one: the caller looks.
 bool keepHighestZ(double um);

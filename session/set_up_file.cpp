@@ -5,7 +5,7 @@
 #include "session/set_up.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <map>
 
 namespace {
 
@@ -18,18 +18,21 @@ std::wstring setUpPath() {
 
 // The objectives that the lines speak of; nameless ones are called by their number.
 void makeObjectives(const std::vector<OptionLine>& lines) {
-    for (const OptionLine& line : lines) {
-        unsigned number = 0;
-        const bool named = std::sscanf(line.name.c_str(), "objective %u", &number) == 1;
-        if (named && number >= 1 && number <= mostObjectives)
-            setUp.objectives.resize(std::max<size_t>(setUp.objectives.size(), number));
-    }
+    SetUp most;
+    most.objectives.resize(mostObjectives);
+    for (const SetUpField& field : setUpFields(most))
+        for (const OptionLine& line : lines)
+            if (line.name == field.name && field.objective > 0)
+                setUp.objectives.resize(
+                    std::max(setUp.objectives.size(), static_cast<size_t>(field.objective)));
 }
 
 // What is wrong between the lines falls back to the defaults, each for itself.
 void mend(std::vector<std::string>& refused) {
     for (SetUpFault fault = faultIn(setUp); !fault.words.empty(); fault = faultIn(setUp)) {
-        refused.push_back("Setup.ini: " + fault.words + "; the default holds");
+        const bool ofRange = fault.field.starts_with("highest ");
+        refused.push_back("Setup.ini: " + fault.words +
+                          (ofRange ? "; the highest alone holds" : "; the default holds"));
         const auto fields = setUpFields(setUp);
         const auto field = std::find_if(fields.begin(), fields.end(), [&](const SetUpField& each) {
             return each.name == fault.field;
@@ -38,8 +41,8 @@ void mend(std::vector<std::string>& refused) {
         if (field->objective > 0) {
             Objective& broken = setUp.objectives[static_cast<size_t>(field->objective - 1)];
             static_cast<PictureScale&>(broken) = {};
-        } else if (field->name.starts_with("highest ")) {
-            setUp.ranges[static_cast<size_t>(field->name[8] - 'X')] = {};
+        } else if (ofRange) { // what keeps the objective off the sample
+            setUp.ranges[static_cast<size_t>(field->name[8] - 'X')].lowest = AxisRange().lowest;
         } else if (field->name == "lamp pin") {
             setUp.laserPin = asEver.laserPin;
             setUp.lampPin = asEver.lampPin;
@@ -49,16 +52,26 @@ void mend(std::vector<std::string>& refused) {
     }
 }
 
+bool isUnread = false;
+
 } // namespace
+
+bool setUpIsThere() {
+    if (isUnread) readSetUp();
+    return !isUnread;
+}
 
 std::vector<std::string> readSetUp() {
     setUp = {};
     std::vector<std::string> refused;
     const auto lines = optionsIn(setUpPath());
-    if (!lines) refused.emplace_back("Setup.ini cannot be read: the defaults hold");
-    if (!lines) return refused;
+    isUnread = !lines;
+    if (isUnread)
+        return {"Setup.ini cannot be read: stage and laser board stay as they are until they are "
+                "connected again and it can"};
     makeObjectives(*lines);
     const std::vector<SetUpField> fields = setUpFields(setUp);
+    std::map<std::string, int> taken; // the lines, by their names
     for (const OptionLine& line : *lines) {
         const auto field = std::find_if(fields.begin(), fields.end(), [&](const SetUpField& each) {
             return each.name == line.name;
@@ -66,12 +79,18 @@ std::vector<std::string> readSetUp() {
         if (field == fields.end())
             refused.push_back(formatted("Setup.ini, line %d: \"%s\" is not known", line.number,
                                         line.name.c_str()));
+        else if (taken.contains(line.name))
+            refused.push_back(formatted("Setup.ini, line %d: %s stands in line %d already, which "
+                                        "holds",
+                                        line.number, line.name.c_str(), taken[line.name]));
         else if (!takeField(*field, setUp, line.value))
             refused.push_back(formatted("Setup.ini, line %d: %s is %s, not \"%s\"", line.number,
                                         line.name.c_str(), allowedFor(*field).c_str(),
                                         line.value.c_str()));
-        if (line.name == currentInput) setUp.lockInCurrentTried = true;
+        else
+            taken[line.name] = line.number;
     }
+    setUp.lockInCurrentTried = taken.contains(currentInput);
     mend(refused);
     return refused;
 }

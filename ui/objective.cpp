@@ -23,9 +23,13 @@ std::string nameOf(const Objective& objective, int32_t number) {
     return objective.name.empty() ? formatted("objective %d", number) : objective.name;
 }
 
-// Whoever comes back to an objective finds the spot where it was.
-void keepSpotOfTheOneBefore(Objective& objective) {
+// Whoever comes back to an objective finds the spot where it was. One that was only taken over from
+// another objective is not its own.
+void keepSpotOfTheOneBefore(SetUp& of) {
     const PicturePoint spot = cameraState.laserOffset;
+    Objective& objective = of.objective();
+    for (const Objective& other : of.objectives)
+        if (!objective.hasSpot() && other.spotColumn == spot.x && other.spotRow == spot.y) return;
     if (spot.x == 0 && spot.y == 0) return; // nobody has set one
     if (spot.x < 0 || spot.x >= imageWidth || spot.y < 0 || spot.y >= imageHeight) return;
     objective.spotColumn = spot.x;
@@ -68,7 +72,7 @@ void chooseObjective(int32_t number) {
         static_cast<size_t>(number) > setUp.objectives.size())
         return;
     SetUp changed = setUp;
-    keepSpotOfTheOneBefore(changed.objective());
+    keepSpotOfTheOneBefore(changed);
     const double wayUm =
         changed.objectives[static_cast<size_t>(number - 1)].focusUm - changed.objective().focusUm;
     changed.objectiveInUse = number;
@@ -79,6 +83,10 @@ void chooseObjective(int32_t number) {
     switchLiveView(LiveView::On); // also ends a wide view through the other one
     const std::string name = nameOf(objective, number);
     const std::string words = "Objective: " + name + ", the scan area is taken away" +
+                              (objective.hasSpot() ? "" : ", its laser spot is not known yet") +
+                              (std::isfinite(setUp.ranges[2].highest)
+                                   ? "; the highest Z is that of the one before, set it again"
+                                   : "") +
                               (written ? "" : "; Setup.ini was not written, it holds for this run");
     logEvent(words);
     showInformation(words.c_str());

@@ -3,14 +3,18 @@
 
 #include "camera/camera.h"
 #include "instruments/kinds.h"
+#include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/scan_area.h"
 #include "motion/stage.h"
+#include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
 #include "ui/commands.h"
 #include "ui/objective.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -41,19 +45,22 @@ std::string differenceOf(const SetUp& before, const SetUp& now) {
     return words;
 }
 
-bool differs(const SetUp& a, const SetUp& b, SetUpPage page, const std::string& word) {
-    for (const SetUpField& field : setUpFields(SetUp()))
-        if (field.page == page && field.name.find(word) != std::string::npos &&
-            textOf(field, a) != textOf(field, b))
-            return true;
-    return false;
+// What follows of other drives for the axes.
+std::string followDrives(const SetUp& before) {
+    std::string words;
+    for (StageAxis* axis : {&stageX, &stageY, &stageZ}) {
+        const size_t i = indexOf(*axis);
+        if (before.drives[i] == setUp.drives[i]) continue;
+        if (!followDrive(*axis)) return "\"Reconnect Stages\" is necessary";
+    }
+    return words;
 }
 
-bool drivesDiffer(const SetUp& a, const SetUp& b) {
-    for (const char* word :
-         {" per turn", " per full step", " counts ", "X speed", "Y speed", "Z speed"})
-        if (differs(a, b, SetUpPage::Stage, word)) return true;
-    return false;
+// The board gives no more than that: nothing may say otherwise.
+std::string followFullScale() {
+    if (laserLink.laserLevel <= setUp.laserFullScaleVolts) return {};
+    laserLink.laserLevel = setUp.laserFullScaleVolts;
+    return "the laser intensity is now " + laserIntensityWords();
 }
 
 // Lights that are on shine as the set-up now has them; false when one stays at its old pin.
@@ -68,6 +75,21 @@ void takeSpot(const SetUp& before) {
     const Objective &was = before.objective(), &is = setUp.objective();
     if (is.hasSpot() && (is.spotColumn != was.spotColumn || is.spotRow != was.spotRow))
         cameraState.laserOffset = {is.spotColumn, is.spotRow};
+    computeScanArea(scanArea); // from the spot
+}
+
+// The limits that nobody has changed stay where they are on the stage: by the controller's count.
+void keepLimitsInPlace(const SetUp& before, SetUp& taken) {
+    const auto umPerCount = [](const AxisDrive& drive) {
+        return drive.umPerTurn / drive.fullStepsPerTurn * (drive.reversed ? -1.0 : 1.0);
+    };
+    for (size_t i = 0; i < taken.drives.size(); ++i) {
+        const double ratio = umPerCount(taken.drives[i]) / umPerCount(before.drives[i]);
+        AxisRange& range = taken.ranges[i];
+        if (ratio == 1.0 || !(range == before.ranges[i])) continue;
+        range = {range.lowest * ratio, range.highest * ratio};
+        if (ratio < 0.0) std::swap(range.lowest, range.highest);
+    }
 }
 
 } // namespace
@@ -75,23 +97,26 @@ void takeSpot(const SetUp& before) {
 std::string setUpChanged(const SetUp& before) {
     std::string words;
     takeSpot(before);
+    if (before.laserFullScaleVolts != setUp.laserFullScaleVolts)
+        if (const std::string follows = followFullScale(); !follows.empty()) append(words, follows);
     if (!followLights(before)) append(words, "a light did not go off: its old pin stays in use");
     if (setUpWords(before) != setUpWords(setUp)) {
         takeScanAreaAway();
         append(words, "the scan area is taken away");
     }
-    if (drivesDiffer(before, setUp)) append(words, "\"Reconnect Stages\" is necessary");
+    if (const std::string follows = followDrives(before); !follows.empty()) append(words, follows);
     if (before.cameraSerial != setUp.cameraSerial)
         append(words, "the camera needs \"Connect\" in the Configuration");
     if (before.sourcemeterResource != setUp.sourcemeterResource)
         append(words, "the sourcemeter needs \"initialize\" in the Configuration");
+    if (before.gpibBoard != setUp.gpibBoard)
+        append(words, "an instrument on GPIB needs \"initialize\" in the Configuration");
     if (before.lockInCurrentInAmperes != setUp.lockInCurrentInAmperes ||
         before.amplifierVoltsPerAmpere != setUp.amplifierVoltsPerAmpere)
         append(words, "a lock-in amplifier needs \"initialize\" in the Configuration");
-    if (before.boardHasInterlock != setUp.boardHasInterlock ||
-        before.boardKeepAliveS != setUp.boardKeepAliveS)
-        followLaserBoard();
-    if (before.laserUaPerVolt != setUp.laserUaPerVolt) showScanSettings();
+    if (before.boardKeepAliveS != setUp.boardKeepAliveS) followKeepAlive();
+    if (before.boardHasInterlock != setUp.boardHasInterlock) followLaserBoard();
+    showScanSettings();
     setField(Field::UnitLabel, unitLabel());
     return words;
 }
@@ -113,6 +138,7 @@ void tellSetUpTaken(const SetUp& before, const std::string& trouble) {
 void takeSetUp(const SetUp& changed) {
     const SetUp before = setUp;
     SetUp taken = changed;
+    keepLimitsInPlace(before, taken);
     if (before.lockInCurrentInAmperes != taken.lockInCurrentInAmperes)
         taken.lockInCurrentTried = true;
     if (differenceOf(before, taken).empty()) return;

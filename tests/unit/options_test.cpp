@@ -2,7 +2,9 @@
 #include "session/options.h"
 
 #include "instruments/kinds.h"
+#include "instruments/lights.h"
 #include "mapping/scan_options.h"
+#include "motion/axis.h"
 #include "screen/control_ids.h"
 #include "session/set_up.h"
 #include "tests/doubles/doubles.h"
@@ -42,7 +44,7 @@ TEST_F(OptionsTest, SetUpTakesWhatItCanAndSaysTheRest) {
     const std::vector<std::string> refused = {
         "Setup.ini, line 5: laser board keep-alive (s) is a whole number, 2 to 60, or empty, not "
         "\"61\"",
-        "Setup.ini, line 6: laser board interlock is yes or no, not \"maybe\"",
+        "Setup.ini, line 6: laser board interlock stands in line 4 already, which holds",
         "Setup.ini, line 8: \"objective\" is not known"};
     EXPECT_EQ(readSetUp(), refused);
     EXPECT_TRUE(setUp.boardHasInterlock);
@@ -93,6 +95,23 @@ TEST_F(OptionsTest, SetUpIsWrittenAndReadFieldByField) {
     EXPECT_EQ(faultIn(setUp).words, "");
     EXPECT_EQ(setUp.focusSpeed, 100);
     EXPECT_EQ(setUpWords(setUp), "default");
+    EXPECT_EQ(setUp.ranges[0].highest, 4.0) << "what keeps off stays";
+    writeDesktopFile("KST_Data/Setup.ini", "laser pin = 3\nlaser pin = 4\nobjective 8 xyz = 1\n"
+                                           "lock-in current input = Amperes\n");
+    EXPECT_EQ(readSetUp(), (std::vector<std::string>{
+                               "Setup.ini, line 2: laser pin stands in line 1 already, which holds",
+                               "Setup.ini, line 3: \"objective 8 xyz\" is not known",
+                               "Setup.ini, line 4: lock-in current input is amperes or volts, not "
+                               "\"Amperes\""}));
+    EXPECT_EQ(setUp.laserPin, 3);
+    EXPECT_EQ(setUp.objectives.size(), 1u);
+    EXPECT_FALSE(setUp.lockInCurrentTried);
+    unreadableFile = "Setup.ini";
+    readSetUp();
+    EXPECT_FALSE(setUpIsThere() || openStages(2, motorSpeed) || connectLaserBoard(nullptr));
+    unreadableFile.clear();
+    EXPECT_TRUE(setUpIsThere());
+    EXPECT_EQ(setUp.laserPin, 3);
 }
 
 TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {

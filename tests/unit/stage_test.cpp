@@ -91,6 +91,27 @@ TEST_F(StageTest, NoMoveGoesBeyondALimitOfTheSetUp) {
     EXPECT_TRUE(moveXYTo(-20.0, 30.0, motorSpeed));
 }
 
+// The set-up says another drive while the axis stands somewhere: nothing moves of itself, and a way
+// from there is as long as the new drive has it.
+TEST_F(StageTest, AnotherDriveKeepsThePlace) {
+    ASSERT_TRUE(openStages(2, motorSpeed));
+    ASSERT_TRUE(moveTo(stageX, 40.0));
+    const double x = labStageUm(labX);
+    setUp.drives[0].umPerTurn = 500.0; // the laboratory's is 250
+    setUp.drives[0].reversed = true;
+    ASSERT_TRUE(followDrive(stageX));
+    EXPECT_TRUE(moveTo(stageX, 40.0));
+    EXPECT_NEAR(labStageUm(labX), x, 0.01);
+    EXPECT_TRUE(moveTo(stageX, 60.0)); // the other way: this one takes the play up
+    const double there = labStageUm(labX);
+    EXPECT_TRUE(moveTo(stageX, 80.0));
+    EXPECT_NEAR(labStageUm(labX), there - 10.0, 0.1);
+    setUp.drives[0].microsteps = 128;
+    EXPECT_FALSE(followDrive(stageX)) << "its controller has others";
+    moveTo(stageX, 70.0);
+    EXPECT_NEAR(labStageUm(labX), there - 10.0, 0.1);
+}
+
 // "1,2,3" as the file of options has the names of the controllers.
 std::string keptNames(const std::string& numbers) {
     std::string lines;
