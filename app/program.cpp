@@ -105,6 +105,7 @@ bool startUp(int showCommand) {
     connectDevices();
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
+    readOccasion();
     followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");

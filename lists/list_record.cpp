@@ -3,16 +3,20 @@
 
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/start_program.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "session/data_folders.h"
+#include "session/day_log.h"
 #include "session/document.h"
+#include "session/options.h"
 
 #include <charconv>
 #include <sstream>
 
 namespace {
 
+constexpr char endProgramName[] = "at the end run";
 constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
                nameMark[] = "#name ";
@@ -143,6 +147,21 @@ bool keepDone(ListPlace& place, size_t row) {
 
 void forgetUnfinishedList() {
     removeFile(pathOf(unfinishedName));
+}
+
+std::string programAtEnd() {
+    return readOption(endProgramName);
+}
+
+bool keepProgramAtEnd(const std::string& path) {
+    return path == programAtEnd() || writeOptions({{endProgramName, path}});
+}
+
+void startProgramAtEnd(const ListPlace& place) {
+    const std::string path = programAtEnd();
+    if (path.empty()) return;
+    const std::string why = startProgram(widened(path), pathOf(widened(place.record)));
+    logEvent("At the end run " + path + ": " + (why.empty() ? "started" : why));
 }
 
 std::optional<ListPlace> unfinishedList(std::string& fault) {

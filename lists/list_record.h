@@ -46,5 +46,13 @@ bool keepDone(ListPlace& place, size_t row);
 // The list has ended, as its record says: nothing is left to go on with.
 void forgetUnfinishedList();
 
+// The program of the operator's that a list's end starts, with the record's path as its argument:
+// its path, kept in Options.ini; empty: none. Keeping: false when that was not written.
+std::string programAtEnd();
+bool keepProgramAtEnd(const std::string& path);
+
+// Starts it; a failure is logged, and is the list's no more.
+void startProgramAtEnd(const ListPlace& place);
+
 // What an earlier run has left; nothing where it left none or `fault` says why it cannot be read.
 std::optional<ListPlace> unfinishedList(std::string& fault);

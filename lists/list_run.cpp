@@ -21,6 +21,7 @@
 #include "session/document.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
@@ -30,6 +31,7 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <utility>
 
 ListProgress listProgress;
 
@@ -67,11 +69,15 @@ bool askedByOperator(const Outcome& outcome) {
 class OwnSettings {
 public:
     OwnSettings() : plan(presentPlan()) {}
-    ~OwnSettings() { putInForce(plan); }
+    ~OwnSettings() {
+        putInForce(plan);
+        dataFolders = folders;
+    }
     OwnSettings(const OwnSettings&) = delete;
     OwnSettings& operator=(const OwnSettings&) = delete;
 
     const ScanPlan plan;
+    const DataFolders folders = dataFolders;
 };
 
 class ListRun {
@@ -88,6 +94,7 @@ private:
     Outcome measureCurve(const ListRow& row, const std::string& where);
     std::string goTo(const ListRow& row);
     bool waitFor(size_t row, int32_t repeat);
+    bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
     void goHome(Outcome& told);
     void say(bool written) { unwritten |= !written; }
@@ -107,6 +114,7 @@ private:
     bool goesOnWithCutScan;
     bool consented; // the operator was asked what "Start" asks
     const OwnSettings own;
+    const CanPause canPause;
     const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
     uint64_t startedMs = 0;  // of the last repeat
     std::set<size_t> failed; // rows
@@ -116,9 +124,11 @@ private:
 };
 
 // The settings of a row, over those of the program.
-ScanPlan planOf(const ListRow& row, const ScanPlan& own) {
+ScanPlan planOf(const ListRow& row, const ScanList& list, const ScanPlan& own) {
     ScanPlan plan = own;
+    plan.options.keepsBiasInAPause = list.keepsBiasInAPause;
     plan.laserLevel = row.laserUa / setUp.laserUaPerVolt;
+    plan.laserPowerUw = powerUwAt(setUp.laserPower, row.laserUa).value_or(-1.0);
     plan.biasVoltage = static_cast<float>(row.biasVolts);
     plan.currentLimit = static_cast<float>(row.limitAmperes);
     plan.options.mainChannel = static_cast<int32_t>(row.channel);
@@ -166,7 +176,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
     if (session.stopRequested)
         outcome = {.end = processEnd(), .lastWords = "Not measured"};
     else if (why.empty()) {
-        ScanPlan plan = planOf(row, own.plan);
+        ScanPlan plan = planOf(row, place.list, own.plan);
         placeArea(row, plan);
         plan.consent = consented ? Consent::GivenBefore : Consent::OfTheOperator;
         plan.occasion = {place.list.sample, place.list.note, where};
@@ -213,7 +223,7 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
         if (const std::string why = goTo(row); !why.empty()) return declined(why);
         if (session.stopRequested) return {.end = processEnd(), .lastWords = "Not measured"};
     }
-    ScanPlan plan = planOf(row, own.plan);
+    ScanPlan plan = planOf(row, place.list, own.plan);
     plan.area = own.plan.area;
     putInForce(plan);
     occasion = {place.list.sample, place.list.note, where};
@@ -270,10 +280,7 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
         kind.reset();
         if (outcome) return *outcome;
     }
-    // A folder of its own, also in the same minute.
-    dataFolders.fullFolder = dataFolders.sessionFolder;
-    dataFolders.sessionFolderMade = 0;
-    ensureSessionFolder(dataFolders);
+    makeNewSessionFolder(dataFolders);
     if (const std::string why = whyNotMeasured(of); !why.empty()) return declined(why);
     kind = of.kind;
     Outcome outcome = of.kind == ListKind::Map ? measureMap(of, where) : measureCurve(of, where);
@@ -284,17 +291,28 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
 // Until the repeat is due; false when a stop was asked for.
 bool ListRun::waitFor(size_t row, int32_t repeat) {
     const ListRow& of = place.list.rows[row];
-    if (repeat == 1 || of.everyMinutes <= 0.0) return true;
-    const double dueMs = static_cast<double>(startedMs) + of.everyMinutes * 60000.0;
     const RunningProcess running;
     setField(Field::StartButton, "Stop");
+    const bool waits = repeat > 1 && of.everyMinutes > 0.0;
+    const double dueMs = waits ? static_cast<double>(startedMs) + of.everyMinutes * 60000.0 : 0.0;
+    pauseIfAsked();
     while (static_cast<double>(tickCountMs()) < dueMs && !session.stopRequested) {
         const double leftMs = dueMs - static_cast<double>(tickCountMs());
         showProgress(formatted("Next repeat in %.0f s", std::ceil(leftMs / 1000.0)).c_str());
+        if (!pauseIfAsked()) break;
         waitResponsive(static_cast<uint32_t>(std::clamp(leftMs, 1.0, 1000.0)));
     }
     setField(Field::StartButton, "Start");
     return !session.stopRequested;
+}
+
+// Between two rows, where all is as idle; false when the operator stops instead of resuming.
+bool ListRun::pauseIfAsked() {
+    if (!pauseIsDue(PauseBehind::Row)) return true;
+    const std::string since = nowText();
+    if (!waitWhilePaused("Scan list")) return false;
+    say(recordEvent(place, "paused since " + since));
+    return true;
 }
 
 // What becomes of the list behind a row.
@@ -378,6 +396,7 @@ Outcome ListRun::run() {
     if (unwritten) told.notWritten.emplace_back("the list's record");
     // What the computer's sleep or a closed window has cut off is offered again.
     if (end == ProcessEnd::Finished || end == ProcessEnd::Stopped) forgetUnfinishedList();
+    if (end != ProcessEnd::Declined && end != ProcessEnd::Asleep) startProgramAtEnd(place);
     titleList("");
     underWay.clear();
     showInformation(told.words().c_str());
@@ -386,8 +405,15 @@ Outcome ListRun::run() {
 
 } // namespace
 
+std::string otherSetUpOf(const ScanList& list) {
+    return list.setUpInForce.empty() ? "" : setUpDifference(list.setUpInForce, setUpWords(setUp));
+}
+
 std::string whyNotMeasured(const ListRow& row) {
     if (std::string why = faultIn(row); !why.empty()) return why;
+    const double mostUa = setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
+    if (row.kind != ListKind::IvCurve && row.laserUa > mostUa * (1.0 + 1e-6))
+        return formatted("the laser gives at most %.4g uA", mostUa);
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
     const double right = map ? x + (row.columns - 1) * row.stepUm : x;
@@ -409,6 +435,13 @@ Outcome runScanList(ListPlace place) {
 }
 
 Outcome continueScanList(ListPlace place) {
+    session.stopRequested = 0;
+    if (const std::string other = otherSetUpOf(place.list); !other.empty()) {
+        Outcome told{.end = ProcessEnd::Declined,
+                     .lastWords = "Not continued: the set-up is another one, " + other};
+        showInformation(told.lastWords.c_str());
+        return told;
+    }
     bool there = false;
     {
         const RunningProcess running;
@@ -433,8 +466,11 @@ Outcome continueScanList(ListPlace place) {
 }
 
 Outcome startScanList(const ScanList& list) {
+    session.stopRequested = 0;
     for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
-    ListPlace place{.list = list,
+    ScanList ofNow = list;
+    ofNow.setUpInForce = setUpWords(setUp);
+    ListPlace place{.list = std::move(ofNow),
                     .done = std::vector<int32_t>(list.rows.size()),
                     .homeX = ofController(stageX, stageX.positionUm),
                     .homeY = ofController(stageY, stageY.positionUm),

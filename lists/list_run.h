@@ -14,8 +14,9 @@ Outcome runScanList(ListPlace place);
 // The same of a new list, from where the stage stands.
 Outcome startScanList(const ScanList& list);
 
-// The same of one that was cut off: the stage goes to where it stood at the list's start, and the
-// scan that was cut goes on in its own folder.
+// The same of one that was cut off, which under another set-up is refused before anything moves:
+// the stage goes to where it stood at the list's start, and the scan that was cut goes on in its
+// own folder.
 Outcome continueScanList(ListPlace place);
 
 // Which list, row and repeat is measured now, for the files: "night, row 2 of 4, repeat 1 of 3";
@@ -32,6 +33,10 @@ extern ListProgress listProgress;
 
 // At a forced end: what of the present row is measured.
 void saveRowAtForcedEnd();
+
+// What of the set-up is another than the list's rows were made under ("X um per turn: 250 became
+// 500"): its places and heights would be elsewhere. Empty when nothing is, or nobody knows.
+std::string otherSetUpOf(const ScanList& list);
 
 // Why a row cannot be measured as the set-up and the stage are; empty when it can.
 std::string whyNotMeasured(const ListRow& row);

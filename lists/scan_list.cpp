@@ -116,6 +116,7 @@ std::string takeLine(ScanList& list, const std::string& name, const std::string&
     }
     if (name == "sample") return list.sample = value, "";
     if (name == "note") return list.note = value, "";
+    if (name == "set-up") return list.setUpInForce = value, "";
     if (name == "goes on after a failure")
         return takeYes(list.goesOnAfterFailure, value) ? "" : "yes or no";
     if (name == "bias stays in a pause")
@@ -170,6 +171,7 @@ std::string textOf(const ScanList& list) {
         "bias in V, every in minutes.\n";
     text += "sample = " + oneLine(list.sample) + "\n";
     text += "note = " + oneLine(list.note) + "\n";
+    if (!list.setUpInForce.empty()) text += "set-up = " + oneLine(list.setUpInForce) + "\n";
     text += std::string("goes on after a failure = ") + yesNo(list.goesOnAfterFailure);
     text += std::string("bias stays in a pause = ") + yesNo(list.keepsBiasInAPause);
     for (const ListRow& row : list.rows) {

@@ -44,6 +44,7 @@ struct ScanList {
     bool goesOnAfterFailure = true;
     bool keepsBiasInAPause = false;
     std::string sample, note;
+    std::string setUpInForce; // its words as the rows were made; empty: nobody knows
     std::vector<ListRow> rows;
 };
 constexpr size_t mostListRows = 10000;

@@ -123,4 +123,5 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("sample", c.occasion.sample);
     visit.added("note", c.occasion.note);
     visit.added("list", c.occasion.list);
+    visit.added("keeps bias in a pause", c.options.keepsBiasInAPause);
 }

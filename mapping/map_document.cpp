@@ -219,6 +219,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     add("Set-up", printable(scan.setUpInForce));
     add("Started", timeText(scan.started));
     if (!scan.continued.empty()) add("Continued", printable(scan.continued));
+    if (!scan.paused.empty()) add("Paused", printable(scan.paused));
     const Occasion& of = scan.occasion;
     if (!of.sample.empty()) add("Sample", printable(of.sample));
     if (!of.note.empty()) add("Note", printable(of.note));

@@ -27,6 +27,7 @@
 #include "session/forced_end.h"
 #include "session/main_title.h"
 #include "session/message_box.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/stopwatch.h"
@@ -106,6 +107,8 @@ private:
     bool consentGiven(bool compensated);
     void scanAllRows();
     bool scanRow(const WindowContext& view, int row);
+    bool pauseIfAsked(PauseBehind justDone, const std::string& behind);
+    void lightUp() const;
     RowStart goToRow(double y);
     bool hasComeTo(StageAxis& axis, double targetUm);
     NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start);
@@ -145,7 +148,8 @@ private:
     InstrumentSettings known;          // as the instrument is set by now
     int knownFrom = 0;                 // the first row since that was last asked for
     bool otherUnit = false;            // its values are no longer in the map's
-    bool yPlayLeft = false;            // the swing before the first row failed
+    bool yPlayLeft = false;            // the last swing failed
+    int swungAtRow = 0;                // before which that was
     uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
     ProcessEnd end = ProcessEnd::Running;
     const XyOfScan xy;
@@ -223,7 +227,7 @@ RowStart Scan::goToRow(double y) {
     waitResponsive(plan.rowSettleMs);
     if (session.stopRequested || !hasComeTo(stageY, y))
         row.yMissed = notThere(stageY);
-    else if (yPlayLeft && y - (startY + firstRow * area.scanStep) < runIn)
+    else if (yPlayLeft && y - (startY + swungAtRow * area.scanStep) < runIn)
         row.yMissed = {'Y', Miss::PlayLeft};
     return row;
 }
@@ -363,12 +367,53 @@ void Scan::lookAtSettings(int row, bool isLast) {
     otherUnit = instrumentLink.inVolts != plan.inVolts;
 }
 
+// The light in which the points are taken, from here on.
+void Scan::lightUp() const {
+    setLaserOutput(0);
+    setLaserLevel(1);
+    onlyTheLaserShone();
+}
+
+// Where a pause is due: laser off, and the bias unless it is to stay, until the operator resumes
+// it; then the play is shaken out again, and the row must be begun anew. False when nothing was
+// held up, or the scan stops instead.
+bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
+    if (!pauseIsDue(justDone) || report.pointsDone == area.totalPoints) return false;
+    const uint64_t sinceMs = tickCountMs();
+    const std::string since = timeText(localTime());
+    flushJournal();
+    setLaserLevel(0);
+    const auto limit = static_cast<double>(plan.currentLimit);
+    const bool keepsBias = plan.options.keepsBiasInAPause || plan.biasVoltage == 0.0f;
+    if (!keepsBias && !applyBias(0.0, limit).accepted())
+        report.bias.emplace_back("The bias may have been on in the pause");
+    const bool goesOn = waitWhilePaused("Mapping");
+    const auto tookMs = static_cast<double>(tickCountMs() - sinceMs);
+    const std::string words = since + behind + formatted(", %.1f min", tookMs / 60000.0);
+    notePause(*scanMap.conditions, words);
+    journalPause(words);
+    if (!goesOn) return false;
+    if (!keepsBias) {
+        const auto volts = static_cast<double>(plan.biasVoltage);
+        biasWatch.told(volts, applyBias(volts, limit));
+    }
+    if (plan.confocal) {
+        controlCamera(cameraState, cameraManual);
+        grabFrames(cameraState, 1);
+    }
+    lightUp();
+    yPlayLeft = !swingXY(timing) || !swingZ(timing);
+    report.swingFailed |= yPlayLeft;
+    waitResponsive(500);
+    return true;
+}
+
 // One row from left to right; false when a stop was asked for or an axis is out.
 bool Scan::scanRow(const WindowContext& view, int row) {
     const int mapRow = area.rows - 1 - row;
     const double y = startY + row * area.scanStep;
     pace.rowBegins(tickCountMs());
-    const RowStart start = goToRow(y);
+    RowStart start = goToRow(y);
     pace.rowReached(tickCountMs());
     if (session.stopRequested || axisThatIsOut()) return false;
     for (int column = 0; column < area.cols; ++column) {
@@ -390,6 +435,14 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         ++report.pointsDone;
         pace.pointDone(tickCountMs());
         showRemaining();
+        if (column + 1 == area.cols) continue; // behind the row
+        if (pauseIfAsked(PauseBehind::Point,
+                         formatted(" behind row %d, point %d", row + 1, column + 1))) {
+            swungAtRow = row;
+            start = goToRow(y);
+            pace.goesOn(tickCountMs());
+        }
+        if (session.stopRequested || axisThatIsOut()) return false;
     }
     lookAtFocus(formatted(" in row %d", row + 1));
     lookAtSettings(row, row == area.rows - 1);
@@ -398,6 +451,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
     setLiveRows(mapRow);
     drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
+    if (pauseIfAsked(PauseBehind::Row, formatted(" behind row %d", row + 1))) swungAtRow = row + 1;
     return true;
 }
 
@@ -426,15 +480,15 @@ void Scan::scanAllRows() {
         scanMap.conditions->takenExposureUs = cameraState.takenExposureUs;
         grabFrames(cameraState, 1);
     }
-    setLaserOutput(0);
-    setLaserLevel(1);
-    onlyTheLaserShone(); // from here on
+    lightUp();
     if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
     // A move of both axes ends up to 3 um before its target.
     const bool yIsThere = std::fabs(stageY.positionUm - startY) <= 3.0;
     const bool swung = swingXY(timing);
     report.swingFailed = !swung || !swingZ(timing);
     yPlayLeft = !yIsThere || !swung; // the first row may then be come to from above
+    swungAtRow = firstRow;
+    const CanPause canPause;
     elapsedMs(true);
     waitResponsive(500);
 
@@ -549,6 +603,7 @@ void Scan::showFirstWindows() {
     placePictureWindows();
     logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um", area.cols,
                        area.rows, area.scanStep, homeX, homeY));
+    logOccasion(plan.occasion);
     startLiveRows();
     if (firstRow == 0) return;
     setLiveRows(area.rows - firstRow);
@@ -580,7 +635,8 @@ Outcome Scan::run(const LeftJournal* left) {
     if (goes) endIfAxisIsOut();
     if (otherUnit) endBy("The instrument's values are in another unit by now");
     if (processEnd() == ProcessEnd::Asleep) endBy("The computer went to sleep");
-    report.bias = biasWatch.troubles(); // while it is on
+    for (const std::string& trouble : biasWatch.troubles()) // while it is on
+        report.bias.push_back(trouble);
     report.journalLost = journalIsBroken();
     end = declined                                            ? ProcessEnd::Declined
           : !report.endedBy.empty() && !session.stopRequested ? ProcessEnd::Stopped

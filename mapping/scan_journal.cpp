@@ -19,6 +19,9 @@
 
 namespace {
 
+// Begins a line among the points.
+constexpr char pauseWord[] = "paused ";
+
 // All that a journal keeps of a scan beside its points.
 template <class Scan, class Folder, class Visit>
 void eachValue(Scan& scan, Folder& folder, Visit& visit) {
@@ -39,6 +42,7 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit.added("spot correction x um", a.correctionXUm);
     visit.added("spot correction y um", a.correctionYUm);
     visit.added("continued", scan.continued);
+    visit.added("paused", scan.paused);
 }
 
 // What no scan can have is not computed: it might have no end.
@@ -217,6 +221,16 @@ void journalPoint(size_t column, size_t mapRow) {
     if (!journalIsBroken()) journalLine(pointLine(column, mapRow));
 }
 
+void notePause(ScanConditions& scan, const std::string& words) {
+    if (!scan.paused.empty()) scan.paused += "; ";
+    scan.paused += words;
+}
+
+void journalPause(const std::string& words) {
+    if (!journalIsBroken()) journalLine(pauseWord + words);
+    flushJournal();
+}
+
 void keepScanPicture() {
     // Another one would follow the stage away from the first place at each time that it goes on.
     if (!cameraState.connected || !scanMap.conditions->continued.empty()) return;
@@ -243,6 +257,10 @@ std::optional<JournaledScan> scanOfLines(const NextLine& next, int version) {
     if (!scan) return {};
     emptyMaps(scan->map, scan->plan().area, mapCountOf(*scan->map.conditions));
     while (const std::optional<std::string_view> line = next()) {
+        if (line->starts_with(pauseWord)) {
+            notePause(*scan->map.conditions, std::string(line->substr(sizeof pauseWord - 1)));
+            continue;
+        }
         const std::optional<PointLine> point = pointOf(*line, *scan);
         if (!point) break;
         takePoint(*point, *scan);

@@ -18,6 +18,10 @@ constexpr char unreadableJournal[] =
 void beginScanJournal();
 void journalPoint(size_t column, size_t mapRow); // of scanMap
 
+// A pause that has ended, in words of one line; goes to the disk at once.
+void journalPause(const std::string& words);
+void notePause(ScanConditions& scan, const std::string& words); // in the conditions
+
 // The same for a scan that goes on: the journal that it was read from becomes its own, with the
 // points of the map and all that follow.
 void continueScanJournal(const LeftJournal& left);

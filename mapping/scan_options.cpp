@@ -23,6 +23,7 @@ constexpr char early[] = "as soon as it can be there";
 constexpr char unitFileName[] = "write .gwy";
 constexpr char mainChannelName[] = "lock-in main channel";
 constexpr char auxChannelName[] = "lock-in aux 1 as channel";
+constexpr char pauseBiasName[] = "bias in a pause", stays[] = "stays", zero[] = "0 V";
 constexpr char yes[] = "yes";
 constexpr char no[] = "no";
 
@@ -85,6 +86,7 @@ void readScanOptions() {
     take(unitFileName, scanSettings.options.writesUnitFile, yes, no);
     takeMainChannel();
     take(auxChannelName, scanSettings.options.auxChannel, yes, no);
+    take(pauseBiasName, scanSettings.options.keepsBiasInAPause, stays, zero);
 }
 
 bool writeScanOptions() {
@@ -94,5 +96,6 @@ bool writeScanOptions() {
     options.push_back({unitFileName, scanSettings.options.writesUnitFile ? yes : no});
     options.push_back({mainChannelName, mainChannels[scanSettings.options.mainChannel]});
     options.push_back({auxChannelName, scanSettings.options.auxChannel ? yes : no});
+    options.push_back({pauseBiasName, scanSettings.options.keepsBiasInAPause ? stays : zero});
     return writeOptions(options);
 }

@@ -18,6 +18,7 @@ struct ScanOptions {
     int32_t mainChannel = 0;
     bool auxChannel = false;
     int32_t settledTenths = 990;
+    bool keepsBiasInAPause = false; // otherwise it is 0 V meanwhile
 
     bool operator==(const ScanOptions&) const = default;
 };

@@ -20,6 +20,10 @@ void ScanPace::pointDone(uint64_t nowMs) {
     ++pointsDone;
 }
 
+void ScanPace::goesOn(uint64_t nowMs) {
+    lastMs = nowMs;
+}
+
 double ScanPace::remainingMs() const {
     if (pointsDone == 0) return 0.0;
     const double eachRow = rowsBegun > 1 ? laterRowsMs / (rowsBegun - 1) : firstRowMs + wayBackMs;

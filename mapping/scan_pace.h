@@ -15,6 +15,8 @@ public:
     void rowReached(uint64_t nowMs); // at its first point
     void pointDone(uint64_t nowMs);
 
+    void goesOn(uint64_t nowMs); // what was before is no part of a point: a pause
+
     // Until the last point is done; 0 before the first one.
     double remainingMs() const;
 

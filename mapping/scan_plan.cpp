@@ -11,8 +11,6 @@
 #include <algorithm>
 #include <cmath>
 
-Occasion occasion;
-
 namespace {
 
 // Waits before a reading at the beginning of a row.

@@ -3,6 +3,7 @@
 
 #include "camera/spot.h"
 #include "instruments/reading.h"
+#include "mapping/occasion.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "platform/clock.h"
@@ -16,13 +17,6 @@ enum class Consent {
     OfTheOperator, // is asked for before the first point
     GivenBefore,
 };
-
-// What a measurement is of, in the operator's words; each one line, empty where he has none.
-struct Occasion {
-    std::string sample, note;
-    std::string list; // "night, row 2 of 4, repeat 1 of 3"; empty of one that was started by hand
-};
-extern Occasion occasion; // of the next measurement
 
 // All that a scan needs to know.
 struct ScanPlan {
@@ -78,6 +72,7 @@ struct ScanConditions : ScanPlan {
     double takenGain = 0.0, takenExposureUs = 0.0; // what the camera made of the plan's; 0 unknown
     bool blueOnly = false;                         // of the camera's picture
     std::string continued; // when, and behind which row, it went on; empty of a scan in one go
+    std::string paused;    // when, how long and behind which point; empty without a pause
 };
 
 // Those of a measurement by this plan that starts now.

@@ -70,6 +70,8 @@ enum ControlId : int {
     idSetUp = 32854,
     idScanList = 32855,
     idContinueList = 32856,
+    idPause = 32857,
+    idPauseBehindRow = 32858,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
     idObjective = 32870,   // eight of them: the objectives, in their order
     idCalibrateCamera = 32880,
@@ -92,6 +94,8 @@ enum ListId : int {
     idListSample = 1202,
     idListNote = 1203,
     idListGoesOn = 1204,
+    idListKeepsBias = 1205,
+    idListEndProgram = 1206,
     idListAddArea = 1210,
     idListAddSweep = 1211,
     idListAddSeries = 1212,
@@ -164,6 +168,9 @@ enum ScanOptionsId : int {
     idMainChannelList = 1046, // of a lock-in amplifier, like the rest
     idAuxChannelCheck = 1047,
     idSettledEdit = 1048,
+    idSampleEdit = 1050,
+    idNoteEdit = 1051,
+    idPauseBiasCheck = 1052,
     idSettledText = 1049,
 };
 

@@ -32,6 +32,7 @@ enum class Field {
     LaserIntensity,
     UnitLabel,
     StartButton,
+    PauseButton,
 };
 
 // Does nothing before the main window exists, nor from another thread than the windows'.
@@ -49,6 +50,10 @@ inline void showProgress(const char* text) {
 
 // Checks one button of the main window's group first..last and unchecks the others.
 void checkRadio(int first, int last, int checked);
+
+// Of the main window's control with that id.
+void showMainControl(int id, bool shown);
+bool isMainControl(WindowHandle window, int id);
 
 // Toggles the check mark of the menu item `id`; returns whether it is now checked.
 bool toggleCheckMark(int id);

@@ -18,6 +18,24 @@ void prepareDataFolders(DataFolders& folders) {
     folders.sessionFolderMade = 0;
 }
 
+namespace {
+
+// A folder that is there already is taken too, unless it is to be a new one.
+void makeSessionFolder(DataFolders& folders, const std::wstring& path, bool isNew) {
+    folders.sessionFolder = path;
+    if (isNew)
+        for (int number = 1; fileExists(folders.sessionFolder); ++number)
+            folders.sessionFolder = path + L"(" + std::to_wstring(number) + L")";
+    makeFolder(folders.sessionFolder);
+    folders.sessionFolderMade = 1;
+}
+
+std::wstring sessionFolderPath(const DataFolders& folders) {
+    return folders.dataRoot + L"\\" + widened(sessionFolderName(folders));
+}
+
+} // namespace
+
 std::string sessionFolderName(const DataFolders& folders) {
     if (folders.sessionFolderMade) return fileNameOf(folders.sessionFolder);
     const LocalTime now = localTime();
@@ -27,14 +45,14 @@ std::string sessionFolderName(const DataFolders& folders) {
 
 void ensureSessionFolder(DataFolders& folders) {
     if (folders.sessionFolderMade) return;
-    const std::wstring ofMinute = folders.dataRoot + L"\\" + widened(sessionFolderName(folders));
-    folders.sessionFolder = ofMinute;
+    const std::wstring path = sessionFolderPath(folders);
     // What a program that was killed has left there may be in the way of every name.
-    if (folders.fullFolder.starts_with(ofMinute))
-        for (int number = 1; fileExists(folders.sessionFolder); ++number)
-            folders.sessionFolder = ofMinute + L"(" + std::to_wstring(number) + L")";
-    makeFolder(folders.sessionFolder);
-    folders.sessionFolderMade = 1;
+    makeSessionFolder(folders, path, folders.fullFolder.starts_with(path));
+}
+
+void makeNewSessionFolder(DataFolders& folders) {
+    folders.sessionFolderMade = 0;
+    makeSessionFolder(folders, sessionFolderPath(folders), true);
 }
 
 DataFolders foldersIn(const DataFolders& root, const std::string& name) {

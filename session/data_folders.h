@@ -22,6 +22,9 @@ void prepareDataFolders(DataFolders& folders);
 // until a failed save has cleared `sessionFolderMade`.
 void ensureSessionFolder(DataFolders& folders);
 
+// Makes one that holds nothing yet, whatever has been made in the same minute.
+void makeNewSessionFolder(DataFolders& folders);
+
 // The session folder's name: of the one that was made, or of the one that would be made now.
 std::string sessionFolderName(const DataFolders& folders);
 

@@ -58,7 +58,8 @@ void dispatchClick(const Message& message) {
 }
 
 int handleWhileProcessRuns(const Message& message) {
-    if (asksForStop(message) && stopConfirmed()) {
+    const bool pauses = isMainControl(message.window, idPause); // its click is no wish to stop
+    if (!pauses && asksForStop(message) && stopConfirmed()) {
         session.stopRequested = 1;
         return waitStopped;
     }
@@ -67,7 +68,7 @@ int handleWhileProcessRuns(const Message& message) {
     const bool nudge = message.id == messageKeyDown && (up || down);
     if (nudge)
         nudgeFocus(up ? 1.0 : -1.0);
-    else if (message.id == messageLeftButtonDown)
+    else if (message.id == messageLeftButtonDown && !pauses)
         dispatchClick(message);
     else
         dispatchMessage(message);

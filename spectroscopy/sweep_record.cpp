@@ -4,6 +4,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/lights.h"
 #include "mapping/map_document.h"
+#include "mapping/occasion.h"
 #include "platform/decimal_point.h"
 #include "platform/files.h"
 #include "platform/surface_owners.h"
@@ -103,6 +104,7 @@ bool saveConditions(SweepRecord& record, const CurveFile& curve, const std::stri
 } // namespace
 
 void noteStart(SweepRecord& record) {
+    logOccasion(occasion);
     record.setUp = conditionsOf(presentPlan());
     record.laserWasOn = laserIsOn();
     record.wasIlluminated = illuminationIsOn();

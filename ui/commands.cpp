@@ -34,6 +34,7 @@
 #include "session/forced_end.h"
 #include "session/journal.h"
 #include "session/message_box.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
@@ -184,7 +185,10 @@ void setHighestZ() {
     if (stageZ.axisNumber == 0 || axisIsOut(stageZ))
         return showInformation("Not set: stage Z has no controller that answers");
     readPosition(stageZ);
-    const bool written = keepHighestZ(ofController(stageZ, stageZ.positionUm));
+    const double place = ofController(stageZ, stageZ.positionUm);
+    if (place <= setUp.ranges[2].lowest)
+        return showInformation("Not set: Z stands at its lowest place of the set-up, or below");
+    const bool written = keepHighestZ(place);
     const std::string words = formatted("Highest Z: %.1f um", stageZ.positionUm) +
                               (written ? "" : ", for this run only: Setup.ini was not written");
     logEvent(words);
@@ -247,6 +251,8 @@ constexpr Command commands[] = {
     {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
     {idConfiguration, configure, refused, refused, "Configuration"},
     {idScanList, openListWindow, allowed, allowed},
+    {idPause, switchPause, allowed, allowed},
+    {idPauseBehindRow, [] { askForPause(PauseBehind::Row); }, allowed, allowed},
     {idSetUp, changeSetUp, refused, refused, "Set-up"},
     {idObjective, [] { chooseObjective(1); }, refused, refused, "Objective 1"},
     {idObjective + 1, [] { chooseObjective(2); }, refused, refused, "Objective 2"},

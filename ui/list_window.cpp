@@ -6,7 +6,9 @@
 #include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "lists/list_record.h"
 #include "lists/list_run.h"
+#include "mapping/occasion.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_plan.h"
@@ -39,8 +41,9 @@ constexpr int buttonsTop = tableTop + tableHeight + 8;
 constexpr int fieldsTop = buttonsTop + 34;
 constexpr int seriesTop = fieldsTop + 2 * 46;
 constexpr int bottomTop = seriesTop + 34;
+constexpr int endTop = bottomTop + 30;
 constexpr int innerWidth = 2 * margin + fieldsAcross * (fieldWidth + 6) + 70;
-constexpr int outerWidth = innerWidth + 6, outerHeight = bottomTop + height + margin + 29;
+constexpr int outerWidth = innerWidth + 6, outerHeight = endTop + height + margin + 29;
 
 enum Edits : size_t {
     editName,
@@ -51,6 +54,7 @@ enum Edits : size_t {
     editFrom,
     editTo,
     editSteps,
+    editEndProgram,
     editCount
 };
 
@@ -158,6 +162,7 @@ void showList() {
     setText(editSample, state.list.sample);
     setText(editNote, state.list.note);
     checkInTool(state.window, idListGoesOn, state.list.goesOnAfterFailure);
+    checkInTool(state.window, idListKeepsBias, state.list.keepsBiasInAPause);
     showRows(state.list.rows.empty() ? -1 : 0);
 }
 
@@ -172,6 +177,10 @@ bool takeHead() {
     state.list.sample = text(editSample);
     state.list.note = text(editNote);
     state.list.goesOnAfterFailure = isCheckedInTool(state.window, idListGoesOn);
+    state.list.keepsBiasInAPause = isCheckedInTool(state.window, idListKeepsBias);
+    const bool kept = keepOccasion(state.list.sample, state.list.note);
+    const bool programKept = keepProgramAtEnd(text(editEndProgram));
+    if (!kept || !programKept) tell("Options.ini could not be written");
     return true;
 }
 
@@ -212,6 +221,7 @@ bool takeFields() {
 
 void insertRow(const ListRow& row) {
     if (state.list.rows.size() == mostListRows) return tell("A list has at most 10000 rows");
+    if (state.list.rows.empty()) state.list.setUpInForce = setUpWords(setUp);
     const int at = state.selected + 1;
     state.list.rows.insert(state.list.rows.begin() + at, row);
     showRows(at);
@@ -321,6 +331,15 @@ void startList() {
     const bool any = std::any_of(state.list.rows.begin(), state.list.rows.end(),
                                  [](const ListRow& row) { return row.on; });
     if (!any) return tell("No row of the list is switched on");
+    if (const std::string other = otherSetUpOf(state.list); !other.empty()) {
+        const std::string question = "The rows were made under another set-up: " + other +
+                                     ". Are their places and heights right for this one?";
+        if (showMessageBox(windows.main, question.c_str(), "Scan list", BoxButtons::YesNo) !=
+            BoxAnswer::Yes)
+            return;
+        if (stageIsBusy()) return;
+        state.list.setUpInForce = setUpWords(setUp);
+    }
     if (!writeScanList(state.list)) return tell("The list could not be written");
     showRows(state.selected);
     runIt([list = state.list] { return startScanList(list); });
@@ -401,6 +420,11 @@ std::vector<ToolControl> controls() {
     all.push_back({Button, "Make rows", 632, seriesTop, 90, height + 2, idListMakeSeries});
     all.push_back({Check, "Go on with the next row after one that failed", margin, bottomTop, 320,
                    height, idListGoesOn});
+    all.push_back({Check, "Bias stays in a pause", 340, bottomTop, 170, height, idListKeepsBias});
+    all.push_back({Label, "At the end run", margin, endTop, 90, height});
+    all.push_back({Edit, "", 104, endTop, 406, height, idListEndProgram});
+    all.push_back(
+        {Label, "a program, with the list's record; empty: none", 518, endTop, 280, height});
     all.push_back({Button, "Start", right - 40, bottomTop, 104, height + 2, idListStart});
     return all;
 }
@@ -417,7 +441,12 @@ void openListWindow() {
     listProgress.changed = [] {
         if (state.window) showRows(state.selected);
     };
+    if (state.list.rows.empty()) {
+        state.list.sample = occasion.sample;
+        state.list.note = occasion.note;
+    }
     showList();
+    setText(editEndProgram, programAtEnd());
     setText(editSeriesName, "laser");
     setText(editSteps, "5");
 }

@@ -3,6 +3,7 @@
 
 #include "camera/live_view.h"
 #include "instruments/ammeter.h"
+#include "mapping/occasion.h"
 #include "mapping/scan_options.h"
 #include "mapping/scan_plan.h"
 #include "platform/text_format.h"
@@ -57,6 +58,9 @@ void opened() {
     fillDialogList(idMainChannelList, channels, static_cast<int>(std::size(channels)));
     selectInDialogList(idMainChannelList, scanSettings.options.mainChannel);
     checkInDialog(idAuxChannelCheck, scanSettings.options.auxChannel);
+    setDialogText(idSampleEdit, occasion.sample.c_str());
+    setDialogText(idNoteEdit, occasion.note.c_str());
+    checkInDialog(idPauseBiasCheck, scanSettings.options.keepsBiasInAPause);
     showSettling();
 }
 
@@ -82,6 +86,7 @@ void takeOver() {
     chosen.writesUnitFile = isCheckedInDialog(idUnitFileCheck);
     chosen.mainChannel = selectedInDialogList(idMainChannelList);
     chosen.auxChannel = isCheckedInDialog(idAuxChannelCheck);
+    chosen.keepsBiasInAPause = isCheckedInDialog(idPauseBiasCheck);
     scanSettings.options = chosen;
     const std::string runIn = chosen.runInUm == 0 ? "one step" : formatted("%d um", chosen.runInUm);
     logEvent(formatted("Scan options: %s, wait %d ms and %d ms, %d readings per point, run-in %s%s",
@@ -90,7 +95,10 @@ void takeOver() {
                        chosen.writesUnitFile ? ", .gwy" : "") +
              formatted("; lock-in: %s, %g %%%s", mainChannels[chosen.mainChannel],
                        chosen.settledTenths / 10.0, chosen.auxChannel ? ", aux 1" : ""));
-    if (!writeScanOptions()) showInformation("Options.ini could not be written");
+    constexpr int wordCapacity = 200;
+    const bool kept =
+        keepOccasion(dialogText(idSampleEdit, wordCapacity), dialogText(idNoteEdit, wordCapacity));
+    if (!writeScanOptions() || !kept) showInformation("Options.ini could not be written");
     endDialog();
 }
 

@@ -13,6 +13,7 @@
 
 enum class Kind {
     Button,
+    HiddenButton,
     PushLike,
     Radio,
     Label,
@@ -44,6 +45,7 @@ constexpr int shows(Field field) {
 // In order of creation.
 static const Control controls[] = {
     {idStart, Kind::Button, L"Start", 1262, 10, 70, 40, shows(Field::StartButton)},
+    {idPause, Kind::HiddenButton, L"Pause", 1342, 10, 70, 40, shows(Field::PauseButton)},
     {idLabel, Kind::Label, L"Video", 1262, 60, 40, 20},
     {idLiveOn, Kind::Radio, L"On", 1332, 60, 40, 20},
     {idLiveOff, Kind::Radio, L"Off", 1382, 60, 40, 20},
@@ -99,7 +101,7 @@ static const Control controls[] = {
     {0, Kind::Edit, L"", 1322, 710, 55, 20, shows(Field::Exposure), Use::Input},
 };
 
-constexpr size_t fieldCount = static_cast<size_t>(Field::StartButton) + 1;
+constexpr size_t fieldCount = static_cast<size_t>(Field::PauseButton) + 1;
 static std::array<HWND, fieldCount> fieldWindows; // null while there is no column
 
 struct KeyedEdit {
@@ -149,6 +151,8 @@ static WindowKind windowKind(const Control& control) {
     switch (control.kind) {
     case Kind::Button:
         return {L"BUTTON", child | WS_TABSTOP | BS_PUSHBUTTON, 0};
+    case Kind::HiddenButton:
+        return {L"BUTTON", WS_CHILD | WS_TABSTOP | BS_PUSHBUTTON, 0};
     case Kind::PushLike:
         return {L"BUTTON", child | WS_TABSTOP | BS_PUSHLIKE, 0};
     case Kind::Radio: // no stop for Tab

@@ -161,6 +161,15 @@ void checkRadio(int first, int last, int checked) {
     if (windows.main) CheckRadioButton(native(windows.main), first, last, checked);
 }
 
+void showMainControl(int id, bool shown) {
+    if (HWND control = windows.main ? GetDlgItem(native(windows.main), id) : nullptr)
+        ShowWindow(control, shown ? SW_SHOW : SW_HIDE);
+}
+
+bool isMainControl(WindowHandle window, int id) {
+    return windows.main && window && native(window) == GetDlgItem(native(windows.main), id);
+}
+
 bool toggleCheckMark(int id) {
     if (!windows.main) return false;
     HMENU menu = GetMenu(native(windows.main));

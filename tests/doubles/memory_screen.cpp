@@ -2,6 +2,7 @@
 #include "tests/doubles/memory_screen.h"
 
 #include "platform/files.h"
+#include "platform/start_program.h"
 #include "platform/viewer.h"
 #include "screen/control_ids.h"
 #include "tests/doubles/script.h"
@@ -26,6 +27,7 @@ int taskbarProgress = -1;
 std::string shownPage;
 std::vector<std::string> startupTexts;
 std::vector<WindowHandle> toolWindows;
+std::vector<std::wstring> startedPrograms;
 
 static std::vector<std::unique_ptr<NativeWindow>> allWindows;
 static std::map<Field, std::vector<std::string>> fields;
@@ -39,6 +41,7 @@ void resetScreen() {
     taskbarProgress = -1;
     shownPage.clear();
     startupTexts.clear();
+    startedPrograms.clear();
     while (!toolWindows.empty()) destroyToolWindow(toolWindows.back());
     allWindows.clear();
     fields.clear();
@@ -84,6 +87,14 @@ void checkRadio(int first, int, int checked) {
 
 int checkedRadio(int first) {
     return radioGroups[first];
+}
+
+void showMainControl(int id, bool shown) {
+    if (windows.main) windows.main->hidden[id] = !shown;
+}
+
+bool isMainControl(WindowHandle, int) {
+    return false; // no message goes to a control of its own
 }
 
 bool toggleCheckMark(int id) {
@@ -140,6 +151,12 @@ void showAbout() {}
 
 void showDevices(const char* text) {
     shownPage = text;
+}
+
+std::string startProgram(const std::wstring& path, const std::wstring& argument) {
+    if (!fileExists(path)) return "The system cannot find the file specified (2)";
+    startedPrograms.push_back(path + L" " + argument);
+    return {};
 }
 
 bool openInViewer(const std::wstring& path) {

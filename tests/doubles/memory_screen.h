@@ -21,9 +21,10 @@ int checkedRadio(int first);
 extern bool mainWindowRefused; // createMainWindow fails
 extern int focusCount;         // calls of focusMainWindow
 
-extern std::string shownPage;                 // of the devices
-extern std::vector<std::string> startupTexts; // of showAtStartup
-extern int taskbarProgress;                   // -1 none
-extern std::vector<WindowHandle> toolWindows; // open now, oldest first
+extern std::string shownPage;                     // of the devices
+extern std::vector<std::string> startupTexts;     // of showAtStartup
+extern int taskbarProgress;                       // -1 none
+extern std::vector<std::wstring> startedPrograms; // with their argument
+extern std::vector<WindowHandle> toolWindows;     // open now, oldest first
 
 void resetScreen();

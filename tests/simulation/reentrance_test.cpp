@@ -12,6 +12,7 @@
 #include "screen/control_ids.h"
 #include "session/data_folders.h"
 #include "session/live_view_timer.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "spectroscopy/sweep_record.h"
@@ -147,7 +148,14 @@ std::vector<Step> everything() {
     for (const Command& command : commandTable())
         // The first would end the test, the second has a step of its own.
         if (command.id != idExit && command.id != idSaveMaps) ids.push_back(command.id);
-    for (const int id : ids) add("command " + std::to_string(id), [id] { postCommand(id); });
+    for (const int id : ids)
+        add("command " + std::to_string(id), [id] {
+            postCommand(id);
+            if (id != idPause && id != idPauseBehindRow) return;
+            in(60000, [] {
+                if (isPaused()) postCommand(idPause);
+            });
+        });
     for (const uintptr_t key :
          {keyPageUp, keyPageDown, keyLeft, keyUp, keyRight, keyDown, uintptr_t{'A'}})
         add("key " + std::to_string(key), [key] { postKey(key); });

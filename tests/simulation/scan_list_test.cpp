@@ -9,8 +9,11 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
 #include "motion/stage.h"
+#include "platform/files.h"
 #include "platform/text_format.h"
+#include "platform/widen.h"
 #include "screen/control_ids.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/set_up.h"
 
@@ -161,9 +164,66 @@ TEST_F(ScanListTest, AStopAsksForTheRowOrTheList) {
     EXPECT_EQ(labLaserPwm(), 0);
 }
 
-// The disk as it was in the middle of the second row: that one goes on in its own folder.
+// Behind a point and behind a row, long enough for anything that watches for idleness; dark and
+// without bias meanwhile, and no cell shows that there was one.
+TEST_F(ScanListTest, APauseLeavesNoTrace) {
+    const auto pauses = [](const char* row, const char* at, int command, double minutes) {
+        when(
+            [=] {
+                return listUnderWay().starts_with(row) && textIn(Field::Progress).starts_with(at);
+            },
+            [=] {
+                postCommand(command);
+                when([] { return isPaused(); },
+                     [=] {
+                         in(2000, [] {
+                             EXPECT_EQ(labLaserPwm(), 0);
+                             EXPECT_EQ(labBiasVolts(), 0.0);
+                         });
+                         in(minutes * 60000.0, [] { postCommand(idPause); });
+                     });
+            });
+    };
+    pauses("night, row 2 ", "Mapping: 37%", idPause, 45.0);
+    pauses("night, row 4 ", "Mapping: 37%", idPauseBehindRow, 5.0);
+    runOver(fiveRows);
+    for (const int row : {1, 2, 3, 4}) expectTrueMap(row, row % 2 == 0 ? 0.4 : 0.0);
+    const std::string inRow = SavedMap(recordOf(2)[6] + "/").condition("Paused");
+    EXPECT_NE(inRow.find("behind row 2, point 3, 45."), std::string::npos) << inRow;
+    const std::string behindRow = SavedMap(recordOf(4)[6] + "/").condition("Paused");
+    EXPECT_NE(behindRow.find("behind row 2, 5."), std::string::npos) << behindRow;
+    EXPECT_EQ(SavedMap(recordOf(1)[6] + "/").condition("Paused"), "");
+    EXPECT_TRUE(windows.main == nullptr || windows.main->hidden[idPause]);
+}
+
+TEST_F(ScanListTest, AStopEndsAPause) {
+    when(
+        [] {
+            return listUnderWay().starts_with("night, row 2 ") &&
+                   textIn(Field::Progress).starts_with("Mapping: 37%");
+        },
+        [] { postCommand(idPause); });
+    when([] { return isPaused(); }, [] { in(60000.0, [] { postClick(100, 100); }); });
+    answer("Do you want to stop process, now ?", BoxAnswer::Yes);
+    answer("Does the whole list end?\n\nNo: only this row, the next one begins.", BoxAnswer::Yes);
+    runOver(fiveRows);
+    EXPECT_TRUE(recordOf(2)[5].starts_with("stopped")) << record();
+    EXPECT_NE(SavedMap(recordOf(2)[6] + "/").condition("Paused"), "");
+    EXPECT_EQ(labLaserPwm(), 0);
+    EXPECT_EQ(labBiasVolts(), 0.0);
+}
+
+// The disk as it was in the middle of the second row, behind a pause: that one goes on in its own
+// folder.
 TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
     std::string disk;
+    when(
+        [] {
+            return listUnderWay().starts_with("night, row 2 ") &&
+                   textIn(Field::Progress).starts_with("Mapping: 16%");
+        },
+        [] { postCommand(idPause); });
+    when([] { return isPaused(); }, [] { in(3000.0, [] { postCommand(idPause); }); });
     when(
         [] {
             return listUnderWay().starts_with("night, row 2 ") &&
@@ -178,6 +238,8 @@ TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
          [] {
              EXPECT_EQ(textIn(Field::Information), "A list was cut off: 1 of 5 rows. \"File\", "
                                                    "\"Continue last list\"");
+             writeDesktopFile("tell.exe", "");
+             EXPECT_TRUE(keepProgramAtEnd(narrowed(desktopFolder()) + "\\tell.exe"));
              postCommand(idContinueList);
          });
     answer("The list \"night\" was cut off: 1 of 5 rows are measured. Go on?\n\nThe stage goes to "
@@ -191,6 +253,9 @@ TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
     EXPECT_EQ(runProgram(1), 0);
     for (const int row : {1, 2, 3, 4}) expectTrueMap(row, row % 2 == 0 ? 0.4 : 0.0);
     EXPECT_NE(SavedMap(recordOf(2)[6] + "/").condition("Continued"), "");
+    EXPECT_NE(SavedMap(recordOf(2)[6] + "/").condition("Paused"), "");
+    ASSERT_EQ(startedPrograms.size(), 1u);
+    EXPECT_TRUE(startedPrograms.front().find(L"tell.exe ") != std::wstring::npos);
     EXPECT_NE(record().find("continued after it was cut off"), std::string::npos);
     EXPECT_NE(record().find("Scan list finished: 5 of 5 rows"), std::string::npos) << record();
 }

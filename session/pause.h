@@ -1,0 +1,33 @@
+// A pause of the process that is under way: the operator asks for it, and the process takes it
+// where it stands well.
+#pragma once
+
+#include <string>
+
+enum class PauseBehind { Nothing, Point, Row };
+
+// In this object's block the process can pause, and the button "Pause" is there.
+class CanPause {
+public:
+    CanPause();
+    ~CanPause();
+    CanPause(const CanPause&) = delete;
+    CanPause& operator=(const CanPause&) = delete;
+};
+
+// What the operator asks for; takes a pause that is asked for or has begun back with Nothing. Said
+// in the information text where no process that can pause is under way.
+void askForPause(PauseBehind behind);
+
+// "Pause", and "Resume" of one that is asked for or has begun.
+void switchPause();
+
+// Whether a process that has just come to the end of a point, or of a row, pauses now.
+bool pauseIsDue(PauseBehind justDone);
+
+// True while waitWhilePaused holds the process.
+bool isPaused();
+
+// Holds the process, as `what` ("Mapping"), until the operator resumes it; false when it is to stop
+// instead. A pause that has lasted is no reason for an end.
+bool waitWhilePaused(const std::string& what);
