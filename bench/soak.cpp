@@ -1,20 +1,29 @@
 // Maps for weeks of virtual time in one run of the program, past the 49.7 days after which the low
 // 32 bits of the system's tick count begin anew: `soak [days] [ms to wait at each point]`, 60 and
-// 10000 unless told. Prints what the program held after the first day and at the end, and ends with
-// 1 when it grew, or when a point was read sooner than its waits allow.
+// 10000 unless told. Or lists of maps and curves, with pauses: `soak lists [days]`, 7 unless told.
+// Prints what the program held after the first day and at the end, and ends with 1 when it grew,
+// when a point was read sooner than its waits allow, or when a list's map is not the sample's.
 #include "app/program.h"
+#include "instruments/kinds.h"
+#include "lists/list_run.h"
 #include "mapping/scan_map.h"
+#include "motion/axis.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "tests/doubles/doubles.h"
+#include "tests/simulation/saved_map.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <malloc.h>
+#include <set>
+#include <string>
 
 namespace {
 
@@ -40,7 +49,7 @@ long openFiles() {
 }
 
 void forgetWhatDoublesKeep() {
-    for (int field = 0; field <= static_cast<int>(Field::StartButton); ++field) {
+    for (int field = 0; field <= static_cast<int>(Field::PauseButton); ++field) {
         std::vector<std::string>& history = historyOf(static_cast<Field>(field));
         if (history.empty()) continue;
         std::vector<std::string>{history.back()}.swap(history);
@@ -116,6 +125,82 @@ void watchScan() {
         });
 }
 
+// --- Lists ---------------------------------------------------------------------------------------
+
+ListRow mapAt(double dx, double dy, double biasVolts) {
+    ListRow row;
+    row.xUm = ofController(stageX, dx);
+    row.yUm = ofController(stageY, dy);
+    row.columns = 6;
+    row.rows = 4;
+    row.stepUm = 3.0;
+    row.biasVolts = biasVolts;
+    row.limitAmperes = 1e-3;
+    row.repeats = 8;
+    row.everyMinutes = 40;
+    return row;
+}
+
+ScanList listOfTheDay() {
+    ScanList list{.name = "day", .rows = {mapAt(20, 10, 0.0), mapAt(-30, 25, 0.4)}};
+    ListRow& curve = list.rows.emplace_back(mapAt(20, 10, 0.0));
+    curve.kind = ListKind::IvCurve;
+    curve.quarterPoints = 5;
+    return list;
+}
+
+// The maps of the list that has ended, cell by cell; their folders go.
+void lookAtFolders() {
+    std::set<std::string> folders;
+    for (const std::string& name : filesOnDesktop())
+        if (name.starts_with("KST_Data/26") && name.find('/', 9) != std::string::npos)
+            folders.insert(name.substr(9, name.find('/', 9) - 9));
+    for (const std::string& folder : folders) {
+        bool isMap = false;
+        for (const std::string& name : filesOnDesktop())
+            isMap |= name.starts_with("KST_Data/" + folder + "/Lumascan");
+        if (isMap) {
+            ++scans;
+            const SavedMap map(folder + "/");
+            const double bias = map.condition("Bias").starts_with("0 ") ? 0.0 : 0.4;
+            unexpected += map.columns != 6 || map.rows != 4 || map.maskedCells(0) != 0;
+            map.expectCells(0, [&](double value, LabPoint at) {
+                ++points;
+                const double truth = expectedCurrent(at.x, at.y, 4.0, labStageUm(labZ), bias);
+                return std::fabs(value - truth) < 0.02e-6 + 0.01 * std::fabs(truth);
+            });
+        }
+        std::filesystem::remove_all(pathOnDesktop("KST_Data/" + folder));
+    }
+}
+
+void runLists() {
+    // A pause in the middle of each list.
+    when(
+        [] {
+            return listUnderWay().find("row 2 of 3, repeat 3") != std::string::npos &&
+                   textIn(Field::Progress).starts_with("Mapping: 50%");
+        },
+        [] {
+            postCommand(idPause);
+            when([] { return isPaused(); }, [] { in(90 * 60000.0, [] { postCommand(idPause); }); });
+        });
+    postCall([] {
+        const auto outcome = runProcess(
+            "Scan list", [] { return startScanList(listOfTheDay()); }, saveRowAtForcedEnd);
+        unexpected += !outcome || !outcome->isSound();
+        lookAtFolders();
+        if (!firstDayIsOver && testTimeMs() >= msPerDay) {
+            firstDayIsOver = true;
+            afterFirstDay = held();
+        }
+        forgetWhatDoublesKeep();
+        if (testTimeMs() < days * msPerDay) return runLists();
+        atEnd = held();
+        post(messageClose);
+    });
+}
+
 size_t largestLog() {
     size_t largest = 0;
     const std::string folder = pathOnDesktop("KST_Data/Log");
@@ -127,8 +212,14 @@ size_t largestLog() {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1) days = std::atof(argv[1]);
-    if (argc > 2) pointMs = std::atof(argv[2]);
+    const bool lists = argc > 1 && std::string(argv[1]) == "lists";
+    if (lists) {
+        days = argc > 2 ? std::atof(argv[2]) : 7;
+        pointMs = 10;
+    } else {
+        if (argc > 1) days = std::atof(argv[1]);
+        if (argc > 2) pointMs = std::atof(argv[2]);
+    }
     prepareWorld();
     nobodyLooks = true;
     setLabRowsAroundSpot(104);
@@ -137,13 +228,14 @@ int main(int argc, char** argv) {
     answerOthers = [](const ShownBox&) { return BoxAnswer::Yes; };
     const LabPixel spot = labSpotPixel();
     writeDesktopFile("KST_Data/Config.txt",
-                     formatted("step:2.0, laser:4.00, laser correct:(%d,%d), Ammeter:0, GPIB:18, "
-                               "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 1\n",
-                               spot.column, spot.row));
+                     formatted("step:2.0, laser:4.00, laser correct:(%d,%d), Ammeter:%d, GPIB:18, "
+                               "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, %d\n",
+                               spot.column, spot.row, lists ? kindUsbSourcemeter : 0, !lists));
     writeDesktopFile("KST_Data/Options.ini",
                      formatted("wait after arrival (ms) = %.0f\n", pointMs));
     when([] { return timerRuns(); },
-         [] {
+         [=] {
+             if (lists) return runLists();
              const int halfWidth = static_cast<int>(120 / labUmPerPixel / 2);
              const int halfHeight = static_cast<int>(80 / labUmPerPixel / 2);
              postDrag(616 + halfWidth, 514 + halfHeight, 616 - halfWidth, 514 - halfHeight);
@@ -166,5 +258,7 @@ int main(int argc, char** argv) {
                       atEnd.files > afterFirstDay.files ||
                       atEnd.contexts > afterFirstDay.contexts ||
                       atEnd.bitmaps > afterFirstDay.bitmaps || atEnd.journals > 0;
-    return code == 0 && !grew && tooSoon == 0 && unexpected == 0 ? 0 : 1;
+    const bool untrue = testing::UnitTest::GetInstance()->Failed();
+    std::fprintf(stderr, "%d unexpected, maps %s\n", unexpected, untrue ? "untrue" : "true");
+    return code == 0 && !grew && tooSoon == 0 && unexpected == 0 && !untrue ? 0 : 1;
 }

@@ -4,6 +4,7 @@
 #include "virtual_lab/lab.h"
 
 #include <cmath>
+#include <fstream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -97,6 +98,11 @@ protected:
             }
     }
 
+    static void click(HWND button) {
+        PostMessageW(button, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
+        PostMessageW(button, WM_LBUTTONUP, 0, MAKELPARAM(5, 5));
+    }
+
     HWND list = nullptr;
 };
 
@@ -125,6 +131,19 @@ TEST_F(ScanListWindow, GoesOnWithTheNightThatAKillCutOff) {
     const Box box = awaitBox(program, quickly);
     EXPECT_NE(box.text.find("1 of 5 rows are measured. Go on?"), std::string::npos) << box.text;
     ASSERT_TRUE(answerBox(box, IDYES));
+    // A click on "Pause" is no wish to stop.
+    ASSERT_TRUE(
+        await([&] { return textOf(program.window).find("row 3 of 5") != std::string::npos; },
+              2 * patiently));
+    ASSERT_TRUE(await([&] { return percentDone() >= 40; }, patiently));
+    HWND pause = GetDlgItem(program.window, 32857);
+    EXPECT_EQ(textOf(pause), "Pause");
+    EXPECT_TRUE(IsWindowVisible(pause));
+    click(pause);
+    ASSERT_TRUE(await([&] { return textOf(program.window).find("paused") != std::string::npos; },
+                      patiently));
+    EXPECT_EQ(textOf(pause), "Resume");
+    click(pause);
     ASSERT_TRUE(
         await([&] { return record().find("Scan list finished: 5 of 5") != std::string::npos; },
               5 * patiently))
@@ -133,5 +152,42 @@ TEST_F(ScanListWindow, GoesOnWithTheNightThatAKillCutOff) {
     for (const int row : {1, 2}) expectMap(row, 550, 570, row == 1 ? 0.0 : 0.4);
     for (const int row : {3, 4}) expectMap(row, 630, 510, row == 3 ? 0.0 : 0.4);
     EXPECT_FALSE(fs::exists(dataRoot() / "Scan lists" / "Unfinished.txt"));
+    for (const std::string& name : filesIn(folderOf(3)))
+        if (name.ends_with(".gwy"))
+            EXPECT_NE(contentOf(folderOf(3) / name).find("Paused"), std::string::npos);
     EXPECT_NE(record().find("continued after it was cut off"), std::string::npos) << record();
+}
+
+TEST_F(ScanListWindow, AThousandRowsAreOpenedScrolledAndSavedInASecond) {
+    ASSERT_NO_FATAL_FAILURE(start());
+    fs::create_directories(dataRoot() / "Scan lists");
+    std::ofstream file(dataRoot() / "Scan lists" / "long.ini");
+    for (int i = 0; i < 1000; ++i)
+        file << "row = map, x " << i << ", y 0, columns 20, rows 10, step 1\n";
+    file.close();
+    ASSERT_NO_FATAL_FAILURE(openList());
+    SendMessageA(item(idListName), WM_SETTEXT, 0, reinterpret_cast<LPARAM>("long"));
+    const auto msOf = [](auto work) {
+        const ULONGLONG start = GetTickCount64();
+        work();
+        return static_cast<unsigned>(GetTickCount64() - start);
+    };
+    const auto send = [&](int id) { SendMessageW(list, WM_COMMAND, static_cast<WPARAM>(id), 0); };
+    const unsigned openedMs = msOf([&] { send(idListOpen); });
+    EXPECT_EQ(rows(), 1000);
+    const unsigned scrolledMs = msOf([&] {
+        for (int row = 0; row < 1000; row += 20) {
+            SendMessageW(item(idListTable), 0x1013, static_cast<WPARAM>(row), 0); // into view
+            UpdateWindow(item(idListTable));
+        }
+    });
+    fs::remove(dataRoot() / "Scan lists" / "long.ini");
+    const unsigned savedMs = msOf([&] { send(idListSave); });
+    EXPECT_TRUE(fs::exists(dataRoot() / "Scan lists" / "long.ini"));
+    std::printf("1000 rows: opened in %u ms, scrolled through in %u ms, saved in %u ms\n", openedMs,
+                scrolledMs, savedMs);
+    EXPECT_LT(openedMs, 1000u);
+    EXPECT_LT(scrolledMs, 1000u);
+    EXPECT_LT(savedMs, 1000u);
+    ASSERT_NO_FATAL_FAILURE(closeProgram());
 }
