@@ -71,6 +71,7 @@ public:
     OwnSettings() : plan(presentPlan()) {}
     ~OwnSettings() {
         putInForce(plan);
+        occasion = plan.occasion;
         dataFolders = folders;
     }
     OwnSettings(const OwnSettings&) = delete;
@@ -96,6 +97,7 @@ private:
     bool waitFor(size_t row, int32_t repeat);
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
+    void endRow(size_t row);
     void goHome(Outcome& told);
     void say(bool written) { unwritten |= !written; }
     void show(size_t row, const std::string& how) const {
@@ -226,10 +228,11 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     ScanPlan plan = planOf(row, place.list, own.plan);
     plan.area = own.plan.area;
     putInForce(plan);
+    if (row.kind == ListKind::IvCurve && !selectedInstrument().canSweep)
+        return declined("the instrument is no source");
     occasion = {place.list.sample, place.list.note, where};
     Outcome outcome;
     if (row.kind == ListKind::IvCurve) {
-        if (!selectedInstrument().canSweep) return declined("the instrument is no source");
         const auto points = static_cast<int32_t>(row.quarterPoints);
         const auto range = static_cast<float>(row.rangeVolts);
         outcome = runSweep({range, range / static_cast<float>(points), points});
@@ -343,6 +346,16 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
     return false;
 }
 
+// As the operator wishes, with the repeats that are left.
+void ListRun::endRow(size_t row) {
+    failed.insert(row);
+    const auto repeats = static_cast<int32_t>(place.list.rows[row].repeats);
+    if (place.done[row] < repeats)
+        say(recordEvent(place, formatted("row %d ended by the operator, %d repeats not measured",
+                                         numberOf(row), repeats - place.done[row])));
+    while (place.done[row] < repeats) say(keepDone(place, row));
+}
+
 void ListRun::goHome(Outcome& told) {
     applyBias(0.0, static_cast<double>(own.plan.currentLimit));
     const bool asleep = end == ProcessEnd::Asleep;
@@ -365,7 +378,7 @@ Outcome ListRun::run() {
         if (!waitFor(*row, repeat)) {
             const Outcome stopped{.end = processEnd()};
             if (!goesOn(*row, stopped)) break;
-            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats); // the row ends
+            endRow(*row);
             continue;
         }
         const std::string started = nowText();
@@ -379,10 +392,7 @@ Outcome ListRun::run() {
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
         if (!cutOff) say(keepDone(place, *row));
-        if (askedByOperator(outcome)) { // its repeats end with it
-            failed.insert(*row);
-            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats);
-        }
+        if (askedByOperator(outcome)) endRow(*row);
         if (ends) break;
     }
     Outcome told{.end = end};

@@ -153,8 +153,9 @@ TEST_F(ScanListWindow, GoesOnWithTheNightThatAKillCutOff) {
     for (const int row : {3, 4}) expectMap(row, 630, 510, row == 3 ? 0.0 : 0.4);
     EXPECT_FALSE(fs::exists(dataRoot() / "Scan lists" / "Unfinished.txt"));
     for (const std::string& name : filesIn(folderOf(3)))
-        if (name.ends_with(".gwy"))
+        if (name.ends_with(".gwy")) {
             EXPECT_NE(contentOf(folderOf(3) / name).find("Paused"), std::string::npos);
+        }
     EXPECT_NE(record().find("continued after it was cut off"), std::string::npos) << record();
 }
 
