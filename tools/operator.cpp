@@ -24,7 +24,14 @@ fs::path layDesk(bool laboratory, const char* release) {
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     fs::path buildFolder = fs::path(own).parent_path();
     fs::path folder = fs::temp_directory_path() / "desk";
-    fs::remove_all(folder);
+    // What a program that was just ended had open may be let go of a little later.
+    await(
+        [&] {
+            std::error_code error;
+            fs::remove_all(folder, error);
+            return !error;
+        },
+        quickly);
     fs::create_directories(folder);
     fs::copy_file(buildFolder / "Lumascan.exe", folder / "Lumascan.exe");
     if (laboratory) {
