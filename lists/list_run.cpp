@@ -6,6 +6,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "lists/drift.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
@@ -39,10 +40,6 @@ namespace {
 
 std::string underWay;         // listUnderWay
 std::optional<ListKind> kind; // of what is measured now
-
-double byProgram(const StageAxis& axis, double ofController_) {
-    return ofController_ - ofController(axis, 0.0);
-}
 
 // As the operator counts.
 int numberOf(size_t row) {
@@ -90,10 +87,14 @@ public:
 
 private:
     Outcome measure(size_t row, int32_t repeat);
+    ListRow lookAtDrift(size_t row, int32_t repeat, Outcome& outcome);
+    WayOn goOnBehindPause(size_t row, int32_t repeat, ListRow& before, Outcome& outcome);
+    Outcome measureAtPlace(const ListRow& of, const std::string& where);
     Outcome measureMap(const ListRow& row, const std::string& where);
-    std::optional<Outcome> continueMap(const std::string& where);
+    std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
     Outcome measureCurve(const ListRow& row, const std::string& where);
     std::string goTo(const ListRow& row);
+    std::string goToCutMap(const ListRow& row, const ScanArea& area);
     bool waitFor(size_t row, int32_t repeat);
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
@@ -113,6 +114,9 @@ private:
     }
 
     ListPlace place;
+    DriftWatch drift{place};
+    std::string driftWords; // of the present row
+    int notFollowed = 0;    // rows
     bool goesOnWithCutScan;
     bool consented; // the operator was asked what "Start" asks
     const OwnSettings own;
@@ -170,6 +174,17 @@ std::string ListRun::goTo(const ListRow& row) {
     return {};
 }
 
+// To where the points that a scan counts from there are those of the row.
+std::string ListRun::goToCutMap(const ListRow& row, const ScanArea& area) {
+    if (std::string missed = goTo(row); !missed.empty()) return missed;
+    constexpr uint32_t restsMs = 200; // two axes arrive up to 3 um before it
+    const bool came = moveXYTo(byProgram(stageX, row.xUm) - area.offsetXUm,
+                               byProgram(stageY, row.yUm) - area.offsetYUm, motorSpeed);
+    waitResponsive(restsMs);
+    for (StageAxis* axis : {&stageX, &stageY}) readPosition(*axis);
+    return came ? "" : missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+}
+
 Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
     const RunningProcess running;
     setField(Field::StartButton, "Stop");
@@ -181,7 +196,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
         ScanPlan plan = planOf(row, place.list, own.plan);
         placeArea(row, plan);
         plan.consent = consented ? Consent::GivenBefore : Consent::OfTheOperator;
-        plan.occasion = {place.list.sample, place.list.note, where};
+        plan.occasion = {place.list.sample, place.list.note, where, driftWords};
         putInForce(plan);
         if (plan.confocal) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
@@ -196,7 +211,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
 }
 
 // The scan whose journal an earlier run has left at that place of the list; nothing without one.
-std::optional<Outcome> ListRun::continueMap(const std::string& where) {
+std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::string& where) {
     for (const LeftJournal& left : leftJournals()) {
         std::optional<JournaledScan> scan = readScanJournal(left);
         if (!scan || scan->plan().occasion.list != where) continue;
@@ -205,7 +220,11 @@ std::optional<Outcome> ListRun::continueMap(const std::string& where) {
         setField(Field::StartButton, "Stop");
         Outcome outcome{.end = ProcessEnd::Declined, .lastWords = "Not continued"};
         scan->map.conditions->consent = Consent::GivenBefore; // by whoever let the list go on
-        if (takeOverScan(std::move(*scan))) {
+        scan->map.conditions->occasion.drift += "; going on: " + driftWords;
+        if (std::string missed = goToCutMap(row, scan->plan().area); !missed.empty()) {
+            outcome.troubles.push_back(missed);
+            if (session.stopRequested) outcome.end = processEnd();
+        } else if (takeOverScan(std::move(*scan))) {
             if (scanSettings.confocalEnabled) connectMissingCamera();
             showMapWindow(channelPhotocurrent);
             outcome = continueScan(left);
@@ -230,7 +249,7 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     putInForce(plan);
     if (row.kind == ListKind::IvCurve && !selectedInstrument().canSweep)
         return declined("the instrument is no source");
-    occasion = {place.list.sample, place.list.note, where};
+    occasion = {place.list.sample, place.list.note, where, driftWords};
     Outcome outcome;
     if (row.kind == ListKind::IvCurve) {
         const auto points = static_cast<int32_t>(row.quarterPoints);
@@ -277,9 +296,62 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
     logEvent("List: " + where);
     startedMs = tickCountMs();
     session.stopRequested = 0;
+    Outcome looked{.lastWords = "Not measured"};
+    ListRow followed = lookAtDrift(row, repeat, looked);
+    looked.end = processEnd();
+    if (session.stopRequested) return looked;
+    beforeScanGoesOn = [&] { return goOnBehindPause(row, repeat, followed, looked); };
+    Outcome outcome = measureAtPlace(followed, where);
+    beforeScanGoesOn = {};
+    outcome.troubles.insert(outcome.troubles.end(), looked.troubles.begin(), looked.troubles.end());
+    return outcome;
+}
+
+// The row where it lies now, as far as the stage follows.
+ListRow ListRun::lookAtDrift(size_t row, int32_t repeat, Outcome& outcome) {
+    const ListRow& of = place.list.rows[row];
+    drift.look(place, outcome);
+    driftWords = drift.words();
+    ListRow followed = of;
+    if (place.list.followsDrift && !session.stopRequested) {
+        std::string why = drift.follow(place);
+        if (why.empty()) say(keepFollowed(place));
+        followed.xUm += place.followed.x;
+        followed.yUm += place.followed.y;
+        const std::string beyond = whyNotMeasured(followed);
+        if (!beyond.empty() && whyNotMeasured(of).empty()) {
+            why = "Drift not followed: " + beyond;
+            followed = of;
+        }
+        if (!why.empty()) outcome.troubles.push_back(why);
+        notFollowed += !why.empty();
+        driftWords += formatted("; followed by X %+.2f, Y %+.2f um", followed.xUm - of.xUm,
+                                followed.yUm - of.yUm);
+    }
+    logEvent("Drift: " + driftWords);
+    say(recordEvent(place,
+                    formatted("row %d, repeat %d: drift ", numberOf(row), repeat) + driftWords));
+    show(row, "runs, drift " + driftWords);
+    return followed;
+}
+
+// In the middle of a map: the rest of it follows.
+WayOn ListRun::goOnBehindPause(size_t row, int32_t repeat, ListRow& before, Outcome& outcome) {
+    const int lost = notFollowed;
+    const ListRow now = lookAtDrift(row, repeat, outcome);
+    WayOn on{.words = "drift " + driftWords};
+    if (notFollowed == lost && !session.stopRequested) {
+        on.by = {now.xUm - before.xUm, now.yUm - before.yUm};
+        before = now;
+    }
+    if (const std::string missed = goTo(now); !missed.empty()) outcome.troubles.push_back(missed);
+    return on;
+}
+
+Outcome ListRun::measureAtPlace(const ListRow& of, const std::string& where) {
     if (std::exchange(goesOnWithCutScan, false) && of.kind == ListKind::Map) {
         kind = of.kind;
-        const std::optional<Outcome> outcome = continueMap(where);
+        const std::optional<Outcome> outcome = continueMap(of, where);
         kind.reset();
         if (outcome) return *outcome;
     }
@@ -388,7 +460,8 @@ Outcome ListRun::run() {
         say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
                       std::string(nameOf(outcome.end)) +
                           (trouble == "none" ? "" : ", " + trouble)));
-        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble));
+        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble) +
+                       "; drift " + driftWords);
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
         if (!cutOff) say(keepDone(place, *row));
@@ -402,6 +475,7 @@ Outcome ListRun::run() {
     told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured() - lost,
                                place.toMeasure());
     if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
+    if (notFollowed > 0) told.troubles.push_back(formatted("Drift not followed: %d", notFollowed));
     say(recordEvent(place, told.words()));
     if (unwritten) told.notWritten.emplace_back("the list's record");
     // What the computer's sleep or a closed window has cut off is offered again.
@@ -426,9 +500,10 @@ std::string whyNotMeasured(const ListRow& row) {
         return formatted("the laser gives at most %.4g uA", mostUa);
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
+    const double left = map ? x - runInOf(scanSettings.options, row.stepUm) : x;
     const double right = map ? x + (row.columns - 1) * row.stepUm : x;
     const double top = map ? y + (row.rows - 1) * row.stepUm : y;
-    for (const double to : {x, right})
+    for (const double to : {left, right})
         if (std::string why = beyondLimit(stageX, to); !why.empty()) return why;
     for (const double to : {y, top})
         if (std::string why = beyondLimit(stageY, to); !why.empty()) return why;

@@ -224,6 +224,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     if (!of.sample.empty()) add("Sample", printable(of.sample));
     if (!of.note.empty()) add("Note", printable(of.note));
     if (!of.list.empty()) add("Scan list", printable(of.list));
+    if (!of.drift.empty()) add("Drift", printable(of.drift));
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));

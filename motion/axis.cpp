@@ -498,6 +498,10 @@ double ofController(const StageAxis& axis, double um) {
     return um + signOf(axis) * axis.zeroOffsetSteps * umPerStepOf(axis);
 }
 
+double byProgram(const StageAxis& axis, double controllersUm) {
+    return controllersUm - ofController(axis, 0.0);
+}
+
 std::string beyondLimit(const StageAxis& axis, double um) {
     if (axis.axisNumber == 0) return {};
     const AxisRange& range = setUp.ranges[indexOf(axis)];

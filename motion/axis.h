@@ -99,6 +99,7 @@ void setSpeed(StageAxis& axis, int32_t speed);
 
 // By the controller's own count, um.
 double ofController(const StageAxis& axis, double um);
+double byProgram(const StageAxis& axis, double controllersUm); // the way back
 
 // Why the set-up (Setup.ini) does not let the axis go there; empty when it does. A way back is open
 // to one that stands beyond a limit.

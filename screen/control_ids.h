@@ -113,6 +113,7 @@ enum ListId : int {
     idListStart = 1224,
     idListLabel = 1230, // fourteen of them, of the fields of a row
     idListEdit = 1250,  // likewise
+    idListFollowsDrift = 1270,
 };
 
 // Of the page of the devices.

@@ -163,6 +163,7 @@ void showList() {
     setText(editNote, state.list.note);
     checkInTool(state.window, idListGoesOn, state.list.goesOnAfterFailure);
     checkInTool(state.window, idListKeepsBias, state.list.keepsBiasInAPause);
+    checkInTool(state.window, idListFollowsDrift, state.list.followsDrift);
     showRows(state.list.rows.empty() ? -1 : 0);
 }
 
@@ -181,6 +182,7 @@ bool takeHead() {
     const bool kept = keepOccasion(state.list.sample, state.list.note);
     const bool programKept = keepProgramAtEnd(text(editEndProgram));
     if (!kept || !programKept) tell("Options.ini could not be written");
+    state.list.followsDrift = isCheckedInTool(state.window, idListFollowsDrift);
     return true;
 }
 
@@ -425,6 +427,7 @@ std::vector<ToolControl> controls() {
     all.push_back({Edit, "", 104, endTop, 406, height, idListEndProgram});
     all.push_back(
         {Label, "a program, with the list's record; empty: none", 518, endTop, 280, height});
+    all.push_back({Check, "Follow drift", 520, bottomTop, 110, height, idListFollowsDrift});
     all.push_back({Button, "Start", right - 40, bottomTop, 104, height + 2, idListStart});
     return all;
 }

@@ -159,7 +159,8 @@ static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
 static void drawTurned(uint8_t* raw, uint16_t scale) {
     const LabPoint origin = fromCentre(-labCentreColumn, -labCentreRow);
     const LabPoint perColumn = fromCentre(1, 0), perRow = fromCentre(0, 1);
-    const double x0 = labStageUm(labX) + origin.x, y0 = labStageUm(labY) + origin.y;
+    const LabPoint centre = sampleAtCentre();
+    const double x0 = centre.x + origin.x, y0 = centre.y + origin.y;
     uint8_t lines[2][labRawWidth];
     for (int row = 0; row < pictureHeight; ++row) {
         if (!isSeen[static_cast<size_t>(row)]) continue;
@@ -197,7 +198,8 @@ static void drawDefocused(uint8_t* raw, uint16_t scale, int left, int bottom, do
 
 // How far the sample's picture is blurred, picture pixels: by what the spot is wider than in focus.
 static double illuminatedSigma() {
-    double defocus = labStageUm(labZ) - surfaceHeightAt(labStageUm(labX), labStageUm(labY));
+    const LabPoint centre = sampleAtCentre();
+    double defocus = labStageUm(labZ) - surfaceHeightAt(centre.x, centre.y);
     return spotSigmaInFocus * (spotWidening(defocus) - 1);
 }
 
@@ -205,8 +207,9 @@ static void drawIlluminated(uint8_t* raw, double brightness) {
     auto scale =
         static_cast<uint16_t>(std::clamp(illuminationLevel * brightness / 255 * 256, 0.0, 65535.0));
     if (!lab.faults.setUp.isStraight()) return drawTurned(raw, scale);
-    int left = static_cast<int>(std::lround(labStageUm(labX) / labUmPerPixel)) - labCentreColumn;
-    int bottom = static_cast<int>(std::lround(labStageUm(labY) / labUmPerPixel)) - labCentreRow;
+    const LabPoint centre = sampleAtCentre();
+    int left = static_cast<int>(std::lround(centre.x / labUmPerPixel)) - labCentreColumn;
+    int bottom = static_cast<int>(std::lround(centre.y / labUmPerPixel)) - labCentreRow;
     double sigma = illuminatedSigma();
     if (sigma >= 1)
         drawDefocused(raw, scale, left, bottom, sigma);
@@ -313,7 +316,8 @@ void setLabRowsAroundSpot(int rows) {
 void renderLabFrame(uint8_t* raw) {
     LabLock lock;
     double brightness = cameraSensitivity();
-    const Scene scene = {brightness,       labStageUm(labX),   labStageUm(labY),
+    const LabPoint centre = sampleAtCentre();
+    const Scene scene = {brightness,       centre.x,           centre.y,
                          labStageUm(labZ), lab.board.laserPwm, lab.board.illuminated,
                          automaticTop()};
     const bool nobodyLooks = lab.rowsAroundSpot >= 0;

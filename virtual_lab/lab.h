@@ -76,6 +76,10 @@ LabSetUp labSetUp();
 // The sample point that a picture pixel shows now.
 LabPoint labSampleAt(double column, double rowFromBottom);
 
+// How far the sample has drifted on the stage since resetLab, um along the stage's axes: what lay
+// under the picture's centre is there again when the stage has moved by that.
+LabPoint labDriftUm();
+
 // The controllers lose their supply: they are gone until they are opened again, count 0 where they
 // stand, and give the windings no current.
 void cycleLabStagePower();
@@ -278,6 +282,8 @@ const std::vector<LabRead>& labReads();
 // --- What is broken -----------------------------------------------------------------------------
 
 // Replaces all faults; one on each line, blank lines and lines that begin with '#' are skipped:
+//   sample drifts <x> <y>               on the stage, um an hour; mended, it stays where it is
+//   sample shifted <x> <y>              on the stage, um, at once; mended, it is back
 //   camera absent | camera lost | camera sfnc 1
 //   camera lacks <feature name>         it has no such feature; several lines, several features
 //   camera unsettled                    an automatic function that works once never ends

@@ -44,6 +44,7 @@ void resetLab(uint64_t seed) {
     lab.board = {};
     lab.carriers = {};
     lab.counters = {};
+    lab.drift = {.sinceMs = labNowMs()};
     lab.boardCommands.clear();
     lab.reads.clear();
     resetMotors();
@@ -164,7 +165,12 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
     int axis = axisNamed(what);
     double number = 0;
 
-    if (device == "camera" && what == "absent") {
+    if (device == "sample" && what == "drifts") {
+        LabPoint& rate = faults.driftUmPerHour;
+        if (!(words >> rate.x >> rate.y)) return false;
+    } else if (device == "sample" && what == "shifted") {
+        if (!(words >> faults.shiftUm.x >> faults.shiftUm.y)) return false;
+    } else if (device == "camera" && what == "absent") {
         faults.cameraAbsent = true;
     } else if (device == "camera" && what == "lost") {
         faults.cameraLost = true;
@@ -249,6 +255,9 @@ bool applyLabFaults(const std::string& text) {
         return std::tuple(s.sensorWidth, s.sensorHeight, s.pixelFormat, s.centred);
     };
     const bool otherSensor = sensorOf(faults.setUp) != sensorOf(lab.faults.setUp);
+    const double nowMs = labNowMs();
+    const LabPoint drifted = driftAtTime(nowMs), shift = lab.faults.shiftUm;
+    lab.drift = {{drifted.x - shift.x, drifted.y - shift.y}, nowMs};
     lab.faults = faults;
     if (otherSensor) resetCamera();
     for (LabMotor& motor : lab.motors) motor.calls = 0;
