@@ -95,7 +95,9 @@ void readAgain(int32_t number) {
         announce(Severity::Failure, line);
         text += line + "\n";
     }
-    if (!refused.empty()) tell(text + "These lines are left out; they stay in the file.");
+    if (refused.empty()) return;
+    if (processUnderWay()) return showInformation(refused.front().c_str()); // a box would hold it up
+    tell(text + "These lines are left out; they stay in the file.");
 }
 
 // False, and said.
@@ -201,6 +203,7 @@ void goThere(const Place& place) {
     if (!windows.main) return; // closed meanwhile
     refreshPositions();
     leaveStaleWideView();
+    if (!display.wideView) grabAndDraw();
     std::string words = why.empty() ? "At " + placeWords(place) : "Not at the place: " + why;
     if (zStays) words += "; Z stays: it was remembered with another objective, " + place.objective;
     logEvent(words);
