@@ -113,6 +113,7 @@ bool FocusFollower::moveZ(double um) {
     return moveTo(stageZ, um, timing);
 }
 
-std::optional<double> FocusFollower::homeUm() const {
+std::optional<double> FocusFollower::homeUm() {
+    takeOperatorsMoves();
     return hasMoved ? std::optional(startZ + byOperatorUm) : std::nullopt;
 }

@@ -38,7 +38,7 @@ public:
 
     // Where Z stands at the scan's end: as at its start but for what the operator has moved it.
     // Nothing where it was not moved along the plane.
-    std::optional<double> homeUm() const;
+    std::optional<double> homeUm();
 
 private:
     double targetAt(double x, double y) const;
