@@ -105,7 +105,7 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
                      truncated(static_cast<double>(imageHeight) - cameraState.laserOffset.y),
                      cameraState.cameraAperture);
     if (save) savePicture(memory);
-    if (display.overlay) display.overlay(memory.context);
+    display.drawOver(memory.context);
     for (int failures = 0; !copyArea(window.context, imageWidth, imageHeight, memory.context);) {
         showCopyFailure(failures);
         if (++failures == copyTries) break;

@@ -21,6 +21,11 @@ struct Display {
     PictureRectangle drawnRectangle;
     // Draws over each picture that is shown, not over one that is saved; null: nothing.
     void (*overlay)(ContextHandle picture) = nullptr;
+    void (*marks)(ContextHandle picture) = nullptr; // the same, below it
+    void drawOver(ContextHandle picture) const {
+        if (marks) marks(picture);
+        if (overlay) overlay(picture);
+    }
 };
 extern Display display;
 

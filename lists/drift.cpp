@@ -183,7 +183,7 @@ std::string DriftWatch::whyNotCompared(const ListPlace& place, Outcome& outcome)
 }
 
 std::string DriftWatch::whyNotSeen(const ListPlace& place, Outcome& outcome) {
-    const BorrowedSetUp borrowed({});
+    BorrowedSetUp borrowed({});
     borrowed.light(Lights::Lamp);
     std::string reason = borrowed.letExposureSettle() ? whyNotCompared(place, outcome) : "Stopped";
     Outcome given{.end = processEnd()};

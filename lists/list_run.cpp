@@ -14,6 +14,7 @@
 #include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "motion/travel.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
@@ -95,6 +96,7 @@ private:
     Outcome measureCurve(const ListRow& row, const std::string& where);
     std::string goTo(const ListRow& row);
     std::string goToCutMap(const ListRow& row, const ScanArea& area);
+    void placeFocus(const ListRow& row, ScanPlan& plan) const;
     bool waitFor(size_t row, int32_t repeat);
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
@@ -160,18 +162,17 @@ Outcome declined(const std::string& why) {
     return {.end = ProcessEnd::Declined, .lastWords = "Not measured", .troubles = {why}};
 }
 
-// Z first up to its place, or last: whoever comes from above must not graze the sample.
+// A map finds its own way in X and Y.
 std::string ListRun::goTo(const ListRow& row) {
     const double z = row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
-    const bool lowers = z < stageZ.positionUm;
-    const bool curve = row.kind != ListKind::Map;
-    if (lowers && !moveTo(stageZ, z)) return missedText(stageZ);
-    if (curve) {
-        if (!moveXYTo(byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), motorSpeed))
-            return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
-    }
-    if (!lowers && z != stageZ.positionUm && !moveTo(stageZ, z)) return missedText(stageZ);
-    return {};
+    if (row.kind == ListKind::Map) return travelTo({stageX.positionUm, stageY.positionUm, z});
+    return travelTo({byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z});
+}
+
+// The row's own Z is right at its first point, that of the program where the list began.
+void ListRun::placeFocus(const ListRow& row, ScanPlan& plan) const {
+    plan.focus.fromXUm = row.zUm ? plan.area.offsetXUm : homeX - stageX.positionUm;
+    plan.focus.fromYUm = row.zUm ? plan.area.offsetYUm : homeY - stageY.positionUm;
 }
 
 // To where the points that a scan counts from there are those of the row.
@@ -195,6 +196,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
     else if (why.empty()) {
         ScanPlan plan = planOf(row, place.list, own.plan);
         placeArea(row, plan);
+        placeFocus(row, plan);
         plan.consent = consented ? Consent::GivenBefore : Consent::OfTheOperator;
         plan.occasion = {place.list.sample, place.list.note, where, driftWords};
         putInForce(plan);
@@ -435,9 +437,8 @@ void ListRun::goHome(Outcome& told) {
     setLaserLevel(0);
     if (asleep) return;
     const RunningProcess running;
-    const bool back = (homeZ >= stageZ.positionUm || moveTo(stageZ, homeZ)) &&
-                      moveXYTo(homeX, homeY, motorSpeed) && moveTo(stageZ, homeZ);
-    if (!back) told.troubles.emplace_back("The stage did not come back");
+    if (!travelTo({homeX, homeY, homeZ}).empty())
+        told.troubles.emplace_back("The stage did not come back");
     refreshPositions();
 }
 
@@ -530,12 +531,10 @@ Outcome continueScanList(ListPlace place) {
     bool there = false;
     {
         const RunningProcess running;
-        const double z = byProgram(stageZ, place.homeZ);
         showInformation("Moving to where the list began");
-        there =
-            (z >= stageZ.positionUm || moveTo(stageZ, z)) &&
-            moveXYTo(byProgram(stageX, place.homeX), byProgram(stageY, place.homeY), motorSpeed) &&
-            moveTo(stageZ, z);
+        there = travelTo({byProgram(stageX, place.homeX), byProgram(stageY, place.homeY),
+                          byProgram(stageZ, place.homeZ)})
+                    .empty();
     }
     if (!there) {
         Outcome told{.end = ProcessEnd::Declined,

@@ -139,6 +139,11 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
                                 scan.laserSpot.y));
     if (scan.confocal) addCamera(lines, scan);
     add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
+    if (scan.focus.follows)
+        add("Focus plane",
+            wordsOf(scan.focus) + formatted(", from the Z of the start at X %.3f, Y %.3f um",
+                                            scan.homeXUm + scan.focus.fromXUm,
+                                            scan.homeYUm + scan.focus.fromYUm));
     add("Run-in to a row", quantity(scan.runInUm(), "um"));
     add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
     add("Wait before a reading", formatted("%u ms", scan.beforeReadingMs()));

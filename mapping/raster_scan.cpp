@@ -8,6 +8,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/focus_following.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/map_saving.h"
@@ -17,6 +18,7 @@
 #include "mapping/scan_map.h"
 #include "mapping/scan_pace.h"
 #include "mapping/scan_report.h"
+#include "motion/travel.h"
 #include "platform/clock.h"
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
@@ -44,13 +46,6 @@ namespace {
 NotThere notThere(const StageAxis& axis) {
     const bool told = axis.missed != Miss::Nothing;
     return {"XYZ"[indexOf(axis)], told ? axis.missed : Miss::Stalled};
-}
-
-// Without one of the two no further point is reached.
-const StageAxis* axisThatIsOut() {
-    for (const StageAxis* axis : {&stageX, &stageY})
-        if (axisIsOut(*axis)) return axis;
-    return nullptr;
 }
 
 bool swingXY(const ArrivalTiming& timing) {
@@ -85,7 +80,8 @@ public:
                                                                 static_cast<uint32_t>(
                                                                     plan.options.settleMs),
                                                                 toleranceUm},
-          pace(0, 0, 0.0), homeX(currentPositionUm(stageX)), homeY(currentPositionUm(stageY)) {
+          focus(plan.focus, timing), pace(0, 0, 0.0), homeX(currentPositionUm(stageX)),
+          homeY(currentPositionUm(stageY)) {
         running = this;
     }
     ~Scan() { running = nullptr; }
@@ -109,6 +105,7 @@ private:
     bool scanRow(const WindowContext& view, int row);
     bool pauseIfAsked(PauseBehind justDone, const std::string& behind);
     void lightUp() const;
+    const StageAxis* axisThatIsOut() const;
     RowStart goToRow(double y);
     bool hasComeTo(StageAxis& axis, double targetUm);
     NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start);
@@ -141,6 +138,7 @@ private:
     std::vector<Plane> planes;
     ScanReport report;
     BiasWatch biasWatch;
+    FocusFollower focus;
     ScanPace pace;
     const double homeX, homeY;         // where the stage stood, um
     double startX = 0.0, startY = 0.0; // the first point
@@ -210,11 +208,19 @@ bool Scan::hasComeTo(StageAxis& axis, double targetUm) {
     return axis.axisNumber != 0 && standsAt(axis, targetUm, toleranceUm, timing);
 }
 
+// Without one of those that it moves no further point is reached.
+const StageAxis* Scan::axisThatIsOut() const {
+    for (const StageAxis* axis : {&stageX, &stageY})
+        if (axisIsOut(*axis)) return axis;
+    return focus.follows() && axisIsOut(stageZ) ? &stageZ : nullptr;
+}
+
 RowStart Scan::goToRow(double y) {
     RowStart row;
     const double runIn = plan.runInUm();
     const double runInX = startX - runIn;
     if (!moveXYTo(runInX, y, motorSpeed, timing)) showProgress("Motor range limited");
+    if (!session.stopRequested) focus.goToRow(startX, startX + (area.cols - 1) * area.scanStep, y);
     biasWatch.read(
         readPhotocurrent()); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.
@@ -250,8 +256,9 @@ NotThere Scan::lookAtPoint(double x, double y, bool moved, bool looked, const Ro
     if (x < start.soundFromX) return start.xMissed;
     if (!looked && !hasComeTo(stageX, x)) return notThere(stageX);
     if (stageY.axisNumber == 0) stageY.missed = Miss::NoController;
-    const bool stands = stageY.axisNumber != 0 && stillStandsAt(stageY, y, toleranceUm, timing);
-    return stands ? NotThere{} : notThere(stageY);
+    if (stageY.axisNumber == 0 || !stillStandsAt(stageY, y, toleranceUm, timing))
+        return notThere(stageY);
+    return {focus.missed() == Miss::Nothing ? '-' : 'Z', focus.missed()};
 }
 
 // Nothing when a stop came before the last reading.
@@ -337,7 +344,7 @@ void Scan::markScanPoint(const WindowContext& view, int row, int column) const {
     markPoint(view.context, point.x, point.y);
 }
 
-// Nothing here moves Z: only a look tells that it is lost or in an alarm.
+// Without a plane nothing here moves Z: only a look tells that it is lost or in an alarm.
 void Scan::lookAtFocus(const std::string& when) {
     readPosition(stageZ);
     const std::string trouble = axisTrouble(stageZ);
@@ -430,6 +437,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         const bool looked = stageX.axisNumber != 0 && stageX.positionUm != x;
         const bool moved = moveTo(stageX, x, timing);
         if (!moved) showProgress("Motor motion failure");
+        if (!session.stopRequested) focus.goToPoint(x, y);
         showProgressAt(report.pointsDone + 1);
         refreshPositions();
         if (session.stopRequested) return false; // a filter may want minutes
@@ -489,6 +497,8 @@ void Scan::scanAllRows() {
         grabFrames(cameraState, 1);
     }
     lightUp();
+    const double rowUm = (area.cols - 1) * area.scanStep;
+    focus.withdrawForRow(startX, startX + rowUm, startY + firstRow * area.scanStep);
     if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
     // A move of both axes ends up to 3 um before its target.
     const bool yIsThere = std::fabs(stageY.positionUm - startY) <= 3.0;
@@ -500,7 +510,6 @@ void Scan::scanAllRows() {
     elapsedMs(true);
     waitResponsive(500);
 
-    const double rowUm = (area.cols - 1) * area.scanStep;
     pace = ScanPace(area.cols, area.rows - firstRow,
                     rowUm / (speedOf(stageX, motorSpeed) * umPerStepOf(stageX)) * 1000.0);
     const WindowContext view(windows.main); // the scan's own, for its markers
@@ -518,7 +527,9 @@ void Scan::scanAllRows() {
 void Scan::returnHome() {
     // By the time the computer wakes somebody may have a hand at the sample.
     const bool asleep = processEnd() == ProcessEnd::Asleep;
-    report.stayedAway = asleep || !moveXYTo(homeX, homeY, motorSpeed, timing);
+    const std::optional<double> homeZ = axisIsOut(stageZ) ? std::nullopt : focus.homeUm();
+    report.stayedAway = asleep || (homeZ ? !travelTo({homeX, homeY, *homeZ}).empty()
+                                         : !moveXYTo(homeX, homeY, motorSpeed, timing));
     controlCamera(cameraState, cameraAutomatic);
     setLaserOutput(asleep ? 0 : 1);
     setLaserLevel(0);
@@ -612,6 +623,7 @@ void Scan::showFirstWindows() {
     logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um", area.cols,
                        area.rows, area.scanStep, homeX, homeY));
     logOccasion(plan.occasion);
+    if (focus.follows()) logEvent("Focus plane: " + wordsOf(plan.focus));
     startLiveRows();
     if (firstRow == 0) return;
     setLiveRows(area.rows - firstRow);
@@ -735,6 +747,7 @@ std::string beyondLimit(const ScanPlan& plan) {
 std::string whyNotStarted(ScanPlan& plan) {
     if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
     if (std::string why = beyondLimit(plan); !why.empty()) return why;
+    if (std::string why = whyNotFollowed(plan); !why.empty()) return why;
     return askSettings(plan) ? "" : "the instrument does not say what is set at it";
 }
 

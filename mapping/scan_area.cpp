@@ -162,3 +162,11 @@ int32_t computeScanArea(ScanArea& area) {
     area.correctionYUm = objective.correctionYUm;
     return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
 }
+
+PixelPoint spotOnPresentView(double dxUm, double dyUm) {
+    ScanArea area{.placed = true};
+    area.offsetXUm = dxUm;
+    area.offsetYUm = dyUm;
+    computeScanArea(area);
+    return pointOnPresentView(area, 0, 0);
+}

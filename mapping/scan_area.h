@@ -49,6 +49,10 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y);
 // A point of the scan on the view that is shown now: columns and rows in the order of the scan.
 PixelPoint pointOnPresentView(const ScanArea& area, double column, double row);
 
+// Where on that view the light acts when the stage has gone by so much, um; with the present
+// objective and laser spot.
+PixelPoint spotOnPresentView(double dxUm, double dyUm);
+
 // Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot; of
 // a placed area what follows from its columns, rows and offsets.
 // The points lie along the stage's axes: where the picture is turned against them, on the smallest

@@ -39,6 +39,7 @@ ScanPlan presentPlan() {
             .aperturePx = cameraState.cameraAperture,
             .laserSpot = cameraState.laserOffset,
             .options = scanSettings.options,
+            .focus = slopesToFollow(),
             .axisOrder = controllers.axisOrder,
             .rowSettleMs = waitAtRowMs,
             .setUpInForce = setUpWords(setUp),

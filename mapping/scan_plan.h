@@ -6,6 +6,7 @@
 #include "mapping/occasion.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
+#include "motion/focus_plane.h"
 #include "platform/clock.h"
 #include "session/set_up.h"
 
@@ -37,6 +38,7 @@ struct ScanPlan {
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
     ScanOptions options;
+    FocusSlopes focus;
     int32_t axisOrder = 0;                // of the controllers
     uint32_t rowSettleMs = 0;             // before a row; those of a point are in the options
     std::string setUpInForce = "default"; // its words

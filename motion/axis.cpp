@@ -3,6 +3,7 @@
 
 #include "motion/controller_names.h"
 #include "motion/kept_places.h"
+#include "motion/places.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
@@ -417,6 +418,7 @@ bool openStages(int32_t order, int32_t speed) {
     for (size_t i = 0; i < axisCount; ++i) configureAxis(i, speed);
     for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
     for (size_t i = 0; i < axisCount; ++i) lookWhetherPlaceIsLost(i);
+    followZeros();
     return std::any_of(std::begin(axes), std::end(axes),
                        [](const AxisSlot& slot) { return slot.axis.axisNumber != 0; });
 }
@@ -457,10 +459,14 @@ double readRestingPosition(StageAxis& axis) {
     axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
     axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
     if (driveOf(axis).reversed) std::swap(axis.rightLimitOn, axis.leftLimitOn);
-    const double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
-                         axis.status.uCurPosition / static_cast<double>(driveOf(axis).microsteps);
-    axis.positionUm = signOf(axis) * steps * umPerStepOf(axis);
+    axis.positionUm = umOfSteps(axis, static_cast<double>(axis.status.CurPosition) +
+                                          axis.status.uCurPosition /
+                                              static_cast<double>(driveOf(axis).microsteps));
     return axis.positionUm;
+}
+
+double umOfSteps(const StageAxis& axis, double steps) {
+    return signOf(axis) * (steps - axis.zeroOffsetSteps) * umPerStepOf(axis);
 }
 
 double currentPositionUm(const StageAxis& axis) {

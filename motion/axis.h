@@ -49,6 +49,12 @@ struct StageControllers {
     int32_t axisOrder = 2;
     char deviceX_name[256] = {}, deviceY_name[256] = {}, deviceZ_name[256] = {};
     char ximc_version_str[33] = {};
+    // How often each axis' count has begun anew since places of the stage are remembered, as
+    // Places.ini has it.
+    int32_t zeros[axisCount] = {};
+    const char* nameOf(size_t axis) const {
+        return axis == 0 ? deviceX_name : axis == 1 ? deviceY_name : deviceZ_name;
+    }
 };
 extern StageControllers controllers;
 
@@ -100,6 +106,9 @@ void setSpeed(StageAxis& axis, int32_t speed);
 // By the controller's own count, um.
 double ofController(const StageAxis& axis, double um);
 double byProgram(const StageAxis& axis, double controllersUm); // the way back
+
+// Where its controller counts so many full steps, um as the program has them.
+double umOfSteps(const StageAxis& axis, double steps);
 
 // Why the set-up (Setup.ini) does not let the axis go there; empty when it does. A way back is open
 // to one that stands beyond a limit.

@@ -78,6 +78,9 @@ enum ControlId : int {
     idCalibratePlay = 32881,
     idCalibrateSpot = 32882,
     idCalibrateDark = 32883,
+    idRememberPlace = 32890,
+    idPlaces = 32891,
+    idFollowFocus = 32892,
 };
 
 // Of the window "Continue last scan".
@@ -114,6 +117,20 @@ enum ListId : int {
     idListLabel = 1230, // fourteen of them, of the fields of a row
     idListEdit = 1250,  // likewise
     idListFollowsDrift = 1270,
+};
+
+// Of the window "Places".
+enum PlacesId : int {
+    idPlacesTable = 1600,
+    idPlacesName = 1601,
+    idPlacesPlane = 1602,
+    idPlacesRemember = 1610,
+    idPlacesGo = 1611,
+    idPlacesRename = 1612,
+    idPlacesUpdate = 1613,
+    idPlacesFocus = 1614,
+    idPlacesRemove = 1615,
+    idPlacesMakePlane = 1616,
 };
 
 // Of the page of the devices.

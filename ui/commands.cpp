@@ -19,6 +19,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
+#include "motion/focus_plane.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/clock.h"
@@ -44,6 +45,7 @@
 #include "ui/devices_page.h"
 #include "ui/list_window.h"
 #include "ui/objective.h"
+#include "ui/places_window.h"
 #include "ui/scan_options_dialog.h"
 #include "ui/set_up_dialog.h"
 #include "ui/tool_windows.h"
@@ -195,6 +197,18 @@ void setHighestZ() {
     showInformation(words.c_str());
 }
 
+// Scans that start from here on, and until the program ends, follow the plane.
+void followFocusPlane() {
+    if (!planeInUse.plane)
+        return showInformation("There is no focus plane: \"Stage\", \"Places...\" makes one");
+    planeInUse.follows = toggleCheckMark(idFollowFocus);
+    const std::string words = planeInUse.follows
+                                  ? "Scans follow the focus plane, " + wordsOf(slopesToFollow())
+                                  : "Scans do not follow the focus plane";
+    logEvent(words);
+    showInformation(words.c_str());
+}
+
 // The map of a lock-in amplifier's channel, by its number.
 void showChannel(size_t channel) {
     for (const Plane& plane : planesOf(scanMap))
@@ -249,6 +263,9 @@ constexpr Command commands[] = {
     // A new zero in the middle of a move would send it, or the next one, to another place.
     {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
     {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
+    {idRememberPlace, rememberPlace, refused, refused, "Remember place"},
+    {idPlaces, openPlacesWindow, allowed, allowed},
+    {idFollowFocus, followFocusPlane, refused, refused, "Follow focus plane"},
     {idConfiguration, configure, refused, refused, "Configuration"},
     {idScanList, openListWindow, allowed, allowed},
     {idPause, switchPause, allowed, allowed},
@@ -393,7 +410,9 @@ void onCommand(int id) {
     }
     leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
-    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan && id != idScanList)
+    constexpr int typingInto[] = {idIvMeasurement, idTimeEvolution, idContinueScan,
+                                  idScanList,      idRememberPlace, idPlaces};
+    if (std::find(std::begin(typingInto), std::end(typingInto), id) == std::end(typingInto))
         focusMainWindow();
 }
 
@@ -572,6 +591,7 @@ void onResume() {
 
 void fillControlColumn() {
     handState.picksLaserSpot = false; // a new window's menu has no check mark
+    planeInUse.follows = false;       // nor here
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, unitLabel());

@@ -72,6 +72,10 @@ void enterScanStep();
 void enterPositionX();
 void enterPositionY();
 void enterPositionZ();
+
+// Asks before Z goes so far up that the objective may touch; true without a question where it does
+// not. Um.
+bool farFocusMoveAccepted(double targetUm);
 void enterLaserIntensity();
 void enterGain();
 void enterExposure();

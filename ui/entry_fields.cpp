@@ -117,17 +117,18 @@ void enterPositionZ() {
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(LiveView::Off);
-    if (target - stageZ.positionUm >= farFocusMoveUm) {
-        // The question would hold the process where it is, with the laser on.
-        if (processUnderWay()) return refuseForProcess();
-        const std::string question =
-            formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
-                      target / 1000);
-        if (showMessageBox(windows.main, question.c_str(), "Warning!", BoxButtons::YesNo) !=
-            BoxAnswer::Yes)
-            return;
-    }
-    moveTyped(stageZ, target, setUp.focusSpeed);
+    if (farFocusMoveAccepted(target)) moveTyped(stageZ, target, setUp.focusSpeed);
+}
+
+bool farFocusMoveAccepted(double targetUm) {
+    if (targetUm - stageZ.positionUm < farFocusMoveUm) return true;
+    // The question would hold the process where it is, with the laser on.
+    if (processUnderWay()) return refuseForProcess(), false;
+    const std::string question =
+        formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
+                  truncated(targetUm) / 1000);
+    return showMessageBox(windows.main, question.c_str(), "Warning!", BoxButtons::YesNo) ==
+           BoxAnswer::Yes;
 }
 
 void enterLaserIntensity() {

@@ -16,6 +16,7 @@
 #include "ui/commands.h"
 #include "ui/continue_window.h"
 #include "ui/list_window.h"
+#include "ui/places_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -151,6 +152,7 @@ void openTool(Tool tool) {
 void onToolCommand(WindowHandle window, int id) {
     if (isContinueWindow(window)) return onContinueCommand(id);
     if (isListWindow(window)) return onListCommand(id);
+    if (isPlacesWindow(window)) return onPlacesCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -181,23 +183,28 @@ bool toolTakesKeys(WindowHandle window) {
 }
 
 std::string onToolTable(WindowHandle window, int row, int column) {
+    if (isPlacesWindow(window)) return placesCell(row, column);
     return isListWindow(window) ? listCell(row, column) : std::string();
 }
 
 void onToolSelection(WindowHandle window) {
     if (isListWindow(window)) onListSelection();
+    if (isPlacesWindow(window)) onPlacesSelection();
 }
 
 void onToolPaint(WindowHandle window) {
     if (isContinueWindow(window)) paintContinueWindow();
+    if (isPlacesWindow(window)) paintPlacesWindow();
 }
 
 bool isToolWindow(WindowHandle window) {
-    return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window);
+    return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window) ||
+           isPlacesWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
     if (isContinueWindow(window)) forgetContinueWindow();
     if (isListWindow(window)) forgetListWindow();
+    if (isPlacesWindow(window)) forgetPlacesWindow();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

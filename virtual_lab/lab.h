@@ -68,6 +68,8 @@ struct LabSetUp {
     int sensorWidth = 2464, sensorHeight = 2056;
     std::string pixelFormat = "BayerRG8";
     bool centred = false; // a stored user set keeps its region of interest in the middle
+    // How far the sample is tilted: it rises so much along x and along y, degrees.
+    double tiltX = 0, tiltY = 0;
 
     bool isStraight() const { return umPerPixel == labUmPerPixel && degrees == 0 && !mirrored; }
 };
@@ -320,6 +322,7 @@ const std::vector<LabRead>& labReads();
 //   sensor <width> <height> BayerRG8|BayerGR8|BayerGB8|BayerBG8|Mono8|Mono12   of the camera
 //   camera centred                      a user set keeps its region of interest in the middle
 //   camera second                       there is another one, found before it
+//   sample tilted <degrees> <degrees>   rises so along x and along y
 //   second set-up                       another laboratory's: see secondSetUp, lab_state.cpp
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails

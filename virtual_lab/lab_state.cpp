@@ -121,6 +121,9 @@ static bool parseSetUp(std::istringstream& words, const std::string& device,
                std::find(std::begin(formats), std::end(formats), setUp.pixelFormat) !=
                    std::end(formats);
     }
+    if (device == "sample")
+        return what == "tilted" && words >> setUp.tiltX >> setUp.tiltY &&
+               std::abs(setUp.tiltX) <= 45 && std::abs(setUp.tiltY) <= 45;
     if (device == "spot") return what == "at" && words >> setUp.spot.column >> setUp.spot.row;
     return device == "amplifier" && what == "board" &&
            words >> setUp.boardVoltsPerAmpere >> setUp.boardOffsetVolts;
@@ -228,7 +231,7 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.crashAside = detail == "aside";
         faults.crashAgain = detail == "again";
     } else if (device == "optics" || device == "spot" || device == "sensor" ||
-               device == "amplifier" || device == "second") {
+               device == "amplifier" || device == "second" || device == "sample") {
         words.clear();
         if (!parseSetUp(words, device, what, faults)) return false;
         words.clear();

@@ -9,7 +9,6 @@
 #include <commctrl.h>
 
 #include <algorithm>
-#include <cwchar>
 #include <sstream>
 #include <string>
 
@@ -20,10 +19,11 @@ static void onTable(HWND window, LPARAM lParam) {
         LVITEMW& item = reinterpret_cast<NMLVDISPINFOW*>(lParam)->item;
         if ((item.mask & LVIF_TEXT) == 0 || item.cchTextMax < 1) return;
         const std::string text = onToolTable(opaque(window), item.iItem, item.iSubItem);
-        const auto room = static_cast<size_t>(item.cchTextMax - 1);
-        const std::wstring wide(
-            text.begin(), text.begin() + static_cast<std::ptrdiff_t>(std::min(text.size(), room)));
-        std::wmemcpy(item.pszText, wide.c_str(), wide.size() + 1);
+        const int room = item.cchTextMax - 1; // a letter takes no fewer bytes than places there
+        const int taken = std::min(static_cast<int>(text.size()), room);
+        const int length =
+            taken == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, text.data(), taken, item.pszText, room);
+        item.pszText[length] = L'\0';
     }
     if (header->code == LVN_ITEMCHANGED) {
         const auto* change = reinterpret_cast<NMLISTVIEW*>(lParam);

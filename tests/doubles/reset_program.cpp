@@ -16,6 +16,7 @@
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "motion/focus_plane.h"
 #include "motion/stage.h"
 #include "session/data_folders.h"
 #include "session/device_report.h"
@@ -70,6 +71,7 @@ void resetProgram() {
     prepareOffCommands();
     stageX = stageY = stageZ = {};
     controllers = {};
+    planeInUse = {};
     laserLink = {};
     instrumentLink = {};
     cameraState = CameraState();
