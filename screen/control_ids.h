@@ -78,6 +78,7 @@ enum ControlId : int {
     idCalibratePlay = 32881,
     idCalibrateSpot = 32882,
     idCalibrateDark = 32883,
+    idFitToScreen = 32895,
 };
 
 // Of the window "Continue last scan".
