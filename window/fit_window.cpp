@@ -33,8 +33,10 @@ using SetContext = DPI_AWARENESS_CONTEXT WINAPI(DPI_AWARENESS_CONTEXT);
 
 bool becomeSharp() {
     auto* const set = ofUser32<SetContext>("SetThreadDpiAwarenessContext");
-    return set && ofUser32<UINT WINAPI(HWND)>("GetDpiForWindow") &&
-           set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
+    if (!set || !ofUser32<UINT WINAPI(HWND)>("GetDpiForWindow")) return false;
+    // The first Windows 10, and Wine 8, know the older of the two only: their frames keep a size.
+    return set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2) ||
+           set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE);
 }
 
 int dpiOf(HWND window) {
