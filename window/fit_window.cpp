@@ -33,10 +33,14 @@ using SetContext = DPI_AWARENESS_CONTEXT WINAPI(DPI_AWARENESS_CONTEXT);
 
 bool becomeSharp() {
     auto* const set = ofUser32<SetContext>("SetThreadDpiAwarenessContext");
-    if (!set || !ofUser32<UINT WINAPI(HWND)>("GetDpiForWindow")) return false;
-    // The first Windows 10, and Wine 8, know the older of the two only: their frames keep a size.
-    return set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2) ||
-           set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE);
+    auto* const get = ofUser32<DPI_AWARENESS_CONTEXT WINAPI()>("GetThreadDpiAwarenessContext");
+    auto* const kind = ofUser32<DPI_AWARENESS WINAPI(DPI_AWARENESS_CONTEXT)>(
+        "GetAwarenessFromDpiAwarenessContext");
+    if (!set || !get || !kind || !ofUser32<UINT WINAPI(HWND)>("GetDpiForWindow")) return false;
+    // The first Windows 10 knows the older of the two only: its frames keep their size.
+    if (!set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2))
+        set(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE);
+    return kind(get()) == DPI_AWARENESS_PER_MONITOR_AWARE; // Wine refuses what holds already
 }
 
 int dpiOf(HWND window) {
