@@ -102,7 +102,7 @@ private:
     void showFirstWindows();
     bool consentGiven(bool compensated);
     void scanAllRows();
-    bool scanRow(const WindowContext& view, int row);
+    bool scanRow(int row);
     bool pauseIfAsked(PauseBehind justDone, const std::string& behind);
     void lightUp() const;
     const StageAxis* axisThatIsOut() const;
@@ -117,7 +117,7 @@ private:
     void showProgressAt(int point) const;
     void showRemaining() const;
     void showEnd() const;
-    void markScanPoint(const WindowContext& view, int row, int column) const;
+    void markScanPoint(int row, int column) const;
     void lookAtFocus(const std::string& when);
     void lookAtSettings(int row, bool isLast);
     void takeSettings();
@@ -339,7 +339,9 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
     return true;
 }
 
-void Scan::markScanPoint(const WindowContext& view, int row, int column) const {
+void Scan::markScanPoint(int row, int column) const {
+    const WindowContext view(windows.main);
+    if (!view.context) return;
     const PixelPoint point = pointOnPresentView(area, column, row);
     markPoint(view.context, point.x, point.y);
 }
@@ -424,7 +426,7 @@ bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.
-bool Scan::scanRow(const WindowContext& view, int row) {
+bool Scan::scanRow(int row) {
     const int mapRow = area.rows - 1 - row;
     const double y = startY + row * area.scanStep;
     pace.rowBegins(tickCountMs());
@@ -446,7 +448,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         if (session.stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (session.stopRequested || axisThatIsOut()) return false;
-        markScanPoint(view, row, column);
+        markScanPoint(row, column);
         if (!measurePoint({row, column, missed}, mapRow)) return false;
         ++report.pointsDone;
         pace.pointDone(tickCountMs());
@@ -512,9 +514,8 @@ void Scan::scanAllRows() {
 
     pace = ScanPace(area.cols, area.rows - firstRow,
                     rowUm / (speedOf(stageX, motorSpeed) * umPerStepOf(stageX)) * 1000.0);
-    const WindowContext view(windows.main); // the scan's own, for its markers
     for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
-        if (!scanRow(view, row)) {
+        if (!scanRow(row)) {
             if (knownFrom <= row) lookAtSettings(row, true);
             break;
         }

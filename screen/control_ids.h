@@ -81,6 +81,7 @@ enum ControlId : int {
     idRememberPlace = 32890,
     idPlaces = 32891,
     idFollowFocus = 32892,
+    idFitToScreen = 32895,
 };
 
 // Of the window "Continue last scan".

@@ -59,6 +59,12 @@ bool isMainControl(WindowHandle window, int id);
 bool toggleCheckMark(int id);
 
 void focusMainWindow();
+
+// Whether the main window is scaled so that the screen holds it; it is not before the first call.
+// Called with true before the main window exists, the windows are also drawn in the screen's own
+// pixels, where Windows otherwise stretches them. False when their text is stretched until the next
+// start.
+bool fitToScreen(bool fitted);
 void setMainTitle(const char* text); // not from another thread than the windows'
 
 // A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where

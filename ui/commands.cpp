@@ -43,6 +43,7 @@
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
+#include "ui/fit_option.h"
 #include "ui/list_window.h"
 #include "ui/objective.h"
 #include "ui/places_window.h"
@@ -315,6 +316,7 @@ constexpr Command commands[] = {
     {idShowChannel + 2, [] { showChannel(2); }, refused, allowed},
     {idShowChannel + 3, [] { showChannel(3); }, refused, allowed},
     {idShowChannel + 4, [] { showChannel(4); }, refused, allowed},
+    {idFitToScreen, toggleFit, allowed, allowed},
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},

@@ -3,7 +3,11 @@
 
 #include "mapping/map_rendering.h"
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 #include "screen/screen.h"
+#include "window/fit_window.h"
+
+#include <algorithm>
 
 static void repaint(WindowHandle window) {
     if (window == windows.map) repaintMapWindow();
@@ -12,7 +16,15 @@ static void repaint(WindowHandle window) {
 
 LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
+    case WM_SIZE:
+        if (isScaled(window) && resizeScaled(window, {LOWORD(lParam), HIWORD(lParam)}))
+            repaint(opaque(window));
+        return 0;
+    case WM_ERASEBKGND:
+        if (isScaled(window)) return 1;
+        break;
     case WM_PAINT: {
+        if (isScaled(window)) return paintScaled(window), 0;
         PAINTSTRUCT paint;
         BeginPaint(window, &paint);
         EndPaint(window, &paint);
@@ -24,16 +36,36 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
         ShowWindow(window, SW_HIDE);
         return 0;
     case WM_DESTROY:
+        drawUnscaled(window);
         if (opaque(window) == windows.map) windows.map = nullptr;
         if (opaque(window) == windows.confocal) windows.confocal = nullptr;
         return 0;
     default:
-        return DefWindowProcW(window, message, wParam, lParam);
+        break;
     }
+    return DefWindowProcW(window, message, wParam, lParam);
 }
 
-static void place(WindowHandle& picture, const wchar_t* className, const wchar_t* title, int x,
-                  int y, int width, int height) {
+// Beside a scaled main window; where it is seen already it stays.
+static void placeForScreen(HWND window, Picture which, Extent unscaled) {
+    const OwnScale scale = scaleOwnWindow(window, unscaled);
+    const std::vector<ScreenArea> screens = screensForWindows();
+    ScreenArea place = areaOf(window);
+    place.width = scale.outer.width;
+    place.height = scale.outer.height;
+    const bool isSeen = std::any_of(screens.begin(), screens.end(), [&](const ScreenArea& screen) {
+        return screen.contains(place);
+    });
+    if (!IsWindowVisible(window) || !isSeen)
+        place = placeOfMaps(which, scale.outer, areaOf(native(windows.main)), rightOfMainPicture(),
+                            screens);
+    SetWindowPos(window, nullptr, place.left, place.top, place.width, place.height,
+                 SWP_NOZORDER | SWP_NOACTIVATE | SWP_SHOWWINDOW);
+    if (scaleDrawingBy(window, scale.factor)) repaint(opaque(window));
+}
+
+static void place(WindowHandle& picture, const wchar_t* className, const wchar_t* title,
+                  Picture which, int x, int y, int width, int height) {
     if (!windows.main) return;
     if (!picture) {
         picture = opaque(CreateWindowExW(0, className, title, WS_OVERLAPPEDWINDOW, x, y, width,
@@ -42,17 +74,19 @@ static void place(WindowHandle& picture, const wchar_t* className, const wchar_t
     }
     HWND window = native(picture);
     if (IsIconic(window) || IsZoomed(window)) ShowWindow(window, SW_SHOWNOACTIVATE);
+    if (windowsAreScaled()) return placeForScreen(window, which, {width, height});
+    drawUnscaled(window);
     // Without activation: the arrow keys go on moving the stage.
     SetWindowPos(window, nullptr, x, y, width, height,
                  SWP_NOZORDER | SWP_NOACTIVATE | SWP_SHOWWINDOW);
 }
 
 void placeMapWindow(int x, int y, int width, int height) {
-    place(windows.map, L"Kestrel", L"Photocurrent map", x, y, width, height);
+    place(windows.map, L"Kestrel", L"Photocurrent map", Picture::First, x, y, width, height);
 }
 
 void placeConfocalWindow(int x, int y, int width, int height) {
-    place(windows.confocal, L"CFI", L"Confocal image", x, y, width, height);
+    place(windows.confocal, L"CFI", L"Confocal image", Picture::Second, x, y, width, height);
 }
 
 void paintPending(WindowHandle window) {

@@ -2,9 +2,11 @@
 #include "window/tool_window_class.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 #include "screen/screen.h"
 #include "ui/tool_windows.h"
 #include "window/control_column.h"
+#include "window/fit_window.h"
 
 #include <commctrl.h>
 
@@ -32,6 +34,9 @@ static void onTable(HWND window, LPARAM lParam) {
     }
 }
 
+// The window's property that holds the font made for it.
+constexpr wchar_t fontOfTool[] = L"Lumascan.font";
+
 LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case WM_COMMAND:
@@ -46,12 +51,21 @@ LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, L
     case WM_KEYDOWN:
         onToolKey(opaque(window), wParam);
         return 0;
+    case WM_ERASEBKGND:
+        if (isScaled(window)) return 1;
+        break;
     case WM_PAINT: {
+        if (isScaled(window)) {
+            onToolPaint(opaque(window));
+            paintScaled(window);
+            return 0;
+        }
         const LRESULT result = DefWindowProcW(window, message, wParam, lParam);
         onToolPaint(opaque(window));
         return result;
     }
     case WM_RBUTTONDOWN:
+        eraseScaled(window);
         InvalidateRect(window, nullptr, TRUE);
         break;
     case WM_CTLCOLORSTATIC:
@@ -63,6 +77,8 @@ LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, L
         onToolClose(opaque(window));
         return 0;
     case WM_DESTROY:
+        drawUnscaled(window);
+        if (HANDLE font = RemovePropW(window, fontOfTool)) DeleteObject(font);
         forgetTool(opaque(window));
         break;
     default:
@@ -94,7 +110,7 @@ static ToolControlClass classOf(ToolControl::Kind kind) {
 }
 
 // "name:width" each, with blanks between them.
-static void makeColumns(HWND table, const char* columns) {
+static void makeColumns(HWND table, const char* columns, double factor) {
     ListView_SetExtendedListViewStyle(table, LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
     std::istringstream words(columns);
     int index = 0;
@@ -104,25 +120,42 @@ static void makeColumns(HWND table, const char* columns) {
         LVCOLUMNA column{};
         column.mask = LVCF_TEXT | LVCF_WIDTH;
         column.pszText = name.data();
-        column.cx = std::stoi(word.substr(colon + 1));
+        column.cx = scaled(Extent{std::stoi(word.substr(colon + 1)), 0}, factor).width;
         SendMessageA(table, LVM_INSERTCOLUMNA, static_cast<WPARAM>(index),
                      reinterpret_cast<LPARAM>(&column));
     }
 }
 
-static HWND createControl(HWND window, const ToolControl& control) {
+static HWND createControl(HWND window, const ToolControl& control, double factor, HFONT font) {
     const ToolControlClass kind = classOf(control.kind);
-    HWND made = CreateWindowExW(0, kind.name, L"", WS_CHILD | WS_VISIBLE | kind.style, control.x,
-                                control.y, control.width, control.height, window,
+    const ScreenArea at =
+        scaled(ScreenArea{control.x, control.y, control.width, control.height}, factor);
+    HWND made = CreateWindowExW(0, kind.name, L"", WS_CHILD | WS_VISIBLE | kind.style, at.left,
+                                at.top, at.width, at.height, window,
                                 reinterpret_cast<HMENU>(static_cast<INT_PTR>(control.id)),
                                 GetModuleHandleW(nullptr), nullptr);
-    SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT)),
-                 FALSE);
+    SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
     if (control.kind == ToolControl::Kind::Table)
-        makeColumns(made, control.text);
+        makeColumns(made, control.text, factor);
     else
         SetWindowTextA(made, control.text);
     return made;
+}
+
+// Scales and places a new window, as the main window is; returns its scale.
+static double fitTool(HWND window, Extent outer) {
+    if (!windowsAreScaled()) return 1.0;
+    const OwnScale scale = scaleOwnWindow(window, outer);
+    const ScreenArea place =
+        movedInto(screensForWindows().front(),
+                  {areaOf(window).left, areaOf(window).top, scale.outer.width, scale.outer.height});
+    SetWindowPos(window, nullptr, place.left, place.top, place.width, place.height,
+                 SWP_NOZORDER | SWP_NOACTIVATE);
+    scaleDrawingBy(window, scale.factor);
+    if (HFONT font = makeFont(scale.factor)) SetPropW(window, fontOfTool, font);
+    // What is drawn on it must not lie over its controls.
+    SetWindowLongPtrW(window, GWL_STYLE, GetWindowLongPtrW(window, GWL_STYLE) | WS_CLIPCHILDREN);
+    return scale.factor;
 }
 
 WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl* controls,
@@ -132,10 +165,13 @@ WindowHandle createToolWindow(const wchar_t* title, int left, const ToolControl*
         WS_EX_TOOLWINDOW, L"IV", title, WS_POPUP | WS_CAPTION | WS_SYSMENU, left, top, width,
         height, native(windows.main), nullptr, GetModuleHandleW(nullptr), nullptr);
     if (!window) return nullptr;
+    const double factor = fitTool(window, {width, height});
+    auto* const made = static_cast<HFONT>(GetPropW(window, fontOfTool));
+    HFONT font = made ? made : static_cast<HFONT>(GetStockObject(DEFAULT_GUI_FONT));
     const WindowHandle* const firstEdit = edits;
     for (const ToolControl* control = controls; control != controls + count; ++control) {
-        HWND made = createControl(window, *control);
-        if (control->kind == ToolControl::Kind::Edit) *edits++ = opaque(made);
+        HWND child = createControl(window, *control, factor, font);
+        if (control->kind == ToolControl::Kind::Edit) *edits++ = opaque(child);
     }
     ShowWindow(window, SW_SHOW);
     UpdateWindow(window);

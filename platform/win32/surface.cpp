@@ -2,6 +2,7 @@
 #include "platform/surface.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 
 #include <algorithm>
 #include <memory>
@@ -24,6 +25,7 @@ void stopImaging() {
 }
 
 Extent clientExtent(WindowHandle window) {
+    if (const Extent* drawn = scaledExtent(native(window))) return *drawn;
     RECT client{};
     GetClientRect(native(window), &client);
     return {client.right, client.bottom};
@@ -31,11 +33,12 @@ Extent clientExtent(WindowHandle window) {
 
 ContextHandle windowContext(WindowHandle window) {
     if (!window) return nullptr; // the system would hand out the whole screen
+    if (HDC picture = scaledContext(native(window))) return opaque(picture);
     return opaque(GetDC(native(window)));
 }
 
 void releaseWindowContext(WindowHandle window, ContextHandle context) {
-    ReleaseDC(native(window), native(context));
+    if (!finishScaled(native(window), native(context))) ReleaseDC(native(window), native(context));
 }
 
 BitmapHandle makeBitmap(ContextHandle like, int width, int height) {

@@ -22,6 +22,8 @@ constexpr Extent toolFrame{6, 29};
 
 Windows windows;
 bool mainWindowRefused = false;
+bool fittedToScreen = false;
+bool textIsSharp = true;
 int focusCount = 0;
 int taskbarProgress = -1;
 std::string shownPage;
@@ -37,6 +39,8 @@ static std::set<int> checkMarks;
 void resetScreen() {
     windows.main = windows.map = windows.confocal = nullptr;
     mainWindowRefused = false;
+    fittedToScreen = false;
+    textIsSharp = true;
     focusCount = 0;
     taskbarProgress = -1;
     shownPage.clear();
@@ -105,6 +109,11 @@ bool toggleCheckMark(int id) {
 
 void focusMainWindow() {
     focusCount++;
+}
+
+bool fitToScreen(bool fitted) {
+    fittedToScreen = fitted;
+    return textIsSharp;
 }
 
 void setMainTitle(const char* text) {

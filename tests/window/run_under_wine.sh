@@ -2,7 +2,7 @@
 # Runs a Windows program under Wine on a screen, a desktop folder and a serial line of its own.
 #
 #   run_under_wine.sh [--build FOLDER] [--cable | --firmware] [--documents] [--show]
-#                     [--keep FOLDER] PROGRAM [ARGUMENT...]
+#                     [--screen WIDTHxHEIGHT] [--dpi N] [--keep FOLDER] PROGRAM [ARGUMENT...]
 #
 #   --build FOLDER  the Windows build tree (build/windows); its prefix is made here once and copied
 #   --cable         lay the null-modem cable: COM10 on one end, COM11 on the other
@@ -11,6 +11,8 @@
 #   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
 #                   and make a picture of
 #   --show          use the display of $DISPLAY where there is one
+#   --screen WxH    the screen's size in pixels (2600x1400)
+#   --dpi N         its resolution, where Windows scales the text (96)
 #   --keep FOLDER   run in this folder and keep it; the default is a new one that goes when the
 #                   program has ended well
 #
@@ -25,6 +27,8 @@ cable=no
 firmware=no
 documents=no
 show=no
+screen=2600x1400
+dpi=96
 folder=
 while [[ ${1:-} == --* ]]; do
     case $1 in
@@ -33,6 +37,8 @@ while [[ ${1:-} == --* ]]; do
     --firmware) firmware=yes && shift ;;
     --documents) documents=yes && shift ;;
     --show) show=yes && shift ;;
+    --screen) screen=$2 && shift 2 ;;
+    --dpi) dpi=$2 && shift 2 ;;
     --keep) mkdir -p "$2" && folder=$(cd "$2" && pwd) && shift 2 ;;
     *) echo "unknown option $1" >&2 && exit 2 ;;
     esac
@@ -124,7 +130,7 @@ await_file() {
 
 if [[ $show == no || -z ${DISPLAY:-} ]]; then
     rm -f "$folder/display"
-    Xvfb -displayfd 3 -screen 0 2600x1400x24 -dpi 96 -nolisten tcp \
+    Xvfb -displayfd 3 -screen 0 "${screen}x24" -dpi 96 -nolisten tcp \
         3>"$folder/display" >"$folder/xvfb.log" 2>&1 &
     own+=($!)
     await_file "$folder/display"
@@ -134,6 +140,10 @@ else
     managed=Y # a person's windows get frames and a place in the task bar
 fi
 echo "$DISPLAY" >"$folder/display"
+if [[ $dpi != 96 ]]; then
+    wine reg add 'HKCU\Control Panel\Desktop' /v LogPixels /t REG_DWORD /d "$dpi" /f \
+        >"$folder/dpi.log" 2>&1
+fi
 if [[ $temporary == no ]]; then
     wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d "$managed" /f \
         >"$folder/managed.log" 2>&1
