@@ -174,9 +174,10 @@ struct LabMeasurement {
     double timeMs;
     double sampleX, sampleY; // um, under the laser spot
     double biasVolts;
-    double value;     // as answered, with noise: A or V
-    bool laser, lamp; // shone then
-    bool flagged;     // a lock-in amplifier's: overloaded, or without its reference
+    double value;            // as answered, with noise: A or V
+    bool laser, lamp;        // shone then
+    bool flagged;            // a lock-in amplifier's: overloaded, or without its reference
+    double lockInX, lockInY; // beside it, of the same moment: its value is R
 };
 const std::vector<LabMeasurement>& labMeasurements();
 

@@ -296,7 +296,7 @@ LockInOutputs lockInOutputs(LabInstrument who) {
 }
 
 void noteLockInMeasurement(LabInstrument who, const LockInOutputs& outputs) {
-    noteMeasurement(who, 0, outputs.r, lockInNow(who) != 0);
+    noteMeasurement(who, 0, outputs.r, lockInNow(who) != 0, outputs.x, outputs.y);
 }
 
 unsigned lockInNow(LabInstrument who) {

@@ -78,7 +78,8 @@ private:
                  i > 0 && labMeasurements()[i - 1].timeMs >= timeMs; --i) {
                 const LabMeasurement& at = labMeasurements()[i - 1];
                 taken.push_back({at.timeMs, at.sampleX, at.sampleY, at.value * scale, at.biasVolts,
-                                 at.laser, at.lamp, isOverload(at)});
+                                 at.laser, at.lamp, isOverload(at), at.lockInX * scale,
+                                 at.lockInY * scale});
             }
         std::reverse(taken.begin(), taken.end());
         return taken;
@@ -105,23 +106,21 @@ private:
         return (area.rows - 1.0 - static_cast<double>(mapRow)) * area.scanStep;
     }
 
+    // Of several readings of a lock-in amplifier it is R of the mean components: where noise turns
+    // the phase that is less than each of them.
     static double meanOf(const Taken* taken, size_t count) {
-        double sum = 0;
-        for (size_t i = 0; i < count; ++i) sum += asTold(taken[i]);
-        return sum / static_cast<double>(count);
+        double sum = 0, x = 0, y = 0;
+        for (size_t i = 0; i < count; ++i) {
+            sum += asTold(taken[i]);
+            x += taken[i].lockInX;
+            y += taken[i].lockInY;
+        }
+        const bool derived = instrumentKind(scanMap.conditions->ammeterKind).derive && count > 1;
+        return (derived ? std::hypot(x, y) : sum) / static_cast<double>(count);
     }
 
     static bool holds(double cell, const Taken* taken, size_t count) {
         const double is = meanOf(taken, count);
-        // R of several readings is that of the mean components, which is no more than theirs.
-        if (instrumentKind(scanMap.conditions->ammeterKind).derive && count > 1) {
-            const auto [least, most] =
-                std::minmax_element(taken, taken + count, [](const Taken& a, const Taken& b) {
-                    return a.value < b.value;
-                });
-            return cell <= most->value * 1.001 &&
-                   cell >= least->value - (most->value - least->value);
-        }
         double largest = 0; // an instrument tells five digits
         for (size_t i = 0; i < count; ++i) largest = std::max(largest, std::fabs(taken[i].value));
         return std::fabs(cell - is) <= 1e-3 * std::fabs(is) + 1e-5 * largest + 1e-9;

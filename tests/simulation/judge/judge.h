@@ -57,6 +57,7 @@ struct Taken {
     double biasVolts;
     bool laser, lamp; // shone
     bool overloaded;
+    double lockInX = 0, lockInY = 0; // of a lock-in amplifier, whose value is R
 };
 
 // A rule; what it does not look at stays empty.
