@@ -39,7 +39,8 @@ LabPoint fromCentre(double columns, double rows) {
 static LabPoint spotOfStage(double xUm, double yUm) {
     const LabPixel spot = lab.faults.setUp.spot;
     const LabPoint way = fromCentre(spot.column - labCentreColumn, spot.row - labCentreRow);
-    return {xUm + way.x, yUm + way.y};
+    const LabPoint acts = lab.faults.setUp.spotActsUm;
+    return {xUm + way.x + acts.x, yUm + way.y + acts.y};
 }
 
 LabPoint labSampleAt(double column, double rowFromBottom) {
@@ -85,5 +86,11 @@ double labPhotoVoltage() {
 }
 
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {
-    return voltsAt({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0), zUm);
+    return voltsAt({xUm, yUm},
+                   std::trunc(laserLevelVolts / lab.faults.setUp.laserFullScaleVolts * 255.0), zUm);
+}
+
+double behindAmplifier(double voltsPerAmpere, double offsetVolts) {
+    return voltsPerAmpere == 0 ? labPhotoVoltage()
+                               : offsetVolts + labPhotoCurrent(0) * voltsPerAmpere;
 }

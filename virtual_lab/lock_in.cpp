@@ -397,7 +397,8 @@ static double reflectionVolts(LabPoint spot, double pwm) {
 }
 
 double expectedReflectionVolts(double xUm, double yUm, double laserLevelVolts) {
-    return reflectionVolts({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0));
+    return reflectionVolts(
+        {xUm, yUm}, std::trunc(laserLevelVolts / lab.faults.setUp.laserFullScaleVolts * 255.0));
 }
 
 double photodiodeVolts() {
