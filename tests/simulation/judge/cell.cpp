@@ -37,7 +37,7 @@ public:
         originKnown = {};
         readings.clear();
         filesBefore = unitFiles();
-        unitIsAmperes = judge.laboratory.amplifiersAreTold && amplifier().voltsPerAmpere != 0;
+        amplifiersWereTold = judge.laboratory.amplifiersAreTold;
         yMissedAt = judge.devicesBroke ? 0 : -1e9;
         for (int axis : {labX, labY}) homeUm[axis] = judge.axes[axis].axis.positionUm;
     }
@@ -98,7 +98,8 @@ private:
             return;
         }
         const bool amperes = file.texts["/0/data si_unit_z unitstr"] == "A";
-        if (amperes != unitIsAmperes) judge.find(Rule::Cell, "a file has another unit");
+        if (amperes != (amplifiersWereTold && amplifier().voltsPerAmpere != 0))
+            judge.find(Rule::Cell, "a file has another unit");
         const std::vector<double>& values = file.arrays["/0/data data"];
         const size_t columns = scanMap.marks.size();
         for (const auto& [cell, volts] : readings) {
@@ -298,7 +299,7 @@ private:
     double homeUm[2] = {};
     std::map<std::pair<size_t, size_t>, double> readings; // by cell, as told
     std::set<std::string> filesBefore;
-    bool unitIsAmperes = false; // of the scan's file, as the set-up was when it began
+    bool amplifiersWereTold = false; // when the process began
     double lastCellMs = -1;
     double shownMs = -1; // when the measured value was shown last
     // By the first cell that was judged, of X and Y: where the scan's first point lies.
