@@ -178,6 +178,14 @@ void Operator::typesLimits() {
                        {"highest" + name, none ? "" : formatted("%.3f", highest)}}))
         return;
     constexpr double infinite = std::numeric_limits<double>::infinity();
+    // He tries them.
+    constexpr int tries[][2] = {
+        {idMoveXMinus, idMoveXPlus}, {idMoveYMinus, idMoveYPlus}, {idFocusDownFast, idFocusUpFast}};
+    const int id = tries[axis][drawn.below(2)];
+    for (const double ms : {300, 900, 1500})
+        in(ms, [this, id] {
+            if (!inDialog) commands(id);
+        });
     judge.axes[axis].lowestUm = none ? -infinite : lowest;
     judge.axes[axis].highestUm = none ? infinite : highest;
 }
@@ -187,9 +195,12 @@ void Operator::cutsStagePower() {
     judge.note("the stage's power is cut");
     judge.count("fault: stage's power cut");
     judge.cutsStagePower(!swarm.filesBreak);
-    in(200 + judge.laboratory.dice.below(3000), [this] {
-        if (!inDialog) commands(idReconnectStages);
-    });
+    const int reconnectsMs = 200 + judge.laboratory.dice.below(3000);
+    for (const auto& [ms, id] : {std::pair(reconnectsMs, int{idReconnectStages}),
+                                 std::pair(reconnectsMs + 2000, int{idFocusUp})})
+        in(ms, [this, id = id] {
+            if (!inDialog) commands(id);
+        });
 }
 
 void Operator::configures() {
