@@ -100,6 +100,10 @@ static void chooseRows() {
     }
 }
 
+bool labRowIsShown(int rawRow) {
+    return isSeen[static_cast<size_t>(labRawHeight - 1 - rawRow) / 2];
+}
+
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
 // the compiler makes vectors of it. A sanitizer's check at every byte would undo that, and so would
 // a call of std::min, which has one.
@@ -239,7 +243,7 @@ __attribute__((LAB_VECTORS)) static void addLight(uint8_t* __restrict out,
 }
 
 static void addSpot(uint8_t* raw, double brightness) {
-    LabPoint place = labLaserSpotSample();
+    LabPoint place = labSampleAt(labSpotPixel().column, labSpotPixel().row);
     double widening = spotWidening(labStageUm(labZ) - surfaceHeightAt(place.x, place.y));
     double sigma = spotSigmaInFocus * widening;
     double peak = laserLevelAtReference * lab.board.laserPwm / referencePwm * brightness /

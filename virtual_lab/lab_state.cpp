@@ -124,9 +124,20 @@ static bool parseSetUp(std::istringstream& words, const std::string& device,
     if (device == "sample")
         return what == "tilted" && words >> setUp.tiltX >> setUp.tiltY &&
                std::abs(setUp.tiltX) <= 45 && std::abs(setUp.tiltY) <= 45;
+    if (device == "spot" && what == "acts")
+        return !!(words >> setUp.spotActsUm.x >> setUp.spotActsUm.y);
     if (device == "spot") return what == "at" && words >> setUp.spot.column >> setUp.spot.row;
-    return device == "amplifier" && what == "board" &&
-           words >> setUp.boardVoltsPerAmpere >> setUp.boardOffsetVolts;
+    if (device == "board" && what == "input")
+        return words >> setUp.inputVolts >> setUp.inputBits && setUp.inputVolts > 0 &&
+               setUp.inputBits >= 8 && setUp.inputBits <= 24;
+    if (device == "board" && what == "laser")
+        return words >> setUp.laserPin >> setUp.laserFullScaleVolts &&
+               setUp.laserFullScaleVolts > 0;
+    if (device == "board") return what == "lamp" && words >> setUp.lampPin >> setUp.lampOnLevel;
+    const bool scope = what == "scope";
+    return device == "amplifier" && (scope || what == "board") &&
+           words >> (scope ? setUp.scopeVoltsPerAmpere : setUp.boardVoltsPerAmpere) >>
+               (scope ? setUp.scopeOffsetVolts : setUp.boardOffsetVolts);
 }
 
 static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
@@ -231,7 +242,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.crashAside = detail == "aside";
         faults.crashAgain = detail == "again";
     } else if (device == "optics" || device == "spot" || device == "sensor" ||
-               device == "amplifier" || device == "second" || device == "sample") {
+               device == "amplifier" || device == "second" || device == "sample" ||
+               (device == "board" && (what == "input" || what == "laser" || what == "lamp"))) {
         words.clear();
         if (!parseSetUp(words, device, what, faults)) return false;
         words.clear();

@@ -155,6 +155,10 @@ void dropLostCamera();
 
 void switchLaser(int pwm); // 0..255, 0 is off
 
+// What an amplifier before an input makes of the photocurrent, V; without one (0 V/A) the
+// photovoltage.
+double behindAmplifier(double voltsPerAmpere, double offsetVolts);
+
 // The photovoltage at a time, where the carriages now stand, and the current that it makes.
 double photoVoltsAtTime(double ms);
 double photoCurrent(double photoVolts, double biasVolts);

@@ -56,7 +56,8 @@ LabPoint sampleAtCentre() {
 static LabPoint spotFrom(LabPoint centre) {
     const LabPixel spot = lab.faults.setUp.spot;
     const LabPoint way = fromCentre(spot.column - labCentreColumn, spot.row - labCentreRow);
-    return {centre.x + way.x, centre.y + way.y};
+    const LabPoint acts = lab.faults.setUp.spotActsUm;
+    return {centre.x + way.x + acts.x, centre.y + way.y + acts.y};
 }
 
 LabPoint labSampleAt(double column, double rowFromBottom) {
@@ -105,5 +106,11 @@ double labPhotoVoltage() {
 }
 
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {
-    return voltsAt({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0), zUm);
+    return voltsAt({xUm, yUm},
+                   std::trunc(laserLevelVolts / lab.faults.setUp.laserFullScaleVolts * 255.0), zUm);
+}
+
+double behindAmplifier(double voltsPerAmpere, double offsetVolts) {
+    return voltsPerAmpere == 0 ? labPhotoVoltage()
+                               : offsetVolts + labPhotoCurrent(0) * voltsPerAmpere;
 }
