@@ -45,6 +45,7 @@
 #include "ui/list_window.h"
 #include "ui/objective.h"
 #include "ui/scan_options_dialog.h"
+#include "ui/scans_window.h"
 #include "ui/set_up_dialog.h"
 #include "ui/tool_windows.h"
 
@@ -303,6 +304,8 @@ constexpr Command commands[] = {
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
     {idRecoverScan, recoverAndShow, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
+    // Reads folders, which may lie far away.
+    {idScans, openScansWindow, refused, refused},
     {idContinueList, continueLastList, refused, refused, "Continue last list"},
 };
 // clang-format on
@@ -342,6 +345,7 @@ bool areaConfirmed(int widthPx, int heightPx) {
 void selectScanArea() {
     const PictureRectangle& drag = display.drawnRectangle;
     scanArea.placed = false;
+    scanArea.place.reset();
     scanArea.viewScale = drag.viewScale;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;
@@ -393,7 +397,9 @@ void onCommand(int id) {
     }
     leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
-    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan && id != idScanList)
+    constexpr int typedInto[] = {idIvMeasurement, idTimeEvolution, idContinueScan, idScanList,
+                                 idScans};
+    if (std::find(std::begin(typedInto), std::end(typedInto), id) == std::end(typedInto))
         focusMainWindow();
 }
 
@@ -527,6 +533,7 @@ void onTimer(Timer timer) {
     if (timer == Timer::LiveView) liveViewTick();
     if (timer == Timer::Journal) journalTick();
     if (timer == Timer::Board) watchLaserBoard();
+    if (timer == Timer::Scans) scansTick();
 }
 
 void onClose() {

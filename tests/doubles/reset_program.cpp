@@ -79,6 +79,7 @@ void resetProgram() {
     releaseWideView();
     scanArea = {};
     scanMap = {};
+    forgetFileMap();
     sweepRecord = {};
     forgetAllRefusals();
     forgetDeviceReports();
