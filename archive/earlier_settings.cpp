@@ -45,6 +45,12 @@ private:
 
     void takeStep();
     void takeArea();
+    // What the set-up has otherwise than the scan.
+    std::string otherSetUp() const {
+        const std::string was = text("Set-up");
+        return was.empty() ? "" : setUpDifference(was, setUpWords(setUp));
+    }
+    bool countsOtherwise() const; // the stage by it
     std::string whyNotThere(const AreaPlace& place) const;
     void takeLaser();
     void takeBias();
@@ -66,6 +72,12 @@ void Taking::takeStep() {
                                           scanStepHighest));
     scanArea.scanStep = *step;
     taken(formatted("step %g um", *step));
+}
+
+// A drive's fields begin with its axis' letter.
+bool Taking::countsOtherwise() const {
+    const std::string other = "; " + otherSetUp();
+    return other.find("; X ") != std::string::npos || other.find("; Y ") != std::string::npos;
 }
 
 std::string Taking::whyNotThere(const AreaPlace& place) const {
@@ -99,7 +111,8 @@ void Taking::takeArea() {
                  .upwardsUm = (frame.rows - 1) * *step,
                  .axisOrder = static_cast<int32_t>(found - std::begin(orders)),
                  .since = started};
-        why = whyNotThere(place);
+        why = countsOtherwise() ? "the stage is driven otherwise than then (set-up)"
+                                : whyNotThere(place);
     }
     if (why.empty()) {
         scanArea = {.scanStep = scanArea.scanStep,
@@ -202,10 +215,7 @@ void Taking::sayWhatElseDiffers() {
     const std::string instrument = text("Instrument");
     if (instrument != narrowed(selectedInstrument().name))
         notTaken("instrument", (instrument.empty() ? notSaid : instrument + " is not selected"));
-    const std::string was = text("Set-up");
-    if (was.empty()) return;
-    if (const std::string other = setUpDifference(was, setUpWords(setUp)); !other.empty())
-        notTaken("set-up", other);
+    if (const std::string other = otherSetUp(); !other.empty()) notTaken("set-up", other);
 }
 
 } // namespace

@@ -52,8 +52,7 @@ protected:
              });
     }
     static bool scanEnded() {
-        return textIn(Field::Information).starts_with("Mapping finished") &&
-               !session.processRunning;
+        return textIn(Field::Information).starts_with("Mapping finished") && !processUnderWay();
     }
     static WindowHandle window() { return toolWindows.back(); }
     static void press(int id) { onToolCommand(window(), id); }
@@ -121,7 +120,7 @@ TEST_F(EarlierScansTest, ScansAgainAtItsPlaceWithItsSettings) {
         ASSERT_TRUE(shownFileMap());
         answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
         postCommand(idStart);
-        when([] { return session.processRunning != 0; },
+        when([] { return processUnderWay(); },
              [] { when([] { return scanEnded(); }, [] { post(messageClose); }); });
     });
     EXPECT_EQ(runProgram(1), 0);
