@@ -134,6 +134,10 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     add("Step", quantity(scan.area.scanStep, "um"));
     add("First point X", placeUm(scan.firstXUm()));
     add("First point Y", placeUm(scan.firstYUm()));
+    if (scan.zeroKnown) {
+        add("Controller's count at X 0", placeUm(scan.zeroXUm));
+        add("Controller's count at Y 0", placeUm(scan.zeroYUm));
+    }
     add("Order", "rows from the lowest Y upwards, each from left to right");
     add("Laser spot", formatted("%d, %d px from the picture's lower left corner", scan.laserSpot.x,
                                 scan.laserSpot.y));
@@ -200,11 +204,6 @@ GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
 
 std::string quantity(double value, const char* unit) {
     return formatted("%.9g %s", value, unit);
-}
-
-std::string timeText(const LocalTime& time) {
-    return formatted("%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
-                     time.minute, time.second);
 }
 
 std::string biasText(const ScanConditions& scan) {

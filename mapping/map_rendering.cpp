@@ -15,6 +15,7 @@
 #include "session/responsive_wait.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 
 namespace {
@@ -44,13 +45,26 @@ int levelOf(float value, float lowest, float highest) {
     return std::clamp(truncated(static_cast<double>(level)), 0, highestLevel);
 }
 
-// Colour values hold red in the low byte, pixels in the third.
-uint32_t pixelOf(Colour colour) {
-    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+// The map that was read from a file, while the map window shows it.
+std::unique_ptr<ScanMap> fileMap;
+
+// What a window shows: its map, and the area that the drawing is laid out for.
+struct Shown {
+    ScanMap& map;
+    const ScanArea& area;
+};
+
+Shown presentlyScanned() {
+    return {scanMap, scanArea};
 }
 
-std::optional<Unit> unitOf(size_t map) {
-    for (const Plane& plane : planesOf(scanMap))
+Shown shownIn(WindowHandle window) {
+    if (window == windows.map && fileMap) return {*fileMap, fileMap->conditions->area};
+    return presentlyScanned();
+}
+
+std::optional<Unit> unitOf(const ScanMap& of, size_t map) {
+    for (const Plane& plane : planesOf(of))
         if (plane.map == map) return plane.unit;
     return {};
 }
@@ -64,27 +78,28 @@ struct Scale {
 };
 
 // Of the rows [first, end). An angle has a whole turn, whatever of it there is.
-Scale scaleOf(size_t map, size_t first, size_t end) {
-    const std::optional<Unit> unit = unitOf(map);
+Scale scaleOf(const ScanMap& of, size_t map, size_t first, size_t end) {
+    const std::optional<Unit> unit = unitOf(of, map);
     if (unit && unit->closes) return {{-180.0f, 180.0f}, circleColourOf};
-    const Extremes found = extremesOf(scanMap, map, first, end);
+    const Extremes found = extremesOf(of, map, first, end);
     if (unit && unit->falls()) return {{found.highest, found.lowest}, colourOf, -1.0f};
     return {found};
 }
 
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
-uint32_t currentPixel(size_t plane, size_t column, size_t row, const Scale& scale) {
-    if (!isInScale(scanMap, column, row, plane)) return pixelOf(mapGround);
-    const float value = scanMap.maps[plane][column][row];
+uint32_t currentPixel(const ScanMap& of, size_t plane, size_t column, size_t row,
+                      const Scale& scale) {
+    if (!isInScale(of, column, row, plane)) return pixelOf(mapGround);
+    const float value = of.maps[plane][column][row];
     return pixelOf(scale.colour(levelOf(value, scale.extremes.lowest, scale.extremes.highest)));
 }
 
-uint32_t confocalPixel(int channel, size_t column, size_t row) {
+uint32_t confocalPixel(const ScanMap& of, int channel, size_t column, size_t row) {
     uint32_t pixel = 0;
     for (int plane = planeRed; plane <= planeBlue; ++plane) {
         pixel <<= 8;
         if (channel != channelConfocal && channel != plane) continue;
-        const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
+        const float value = of.maps[static_cast<size_t>(plane)][column][row];
         pixel |= static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
     }
     return pixel;
@@ -94,10 +109,10 @@ bool isOfInstrument(int channel) {
     return channel == channelPhotocurrent || channel >= channelFurther;
 }
 
-size_t planeShown(int channel) {
+size_t planeShown(const ScanMap& of, int channel) {
     if (channel < channelFurther) return planePhotocurrent; // also of a colour, for its size
     const size_t plane = firstFurtherMap + static_cast<size_t>(channel - channelFurther);
-    return plane < scanMap.maps.size() ? plane : size_t{planePhotocurrent};
+    return plane < of.maps.size() ? plane : size_t{planePhotocurrent};
 }
 
 // Draws one row of cells as squares in one go; `pixelOfColumn` gives a cell's pixel.
@@ -118,26 +133,26 @@ void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfCol
 }
 
 // The whole map, one pixel a cell, rows top-down.
-std::vector<uint32_t> renderCells(int channel) {
-    const size_t plane = planeShown(channel);
-    const Map& map = scanMap.maps[plane];
+std::vector<uint32_t> renderCells(ScanMap& of, int channel) {
+    const size_t plane = planeShown(of, channel);
+    const Map& map = of.maps[plane];
     const size_t columns = map.size();
     const auto rows = static_cast<size_t>(rowsOf(map));
     std::vector<uint32_t> cells(columns * rows);
     Scale scale;
     if (isOfInstrument(channel)) {
-        scale = scaleOf(plane, 0, rows);
+        scale = scaleOf(of, plane, 0, rows);
         auto& [lowest, highest] = scale.extremes;
         // Only the maximum moves here, unlike in a live row.
         if (highest == lowest) highest = lowest + scale.up;
-        scanMap.mapMin = lowest;
-        scanMap.mapMax = highest;
+        of.mapMin = lowest;
+        of.mapMax = highest;
     }
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell = isOfInstrument(channel) ? currentPixel(plane, column, row, scale)
-                                           : confocalPixel(channel, column, row);
+            cell = isOfInstrument(channel) ? currentPixel(of, plane, column, row, scale)
+                                           : confocalPixel(of, channel, column, row);
         }
     }
     return cells;
@@ -145,7 +160,7 @@ std::vector<uint32_t> renderCells(int channel) {
 
 // One try to draw the map through a bitmap; true when it is on the window.
 bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int columns, int rows,
-                 int failures) {
+                 int cell, int failures) {
     MemoryBitmap memory;
     memory.context = makeMemoryContext(target);
     if (!memory.context) {
@@ -159,8 +174,7 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
         return false;
     }
     putPixels(memory.context, 0, 0, columns, rows, cells.data());
-    const int cell = scanArea.cellPx; // 0 before there is a scan area
-    if (cell == 0 ||
+    if (cell == 0 || // before there is a scan area
         stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows))
         return true;
     showInformation(formatted("BitBlt to window has failed, error count: %d", failures).c_str());
@@ -193,56 +207,58 @@ Colour circleColourOf(int level) {
 
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Scale scale = scaleOf(planePhotocurrent, r, r + 1);
+    Scale scale = scaleOf(scanMap, planePhotocurrent, r, r + 1);
     auto& [lowest, highest] = scale.extremes;
     if (highest - lowest == 0.0f) {
         highest += scale.up;
         lowest -= scale.up;
     }
-    drawRow(window, columnsOf(map), row,
-            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, scale); });
+    drawRow(window, columnsOf(map), row, [&](size_t column) {
+        return currentPixel(scanMap, planePhotocurrent, column, r, scale);
+    });
 }
 
 void drawConfocalRow(WindowHandle window, int row) {
     drawRow(window, columnsOf(scanMap.maps[planeRed]), row, [row](size_t column) {
-        return confocalPixel(channelConfocal, column, static_cast<size_t>(row));
+        return confocalPixel(scanMap, channelConfocal, column, static_cast<size_t>(row));
     });
 }
 
 namespace {
 
-bool drawMapOn(ContextHandle target, Extent size, int channel) {
+bool drawMapOn(ContextHandle target, Extent size, const Shown& shown, int channel) {
     fillArea(target, size.width, size.height, mapGround);
-    const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
-    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
-    const std::vector<uint32_t> cells = renderCells(channel);
+    const int columns = columnsOf(shown.map.maps[planePhotocurrent]);
+    const int rows = rowsOf(shown.map.maps[planePhotocurrent]);
+    const int cell = shown.area.cellPx; // the map may be another one behind a failure's wait
+    const std::vector<uint32_t> cells = renderCells(shown.map, channel);
     int failures = 0;
-    while (!drawMapOnce(target, cells, columns, rows, failures))
+    while (!drawMapOnce(target, cells, columns, rows, cell, failures))
         if (++failures == drawTries) return false;
     return true;
 }
 
-void drawColourBarOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
+void drawColourBarOn(ContextHandle target, const Shown& shown, int channel) {
+    const std::optional<Unit> unit = unitOf(shown.map, planeShown(shown.map, channel));
     const auto colour = unit && unit->closes ? circleColourOf : colourOf;
-    const int height = truncated(scanArea.mapHeightPx * 0.9);
-    const int left = scanArea.mapWidthPx + 10;
+    const int height = truncated(shown.area.mapHeightPx * 0.9);
+    const int left = shown.area.mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
-        const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
+        const int y = truncated((height - i) + shown.area.mapHeightPx * 0.1);
         drawLine(target, left, y, left + 20, y, colour(i * highestLevel / height));
     }
 }
 
-void drawScaleLabelsOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
+void drawScaleLabelsOn(ContextHandle target, const Shown& shown, int channel) {
+    const std::optional<Unit> unit = unitOf(shown.map, planeShown(shown.map, channel));
     const auto label = [&unit](float value) {
         const auto number = static_cast<double>(value);
         return unit ? formatted("%.*f%s", unit->decimals, unit->shown(number), unit->shownAs)
                     : formatted("%.1f", number);
     };
-    const int left = scanArea.mapWidthPx + 10;
-    drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
-    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+    const int left = shown.area.mapWidthPx + 10;
+    drawText(target, left, 0, label(shown.map.mapMax).c_str(), 0, false);
+    drawText(target, left, shown.area.mapHeightPx, label(shown.map.mapMin).c_str(), 0, false);
 }
 
 } // namespace
@@ -250,19 +266,23 @@ void drawScaleLabelsOn(ContextHandle target, int channel) {
 int drawMap(WindowHandle window, int channel) {
     const WindowContext target(window);
     if (!target.context) return 0;
-    const bool drawn = drawMapOn(target.context, clientExtent(window), channel);
-    (window == windows.map ? scanMap.views.mapChannel : scanMap.views.confocalChannel) = channel;
+    const Shown shown = shownIn(window);
+    MapViews& views = shown.map.views;
+    (window == windows.map ? views.mapChannel : views.confocalChannel) = channel;
+    const bool drawn = drawMapOn(target.context, clientExtent(window), shown, channel);
     return drawn ? 1 : 0;
 }
 
 void drawColourBar(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawColourBarOn(target.context, scanMap.views.mapChannel);
+    const Shown shown = shownIn(window);
+    if (target.context) drawColourBarOn(target.context, shown, shown.map.views.mapChannel);
 }
 
 void drawScaleLabels(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawScaleLabelsOn(target.context, scanMap.views.mapChannel);
+    const Shown shown = shownIn(window);
+    if (target.context) drawScaleLabelsOn(target.context, shown, shown.map.views.mapChannel);
 }
 
 bool saveMapImage(WindowHandle window, int channel, const char* label) {
@@ -275,13 +295,13 @@ bool saveMapImage(WindowHandle window, int channel, const char* label) {
     const WindowContext like(window);
     MemoryBitmap memory;
     if (!like.context || !memory.make(like.context, size.width, size.height) ||
-        !drawMapOn(memory.context, size, channel)) {
+        !drawMapOn(memory.context, size, presentlyScanned(), channel)) {
         reportUnwritten(widened(label), "a picture");
         return false;
     }
     if (isOfInstrument(channel)) {
-        drawColourBarOn(memory.context, channel);
-        drawScaleLabelsOn(memory.context, channel);
+        drawColourBarOn(memory.context, presentlyScanned(), channel);
+        drawScaleLabelsOn(memory.context, presentlyScanned(), channel);
     }
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
     return saveNumberedImage(foldersOfMap(), memory.bitmap, label);
@@ -307,12 +327,21 @@ void drawMapWithScale(int channel) {
 namespace {
 
 void placeMapWindowForArea() {
-    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+    const ScanArea& area = shownIn(windows.map).area;
+    placeMapWindow(picturesLeft, 0, area.mapWidthPx + 100, area.mapHeightPx + 55);
+}
+
+// The map window shows no file any more.
+void leaveFileMap() {
+    if (!fileMap) return;
+    fileMap.reset();
+    setWindowText(windows.map, "Photocurrent map");
 }
 
 } // namespace
 
 void placePictureWindows() {
+    leaveFileMap();
     placeMapWindowForArea();
     if (mapIsConfocal())
         placeConfocalWindow(picturesLeft, confocalTop, scanArea.mapWidthPx + 50,
@@ -320,8 +349,24 @@ void placePictureWindows() {
 }
 
 void showMapWindow(int channel) {
+    leaveFileMap();
     placeMapWindowForArea();
     drawMapWithScale(channel);
+}
+
+void showFileMap(ScanMap map, const std::string& title) {
+    fileMap = std::make_unique<ScanMap>(std::move(map));
+    placeMapWindowForArea();
+    setWindowText(windows.map, title.c_str());
+    drawMapWithScale(fileMap->views.mapChannel);
+}
+
+const ScanMap* shownFileMap() {
+    return fileMap.get();
+}
+
+void forgetFileMap() {
+    fileMap.reset();
 }
 
 namespace {
@@ -337,6 +382,7 @@ void coverWithGround(WindowHandle window) {
 } // namespace
 
 void startLiveRows() {
+    leaveFileMap();
     scanMap.views.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
     coverWithGround(windows.map);
     if (mapIsConfocal()) coverWithGround(windows.confocal);
@@ -347,7 +393,8 @@ void setLiveRows(int firstDrawnRow) {
 }
 
 void repaintMapWindow() {
-    if (scanMap.views.liveRowsFrom < 0) return drawMapWithScale(scanMap.views.mapChannel);
+    if (scanMap.views.liveRowsFrom < 0)
+        return drawMapWithScale(shownIn(windows.map).map.views.mapChannel);
     coverWithGround(windows.map);
     const Map& map = scanMap.maps[planePhotocurrent];
     for (int row = scanMap.views.liveRowsFrom; row < rowsOf(map); ++row)

@@ -5,6 +5,7 @@
 #include "platform/surface.h"
 
 #include <cstdint>
+#include <string>
 
 // Which of them shows a plane.
 int channelOf(const Plane& plane);
@@ -45,8 +46,16 @@ void drawMapWithScale(int channel);
 // reported; of a window that was closed nothing is saved, and that is none.
 bool saveMapImage(WindowHandle window, int channel, const char* label);
 
-// Creates or shows the map window with a channel.
+// Creates or shows the map window with a channel of the map in memory.
 void showMapWindow(int channel);
+
+// Shows a map that was read from a file in the map window, with the channel that its views name;
+// its conditions say how it is laid out. It is none of the program's own: nothing is saved of it,
+// and the map in memory is back in the window with the next of showMapWindow, placePictureWindows
+// and startLiveRows, so at the latest when a scan begins.
+void showFileMap(ScanMap map, const std::string& title);
+const ScanMap* shownFileMap(); // null while the window shows the map in memory
+void forgetFileMap();          // without a word to the window
 
 // A scan begins to draw its rows: the windows of its maps show none yet.
 void startLiveRows();

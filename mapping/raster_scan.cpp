@@ -747,6 +747,8 @@ std::string beyondLimit(const ScanPlan& plan) {
 // Empty when it can be; takes over what is set at the instrument.
 std::string whyNotStarted(ScanPlan& plan) {
     if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
+    if (plan.area.place)
+        if (std::string why = whyPlaceIsLost(*plan.area.place); !why.empty()) return why;
     if (std::string why = beyondLimit(plan); !why.empty()) return why;
     if (std::string why = whyNotFollowed(plan); !why.empty()) return why;
     return askSettings(plan) ? "" : "the instrument does not say what is set at it";

@@ -6,6 +6,8 @@
 #include "session/picture_scale.h"
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 // Scan steps that the operator can set, um.
 constexpr double scanStepLowest = 0.1;
@@ -13,6 +15,14 @@ constexpr double scanStepHighest = 40.0;
 
 // What a map may have: a wide view as built at the smallest step has 24 million.
 constexpr int64_t mostScanPoints = 36'000'000;
+
+// Where an area lies by the controllers' own count, wherever the stage stands.
+struct AreaPlace {
+    double firstXUm = 0.0, firstYUm = 0.0;  // its first point
+    double acrossUm = 0.0, upwardsUm = 0.0; // to its last column and row; the step may change
+    int32_t axisOrder = 0;                  // of the controllers that count so
+    std::string since;                      // when they did, "2026-11-27 07:45:00"
+};
 
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
@@ -23,6 +33,7 @@ struct ScanArea {
     // Of a scan list: `cols`, `rows` and the offsets are given, wherever the stage stands, and
     // there is no rectangle.
     bool placed = false;
+    std::optional<AreaPlace> place; // of a placed one that stays there when the stage moves
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
@@ -62,3 +73,9 @@ int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 
 // The same with the present objective and laser spot, for the present kind of scan.
 int32_t computeScanArea(ScanArea& area);
+
+// The scan area from where the stage stands now: one that stays at its place lies elsewhere then.
+ScanArea presentArea();
+
+// Why the stage cannot come to that place again; empty when it can.
+std::string whyPlaceIsLost(const AreaPlace& place);

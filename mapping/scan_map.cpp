@@ -25,6 +25,7 @@
 ScanMap scanMap;
 
 std::vector<Plane> planesOf(const ScanMap& map) {
+    if (!map.planes.empty()) return map.planes;
     std::vector<Plane> planes =
         map.conditions ? planesOf(*map.conditions) : planesOf(presentPlan());
     // The settings may have changed since the maps were made.

@@ -65,8 +65,9 @@ struct ScanMap {
     std::optional<ScanConditions> conditions; // as the map's scan started; none before a scan
     ScanOutcome outcome;
     std::optional<DataFolders> folders; // where its files go; none: into the session's
-    bool lacksFiles = false;            // of its numbers, as they were last saved
-    bool onlyInJournal = false;         // its scan is over, and not all of its files were written
+    std::vector<Plane> planes;  // of one that was read from a file; empty: by its conditions
+    bool lacksFiles = false;    // of its numbers, as they were last saved
+    bool onlyInJournal = false; // its scan is over, and not all of its files were written
     MapViews views;
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the map when it was last drawn whole

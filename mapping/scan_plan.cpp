@@ -19,10 +19,13 @@ constexpr uint32_t waitAtRowMs = 10;
 } // namespace
 
 ScanPlan presentPlan() {
-    return {.area = scanArea,
+    return {.area = presentArea(),
             .homeXUm = stageX.positionUm,
             .homeYUm = stageY.positionUm,
             .homeZUm = stageZ.positionUm,
+            .zeroKnown = stageX.axisNumber != 0 && stageY.axisNumber != 0,
+            .zeroXUm = ofController(stageX, 0.0),
+            .zeroYUm = ofController(stageY, 0.0),
             .laserLevel = laserLink.laserLevel,
             .laserUaPerVolt = setUp.laserUaPerVolt,
             .laserFullScaleVolts = setUp.laserFullScaleVolts,

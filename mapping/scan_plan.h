@@ -23,7 +23,9 @@ enum class Consent {
 struct ScanPlan {
     ScanArea area;                                      // its points, from where the stage stands
     double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where that is
-    double laserLevel = 0.0;                            // V
+    bool zeroKnown = false; // what the controllers count where the program says 0 um:
+    double zeroXUm = 0.0, zeroYUm = 0.0;
+    double laserLevel = 0.0;                                // V
     double laserUaPerVolt = 4.0, laserFullScaleVolts = 5.0; // as the set-up has the laser
     double laserPowerUw = -1.0;                             // at the sample; negative: not known
     float biasVoltage = 0.0f;                               // V

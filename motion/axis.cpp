@@ -344,10 +344,11 @@ void lookWhetherPlaceIsLost(size_t i) {
     StageAxis& axis = axes[i].axis;
     if (!canBeAsked(axis)) return;
     axis.placeLost = axis.status.uCurPosition == 0 && placeIsLost(i, axis.status.CurPosition);
-    if (axis.placeLost)
-        announce(Severity::Trouble,
-                 nameOf(axis) + " has lost its place (its controller counts 0): the limits of "
-                                "Setup.ini are elsewhere now");
+    if (!axis.placeLost) return;
+    noteLossOfPlace(i);
+    announce(Severity::Trouble, nameOf(axis) +
+                                    " has lost its place (its controller counts 0): the limits of "
+                                    "Setup.ini are elsewhere now");
 }
 
 bool movesWithoutItsPlace(StageAxis& axis) {

@@ -17,6 +17,11 @@ constexpr Colour colourRgb(unsigned red, unsigned green, unsigned blue) {
     return red | green << 8 | blue << 16;
 }
 
+// The same as a pixel, 0x00RRGGBB.
+constexpr uint32_t pixelOf(Colour colour) {
+    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+}
+
 struct Extent {
     int width = 0;
     int height = 0;

@@ -74,6 +74,7 @@ enum ControlId : int {
     idPauseBehindRow = 32858,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
     idObjective = 32870,   // eight of them: the objectives, in their order
+    idScans = 32878,
     idCalibrateCamera = 32880,
     idCalibratePlay = 32881,
     idCalibrateSpot = 32882,
@@ -132,6 +133,22 @@ enum PlacesId : int {
     idPlacesFocus = 1614,
     idPlacesRemove = 1615,
     idPlacesMakePlane = 1616,
+};
+
+// Of the window "Scans".
+enum ScansId : int {
+    idScansTable = 1600,
+    idScansFilter = 1601,
+    idScansCount = 1602,
+    idScansWord = 1603,
+    idScansList = 1610,
+    idScansShow = 1611,
+    idScansPlane = 1612,
+    idScansUse = 1613,
+    idScansFolder = 1614,
+    idScansGood = 1615,
+    idScansBad = 1616,
+    idScansNoMark = 1617,
 };
 
 // Of the page of the devices.

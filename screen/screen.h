@@ -77,6 +77,7 @@ enum class Timer : unsigned {
     LiveView = 1,
     Journal = 2,
     Board = 3,
+    Scans = 4, // while those of KST_Data are listed
 };
 void startTimer(Timer timer, unsigned periodMs);
 void stopTimer(Timer timer);
@@ -110,8 +111,9 @@ void placeConfocalWindow(int x, int y, int width, int height);
 // A control of a tool window; client pixels.
 struct ToolControl {
     // A table's text are its columns, "name:width" each with blanks between them; what stands in it
-    // it asks by onToolTable.
-    enum class Kind { Label, Edit, Button, Check, Table };
+    // it asks by onToolTable. The rows of a PictureTable begin with the small picture that it asks
+    // for by onToolPicture; it tells of headings that are pressed and rows that are opened.
+    enum class Kind { Label, Edit, Button, Check, Table, PictureTable };
     Kind kind;
     const char* text;
     int x, y, width, height;

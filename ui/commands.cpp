@@ -48,6 +48,7 @@
 #include "ui/objective.h"
 #include "ui/places_window.h"
 #include "ui/scan_options_dialog.h"
+#include "ui/scans_window.h"
 #include "ui/set_up_dialog.h"
 #include "ui/tool_windows.h"
 
@@ -322,6 +323,8 @@ constexpr Command commands[] = {
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
     {idRecoverScan, recoverAndShow, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
+    // Reads folders, which may lie far away.
+    {idScans, openScansWindow, refused, refused},
     {idContinueList, continueLastList, refused, refused, "Continue last list"},
 };
 // clang-format on
@@ -361,6 +364,7 @@ bool areaConfirmed(int widthPx, int heightPx) {
 void selectScanArea() {
     const PictureRectangle& drag = display.drawnRectangle;
     scanArea.placed = false;
+    scanArea.place.reset();
     scanArea.viewScale = drag.viewScale;
     scanArea.rectX1 = drag.x1;
     scanArea.rectY1 = drag.y1;
@@ -412,9 +416,9 @@ void onCommand(int id) {
     }
     leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
-    constexpr int typingInto[] = {idIvMeasurement, idTimeEvolution, idContinueScan,
-                                  idScanList,      idRememberPlace, idPlaces};
-    if (std::find(std::begin(typingInto), std::end(typingInto), id) == std::end(typingInto))
+    constexpr int typedInto[] = {idIvMeasurement, idTimeEvolution, idContinueScan, idScanList,
+                                 idRememberPlace, idPlaces,        idScans};
+    if (std::find(std::begin(typedInto), std::end(typedInto), id) == std::end(typedInto))
         focusMainWindow();
 }
 
@@ -548,6 +552,7 @@ void onTimer(Timer timer) {
     if (timer == Timer::LiveView) liveViewTick();
     if (timer == Timer::Journal) journalTick();
     if (timer == Timer::Board) watchLaserBoard();
+    if (timer == Timer::Scans) scansTick();
 }
 
 void onClose() {

@@ -38,10 +38,6 @@ constexpr int32_t highestGpibAddress = 30; // IEEE 488
 constexpr int32_t highestTcpPort = 65535;
 constexpr int32_t highestComPort = 256;  // of Windows
 constexpr int32_t largestAperture = 500; // pixels: about the picture's height across
-// What the Keithley 2450 can source, and its limits of compliance.
-constexpr float largestBias = 210.0f;  // V
-constexpr float smallestLimit = 1e-9f; // A
-constexpr float largestLimit = 1.05f;
 
 struct {
     bool isOpen = false;
@@ -126,8 +122,8 @@ void connectChosenInstrument() {
 
 void apply() {
     InstrumentLink& link = instrumentLink;
-    takeNumber(idBias, link.biasVoltage, -largestBias, largestBias);
-    takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
+    takeNumber(idBias, link.biasVoltage, -largestBiasTyped, largestBiasTyped);
+    takeNumber(idCurrentLimit, link.currentLimit, smallestLimitTyped, largestLimitTyped);
     takeInteger(idCameraAperture, cameraState.cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
     logEvent(formatted("Camera aperture %d pixels", cameraState.cameraAperture));

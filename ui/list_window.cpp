@@ -251,8 +251,9 @@ ListRow presentRow(ListKind kind) {
 void addArea() {
     if (scanArea.totalPoints < 2) return tell("Draw a scan area first");
     ListRow row = presentRow(ListKind::Map);
-    row.xUm += scanArea.offsetXUm;
-    row.yUm += scanArea.offsetYUm;
+    const ScanArea area = presentArea();
+    row.xUm += area.offsetXUm;
+    row.yUm += area.offsetYUm;
     row.columns = scanArea.cols;
     row.rows = scanArea.rows;
     insertRow(row);

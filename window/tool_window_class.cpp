@@ -14,12 +14,45 @@
 #include <sstream>
 #include <string>
 
+// Its height is that of a row; the pictures themselves are drawn by drawRowPicture.
+constexpr int rowPicturePx = 34;
+
+static void drawRowPicture(HWND window, const NMLVCUSTOMDRAW& drawn) {
+    const auto row = static_cast<int>(drawn.nmcd.dwItemSpec);
+    const std::vector<uint32_t> pixels = onToolPicture(opaque(window), row);
+    RECT place{};
+    if (pixels.empty() || !ListView_GetItemRect(drawn.nmcd.hdr.hwndFrom, row, &place, LVIR_ICON))
+        return;
+    int side = 1;
+    while ((side + 1) * (side + 1) <= static_cast<int>(pixels.size())) ++side;
+    BITMAPINFO info{};
+    info.bmiHeader = {sizeof info.bmiHeader, side, -side, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
+    SetDIBitsToDevice(drawn.nmcd.hdc, place.left + 1, (place.top + place.bottom - side) / 2,
+                      static_cast<DWORD>(side), static_cast<DWORD>(side), 0, 0, 0,
+                      static_cast<UINT>(side), pixels.data(), &info, DIB_RGB_COLORS);
+}
+
+static LRESULT onRowDrawn(HWND window, const NMLVCUSTOMDRAW& drawn) {
+    const bool hasPictures = ListView_GetImageList(drawn.nmcd.hdr.hwndFrom, LVSIL_SMALL) != nullptr;
+    switch (drawn.nmcd.dwDrawStage) {
+    case CDDS_PREPAINT:
+        return hasPictures ? CDRF_NOTIFYITEMDRAW : CDRF_DODEFAULT;
+    case CDDS_ITEMPREPAINT:
+        return CDRF_NOTIFYPOSTPAINT;
+    case CDDS_ITEMPOSTPAINT:
+        drawRowPicture(window, drawn);
+        return CDRF_DODEFAULT;
+    default:
+        return CDRF_DODEFAULT;
+    }
+}
+
 // A table asks for the text of a cell that it is about to show, and tells that a row is selected.
-static void onTable(HWND window, LPARAM lParam) {
+static LRESULT onTable(HWND window, LPARAM lParam) {
     const auto* header = reinterpret_cast<NMHDR*>(lParam);
     if (header->code == LVN_GETDISPINFOW) {
         LVITEMW& item = reinterpret_cast<NMLVDISPINFOW*>(lParam)->item;
-        if ((item.mask & LVIF_TEXT) == 0 || item.cchTextMax < 1) return;
+        if ((item.mask & LVIF_TEXT) == 0 || item.cchTextMax < 1) return 0;
         const std::string text = onToolTable(opaque(window), item.iItem, item.iSubItem);
         const int room = item.cchTextMax - 1; // a letter takes no fewer bytes than places there
         const int taken = std::min(static_cast<int>(text.size()), room);
@@ -32,6 +65,29 @@ static void onTable(HWND window, LPARAM lParam) {
         const bool nowSelected = (change->uNewState & ~change->uOldState & LVIS_SELECTED) != 0;
         if (nowSelected) onToolSelection(opaque(window));
     }
+    if (header->code == LVN_COLUMNCLICK)
+        onToolHeading(opaque(window), reinterpret_cast<NMLISTVIEW*>(lParam)->iSubItem);
+    if (header->code == LVN_ITEMACTIVATE) onToolRowOpened(opaque(window));
+    if (header->code == NM_CUSTOMDRAW)
+        return onRowDrawn(window, *reinterpret_cast<NMLVCUSTOMDRAW*>(lParam));
+    return 0;
+}
+
+// The message loop knows no dialogs: what Tab and Escape do in one is done here.
+static LRESULT CALLBACK controlProcedure(HWND control, UINT message, WPARAM wParam, LPARAM lParam,
+                                         UINT_PTR, DWORD_PTR) {
+    HWND window = GetParent(control);
+    const bool closes = wParam == VK_ESCAPE && toolClosesByEscape(opaque(window));
+    if (message == WM_KEYDOWN && wParam == VK_TAB) {
+        SetFocus(GetNextDlgTabItem(window, control, GetKeyState(VK_SHIFT) < 0));
+        return 0;
+    }
+    if (message == WM_KEYDOWN && closes) {
+        PostMessageW(window, WM_CLOSE, 0, 0);
+        return 0;
+    }
+    if (message == WM_CHAR && (wParam == VK_TAB || closes)) return 0; // no beep
+    return DefSubclassProc(control, message, wParam, lParam);
 }
 
 // The window's property that holds the font made for it.
@@ -46,8 +102,7 @@ LRESULT CALLBACK toolWindowProcedure(HWND window, UINT message, WPARAM wParam, L
     case WM_NOTIFYFORMAT:
         return NFR_UNICODE;
     case WM_NOTIFY:
-        onTable(window, lParam);
-        return 0;
+        return onTable(window, lParam);
     case WM_KEYDOWN:
         onToolKey(opaque(window), wParam);
         return 0;
@@ -100,6 +155,9 @@ static ToolControlClass classOf(ToolControl::Kind kind) {
         return {L"BUTTON", WS_TABSTOP | BS_PUSHBUTTON};
     case ToolControl::Kind::Check:
         return {L"BUTTON", WS_TABSTOP | BS_AUTOCHECKBOX};
+    case ToolControl::Kind::PictureTable:
+        return {WC_LISTVIEWW, WS_TABSTOP | WS_BORDER | LVS_REPORT | LVS_OWNERDATA | LVS_SINGLESEL |
+                                  LVS_SHOWSELALWAYS};
     case ToolControl::Kind::Table:
         return {WC_LISTVIEWW, WS_TABSTOP | WS_BORDER | LVS_REPORT | LVS_OWNERDATA | LVS_SINGLESEL |
                                   LVS_SHOWSELALWAYS | LVS_NOSORTHEADER};
@@ -135,10 +193,15 @@ static HWND createControl(HWND window, const ToolControl& control, double factor
                                 reinterpret_cast<HMENU>(static_cast<INT_PTR>(control.id)),
                                 GetModuleHandleW(nullptr), nullptr);
     SendMessageW(made, WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
-    if (control.kind == ToolControl::Kind::Table)
+    using enum ToolControl::Kind;
+    if (control.kind == Table || control.kind == PictureTable)
         makeColumns(made, control.text, factor);
     else
         SetWindowTextA(made, control.text);
+    if (control.kind == PictureTable) // the table destroys it
+        ListView_SetImageList(made, ImageList_Create(rowPicturePx, rowPicturePx, ILC_COLOR, 1, 1),
+                              LVSIL_SMALL);
+    if (control.kind != Label) SetWindowSubclass(made, controlProcedure, 1, 0);
     return made;
 }
 

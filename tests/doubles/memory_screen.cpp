@@ -172,6 +172,10 @@ bool openInViewer(const std::wstring& path) {
     return fileExists(path);
 }
 
+bool showInFolder(const std::wstring& path) {
+    return fileExists(path);
+}
+
 static void placeWindow(WindowHandle& window, int width, int height) {
     const Extent client{width - windowFrame.width, height - windowFrame.height};
     if (!window) window = addWindow(client);

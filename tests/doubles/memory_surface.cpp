@@ -27,10 +27,6 @@ NativeBitmap blankBitmap(int width, int height, uint32_t pixel) {
     return {width, height, std::vector<uint32_t>(count, pixel)};
 }
 
-static uint32_t pixelOf(Colour colour) {
-    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
-}
-
 static uint32_t* pixelAt(NativeBitmap& bitmap, int x, int y) {
     if (x < 0 || y < 0 || x >= bitmap.width || y >= bitmap.height) return nullptr;
     return &bitmap.pixels[static_cast<size_t>(y) * static_cast<size_t>(bitmap.width) +

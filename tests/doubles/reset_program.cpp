@@ -81,6 +81,7 @@ void resetProgram() {
     releaseWideView();
     scanArea = {};
     scanMap = {};
+    forgetFileMap();
     sweepRecord = {};
     forgetAllRefusals();
     forgetDeviceReports();
