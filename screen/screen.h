@@ -61,6 +61,9 @@ bool toggleCheckMark(int id);
 void focusMainWindow();
 void setMainTitle(const char* text); // not from another thread than the windows'
 
+// Whether a box, a dialog, a menu or the mouse at its frame holds it: it takes no commands then.
+bool mainWindowIsHeld();
+
 // A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where
 // there is no taskbar.
 void showTaskbarProgress(int percent);
@@ -71,6 +74,7 @@ enum class Timer : unsigned {
     LiveView = 1,
     Journal = 2,
     Board = 3,
+    Door = 4,
 };
 void startTimer(Timer timer, unsigned periodMs);
 void stopTimer(Timer timer);

@@ -2,11 +2,13 @@
 #include "tests/doubles/doubles.h"
 
 #include "app/program.h"
+#include "actions/measurements.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
@@ -56,6 +58,10 @@ static void forgetLights() {
 
 void resetProgram() {
     dataFolders = {}; // what is let go of here belongs into no log
+    closeDoor();
+    doorSettings = {};
+    resetClient();
+    lastOutcomes = {};
     releaseDevices();
     forgetLights();
     session = {};
@@ -64,7 +70,7 @@ void resetProgram() {
     connectFloors();
     liveViewTimerOff();
     elapsedMs(true);
-    for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
+    for (auto* title : {titleLoss, titleBias, titleScript, titleProgress}) title("");
     scanSettings = {};
     setUp = {};
     prepareOffCommands();
