@@ -376,7 +376,7 @@ bool programIsBusy() {
 void followConditions(ScpiStatus& status) {
     constexpr unsigned settling = 2, measuring = 16; // SCPI-99
     constexpr unsigned voltage = 1, power = 8, doubtful = 512; // the last one is ours
-    status.operation.follow((stageIsMoving() ? settling : 0u) |
+    status.operation.follow((stageIsMoving() || clientIsAtWork() ? settling : 0u) |
                             (processUnderWay() ? measuring : 0u));
     status.questionable.follow((biasLeftOn().empty() ? 0u : voltage) |
                                (lightLeftOn().empty() ? 0u : power) |

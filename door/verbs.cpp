@@ -254,7 +254,7 @@ const std::vector<Verb> verbs = {
     {"SYSTem:HELP?", {}, needsNothing, giveHelp,
      "this table, as a block"},
     {"STATus:OPERation[:EVENt]?", {}, needsNothing, [](const Call& call) { return said(std::to_string(call.session.status.operation.takeEvent())); },
-     "which of these began since it was last asked: 2 the stage moves, 16 something is measured"},
+     "which of these began since it was last asked: 2 the stage moves or what the script has begun is under way, 16 something is measured"},
     {"STATus:OPERation:CONDition?", {}, needsNothing, [](const Call& call) { return said(std::to_string(call.session.status.operation.condition)); },
      "the same now"},
     {"STATus:OPERation:ENABle", {{"mask", Number, "", 0, 32767, true}}, needsNothing, [](const Call& call) { call.session.status.operation.enable = masked(call, registerMask); return done(); },
