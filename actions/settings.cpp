@@ -74,8 +74,8 @@ std::string setScanRectangle(const StageRectangle& rectangle) {
     if (area.isTooLarge) return "more than 36 million points, take a larger step";
     placed = {rectangle, area};
     scanArea = area;
-    logEvent(formatted("Scan area: %d x %d points, step %.1f um", area.cols, area.rows,
-                       area.scanStep));
+    logEvent(
+        formatted("Scan area: %d x %d points, step %.1f um", area.cols, area.rows, area.scanStep));
     allocateMaps();
     showInformation(formatted("%d min. expected", area.estimatedMinutes).c_str());
     return {};

@@ -47,6 +47,8 @@ struct {
     int32_t port = 0; // that it listens at
     std::unique_ptr<ScpiSession> client;
     bool stepping = false; // the client's next commands wait
+    bool goesOn = false;   // there is more to do, a little later
+    bool leaving = false;  // it sends nothing more
     bool closing = false;  // the connection ends when the present command has ended
     // What it has begun.
     const char* name = "";
@@ -55,7 +57,7 @@ struct {
     // What it has switched on outside of that.
     bool laser = false, bias = false;
     bool darkWanted = false; // whoever did it is gone
-    int logBudget = 0; // lines of this minute
+    int logBudget = 0;       // lines of this minute
     uint64_t logMinute = 0;
     int leftOut = 0;
 } door;
@@ -169,7 +171,7 @@ void leave(const char* how) {
     if (!door.client) return;
     logEvent(std::string("Script: ") + how);
     door.client.reset();
-    door.closing = false;
+    door.closing = door.leaving = false;
     door.darkWanted = true;
     darkenBehindClient();
 }
@@ -218,6 +220,7 @@ bool stepClient() {
 // Carries out what has come and sends what is to go, for a while.
 const char* pumpForAWhile() {
     const uint64_t began = tickCountMs();
+    door.goesOn = false;
     for (;;) {
         if (!sendAnswers()) return "is gone";
         if (door.closing) return "closed, scripts are no longer let in";
@@ -230,6 +233,7 @@ const char* pumpForAWhile() {
             if (came == Came::Nothing) return sendAnswers() ? nullptr : "is gone";
         }
         if (tickCountMs() - began < longestStepMs) continue;
+        door.goesOn = true;
         callBehindInput(door.pending ? soonMs : pauseMs);
         return sendAnswers() ? nullptr : "is gone";
     }
@@ -239,27 +243,39 @@ const char* pumpForAWhile() {
 void pump() {
     if (!door.client || door.stepping) return;
     door.stepping = true;
-    const char* const ended = pumpForAWhile();
+    const char* ended = pumpForAWhile();
     door.stepping = false;
+    // Nobody waits for an answer that cannot be given now.
+    if (!ended && door.leaving && !door.goesOn) ended = "is gone";
     if (ended) return hangUp(ended);
     showWhoHasCommand();
 }
 
 void connected() {
     logEvent("Script: connected");
-    door.client = std::make_unique<ScpiSession>(
-        ScpiSession::World{.verbs = verbTable(),
-                           .mayHappen = mayHappen,
-                           .isUnderWay = clientIsAtWork,
-                           .tell = logCommand});
+    door.client = std::make_unique<ScpiSession>(ScpiSession::World{.verbs = verbTable(),
+                                                                   .mayHappen = mayHappen,
+                                                                   .isUnderWay = clientIsAtWork,
+                                                                   .tell = logCommand});
     showWhoHasCommand();
 }
 
-constexpr TcpServerFace face{connected, [] { logEvent("Script: a second one was closed"); }, pump,
-                             pump, [] {
-                                 carryOutPending();
-                                 pump();
-                             }};
+void isLeaving() {
+    door.leaving = true;
+    pump();
+}
+
+void called() {
+    carryOutPending();
+    pump();
+}
+
+constexpr TcpServerFace face{.connected = connected,
+                             .refused = [] { logEvent("Script: a second one was closed"); },
+                             .readable = pump,
+                             .leaving = isLeaving,
+                             .writable = pump,
+                             .called = called};
 
 void takeSwitch(const char* name, bool& value) {
     const std::string text = readOption(name);
@@ -300,8 +316,7 @@ void followDoorSettings() {
     door.port = doorSettings.port;
     door.listens = listenAt(static_cast<uint16_t>(door.port), face, why);
     if (door.listens) return logEvent(formatted("Scripts may connect to port %d", door.port));
-    announce(Severity::Trouble,
-             formatted("Scripts cannot connect to port %d: %s", door.port, why));
+    announce(Severity::Trouble, formatted("Scripts cannot connect to port %d: %s", door.port, why));
 }
 
 void closeDoor() {
@@ -374,7 +389,7 @@ bool programIsBusy() {
 }
 
 void followConditions(ScpiStatus& status) {
-    constexpr unsigned settling = 2, measuring = 16; // SCPI-99
+    constexpr unsigned settling = 2, measuring = 16;           // SCPI-99
     constexpr unsigned voltage = 1, power = 8, doubtful = 512; // the last one is ours
     status.operation.follow((stageIsMoving() || clientIsAtWork() ? settling : 0u) |
                             (processUnderWay() ? measuring : 0u));

@@ -1,7 +1,7 @@
 // The door for scripts: a TCP port at 127.0.0.1 where one client speaks SCPI. What it sends is
 // carried out on the windows' thread, wherever messages are dispatched: while something is under
-// way, it may ask and stop and nothing else. What takes long is begun by a message of its own, as if
-// the operator had pressed the button, and never from inside a wait.
+// way, it may ask and stop and nothing else. What takes long is begun by a message of its own, as
+// if the operator had pressed the button, and never from inside a wait.
 #pragma once
 
 #include "door/scpi_session.h"

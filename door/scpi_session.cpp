@@ -16,12 +16,14 @@ bool isOfBrowser(std::string_view message, bool first) {
     constexpr std::string_view methods[] = {"GET ",     "POST ",  "PUT ",   "HEAD ",  "OPTIONS ",
                                             "CONNECT ", "TRACE ", "PATCH ", "DELETE "};
     constexpr std::string_view host = "host:";
-    const bool method = std::any_of(std::begin(methods), std::end(methods),
-                                    [&](std::string_view each) { return message.starts_with(each); });
+    const bool method =
+        std::any_of(std::begin(methods), std::end(methods),
+                    [&](std::string_view each) { return message.starts_with(each); });
     const bool hasHost =
         message.size() >= host.size() &&
-        std::equal(host.begin(), host.end(), message.begin(),
-                   [](char wanted, char c) { return wanted == (c >= 'A' && c <= 'Z' ? c + 32 : c); });
+        std::equal(host.begin(), host.end(), message.begin(), [](char wanted, char c) {
+            return wanted == (c >= 'A' && c <= 'Z' ? c + 32 : c);
+        });
     return (first && method) || hasHost;
 }
 
@@ -172,11 +174,10 @@ bool ScpiSession::isStop(const std::string& message) const {
     ScpiFault fault;
     const std::vector<ScpiUnit> all = unitsOf(message, fault);
     std::vector<std::string> from;
-    return !fault && !all.empty() &&
-           std::all_of(all.begin(), all.end(), [&](const ScpiUnit& unit) {
-               const Verb* verb = find(unit, fault, from);
-               return verb && (verb->needs & passesWaits) != 0;
-           });
+    return !fault && !all.empty() && std::all_of(all.begin(), all.end(), [&](const ScpiUnit& unit) {
+        const Verb* verb = find(unit, fault, from);
+        return verb && (verb->needs & passesWaits) != 0;
+    });
 }
 
 void ScpiSession::begin(const MessageReader::Message& message) {
@@ -249,9 +250,9 @@ void ScpiSession::carryOut(const Verb& verb, const ScpiUnit& unit) {
     ScpiFault fault;
     Call call{*this, {}, {}, unit.parameters.size()};
     const size_t most = verb.arguments.size();
-    const auto required = static_cast<size_t>(
-        std::count_if(verb.arguments.begin(), verb.arguments.end(),
-                      [](const Argument& each) { return !each.optional; }));
+    const auto required =
+        static_cast<size_t>(std::count_if(verb.arguments.begin(), verb.arguments.end(),
+                                          [](const Argument& each) { return !each.optional; }));
     if (call.given > most) fault = {-108, usageOf(verb)};
     if (call.given < required) fault = {-109, usageOf(verb)};
     for (size_t i = 0; i < call.given && !fault; ++i)

@@ -23,8 +23,8 @@ struct Argument {
     Kind kind = Kind::Number;
     const char* unit = ""; // of a number
     double lowest = 0.0, highest = 0.0;
-    bool isWhole = false;  // it is rounded
-    bool optional = false; // it and what follows may be left out
+    bool isWhole = false;   // it is rounded
+    bool optional = false;  // it and what follows may be left out
     const char* words = ""; // of Word: "MASK|CHANnel"; empty: whatever is written
 };
 

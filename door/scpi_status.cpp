@@ -58,9 +58,8 @@ EventBit bitOf(int code) {
 } // namespace
 
 const char* standardText(int code) {
-    const auto* const found =
-        std::find_if(std::begin(standardTexts), std::end(standardTexts),
-                     [code](const auto& each) { return each.first == code; });
+    const auto* const found = std::find_if(std::begin(standardTexts), std::end(standardTexts),
+                                           [code](const auto& each) { return each.first == code; });
     return found == std::end(standardTexts) ? "" : found->second;
 }
 

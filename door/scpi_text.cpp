@@ -301,12 +301,12 @@ struct Suffix {
     double factor;
 };
 constexpr Suffix suffixes[] = {
-    {"um", "UM", 1.0},  {"um", "NM", 1e-3},  {"um", "MM", 1e3},   {"um", "M", 1e6},
-    {"V", "V", 1.0},    {"V", "MV", 1e-3},   {"V", "UV", 1e-6},   {"A", "A", 1.0},
-    {"A", "MA", 1e-3},  {"A", "UA", 1e-6},   {"A", "NA", 1e-9},   {"uA", "UA", 1.0},
-    {"uA", "NA", 1e-3}, {"uA", "MA", 1e3},   {"uA", "A", 1e6},    {"s", "S", 1.0},
-    {"s", "MS", 1e-3},  {"s", "US", 1e-6},   {"ms", "MS", 1.0},   {"ms", "S", 1e3},
-    {"ms", "US", 1e-3}, {"us", "US", 1.0},   {"us", "MS", 1e3},   {"us", "S", 1e6},
+    {"um", "UM", 1.0},  {"um", "NM", 1e-3}, {"um", "MM", 1e3}, {"um", "M", 1e6},
+    {"V", "V", 1.0},    {"V", "MV", 1e-3},  {"V", "UV", 1e-6}, {"A", "A", 1.0},
+    {"A", "MA", 1e-3},  {"A", "UA", 1e-6},  {"A", "NA", 1e-9}, {"uA", "UA", 1.0},
+    {"uA", "NA", 1e-3}, {"uA", "MA", 1e3},  {"uA", "A", 1e6},  {"s", "S", 1.0},
+    {"s", "MS", 1e-3},  {"s", "US", 1e-6},  {"ms", "MS", 1.0}, {"ms", "S", 1e3},
+    {"ms", "US", 1e-3}, {"us", "US", 1.0},  {"us", "MS", 1e3}, {"us", "S", 1e6},
     {"dB", "DB", 1.0},  {"%", "PCT", 1.0},
 };
 
@@ -334,14 +334,13 @@ std::optional<double> numberOf(std::string_view text, std::string_view unit, Scp
         inCapitals(trimmed(std::string_view(stop, static_cast<size_t>(end - stop))));
     if (suffix.empty()) return number;
     const auto* const found =
-        std::find_if(std::begin(suffixes), std::end(suffixes), [&](const Suffix& each) {
-            return each.unit == unit && each.name == suffix;
-        });
+        std::find_if(std::begin(suffixes), std::end(suffixes),
+                     [&](const Suffix& each) { return each.unit == unit && each.name == suffix; });
     if (found == std::end(suffixes)) {
         const bool number_ = isLetter(suffix.front());
         fault = number_ && unit.empty() ? ScpiFault{-138, suffix}
-                : number_               ? ScpiFault{-131, suffix + ", the unit is " + std::string(unit)}
-                                        : ScpiFault{-104, quoted(text) + " is no number"};
+                : number_ ? ScpiFault{-131, suffix + ", the unit is " + std::string(unit)}
+                          : ScpiFault{-104, quoted(text) + " is no number"};
         return {};
     }
     return number * found->factor;

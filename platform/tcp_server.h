@@ -9,11 +9,12 @@
 
 // What is called when such a message is dispatched; also inside a wait or while a box is open.
 struct TcpServerFace {
-    void (*connected)();   // a client has come
-    void (*refused)();     // a second one was closed without a word
-    void (*readable)();    // it has sent something, or is gone: readFromClient tells
-    void (*writable)();    // more can be sent to it
-    void (*called)();      // for each callBehindInput, behind what mouse and keyboard have sent
+    void (*connected)(); // a client has come
+    void (*refused)();   // a second one was closed without a word
+    void (*readable)();  // it has sent something
+    void (*leaving)();   // it sends nothing more than what is there to be read
+    void (*writable)();  // more can be sent to it
+    void (*called)();    // for each callBehindInput, behind what mouse and keyboard have sent
 };
 
 // Begins to listen. False, and `why` says so, when the port is taken or there is no network.

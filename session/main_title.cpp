@@ -26,7 +26,8 @@ void setLoss(std::string& part, const std::string& words) {
 
 void showMainTitle() {
     std::string title = "Lumascan";
-    for (const std::string* each : {&said.loss, &said.bias, &said.script, &said.list, &said.progress})
+    for (const std::string* each :
+         {&said.loss, &said.bias, &said.script, &said.list, &said.progress})
         if (!each->empty()) title += " - " + *each;
     setMainTitle(title.c_str());
 }

@@ -102,8 +102,7 @@ void enterLaserIntensity() {
     // 1 to 20 uA where a volt makes 4.
     const double highest = highestLaserUa();
     const std::optional<float> typed = typedNumber(Field::LaserIntensity);
-    if (typed)
-        setLaserIntensity(std::clamp(static_cast<double>(*typed), highest / 20.0, highest));
+    if (typed) setLaserIntensity(std::clamp(static_cast<double>(*typed), highest / 20.0, highest));
     showScanSettings();
     focusMainWindow();
 }
@@ -118,6 +117,6 @@ void takeCommandedGain() {
 
 void enterExposure() {
     const std::optional<int> typed = typedInteger(Field::Exposure);
-    setExposure(std::clamp(typed ? *typed : cameraState.exposureUs, exposureLowestUs,
-                           exposureHighestUs));
+    setExposure(
+        std::clamp(typed ? *typed : cameraState.exposureUs, exposureLowestUs, exposureHighestUs));
 }

@@ -48,7 +48,8 @@ LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lPar
         if (socket == server.listener && event == FD_ACCEPT) takeClient();
         // News of a client that was closed meanwhile may still be waiting.
         if (socket != server.client) return 0;
-        if (event == FD_READ || event == FD_CLOSE) server.face.readable();
+        if (event == FD_READ) server.face.readable();
+        if (event == FD_CLOSE) server.face.leaving();
         if (event == FD_WRITE) server.face.writable();
         return 0;
     }
@@ -120,7 +121,8 @@ void stopListening() {
 // What the far end has sent before it closed is read first.
 int readFromClient(char* bytes, size_t capacity) {
     if (server.client == INVALID_SOCKET) return -1;
-    const int count = recv(server.client, bytes, static_cast<int>(std::min<size_t>(capacity, INT_MAX)), 0);
+    const int count =
+        recv(server.client, bytes, static_cast<int>(std::min<size_t>(capacity, INT_MAX)), 0);
     if (count > 0) return count;
     if (count == SOCKET_ERROR && WSAGetLastError() == WSAEWOULDBLOCK) return 0;
     closeSocket(server.client);

@@ -1,8 +1,8 @@
 // The program's records as its static initialisation leaves them, whatever a test did before.
 #include "tests/doubles/doubles.h"
 
-#include "app/program.h"
 #include "actions/measurements.h"
+#include "app/program.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"

@@ -86,7 +86,7 @@ void clientLeaves() {
         [] {
             if (!server.connected) return;
             server.left = true;
-            server.face.readable();
+            server.face.leaving();
         },
         socketNumber);
 }
@@ -138,7 +138,8 @@ int readFromClient(char* bytes, size_t capacity) {
 
 int sendToClient(const char* bytes, size_t count) {
     if (!server.connected) return -1;
-    const size_t taken = std::min(count, server.room - std::min(server.room, server.toClient.size()));
+    const size_t taken =
+        std::min(count, server.room - std::min(server.room, server.toClient.size()));
     server.toClient.append(bytes, taken);
     return static_cast<int>(taken);
 }

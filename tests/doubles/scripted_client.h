@@ -18,7 +18,8 @@ std::string clientHears();
 bool clientIsConnected(); // as the program has it
 int clientsRefused();
 
-// Of a client that does not read: what the program can send until it does. Without a bound at first.
+// Of a client that does not read: what the program can send until it does. Without a bound at
+// first.
 void boundClient(size_t bytes);
 
 void resetClient();

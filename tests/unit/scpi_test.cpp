@@ -10,17 +10,74 @@ bool underWay = false;
 std::string done_;
 
 const std::vector<Verb> table = {
-    {"*OPC?", {}, needsNothing, [](const Call&) { Reply reply = said("1"); reply.waits = true; return reply; }, ""},
+    {"*OPC?",
+     {},
+     needsNothing,
+     [](const Call&) {
+         Reply reply = said("1");
+         reply.waits = true;
+         return reply;
+     },
+     ""},
     {"*WAI", {}, needsNothing, [](const Call&) { return Reply{.waits = true}; }, ""},
-    {"*STB?", {}, needsNothing, [](const Call& call) { return said(std::to_string(call.session.status.byte(false))); }, ""},
-    {"SYSTem:ERRor[:NEXT]?", {}, needsNothing, [](const Call& call) { return said(call.session.status.nextError()); }, ""},
-    {"SCAN:STEP", {{"step", Argument::Kind::Number, "um", 0.1, 40}}, needsIdle, [](const Call& call) { step = call.numbers[0]; return done(); }, ""},
+    {"*STB?",
+     {},
+     needsNothing,
+     [](const Call& call) { return said(std::to_string(call.session.status.byte(false))); },
+     ""},
+    {"SYSTem:ERRor[:NEXT]?",
+     {},
+     needsNothing,
+     [](const Call& call) { return said(call.session.status.nextError()); },
+     ""},
+    {"SCAN:STEP",
+     {{"step", Argument::Kind::Number, "um", 0.1, 40}},
+     needsIdle,
+     [](const Call& call) {
+         step = call.numbers[0];
+         return done();
+     },
+     ""},
     {"SCAN:STEP?", {}, needsNothing, [](const Call&) { return said(std::to_string(step)); }, ""},
-    {"SCAN:AREA", {{"left", Argument::Kind::Number, "um", -100, 100}, {"bottom", Argument::Kind::Number, "um", -100, 100, false, true}}, needsNothing, [](const Call& call) { done_ += "area" + std::to_string(call.given); return done(); }, ""},
-    {"SCAN:STOP", {}, passesWaits, [](const Call&) { done_ += "stop"; underWay = false; return done(); }, ""},
-    {"LASer[:STATe]", {{"on", Argument::Kind::Switch}}, needsNothing, [](const Call& call) { done_ += call.isOn(0) ? "on" : "off"; return done(); }, ""},
-    {"LIST:LOAD", {{"name", Argument::Kind::Text}}, needsNothing, [](const Call& call) { done_ += "<" + call.texts[0] + ">"; return done(); }, ""},
-    {"DATA?", {}, needsNothing, [](const Call&) { return said(blockOf(std::string("\n\0;", 3))); }, ""},
+    {"SCAN:AREA",
+     {{"left", Argument::Kind::Number, "um", -100, 100},
+      {"bottom", Argument::Kind::Number, "um", -100, 100, false, true}},
+     needsNothing,
+     [](const Call& call) {
+         done_ += "area" + std::to_string(call.given);
+         return done();
+     },
+     ""},
+    {"SCAN:STOP",
+     {},
+     passesWaits,
+     [](const Call&) {
+         done_ += "stop";
+         underWay = false;
+         return done();
+     },
+     ""},
+    {"LASer[:STATe]",
+     {{"on", Argument::Kind::Switch}},
+     needsNothing,
+     [](const Call& call) {
+         done_ += call.isOn(0) ? "on" : "off";
+         return done();
+     },
+     ""},
+    {"LIST:LOAD",
+     {{"name", Argument::Kind::Text}},
+     needsNothing,
+     [](const Call& call) {
+         done_ += "<" + call.texts[0] + ">";
+         return done();
+     },
+     ""},
+    {"DATA?",
+     {},
+     needsNothing,
+     [](const Call&) { return said(blockOf(std::string("\n\0;", 3))); },
+     ""},
 };
 
 class Scpi : public testing::Test {

@@ -59,8 +59,9 @@ TEST_F(Script, RunsTheNightOfTheGuide) {
     ASSERT_NO_FATAL_FAILURE(writeOptions());
     program = startProgram(layDesk(true));
     ASSERT_TRUE(awaitMainWindow(program, patiently));
-    ASSERT_TRUE(await([&] { return textOf(program.window).find("script in command") != std::string::npos; },
-                      patiently));
+    ASSERT_TRUE(
+        await([&] { return textOf(program.window).find("script in command") != std::string::npos; },
+              patiently));
     const fs::path night = std::getenv("LUMASCAN_NIGHT");
     ASSERT_TRUE(await([&] { return fs::exists(night / "night.json"); }, 4 * patiently))
         << contentOf(night.parent_path() / "night.log");
@@ -69,7 +70,7 @@ TEST_F(Script, RunsTheNightOfTheGuide) {
     ASSERT_NO_FATAL_FAILURE(closeProgram());
     expectMap(night / "map_8uA.csv", 2.0, 10.0, -20.0);
     expectMap(night / "map_16uA.csv", 4.0, 10.0, -20.0);
-    for (const char* name : {"map_8uA.png", "map_16uA.png", "curve_0.csv", "curve_1.csv",
-                             "curve_2.csv"})
+    for (const char* name :
+         {"map_8uA.png", "map_16uA.png", "curve_0.csv", "curve_1.csv", "curve_2.csv"})
         EXPECT_TRUE(fs::exists(night / name)) << name;
 }
