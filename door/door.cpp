@@ -19,6 +19,7 @@
 #include "session/main_title.h"
 #include "session/message_box.h"
 #include "session/options.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/responsive_wait.h"
 
@@ -54,6 +55,7 @@ struct {
     const char* name = "";
     std::function<std::optional<Outcome>()> pending;
     bool running = false;
+    bool paused = false; // by itself
     // What it has switched on outside of that.
     bool laser = false, bias = false;
     bool darkWanted = false; // whoever did it is gone
@@ -143,6 +145,7 @@ void carryOutPending() {
     std::optional<Outcome> outcome;
     const ScpiSession* const whose = door.client.get();
     door.running = true;
+    door.paused = false;
     showWhoHasCommand();
     if (!another) {
         const NobodyToAsk nobody(boxes);
@@ -356,6 +359,14 @@ std::string stopForClient() {
     }
     stopAllStages();
     session.moveStopRequested = 1;
+    return {};
+}
+
+std::string pauseForClient(bool pause) {
+    if (!door.running || !processUnderWay()) return "nothing that the script has begun runs";
+    if (!pause && isPaused() && !door.paused) return "the operator has paused it";
+    door.paused = pause;
+    askForPause(pause ? PauseBehind::Point : PauseBehind::Nothing);
     return {};
 }
 

@@ -44,6 +44,10 @@ void beginForClient(const char* name, std::function<std::optional<Outcome>()> ru
 // Asks what the client has begun to stop; the refusal in words where something else is under way.
 std::string stopForClient();
 
+// Pauses what the client has begun behind its present point, and lets it go on; not what the
+// operator has paused. The refusal in words otherwise.
+std::string pauseForClient(bool pause);
+
 // What the client has begun is under way, or will be.
 bool clientIsAtWork();
 bool clientBegins(const std::string& name); // it is that, and will be
