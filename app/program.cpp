@@ -7,6 +7,7 @@
 #include "camera/camera.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
@@ -106,6 +107,7 @@ bool startUp(int showCommand) {
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
     readOccasion();
+    readDoorSettings();
     followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
@@ -120,10 +122,12 @@ bool startUp(int showCommand) {
         showInformation(left.c_str());
         liveViewState.noticeStands = true;
     }
+    followDoorSettings();
     return true;
 }
 
 void shutDown() {
+    closeDoor();
     writeSettingsFile(dataFolders.configPath);
     setLaserOutput(0);
     setLaserLevel(0);

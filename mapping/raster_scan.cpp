@@ -92,6 +92,7 @@ public:
     void refuseKeys() { refusedMs = std::max<uint64_t>(tickCountMs(), 1); }
     double remainingMs() const { return pace.remainingMs(); }
     void noteEnd(ProcessEnd end) const;
+    ScanProgress progress() const { return {report.pointsDone, area.totalPoints}; }
 
     static Scan* running; // null without one
 
@@ -697,6 +698,11 @@ double remainingScanMs() {
     return Scan::running ? Scan::running->remainingMs() : 0.0;
 }
 
+std::optional<ScanProgress> scanProgress() {
+    if (!Scan::running) return {};
+    return Scan::running->progress();
+}
+
 namespace {
 
 int holdersOfXy = 0;
@@ -746,15 +752,19 @@ std::string beyondLimit(const ScanPlan& plan) {
 
 // Empty when it can be; takes over what is set at the instrument.
 std::string whyNotStarted(ScanPlan& plan) {
-    if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
-    if (plan.area.place)
-        if (std::string why = whyPlaceIsLost(*plan.area.place); !why.empty()) return why;
-    if (std::string why = beyondLimit(plan); !why.empty()) return why;
-    if (std::string why = whyNotFollowed(plan); !why.empty()) return why;
+    if (std::string why = whyNotScanned(plan); !why.empty()) return why;
     return askSettings(plan) ? "" : "the instrument does not say what is set at it";
 }
 
 } // namespace
+
+std::string whyNotScanned(const ScanPlan& plan) {
+    if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
+    if (plan.area.place)
+        if (std::string why = whyPlaceIsLost(*plan.area.place); !why.empty()) return why;
+    if (std::string why = beyondLimit(plan); !why.empty()) return why;
+    return whyNotFollowed(plan);
+}
 
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;

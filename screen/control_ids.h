@@ -208,6 +208,8 @@ enum ScanOptionsId : int {
     idNoteEdit = 1051,
     idPauseBiasCheck = 1052,
     idSettledText = 1049,
+    idScriptsCheck = 1053,
+    idScriptsSwitchCheck = 1054,
 };
 
 // Of the sheet "Set-up".

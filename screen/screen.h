@@ -67,6 +67,9 @@ void focusMainWindow();
 bool fitToScreen(bool fitted);
 void setMainTitle(const char* text); // not from another thread than the windows'
 
+// Whether a box, a dialog, a menu or the mouse at its frame holds it: it takes no commands then.
+bool mainWindowIsHeld();
+
 // A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where
 // there is no taskbar.
 void showTaskbarProgress(int percent);
@@ -78,6 +81,7 @@ enum class Timer : unsigned {
     Journal = 2,
     Board = 3,
     Scans = 4, // while those of KST_Data are listed
+    Door = 5,
 };
 void startTimer(Timer timer, unsigned periodMs);
 void stopTimer(Timer timer);

@@ -1,14 +1,16 @@
 // Carries out the operator's commands, keys and mouse actions.
 #include "ui/commands.h"
 
+#include "actions/measurements.h"
+#include "actions/settings.h"
 #include "app/fatal.h"
 #include "app/recovery.h"
 #include "app/settings_line.h"
-#include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
@@ -75,10 +77,6 @@ void moveAndShow(StageAxis& axis, double um) {
     refreshPositions();
 }
 
-Outcome scanSample() {
-    return mapSample([] { return true; }, [] { return runScan(presentPlan()); });
-}
-
 void readPositions() {
     for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
     refreshPositions();
@@ -108,18 +106,6 @@ void showSampleView() {
     connectMissingCamera();
     controlCamera(cameraState, cameraAutomatic);
     switchLiveView(LiveView::On);
-}
-
-Outcome focusLaser() {
-    connectMissingCamera();
-    checkRadio(idLaserView, idSampleView, idLaserView);
-    const bool laserWasOn = laserIsOn();
-    setLaserLevel(1);
-    setLaserOutput(0);
-    FocusState search;
-    // After a stop nobody watches over the light that the search has switched on.
-    if (!autoFocus(search) && !laserWasOn) setLaserLevel(0);
-    return {.end = processEnd(), .lastWords = search.lastWords};
 }
 
 Outcome makeWideView() {
@@ -246,9 +232,9 @@ constexpr Command commands[] = {
     {idShowLog, showLog, allowed, allowed},
     {idExit, onClose, allowed, allowed, "Exit"},
     // While one runs, the click is the question whether to stop it.
-    {idStart, [] { runProcess("Mapping", scanSample, saveScanAtForcedEnd); }, ignored, refused},
+    {idStart, [] { startMapping(Consent::OfTheOperator); }, ignored, refused},
     {idWideView, [] { runProcess("Wide View", makeWideView); }, ignored, refused},
-    {idFocus, [] { runProcess("Focus", focusLaser); }, ignored, refused},
+    {idFocus, [] { startFocus(); }, ignored, refused},
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
     {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
     // A move inside another one would never find its target.
@@ -385,26 +371,6 @@ void selectScanArea() {
 
 std::span<const Command> commandTable() {
     return commands;
-}
-
-Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan) {
-    session.stopRequested = 0; // before the question: the window may be closed while it is asked
-    Outcome outcome{.end = ProcessEnd::Declined};
-    const XyOfScan xy; // another place than the one that the area was drawn at would be scanned
-    if (!partialStageAccepted() || session.stopRequested || !prepare() || session.stopRequested)
-        return outcome;
-    {
-        const RunningProcess running;
-        setField(Field::StartButton, "Stop");
-        showInformation("Writing...");
-        waitResponsive(10);
-        if (scanSettings.confocalEnabled) connectMissingCamera();
-        showMapWindow(channelPhotocurrent);
-        outcome = scan();
-    }
-    setField(Field::StartButton, "Start");
-    refreshPositions();
-    return outcome;
 }
 
 void onCommand(int id) {
@@ -553,6 +519,7 @@ void onTimer(Timer timer) {
     if (timer == Timer::Journal) journalTick();
     if (timer == Timer::Board) watchLaserBoard();
     if (timer == Timer::Scans) scansTick();
+    if (timer == Timer::Door) onDoorTimer();
 }
 
 void onClose() {

@@ -3,10 +3,8 @@
 #pragma once
 
 #include "screen/screen.h"
-#include "session/outcome.h"
 
 #include <cstdint>
-#include <functional>
 #include <span>
 
 // What comes of a command while a process runs or the stage moves: it is carried out, refused with
@@ -25,10 +23,6 @@ struct Command {
 std::span<const Command> commandTable();
 
 void onCommand(int id);
-
-// The work of a scan's process, from the questions before it to the start button after it: `scan`
-// when `prepare` has returned true.
-Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan);
 
 // What keys and mouse are in the middle of.
 struct HandState {
@@ -59,13 +53,8 @@ void onSessionEnd();
 void onSuspend();
 void onResume();
 
-// The texts of a new control column, and the parts of it that an edit writes back.
+// The texts of a new control column.
 void fillControlColumn();
-void showScanSettings();
-void showCameraSettings();
-
-// Where the operator may send the stage in X and Y, to either side of zero.
-constexpr int32_t xyLimitUm = 10000;
 
 // Enter in one of the edits: parses, clamps and applies what was typed.
 void enterScanStep();

@@ -1,6 +1,7 @@
 // The rules of the Configuration dialog.
 #include "ui/configuration.h"
 
+#include "actions/settings.h"
 #include "camera/camera.h"
 #include "camera/live_view.h"
 #include "camera/spot.h"
@@ -129,9 +130,7 @@ void apply() {
     logEvent(formatted("Camera aperture %d pixels", cameraState.cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
-    const SourceAnswer answer =
-        applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
-    if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
+    setBias(link.biasVoltage, link.currentLimit);
     setField(Field::UnitLabel, unitLabel());
 }
 

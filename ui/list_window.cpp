@@ -1,6 +1,7 @@
 // Puts a list together, row by row, and starts it.
 #include "ui/list_window.h"
 
+#include "actions/measurements.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
@@ -317,16 +318,6 @@ void saveList() {
     showInformation(("Saved: KST_Data\\Scan lists\\" + state.list.name + ".ini").c_str());
 }
 
-void runIt(const std::function<Outcome()>& run) {
-    runProcess(
-        "Scan list",
-        [&]() -> Outcome {
-            if (!partialStageAccepted()) return {.end = ProcessEnd::Declined};
-            return run();
-        },
-        saveRowAtForcedEnd);
-}
-
 void startList() {
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     if (processUnderWay()) return refuseForProcess();
@@ -345,7 +336,7 @@ void startList() {
     }
     if (!writeScanList(state.list)) return tell("The list could not be written");
     showRows(state.selected);
-    runIt([list = state.list] { return startScanList(list); });
+    startListRun([list = state.list] { return startScanList(list); });
     if (state.window) showRows(state.selected);
 }
 
@@ -542,7 +533,7 @@ void continueLastList() {
     state.list = left->list;
     openListWindow();
     if (state.window) showList();
-    runIt([&] { return continueScanList(*left); });
+    startListRun([&] { return continueScanList(*left); });
     if (state.window) showRows(state.selected);
 }
 

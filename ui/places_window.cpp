@@ -96,7 +96,8 @@ void readAgain(int32_t number) {
         text += line + "\n";
     }
     if (refused.empty()) return;
-    if (processUnderWay()) return showInformation(refused.front().c_str()); // a box would hold it up
+    if (processUnderWay())
+        return showInformation(refused.front().c_str()); // a box would hold it up
     tell(text + "These lines are left out; they stay in the file.");
 }
 

@@ -217,6 +217,16 @@ void focusMainWindow() {
     if (windows.main && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(windows.main));
 }
 
+bool mainWindowIsHeld() {
+    if (!windows.main) return true;
+    GUITHREADINFO state{};
+    state.cbSize = sizeof state;
+    constexpr DWORD modes =
+        GUI_INMENUMODE | GUI_INMOVESIZE | GUI_POPUPMENUMODE | GUI_SYSTEMMENUMODE;
+    const bool inMode = GetGUIThreadInfo(GetCurrentThreadId(), &state) && (state.flags & modes);
+    return inMode || !IsWindowEnabled(native(windows.main));
+}
+
 void setMainTitle(const char* text) {
     if (windows.main && onWindowThread()) SetWindowTextA(native(windows.main), text);
 }

@@ -5,6 +5,7 @@
 #include "platform/start_program.h"
 #include "platform/viewer.h"
 #include "screen/control_ids.h"
+#include "tests/doubles/memory_dialog.h"
 #include "tests/doubles/script.h"
 #include "ui/commands.h"
 #include "ui/tool_windows.h"
@@ -118,6 +119,10 @@ bool fitToScreen(bool fitted) {
 
 void setMainTitle(const char* text) {
     if (windows.main) windows.main->text = text;
+}
+
+bool mainWindowIsHeld() {
+    return !windows.main || boxIsOpen() || dialogIsOpen();
 }
 
 void showTaskbarProgress(int percent) {

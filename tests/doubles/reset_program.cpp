@@ -1,12 +1,14 @@
 // The program's records as its static initialisation leaves them, whatever a test did before.
 #include "tests/doubles/doubles.h"
 
+#include "actions/measurements.h"
 #include "app/program.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
@@ -57,6 +59,10 @@ static void forgetLights() {
 
 void resetProgram() {
     dataFolders = {}; // what is let go of here belongs into no log
+    closeDoor();
+    doorSettings = {};
+    resetClient();
+    lastOutcomes = {};
     releaseDevices();
     forgetLights();
     session = {};
@@ -65,7 +71,7 @@ void resetProgram() {
     connectFloors();
     liveViewTimerOff();
     elapsedMs(true);
-    for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
+    for (auto* title : {titleLoss, titleBias, titleScript, titleProgress}) title("");
     scanSettings = {};
     setUp = {};
     prepareOffCommands();

@@ -10,6 +10,8 @@
 #                   resets, and COM11 is what lies at its pins; both come from the native build
 #   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
 #                   and make a picture of
+#   --night         docs/examples/night.py is the program's script, at the port of $LUMASCAN_PORT;
+#                   what it makes lies in the folder of $LUMASCAN_NIGHT
 #   --show          use the display of $DISPLAY where there is one
 #   --screen WxH    the screen's size in pixels (2600x1400)
 #   --dpi N         its resolution, where Windows scales the text (96)
@@ -26,6 +28,7 @@ build=$root/build/windows
 cable=no
 firmware=no
 documents=no
+night=no
 show=no
 screen=2600x1400
 dpi=96
@@ -36,6 +39,7 @@ while [[ ${1:-} == --* ]]; do
     --cable) cable=yes && shift ;;
     --firmware) firmware=yes && shift ;;
     --documents) documents=yes && shift ;;
+    --night) night=yes && shift ;;
     --show) show=yes && shift ;;
     --screen) screen=$2 && shift 2 ;;
     --dpi) dpi=$2 && shift 2 ;;
@@ -170,6 +174,18 @@ if [[ ${#line[@]} -gt 0 ]]; then
         done
         ln -s "$folder/$end" "$WINEPREFIX/dosdevices/$end"
     done
+fi
+
+# A program of this computer, no Windows: it begins when the port is open.
+if [[ $night == yes ]]; then
+    LUMASCAN_PORT=$((20000 + RANDOM % 10000))
+    export LUMASCAN_PORT LUMASCAN_NIGHT="Z:$folder/night"
+    (
+        until (exec 3<>"/dev/tcp/127.0.0.1/$LUMASCAN_PORT"); do sleep 0.2; done
+        python3 "$root/docs/examples/night.py" --out "$folder/night" --area 10,-20,32,20 --step 4 \
+            --powers 8,16 --resource "TCPIP::127.0.0.1::$LUMASCAN_PORT::SOCKET"
+    ) >"$folder/night.log" 2>&1 &
+    own+=($!)
 fi
 
 : >"$folder/program.log" # there before it is followed
