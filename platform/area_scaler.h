@@ -1,6 +1,6 @@
 // Shows a picture in another size: each pixel shown is the mean of what it covers, so that no line
-// of one pixel gets lost and a part looks as it does in the whole. Windows' own way of that takes
-// ten times as long, too long for a live view.
+// of one pixel gets lost and a part looks as it does in the whole. GDI's own means, as Wine has
+// them, are too slow for a live view.
 #pragma once
 
 #include "platform/surface.h"
