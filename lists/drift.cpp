@@ -160,6 +160,10 @@ std::string DriftWatch::whyNotCompared(const ListPlace& place, Outcome& outcome)
         return "The objective or its scale is another one than at the list's begin";
     const StageVector aside = asideOf(scale, lastSeen);
     if (!take(aside, picture)) return whyNone();
+    // The swing of a scan starts from there, and the limits were looked at with that in mind.
+    if (!moveXYTo(home.x, home.y, motorSpeed))
+        return session.stopRequested ? "Stopped"
+                                     : missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
     if (before.picture.width != picture.picture.width ||
         before.picture.height != picture.picture.height)
         return "The camera's picture has another size than at the list's begin";
@@ -198,14 +202,13 @@ void DriftWatch::look(const ListPlace& place, Outcome& outcome) {
     const bool wasLive = liveViewIsOn();
     switchLiveView(LiveView::Off);
     {
-        std::optional<RunningProcess> running; // a scan that pauses is one already
-        if (session.processRunning == 0) running.emplace();
+        const RunningProcess running;
         setField(Field::StartButton, "Stop");
         connectMissingCamera();
         why = !whyNoFirst.empty()          ? whyNoFirst
               : cameraState.connected == 0 ? "No camera"
                                            : whyNotSeen(place, outcome);
-        if (running) setField(Field::StartButton, "Start");
+        setField(Field::StartButton, "Start");
         refreshPositions();
     }
     if (windows.main && wasLive) switchLiveView(LiveView::On);

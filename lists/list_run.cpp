@@ -89,7 +89,6 @@ public:
 private:
     Outcome measure(size_t row, int32_t repeat);
     ListRow lookAtDrift(size_t row, int32_t repeat, Outcome& outcome);
-    WayOn goOnBehindPause(size_t row, int32_t repeat, ListRow& before, Outcome& outcome);
     Outcome measureAtPlace(const ListRow& of, const std::string& where);
     Outcome measureMap(const ListRow& row, const std::string& where);
     std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
@@ -299,12 +298,10 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
     startedMs = tickCountMs();
     session.stopRequested = 0;
     Outcome looked{.lastWords = "Not measured"};
-    ListRow followed = lookAtDrift(row, repeat, looked);
+    const ListRow followed = lookAtDrift(row, repeat, looked);
     looked.end = processEnd();
     if (session.stopRequested) return looked;
-    beforeScanGoesOn = [&] { return goOnBehindPause(row, repeat, followed, looked); };
     Outcome outcome = measureAtPlace(followed, where);
-    beforeScanGoesOn = {};
     outcome.troubles.insert(outcome.troubles.end(), looked.troubles.begin(), looked.troubles.end());
     return outcome;
 }
@@ -335,19 +332,6 @@ ListRow ListRun::lookAtDrift(size_t row, int32_t repeat, Outcome& outcome) {
                     formatted("row %d, repeat %d: drift ", numberOf(row), repeat) + driftWords));
     show(row, "runs, drift " + driftWords);
     return followed;
-}
-
-// In the middle of a map: the rest of it follows.
-WayOn ListRun::goOnBehindPause(size_t row, int32_t repeat, ListRow& before, Outcome& outcome) {
-    const int lost = notFollowed;
-    const ListRow now = lookAtDrift(row, repeat, outcome);
-    WayOn on{.words = "drift " + driftWords};
-    if (notFollowed == lost && !session.stopRequested) {
-        on.by = {now.xUm - before.xUm, now.yUm - before.yUm};
-        before = now;
-    }
-    if (const std::string missed = goTo(now); !missed.empty()) outcome.troubles.push_back(missed);
-    return on;
 }
 
 Outcome ListRun::measureAtPlace(const ListRow& of, const std::string& where) {

@@ -403,14 +403,6 @@ bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
     notePause(*scanMap.conditions, words);
     journalPause(words);
     if (!goesOn) return false;
-    if (beforeScanGoesOn) {
-        const WayOn on = beforeScanGoesOn();
-        startX += on.by.x;
-        startY += on.by.y;
-        notePause(*scanMap.conditions, on.words);
-        journalPause(on.words);
-        if (session.stopRequested) return false;
-    }
     if (!keepsBias) {
         const auto volts = static_cast<double>(plan.biasVoltage);
         biasWatch.told(volts, applyBias(volts, limit));
@@ -687,8 +679,6 @@ Outcome Scan::run(const LeftJournal* left) {
 }
 
 } // namespace
-
-std::function<WayOn()> beforeScanGoesOn;
 
 bool compensateHysteresis(const ArrivalTiming& timing) {
     return swingXY(timing) && swingZ(timing);

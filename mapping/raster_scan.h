@@ -5,10 +5,6 @@
 #include "motion/stage.h"
 #include "session/journal.h"
 #include "session/outcome.h"
-#include "session/picture_scale.h"
-
-#include <functional>
-#include <string>
 
 #include <optional>
 #include <string>
@@ -42,14 +38,6 @@ bool scanMovesTheStage();
 
 // Tells the operator that a key or a command does not move X or Y meanwhile.
 void refuseForScan();
-
-// What is to be done behind a pause, in the dark, before a scan goes on: the stage may be left
-// anywhere in X and Y. Empty where nothing is.
-struct WayOn {
-    StageVector by;    // the rest of the points lie elsewhere, um
-    std::string words; // for its conditions
-};
-extern std::function<WayOn()> beforeScanGoesOn;
 
 // Milliseconds until the last point of the running scan, by what it has taken so far: within a
 // tenth from the fiftieth point on. 0 without one.

@@ -1,6 +1,7 @@
 // Lists the scans, shows, marks and reuses them.
 #include "ui/scans_window.h"
 
+#include "actions/settings.h"
 #include "archive/earlier_settings.h"
 #include "archive/scan_file.h"
 #include "archive/scan_index.h"
