@@ -21,10 +21,12 @@ struct Display {
     PictureRectangle drawnRectangle;
     // Draws over each picture that is shown, not over one that is saved; null: nothing.
     void (*overlay)(ContextHandle picture) = nullptr;
-    void (*marks)(ContextHandle picture) = nullptr; // the same, below it
+    void (*marks)(ContextHandle picture) = nullptr;   // the same, below it
+    void (*pointer)(ContextHandle picture) = nullptr; // above it: where the cursor is on a map
     void drawOver(ContextHandle picture) const {
         if (marks) marks(picture);
         if (overlay) overlay(picture);
+        if (pointer) pointer(picture);
     }
 };
 extern Display display;

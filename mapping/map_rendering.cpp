@@ -4,6 +4,7 @@
 #include "camera/display.h"
 #include "camera/picture.h"
 #include "instruments/ammeter.h"
+#include "mapping/map_place.h"
 #include "mapping/scan_area.h"
 #include "platform/clock.h"
 #include "platform/surface_owners.h"
@@ -49,10 +50,13 @@ uint32_t pixelOf(Colour colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
 }
 
-std::optional<Unit> unitOf(size_t map) {
-    for (const Plane& plane : planesOf(scanMap))
-        if (plane.map == map) return plane.unit;
-    return {};
+bool isOfInstrument(int channel) {
+    return channel == channelPhotocurrent || channel >= channelFurther;
+}
+
+// Also of a colour, for its size.
+size_t instrumentPlane(const ScanMap& map, int channel) {
+    return isOfInstrument(channel) ? planeShown(map, channel) : size_t{planePhotocurrent};
 }
 
 // How a map's values become colours: the lowest is that of the least current, which behind an
@@ -64,40 +68,31 @@ struct Scale {
 };
 
 // Of the rows [first, end). An angle has a whole turn, whatever of it there is.
-Scale scaleOf(size_t map, size_t first, size_t end) {
-    const std::optional<Unit> unit = unitOf(map);
+Scale scaleOf(const ScanMap& map, size_t plane, size_t first, size_t end) {
+    const std::optional<Unit> unit = unitOfPlane(map, plane);
     if (unit && unit->closes) return {{-180.0f, 180.0f}, circleColourOf};
-    const Extremes found = extremesOf(scanMap, map, first, end);
+    const Extremes found = extremesOf(map, plane, first, end);
     if (unit && unit->falls()) return {{found.highest, found.lowest}, colourOf, -1.0f};
     return {found};
 }
 
 // Grey, as nothing in the scale, where the instrument's range was exceeded.
-uint32_t currentPixel(size_t plane, size_t column, size_t row, const Scale& scale) {
-    if (!isInScale(scanMap, column, row, plane)) return pixelOf(mapGround);
-    const float value = scanMap.maps[plane][column][row];
+uint32_t currentPixel(const ScanMap& map, size_t plane, size_t column, size_t row,
+                      const Scale& scale) {
+    if (!isInScale(map, column, row, plane)) return pixelOf(mapGround);
+    const float value = map.maps[plane][column][row];
     return pixelOf(scale.colour(levelOf(value, scale.extremes.lowest, scale.extremes.highest)));
 }
 
-uint32_t confocalPixel(int channel, size_t column, size_t row) {
+uint32_t confocalPixel(const ScanMap& map, int channel, size_t column, size_t row) {
     uint32_t pixel = 0;
     for (int plane = planeRed; plane <= planeBlue; ++plane) {
         pixel <<= 8;
         if (channel != channelConfocal && channel != plane) continue;
-        const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
+        const float value = map.maps[static_cast<size_t>(plane)][column][row];
         pixel |= static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
     }
     return pixel;
-}
-
-bool isOfInstrument(int channel) {
-    return channel == channelPhotocurrent || channel >= channelFurther;
-}
-
-size_t planeShown(int channel) {
-    if (channel < channelFurther) return planePhotocurrent; // also of a colour, for its size
-    const size_t plane = firstFurtherMap + static_cast<size_t>(channel - channelFurther);
-    return plane < scanMap.maps.size() ? plane : size_t{planePhotocurrent};
 }
 
 // Draws one row of cells as squares in one go; `pixelOfColumn` gives a cell's pixel.
@@ -119,14 +114,14 @@ void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfCol
 
 // The whole map, one pixel a cell, rows top-down.
 std::vector<uint32_t> renderCells(int channel) {
-    const size_t plane = planeShown(channel);
-    const Map& map = scanMap.maps[plane];
-    const size_t columns = map.size();
-    const auto rows = static_cast<size_t>(rowsOf(map));
+    const ScanMap& map = shownMap();
+    const size_t plane = instrumentPlane(map, channel);
+    const size_t columns = map.maps[plane].size();
+    const auto rows = static_cast<size_t>(rowsOf(map.maps[plane]));
     std::vector<uint32_t> cells(columns * rows);
     Scale scale;
     if (isOfInstrument(channel)) {
-        scale = scaleOf(plane, 0, rows);
+        scale = scaleOf(map, plane, 0, rows);
         auto& [lowest, highest] = scale.extremes;
         // Only the maximum moves here, unlike in a live row.
         if (highest == lowest) highest = lowest + scale.up;
@@ -136,8 +131,8 @@ std::vector<uint32_t> renderCells(int channel) {
     for (size_t row = 0; row < rows; ++row) {
         for (size_t column = 0; column < columns; ++column) {
             uint32_t& cell = cells[row * columns + column];
-            cell = isOfInstrument(channel) ? currentPixel(plane, column, row, scale)
-                                           : confocalPixel(channel, column, row);
+            cell = isOfInstrument(channel) ? currentPixel(map, plane, column, row, scale)
+                                           : confocalPixel(map, channel, column, row);
         }
     }
     return cells;
@@ -159,7 +154,7 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
         return false;
     }
     putPixels(memory.context, 0, 0, columns, rows, cells.data());
-    const int cell = scanArea.cellPx; // 0 before there is a scan area
+    const int cell = shownArea().cellPx; // 0 before there is a scan area
     if (cell == 0 ||
         stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows))
         return true;
@@ -193,19 +188,20 @@ Colour circleColourOf(int level) {
 
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Scale scale = scaleOf(planePhotocurrent, r, r + 1);
+    Scale scale = scaleOf(scanMap, planePhotocurrent, r, r + 1);
     auto& [lowest, highest] = scale.extremes;
     if (highest - lowest == 0.0f) {
         highest += scale.up;
         lowest -= scale.up;
     }
-    drawRow(window, columnsOf(map), row,
-            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, scale); });
+    drawRow(window, columnsOf(map), row, [&](size_t column) {
+        return currentPixel(scanMap, planePhotocurrent, column, r, scale);
+    });
 }
 
 void drawConfocalRow(WindowHandle window, int row) {
     drawRow(window, columnsOf(scanMap.maps[planeRed]), row, [row](size_t column) {
-        return confocalPixel(channelConfocal, column, static_cast<size_t>(row));
+        return confocalPixel(scanMap, channelConfocal, column, static_cast<size_t>(row));
     });
 }
 
@@ -213,8 +209,8 @@ namespace {
 
 bool drawMapOn(ContextHandle target, Extent size, int channel) {
     fillArea(target, size.width, size.height, mapGround);
-    const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
-    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
+    const int columns = columnsOf(shownMap().maps[planePhotocurrent]);
+    const int rows = rowsOf(shownMap().maps[planePhotocurrent]);
     const std::vector<uint32_t> cells = renderCells(channel);
     int failures = 0;
     while (!drawMapOnce(target, cells, columns, rows, failures))
@@ -223,26 +219,26 @@ bool drawMapOn(ContextHandle target, Extent size, int channel) {
 }
 
 void drawColourBarOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
+    const std::optional<Unit> unit = unitOfPlane(shownMap(), instrumentPlane(shownMap(), channel));
     const auto colour = unit && unit->closes ? circleColourOf : colourOf;
-    const int height = truncated(scanArea.mapHeightPx * 0.9);
-    const int left = scanArea.mapWidthPx + 10;
+    const int height = truncated(shownArea().mapHeightPx * 0.9);
+    const int left = shownArea().mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
-        const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
+        const int y = truncated((height - i) + shownArea().mapHeightPx * 0.1);
         drawLine(target, left, y, left + 20, y, colour(i * highestLevel / height));
     }
 }
 
 void drawScaleLabelsOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
+    const std::optional<Unit> unit = unitOfPlane(shownMap(), instrumentPlane(shownMap(), channel));
     const auto label = [&unit](float value) {
         const auto number = static_cast<double>(value);
         return unit ? formatted("%.*f%s", unit->decimals, unit->shown(number), unit->shownAs)
                     : formatted("%.1f", number);
     };
-    const int left = scanArea.mapWidthPx + 10;
+    const int left = shownArea().mapWidthPx + 10;
     drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
-    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+    drawText(target, left, shownArea().mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
 }
 
 } // namespace
@@ -268,10 +264,10 @@ void drawScaleLabels(WindowHandle window) {
 bool saveMapImage(WindowHandle window, int channel, const char* label) {
     if (!window) return true; // closed meanwhile
     // What the window shows may be black: a locked screen, a remote session that has ended.
-    const bool larger = std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx;
-    const Extent size =
-        larger ? Extent{scanArea.mapWidthPx + scaleWidthPx, scanArea.mapHeightPx + labelHeightPx}
-               : clientExtent(window);
+    const bool larger = std::max(shownArea().cols, shownArea().rows) > shownArea().mapMaxPx;
+    const Extent size = larger ? Extent{shownArea().mapWidthPx + scaleWidthPx,
+                                        shownArea().mapHeightPx + labelHeightPx}
+                               : clientExtent(window);
     const WindowContext like(window);
     MemoryBitmap memory;
     if (!like.context || !memory.make(like.context, size.width, size.height) ||
@@ -307,7 +303,7 @@ void drawMapWithScale(int channel) {
 namespace {
 
 void placeMapWindowForArea() {
-    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+    placeMapWindow(picturesLeft, 0, shownArea().mapWidthPx + 100, shownArea().mapHeightPx + 55);
 }
 
 } // namespace

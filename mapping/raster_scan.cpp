@@ -592,6 +592,7 @@ void Scan::continueFrom(const LeftJournal& left) {
     takeSettings();
     ScanConditions& conditions = *scanMap.conditions;
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
+    noteHome(conditions); // the operator has brought the sample there
     if (!conditions.continued.empty()) conditions.continued += "; ";
     conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
     if (known.kept != plan.settings.kept) conditions.continued += ", with " + known.words;

@@ -75,6 +75,15 @@ void layStraight(ScanArea& area, PicturePoint laserSpot) {
 void layPlaced(ScanArea& area, PicturePoint laserSpot) {
     const double umPerColumn = area.picture.umPerColumn();
     area.viewScale = 1;
+    if (area.part) {
+        const double step = std::max(area.scanStep, scanStepLowest);
+        // A part that ends at a point holds it, however the corners were rounded.
+        const double rounding = step * 1e-3;
+        area.cols = pointsAlong(static_cast<float>(area.part->widthUm + rounding),
+                                static_cast<float>(step));
+        area.rows = pointsAlong(static_cast<float>(area.part->heightUm + rounding),
+                                static_cast<float>(step));
+    }
     area.stepPx = static_cast<float>(area.scanStep / umPerColumn);
     area.scanWidthUm = area.cols * umPerColumn;
     area.scanHeightUm = area.rows * umPerColumn;
@@ -160,6 +169,11 @@ int32_t computeScanArea(ScanArea& area) {
     area.picture = objective;
     area.correctionXUm = objective.correctionXUm;
     area.correctionYUm = objective.correctionYUm;
+    if (area.part) {
+        const StageVector first = stageFor(area.part->from);
+        area.offsetXUm = first.x - stageX.positionUm;
+        area.offsetYUm = first.y - stageY.positionUm;
+    }
     return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
 }
 
@@ -169,4 +183,10 @@ PixelPoint spotOnPresentView(double dxUm, double dyUm) {
     area.offsetYUm = dyUm;
     computeScanArea(area);
     return pointOnPresentView(area, 0, 0);
+}
+
+ScanArea presentArea() {
+    ScanArea area = scanArea;
+    if (area.part) computeScanArea(area);
+    return area;
 }

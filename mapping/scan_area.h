@@ -2,10 +2,12 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/sample_place.h"
 #include "platform/surface.h"
 #include "session/picture_scale.h"
 
 #include <cstdint>
+#include <optional>
 
 // Scan steps that the operator can set, um.
 constexpr double scanStepLowest = 0.1;
@@ -13,6 +15,12 @@ constexpr double scanStepHighest = 40.0;
 
 // What a map may have: a wide view as built at the smallest step has 24 million.
 constexpr int64_t mostScanPoints = 36'000'000;
+
+// A part of the sample that was chosen on a map, along the stage's axes.
+struct SamplePart {
+    SamplePlace from; // its lower left corner, the first point
+    double widthUm = 0.0, heightUm = 0.0;
+};
 
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
@@ -23,6 +31,9 @@ struct ScanArea {
     // Of a scan list: `cols`, `rows` and the offsets are given, wherever the stage stands, and
     // there is no rectangle.
     bool placed = false;
+    // Of a part of a map, which is placed, too: columns and rows follow from the step, and the
+    // offsets from where the stage stands. A journal keeps what came of it.
+    std::optional<SamplePart> part;
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
@@ -60,5 +71,9 @@ PixelPoint spotOnPresentView(double dxUm, double dyUm);
 // scanStepLowest count as scanStepLowest.
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 
-// The same with the present objective and laser spot, for the present kind of scan.
+// The same with the present objective and laser spot, for the present kind of scan; a part of a map
+// is laid from where the stage stands now.
 int32_t computeScanArea(ScanArea& area);
+
+// The scan area as a scan would take it from where the stage stands now.
+ScanArea presentArea();

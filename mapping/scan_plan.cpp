@@ -19,7 +19,7 @@ constexpr uint32_t waitAtRowMs = 10;
 } // namespace
 
 ScanPlan presentPlan() {
-    return {.area = scanArea,
+    return {.area = presentArea(),
             .homeXUm = stageX.positionUm,
             .homeYUm = stageY.positionUm,
             .homeZUm = stageZ.positionUm,
@@ -77,6 +77,15 @@ void putInForce(const ScanPlan& plan) {
     scanArea = plan.area;
 }
 
+void noteHome(ScanConditions& conditions) {
+    const auto count = [](const StageAxis& axis) {
+        return axis.axisNumber == 0 ? AxisCount() : countOf(axis, axis.positionUm);
+    };
+    conditions.homeX = count(stageX);
+    conditions.homeY = count(stageY);
+    conditions.countsAnew = stageX.countsAnew + stageY.countsAnew;
+}
+
 ScanConditions conditionsOf(const ScanPlan& plan) {
     ScanConditions now{plan};
     now.program = "Lumascan " LUMASCAN_VERSION;
@@ -84,5 +93,6 @@ ScanConditions conditionsOf(const ScanPlan& plan) {
     if (const auto identity = instrumentKind(plan.ammeterKind).identity)
         now.instrumentIdentity = identity();
     now.blueOnly = cameraState.blueOnly != 0;
+    noteHome(now);
     return now;
 }

@@ -30,6 +30,8 @@ void onCommand(int id);
 // when `prepare` has returned true.
 Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan);
 
+constexpr int largestClickPx = 10; // a smaller drag is a click
+
 // What keys and mouse are in the middle of.
 struct HandState {
     int keyBusy = 0;             // a key's move is under way: the move keys do nothing

@@ -29,6 +29,7 @@
 #include "session/stopwatch.h"
 #include "spectroscopy/sweep_record.h"
 #include "ui/commands.h"
+#include "ui/map_window.h"
 
 #include <cstring>
 
@@ -61,6 +62,7 @@ void resetProgram() {
     forgetLights();
     session = {};
     handState = {};
+    leaveMap();
     liveViewState = {};
     connectFloors();
     liveViewTimerOff();
