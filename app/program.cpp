@@ -10,6 +10,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_look.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
@@ -106,6 +107,7 @@ bool startUp(int showCommand) {
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
     readOccasion();
+    readMapLook();
     followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");

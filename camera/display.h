@@ -54,6 +54,9 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 // Saves a bitmap that is not selected as the next "<label>(<number>).jpg". A failure is reported.
 bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
 
+// The longest of 1, 2, 5, 10, ... um that is no longer than `most`, which is above 0.
+double roundLengthUm(double most);
+
 // A scale bar of a round length (10 um as built, three times that in the wide view) near the lower
 // right corner of a picture.
 void drawScaleBar(ContextHandle context, int width, int height);

@@ -467,7 +467,7 @@ bool Scan::scanRow(int row) {
     flushJournal();
     if (otherUnit) return false;
     setLiveRows(mapRow);
-    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
+    drawLiveRow(mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
     if (pauseIfAsked(PauseBehind::Row, formatted(" behind row %d", row + 1))) swungAtRow = row + 1;
     return true;

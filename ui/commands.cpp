@@ -41,6 +41,7 @@
 #include "session/set_up.h"
 #include "ui/area_choice.h"
 #include "ui/calibrate.h"
+#include "ui/colours_dialog.h"
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
@@ -318,6 +319,7 @@ constexpr Command commands[] = {
     {idShowChannel + 3, [] { showChannel(3); }, refused, allowed},
     {idShowChannel + 4, [] { showChannel(4); }, refused, allowed},
     {idFitToScreen, toggleFit, allowed, allowed},
+    {idColours, chooseColours, refused, allowed, "Colours"},
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},

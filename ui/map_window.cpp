@@ -13,6 +13,7 @@
 #include "session/process.h"
 #include "ui/area_choice.h"
 #include "ui/commands.h"
+#include "ui/profile_window.h"
 
 #include <algorithm>
 #include <cmath>
@@ -29,7 +30,7 @@ struct MapHand {
     std::string plainTitle;      // of that window
     MapPoint at;                 // in the map
     bool hasCross = false;
-    bool dragging = false;
+    std::optional<MapButton> drag; // under way, with that button
     PixelPoint from, to;
 };
 MapHand hand;
@@ -84,12 +85,15 @@ void invertDrag() {
     if (hand.over != windows.map && hand.over != windows.confocal) return; // gone
     const WindowContext map(hand.over);
     if (!map.context) return;
+    if (hand.drag == MapButton::Right)
+        return invertLine(map.context, hand.from.x, hand.from.y, hand.to.x, hand.to.y);
     invertRectangle(map.context, std::min(hand.from.x, hand.to.x), std::min(hand.from.y, hand.to.y),
                     std::max(hand.from.x, hand.to.x), std::max(hand.from.y, hand.to.y));
 }
 
 void endDrag() {
-    if (std::exchange(hand.dragging, false)) invertDrag();
+    if (hand.drag) invertDrag();
+    hand.drag.reset();
 }
 
 // The part of the map between two of its points, with the step as it stands.
@@ -125,42 +129,46 @@ void leaveMap() {
     showCross(false);
 }
 
-void onMapMouseMove(WindowHandle window, int x, int y, bool leftHeld) {
+void onMapMouseMove(WindowHandle window, int x, int y, bool leftHeld, bool rightHeld) {
     if (processUnderWay()) return leaveMap();
     noteOperator();
     read(window, x, y);
-    if (!hand.dragging) return;
-    if (!leftHeld) return endDrag(); // it went up where this window did not hear of it
+    if (!hand.drag) return;
+    // It went up where this window did not hear of it.
+    if (!(hand.drag == MapButton::Left ? leftHeld : rightHeld)) return endDrag();
     invertDrag();
     hand.to = {x, y};
     invertDrag();
 }
 
 void onMapLeave(WindowHandle window) {
-    if (window == hand.over) leaveMap();
+    if (window == hand.over && !hand.drag) leaveMap(); // a drag may go past the edge
 }
 
-void onMapLeftDown(WindowHandle window, int x, int y) {
+void onMapButtonDown(WindowHandle window, MapButton button, int x, int y) {
     if (processUnderWay()) return leaveMap();
     resetIdle();
     read(window, x, y);
     endDrag();
     if (!mapPointAt(x, y)) return;
-    hand.dragging = true;
+    hand.drag = button;
     hand.from = hand.to = {x, y};
     invertDrag();
 }
 
-void onMapLeftUp(WindowHandle window, int x, int y) {
-    if (!hand.dragging || window != hand.over) return;
+void onMapButtonUp(WindowHandle window, MapButton button, int x, int y) {
+    if (hand.drag != button || window != hand.over) return;
     endDrag();
     if (processUnderWay()) return leaveMap();
     const int size = std::max(std::abs(x - hand.from.x), std::abs(y - hand.from.y));
     const std::optional<MapPoint> a = clampedMapPointAt(hand.from.x, hand.from.y);
     const std::optional<MapPoint> b = clampedMapPointAt(x, y);
     if (size <= largestClickPx || !a || !b) return;
-    leaveMap(); // the question comes over it
-    askForPart(*a, *b);
+    leaveMap(); // a window comes over it
+    if (button == MapButton::Left)
+        askForPart(*a, *b);
+    else
+        showProfile(profileAlong(*a, *b, channelIn(window)));
 }
 
 void onMapDoubleClick(WindowHandle window, int x, int y) {
@@ -177,5 +185,5 @@ void onMapDoubleClick(WindowHandle window, int x, int y) {
 }
 
 void onMapPainted(WindowHandle window) {
-    if (hand.dragging && window == hand.over) invertDrag();
+    if (hand.drag && window == hand.over) invertDrag();
 }

@@ -4,11 +4,15 @@
 
 #include "platform/window_handle.h"
 
+// A drag with the left button chooses the next scan area, one with the right button draws a
+// profile.
+enum class MapButton { Left, Right };
+
 // Pixels of the window's client area, from the top left.
-void onMapMouseMove(WindowHandle window, int x, int y, bool leftHeld);
+void onMapMouseMove(WindowHandle window, int x, int y, bool leftHeld, bool rightHeld);
 void onMapLeave(WindowHandle window);
-void onMapLeftDown(WindowHandle window, int x, int y);
-void onMapLeftUp(WindowHandle window, int x, int y);
+void onMapButtonDown(WindowHandle window, MapButton button, int x, int y);
+void onMapButtonUp(WindowHandle window, MapButton button, int x, int y);
 void onMapDoubleClick(WindowHandle window, int x, int y);
 
 // Behind a repaint: what is being drawn on the map is drawn again.

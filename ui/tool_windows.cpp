@@ -17,6 +17,7 @@
 #include "ui/continue_window.h"
 #include "ui/list_window.h"
 #include "ui/places_window.h"
+#include "ui/profile_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -153,6 +154,7 @@ void onToolCommand(WindowHandle window, int id) {
     if (isContinueWindow(window)) return onContinueCommand(id);
     if (isListWindow(window)) return onListCommand(id);
     if (isPlacesWindow(window)) return onPlacesCommand(id);
+    if (isProfileWindow(window)) return onProfileCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -195,16 +197,18 @@ void onToolSelection(WindowHandle window) {
 void onToolPaint(WindowHandle window) {
     if (isContinueWindow(window)) paintContinueWindow();
     if (isPlacesWindow(window)) paintPlacesWindow();
+    if (isProfileWindow(window)) paintProfile();
 }
 
 bool isToolWindow(WindowHandle window) {
     return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window) ||
-           isPlacesWindow(window);
+           isPlacesWindow(window) || isProfileWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
     if (isContinueWindow(window)) forgetContinueWindow();
     if (isListWindow(window)) forgetListWindow();
     if (isPlacesWindow(window)) forgetPlacesWindow();
+    if (isProfileWindow(window)) forgetProfile();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

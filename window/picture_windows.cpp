@@ -24,6 +24,16 @@ static void watchLeave(HWND window) {
     TrackMouseEvent(&watch);
 }
 
+// In the pixels that the map is drawn in.
+static POINT mouseAt(HWND window, LPARAM lParam) {
+    POINT at{GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)};
+    RECT shown{};
+    GetClientRect(window, &shown);
+    const Extent* drawn = scaledExtent(window);
+    if (!drawn || shown.right <= 0 || shown.bottom <= 0) return at;
+    return {MulDiv(at.x, drawn->width, shown.right), MulDiv(at.y, drawn->height, shown.bottom)};
+}
+
 // A question or a dialog that is open wants its answer first.
 static bool mainWindowAnswers() {
     return windows.main && IsWindowEnabled(native(windows.main));
@@ -52,9 +62,9 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
         return 0;
     }
     case WM_MOUSEMOVE:
-        watchLeave(window);
-        onMapMouseMove(opaque(window), GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam),
-                       (wParam & MK_LBUTTON) != 0);
+        if (GetCapture() != window) watchLeave(window);
+        onMapMouseMove(opaque(window), mouseAt(window, lParam).x, mouseAt(window, lParam).y,
+                       (wParam & MK_LBUTTON) != 0, (wParam & MK_RBUTTON) != 0);
         return 0;
     case WM_MOUSELEAVE:
         onMapLeave(opaque(window));
@@ -62,23 +72,36 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
     case WM_LBUTTONDOWN:
         if (!mainWindowAnswers()) return 0;
         captureHeldMouse(window, VK_LBUTTON);
-        onMapLeftDown(opaque(window), GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        onMapButtonDown(opaque(window), MapButton::Left, mouseAt(window, lParam).x,
+                        mouseAt(window, lParam).y);
         return 0;
     case WM_LBUTTONUP:
         ReleaseCapture();
-        onMapLeftUp(opaque(window), GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        onMapButtonUp(opaque(window), MapButton::Left, mouseAt(window, lParam).x,
+                      mouseAt(window, lParam).y);
+        return 0;
+    case WM_RBUTTONDOWN:
+        if (!mainWindowAnswers()) return 0;
+        captureHeldMouse(window, VK_RBUTTON);
+        onMapButtonDown(opaque(window), MapButton::Right, mouseAt(window, lParam).x,
+                        mouseAt(window, lParam).y);
+        return 0;
+    case WM_RBUTTONUP:
+        ReleaseCapture();
+        onMapButtonUp(opaque(window), MapButton::Right, mouseAt(window, lParam).x,
+                      mouseAt(window, lParam).y);
         return 0;
     case WM_LBUTTONDBLCLK:
         if (!mainWindowAnswers()) return 0;
-        onMapDoubleClick(opaque(window), GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        onMapDoubleClick(opaque(window), mouseAt(window, lParam).x, mouseAt(window, lParam).y);
         return 0;
     case WM_CLOSE:
         focusMainWindow(); // first, or the system may hand the focus to another program
         ShowWindow(window, SW_HIDE);
         return 0;
     case WM_DESTROY:
+        leaveMap();
         drawUnscaled(window);
-        onMapLeave(opaque(window));
         if (opaque(window) == windows.map) windows.map = nullptr;
         if (opaque(window) == windows.confocal) windows.confocal = nullptr;
         return 0;

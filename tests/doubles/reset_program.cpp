@@ -13,6 +13,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "instruments/tektronics.h"
+#include "mapping/map_look.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
@@ -82,6 +83,7 @@ void resetProgram() {
     display = {};
     releaseWideView();
     scanArea = {};
+    mapLook = {};
     scanMap = {};
     sweepRecord = {};
     forgetAllRefusals();
