@@ -9,6 +9,7 @@
 #include "session/options.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
@@ -44,6 +45,11 @@ bool takeNumber(const std::string& text, double& value) {
     if (*end != '\0' || !std::isfinite(number)) return false;
     value = number;
     return true;
+}
+
+std::string shortest(double value) {
+    char text[64];
+    return {text, std::to_chars(text, std::end(text), value).ptr};
 }
 
 // The ends that leave out a hundredth of the measured cells on either side.
@@ -93,8 +99,8 @@ bool writeMapLook() {
     const auto yesNo = [](bool yes) { return std::string(yes ? "yes" : "no"); };
     return writeOptions({{paletteName, palettes()[static_cast<size_t>(mapLook.palette)].name},
                          {rangeName, narrowed(rangeWays[static_cast<size_t>(mapLook.range)])},
-                         {fromName, formatted("%.9g", mapLook.from)},
-                         {toName, formatted("%.9g", mapLook.to)},
+                         {fromName, shortest(mapLook.from)},
+                         {toName, shortest(mapLook.to)},
                          {unitName, mapLook.unit},
                          {oneScaleName, yesNo(mapLook.oneScale)},
                          {legendName, yesNo(mapLook.legend)}});
