@@ -11,6 +11,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_look.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
@@ -108,6 +109,7 @@ bool startUp(int showCommand) {
     readScanOptions();
     readOccasion();
     readDoorSettings();
+    readMapLook();
     followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");

@@ -169,10 +169,6 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     return lines;
 }
 
-bool isKnown(PointMark mark, bool ofCamera) {
-    return mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
-}
-
 GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
     const Map& cells = map.maps[plane.map];
     GwyChannel channel;
@@ -188,14 +184,13 @@ GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
             // A number that is none would spoil the whole channel in the reader.
             const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
             const PointMark mark = map.marks[column][row];
-            const bool known = isKnown(mark, plane.ofCamera());
             // The 0 of a cell that has no reading is none of the amplifier's volts.
             const bool isReading = std::isfinite(value) && mark != PointMark::NotMeasured;
             const double inSi = !plane.unit                            ? finite
                                 : isReading || plane.unit->zero == 0.0 ? plane.unit->inSi(finite)
                                                                        : 0.0;
             channel.values.push_back(inSi);
-            channel.unmeasured.push_back(known && !isOverload(value) ? 0 : 1);
+            channel.unmeasured.push_back(isMasked(map, column, row, plane.map) ? 1 : 0);
         }
     return channel;
 }

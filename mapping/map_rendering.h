@@ -1,6 +1,7 @@
 // Draws the maps: live row by row during a scan, whole afterwards.
 #pragma once
 
+#include "mapping/palettes.h"
 #include "mapping/scan_map.h"
 #include "platform/surface.h"
 
@@ -10,14 +11,12 @@
 // Which of them shows a plane.
 int channelOf(const Plane& plane);
 
-// False colour of a level 0..1023: black over red and yellow to white.
-Colour colourOf(int level);
-
-// The same of an angle: the colours of the rainbow, the last of which is the first.
-Colour circleColourOf(int level);
-
 // One row of the photocurrent map, normalised to its own extremes, as squares of cellPx pixels.
 void drawMapRow(WindowHandle window, const Map& map, int row);
+
+// A row that a scan has finished: by its own extremes, or by one scale of all rows so far, which
+// then stands beside it and lets the others be drawn anew where it has changed.
+void drawLiveRow(int row);
 
 // One row of the three colour maps in true colour.
 void drawConfocalRow(WindowHandle window, int row);

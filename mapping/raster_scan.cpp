@@ -460,7 +460,7 @@ bool Scan::scanRow(int row) {
     flushJournal();
     if (otherUnit) return false;
     setLiveRows(mapRow);
-    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
+    drawLiveRow(mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
     if (pauseIfAsked(PauseBehind::Row, formatted(" behind row %d", row + 1))) swungAtRow = row + 1;
     return true;
@@ -585,6 +585,7 @@ void Scan::continueFrom(const LeftJournal& left) {
     takeSettings();
     ScanConditions& conditions = *scanMap.conditions;
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
+    noteHome(conditions); // the operator has brought the sample there
     if (!conditions.continued.empty()) conditions.continued += "; ";
     conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
     if (known.kept != plan.settings.kept) conditions.continued += ", with " + known.words;

@@ -88,6 +88,15 @@ void layPlaced(ScanArea& area, PicturePoint laserSpot) {
     }
     const double umPerColumn = area.picture.umPerColumn();
     area.viewScale = 1;
+    if (area.part) {
+        const double step = std::max(area.scanStep, scanStepLowest);
+        // A part that ends at a point holds it, however the corners were rounded.
+        const double rounding = step * 1e-3;
+        area.cols = pointsAlong(static_cast<float>(area.part->widthUm + rounding),
+                                static_cast<float>(step));
+        area.rows = pointsAlong(static_cast<float>(area.part->heightUm + rounding),
+                                static_cast<float>(step));
+    }
     area.stepPx = static_cast<float>(area.scanStep / umPerColumn);
     area.scanWidthUm = area.cols * umPerColumn;
     area.scanHeightUm = area.rows * umPerColumn;
@@ -173,6 +182,11 @@ int32_t computeScanArea(ScanArea& area) {
     area.picture = objective;
     area.correctionXUm = objective.correctionXUm;
     area.correctionYUm = objective.correctionYUm;
+    if (area.part) {
+        const StageVector first = stageFor(area.part->from);
+        area.offsetXUm = first.x - stageX.positionUm;
+        area.offsetYUm = first.y - stageY.positionUm;
+    }
     return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
 }
 
@@ -186,7 +200,7 @@ PixelPoint spotOnPresentView(double dxUm, double dyUm) {
 
 ScanArea presentArea() {
     ScanArea area = scanArea;
-    if (area.place) computeScanArea(area);
+    if (area.place || area.part) computeScanArea(area);
     return area;
 }
 

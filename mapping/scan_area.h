@@ -2,6 +2,7 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/sample_place.h"
 #include "platform/surface.h"
 #include "session/picture_scale.h"
 
@@ -24,6 +25,12 @@ struct AreaPlace {
     std::string since;                      // when they did, "2026-11-27 07:45:00"
 };
 
+// A part of the sample that was chosen on a map, along the stage's axes.
+struct SamplePart {
+    SamplePlace from; // its lower left corner, the first point
+    double widthUm = 0.0, heightUm = 0.0;
+};
+
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
     PictureScale picture;  // of the objective that the rectangle was drawn with
@@ -34,6 +41,9 @@ struct ScanArea {
     // there is no rectangle.
     bool placed = false;
     std::optional<AreaPlace> place; // of a placed one that stays there when the stage moves
+    // Of a part of a map, which is placed, too: columns and rows follow from the step, and the
+    // offsets from where the stage stands. A journal keeps what came of it.
+    std::optional<SamplePart> part;
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
@@ -71,10 +81,12 @@ PixelPoint spotOnPresentView(double dxUm, double dyUm);
 // scanStepLowest count as scanStepLowest.
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 
-// The same with the present objective and laser spot, for the present kind of scan.
+// The same with the present objective and laser spot, for the present kind of scan; a part of a map
+// is laid from where the stage stands now.
 int32_t computeScanArea(ScanArea& area);
 
-// The scan area from where the stage stands now: one that stays at its place lies elsewhere then.
+// The scan area as a scan would take it from where the stage stands now: one that stays at its place
+// lies elsewhere then.
 ScanArea presentArea();
 
 // Why the stage cannot come to that place again; empty when it can.

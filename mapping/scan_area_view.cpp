@@ -30,6 +30,7 @@ void outlinePoints(ContextHandle view) {
 
 void showScanArea() {
     shownOn = liveViewState.framesShown;
+    scanArea = presentArea();
     const WindowContext view(windows.main);
     if (!view.context) return;
     if (scanArea.placed || !scanArea.picture.isStraight()) return outlinePoints(view.context);

@@ -48,6 +48,10 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit.added("focus plane from y um", scan.focus.fromYUm);
     visit.added("continued", scan.continued);
     visit.added("paused", scan.paused);
+    visit.added("home x steps", scan.homeX.steps);
+    visit.added("x steps per um", scan.homeX.perUm);
+    visit.added("home y steps", scan.homeY.steps);
+    visit.added("y steps per um", scan.homeY.perUm);
 }
 
 // What no scan can have is not computed: it might have no end.

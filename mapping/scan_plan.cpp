@@ -80,6 +80,15 @@ void putInForce(const ScanPlan& plan) {
     scanArea = plan.area;
 }
 
+void noteHome(ScanConditions& conditions) {
+    const auto count = [](const StageAxis& axis) {
+        return axis.axisNumber == 0 ? AxisCount() : countOf(axis, axis.positionUm);
+    };
+    conditions.homeX = count(stageX);
+    conditions.homeY = count(stageY);
+    conditions.countsAnew = stageX.countsAnew + stageY.countsAnew;
+}
+
 ScanConditions conditionsOf(const ScanPlan& plan) {
     ScanConditions now{plan};
     now.program = "Lumascan " LUMASCAN_VERSION;
@@ -87,5 +96,6 @@ ScanConditions conditionsOf(const ScanPlan& plan) {
     if (const auto identity = instrumentKind(plan.ammeterKind).identity)
         now.instrumentIdentity = identity();
     now.blueOnly = cameraState.blueOnly != 0;
+    noteHome(now);
     return now;
 }

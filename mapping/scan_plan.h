@@ -77,7 +77,14 @@ struct ScanConditions : ScanPlan {
     bool blueOnly = false;                         // of the camera's picture
     std::string continued; // when, and behind which row, it went on; empty of a scan in one go
     std::string paused;    // when, how long and behind which point; empty without a pause
+    // Where X and Y stood, as homeXUm and homeYUm; and how often their counts had begun anew.
+    AxisCount homeX, homeY;
+    int32_t countsAnew = 0;
 };
+
+// Where the stage stands in a scan that starts or goes on now; not known of an axis that nothing
+// but the program counts.
+void noteHome(ScanConditions& conditions);
 
 // Those of a measurement by this plan that starts now.
 ScanConditions conditionsOf(const ScanPlan& plan);

@@ -249,6 +249,7 @@ void openAxis(size_t i, const std::string& name) {
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
+    axis.countsAnew += axes[i].name[0] != '\0' && name != axes[i].name ? 1 : 0; // another one
     std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
     axis.deviceId = ximc.open_device(axes[i].name);
     if (axis.deviceId >= 0) {
@@ -346,6 +347,7 @@ void lookWhetherPlaceIsLost(size_t i) {
     axis.placeLost = axis.status.uCurPosition == 0 && placeIsLost(i, axis.status.CurPosition);
     if (!axis.placeLost) return;
     noteLossOfPlace(i);
+    ++axis.countsAnew;
     announce(Severity::Trouble, nameOf(axis) +
                                     " has lost its place (its controller counts 0): the limits of "
                                     "Setup.ini are elsewhere now");
@@ -507,6 +509,14 @@ double ofController(const StageAxis& axis, double um) {
 
 double byProgram(const StageAxis& axis, double controllersUm) {
     return controllersUm - ofController(axis, 0.0);
+}
+
+AxisCount countOf(const StageAxis& axis, double um) {
+    return {axis.zeroOffsetSteps + fullStepsOf(axis, um), fullStepsOf(axis, 1.0)};
+}
+
+double umOf(const StageAxis& axis, const AxisCount& count) {
+    return umOfSteps(axis, count.steps);
 }
 
 std::string beyondLimit(const StageAxis& axis, double um) {

@@ -80,6 +80,7 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
 
 // Inverts the outline's pixels, so that drawing it again erases it.
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom);
+void invertLine(ContextHandle context, int x1, int y1, int x2, int y2);
 
 // `transparent` leaves the background between the letters as it is.
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,

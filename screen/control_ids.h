@@ -75,6 +75,10 @@ enum ControlId : int {
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
     idObjective = 32870,   // eight of them: the objectives, in their order
     idScans = 32878,
+    idColours = 32865,
+    idProfileSave = 32866, // of the window "Profile"
+    idProfileText = 32867,
+    idObjective = 32870, // eight of them: the objectives, in their order
     idCalibrateCamera = 32880,
     idCalibratePlay = 32881,
     idCalibrateSpot = 32882,
@@ -210,6 +214,19 @@ enum ScanOptionsId : int {
     idSettledText = 1049,
     idScriptsCheck = 1053,
     idScriptsSwitchCheck = 1054,
+};
+
+// Of the dialog "Colours"; "OK" and "Cancel" are idSet and idCloseDialog.
+enum ColoursId : int {
+    idColoursDialog = 32869,
+
+    idPaletteList = 1060,
+    idRangeList = 1061,
+    idRangeFrom = 1062,
+    idRangeTo = 1063,
+    idRangeUnit = 1064,
+    idOneScaleCheck = 1065,
+    idLegendCheck = 1066,
 };
 
 // Of the sheet "Set-up".

@@ -41,12 +41,15 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
+#include "ui/area_choice.h"
 #include "ui/calibrate.h"
+#include "ui/colours_dialog.h"
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
 #include "ui/fit_option.h"
 #include "ui/list_window.h"
+#include "ui/map_window.h"
 #include "ui/objective.h"
 #include "ui/places_window.h"
 #include "ui/scan_options_dialog.h"
@@ -64,8 +67,6 @@ namespace {
 constexpr double focusStepUm = 1.0;
 constexpr double focusFastStepUm = 5.0;
 constexpr double focusKeyStepUm = 50.0;
-constexpr int largestClickPx = 10; // a smaller drag is a click
-
 double xyKeyStep = 100.0; // um
 
 void moveAndShow(StageAxis& axis, double um) {
@@ -124,6 +125,7 @@ void setCameraAutomatic() {
 }
 
 void saveOptics() {
+    leaveMap(); // its cross is no part of the picture
     saveWindowImage(dataFolders, windows.main, 1, "optics");
 }
 
@@ -304,6 +306,7 @@ constexpr Command commands[] = {
     {idShowChannel + 3, [] { showChannel(3); }, refused, allowed},
     {idShowChannel + 4, [] { showChannel(4); }, refused, allowed},
     {idFitToScreen, toggleFit, allowed, allowed},
+    {idColours, chooseColours, refused, allowed, "Colours"},
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
@@ -337,34 +340,25 @@ void endLostDrag() {
     redrawPicture();
 }
 
-bool areaConfirmed(int widthPx, int heightPx) {
+bool drawnAreaConfirmed(int widthPx, int heightPx) {
     const Objective& objective = setUp.objective();
     const int32_t scale = display.drawnRectangle.viewScale;
-    const std::string caption =
-        formatted("Area: %.1f um x %.1f um", widthPx * (objective.umPerColumn() * scale),
-                  heightPx * (objective.umPerRow() * scale));
-    return showMessageBox(windows.main, "Do you want to set it for next scan area", caption.c_str(),
-                          BoxButtons::YesNo) == BoxAnswer::Yes;
+    return areaConfirmed(widthPx * (objective.umPerColumn() * scale),
+                         heightPx * (objective.umPerRow() * scale));
 }
 
-void selectScanArea() {
+void takeDrawnArea() {
     const PictureRectangle& drag = display.drawnRectangle;
-    scanArea.placed = false;
-    scanArea.place.reset();
-    scanArea.viewScale = drag.viewScale;
-    scanArea.rectX1 = drag.x1;
-    scanArea.rectY1 = drag.y1;
-    scanArea.rectX2 = drag.x2;
-    scanArea.rectY2 = drag.y2;
-    const int32_t minutes = computeScanArea(scanArea);
-    logEvent(formatted("Scan area: %d x %d points, step %.1f um", scanArea.cols, scanArea.rows,
-                       scanArea.scanStep));
-    allocateMaps();
-    showInformation(formatted("%d min. expected", minutes).c_str());
-    showProgress("New scan area was selected.");
-    showScanArea();
-    ensureSessionFolder(dataFolders);
-    saveOptics();
+    ScanArea area = scanArea;
+    area.placed = false;
+    area.part.reset();
+    area.place.reset();
+    area.viewScale = drag.viewScale;
+    area.rectX1 = drag.x1;
+    area.rectY1 = drag.y1;
+    area.rectX2 = drag.x2;
+    area.rectY2 = drag.y2;
+    takeScanArea(area);
 }
 
 } // namespace
@@ -496,9 +490,9 @@ void onLeftButtonUp(int x, int y) {
             showInformation("The camera does not see that place");
             return redrawPicture();
         }
-        const bool selected = areaConfirmed(width(), height()) && !processUnderWay();
+        const bool selected = drawnAreaConfirmed(width(), height()) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
-        if (selected) selectScanArea();
+        if (selected) takeDrawnArea();
     } else if (handState.picksLaserSpot) {
         pickLaserSpot(x, y);
     } else if (!mayHappen(refused, refused)) {

@@ -24,6 +24,8 @@ std::span<const Command> commandTable();
 
 void onCommand(int id);
 
+constexpr int largestClickPx = 10; // a smaller drag is a click
+
 // What keys and mouse are in the middle of.
 struct HandState {
     int keyBusy = 0;             // a key's move is under way: the move keys do nothing

@@ -250,13 +250,13 @@ ListRow presentRow(ListKind kind) {
 }
 
 void addArea() {
-    if (scanArea.totalPoints < 2) return tell("Draw a scan area first");
-    ListRow row = presentRow(ListKind::Map);
     const ScanArea area = presentArea();
+    if (area.totalPoints < 2) return tell("Draw a scan area first");
+    ListRow row = presentRow(ListKind::Map);
     row.xUm += area.offsetXUm;
     row.yUm += area.offsetYUm;
-    row.columns = scanArea.cols;
-    row.rows = scanArea.rows;
+    row.columns = area.cols;
+    row.rows = area.rows;
     insertRow(row);
 }
 

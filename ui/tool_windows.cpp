@@ -18,6 +18,7 @@
 #include "ui/list_window.h"
 #include "ui/places_window.h"
 #include "ui/scans_window.h"
+#include "ui/profile_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -155,6 +156,7 @@ void onToolCommand(WindowHandle window, int id) {
     if (isListWindow(window)) return onListCommand(id);
     if (isPlacesWindow(window)) return onPlacesCommand(id);
     if (isScansWindow(window)) return onScansCommand(id);
+    if (isProfileWindow(window)) return onProfileCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -215,11 +217,12 @@ bool toolClosesByEscape(WindowHandle window) {
 void onToolPaint(WindowHandle window) {
     if (isContinueWindow(window)) paintContinueWindow();
     if (isPlacesWindow(window)) paintPlacesWindow();
+    if (isProfileWindow(window)) paintProfile();
 }
 
 bool isToolWindow(WindowHandle window) {
     return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window) ||
-           isPlacesWindow(window) || isScansWindow(window);
+           isPlacesWindow(window) || isScansWindow(window) || isProfileWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
@@ -227,5 +230,6 @@ void forgetTool(WindowHandle window) {
     if (isListWindow(window)) forgetListWindow();
     if (isPlacesWindow(window)) forgetPlacesWindow();
     if (isScansWindow(window)) forgetScansWindow();
+    if (isProfileWindow(window)) forgetProfile();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

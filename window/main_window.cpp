@@ -151,11 +151,12 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
     }
 }
 
-static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wchar_t* menu) {
+static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wchar_t* menu,
+                               UINT style = 0) {
     HINSTANCE program = GetModuleHandleW(nullptr);
     WNDCLASSEXW windowClass{};
     windowClass.cbSize = sizeof windowClass;
-    windowClass.style = CS_HREDRAW | CS_VREDRAW;
+    windowClass.style = CS_HREDRAW | CS_VREDRAW | style;
     windowClass.lpfnWndProc = procedure;
     windowClass.hInstance = program;
     windowClass.hIcon = LoadIconW(program, MAKEINTRESOURCEW(idIcon));
@@ -169,8 +170,8 @@ static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wch
 
 int registerWindowClasses() {
     registerWindowClass(L"LUMA", mainWindowProcedure, MAKEINTRESOURCEW(idMenu));
-    registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr);
-    registerWindowClass(L"CFI", pictureWindowProcedure, nullptr);
+    registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr, CS_DBLCLKS);
+    registerWindowClass(L"CFI", pictureWindowProcedure, nullptr, CS_DBLCLKS);
     return registerWindowClass(L"IV", toolWindowProcedure, nullptr);
 }
 

@@ -5,13 +5,43 @@
 #include "platform/win32/handles.h"
 #include "platform/win32/scaled_view.h"
 #include "screen/screen.h"
+#include "ui/map_window.h"
 #include "window/fit_window.h"
+
+#include <windowsx.h>
 
 #include <algorithm>
 
 static void repaint(WindowHandle window) {
     if (window == windows.map) repaintMapWindow();
     if (window == windows.confocal) repaintConfocalWindow();
+    onMapPainted(window);
+}
+
+// The system tells once that the cursor has left, when it is asked to.
+static void watchLeave(HWND window) {
+    TRACKMOUSEEVENT watch{sizeof watch, TME_LEAVE, window, 0};
+    TrackMouseEvent(&watch);
+}
+
+// In the pixels that the map is drawn in.
+static POINT mouseAt(HWND window, LPARAM lParam) {
+    POINT at{GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam)};
+    RECT shown{};
+    GetClientRect(window, &shown);
+    const Extent* drawn = scaledExtent(window);
+    if (!drawn || shown.right <= 0 || shown.bottom <= 0) return at;
+    return {MulDiv(at.x, drawn->width, shown.right), MulDiv(at.y, drawn->height, shown.bottom)};
+}
+
+// A question or a dialog that is open wants its answer first.
+static bool mainWindowAnswers() {
+    return windows.main && IsWindowEnabled(native(windows.main));
+}
+
+// As in the main window: a click that was held back by a question is over already.
+static void captureHeldMouse(HWND window, int button) {
+    if (GetKeyState(button) < 0) SetCapture(window);
 }
 
 LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -31,11 +61,46 @@ LRESULT CALLBACK pictureWindowProcedure(HWND window, UINT message, WPARAM wParam
         repaint(opaque(window));
         return 0;
     }
+    case WM_MOUSEMOVE:
+        if (GetCapture() != window) watchLeave(window);
+        onMapMouseMove(opaque(window), mouseAt(window, lParam).x, mouseAt(window, lParam).y,
+                       (wParam & MK_LBUTTON) != 0, (wParam & MK_RBUTTON) != 0);
+        return 0;
+    case WM_MOUSELEAVE:
+        onMapLeave(opaque(window));
+        return 0;
+    case WM_LBUTTONDOWN:
+        if (!mainWindowAnswers()) return 0;
+        captureHeldMouse(window, VK_LBUTTON);
+        onMapButtonDown(opaque(window), MapButton::Left, mouseAt(window, lParam).x,
+                        mouseAt(window, lParam).y);
+        return 0;
+    case WM_LBUTTONUP:
+        ReleaseCapture();
+        onMapButtonUp(opaque(window), MapButton::Left, mouseAt(window, lParam).x,
+                      mouseAt(window, lParam).y);
+        return 0;
+    case WM_RBUTTONDOWN:
+        if (!mainWindowAnswers()) return 0;
+        captureHeldMouse(window, VK_RBUTTON);
+        onMapButtonDown(opaque(window), MapButton::Right, mouseAt(window, lParam).x,
+                        mouseAt(window, lParam).y);
+        return 0;
+    case WM_RBUTTONUP:
+        ReleaseCapture();
+        onMapButtonUp(opaque(window), MapButton::Right, mouseAt(window, lParam).x,
+                      mouseAt(window, lParam).y);
+        return 0;
+    case WM_LBUTTONDBLCLK:
+        if (!mainWindowAnswers()) return 0;
+        onMapDoubleClick(opaque(window), mouseAt(window, lParam).x, mouseAt(window, lParam).y);
+        return 0;
     case WM_CLOSE:
         focusMainWindow(); // first, or the system may hand the focus to another program
         ShowWindow(window, SW_HIDE);
         return 0;
     case WM_DESTROY:
+        leaveMap();
         drawUnscaled(window);
         if (opaque(window) == windows.map) windows.map = nullptr;
         if (opaque(window) == windows.confocal) windows.confocal = nullptr;

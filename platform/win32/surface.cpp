@@ -184,6 +184,12 @@ void invertRectangle(ContextHandle context, int left, int top, int right, int bo
     SetROP2(native(context), previousMode);
 }
 
+void invertLine(ContextHandle context, int x1, int y1, int x2, int y2) {
+    int previousMode = SetROP2(native(context), R2_NOT);
+    drawLine(context, x1, y1, x2, y2, 0);
+    SetROP2(native(context), previousMode);
+}
+
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,
               bool transparent) {
     HDC dc = native(context);

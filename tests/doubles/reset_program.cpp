@@ -15,6 +15,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "instruments/tektronics.h"
+#include "mapping/map_look.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
@@ -31,6 +32,7 @@
 #include "session/stopwatch.h"
 #include "spectroscopy/sweep_record.h"
 #include "ui/commands.h"
+#include "ui/map_window.h"
 
 #include <cstring>
 
@@ -67,6 +69,7 @@ void resetProgram() {
     forgetLights();
     session = {};
     handState = {};
+    leaveMap();
     liveViewState = {};
     connectFloors();
     liveViewTimerOff();
@@ -86,6 +89,7 @@ void resetProgram() {
     display = {};
     releaseWideView();
     scanArea = {};
+    mapLook = {};
     scanMap = {};
     forgetFileMap();
     sweepRecord = {};
