@@ -16,6 +16,7 @@
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/day_log.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "spectroscopy/sweep_record.h"
 
@@ -88,7 +89,7 @@ std::string stateOf(const char* process, const std::optional<Outcome>& last) {
 
 Reply sayScanState(const Call&) {
     if (const std::optional<ScanProgress> now = scanProgress())
-        return said(formatted("RUN,%d,%d", now->done, now->of));
+        return said(formatted("%s,%d,%d", isPaused() ? "PAUSED" : "RUN", now->done, now->of));
     const bool begins = stateOf("Mapping", {}) == "RUN";
     if (begins || clientBegins("a mapping"))
         return said(formatted("RUN,0,%d", scanArea.totalPoints));
