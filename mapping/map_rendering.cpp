@@ -296,8 +296,8 @@ bool saveMapImage(WindowHandle window, int channel, const char* label) {
     // What the window shows may be black: a locked screen, a remote session that has ended.
     const bool larger = std::max(shownArea().cols, shownArea().rows) > shownArea().mapMaxPx;
     Extent size = larger ? Extent{shownArea().mapWidthPx + scaleWidthPx,
-                                        shownArea().mapHeightPx + labelHeightPx}
-                               : clientExtent(window);
+                                  shownArea().mapHeightPx + labelHeightPx}
+                         : clientExtent(window);
     if (mapLook.legend) {
         const Extent legend = legendExtent();
         size.width = std::max({size.width, shownArea().mapWidthPx + scaleWidthPx, legend.width});

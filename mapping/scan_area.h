@@ -85,8 +85,8 @@ int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 // is laid from where the stage stands now.
 int32_t computeScanArea(ScanArea& area);
 
-// The scan area as a scan would take it from where the stage stands now: one that stays at its place
-// lies elsewhere then.
+// The scan area as a scan would take it from where the stage stands now: one that stays at its
+// place lies elsewhere then.
 ScanArea presentArea();
 
 // Why the stage cannot come to that place again; empty when it can.

@@ -73,7 +73,6 @@ enum ControlId : int {
     idPause = 32857,
     idPauseBehindRow = 32858,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
-    idObjective = 32870,   // eight of them: the objectives, in their order
     idScans = 32878,
     idColours = 32865,
     idProfileSave = 32866, // of the window "Profile"

@@ -17,8 +17,8 @@
 #include "ui/continue_window.h"
 #include "ui/list_window.h"
 #include "ui/places_window.h"
-#include "ui/scans_window.h"
 #include "ui/profile_window.h"
+#include "ui/scans_window.h"
 
 #include <algorithm>
 #include <iterator>
