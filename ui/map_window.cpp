@@ -28,6 +28,7 @@ namespace {
 struct MapHand {
     WindowHandle over = nullptr; // the window that the cursor is in; null: none
     std::string plainTitle;      // of that window
+    std::string title;           // that stands there instead
     MapPoint at;                 // in the map
     bool hasCross = false;
     std::optional<MapButton> drag; // under way, with that button
@@ -36,8 +37,16 @@ struct MapHand {
 MapHand hand;
 
 int channelIn(WindowHandle window) {
-    return window == windows.map ? scanMap.views.mapChannel : scanMap.views.confocalChannel;
+    if (window != windows.map) return scanMap.views.confocalChannel;
+    return (shownFileMap() ? *shownFileMap() : scanMap).views.mapChannel;
 }
+
+// While a file's map is shown, the other window shows another one: nothing is read or chosen there.
+bool isReadable(WindowHandle window) {
+    return window == windows.map || !shownFileMap();
+}
+
+constexpr int longestTitle = 300;
 
 void drawCross(ContextHandle picture) {
     constexpr int arm = 8, gap = 2; // pixels; what it is about stays free
@@ -68,16 +77,19 @@ void read(WindowHandle window, int x, int y) {
     if (window != hand.over) {
         leaveMap();
         hand.over = window;
-        constexpr int longestTitle = 200;
-        hand.plainTitle = windowText(window, longestTitle);
+        hand.title.clear();
     }
-    const std::optional<MapPoint> point = mapPointAt(x, y);
+    // Another map may be shown there by now.
+    if (const std::string title = windowText(window, longestTitle); title != hand.title)
+        hand.plainTitle = title;
+    const std::optional<MapPoint> point = isReadable(window) ? mapPointAt(x, y) : std::nullopt;
     if (!point) {
-        setWindowText(window, hand.plainTitle.c_str());
+        setWindowText(window, (hand.title = hand.plainTitle).c_str());
         return showCross(false);
     }
     hand.at = *point;
-    setWindowText(window, cellText(cellAt(*point), channelIn(window)).c_str());
+    hand.title = cellText(cellAt(*point), channelIn(window));
+    setWindowText(window, hand.title.c_str());
     showCross(whyNoPlace().empty());
 }
 
@@ -124,7 +136,8 @@ void noteOperator() {
 void leaveMap() {
     endDrag();
     if (WindowHandle left = std::exchange(hand.over, nullptr))
-        if (left == windows.map || left == windows.confocal)
+        if ((left == windows.map || left == windows.confocal) &&
+            windowText(left, longestTitle) == hand.title)
             setWindowText(left, hand.plainTitle.c_str());
     showCross(false);
 }
@@ -150,7 +163,7 @@ void onMapButtonDown(WindowHandle window, MapButton button, int x, int y) {
     resetIdle();
     read(window, x, y);
     endDrag();
-    if (!mapPointAt(x, y)) return;
+    if (!isReadable(window) || !mapPointAt(x, y)) return;
     hand.drag = button;
     hand.from = hand.to = {x, y};
     invertDrag();
@@ -176,7 +189,8 @@ void onMapDoubleClick(WindowHandle window, int x, int y) {
     resetIdle();
     endDrag();
     const std::optional<MapPoint> point = mapPointAt(x, y);
-    if (!point || (window != windows.map && window != windows.confocal)) return;
+    if (!point || !isReadable(window)) return;
+    if (window != windows.map && window != windows.confocal) return;
     leaveMap();
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     const std::string why = whyNoPlace();
