@@ -130,7 +130,9 @@ void apply() {
     logEvent(formatted("Camera aperture %d pixels", cameraState.cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
-    setBias(link.biasVoltage, link.currentLimit);
+    const SourceAnswer answer =
+        applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
+    if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
     setField(Field::UnitLabel, unitLabel());
 }
 

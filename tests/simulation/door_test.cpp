@@ -161,7 +161,7 @@ TEST_F(Door, OpensNoBoxForAScript) {
     ASSERT_EQ(answers.size(), 7u);
     EXPECT_EQ(answers[1], "FAILED");
     EXPECT_EQ(answers[2].substr(0, 64),
-              "-200,\"Execution error;No controller answers for Z. Start all the ");
+              "-200,\"Execution error;No controller answers for Z. Start all the");
     EXPECT_EQ(answers[3], "0,\"No error\"");
     EXPECT_EQ(answers[4], "-222,\"Data out of range;stage Z has no controller\"");
     EXPECT_EQ(answers[5], "-241,\"Hardware missing;No SourceMeter devices found via USB\"");

@@ -120,6 +120,7 @@ TEST_F(EarlierScansTest, ScansAgainAtItsPlaceWithItsSettings) {
         press(idScansShow);
         ASSERT_TRUE(shownFileMap());
         answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
+        answer("File saving error. New folder will be made.", BoxAnswer::Ok); // the same names
         postCommand(idStart);
         when([] { return processUnderWay(); },
              [] { when([] { return scanEnded(); }, [] { post(messageClose); }); });
