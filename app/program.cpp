@@ -72,6 +72,7 @@ void tellRefused(const std::vector<std::string>& lines) {
 void connectFloors() {
     session.stageHooks.stopAll = stopAllStages;
     session.stageHooks.nudgeFocus = [](double um) {
+        if (!mayMoveByHand(stageZ)) return;
         if (nudgeAfterMove(stageZ, um)) return;
         moveBy(stageZ, um);
         refreshPositions();

@@ -540,6 +540,12 @@ bool mayGoTo(StageAxis& axis, double um) {
     return false;
 }
 
+bool mayMoveByHand(const StageAxis& axis) {
+    if (!axis.placeLost || &axis != &stageZ || !processUnderWay()) return true;
+    showInformation("Z has lost its place: not moved by hand while a process runs");
+    return false;
+}
+
 bool startMoveTo(StageAxis& axis, double um) {
     if (axis.axisNumber == 0) {
         axis.positionUm = um;

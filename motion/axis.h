@@ -134,6 +134,10 @@ std::string beyondLimit(const StageAxis& axis, double um);
 // Whether it does. Where it does not, that is said in the information text and on standard output.
 bool mayGoTo(StageAxis& axis, double um);
 
+// Whether the operator may move it by hand now: in a process not while it has lost its place, for
+// the question before its first move would hold the process, with the laser on. Says why not.
+bool mayMoveByHand(const StageAxis& axis);
+
 // True when the move was started or the axis is there already; false without a controller, towards
 // an active limit switch and beyond a limit of the set-up. Before the first move of a Z whose
 // controller has lost its place the operator is asked; without a Yes it does not move.

@@ -70,6 +70,7 @@ constexpr double focusKeyStepUm = 50.0;
 double xyKeyStep = 100.0; // um
 
 void moveAndShow(StageAxis& axis, double um) {
+    if (!mayMoveByHand(axis)) return;
     // A held Ctrl+arrow repeats inside the move's wait, as a plain arrow that means another move.
     const int busyBefore = handState.keyBusy;
     handState.keyBusy = 1;

@@ -86,6 +86,7 @@ void enterPositionY() {
 void enterPositionZ() {
     const std::optional<int> typed = typedInteger(Field::PositionZ);
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
+    if (!mayMoveByHand(stageZ)) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(LiveView::Off);
     if (farFocusMoveAccepted(target)) moveTyped(stageZ, target, setUp.focusSpeed);
