@@ -11,6 +11,7 @@
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/day/dice.h"
 #include "tests/simulation/day/faults.h"
+#include "tests/simulation/day/list_day.h"
 #include "tests/simulation/day/operator.h"
 #include "tests/simulation/day/power_cut.h"
 #include "tests/simulation/day/swarm.h"
@@ -39,14 +40,18 @@ void prepareDesktop(const Swarm& swarm) {
 }
 
 // What the operator does, each at its time; the last he does is to close the window.
-void planDay(Dice& dice, const Swarm& swarm, Operator& hand) {
-    constexpr double beginsMs = 2000, endsMs = 34000;
+void planDay(Dice& dice, const Swarm& swarm, Operator& hand, ListDay& listDay, Judge& judge) {
+    constexpr double beginsMs = 2000;
+    const double endsMs = listDay.happens ? 80000 : 34000;
     if (swarm.kind == kindAnalyzerGpib) at(beginsMs - 500, [] { postCommand(idConfiguration); });
     double time = beginsMs;
-    at(time, [&] {
-        hand.selectsArea();
-        postCommand(idStart);
-    });
+    if (listDay.happens)
+        listDay.plan(time, endsMs, swarm, judge);
+    else
+        at(time, [&] {
+            hand.selectsArea();
+            postCommand(idStart);
+        });
     while ((time += dice.below(swarm.longestPauseMs)) < endsMs) at(time, [&] { hand.acts(); });
     at(time, [] { post(messageClose); });
 }
@@ -66,7 +71,8 @@ RandomDay liveRandomDay(uint32_t seed) {
     const Swarm swarm(dice);
     prepareDesktop(swarm);
     Judge judge(day);
-    PowerCut powerCut(seed);
+    ListDay listDay(seed);
+    PowerCut powerCut(seed, listDay.happens);
     onlooker.waits = [&, judges = onlooker.waits] {
         const auto seconds = static_cast<int>(testTimeMs() / 1000);
         wallTime.minute = 5 + seconds / 60 % 55;
@@ -77,10 +83,15 @@ RandomDay liveRandomDay(uint32_t seed) {
     swarm.count(day.counts);
     day.kind = swarm.kind;
     Operator hand(dice, swarm, judge);
-    answerOthers = [&](const ShownBox& box) { return hand.answers(box); };
+    answerOthers = [&](const ShownBox& box) {
+        const std::optional<BoxAnswer> ofList = listDay.answers(box);
+        if (ofList)
+            judge.note("box '" + box.text + (*ofList == BoxAnswer::Yes ? "', Yes" : "', No"));
+        return ofList ? *ofList : hand.answers(box);
+    };
     whileDialogOpen = [&] { hand.configures(); };
     if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
-    planDay(dice, swarm, hand);
+    planDay(dice, swarm, hand, listDay, judge);
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");
     judge.lookAtEnd();
     libraries.callFaults.clear();
@@ -88,6 +99,10 @@ RandomDay liveRandomDay(uint32_t seed) {
     judge.lookAtLeaks();
     if (!powerCut.hasHappened()) return day;
     for (const std::string& wrong : powerCut.startAgain(day.counts)) judge.find(Rule::Kept, wrong);
+    if (const ListAfterCut* list = powerCut.listGoneOn(); list && !swarm.filesBreak && judge.list)
+        for (const std::string& wrong :
+             list->wrong(*judge.list, swarm.kind, swarm.takesUpPlay(), day.counts))
+            judge.find(Rule::List, "after the cut: " + wrong);
     resetProgram();
     return day;
 }

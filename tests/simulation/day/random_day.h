@@ -27,6 +27,7 @@ enum class Rule {
     Files,   // no file is overwritten, and none stays that is not whole
     Kept,    // what was on the disk when the power was cut is recovered, and nothing else
     Box,     // no box holds a process that has not asked it; none asks after a stop
+    List,    // each row of a list has its own place, settings and folder, and is done once
     End,     // the program ends, light and bias off and nothing leaked
 };
 

@@ -1,8 +1,10 @@
 // Hears what comes to the program, sees what comes of it, and tells the rules.
 #include "tests/simulation/judge/judge.h"
 
+#include "lists/list_run.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/pause.h"
 #include "session/process.h"
 
 #include <algorithm>
@@ -11,9 +13,9 @@
 
 namespace {
 
-constexpr const char* ruleNames[] = {"lights", "bias",  "place", "watch", "cause", "one move",
-                                     "cell",   "light", "sound", "lost",  "view",  "alive",
-                                     "focus",  "named", "files", "kept",  "box",   "end"};
+constexpr const char* ruleNames[] = {
+    "lights", "bias",  "place", "watch", "cause", "one move", "cell", "light", "sound", "lost",
+    "view",   "alive", "focus", "named", "files", "kept",     "box",  "list",  "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -39,9 +41,9 @@ Judge* Judge::current = nullptr;
 Judge::Judge(RandomDay& record) : day(record) {
     current = this;
     // The lights are looked at last: whether the laser was asked for is of the time since then.
-    for (const auto check : {checkFiles, checkBox, checkBias, checkPlace, checkWatch, checkCause,
-                             checkOneMove, checkCell, checkLight, checkSound, checkLost, checkView,
-                             checkAlive, checkFocus, checkNamed, checkEnd, checkLights})
+    for (const auto check : {checkLists, checkFiles, checkBox, checkBias, checkPlace, checkWatch,
+                             checkCause, checkOneMove, checkCell, checkLight, checkSound, checkLost,
+                             checkView, checkAlive, checkFocus, checkNamed, checkEnd, checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -264,6 +266,15 @@ void Judge::lookAtProcess() {
         for (const auto& each : checkers) each->processBegins();
     }
     processSeen = runs;
+    Cause* const itsList = runningList();
+    const std::string row = itsList ? listUnderWay() : "";
+    const bool anotherRow = std::exchange(rowSeen, row) != row;
+    if (!itsList || row.empty() || !anotherRow) return;
+    // Each row is a process of its own for the rules.
+    const std::optional<size_t> index = rowOfList();
+    itsList->sweep = index && list->list.rows[*index].kind == ListKind::IvCurve;
+    count("rows of lists begun");
+    for (const auto& each : checkers) each->processBegins();
 }
 
 void Judge::lookAtProcessEnd(const Cause& cause) {
@@ -279,8 +290,27 @@ void Judge::lookAtProcessEnd(const Cause& cause) {
 }
 
 bool Judge::inScan() const {
-    return std::any_of(causes.begin(), causes.end(),
-                       [](const Cause& cause) { return cause.what == scanName && cause.began; });
+    return std::any_of(causes.begin(), causes.end(), [this](const Cause& cause) {
+        return (cause.what == scanName || (cause.what == listName && !listWaits())) && cause.began;
+    });
+}
+
+Cause* Judge::runningList() {
+    for (Cause& cause : causes)
+        if (cause.what == listName && cause.began) return &cause;
+    return nullptr;
+}
+
+bool Judge::listWaits() const {
+    return isPaused() || textIn(Field::Progress).starts_with("Next repeat");
+}
+
+std::optional<size_t> Judge::rowOfList() {
+    int row = 0;
+    if (!list || !runningList() ||
+        std::sscanf(listUnderWay().c_str(), "night, row %d of", &row) != 1)
+        return {};
+    return static_cast<size_t>(row - 1);
 }
 
 void Judge::cellCounts(const Taken* taken, size_t count) {
