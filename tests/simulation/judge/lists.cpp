@@ -53,12 +53,17 @@ public:
 
     void boxOpens(const ShownBox& box) override {
         skipsRows |= box.text.starts_with("Does the whole list end");
+        const bool itsOwn = !judge.causes.empty() && judge.causes.back().what == listName;
+        const auto begins = [&box](const char* part) { return box.text.starts_with(part); };
+        if (itsOwn && judge.rowOfList() && !begins("Do") && !begins("Hysteresis"))
+            judge.find(Rule::List, "a box holds the night up: " + box.text);
     }
 
     void look() override {
         lookAtFiles();
         if (const int pwm = labLaserPwm(); pwm != 0) pwmSeen = pwm;
         if (!judge.list || !judge.runningList()) return;
+        rowsBegan |= judge.rowOfList().has_value();
         if (!judge.listWaits()) {
             darkSinceMs = -1;
             return;
@@ -108,12 +113,16 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
-        if (cause.what == listName) judgeDark("at the list's end", false);
+        if (cause.what != listName) return;
+        if (std::exchange(rowsBegan, false)) judgeDark("at the list's end", false);
+        ends();
     }
 
     void ends() override {
-        if (!judge.list || filesBroke) return;
-        for (const std::string& name : recordsOnDesktop()) judgeRecord(contentOf(name));
+        if (!judge.list) return;
+        for (const std::string& name : recordsOnDesktop())
+            if (recordsSeen.insert(name).second && !filesBroke) judgeRecord(contentOf(name));
+        skipsRows = false;
     }
 
 private:
@@ -180,8 +189,10 @@ private:
     Judge& judge;
     std::map<std::string, Cells> cells; // by their folder
     double darkSinceMs = -1;
-    int pwmSeen = 0; // the last that was not 0, in the row
+    bool rowsBegan = false; // of the list that runs
+    int pwmSeen = 0;        // the last that was not 0, in the row
     bool askedForLaser = false, intensityTyped = false, biasRefused = false, busDoubtful = false;
+    std::set<std::string> recordsSeen;
     bool skipsRows = false;  // the operator has ended one
     bool filesBroke = false; // since the day began
 };
