@@ -376,6 +376,8 @@ Outcome ListRun::run() {
         show(*row, "runs");
         const Outcome outcome = measure(*row, repeat);
         const std::string trouble = troubleLine(outcome);
+        logEvent(formatted("List: row %d %s, \"", numberOf(*row), nameOf(outcome.end)) +
+                 outcome.words() + "\"");
         say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
                       std::string(nameOf(outcome.end)) +
                           (trouble == "none" ? "" : ", " + trouble)));

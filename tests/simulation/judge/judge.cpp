@@ -302,7 +302,8 @@ Cause* Judge::runningList() {
 }
 
 bool Judge::listWaits() const {
-    return isPaused() || textIn(Field::Progress).starts_with("Next repeat");
+    const std::string said = textIn(Field::Progress);
+    return isPaused() || said.starts_with("Next repeat") || said.starts_with("Scan list paused");
 }
 
 std::optional<size_t> Judge::rowOfList() {

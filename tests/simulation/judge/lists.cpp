@@ -42,8 +42,9 @@ public:
     // Also that of a row.
     void processBegins() override {
         busDoubtful = judge.blamesBus();
-        intensityTyped = askedForLaser = biasRefused = false;
+        intensityTyped = biasRefused = false;
         pwmSeen = 0;
+        darkSinceMs = -1;
     }
 
     void fieldIsShown(Field field) override {
@@ -70,7 +71,6 @@ public:
         }
         if (darkSinceMs < 0) {
             darkSinceMs = testTimeMs();
-            askedForLaser = false;
             judge.count(isPaused() ? "pauses of lists" : "waits of lists");
         }
         constexpr double longEnoughMs = 1500;
@@ -80,6 +80,7 @@ public:
     }
 
     void cellIsMarked(size_t c, size_t m, PointMark mark) override {
+        askedForLaser = false; // whoever did so did it before this point
         const std::optional<size_t> row = judge.rowOfList();
         if (!row) return;
         const ListRow& of = judge.list->list.rows[*row];
