@@ -7,9 +7,11 @@
 #include "camera/camera.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/map_look.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
@@ -106,6 +108,8 @@ bool startUp(int showCommand) {
     if (!createMainWindow(showCommand)) return false;
     readScanOptions();
     readOccasion();
+    readDoorSettings();
+    readMapLook();
     followLaserBoard();
     showMainTitle();
     if (pictureMemoryMissing()) setMainTitle("error in HeapAlloc");
@@ -120,10 +124,12 @@ bool startUp(int showCommand) {
         showInformation(left.c_str());
         liveViewState.noticeStands = true;
     }
+    followDoorSettings();
     return true;
 }
 
 void shutDown() {
+    closeDoor();
     writeSettingsFile(dataFolders.configPath);
     setLaserOutput(0);
     setLaserLevel(0);

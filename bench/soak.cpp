@@ -58,11 +58,20 @@ void forgetWhatDoublesKeep() {
     std::vector<std::string>().swap(serial.writes);
 }
 
+double bytesOf(const std::vector<std::string>& texts) {
+    double bytes = static_cast<double>(texts.capacity() * sizeof(std::string));
+    for (const std::string& text : texts)
+        if (text.capacity() > 15) bytes += static_cast<double>(text.capacity() + 1); // not in place
+    return bytes;
+}
+
 Held held() {
     forgetWhatDoublesKeep();
     Held now;
     const double lab = static_cast<double>(labReads().capacity() * sizeof(LabRead) +
-                                           labBoardCommands().capacity() * sizeof(std::string));
+                                           labMeasurements().capacity() * sizeof(LabMeasurement)) +
+                       bytesOf(labBoardCommands()) +
+                       bytesOf(labInstrumentCommands(labUsbSourcemeter));
     now.heapKb = (static_cast<double>(mallinfo2().uordblks + mallinfo2().hblkhd) - lab) / 1024;
     now.files = openFiles();
     now.contexts = liveContexts;

@@ -18,6 +18,7 @@
 #include "motion/stage.h"
 #include "platform/files.h"
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 #include "screen/screen.h"
 #include "session/data_folders.h"
 #include "session/process.h"
@@ -128,6 +129,18 @@ void benchTick() {
     std::printf("live-view tick: convert %.2f ms + draw %.2f ms = %.1f %% of 100 ms (wanted: under "
                 "5 %%)\n",
                 convert, draw, convert + draw);
+    // "Fit to screen": on 1366 x 768, and at 150 %.
+    for (const Extent shown : {Extent{850, 709}, Extent{1848, 1542}}) {
+        HWND window = native(windows.main);
+        scaleDrawing(window, {imageWidth, imageHeight}, shown);
+        const double scaled = medianMs(101, [] {
+            drawCameraFrame(cameraImage.pixels.get(), 0);
+            paintPending(windows.main);
+        });
+        std::printf("live-view tick, shown in %d x %d pixels: draw %.2f ms\n", shown.width,
+                    shown.height, scaled);
+        drawUnscaled(window);
+    }
 }
 
 double processCpuMs() {

@@ -36,14 +36,6 @@ void outlineDrawnRectangle(ContextHandle picture) {
     drawRectangle(picture, x(drawn.x1), y(drawn.y1), x(drawn.x2), y(drawn.y2), markGreen);
 }
 
-// The longest of 1, 2, 5, 10, ... um that is no longer than `most`.
-double roundLengthUm(double most) {
-    const double decade = std::pow(10.0, std::floor(std::log10(most)));
-    for (const double part : {5.0, 2.0})
-        if (part * decade <= most) return part * decade;
-    return decade;
-}
-
 bool saveNumbered(const DataFolders& folders, BitmapHandle bitmap, const char* label,
                   int32_t& counter) {
     const std::string name = nextFreeName(folders.sessionFolder, label, counter, L".jpg");
@@ -105,7 +97,7 @@ int64_t drawCameraFrame(const uint8_t* pixels, uint32_t save) {
                      truncated(static_cast<double>(imageHeight) - cameraState.laserOffset.y),
                      cameraState.cameraAperture);
     if (save) savePicture(memory);
-    if (display.overlay) display.overlay(memory.context);
+    display.drawOver(memory.context);
     for (int failures = 0; !copyArea(window.context, imageWidth, imageHeight, memory.context);) {
         showCopyFailure(failures);
         if (++failures == copyTries) break;
@@ -149,6 +141,13 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label) {
     ensureSessionFolder(folders);
     return saveNumbered(folders, bitmap, label, display.windowImageCounter);
+}
+
+double roundLengthUm(double most) {
+    const double decade = std::pow(10.0, std::floor(std::log10(most)));
+    for (const double part : {5.0, 2.0})
+        if (part * decade <= most) return part * decade;
+    return decade;
 }
 
 void drawScaleBar(ContextHandle context, int width, int height) {

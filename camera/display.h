@@ -21,6 +21,13 @@ struct Display {
     PictureRectangle drawnRectangle;
     // Draws over each picture that is shown, not over one that is saved; null: nothing.
     void (*overlay)(ContextHandle picture) = nullptr;
+    void (*marks)(ContextHandle picture) = nullptr;   // the same, below it
+    void (*pointer)(ContextHandle picture) = nullptr; // above it: where the cursor is on a map
+    void drawOver(ContextHandle picture) const {
+        if (marks) marks(picture);
+        if (overlay) overlay(picture);
+        if (pointer) pointer(picture);
+    }
 };
 extern Display display;
 
@@ -46,6 +53,9 @@ int64_t saveWindowImage(DataFolders& folders, WindowHandle window, uint32_t pict
 
 // Saves a bitmap that is not selected as the next "<label>(<number>).jpg". A failure is reported.
 bool saveNumberedImage(DataFolders& folders, BitmapHandle bitmap, const char* label);
+
+// The longest of 1, 2, 5, 10, ... um that is no longer than `most`, which is above 0.
+double roundLengthUm(double most);
 
 // A scale bar of a round length (10 um as built, three times that in the wide view) near the lower
 // right corner of a picture.

@@ -146,7 +146,7 @@ void drawWideView() {
     if (!window.context || !last.mosaic.context) return;
     copyArea(window.context, imageWidth, imageHeight, last.mosaic.context);
     drawScaleBar(window.context, imageWidth, imageHeight);
-    if (display.overlay) display.overlay(window.context);
+    display.drawOver(window.context);
 }
 
 bool wideViewIsElsewhere() {

@@ -41,6 +41,11 @@ private:
 // source does not take and which leaves it the limit of before.
 std::string limitText(double amperes);
 
+// What the operator may set: what the Keithley 2450 can source, and its limits of compliance.
+constexpr float largestBiasTyped = 210.0f;  // V, to either side
+constexpr float smallestLimitTyped = 1e-9f; // A
+constexpr float largestLimitTyped = 1.05f;
+
 // Takes over which sources an earlier run may have left with a bias. Before they are opened.
 void readBiasLeftOn();
 

@@ -23,7 +23,7 @@ namespace {
 constexpr char endProgramName[] = "at the end run";
 constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
-               nameMark[] = "#name ", begunMark[] = "#begun ";
+               nameMark[] = "#name ", begunMark[] = "#begun ", followedMark[] = "#followed ";
 
 std::wstring scanListFolder() {
     return dataFolders.dataRoot + L"\\Scan lists";
@@ -172,6 +172,16 @@ bool keepDone(ListPlace& place, size_t row) {
     return append(pathOf(unfinishedName), formatted("%s%d.\n", doneMark, static_cast<int>(row)));
 }
 
+bool keepFollowed(const ListPlace& place) {
+    const StageVector& um = place.followed;
+    return append(pathOf(unfinishedName), followedMark + formatted("%.17g %.17g;\n", um.x, um.y));
+}
+
+std::wstring firstPicturePath(const ListPlace& place) {
+    const std::string stem = place.record.substr(0, place.record.rfind('.'));
+    return pathOf(L"First of " + widened(stem) + L".pgm");
+}
+
 void forgetUnfinishedList() {
     removeFile(pathOf(unfinishedName));
 }
@@ -206,6 +216,12 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
         if (const auto home = behind(line, placeMark))
             whole = std::sscanf(home->c_str(), "%lf %lf %lf", &place.homeX, &place.homeY,
                                 &place.homeZ) == 3;
+        if (const auto followed = behind(line, followedMark)) {
+            StageVector um;
+            const bool isWhole = followed->ends_with(';') && // the last line may be cut
+                                 std::sscanf(followed->c_str(), "%lf %lf", &um.x, &um.y) == 2;
+            if (isWhole) place.followed = um;
+        }
         if (const auto done = behind(line, doneMark); done && !takeDone(place, *done)) break;
     }
     if (whole && !place.record.empty()) return takeRecorded(place), place;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "lists/scan_list.h"
+#include "session/picture_scale.h"
 
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,7 @@ struct ListPlace {
     std::string record;                           // the record's file name
     std::string begun;                            // when, "2026-11-27 09:00:00"
     double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
+    StageVector followed; // by how much the stage has followed the sample's drift, um
 
     // The next one that is to be measured; nothing at the end.
     std::optional<size_t> next() const;
@@ -43,6 +45,12 @@ bool recordEvent(const ListPlace& place, const std::string& words);
 
 // `row` has one repeat more; goes to the disk at once.
 bool keepDone(ListPlace& place, size_t row);
+
+// The same of `place.followed`.
+bool keepFollowed(const ListPlace& place);
+
+// Of the list's first picture, beside its record.
+std::wstring firstPicturePath(const ListPlace& place);
 
 // The list has ended, as its record says: nothing is left to go on with.
 void forgetUnfinishedList();

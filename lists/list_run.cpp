@@ -6,6 +6,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "lists/drift.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
@@ -13,6 +14,7 @@
 #include "mapping/scan_journal.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
+#include "motion/travel.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
@@ -39,10 +41,6 @@ namespace {
 
 std::string underWay;         // listUnderWay
 std::optional<ListKind> kind; // of what is measured now
-
-double byProgram(const StageAxis& axis, double ofController_) {
-    return ofController_ - ofController(axis, 0.0);
-}
 
 // As the operator counts.
 int numberOf(size_t row) {
@@ -71,6 +69,7 @@ public:
     OwnSettings() : plan(presentPlan()) {}
     ~OwnSettings() {
         putInForce(plan);
+        occasion = plan.occasion;
         dataFolders = folders;
     }
     OwnSettings(const OwnSettings&) = delete;
@@ -89,13 +88,18 @@ public:
 
 private:
     Outcome measure(size_t row, int32_t repeat);
+    ListRow lookAtDrift(size_t row, int32_t repeat, Outcome& outcome);
+    Outcome measureAtPlace(const ListRow& of, const std::string& where);
     Outcome measureMap(const ListRow& row, const std::string& where);
-    std::optional<Outcome> continueMap(const std::string& where);
+    std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
     Outcome measureCurve(const ListRow& row, const std::string& where);
     std::string goTo(const ListRow& row);
+    std::string goToCutMap(const ListRow& row, const ScanArea& area);
+    void placeFocus(const ListRow& row, ScanPlan& plan) const;
     bool waitFor(size_t row, int32_t repeat);
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
+    void endRow(size_t row);
     void goHome(Outcome& told);
     void say(bool written) { unwritten |= !written; }
     void show(size_t row, const std::string& how) const {
@@ -111,6 +115,9 @@ private:
     }
 
     ListPlace place;
+    DriftWatch drift{place};
+    std::string driftWords; // of the present row
+    int notFollowed = 0;    // rows
     bool goesOnWithCutScan;
     bool consented; // the operator was asked what "Start" asks
     const OwnSettings own;
@@ -154,18 +161,28 @@ Outcome declined(const std::string& why) {
     return {.end = ProcessEnd::Declined, .lastWords = "Not measured", .troubles = {why}};
 }
 
-// Z first up to its place, or last: whoever comes from above must not graze the sample.
+// A map finds its own way in X and Y.
 std::string ListRun::goTo(const ListRow& row) {
     const double z = row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
-    const bool lowers = z < stageZ.positionUm;
-    const bool curve = row.kind != ListKind::Map;
-    if (lowers && !moveTo(stageZ, z)) return missedText(stageZ);
-    if (curve) {
-        if (!moveXYTo(byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), motorSpeed))
-            return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
-    }
-    if (!lowers && z != stageZ.positionUm && !moveTo(stageZ, z)) return missedText(stageZ);
-    return {};
+    if (row.kind == ListKind::Map) return travelTo({stageX.positionUm, stageY.positionUm, z});
+    return travelTo({byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z});
+}
+
+// The row's own Z is right at its first point, that of the program where the list began.
+void ListRun::placeFocus(const ListRow& row, ScanPlan& plan) const {
+    plan.focus.fromXUm = row.zUm ? plan.area.offsetXUm : homeX - stageX.positionUm;
+    plan.focus.fromYUm = row.zUm ? plan.area.offsetYUm : homeY - stageY.positionUm;
+}
+
+// To where the points that a scan counts from there are those of the row.
+std::string ListRun::goToCutMap(const ListRow& row, const ScanArea& area) {
+    if (std::string missed = goTo(row); !missed.empty()) return missed;
+    constexpr uint32_t restsMs = 200; // two axes arrive up to 3 um before it
+    const bool came = moveXYTo(byProgram(stageX, row.xUm) - area.offsetXUm,
+                               byProgram(stageY, row.yUm) - area.offsetYUm, motorSpeed);
+    waitResponsive(restsMs);
+    for (StageAxis* axis : {&stageX, &stageY}) readPosition(*axis);
+    return came ? "" : missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
 }
 
 Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
@@ -178,8 +195,9 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
     else if (why.empty()) {
         ScanPlan plan = planOf(row, place.list, own.plan);
         placeArea(row, plan);
+        placeFocus(row, plan);
         plan.consent = consented ? Consent::GivenBefore : Consent::OfTheOperator;
-        plan.occasion = {place.list.sample, place.list.note, where};
+        plan.occasion = {place.list.sample, place.list.note, where, driftWords};
         putInForce(plan);
         if (plan.confocal) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
@@ -194,7 +212,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
 }
 
 // The scan whose journal an earlier run has left at that place of the list; nothing without one.
-std::optional<Outcome> ListRun::continueMap(const std::string& where) {
+std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::string& where) {
     for (const LeftJournal& left : leftJournals()) {
         std::optional<JournaledScan> scan = readScanJournal(left);
         if (!scan || scan->plan().occasion.list != where) continue;
@@ -205,7 +223,11 @@ std::optional<Outcome> ListRun::continueMap(const std::string& where) {
         setField(Field::StartButton, "Stop");
         Outcome outcome{.end = ProcessEnd::Declined, .lastWords = "Not continued"};
         scan->map.conditions->consent = Consent::GivenBefore; // by whoever let the list go on
-        if (takeOverScan(std::move(*scan))) {
+        scan->map.conditions->occasion.drift += "; going on: " + driftWords;
+        if (std::string missed = goToCutMap(row, scan->plan().area); !missed.empty()) {
+            outcome.troubles.push_back(missed);
+            if (session.stopRequested) outcome.end = processEnd();
+        } else if (takeOverScan(std::move(*scan))) {
             if (scanSettings.confocalEnabled) connectMissingCamera();
             showMapWindow(channelPhotocurrent);
             outcome = continueScan(left);
@@ -229,10 +251,11 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     ScanPlan plan = planOf(row, place.list, own.plan);
     plan.area = own.plan.area;
     putInForce(plan);
-    occasion = {place.list.sample, place.list.note, where};
+    if (row.kind == ListKind::IvCurve && !selectedInstrument().canSweep)
+        return declined("the instrument is no source");
+    occasion = {place.list.sample, place.list.note, where, driftWords};
     Outcome outcome;
     if (row.kind == ListKind::IvCurve) {
-        if (!selectedInstrument().canSweep) return declined("the instrument is no source");
         const auto points = static_cast<int32_t>(row.quarterPoints);
         const auto range = static_cast<float>(row.rangeVolts);
         outcome = runSweep({range, range / static_cast<float>(points), points});
@@ -278,9 +301,47 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
     logEvent("List: " + where);
     startedMs = tickCountMs();
     session.stopRequested = 0;
+    Outcome looked{.lastWords = "Not measured"};
+    const ListRow followed = lookAtDrift(row, repeat, looked);
+    looked.end = processEnd();
+    if (session.stopRequested) return looked;
+    Outcome outcome = measureAtPlace(followed, where);
+    outcome.troubles.insert(outcome.troubles.end(), looked.troubles.begin(), looked.troubles.end());
+    return outcome;
+}
+
+// The row where it lies now, as far as the stage follows.
+ListRow ListRun::lookAtDrift(size_t row, int32_t repeat, Outcome& outcome) {
+    const ListRow& of = place.list.rows[row];
+    drift.look(place, outcome);
+    driftWords = drift.words();
+    ListRow followed = of;
+    if (place.list.followsDrift && !session.stopRequested) {
+        std::string why = drift.follow(place);
+        if (why.empty()) say(keepFollowed(place));
+        followed.xUm += place.followed.x;
+        followed.yUm += place.followed.y;
+        const std::string beyond = whyNotMeasured(followed);
+        if (!beyond.empty() && whyNotMeasured(of).empty()) {
+            why = "Drift not followed: " + beyond;
+            followed = of;
+        }
+        if (!why.empty()) outcome.troubles.push_back(why);
+        notFollowed += !why.empty();
+        driftWords += formatted("; followed by X %+.2f, Y %+.2f um", followed.xUm - of.xUm,
+                                followed.yUm - of.yUm);
+    }
+    logEvent("Drift: " + driftWords);
+    say(recordEvent(place,
+                    formatted("row %d, repeat %d: drift ", numberOf(row), repeat) + driftWords));
+    show(row, "runs, drift " + driftWords);
+    return followed;
+}
+
+Outcome ListRun::measureAtPlace(const ListRow& of, const std::string& where) {
     if (std::exchange(goesOnWithCutScan, false) && of.kind == ListKind::Map) {
         kind = of.kind;
-        const std::optional<Outcome> outcome = continueMap(where);
+        const std::optional<Outcome> outcome = continueMap(of, where);
         kind.reset();
         if (outcome) return *outcome;
     }
@@ -347,6 +408,16 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
     return false;
 }
 
+// As the operator wishes, with the repeats that are left.
+void ListRun::endRow(size_t row) {
+    failed.insert(row);
+    const auto repeats = static_cast<int32_t>(place.list.rows[row].repeats);
+    if (place.done[row] < repeats)
+        say(recordEvent(place, formatted("row %d ended by the operator, %d repeats not measured",
+                                         numberOf(row), repeats - place.done[row])));
+    while (place.done[row] < repeats) say(keepDone(place, row));
+}
+
 void ListRun::goHome(Outcome& told) {
     applyBias(0.0, static_cast<double>(own.plan.currentLimit));
     const bool asleep = end == ProcessEnd::Asleep;
@@ -354,9 +425,8 @@ void ListRun::goHome(Outcome& told) {
     setLaserLevel(0);
     if (asleep) return;
     const RunningProcess running;
-    const bool back = (homeZ >= stageZ.positionUm || moveTo(stageZ, homeZ)) &&
-                      moveXYTo(homeX, homeY, motorSpeed) && moveTo(stageZ, homeZ);
-    if (!back) told.troubles.emplace_back("The stage did not come back");
+    if (!travelTo({homeX, homeY, homeZ}).empty())
+        told.troubles.emplace_back("The stage did not come back");
     refreshPositions();
 }
 
@@ -369,7 +439,7 @@ Outcome ListRun::run() {
         if (!waitFor(*row, repeat)) {
             const Outcome stopped{.end = processEnd()};
             if (!goesOn(*row, stopped)) break;
-            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats); // the row ends
+            endRow(*row);
             continue;
         }
         const std::string started = nowText();
@@ -381,14 +451,12 @@ Outcome ListRun::run() {
         say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
                       std::string(nameOf(outcome.end)) +
                           (trouble == "none" ? "" : ", " + trouble)));
-        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble));
+        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble) +
+                       "; drift " + driftWords);
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
         if (!cutOff) say(keepDone(place, *row));
-        if (askedByOperator(outcome)) { // its repeats end with it
-            failed.insert(*row);
-            place.done[*row] = static_cast<int32_t>(place.list.rows[*row].repeats);
-        }
+        if (askedByOperator(outcome)) endRow(*row);
         if (ends) break;
     }
     Outcome told{.end = end};
@@ -398,6 +466,7 @@ Outcome ListRun::run() {
     told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured() - lost,
                                place.toMeasure());
     if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
+    if (notFollowed > 0) told.troubles.push_back(formatted("Drift not followed: %d", notFollowed));
     say(recordEvent(place, told.words()));
     if (unwritten) told.notWritten.emplace_back("the list's record");
     // What the computer's sleep or a closed window has cut off is offered again.
@@ -422,9 +491,10 @@ std::string whyNotMeasured(const ListRow& row) {
         return formatted("the laser gives at most %.4g uA", mostUa);
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
+    const double left = map ? x - runInOf(scanSettings.options, row.stepUm) : x;
     const double right = map ? x + (row.columns - 1) * row.stepUm : x;
     const double top = map ? y + (row.rows - 1) * row.stepUm : y;
-    for (const double to : {x, right})
+    for (const double to : {left, right})
         if (std::string why = beyondLimit(stageX, to); !why.empty()) return why;
     for (const double to : {y, top})
         if (std::string why = beyondLimit(stageY, to); !why.empty()) return why;
@@ -451,12 +521,10 @@ Outcome continueScanList(ListPlace place) {
     bool there = false;
     {
         const RunningProcess running;
-        const double z = byProgram(stageZ, place.homeZ);
         showInformation("Moving to where the list began");
-        there =
-            (z >= stageZ.positionUm || moveTo(stageZ, z)) &&
-            moveXYTo(byProgram(stageX, place.homeX), byProgram(stageY, place.homeY), motorSpeed) &&
-            moveTo(stageZ, z);
+        there = travelTo({byProgram(stageX, place.homeX), byProgram(stageY, place.homeY),
+                          byProgram(stageZ, place.homeZ)})
+                    .empty();
     }
     if (!there) {
         Outcome told{.end = ProcessEnd::Declined,

@@ -121,6 +121,7 @@ std::string takeLine(ScanList& list, const std::string& name, const std::string&
         return takeYes(list.goesOnAfterFailure, value) ? "" : "yes or no";
     if (name == "bias stays in a pause")
         return takeYes(list.keepsBiasInAPause, value) ? "" : "yes or no";
+    if (name == "follow drift") return takeYes(list.followsDrift, value) ? "" : "yes or no";
     return "\"" + name + "\" is not known";
 }
 
@@ -174,6 +175,7 @@ std::string textOf(const ScanList& list) {
     if (!list.setUpInForce.empty()) text += "set-up = " + oneLine(list.setUpInForce) + "\n";
     text += std::string("goes on after a failure = ") + yesNo(list.goesOnAfterFailure);
     text += std::string("bias stays in a pause = ") + yesNo(list.keepsBiasInAPause);
+    text += std::string("follow drift = ") + yesNo(list.followsDrift);
     for (const ListRow& row : list.rows) {
         text += lineOf(row);
         text += '\n';

@@ -43,6 +43,7 @@ struct ScanList {
     std::string name = "list"; // of its file, without the ending
     bool goesOnAfterFailure = true;
     bool keepsBiasInAPause = false;
+    bool followsDrift = false;
     std::string sample, note;
     std::string setUpInForce; // its words as the rows were made; empty: nobody knows
     std::vector<ListRow> rows;

@@ -10,10 +10,12 @@
 #include "platform/text_format.h"
 #include "screen/screen.h"
 #include "session/message_box.h"
+#include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -33,6 +35,15 @@ BoxAnswer askAtPoint(int x, int row, Colour mark, const char* question, BoxButto
     const std::string caption =
         formatted("Position: (%d,%d), Blue intensity:%u", x, row, pixelBlue(cameraImage, x, row));
     return showMessageBox(windows.main, question, caption.c_str(), buttons);
+}
+
+// What comes of a move to a point that was chosen.
+void endMove(bool arrived) {
+    if (!windows.main) return; // closed meanwhile
+    if (!arrived) showMessageBox(windows.main, "Motor limited", "Motor error", BoxButtons::Ok);
+    waitResponsive(100);
+    switchLiveView(LiveView::On);
+    refreshPositions();
 }
 
 // One of several objectives has its own.
@@ -81,10 +92,19 @@ void moveToClickedPoint(int x, int y) {
     } // Cancel moves by the clicked position itself: neither centre nor spot.
 
     const StageVector way = wayOf(dx, dy);
-    const bool arrived = moveXYBy(way.x, way.y, motorSpeed);
-    if (!windows.main) return; // closed meanwhile
-    if (!arrived) showMessageBox(windows.main, "Motor limited", "Motor error", BoxButtons::Ok);
-    waitResponsive(100);
-    switchLiveView(LiveView::On);
-    refreshPositions();
+    endMove(moveXYBy(way.x, way.y, motorSpeed));
+}
+
+void moveToPlace(const SamplePlace& place) {
+    const StageVector to = stageFor(place);
+    for (const auto& [axis, um] :
+         {std::pair<const StageAxis&, double>(stageX, to.x), {stageY, to.y}})
+        if (const std::string why = beyondLimit(axis, um); !why.empty())
+            return showInformation(why.c_str());
+    const std::string caption = formatted("Position: X %.1f um, Y %.1f um", to.x, to.y);
+    if (showMessageBox(windows.main, "Do you want to move this point under the laser spot?",
+                       caption.c_str(), BoxButtons::YesNo) != BoxAnswer::Yes ||
+        !windows.main || stageIsBusy())
+        return;
+    endMove(moveXYTo(to.x, to.y, motorSpeed));
 }

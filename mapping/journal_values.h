@@ -124,4 +124,8 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("note", c.occasion.note);
     visit.added("list", c.occasion.list);
     visit.added("keeps bias in a pause", c.options.keepsBiasInAPause);
+    visit.added("drift", c.occasion.drift);
+    visit.added("zero known", c.zeroKnown);
+    visit.added("zero x um", c.zeroXUm);
+    visit.added("zero y um", c.zeroYUm);
 }

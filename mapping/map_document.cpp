@@ -134,11 +134,20 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     add("Step", quantity(scan.area.scanStep, "um"));
     add("First point X", placeUm(scan.firstXUm()));
     add("First point Y", placeUm(scan.firstYUm()));
+    if (scan.zeroKnown) {
+        add("Controller's count at X 0", placeUm(scan.zeroXUm));
+        add("Controller's count at Y 0", placeUm(scan.zeroYUm));
+    }
     add("Order", "rows from the lowest Y upwards, each from left to right");
     add("Laser spot", formatted("%d, %d px from the picture's lower left corner", scan.laserSpot.x,
                                 scan.laserSpot.y));
     if (scan.confocal) addCamera(lines, scan);
     add("Settle time of a row", formatted("%u ms", scan.rowSettleMs));
+    if (scan.focus.follows)
+        add("Focus plane",
+            wordsOf(scan.focus) + formatted(", from the Z of the start at X %.3f, Y %.3f um",
+                                            scan.homeXUm + scan.focus.fromXUm,
+                                            scan.homeYUm + scan.focus.fromYUm));
     add("Run-in to a row", quantity(scan.runInUm(), "um"));
     add("Wait after the arrival at a point", formatted("%d ms", scan.options.settleMs));
     add("Wait before a reading", formatted("%u ms", scan.beforeReadingMs()));
@@ -160,10 +169,6 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
     return lines;
 }
 
-bool isKnown(PointMark mark, bool ofCamera) {
-    return mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
-}
-
 GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
     const Map& cells = map.maps[plane.map];
     GwyChannel channel;
@@ -179,14 +184,13 @@ GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
             // A number that is none would spoil the whole channel in the reader.
             const double finite = std::isfinite(value) ? static_cast<double>(value) : 0.0;
             const PointMark mark = map.marks[column][row];
-            const bool known = isKnown(mark, plane.ofCamera());
             // The 0 of a cell that has no reading is none of the amplifier's volts.
             const bool isReading = std::isfinite(value) && mark != PointMark::NotMeasured;
             const double inSi = !plane.unit                            ? finite
                                 : isReading || plane.unit->zero == 0.0 ? plane.unit->inSi(finite)
                                                                        : 0.0;
             channel.values.push_back(inSi);
-            channel.unmeasured.push_back(known && !isOverload(value) ? 0 : 1);
+            channel.unmeasured.push_back(isMasked(map, column, row, plane.map) ? 1 : 0);
         }
     return channel;
 }
@@ -195,11 +199,6 @@ GwyChannel channelOf(const ScanMap& map, const Plane& plane) {
 
 std::string quantity(double value, const char* unit) {
     return formatted("%.9g %s", value, unit);
-}
-
-std::string timeText(const LocalTime& time) {
-    return formatted("%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
-                     time.minute, time.second);
 }
 
 std::string biasText(const ScanConditions& scan) {
@@ -224,6 +223,7 @@ Conditions setUpOf(const ScanConditions& scan) {
     if (!of.sample.empty()) add("Sample", printable(of.sample));
     if (!of.note.empty()) add("Note", printable(of.note));
     if (!of.list.empty()) add("Scan list", printable(of.list));
+    if (!of.drift.empty()) add("Drift", printable(of.drift));
     add("Instrument", narrowed(instrumentKind(scan.ammeterKind).name));
     if (!scan.instrumentIdentity.empty())
         add("Instrument's answer to *IDN?", printable(scan.instrumentIdentity));

@@ -14,7 +14,6 @@ Conditions setUpOf(const ScanConditions& scan);
 
 // As they stand in the conditions.
 std::string quantity(double value, const char* unit); // nine digits
-std::string timeText(const LocalTime& time);          // to the second
 std::string biasText(const ScanConditions& scan);
 
 // Where the map lies, in stage coordinates: a pixel for each point, the point in its middle.

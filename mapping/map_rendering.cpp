@@ -4,6 +4,9 @@
 #include "camera/display.h"
 #include "camera/picture.h"
 #include "instruments/ammeter.h"
+#include "mapping/map_legend.h"
+#include "mapping/map_look.h"
+#include "mapping/map_place.h"
 #include "mapping/scan_area.h"
 #include "platform/clock.h"
 #include "platform/surface_owners.h"
@@ -15,12 +18,13 @@
 #include "session/responsive_wait.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
+#include <utility>
 
 namespace {
 
 constexpr Colour mapGround = colourRgb(0xC8, 0xC8, 0xC8);
-constexpr int highestLevel = 1023;
 constexpr int drawTries = 20;
 
 // Where the picture windows stand on the screen: beside the main window, one above the other.
@@ -39,9 +43,24 @@ int rowsOf(const Map& map) {
     return map.empty() ? 0 : static_cast<int>(map.front().size());
 }
 
-int levelOf(float value, float lowest, float highest) {
-    const float level = (value - lowest) * 1023.0f / (highest - lowest);
-    return std::clamp(truncated(static_cast<double>(level)), 0, highestLevel);
+// The map that was read from a file, while the map window shows it.
+std::unique_ptr<ScanMap> fileMap;
+
+// In this object's block the windows' map is that of the scans: the confocal window, and what is
+// saved, know no file.
+class WithoutFile {
+public:
+    WithoutFile() : hidden(std::exchange(fileMapShown, nullptr)) {}
+    ~WithoutFile() { fileMapShown = hidden; }
+    WithoutFile(const WithoutFile&) = delete;
+    WithoutFile& operator=(const WithoutFile&) = delete;
+
+private:
+    const ScanMap* const hidden;
+};
+
+MapViews& viewsOf(WindowHandle window) {
+    return window == windows.map && fileMap ? fileMap->views : scanMap.views;
 }
 
 // Colour values hold red in the low byte, pixels in the third.
@@ -49,103 +68,103 @@ uint32_t pixelOf(Colour colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
 }
 
-std::optional<Unit> unitOf(size_t map) {
-    for (const Plane& plane : planesOf(scanMap))
-        if (plane.map == map) return plane.unit;
-    return {};
+bool isOfInstrument(int channel) {
+    return channel == channelPhotocurrent || channel >= channelFurther;
 }
 
-// How a map's values become colours: the lowest is that of the least current, which behind an
-// inverting amplifier is the highest of the volts.
-struct Scale {
-    Extremes extremes{};
-    Colour (*colour)(int level) = colourOf;
-    float up = 1.0f; // to a value that stands for more
-};
-
-// Of the rows [first, end). An angle has a whole turn, whatever of it there is.
-Scale scaleOf(size_t map, size_t first, size_t end) {
-    const std::optional<Unit> unit = unitOf(map);
-    if (unit && unit->closes) return {{-180.0f, 180.0f}, circleColourOf};
-    const Extremes found = extremesOf(scanMap, map, first, end);
-    if (unit && unit->falls()) return {{found.highest, found.lowest}, colourOf, -1.0f};
-    return {found};
+// Also of a colour, for its size.
+size_t instrumentPlane(const ScanMap& map, int channel) {
+    return isOfInstrument(channel) ? planeShown(map, channel) : size_t{planePhotocurrent};
 }
 
-// Grey, as nothing in the scale, where the instrument's range was exceeded.
-uint32_t currentPixel(size_t plane, size_t column, size_t row, const Scale& scale) {
-    if (!isInScale(scanMap, column, row, plane)) return pixelOf(mapGround);
-    const float value = scanMap.maps[plane][column][row];
-    return pixelOf(scale.colour(levelOf(value, scale.extremes.lowest, scale.extremes.highest)));
+// Nothing that a scale has, for cells that hold no measured number.
+uint32_t hatched(int x, int y) {
+    constexpr int period = 4;
+    return (x + y) % period == 0 ? 0x808080 : pixelOf(mapGround);
 }
 
-uint32_t confocalPixel(int channel, size_t column, size_t row) {
+uint32_t confocalPixel(const ScanMap& map, int channel, size_t column, size_t row) {
     uint32_t pixel = 0;
     for (int plane = planeRed; plane <= planeBlue; ++plane) {
         pixel <<= 8;
         if (channel != channelConfocal && channel != plane) continue;
-        const float value = scanMap.maps[static_cast<size_t>(plane)][column][row];
+        const float value = map.maps[static_cast<size_t>(plane)][column][row];
         pixel |= static_cast<uint32_t>(truncated(static_cast<double>(value))) & 255;
     }
     return pixel;
 }
 
-bool isOfInstrument(int channel) {
-    return channel == channelPhotocurrent || channel >= channelFurther;
-}
+// Some rows of a map, a pixel a cell, top-down.
+struct Cells {
+    int columns = 0, rows = 0, firstRow = 0;
+    std::vector<uint32_t> pixels;
+    std::vector<uint8_t> masked; // by row: whether a cell of it is
+};
+constexpr uint32_t maskedCell = 0xFF000000; // no colour has the fourth byte
 
-size_t planeShown(int channel) {
-    if (channel < channelFurther) return planePhotocurrent; // also of a colour, for its size
-    const size_t plane = firstFurtherMap + static_cast<size_t>(channel - channelFurther);
-    return plane < scanMap.maps.size() ? plane : size_t{planePhotocurrent};
-}
-
-// Draws one row of cells as squares in one go; `pixelOfColumn` gives a cell's pixel.
-template <class PixelOfColumn>
-void drawRow(WindowHandle window, int columns, int row, PixelOfColumn pixelOfColumn) {
-    const int cell = scanArea.cellPx;
-    const int width = columns * cell;
-    if (width <= 0) return; // no scan area yet
-    std::vector<uint32_t> block(static_cast<size_t>(width) * static_cast<size_t>(cell));
-    for (int column = 0; column < columns; ++column)
-        std::fill_n(block.begin() + column * cell, cell,
-                    pixelOfColumn(static_cast<size_t>(column)));
-    for (int line = 1; line < cell; ++line)
-        std::copy_n(block.begin(), width, block.begin() + line * width);
-    const WindowContext target(window);
-    if (!target.context) return;
-    putPixels(target.context, 0, row * cell, width, cell, block.data());
-}
-
-// The whole map, one pixel a cell, rows top-down.
-std::vector<uint32_t> renderCells(int channel) {
-    const size_t plane = planeShown(channel);
-    const Map& map = scanMap.maps[plane];
-    const size_t columns = map.size();
-    const auto rows = static_cast<size_t>(rowsOf(map));
-    std::vector<uint32_t> cells(columns * rows);
-    Scale scale;
-    if (isOfInstrument(channel)) {
-        scale = scaleOf(plane, 0, rows);
-        auto& [lowest, highest] = scale.extremes;
-        // Only the maximum moves here, unlike in a live row.
-        if (highest == lowest) highest = lowest + scale.up;
-        scanMap.mapMin = lowest;
-        scanMap.mapMax = highest;
-    }
-    for (size_t row = 0; row < rows; ++row) {
+// The rows [first, end) of a channel.
+Cells cellsOf(const ScanMap& map, int channel, const MapScale& scale, size_t first, size_t end) {
+    const size_t plane = isOfInstrument(channel) ? planeShown(map, channel) : size_t{planeRed};
+    const size_t columns = map.maps[plane].size();
+    Cells cells{static_cast<int>(columns), static_cast<int>(end - first), static_cast<int>(first)};
+    cells.pixels.resize(columns * (end - first));
+    cells.masked.resize(end - first);
+    for (size_t row = first; row < end; ++row)
         for (size_t column = 0; column < columns; ++column) {
-            uint32_t& cell = cells[row * columns + column];
-            cell = isOfInstrument(channel) ? currentPixel(plane, column, row, scale)
-                                           : confocalPixel(channel, column, row);
+            uint32_t& cell = cells.pixels[(row - first) * columns + column];
+            if (isMasked(map, column, row, plane)) {
+                cell = maskedCell;
+                cells.masked[row - first] = 1;
+            } else if (isOfInstrument(channel)) {
+                cell = pixelOf(scale.of(map.maps[plane][column][row]));
+            } else {
+                cell = confocalPixel(map, channel, column, row);
+            }
         }
-    }
     return cells;
 }
 
+// Draws one of their rows as squares in one go, the masked ones hatched.
+void drawCellRow(ContextHandle target, const Cells& cells, int row, int cell) {
+    const int width = cells.columns * cell, top = (cells.firstRow + row) * cell;
+    if (width <= 0) return; // no scan area yet
+    std::vector<uint32_t> block(static_cast<size_t>(width) * static_cast<size_t>(cell));
+    const uint32_t* const pixels =
+        cells.pixels.data() + static_cast<ptrdiff_t>(row) * cells.columns;
+    auto to = block.begin();
+    for (int line = 0; line < cell; ++line)
+        for (int x = 0; x < width; ++x) {
+            const uint32_t pixel = pixels[x / cell];
+            *to++ = pixel == maskedCell ? hatched(x, top + line) : pixel;
+        }
+    putPixels(target, 0, top, width, cell, block.data());
+}
+
+MapScale wholeScaleOf(const ScanMap& map, int channel) {
+    const size_t plane = planeShown(map, channel);
+    const auto rows = static_cast<size_t>(rowsOf(map.maps[plane]));
+    MapScale scale = scaleOf(map, plane, 0, rows, mapLook);
+    // Only the maximum moves here, unlike in a live row.
+    if (scale.highest == scale.lowest) scale.highest = scale.lowest + scale.up;
+    return scale;
+}
+
+// The whole map; one of the instrument tells its ends.
+Cells renderCells(int channel) {
+    const ScanMap& map = shownMap();
+    MapScale scale;
+    if (isOfInstrument(channel)) {
+        scale = wholeScaleOf(map, channel);
+        scanMap.mapMin = scale.lowest;
+        scanMap.mapMax = scale.highest;
+    }
+    return cellsOf(map, channel, scale, 0,
+                   static_cast<size_t>(rowsOf(map.maps[planePhotocurrent])));
+}
+
 // One try to draw the map through a bitmap; true when it is on the window.
-bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int columns, int rows,
-                 int failures) {
+bool drawMapOnce(ContextHandle target, const Cells& cells, int failures) {
+    const int columns = cells.columns, rows = cells.rows;
     MemoryBitmap memory;
     memory.context = makeMemoryContext(target);
     if (!memory.context) {
@@ -158,11 +177,14 @@ bool drawMapOnce(ContextHandle target, const std::vector<uint32_t>& cells, int c
         sleepMs(100);
         return false;
     }
-    putPixels(memory.context, 0, 0, columns, rows, cells.data());
-    const int cell = scanArea.cellPx; // 0 before there is a scan area
-    if (cell == 0 ||
-        stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows))
+    putPixels(memory.context, 0, 0, columns, rows, cells.pixels.data());
+    const int cell = shownArea().cellPx; // 0 before there is a scan area
+    if (cell == 0) return true;
+    if (stretchArea(target, columns * cell, rows * cell, memory.context, columns, rows)) {
+        for (int row = 0; row < rows; ++row)
+            if (cells.masked[static_cast<size_t>(row)]) drawCellRow(target, cells, row, cell);
         return true;
+    }
     showInformation(formatted("BitBlt to window has failed, error count: %d", failures).c_str());
     waitResponsive(100);
     return false;
@@ -176,73 +198,74 @@ int channelOf(const Plane& plane) {
     return map < first ? map : channelFurther + map - first;
 }
 
-Colour colourOf(int level) {
-    const auto part = [](int value) { return static_cast<unsigned>(std::max(value, 0)) & 255; };
-    return colourRgb(part(level / 4), part(std::max(level - 512, 0) / 2), part(level - 768));
-}
-
-Colour circleColourOf(int level) {
-    constexpr int sixth = 171;            // of the levels: from one full colour to the next
-    const auto part = [level](int from) { // rises, stays for two sixths, falls
-        const int at = (level + from) % (6 * sixth);
-        const int height = at < sixth ? at : at < 3 * sixth ? sixth : std::max(4 * sixth - at, 0);
-        return static_cast<unsigned>(height * 255 / sixth);
-    };
-    return colourRgb(part(2 * sixth), part(0), part(4 * sixth));
-}
-
 void drawMapRow(WindowHandle window, const Map& map, int row) {
     const auto r = static_cast<size_t>(row);
-    Scale scale = scaleOf(planePhotocurrent, r, r + 1);
-    auto& [lowest, highest] = scale.extremes;
-    if (highest - lowest == 0.0f) {
-        highest += scale.up;
-        lowest -= scale.up;
+    // A row by itself shows all of it.
+    MapLook own = mapLook;
+    own.range = RangeWay::Whole;
+    MapScale scale = scaleOf(scanMap, planePhotocurrent, r, r + 1, own);
+    if (scale.highest - scale.lowest == 0.0f) {
+        scale.highest += scale.up;
+        scale.lowest -= scale.up;
     }
-    drawRow(window, columnsOf(map), row,
-            [&](size_t column) { return currentPixel(planePhotocurrent, column, r, scale); });
+    const WindowContext target(window);
+    if (target.context && columnsOf(map) > 0)
+        drawCellRow(target.context, cellsOf(scanMap, channelPhotocurrent, scale, r, r + 1), 0,
+                    scanArea.cellPx);
 }
 
 void drawConfocalRow(WindowHandle window, int row) {
-    drawRow(window, columnsOf(scanMap.maps[planeRed]), row, [row](size_t column) {
-        return confocalPixel(channelConfocal, column, static_cast<size_t>(row));
-    });
+    const auto r = static_cast<size_t>(row);
+    const WindowContext target(window);
+    if (target.context && columnsOf(scanMap.maps[planeRed]) > 0)
+        drawCellRow(target.context, cellsOf(scanMap, channelConfocal, {}, r, r + 1), 0,
+                    scanArea.cellPx);
 }
 
 namespace {
 
 bool drawMapOn(ContextHandle target, Extent size, int channel) {
     fillArea(target, size.width, size.height, mapGround);
-    const int columns = columnsOf(scanMap.maps[planePhotocurrent]);
-    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
-    const std::vector<uint32_t> cells = renderCells(channel);
+    const Cells cells = renderCells(channel);
     int failures = 0;
-    while (!drawMapOnce(target, cells, columns, rows, failures))
+    while (!drawMapOnce(target, cells, failures))
         if (++failures == drawTries) return false;
     return true;
 }
 
 void drawColourBarOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
-    const auto colour = unit && unit->closes ? circleColourOf : colourOf;
-    const int height = truncated(scanArea.mapHeightPx * 0.9);
-    const int left = scanArea.mapWidthPx + 10;
+    const ScanArea& area = shownArea();
+    const auto colour =
+        scaleOf(shownMap(), instrumentPlane(shownMap(), channel), 0, 0, mapLook).colour;
+    const int height = truncated(area.mapHeightPx * 0.9);
+    const int left = area.mapWidthPx + 10;
     for (int i = 0; i < height; ++i) {
-        const int y = truncated((height - i) + scanArea.mapHeightPx * 0.1);
+        const int y = truncated((height - i) + area.mapHeightPx * 0.1);
         drawLine(target, left, y, left + 20, y, colour(i * highestLevel / height));
     }
 }
 
 void drawScaleLabelsOn(ContextHandle target, int channel) {
-    const std::optional<Unit> unit = unitOf(planeShown(channel));
+    const std::optional<Unit> unit = unitOfPlane(shownMap(), instrumentPlane(shownMap(), channel));
     const auto label = [&unit](float value) {
         const auto number = static_cast<double>(value);
         return unit ? formatted("%.*f%s", unit->decimals, unit->shown(number), unit->shownAs)
                     : formatted("%.1f", number);
     };
-    const int left = scanArea.mapWidthPx + 10;
+    const int left = shownArea().mapWidthPx + 10;
     drawText(target, left, 0, label(scanMap.mapMax).c_str(), 0, false);
-    drawText(target, left, scanArea.mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+    drawText(target, left, shownArea().mapHeightPx, label(scanMap.mapMin).c_str(), 0, false);
+}
+
+int legendTop() {
+    return shownArea().mapHeightPx + labelHeightPx + 4;
+}
+
+std::string titleOf(int channel) {
+    if (channel == channelConfocal) return "Confocal image";
+    for (const Plane& plane : planesOf(shownMap()))
+        if (plane.map == planeShown(shownMap(), channel)) return plane.title;
+    return "";
 }
 
 } // namespace
@@ -250,28 +273,36 @@ void drawScaleLabelsOn(ContextHandle target, int channel) {
 int drawMap(WindowHandle window, int channel) {
     const WindowContext target(window);
     if (!target.context) return 0;
-    const bool drawn = drawMapOn(target.context, clientExtent(window), channel);
-    (window == windows.map ? scanMap.views.mapChannel : scanMap.views.confocalChannel) = channel;
-    return drawn ? 1 : 0;
+    MapViews& views = viewsOf(window);
+    (window == windows.map ? views.mapChannel : views.confocalChannel) = channel;
+    if (window == windows.map) return drawMapOn(target.context, clientExtent(window), channel);
+    const WithoutFile scanned;
+    return drawMapOn(target.context, clientExtent(window), channel);
 }
 
 void drawColourBar(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawColourBarOn(target.context, scanMap.views.mapChannel);
+    if (target.context) drawColourBarOn(target.context, viewsOf(window).mapChannel);
 }
 
 void drawScaleLabels(WindowHandle window) {
     const WindowContext target(window);
-    if (target.context) drawScaleLabelsOn(target.context, scanMap.views.mapChannel);
+    if (target.context) drawScaleLabelsOn(target.context, viewsOf(window).mapChannel);
 }
 
 bool saveMapImage(WindowHandle window, int channel, const char* label) {
     if (!window) return true; // closed meanwhile
+    const WithoutFile scanned;
     // What the window shows may be black: a locked screen, a remote session that has ended.
-    const bool larger = std::max(scanArea.cols, scanArea.rows) > scanArea.mapMaxPx;
-    const Extent size =
-        larger ? Extent{scanArea.mapWidthPx + scaleWidthPx, scanArea.mapHeightPx + labelHeightPx}
-               : clientExtent(window);
+    const bool larger = std::max(shownArea().cols, shownArea().rows) > shownArea().mapMaxPx;
+    Extent size = larger ? Extent{shownArea().mapWidthPx + scaleWidthPx,
+                                  shownArea().mapHeightPx + labelHeightPx}
+                         : clientExtent(window);
+    if (mapLook.legend) {
+        const Extent legend = legendExtent();
+        size.width = std::max({size.width, shownArea().mapWidthPx + scaleWidthPx, legend.width});
+        size.height = legendTop() + legend.height;
+    }
     const WindowContext like(window);
     MemoryBitmap memory;
     if (!like.context || !memory.make(like.context, size.width, size.height) ||
@@ -282,6 +313,10 @@ bool saveMapImage(WindowHandle window, int channel, const char* label) {
     if (isOfInstrument(channel)) {
         drawColourBarOn(memory.context, channel);
         drawScaleLabelsOn(memory.context, channel);
+    }
+    if (mapLook.legend) {
+        drawMapScale(memory.context);
+        drawLegend(memory.context, legendTop(), titleOf(channel).c_str());
     }
     memory.deselect(); // the encoder reads a bitmap that nobody draws on
     return saveNumberedImage(foldersOfMap(), memory.bitmap, label);
@@ -300,6 +335,8 @@ void markPoint(ContextHandle view, int x, int y) {
 void drawMapWithScale(int channel) {
     drawMap(windows.map, channel);
     if (!isOfInstrument(channel)) return;
+    const WindowContext target(windows.map);
+    if (target.context) drawMapScale(target.context);
     drawColourBar(windows.map);
     drawScaleLabels(windows.map);
 }
@@ -307,12 +344,20 @@ void drawMapWithScale(int channel) {
 namespace {
 
 void placeMapWindowForArea() {
-    placeMapWindow(picturesLeft, 0, scanArea.mapWidthPx + 100, scanArea.mapHeightPx + 55);
+    placeMapWindow(picturesLeft, 0, shownArea().mapWidthPx + 100, shownArea().mapHeightPx + 55);
+}
+
+// The map window shows no file any more.
+void leaveFileMap() {
+    if (!fileMap) return;
+    forgetFileMap();
+    setWindowText(windows.map, "Photocurrent map");
 }
 
 } // namespace
 
 void placePictureWindows() {
+    leaveFileMap();
     placeMapWindowForArea();
     if (mapIsConfocal())
         placeConfocalWindow(picturesLeft, confocalTop, scanArea.mapWidthPx + 50,
@@ -320,8 +365,26 @@ void placePictureWindows() {
 }
 
 void showMapWindow(int channel) {
+    leaveFileMap();
     placeMapWindowForArea();
     drawMapWithScale(channel);
+}
+
+void showFileMap(ScanMap map, const std::string& title) {
+    fileMap = std::make_unique<ScanMap>(std::move(map));
+    fileMapShown = fileMap.get();
+    placeMapWindowForArea();
+    setWindowText(windows.map, title.c_str());
+    drawMapWithScale(fileMap->views.mapChannel);
+}
+
+const ScanMap* shownFileMap() {
+    return fileMap.get();
+}
+
+void forgetFileMap() {
+    fileMapShown = nullptr;
+    fileMap.reset();
 }
 
 namespace {
@@ -337,6 +400,7 @@ void coverWithGround(WindowHandle window) {
 } // namespace
 
 void startLiveRows() {
+    leaveFileMap();
     scanMap.views.liveRowsFrom = rowsOf(scanMap.maps[planePhotocurrent]);
     coverWithGround(windows.map);
     if (mapIsConfocal()) coverWithGround(windows.confocal);
@@ -346,12 +410,68 @@ void setLiveRows(int firstDrawnRow) {
     scanMap.views.liveRowsFrom = firstDrawnRow;
 }
 
+namespace {
+
+// The rows so far by one scale.
+void drawLiveRows(const MapScale& scale, int first) {
+    const WindowContext target(windows.map);
+    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
+    if (!target.context) return;
+    const Cells cells = cellsOf(scanMap, channelPhotocurrent, scale, static_cast<size_t>(first),
+                                static_cast<size_t>(rows));
+    for (int row = 0; row < cells.rows; ++row)
+        drawCellRow(target.context, cells, row, scanArea.cellPx);
+}
+
+void drawLiveScale(const MapScale& scale) {
+    const WindowContext target(windows.map);
+    if (!target.context) return;
+    scanMap.mapMin = scale.lowest;
+    scanMap.mapMax = scale.highest;
+    drawColourBarOn(target.context, channelPhotocurrent);
+    drawScaleLabelsOn(target.context, channelPhotocurrent);
+}
+
+// Of the rows from that one on, down to the first that was scanned.
+MapScale liveScaleFrom(int row) {
+    const int rows = rowsOf(scanMap.maps[planePhotocurrent]);
+    MapScale scale = scaleOf(scanMap, planePhotocurrent, static_cast<size_t>(row),
+                             static_cast<size_t>(rows), mapLook);
+    if (scale.highest == scale.lowest) scale.highest = scale.lowest + scale.up;
+    return scale;
+}
+
+} // namespace
+
+void drawLiveRow(int row) {
+    if (!mapLook.oneScale) return drawMapRow(windows.map, scanMap.maps[planePhotocurrent], row);
+    const MapScale scale = liveScaleFrom(row);
+    const bool isAsBefore = scale.lowest == scanMap.mapMin && scale.highest == scanMap.mapMax;
+    if (isAsBefore && row + 1 < rowsOf(scanMap.maps[planePhotocurrent])) {
+        const WindowContext target(windows.map);
+        const auto r = static_cast<size_t>(row);
+        if (target.context)
+            drawCellRow(target.context, cellsOf(scanMap, channelPhotocurrent, scale, r, r + 1), 0,
+                        scanArea.cellPx);
+        return;
+    }
+    coverWithGround(windows.map); // longer labels
+    drawLiveRows(scale, row);
+    drawLiveScale(scale);
+}
+
 void repaintMapWindow() {
-    if (scanMap.views.liveRowsFrom < 0) return drawMapWithScale(scanMap.views.mapChannel);
+    const int first = scanMap.views.liveRowsFrom;
+    if (first < 0) return drawMapWithScale(viewsOf(windows.map).mapChannel);
     coverWithGround(windows.map);
     const Map& map = scanMap.maps[planePhotocurrent];
-    for (int row = scanMap.views.liveRowsFrom; row < rowsOf(map); ++row)
-        drawMapRow(windows.map, map, row);
+    if (first >= rowsOf(map)) return;
+    if (mapLook.oneScale) {
+        const MapScale scale = liveScaleFrom(first);
+        drawLiveRows(scale, first);
+        return drawLiveScale(scale);
+    }
+    for (int row = first; row < rowsOf(map); ++row) drawMapRow(windows.map, map, row);
 }
 
 void repaintConfocalWindow() {

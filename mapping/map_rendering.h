@@ -1,22 +1,22 @@
 // Draws the maps: live row by row during a scan, whole afterwards.
 #pragma once
 
+#include "mapping/palettes.h"
 #include "mapping/scan_map.h"
 #include "platform/surface.h"
 
 #include <cstdint>
+#include <string>
 
 // Which of them shows a plane.
 int channelOf(const Plane& plane);
 
-// False colour of a level 0..1023: black over red and yellow to white.
-Colour colourOf(int level);
-
-// The same of an angle: the colours of the rainbow, the last of which is the first.
-Colour circleColourOf(int level);
-
 // One row of the photocurrent map, normalised to its own extremes, as squares of cellPx pixels.
 void drawMapRow(WindowHandle window, const Map& map, int row);
+
+// A row that a scan has finished: by its own extremes, or by one scale of all rows so far, which
+// then stands beside it and lets the others be drawn anew where it has changed.
+void drawLiveRow(int row);
 
 // One row of the three colour maps in true colour.
 void drawConfocalRow(WindowHandle window, int row);
@@ -45,8 +45,16 @@ void drawMapWithScale(int channel);
 // reported; of a window that was closed nothing is saved, and that is none.
 bool saveMapImage(WindowHandle window, int channel, const char* label);
 
-// Creates or shows the map window with a channel.
+// Creates or shows the map window with a channel of the map in memory.
 void showMapWindow(int channel);
+
+// Shows a map that was read from a file in the map window, with the channel that its views name;
+// its conditions say how it is laid out. It is none of the program's own: nothing is saved of it,
+// and the map in memory is back in the window with the next of showMapWindow, placePictureWindows
+// and startLiveRows, so at the latest when a scan begins.
+void showFileMap(ScanMap map, const std::string& title);
+const ScanMap* shownFileMap(); // null while the window shows the map in memory
+void forgetFileMap();          // without a word to the window
 
 // A scan begins to draw its rows: the windows of its maps show none yet.
 void startLiveRows();

@@ -6,7 +6,8 @@
 // Each one line, empty where he has none.
 struct Occasion {
     std::string sample, note;
-    std::string list; // "night, row 2 of 4, repeat 1 of 3"; empty of one that was started by hand
+    std::string list;  // "night, row 2 of 4, repeat 1 of 3"; empty of one that was started by hand
+    std::string drift; // of the sample on the stage; empty where nobody has looked
 };
 extern Occasion occasion; // of the next measurement
 

@@ -8,6 +8,7 @@
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
+#include "mapping/focus_following.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/map_saving.h"
@@ -17,6 +18,7 @@
 #include "mapping/scan_map.h"
 #include "mapping/scan_pace.h"
 #include "mapping/scan_report.h"
+#include "motion/travel.h"
 #include "platform/clock.h"
 #include "platform/messages.h"
 #include "platform/surface_owners.h"
@@ -44,13 +46,6 @@ namespace {
 NotThere notThere(const StageAxis& axis) {
     const bool told = axis.missed != Miss::Nothing;
     return {"XYZ"[indexOf(axis)], told ? axis.missed : Miss::Stalled};
-}
-
-// Without one of the two no further point is reached.
-const StageAxis* axisThatIsOut() {
-    for (const StageAxis* axis : {&stageX, &stageY})
-        if (axisIsOut(*axis)) return axis;
-    return nullptr;
 }
 
 bool swingXY(const ArrivalTiming& timing) {
@@ -85,7 +80,8 @@ public:
                                                                 static_cast<uint32_t>(
                                                                     plan.options.settleMs),
                                                                 toleranceUm},
-          pace(0, 0, 0.0), homeX(currentPositionUm(stageX)), homeY(currentPositionUm(stageY)) {
+          focus(plan.focus, timing), pace(0, 0, 0.0), homeX(currentPositionUm(stageX)),
+          homeY(currentPositionUm(stageY)) {
         running = this;
     }
     ~Scan() { running = nullptr; }
@@ -96,6 +92,7 @@ public:
     void refuseKeys() { refusedMs = std::max<uint64_t>(tickCountMs(), 1); }
     double remainingMs() const { return pace.remainingMs(); }
     void noteEnd(ProcessEnd end) const;
+    ScanProgress progress() const { return {report.pointsDone, area.totalPoints}; }
 
     static Scan* running; // null without one
 
@@ -106,9 +103,10 @@ private:
     void showFirstWindows();
     bool consentGiven(bool compensated);
     void scanAllRows();
-    bool scanRow(const WindowContext& view, int row);
+    bool scanRow(int row);
     bool pauseIfAsked(PauseBehind justDone, const std::string& behind);
     void lightUp() const;
+    const StageAxis* axisThatIsOut() const;
     RowStart goToRow(double y);
     bool hasComeTo(StageAxis& axis, double targetUm);
     NotThere lookAtPoint(double x, double y, bool moved, bool looked, const RowStart& start);
@@ -120,7 +118,7 @@ private:
     void showProgressAt(int point) const;
     void showRemaining() const;
     void showEnd() const;
-    void markScanPoint(const WindowContext& view, int row, int column) const;
+    void markScanPoint(int row, int column) const;
     void lookAtFocus(const std::string& when);
     void lookAtSettings(int row, bool isLast);
     void takeSettings();
@@ -141,6 +139,7 @@ private:
     std::vector<Plane> planes;
     ScanReport report;
     BiasWatch biasWatch;
+    FocusFollower focus;
     ScanPace pace;
     const double homeX, homeY;         // where the stage stood, um
     double startX = 0.0, startY = 0.0; // the first point
@@ -210,11 +209,19 @@ bool Scan::hasComeTo(StageAxis& axis, double targetUm) {
     return axis.axisNumber != 0 && standsAt(axis, targetUm, toleranceUm, timing);
 }
 
+// Without one of those that it moves no further point is reached.
+const StageAxis* Scan::axisThatIsOut() const {
+    for (const StageAxis* axis : {&stageX, &stageY})
+        if (axisIsOut(*axis)) return axis;
+    return focus.follows() && axisIsOut(stageZ) ? &stageZ : nullptr;
+}
+
 RowStart Scan::goToRow(double y) {
     RowStart row;
     const double runIn = plan.runInUm();
     const double runInX = startX - runIn;
     if (!moveXYTo(runInX, y, motorSpeed, timing)) showProgress("Motor range limited");
+    if (!session.stopRequested) focus.goToRow(startX, startX + (area.cols - 1) * area.scanStep, y);
     biasWatch.read(
         readPhotocurrent()); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.
@@ -250,8 +257,9 @@ NotThere Scan::lookAtPoint(double x, double y, bool moved, bool looked, const Ro
     if (x < start.soundFromX) return start.xMissed;
     if (!looked && !hasComeTo(stageX, x)) return notThere(stageX);
     if (stageY.axisNumber == 0) stageY.missed = Miss::NoController;
-    const bool stands = stageY.axisNumber != 0 && stillStandsAt(stageY, y, toleranceUm, timing);
-    return stands ? NotThere{} : notThere(stageY);
+    if (stageY.axisNumber == 0 || !stillStandsAt(stageY, y, toleranceUm, timing))
+        return notThere(stageY);
+    return {focus.missed() == Miss::Nothing ? '-' : 'Z', focus.missed()};
 }
 
 // Nothing when a stop came before the last reading.
@@ -332,12 +340,14 @@ bool Scan::measurePoint(const Point& point, int mapRow) {
     return true;
 }
 
-void Scan::markScanPoint(const WindowContext& view, int row, int column) const {
+void Scan::markScanPoint(int row, int column) const {
+    const WindowContext view(windows.main);
+    if (!view.context) return;
     const PixelPoint point = pointOnPresentView(area, column, row);
     markPoint(view.context, point.x, point.y);
 }
 
-// Nothing here moves Z: only a look tells that it is lost or in an alarm.
+// Without a plane nothing here moves Z: only a look tells that it is lost or in an alarm.
 void Scan::lookAtFocus(const std::string& when) {
     readPosition(stageZ);
     const std::string trouble = axisTrouble(stageZ);
@@ -409,7 +419,7 @@ bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.
-bool Scan::scanRow(const WindowContext& view, int row) {
+bool Scan::scanRow(int row) {
     const int mapRow = area.rows - 1 - row;
     const double y = startY + row * area.scanStep;
     pace.rowBegins(tickCountMs());
@@ -422,6 +432,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         const bool looked = stageX.axisNumber != 0 && stageX.positionUm != x;
         const bool moved = moveTo(stageX, x, timing);
         if (!moved) showProgress("Motor motion failure");
+        if (!session.stopRequested) focus.goToPoint(x, y);
         showProgressAt(report.pointsDone + 1);
         refreshPositions();
         if (session.stopRequested) return false; // a filter may want minutes
@@ -430,7 +441,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
         if (session.stopRequested) return false;
         const NotThere missed = lookAtPoint(x, y, moved, looked, start);
         if (session.stopRequested || axisThatIsOut()) return false;
-        markScanPoint(view, row, column);
+        markScanPoint(row, column);
         if (!measurePoint({row, column, missed}, mapRow)) return false;
         ++report.pointsDone;
         pace.pointDone(tickCountMs());
@@ -449,7 +460,7 @@ bool Scan::scanRow(const WindowContext& view, int row) {
     flushJournal();
     if (otherUnit) return false;
     setLiveRows(mapRow);
-    drawMapRow(windows.map, scanMap.maps[planePhotocurrent], mapRow);
+    drawLiveRow(mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
     if (pauseIfAsked(PauseBehind::Row, formatted(" behind row %d", row + 1))) swungAtRow = row + 1;
     return true;
@@ -481,6 +492,8 @@ void Scan::scanAllRows() {
         grabFrames(cameraState, 1);
     }
     lightUp();
+    const double rowUm = (area.cols - 1) * area.scanStep;
+    focus.withdrawForRow(startX, startX + rowUm, startY + firstRow * area.scanStep);
     if (!moveXYTo(startX, startY, motorSpeed, timing)) showProgress("Motor range limited");
     // A move of both axes ends up to 3 um before its target.
     const bool yIsThere = std::fabs(stageY.positionUm - startY) <= 3.0;
@@ -492,12 +505,10 @@ void Scan::scanAllRows() {
     elapsedMs(true);
     waitResponsive(500);
 
-    const double rowUm = (area.cols - 1) * area.scanStep;
     pace = ScanPace(area.cols, area.rows - firstRow,
                     rowUm / (speedOf(stageX, motorSpeed) * umPerStepOf(stageX)) * 1000.0);
-    const WindowContext view(windows.main); // the scan's own, for its markers
     for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
-        if (!scanRow(view, row)) {
+        if (!scanRow(row)) {
             if (knownFrom <= row) lookAtSettings(row, true);
             break;
         }
@@ -510,7 +521,9 @@ void Scan::scanAllRows() {
 void Scan::returnHome() {
     // By the time the computer wakes somebody may have a hand at the sample.
     const bool asleep = processEnd() == ProcessEnd::Asleep;
-    report.stayedAway = asleep || !moveXYTo(homeX, homeY, motorSpeed, timing);
+    const std::optional<double> homeZ = axisIsOut(stageZ) ? std::nullopt : focus.homeUm();
+    report.stayedAway = asleep || (homeZ ? !travelTo({homeX, homeY, *homeZ}).empty()
+                                         : !moveXYTo(homeX, homeY, motorSpeed, timing));
     controlCamera(cameraState, cameraAutomatic);
     setLaserOutput(asleep ? 0 : 1);
     setLaserLevel(0);
@@ -572,6 +585,7 @@ void Scan::continueFrom(const LeftJournal& left) {
     takeSettings();
     ScanConditions& conditions = *scanMap.conditions;
     report.zShiftUm = conditions.homeZUm - stageZ.positionUm;
+    noteHome(conditions); // the operator has brought the sample there
     if (!conditions.continued.empty()) conditions.continued += "; ";
     conditions.continued += timeText(localTime()) + formatted(" after row %d", firstRow);
     if (known.kept != plan.settings.kept) conditions.continued += ", with " + known.words;
@@ -604,6 +618,7 @@ void Scan::showFirstWindows() {
     logEvent(formatted("Mapping: %d x %d points, step %.1f um, from X %.1f, Y %.1f um", area.cols,
                        area.rows, area.scanStep, homeX, homeY));
     logOccasion(plan.occasion);
+    if (focus.follows()) logEvent("Focus plane: " + wordsOf(plan.focus));
     startLiveRows();
     if (firstRow == 0) return;
     setLiveRows(area.rows - firstRow);
@@ -674,6 +689,11 @@ double remainingScanMs() {
     return Scan::running ? Scan::running->remainingMs() : 0.0;
 }
 
+std::optional<ScanProgress> scanProgress() {
+    if (!Scan::running) return {};
+    return Scan::running->progress();
+}
+
 namespace {
 
 int holdersOfXy = 0;
@@ -723,12 +743,19 @@ std::string beyondLimit(const ScanPlan& plan) {
 
 // Empty when it can be; takes over what is set at the instrument.
 std::string whyNotStarted(ScanPlan& plan) {
-    if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
-    if (std::string why = beyondLimit(plan); !why.empty()) return why;
+    if (std::string why = whyNotScanned(plan); !why.empty()) return why;
     return askSettings(plan) ? "" : "the instrument does not say what is set at it";
 }
 
 } // namespace
+
+std::string whyNotScanned(const ScanPlan& plan) {
+    if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
+    if (plan.area.place)
+        if (std::string why = whyPlaceIsLost(*plan.area.place); !why.empty()) return why;
+    if (std::string why = beyondLimit(plan); !why.empty()) return why;
+    return whyNotFollowed(plan);
+}
 
 Outcome runScan(const ScanPlan& plan) {
     ScanPlan asked = plan;

@@ -6,11 +6,17 @@
 #include "session/journal.h"
 #include "session/outcome.h"
 
+#include <optional>
+#include <string>
+
 // Scans by a plan whose settings are in force and whose instrument is selected: to its first point,
 // backlash taken up, the operator's consent where the plan asks for it, row by row, and back to
 // where the stage stood. Saves the map files and images also of a scan that was stopped or
 // declined.
 Outcome runScan(const ScanPlan& plan);
+
+// Why such a scan would not begin, as far as that is known before; empty when it would.
+std::string whyNotScanned(const ScanPlan& plan);
 
 // The same by the present plan. Always returns 1.
 int runMapping();
@@ -36,6 +42,12 @@ void refuseForScan();
 // Milliseconds until the last point of the running scan, by what it has taken so far: within a
 // tenth from the fiftieth point on. 0 without one.
 double remainingScanMs();
+
+// How many points of the scan that is under way are measured; nothing without one.
+struct ScanProgress {
+    int done = 0, of = 0;
+};
+std::optional<ScanProgress> scanProgress();
 
 // A damped swing that ends where it started, approached from the positive side; then Z up and down.
 // Ends early, and returns false, when a move fails.

@@ -5,6 +5,8 @@
 #include "camera/display.h"
 #include "camera/spot.h"
 #include "mapping/scan_options.h"
+#include "motion/axis.h"
+#include "motion/kept_places.h"
 #include "platform/truncate.h"
 #include "session/set_up.h"
 
@@ -72,9 +74,29 @@ void layStraight(ScanArea& area, PicturePoint laserSpot) {
                      static_cast<float>(area.correctionYUm);
 }
 
+int32_t pointsOver(double um, double step) {
+    constexpr double hair = 1e-6; // 59 steps of 0.7 are 41.3
+    return truncated(um / step + hair) + 1;
+}
+
 void layPlaced(ScanArea& area, PicturePoint laserSpot) {
+    if (area.place) {
+        area.cols = pointsOver(area.place->acrossUm, area.scanStep);
+        area.rows = pointsOver(area.place->upwardsUm, area.scanStep);
+        area.offsetXUm = area.place->firstXUm - ofController(stageX, stageX.positionUm);
+        area.offsetYUm = area.place->firstYUm - ofController(stageY, stageY.positionUm);
+    }
     const double umPerColumn = area.picture.umPerColumn();
     area.viewScale = 1;
+    if (area.part) {
+        const double step = std::max(area.scanStep, scanStepLowest);
+        // A part that ends at a point holds it, however the corners were rounded.
+        const double rounding = step * 1e-3;
+        area.cols = pointsAlong(static_cast<float>(area.part->widthUm + rounding),
+                                static_cast<float>(step));
+        area.rows = pointsAlong(static_cast<float>(area.part->heightUm + rounding),
+                                static_cast<float>(step));
+    }
     area.stepPx = static_cast<float>(area.scanStep / umPerColumn);
     area.scanWidthUm = area.cols * umPerColumn;
     area.scanHeightUm = area.rows * umPerColumn;
@@ -160,5 +182,34 @@ int32_t computeScanArea(ScanArea& area) {
     area.picture = objective;
     area.correctionXUm = objective.correctionXUm;
     area.correctionYUm = objective.correctionYUm;
+    if (area.part) {
+        const StageVector first = stageFor(area.part->from);
+        area.offsetXUm = first.x - stageX.positionUm;
+        area.offsetYUm = first.y - stageY.positionUm;
+    }
     return computeScanArea(area, cameraState.laserOffset, scanSettings.confocalEnabled != 0);
+}
+
+PixelPoint spotOnPresentView(double dxUm, double dyUm) {
+    ScanArea area{.placed = true};
+    area.offsetXUm = dxUm;
+    area.offsetYUm = dyUm;
+    computeScanArea(area);
+    return pointOnPresentView(area, 0, 0);
+}
+
+ScanArea presentArea() {
+    ScanArea area = scanArea;
+    if (area.place || area.part) computeScanArea(area);
+    return area;
+}
+
+std::string whyPlaceIsLost(const AreaPlace& place) {
+    if (place.axisOrder != controllers.axisOrder) return "the axis order is another one";
+    for (const StageAxis* axis : {&stageX, &stageY}) {
+        if (axis->axisNumber == 0) return "the stage has no controllers that tell it";
+        if (axis->placeLost || lastLossOfPlace(indexOf(*axis)) >= place.since)
+            return "the stage has lost its place since";
+    }
+    return {};
 }

@@ -2,10 +2,13 @@
 #pragma once
 
 #include "camera/spot.h"
+#include "mapping/sample_place.h"
 #include "platform/surface.h"
 #include "session/picture_scale.h"
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 // Scan steps that the operator can set, um.
 constexpr double scanStepLowest = 0.1;
@@ -13,6 +16,20 @@ constexpr double scanStepHighest = 40.0;
 
 // What a map may have: a wide view as built at the smallest step has 24 million.
 constexpr int64_t mostScanPoints = 36'000'000;
+
+// Where an area lies by the controllers' own count, wherever the stage stands.
+struct AreaPlace {
+    double firstXUm = 0.0, firstYUm = 0.0;  // its first point
+    double acrossUm = 0.0, upwardsUm = 0.0; // to its last column and row; the step may change
+    int32_t axisOrder = 0;                  // of the controllers that count so
+    std::string since;                      // when they did, "2026-11-27 07:45:00"
+};
+
+// A part of the sample that was chosen on a map, along the stage's axes.
+struct SamplePart {
+    SamplePlace from; // its lower left corner, the first point
+    double widthUm = 0.0, heightUm = 0.0;
+};
 
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
@@ -23,6 +40,10 @@ struct ScanArea {
     // Of a scan list: `cols`, `rows` and the offsets are given, wherever the stage stands, and
     // there is no rectangle.
     bool placed = false;
+    std::optional<AreaPlace> place; // of a placed one that stays there when the stage moves
+    // Of a part of a map, which is placed, too: columns and rows follow from the step, and the
+    // offsets from where the stage stands. A journal keeps what came of it.
+    std::optional<SamplePart> part;
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
     double scanWidthUm = 0.0, scanHeightUm = 0.0;           // points times pixel size
@@ -49,6 +70,10 @@ PixelPoint onPresentView(const ScanArea& area, double x, double y);
 // A point of the scan on the view that is shown now: columns and rows in the order of the scan.
 PixelPoint pointOnPresentView(const ScanArea& area, double column, double row);
 
+// Where on that view the light acts when the stage has gone by so much, um; with the present
+// objective and laser spot.
+PixelPoint spotOnPresentView(double dxUm, double dyUm);
+
 // Computes everything below `rectY2` from the rectangle, the step, the view and the laser spot; of
 // a placed area what follows from its columns, rows and offsets.
 // The points lie along the stage's axes: where the picture is turned against them, on the smallest
@@ -56,5 +81,13 @@ PixelPoint pointOnPresentView(const ScanArea& area, double column, double row);
 // scanStepLowest count as scanStepLowest.
 int32_t computeScanArea(ScanArea& area, PicturePoint laserSpot, bool confocal);
 
-// The same with the present objective and laser spot, for the present kind of scan.
+// The same with the present objective and laser spot, for the present kind of scan; a part of a map
+// is laid from where the stage stands now.
 int32_t computeScanArea(ScanArea& area);
+
+// The scan area as a scan would take it from where the stage stands now: one that stays at its
+// place lies elsewhere then.
+ScanArea presentArea();
+
+// Why the stage cannot come to that place again; empty when it can.
+std::string whyPlaceIsLost(const AreaPlace& place);

@@ -17,11 +17,12 @@ uint64_t shownOn = onNoFrame; // number of the frame that it was drawn on
 
 // The points' outline, as it lies on the picture.
 void outlinePoints(ContextHandle view) {
-    const double column = scanArea.cols - 1, row = scanArea.rows - 1;
-    const PixelPoint corners[] = {
-        pointOnPresentView(scanArea, 0, 0), pointOnPresentView(scanArea, column, 0),
-        pointOnPresentView(scanArea, column, row), pointOnPresentView(scanArea, 0, row),
-        pointOnPresentView(scanArea, 0, 0)};
+    const ScanArea area = presentArea();
+    const double column = area.cols - 1, row = area.rows - 1;
+    const PixelPoint corners[] = {pointOnPresentView(area, 0, 0),
+                                  pointOnPresentView(area, column, 0),
+                                  pointOnPresentView(area, column, row),
+                                  pointOnPresentView(area, 0, row), pointOnPresentView(area, 0, 0)};
     drawLines(view, corners, static_cast<int>(std::size(corners)), markGreen);
 }
 
@@ -29,6 +30,7 @@ void outlinePoints(ContextHandle view) {
 
 void showScanArea() {
     shownOn = liveViewState.framesShown;
+    scanArea = presentArea();
     const WindowContext view(windows.main);
     if (!view.context) return;
     if (scanArea.placed || !scanArea.picture.isStraight()) return outlinePoints(view.context);

@@ -41,8 +41,17 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit.added("y per row um", a.picture.yPerRow);
     visit.added("spot correction x um", a.correctionXUm);
     visit.added("spot correction y um", a.correctionYUm);
+    visit.added("follows focus plane", scan.focus.follows);
+    visit.added("focus plane z per x", scan.focus.perX);
+    visit.added("focus plane z per y", scan.focus.perY);
+    visit.added("focus plane from x um", scan.focus.fromXUm);
+    visit.added("focus plane from y um", scan.focus.fromYUm);
     visit.added("continued", scan.continued);
     visit.added("paused", scan.paused);
+    visit.added("home x steps", scan.homeX.steps);
+    visit.added("x steps per um", scan.homeX.perUm);
+    visit.added("home y steps", scan.homeY.steps);
+    visit.added("y steps per um", scan.homeY.perUm);
 }
 
 // What no scan can have is not computed: it might have no end.
@@ -69,7 +78,10 @@ bool isPossible(const ScanPlan& plan) {
     const bool amplifierIsThere =
         amplifier.voltsPerAmpere == 0.0 ||
         (amplifier.voltsPerAmpere >= 1.0 && amplifier.voltsPerAmpere <= 1e15);
-    return amplifierIsThere && std::fabs(amplifier.offsetVolts) <= 100.0 &&
+    const FocusSlopes& focus = plan.focus;
+    const bool focusIsThere = std::hypot(focus.perX, focus.perY) <= steepestSlope &&
+                              std::isfinite(focus.fromXUm + focus.fromYUm);
+    return amplifierIsThere && focusIsThere && std::fabs(amplifier.offsetVolts) <= 100.0 &&
            std::isfinite(plan.laserLevel * plan.laserUaPerVolt * plan.laserPowerUw) &&
            plan.laserFullScaleVolts > 0.0;
 }

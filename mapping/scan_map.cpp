@@ -24,8 +24,10 @@
 #include <string_view>
 
 ScanMap scanMap;
+const ScanMap* fileMapShown = nullptr;
 
 std::vector<Plane> planesOf(const ScanMap& map) {
+    if (!map.planes.empty()) return map.planes;
     std::vector<Plane> planes =
         map.conditions ? planesOf(*map.conditions) : planesOf(presentPlan());
     // The settings may have changed since the maps were made.
@@ -55,6 +57,21 @@ bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane) {
            isInRange(map, column, row, plane);
 }
 
+bool isMasked(const ScanMap& map, size_t column, size_t row, size_t plane) {
+    const PointMark mark = map.marks[column][row];
+    const bool ofCamera = plane >= planeRed && plane <= planeBlue;
+    const bool known = mark == PointMark::Measured || (mark == PointMark::NoColour && !ofCamera);
+    return !known || isOverload(map.maps[plane][column][row]);
+}
+
+const char* wordsOf(PointMark mark) {
+    constexpr const char* words[] = {"not measured",    "",      "not reached", "no answer",
+                                     "no colour",       "unlit", "overloaded",  "no reference",
+                                     "settings changed"};
+    static_assert(std::size(words) == static_cast<size_t>(lastPointMark) + 1);
+    return words[static_cast<size_t>(mark)];
+}
+
 Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end) {
     constexpr float none = std::numeric_limits<float>::infinity();
     Extremes found{none, -none};
@@ -70,6 +87,20 @@ Extremes extremesOf(const ScanMap& map, size_t plane, size_t first, size_t end) 
 
 namespace {
 
+// Of larger maps there would be no memory for two.
+constexpr int32_t mostPointsKept = 4'000'000;
+
+// What is shown until the next scan begins.
+void keepShownMap() {
+    if (!scanMap.conditions || scanMap.conditions->area.totalPoints > mostPointsKept) return;
+    auto kept = std::make_shared<ScanMap>();
+    kept->maps.swap(scanMap.maps);
+    kept->marks.swap(scanMap.marks);
+    kept->conditions = scanMap.conditions;
+    kept->outcome = scanMap.outcome;
+    scanMap.before = std::move(kept);
+}
+
 void forgetScan() {
     scanMap.conditions.reset();
     scanMap.outcome = {};
@@ -80,12 +111,14 @@ void forgetScan() {
 } // namespace
 
 void beginMap(const ScanConditions& conditions) {
+    scanMap.before.reset();
     forgetScan();
     emptyMaps(scanMap, conditions.area, mapCountOf(conditions));
     scanMap.conditions = conditions;
 }
 
 void allocateMaps() {
+    keepShownMap();
     forgetScan();
     emptyMaps(scanMap, scanArea, mapCountOf(presentPlan()));
 }

@@ -9,6 +9,7 @@
 #include "session/outcome.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -65,14 +66,26 @@ struct ScanMap {
     std::optional<ScanConditions> conditions; // as the map's scan started; none before a scan
     ScanOutcome outcome;
     std::optional<DataFolders> folders; // where its files go; none: into the session's
-    bool lacksFiles = false;            // of its numbers, as they were last saved
-    bool onlyInJournal = false;         // its scan is over, and not all of its files were written
+    std::vector<Plane> planes;  // of one that was read from a file; empty: by its conditions
+    bool lacksFiles = false;    // of its numbers, as they were last saved
+    bool onlyInJournal = false; // its scan is over, and not all of its files were written
     MapViews views;
     int32_t saveCount = 0;
     float mapMax = 0.0f, mapMin = 0.0f; // of the map when it was last drawn whole
+    // While no scan has filled these maps: those of the scan before, which are still shown.
+    std::shared_ptr<const ScanMap> before;
 };
 
 extern ScanMap scanMap;
+
+// The map of a file that the map window shows instead of them; null without one.
+extern const ScanMap* fileMapShown;
+
+// The map that the windows show.
+inline const ScanMap& shownMap() {
+    if (fileMapShown) return *fileMapShown;
+    return scanMap.conditions || !scanMap.before ? scanMap : *scanMap.before;
+}
 
 // The planes that the map has: as its scan found them, or as the next one would.
 std::vector<Plane> planesOf(const ScanMap& map);
@@ -84,6 +97,12 @@ bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane = pla
 // Whether it has a colour in the scale: none that a lock-in amplifier says is no measurement, nor,
 // behind a current amplifier, the 0 from the beginning.
 bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane);
+
+// Whether a cell of a plane holds no measured number, as the .gwy file has it.
+bool isMasked(const ScanMap& map, size_t column, size_t row, size_t plane);
+
+// "not measured", "not reached": what is to be said of a cell; empty of one that is in order.
+const char* wordsOf(PointMark mark);
 
 struct Extremes {
     float lowest, highest;

@@ -19,10 +19,13 @@ constexpr uint32_t waitAtRowMs = 10;
 } // namespace
 
 ScanPlan presentPlan() {
-    return {.area = scanArea,
+    return {.area = presentArea(),
             .homeXUm = stageX.positionUm,
             .homeYUm = stageY.positionUm,
             .homeZUm = stageZ.positionUm,
+            .zeroKnown = stageX.axisNumber != 0 && stageY.axisNumber != 0,
+            .zeroXUm = ofController(stageX, 0.0),
+            .zeroYUm = ofController(stageY, 0.0),
             .laserLevel = laserLink.laserLevel,
             .laserUaPerVolt = setUp.laserUaPerVolt,
             .laserFullScaleVolts = setUp.laserFullScaleVolts,
@@ -39,6 +42,7 @@ ScanPlan presentPlan() {
             .aperturePx = cameraState.cameraAperture,
             .laserSpot = cameraState.laserOffset,
             .options = scanSettings.options,
+            .focus = slopesToFollow(),
             .axisOrder = controllers.axisOrder,
             .rowSettleMs = waitAtRowMs,
             .setUpInForce = setUpWords(setUp),
@@ -76,6 +80,15 @@ void putInForce(const ScanPlan& plan) {
     scanArea = plan.area;
 }
 
+void noteHome(ScanConditions& conditions) {
+    const auto count = [](const StageAxis& axis) {
+        return axis.axisNumber == 0 ? AxisCount() : countOf(axis, axis.positionUm);
+    };
+    conditions.homeX = count(stageX);
+    conditions.homeY = count(stageY);
+    conditions.countsAnew = stageX.countsAnew + stageY.countsAnew;
+}
+
 ScanConditions conditionsOf(const ScanPlan& plan) {
     ScanConditions now{plan};
     now.program = "Lumascan " LUMASCAN_VERSION;
@@ -83,5 +96,6 @@ ScanConditions conditionsOf(const ScanPlan& plan) {
     if (const auto identity = instrumentKind(plan.ammeterKind).identity)
         now.instrumentIdentity = identity();
     now.blueOnly = cameraState.blueOnly != 0;
+    noteHome(now);
     return now;
 }

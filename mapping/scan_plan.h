@@ -6,6 +6,7 @@
 #include "mapping/occasion.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_options.h"
+#include "motion/focus_plane.h"
 #include "platform/clock.h"
 #include "session/set_up.h"
 
@@ -22,7 +23,9 @@ enum class Consent {
 struct ScanPlan {
     ScanArea area;                                      // its points, from where the stage stands
     double homeXUm = 0.0, homeYUm = 0.0, homeZUm = 0.0; // where that is
-    double laserLevel = 0.0;                            // V
+    bool zeroKnown = false; // what the controllers count where the program says 0 um:
+    double zeroXUm = 0.0, zeroYUm = 0.0;
+    double laserLevel = 0.0;                                // V
     double laserUaPerVolt = 4.0, laserFullScaleVolts = 5.0; // as the set-up has the laser
     double laserPowerUw = -1.0;                             // at the sample; negative: not known
     float biasVoltage = 0.0f;                               // V
@@ -37,6 +40,7 @@ struct ScanPlan {
     int32_t aperturePx = 0; // half the side of the square around the spot
     PicturePoint laserSpot; // picture pixels
     ScanOptions options;
+    FocusSlopes focus;
     int32_t axisOrder = 0;                // of the controllers
     uint32_t rowSettleMs = 0;             // before a row; those of a point are in the options
     std::string setUpInForce = "default"; // its words
@@ -73,7 +77,14 @@ struct ScanConditions : ScanPlan {
     bool blueOnly = false;                         // of the camera's picture
     std::string continued; // when, and behind which row, it went on; empty of a scan in one go
     std::string paused;    // when, how long and behind which point; empty without a pause
+    // Where X and Y stood, as homeXUm and homeYUm; and how often their counts had begun anew.
+    AxisCount homeX, homeY;
+    int32_t countsAnew = 0;
 };
+
+// Where the stage stands in a scan that starts or goes on now; not known of an axis that nothing
+// but the program counts.
+void noteHome(ScanConditions& conditions);
 
 // Those of a measurement by this plan that starts now.
 ScanConditions conditionsOf(const ScanPlan& plan);

@@ -3,6 +3,7 @@
 
 #include "motion/controller_names.h"
 #include "motion/kept_places.h"
+#include "motion/places.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
@@ -248,6 +249,7 @@ void openAxis(size_t i, const std::string& name) {
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
+    axis.countsAnew += axes[i].name[0] != '\0' && name != axes[i].name ? 1 : 0; // another one
     std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
     axis.deviceId = ximc.open_device(axes[i].name);
     if (axis.deviceId >= 0) {
@@ -343,10 +345,12 @@ void lookWhetherPlaceIsLost(size_t i) {
     StageAxis& axis = axes[i].axis;
     if (!canBeAsked(axis)) return;
     axis.placeLost = axis.status.uCurPosition == 0 && placeIsLost(i, axis.status.CurPosition);
-    if (axis.placeLost)
-        announce(Severity::Trouble,
-                 nameOf(axis) + " has lost its place (its controller counts 0): the limits of "
-                                "Setup.ini are elsewhere now");
+    if (!axis.placeLost) return;
+    noteLossOfPlace(i);
+    ++axis.countsAnew;
+    announce(Severity::Trouble, nameOf(axis) +
+                                    " has lost its place (its controller counts 0): the limits of "
+                                    "Setup.ini are elsewhere now");
 }
 
 bool movesWithoutItsPlace(StageAxis& axis) {
@@ -417,6 +421,7 @@ bool openStages(int32_t order, int32_t speed) {
     for (size_t i = 0; i < axisCount; ++i) configureAxis(i, speed);
     for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
     for (size_t i = 0; i < axisCount; ++i) lookWhetherPlaceIsLost(i);
+    followZeros();
     return std::any_of(std::begin(axes), std::end(axes),
                        [](const AxisSlot& slot) { return slot.axis.axisNumber != 0; });
 }
@@ -457,10 +462,14 @@ double readRestingPosition(StageAxis& axis) {
     axis.rightLimitOn = axis.status.GPIOFlags & STATE_RIGHT_EDGE ? 1 : 0;
     axis.leftLimitOn = axis.status.GPIOFlags & STATE_LEFT_EDGE ? 1 : 0;
     if (driveOf(axis).reversed) std::swap(axis.rightLimitOn, axis.leftLimitOn);
-    const double steps = static_cast<double>(axis.status.CurPosition) - axis.zeroOffsetSteps +
-                         axis.status.uCurPosition / static_cast<double>(driveOf(axis).microsteps);
-    axis.positionUm = signOf(axis) * steps * umPerStepOf(axis);
+    axis.positionUm = umOfSteps(axis, static_cast<double>(axis.status.CurPosition) +
+                                          axis.status.uCurPosition /
+                                              static_cast<double>(driveOf(axis).microsteps));
     return axis.positionUm;
+}
+
+double umOfSteps(const StageAxis& axis, double steps) {
+    return signOf(axis) * (steps - axis.zeroOffsetSteps) * umPerStepOf(axis);
 }
 
 double currentPositionUm(const StageAxis& axis) {
@@ -496,6 +505,18 @@ void setSpeed(StageAxis& axis, int32_t speed) {
 
 double ofController(const StageAxis& axis, double um) {
     return um + signOf(axis) * axis.zeroOffsetSteps * umPerStepOf(axis);
+}
+
+double byProgram(const StageAxis& axis, double controllersUm) {
+    return controllersUm - ofController(axis, 0.0);
+}
+
+AxisCount countOf(const StageAxis& axis, double um) {
+    return {axis.zeroOffsetSteps + fullStepsOf(axis, um), fullStepsOf(axis, 1.0)};
+}
+
+double umOf(const StageAxis& axis, const AxisCount& count) {
+    return umOfSteps(axis, count.steps);
 }
 
 std::string beyondLimit(const StageAxis& axis, double um) {

@@ -1,6 +1,8 @@
 // Keeps the controllers' counts.
 #include "motion/kept_places.h"
 
+#include "platform/clock.h"
+#include "session/document.h"
 #include "session/options.h"
 
 namespace {
@@ -11,6 +13,10 @@ std::string nameFor(size_t axis) {
 
 std::string textOf(int32_t steps, const std::string& controller) {
     return std::to_string(steps) + " " + controller;
+}
+
+std::string lossOf(size_t axis) {
+    return std::string("stage ") + "XYZ"[axis] + " lost its place";
 }
 
 } // namespace
@@ -24,4 +30,12 @@ bool placeIsLost(size_t axis, int32_t steps) {
 bool keepPlace(size_t axis, const std::string& controller, int32_t steps) {
     const std::string text = textOf(steps, controller);
     return readOption(nameFor(axis)) == text || writeOptions({{nameFor(axis), text}});
+}
+
+std::string lastLossOfPlace(size_t axis) {
+    return readOption(lossOf(axis));
+}
+
+bool noteLossOfPlace(size_t axis) {
+    return writeOptions({{lossOf(axis), timeText(localTime())}});
 }

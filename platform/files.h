@@ -1,10 +1,12 @@
 // Folders and files by wide path; parts of a path are separated by a backslash.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 // The current user's desktop folder without a trailing separator; empty when there is none.
 std::wstring desktopFolder();
@@ -45,3 +47,21 @@ bool flushToDisk(FILE* file);
 
 // Nothing happens when it is not there.
 void removeFile(const std::wstring& path);
+
+// Bytes; 0 where that is not to be had. The file is then read from its beginning.
+uint64_t lengthOfFile(FILE* file);
+
+// False when that failed.
+bool seekInFile(FILE* file, uint64_t at);
+
+// What a folder lists, "." and ".." aside. What is only a link to another folder counts as no
+// folder, so that a walk through folders ends.
+struct FolderEntry {
+    std::wstring name;
+    bool isFolder = false;
+    uint64_t size = 0;    // bytes
+    uint64_t changed = 0; // when it was last written: another number after another time
+};
+
+// In no order; empty also where the folder cannot be listed.
+std::vector<FolderEntry> entriesOf(const std::wstring& folder);

@@ -17,6 +17,11 @@ constexpr Colour colourRgb(unsigned red, unsigned green, unsigned blue) {
     return red | green << 8 | blue << 16;
 }
 
+// The same as a pixel, 0x00RRGGBB.
+constexpr uint32_t pixelOf(Colour colour) {
+    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
+}
+
 struct Extent {
     int width = 0;
     int height = 0;
@@ -75,6 +80,7 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
 
 // Inverts the outline's pixels, so that drawing it again erases it.
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom);
+void invertLine(ContextHandle context, int x1, int y1, int x2, int y2);
 
 // `transparent` leaves the background between the letters as it is.
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,

@@ -73,11 +73,19 @@ enum ControlId : int {
     idPause = 32857,
     idPauseBehindRow = 32858,
     idShowChannel = 32860, // five of them: the channels of a lock-in amplifier, in their order
-    idObjective = 32870,   // eight of them: the objectives, in their order
+    idScans = 32878,
+    idColours = 32865,
+    idProfileSave = 32866, // of the window "Profile"
+    idProfileText = 32867,
+    idObjective = 32870, // eight of them: the objectives, in their order
     idCalibrateCamera = 32880,
     idCalibratePlay = 32881,
     idCalibrateSpot = 32882,
     idCalibrateDark = 32883,
+    idRememberPlace = 32890,
+    idPlaces = 32891,
+    idFollowFocus = 32892,
+    idFitToScreen = 32895,
 };
 
 // Of the window "Continue last scan".
@@ -113,6 +121,37 @@ enum ListId : int {
     idListStart = 1224,
     idListLabel = 1230, // fourteen of them, of the fields of a row
     idListEdit = 1250,  // likewise
+    idListFollowsDrift = 1270,
+};
+
+// Of the window "Places".
+enum PlacesId : int {
+    idPlacesTable = 1600,
+    idPlacesName = 1601,
+    idPlacesPlane = 1602,
+    idPlacesRemember = 1610,
+    idPlacesGo = 1611,
+    idPlacesRename = 1612,
+    idPlacesUpdate = 1613,
+    idPlacesFocus = 1614,
+    idPlacesRemove = 1615,
+    idPlacesMakePlane = 1616,
+};
+
+// Of the window "Scans".
+enum ScansId : int {
+    idScansTable = 1600,
+    idScansFilter = 1601,
+    idScansCount = 1602,
+    idScansWord = 1603,
+    idScansList = 1610,
+    idScansShow = 1611,
+    idScansPlane = 1612,
+    idScansUse = 1613,
+    idScansFolder = 1614,
+    idScansGood = 1615,
+    idScansBad = 1616,
+    idScansNoMark = 1617,
 };
 
 // Of the page of the devices.
@@ -172,6 +211,21 @@ enum ScanOptionsId : int {
     idNoteEdit = 1051,
     idPauseBiasCheck = 1052,
     idSettledText = 1049,
+    idScriptsCheck = 1053,
+    idScriptsSwitchCheck = 1054,
+};
+
+// Of the dialog "Colours"; "OK" and "Cancel" are idSet and idCloseDialog.
+enum ColoursId : int {
+    idColoursDialog = 32869,
+
+    idPaletteList = 1060,
+    idRangeList = 1061,
+    idRangeFrom = 1062,
+    idRangeTo = 1063,
+    idRangeUnit = 1064,
+    idOneScaleCheck = 1065,
+    idLegendCheck = 1066,
 };
 
 // Of the sheet "Set-up".

@@ -59,7 +59,16 @@ bool isMainControl(WindowHandle window, int id);
 bool toggleCheckMark(int id);
 
 void focusMainWindow();
+
+// Whether the main window is scaled so that the screen holds it; it is not before the first call.
+// Called with true before the main window exists, the windows are also drawn in the screen's own
+// pixels, where Windows otherwise stretches them. False when their text is stretched until the next
+// start.
+bool fitToScreen(bool fitted);
 void setMainTitle(const char* text); // not from another thread than the windows'
+
+// Whether a box, a dialog, a menu or the mouse at its frame holds it: it takes no commands then.
+bool mainWindowIsHeld();
 
 // A process' progress on the taskbar's button, 0..100 per cent; below 0 none. Nothing happens where
 // there is no taskbar.
@@ -71,6 +80,8 @@ enum class Timer : unsigned {
     LiveView = 1,
     Journal = 2,
     Board = 3,
+    Scans = 4, // while those of KST_Data are listed
+    Door = 5,
 };
 void startTimer(Timer timer, unsigned periodMs);
 void stopTimer(Timer timer);
@@ -104,8 +115,9 @@ void placeConfocalWindow(int x, int y, int width, int height);
 // A control of a tool window; client pixels.
 struct ToolControl {
     // A table's text are its columns, "name:width" each with blanks between them; what stands in it
-    // it asks by onToolTable.
-    enum class Kind { Label, Edit, Button, Check, Table };
+    // it asks by onToolTable. The rows of a PictureTable begin with the small picture that it asks
+    // for by onToolPicture; it tells of headings that are pressed and rows that are opened.
+    enum class Kind { Label, Edit, Button, Check, Table, PictureTable };
     Kind kind;
     const char* text;
     int x, y, width, height;

@@ -27,6 +27,11 @@ std::string linesOf(const Conditions& conditions) {
     return lines;
 }
 
+std::string timeText(const LocalTime& time) {
+    return formatted("%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+                     time.minute, time.second);
+}
+
 bool writeWhole(const std::wstring& path, const wchar_t* mode, const WriteContent& write) {
     const std::wstring temporary = path + L".tmp";
     if (writeAndFlush(temporary, mode, write) && replaceFile(temporary, path))

@@ -1,6 +1,8 @@
 // Documents beside the specified files: written whole or not at all.
 #pragma once
 
+#include "platform/clock.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -13,6 +15,9 @@ using Conditions = std::vector<std::pair<std::string, std::string>>;
 
 // One line "name: value" each.
 std::string linesOf(const Conditions& conditions);
+
+// "2026-11-27 07:45:00"
+std::string timeText(const LocalTime& time);
 
 // Writes its part of a file; false when that failed.
 using WriteContent = std::function<bool(FILE*)>;

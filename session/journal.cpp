@@ -14,6 +14,23 @@
 #include <cstdio>
 #include <memory>
 
+// The polynomial of IEEE 802.3, bits from the low end.
+uint32_t checksumOf(std::string_view text) {
+    static const auto table = [] {
+        std::array<uint32_t, 256> made{};
+        for (uint32_t i = 0; i < made.size(); ++i) {
+            uint32_t value = i;
+            for (int bit = 0; bit < 8; ++bit)
+                value = value & 1 ? value >> 1 ^ 0xEDB88320u : value >> 1;
+            made[i] = value;
+        }
+        return made;
+    }();
+    uint32_t sum = 0xFFFFFFFFu;
+    for (const char c : text) sum = sum >> 8 ^ table[(sum ^ static_cast<uint8_t>(c)) & 0xFF];
+    return ~sum;
+}
+
 namespace {
 
 constexpr uint64_t longestUnflushedMs = 2000;
@@ -34,23 +51,6 @@ struct {
     uint64_t flushedMs = 0;
     bool unflushed = false; // a line since then
 } current;
-
-// The polynomial of IEEE 802.3, bits from the low end.
-uint32_t checksumOf(std::string_view text) {
-    static const auto table = [] {
-        std::array<uint32_t, 256> made{};
-        for (uint32_t i = 0; i < made.size(); ++i) {
-            uint32_t value = i;
-            for (int bit = 0; bit < 8; ++bit)
-                value = value & 1 ? value >> 1 ^ 0xEDB88320u : value >> 1;
-            made[i] = value;
-        }
-        return made;
-    }();
-    uint32_t sum = 0xFFFFFFFFu;
-    for (const char c : text) sum = sum >> 8 ^ table[(sum ^ static_cast<uint8_t>(c)) & 0xFF];
-    return ~sum;
-}
 
 // " 0123cdef"
 std::array<char, checksumLength> checksumText(std::string_view text) {

@@ -7,11 +7,15 @@
 // of lines: none is kept in memory.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+// CRC-32, as IEEE 802.3 has it.
+uint32_t checksumOf(std::string_view text);
 
 // A new file whose first line names its `kind` and the format's version. False when it cannot be
 // made or written; then the other functions do nothing until the next begin.

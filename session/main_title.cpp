@@ -7,7 +7,7 @@
 namespace {
 
 struct {
-    std::string loss, bias, list, progress;
+    std::string loss, bias, script, list, progress;
 } said;
 
 void setTitle(std::string& part, const std::string& words) {
@@ -26,7 +26,8 @@ void setLoss(std::string& part, const std::string& words) {
 
 void showMainTitle() {
     std::string title = "Lumascan";
-    for (const std::string* each : {&said.loss, &said.bias, &said.list, &said.progress})
+    for (const std::string* each :
+         {&said.loss, &said.bias, &said.script, &said.list, &said.progress})
         if (!each->empty()) title += " - " + *each;
     setMainTitle(title.c_str());
 }
@@ -37,6 +38,10 @@ void titleLoss(const std::string& words) {
 
 void titleBias(const std::string& words) {
     setLoss(said.bias, words);
+}
+
+void titleScript(const std::string& words) {
+    setTitle(said.script, words);
 }
 
 void titleList(const std::string& words) {

@@ -17,6 +17,7 @@ namespace {
 
 struct {
     bool underWay = false;
+    const char* name = nullptr;
     std::function<void()> saveQuietly;
     bool closeWanted = false;
     int moves = 0; // of the stage, one inside another
@@ -37,6 +38,7 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     logEvent(std::string(name) + ": begins");
     const uint64_t start = tickCountMs();
     process.underWay = true;
+    process.name = name;
     process.stopReason = ProcessEnd::Stopped;
     process.saveQuietly = std::move(saveQuietly);
     stayAwakeFor(AwakeFor::Process, true);
@@ -46,6 +48,7 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     stayAwakeFor(AwakeFor::Process, false);
     process.saveQuietly = {};
     process.underWay = false;
+    process.name = nullptr;
     if (process.closeWanted) destroyMainWindow();
     process.closeWanted = false;
     return outcome;
@@ -53,6 +56,10 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
 
 bool processUnderWay() {
     return process.underWay || session.processRunning != 0;
+}
+
+const char* processUnderWayName() {
+    return process.name;
 }
 
 RunningProcess::RunningProcess() {
@@ -92,6 +99,11 @@ void saveUnfinishedProcess() {
 ProcessEnd processEnd() {
     if (!session.stopRequested) return ProcessEnd::Finished;
     return process.stopReason;
+}
+
+void stopAsAsked() {
+    session.stopRequested = 1;
+    process.stopReason = ProcessEnd::Stopped;
 }
 
 void stopAsClosed() {

@@ -40,6 +40,9 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();
 
+// Its name, as runProcess has it; null without one.
+const char* processUnderWayName();
+
 // A process or a move of the stage is under way: what would send the stage elsewhere must wait.
 bool stageIsBusy();
 
@@ -52,7 +55,10 @@ void saveUnfinishedProcess();
 // How the process ends that asks when its loop is over.
 ProcessEnd processEnd();
 
-// Asks the process that is under way to stop, because its window was closed.
+// Asks the process that is under way to stop, as the operator does.
+void stopAsAsked();
+
+// The same because its window was closed.
 void stopAsClosed();
 
 // The same for the main window, which closes when the process has ended.

@@ -3,6 +3,7 @@
 
 #include "platform/clock.h"
 #include "platform/messages.h"
+#include "platform/tcp_server.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/day_log.h"
@@ -11,12 +12,14 @@
 #include "session/process.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 bool asksForStop(const Message& message) {
     // Deliberately broad: any message that carries the Start/Stop button's id, and a click
-    // anywhere.
+    // anywhere. What a script sends may carry any number, and is none of the operator's.
+    if (isOfTcpServer(message)) return false;
     return (message.wParam & 0xFFFF) == idStart || message.id == messageLeftButtonDown;
 }
 
@@ -45,7 +48,9 @@ int handleWhileIdle(const Message& message) {
         return waitInterrupted;
     }
     const bool open = windows.main != nullptr;
+    session.moveStopRequested = 0;
     dispatchMessage(message);
+    if (std::exchange(session.moveStopRequested, 0) != 0) return waitInterrupted;
     return open && !windows.main ? int{waitInterrupted}
                                  : goOn; // closed: nobody is there to wait for
 }
@@ -77,9 +82,23 @@ int handleWhileProcessRuns(const Message& message) {
     return nudge ? lookAtTime : goOn;
 }
 
+int waits = 0; // one inside another
+
+struct CountedWait {
+    CountedWait() { ++waits; }
+    ~CountedWait() { --waits; }
+    CountedWait(const CountedWait&) = delete;
+    CountedWait& operator=(const CountedWait&) = delete;
+};
+
 } // namespace
 
+bool waitIsUnderWay() {
+    return waits > 0;
+}
+
 int waitResponsive(uint32_t durationMs) {
+    const CountedWait counted;
     const uint64_t start = tickCountMs();
     liveViewTimerOff();
     for (;;) {
@@ -89,6 +108,7 @@ int waitResponsive(uint32_t durationMs) {
         }
         Message message;
         while (takeMessage(message)) {
+            const OperatorActs mayBeAsked;
             const int result =
                 session.processRunning ? handleWhileProcessRuns(message) : handleWhileIdle(message);
             if (result == lookAtTime) break;

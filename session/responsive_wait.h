@@ -17,6 +17,9 @@ enum WaitResult : int {
 // view is off during the wait and comes back after it unless a process runs.
 int waitResponsive(uint32_t durationMs);
 
+// Whether the caller was called from inside such a wait.
+bool waitIsUnderWay();
+
 // The same until `durationMs` after `startMs` of tickCountMs(), but for a millisecond at least
 // unless it is 0: what was done since counts as waiting.
 int waitResponsiveSince(uint64_t startMs, uint32_t durationMs);

@@ -17,6 +17,9 @@ struct SessionState {
     // 1 once the operator has confirmed a stop or closed the main window; a process clears it when
     // it starts and ends its loop when it finds it 1.
     int32_t stopRequested = 0;
+    // 1 once a script has stopped a move of the stage outside of a process: the wait of the move
+    // ends as at a click.
+    int32_t moveStopRequested = 0;
     StageHooks stageHooks;
 };
 

@@ -100,21 +100,27 @@ void drawPlot(ContextHandle context, const float* xs, const float* ys, int first
 
 } // namespace
 
+void drawCurve(WindowHandle window, const float* xs, const float* ys, int first, int end,
+               Colour colour) {
+    if (end <= first) return;
+    const WindowContext target(window);
+    if (!target.context) return;
+    const int visibleWidth = clientExtent(window).width;
+    MemoryBitmap memory;
+    if (!memory.make(target.context, visibleWidth, labelledHeight)) {
+        drawPlot(target.context, xs, ys, first, end, colour);
+        return;
+    }
+    fillArea(memory.context, visibleWidth, labelledHeight, white);
+    drawPlot(memory.context, xs, ys, first, end, colour);
+    copyArea(target.context, visibleWidth, labelledHeight, memory.context);
+}
+
 int plotCurve(WindowHandle window, const float* xs, const float* ys, int first, int end) {
     static bool odd = false;
     if (end <= first) return 1;
     const Colour colour = odd ? red : blue;
     odd = !odd;
-    const WindowContext target(window);
-    if (!target.context) return 1;
-    const int visibleWidth = clientExtent(window).width;
-    MemoryBitmap memory;
-    if (!memory.make(target.context, visibleWidth, labelledHeight)) {
-        drawPlot(target.context, xs, ys, first, end, colour);
-        return 1;
-    }
-    fillArea(memory.context, visibleWidth, labelledHeight, white);
-    drawPlot(memory.context, xs, ys, first, end, colour);
-    copyArea(target.context, visibleWidth, labelledHeight, memory.context);
+    drawCurve(window, xs, ys, first, end, colour);
     return 1;
 }

@@ -24,7 +24,14 @@ fs::path layDesk(bool laboratory, const char* release) {
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     fs::path buildFolder = fs::path(own).parent_path();
     fs::path folder = fs::temp_directory_path() / "desk";
-    fs::remove_all(folder);
+    // What a program that was just ended had open may be let go of a little later.
+    await(
+        [&] {
+            std::error_code error;
+            fs::remove_all(folder, error);
+            return !error;
+        },
+        quickly);
     fs::create_directories(folder);
     fs::copy_file(buildFolder / "Lumascan.exe", folder / "Lumascan.exe");
     if (laboratory) {
@@ -234,13 +241,19 @@ void pressKey(const Program& program, WPARAM virtualKey) {
 }
 
 void drag(const Program& program, int x1, int y1, int x2, int y2) {
+    dragOn(program.window, x1, y1, x2, y2);
+}
+
+void dragOn(HWND window, int x1, int y1, int x2, int y2, MouseButton button) {
     constexpr int steps = 8;
-    PostMessageW(program.window, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(x1, y1));
+    const bool left = button == MouseButton::Left;
+    const WPARAM held = left ? MK_LBUTTON : MK_RBUTTON;
+    PostMessageW(window, left ? WM_LBUTTONDOWN : WM_RBUTTONDOWN, held, MAKELPARAM(x1, y1));
     for (int i = 1; i <= steps; i++) {
-        PostMessageW(program.window, WM_MOUSEMOVE, MK_LBUTTON,
+        PostMessageW(window, WM_MOUSEMOVE, held,
                      MAKELPARAM(x1 + (x2 - x1) * i / steps, y1 + (y2 - y1) * i / steps));
     }
-    PostMessageW(program.window, WM_LBUTTONUP, 0, MAKELPARAM(x2, y2));
+    PostMessageW(window, left ? WM_LBUTTONUP : WM_RBUTTONUP, 0, MAKELPARAM(x2, y2));
 }
 
 // --- Files ---------------------------------------------------------------------------------------

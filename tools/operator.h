@@ -93,6 +93,10 @@ void pressKey(const Program& program, WPARAM virtualKey);
 // With the left button on the picture, in its pixels from the top left corner.
 void drag(const Program& program, int x1, int y1, int x2, int y2);
 
+// The same on any window, or with the right button.
+enum class MouseButton { Left, Right };
+void dragOn(HWND window, int x1, int y1, int x2, int y2, MouseButton button = MouseButton::Left);
+
 // --- Files ---------------------------------------------------------------------------------------
 
 std::filesystem::path dataRoot(); // "KST_Data" on the desktop

@@ -1,14 +1,16 @@
 // Carries out the operator's commands, keys and mouse actions.
 #include "ui/commands.h"
 
+#include "actions/measurements.h"
+#include "actions/settings.h"
 #include "app/fatal.h"
 #include "app/recovery.h"
 #include "app/settings_line.h"
-#include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
@@ -19,6 +21,7 @@
 #include "mapping/scan_area.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
+#include "motion/focus_plane.h"
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/clock.h"
@@ -38,13 +41,19 @@
 #include "session/process.h"
 #include "session/responsive_wait.h"
 #include "session/set_up.h"
+#include "ui/area_choice.h"
 #include "ui/calibrate.h"
+#include "ui/colours_dialog.h"
 #include "ui/configuration.h"
 #include "ui/continue_window.h"
 #include "ui/devices_page.h"
+#include "ui/fit_option.h"
 #include "ui/list_window.h"
+#include "ui/map_window.h"
 #include "ui/objective.h"
+#include "ui/places_window.h"
 #include "ui/scan_options_dialog.h"
+#include "ui/scans_window.h"
 #include "ui/set_up_dialog.h"
 #include "ui/tool_windows.h"
 
@@ -58,8 +67,6 @@ namespace {
 constexpr double focusStepUm = 1.0;
 constexpr double focusFastStepUm = 5.0;
 constexpr double focusKeyStepUm = 50.0;
-constexpr int largestClickPx = 10; // a smaller drag is a click
-
 double xyKeyStep = 100.0; // um
 
 void moveAndShow(StageAxis& axis, double um) {
@@ -69,10 +76,6 @@ void moveAndShow(StageAxis& axis, double um) {
     moveBy(axis, um);
     handState.keyBusy = busyBefore;
     refreshPositions();
-}
-
-Outcome scanSample() {
-    return mapSample([] { return true; }, [] { return runScan(presentPlan()); });
 }
 
 void readPositions() {
@@ -106,18 +109,6 @@ void showSampleView() {
     switchLiveView(LiveView::On);
 }
 
-Outcome focusLaser() {
-    connectMissingCamera();
-    checkRadio(idLaserView, idSampleView, idLaserView);
-    const bool laserWasOn = laserIsOn();
-    setLaserLevel(1);
-    setLaserOutput(0);
-    FocusState search;
-    // After a stop nobody watches over the light that the search has switched on.
-    if (!autoFocus(search) && !laserWasOn) setLaserLevel(0);
-    return {.end = processEnd(), .lastWords = search.lastWords};
-}
-
 Outcome makeWideView() {
     connectMissingCamera();
     switchLiveView(LiveView::Off);
@@ -134,6 +125,7 @@ void setCameraAutomatic() {
 }
 
 void saveOptics() {
+    leaveMap(); // its cross is no part of the picture
     saveWindowImage(dataFolders, windows.main, 1, "optics");
 }
 
@@ -195,6 +187,18 @@ void setHighestZ() {
     showInformation(words.c_str());
 }
 
+// Scans that start from here on, and until the program ends, follow the plane.
+void followFocusPlane() {
+    if (!planeInUse.plane)
+        return showInformation("There is no focus plane: \"Stage\", \"Places...\" makes one");
+    planeInUse.follows = toggleCheckMark(idFollowFocus);
+    const std::string words = planeInUse.follows
+                                  ? "Scans follow the focus plane, " + wordsOf(slopesToFollow())
+                                  : "Scans do not follow the focus plane";
+    logEvent(words);
+    showInformation(words.c_str());
+}
+
 // The map of a lock-in amplifier's channel, by its number.
 void showChannel(size_t channel) {
     for (const Plane& plane : planesOf(scanMap))
@@ -230,9 +234,9 @@ constexpr Command commands[] = {
     {idShowLog, showLog, allowed, allowed},
     {idExit, onClose, allowed, allowed, "Exit"},
     // While one runs, the click is the question whether to stop it.
-    {idStart, [] { runProcess("Mapping", scanSample, saveScanAtForcedEnd); }, ignored, refused},
+    {idStart, [] { startMapping(Consent::OfTheOperator); }, ignored, refused},
     {idWideView, [] { runProcess("Wide View", makeWideView); }, ignored, refused},
-    {idFocus, [] { runProcess("Focus", focusLaser); }, ignored, refused},
+    {idFocus, [] { startFocus(); }, ignored, refused},
     {idIvMeasurement, [] { openTool(Tool::IvCurve); }, allowed, allowed},
     {idTimeEvolution, [] { openTool(Tool::TimeEvolution); }, allowed, allowed},
     // A move inside another one would never find its target.
@@ -249,6 +253,9 @@ constexpr Command commands[] = {
     // A new zero in the middle of a move would send it, or the next one, to another place.
     {idReconnectStages, reconnectStages, refused, refused, "Reconnect Stages"},
     {idSetHighestZ, setHighestZ, refused, refused, "Set highest Z here"},
+    {idRememberPlace, rememberPlace, refused, refused, "Remember place"},
+    {idPlaces, openPlacesWindow, allowed, allowed},
+    {idFollowFocus, followFocusPlane, refused, refused, "Follow focus plane"},
     {idConfiguration, configure, refused, refused, "Configuration"},
     {idScanList, openListWindow, allowed, allowed},
     {idPause, switchPause, allowed, allowed},
@@ -298,11 +305,15 @@ constexpr Command commands[] = {
     {idShowChannel + 2, [] { showChannel(2); }, refused, allowed},
     {idShowChannel + 3, [] { showChannel(3); }, refused, allowed},
     {idShowChannel + 4, [] { showChannel(4); }, refused, allowed},
+    {idFitToScreen, toggleFit, allowed, allowed},
+    {idColours, chooseColours, refused, allowed, "Colours"},
     {idSaveWindowImage, saveOptics, allowed, allowed, "Save Window Image"},
     {idSaveCameraImage, saveCameraImage, allowed, allowed, "Save Camera Image"},
     {idSaveMaps, saveMaps, allowed, allowed, "Save Maps"},
     {idRecoverScan, recoverAndShow, refused, refused, "Recover last scan"},
     {idContinueScan, openContinueWindow, refused, refused, "Continue last scan"},
+    // Reads folders, which may lie far away.
+    {idScans, openScansWindow, refused, refused},
     {idContinueList, continueLastList, refused, refused, "Continue last list"},
 };
 // clang-format on
@@ -329,59 +340,31 @@ void endLostDrag() {
     redrawPicture();
 }
 
-bool areaConfirmed(int widthPx, int heightPx) {
+bool drawnAreaConfirmed(int widthPx, int heightPx) {
     const Objective& objective = setUp.objective();
     const int32_t scale = display.drawnRectangle.viewScale;
-    const std::string caption =
-        formatted("Area: %.1f um x %.1f um", widthPx * (objective.umPerColumn() * scale),
-                  heightPx * (objective.umPerRow() * scale));
-    return showMessageBox(windows.main, "Do you want to set it for next scan area", caption.c_str(),
-                          BoxButtons::YesNo) == BoxAnswer::Yes;
+    return areaConfirmed(widthPx * (objective.umPerColumn() * scale),
+                         heightPx * (objective.umPerRow() * scale));
 }
 
-void selectScanArea() {
+void takeDrawnArea() {
     const PictureRectangle& drag = display.drawnRectangle;
-    scanArea.placed = false;
-    scanArea.viewScale = drag.viewScale;
-    scanArea.rectX1 = drag.x1;
-    scanArea.rectY1 = drag.y1;
-    scanArea.rectX2 = drag.x2;
-    scanArea.rectY2 = drag.y2;
-    const int32_t minutes = computeScanArea(scanArea);
-    logEvent(formatted("Scan area: %d x %d points, step %.1f um", scanArea.cols, scanArea.rows,
-                       scanArea.scanStep));
-    allocateMaps();
-    showInformation(formatted("%d min. expected", minutes).c_str());
-    showProgress("New scan area was selected.");
-    showScanArea();
-    ensureSessionFolder(dataFolders);
-    saveOptics();
+    ScanArea area = scanArea;
+    area.placed = false;
+    area.part.reset();
+    area.place.reset();
+    area.viewScale = drag.viewScale;
+    area.rectX1 = drag.x1;
+    area.rectY1 = drag.y1;
+    area.rectX2 = drag.x2;
+    area.rectY2 = drag.y2;
+    takeScanArea(area);
 }
 
 } // namespace
 
 std::span<const Command> commandTable() {
     return commands;
-}
-
-Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan) {
-    session.stopRequested = 0; // before the question: the window may be closed while it is asked
-    Outcome outcome{.end = ProcessEnd::Declined};
-    const XyOfScan xy; // another place than the one that the area was drawn at would be scanned
-    if (!partialStageAccepted() || session.stopRequested || !prepare() || session.stopRequested)
-        return outcome;
-    {
-        const RunningProcess running;
-        setField(Field::StartButton, "Stop");
-        showInformation("Writing...");
-        waitResponsive(10);
-        if (scanSettings.confocalEnabled) connectMissingCamera();
-        showMapWindow(channelPhotocurrent);
-        outcome = scan();
-    }
-    setField(Field::StartButton, "Start");
-    refreshPositions();
-    return outcome;
 }
 
 void onCommand(int id) {
@@ -393,7 +376,9 @@ void onCommand(int id) {
     }
     leaveStaleWideView();
     // So that the arrow keys go on working; into a tool window the operator types.
-    if (id != idIvMeasurement && id != idTimeEvolution && id != idContinueScan && id != idScanList)
+    constexpr int typedInto[] = {idIvMeasurement, idTimeEvolution, idContinueScan, idScanList,
+                                 idRememberPlace, idPlaces,        idScans};
+    if (std::find(std::begin(typedInto), std::end(typedInto), id) == std::end(typedInto))
         focusMainWindow();
 }
 
@@ -505,9 +490,9 @@ void onLeftButtonUp(int x, int y) {
             showInformation("The camera does not see that place");
             return redrawPicture();
         }
-        const bool selected = areaConfirmed(width(), height()) && !processUnderWay();
+        const bool selected = drawnAreaConfirmed(width(), height()) && !processUnderWay();
         redrawPicture(); // erases the dragged rectangle
-        if (selected) selectScanArea();
+        if (selected) takeDrawnArea();
     } else if (handState.picksLaserSpot) {
         pickLaserSpot(x, y);
     } else if (!mayHappen(refused, refused)) {
@@ -527,6 +512,8 @@ void onTimer(Timer timer) {
     if (timer == Timer::LiveView) liveViewTick();
     if (timer == Timer::Journal) journalTick();
     if (timer == Timer::Board) watchLaserBoard();
+    if (timer == Timer::Scans) scansTick();
+    if (timer == Timer::Door) onDoorTimer();
 }
 
 void onClose() {
@@ -572,6 +559,7 @@ void onResume() {
 
 void fillControlColumn() {
     handState.picksLaserSpot = false; // a new window's menu has no check mark
+    planeInUse.follows = false;       // nor here
     showScanSettings();
     showCameraSettings();
     setField(Field::UnitLabel, unitLabel());

@@ -3,10 +3,8 @@
 #pragma once
 
 #include "screen/screen.h"
-#include "session/outcome.h"
 
 #include <cstdint>
-#include <functional>
 #include <span>
 
 // What comes of a command while a process runs or the stage moves: it is carried out, refused with
@@ -26,9 +24,7 @@ std::span<const Command> commandTable();
 
 void onCommand(int id);
 
-// The work of a scan's process, from the questions before it to the start button after it: `scan`
-// when `prepare` has returned true.
-Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan);
+constexpr int largestClickPx = 10; // a smaller drag is a click
 
 // What keys and mouse are in the middle of.
 struct HandState {
@@ -59,19 +55,18 @@ void onSessionEnd();
 void onSuspend();
 void onResume();
 
-// The texts of a new control column, and the parts of it that an edit writes back.
+// The texts of a new control column.
 void fillControlColumn();
-void showScanSettings();
-void showCameraSettings();
-
-// Where the operator may send the stage in X and Y, to either side of zero.
-constexpr int32_t xyLimitUm = 10000;
 
 // Enter in one of the edits: parses, clamps and applies what was typed.
 void enterScanStep();
 void enterPositionX();
 void enterPositionY();
 void enterPositionZ();
+
+// Asks before Z goes so far up that the objective may touch; true without a question where it does
+// not. Um.
+bool farFocusMoveAccepted(double targetUm);
 void enterLaserIntensity();
 void enterGain();
 void enterExposure();

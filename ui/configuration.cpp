@@ -1,6 +1,7 @@
 // The rules of the Configuration dialog.
 #include "ui/configuration.h"
 
+#include "actions/settings.h"
 #include "camera/camera.h"
 #include "camera/live_view.h"
 #include "camera/spot.h"
@@ -38,10 +39,6 @@ constexpr int32_t highestGpibAddress = 30; // IEEE 488
 constexpr int32_t highestTcpPort = 65535;
 constexpr int32_t highestComPort = 256;  // of Windows
 constexpr int32_t largestAperture = 500; // pixels: about the picture's height across
-// What the Keithley 2450 can source, and its limits of compliance.
-constexpr float largestBias = 210.0f;  // V
-constexpr float smallestLimit = 1e-9f; // A
-constexpr float largestLimit = 1.05f;
 
 struct {
     bool isOpen = false;
@@ -126,16 +123,14 @@ void connectChosenInstrument() {
 
 void apply() {
     InstrumentLink& link = instrumentLink;
-    takeNumber(idBias, link.biasVoltage, -largestBias, largestBias);
-    takeNumber(idCurrentLimit, link.currentLimit, smallestLimit, largestLimit);
+    takeNumber(idBias, link.biasVoltage, -largestBiasTyped, largestBiasTyped);
+    takeNumber(idCurrentLimit, link.currentLimit, smallestLimitTyped, largestLimitTyped);
     takeInteger(idCameraAperture, cameraState.cameraAperture, 1, largestAperture);
     computeScanArea(scanArea);
     logEvent(formatted("Camera aperture %d pixels", cameraState.cameraAperture));
     // The label stays as it was with a new kind, until "Set" confirms that the new one is used.
     if (chosenKind() != link.ammeterKind) return connectChosenInstrument();
-    const SourceAnswer answer =
-        applyBias(static_cast<double>(link.biasVoltage), static_cast<double>(link.currentLimit));
-    if (!answer.accepted()) showInformation(wordsOf(answer).c_str());
+    setBias(link.biasVoltage, link.currentLimit);
     setField(Field::UnitLabel, unitLabel());
 }
 

@@ -1,6 +1,8 @@
 // Shows the two pictures and goes on with the scan.
 #include "ui/continue_window.h"
 
+#include "actions/measurements.h"
+#include "actions/settings.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"

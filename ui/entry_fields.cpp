@@ -1,4 +1,6 @@
 // What Enter does in the edits of the control column: parse, clamp, apply, write back.
+#include "actions/measurements.h"
+#include "actions/settings.h"
 #include "camera/camera.h"
 #include "camera/live_view.h"
 #include "instruments/laser_link.h"
@@ -23,13 +25,7 @@
 
 namespace {
 
-constexpr int32_t zLimitUm = 5000;
-constexpr double farFocusMoveUm = 2000.0;
-constexpr int gainLowest = 1;
-constexpr int gainHighest = 36;
 constexpr int commandedGainHighest = 20;
-constexpr int exposureLowestUs = 100;
-constexpr int exposureHighestUs = 500000;
 
 std::optional<int> typedInteger(Field field) {
     return ::typedInteger(fieldText(field, editCapacity));
@@ -65,42 +61,17 @@ void enterXyPosition(Field field, StageAxis& axis) {
     moveTyped(axis, std::clamp(*typed, -xyLimitUm, xyLimitUm), speedOf(axis, motorSpeed));
 }
 
-void applyCameraSettings() {
-    showCameraSettings();
-    logEvent(formatted("Camera by hand: gain %d, exposure %.0f us", cameraState.gain,
-                       cameraState.exposureUs));
-    controlCamera(cameraState, cameraManual);
-    grabFrames(cameraState, 1);
-}
-
 void takeGain(int highest) {
-    if (const std::optional<int> typed = typedInteger(Field::Gain))
-        cameraState.gain = std::clamp(*typed, gainLowest, highest);
-    applyCameraSettings();
+    setGain(std::clamp(typedInteger(Field::Gain).value_or(cameraState.gain), gainLowest, highest));
 }
 
 } // namespace
-
-void showScanSettings() {
-    setField(Field::ScanStep, formatted("%.1f", scanArea.scanStep).c_str());
-    setField(Field::LaserIntensity,
-             formatted("%.1f", laserLink.laserLevel * setUp.laserUaPerVolt).c_str());
-}
-
-void showCameraSettings() {
-    setField(Field::Gain, formatted("%d", cameraState.gain).c_str());
-    setField(Field::Exposure, formatted("%ld", std::lround(cameraState.exposureUs)).c_str());
-}
 
 void enterScanStep() {
     // A running process keeps the grid that its maps are made for.
     if (processUnderWay()) return showScanSettings();
     const double typed = typedNumber(Field::ScanStep).value_or(0.0f);
-    scanArea.scanStep = std::clamp(typed, scanStepLowest, scanStepHighest);
-    showScanSettings();
-    logEvent(formatted("Scan step %.1f um", scanArea.scanStep));
-    computeScanArea(scanArea);
-    allocateMaps();
+    setScanStep(std::clamp(typed, scanStepLowest, scanStepHighest));
     focusMainWindow();
 }
 
@@ -117,29 +88,25 @@ void enterPositionZ() {
     if (!typed || typedMoveUnderWay || stageIsMoving()) return;
     const int32_t target = std::clamp(*typed, -zLimitUm, zLimitUm);
     switchLiveView(LiveView::Off);
-    if (target - stageZ.positionUm >= farFocusMoveUm) {
-        // The question would hold the process where it is, with the laser on.
-        if (processUnderWay()) return refuseForProcess();
-        const std::string question =
-            formatted("Are you sure the distance from objective lens to sample greater than %dmm.",
-                      target / 1000);
-        if (showMessageBox(windows.main, question.c_str(), "Warning!", BoxButtons::YesNo) !=
-            BoxAnswer::Yes)
-            return;
-    }
-    moveTyped(stageZ, target, setUp.focusSpeed);
+    if (farFocusMoveAccepted(target)) moveTyped(stageZ, target, setUp.focusSpeed);
+}
+
+bool farFocusMoveAccepted(double targetUm) {
+    const std::string question = farFocusQuestion(targetUm);
+    if (question.empty()) return true;
+    // The question would hold the process where it is, with the laser on.
+    if (processUnderWay()) return refuseForProcess(), false;
+    return showMessageBox(windows.main, question.c_str(), "Warning!", BoxButtons::YesNo) ==
+           BoxAnswer::Yes;
 }
 
 void enterLaserIntensity() {
     // 1 to 20 uA where a volt makes 4.
-    const auto highest = static_cast<float>(setUp.laserUaPerVolt * setUp.laserFullScaleVolts);
-    if (const std::optional<float> typed = typedNumber(Field::LaserIntensity))
-        laserLink.laserLevel = static_cast<double>(std::clamp(*typed, highest / 20.0f, highest)) /
-                               setUp.laserUaPerVolt;
+    const double highest = highestLaserUa();
+    const std::optional<float> typed = typedNumber(Field::LaserIntensity);
+    if (typed) setLaserIntensity(std::clamp(static_cast<double>(*typed), highest / 20.0, highest));
     showScanSettings();
-    logEvent("Laser intensity " + laserIntensityWords());
     focusMainWindow();
-    if (laserIsOn()) setLaserLevel(1);
 }
 
 void enterGain() {
@@ -151,7 +118,7 @@ void takeCommandedGain() {
 }
 
 void enterExposure() {
-    if (const std::optional<int> typed = typedInteger(Field::Exposure))
-        cameraState.exposureUs = std::clamp(*typed, exposureLowestUs, exposureHighestUs);
-    applyCameraSettings();
+    const std::optional<int> typed = typedInteger(Field::Exposure);
+    setExposure(
+        std::clamp(typed ? *typed : cameraState.exposureUs, exposureLowestUs, exposureHighestUs));
 }

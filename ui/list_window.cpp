@@ -1,6 +1,7 @@
 // Puts a list together, row by row, and starts it.
 #include "ui/list_window.h"
 
+#include "actions/measurements.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
@@ -163,6 +164,7 @@ void showList() {
     setText(editNote, state.list.note);
     checkInTool(state.window, idListGoesOn, state.list.goesOnAfterFailure);
     checkInTool(state.window, idListKeepsBias, state.list.keepsBiasInAPause);
+    checkInTool(state.window, idListFollowsDrift, state.list.followsDrift);
     showRows(state.list.rows.empty() ? -1 : 0);
 }
 
@@ -181,6 +183,7 @@ bool takeHead() {
     const bool kept = keepOccasion(state.list.sample, state.list.note);
     const bool programKept = keepProgramAtEnd(text(editEndProgram));
     if (!kept || !programKept) tell("Options.ini could not be written");
+    state.list.followsDrift = isCheckedInTool(state.window, idListFollowsDrift);
     return true;
 }
 
@@ -247,12 +250,13 @@ ListRow presentRow(ListKind kind) {
 }
 
 void addArea() {
-    if (scanArea.totalPoints < 2) return tell("Draw a scan area first");
+    const ScanArea area = presentArea();
+    if (area.totalPoints < 2) return tell("Draw a scan area first");
     ListRow row = presentRow(ListKind::Map);
-    row.xUm += scanArea.offsetXUm;
-    row.yUm += scanArea.offsetYUm;
-    row.columns = scanArea.cols;
-    row.rows = scanArea.rows;
+    row.xUm += area.offsetXUm;
+    row.yUm += area.offsetYUm;
+    row.columns = area.cols;
+    row.rows = area.rows;
     insertRow(row);
 }
 
@@ -314,16 +318,6 @@ void saveList() {
     showInformation(("Saved: KST_Data\\Scan lists\\" + state.list.name + ".ini").c_str());
 }
 
-void runIt(const std::function<Outcome()>& run) {
-    runProcess(
-        "Scan list",
-        [&]() -> Outcome {
-            if (!partialStageAccepted()) return {.end = ProcessEnd::Declined};
-            return run();
-        },
-        saveRowAtForcedEnd);
-}
-
 void startList() {
     if (stageIsMoving()) return showInformation("Not while the stage moves");
     if (processUnderWay()) return refuseForProcess();
@@ -342,7 +336,7 @@ void startList() {
     }
     if (!writeScanList(state.list)) return tell("The list could not be written");
     showRows(state.selected);
-    runIt([list = state.list] { return startScanList(list); });
+    startListRun([list = state.list] { return startScanList(list); });
     if (state.window) showRows(state.selected);
 }
 
@@ -425,6 +419,7 @@ std::vector<ToolControl> controls() {
     all.push_back({Edit, "", 104, endTop, 406, height, idListEndProgram});
     all.push_back(
         {Label, "a program, with the list's record; empty: none", 518, endTop, 280, height});
+    all.push_back({Check, "Follow drift", 520, bottomTop, 110, height, idListFollowsDrift});
     all.push_back({Button, "Start", right - 40, bottomTop, 104, height + 2, idListStart});
     return all;
 }
@@ -538,7 +533,7 @@ void continueLastList() {
     state.list = left->list;
     openListWindow();
     if (state.window) showList();
-    runIt([&] { return continueScanList(*left); });
+    startListRun([&] { return continueScanList(*left); });
     if (state.window) showRows(state.selected);
 }
 

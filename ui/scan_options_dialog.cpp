@@ -2,6 +2,7 @@
 #include "ui/scan_options_dialog.h"
 
 #include "camera/live_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "mapping/occasion.h"
 #include "mapping/scan_options.h"
@@ -61,7 +62,22 @@ void opened() {
     setDialogText(idSampleEdit, occasion.sample.c_str());
     setDialogText(idNoteEdit, occasion.note.c_str());
     checkInDialog(idPauseBiasCheck, scanSettings.options.keepsBiasInAPause);
+    checkInDialog(idScriptsCheck, doorSettings.isOpen);
+    checkInDialog(idScriptsSwitchCheck, doorSettings.maySwitch);
     showSettling();
+}
+
+// At once. The file of the options has them, too; false when it was not written.
+bool takeDoorSettings() {
+    const DoorSettings before = doorSettings;
+    doorSettings.isOpen = isCheckedInDialog(idScriptsCheck);
+    doorSettings.maySwitch = isCheckedInDialog(idScriptsSwitchCheck);
+    if (doorSettings == before) return true;
+    if (doorSettings.maySwitch != before.maySwitch)
+        logEvent(std::string("Scripts may ") + (doorSettings.maySwitch ? "" : "not ") +
+                 "switch laser and bias");
+    followDoorSettings();
+    return writeDoorSettings();
 }
 
 void showRange(const ScanNumber& of) {
@@ -98,7 +114,9 @@ void takeOver() {
     constexpr int wordCapacity = 200;
     const bool kept =
         keepOccasion(dialogText(idSampleEdit, wordCapacity), dialogText(idNoteEdit, wordCapacity));
-    if (!writeScanOptions() || !kept) showInformation("Options.ini could not be written");
+    const bool doorWritten = takeDoorSettings();
+    if (!writeScanOptions() || !kept || !doorWritten)
+        showInformation("Options.ini could not be written");
     endDialog();
 }
 

@@ -1,6 +1,7 @@
 // Follows a change of the set-up.
 #include "ui/set_up_change.h"
 
+#include "actions/settings.h"
 #include "camera/camera.h"
 #include "instruments/kinds.h"
 #include "instruments/laser_link.h"

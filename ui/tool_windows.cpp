@@ -16,6 +16,9 @@
 #include "ui/commands.h"
 #include "ui/continue_window.h"
 #include "ui/list_window.h"
+#include "ui/places_window.h"
+#include "ui/profile_window.h"
+#include "ui/scans_window.h"
 
 #include <algorithm>
 #include <iterator>
@@ -151,6 +154,9 @@ void openTool(Tool tool) {
 void onToolCommand(WindowHandle window, int id) {
     if (isContinueWindow(window)) return onContinueCommand(id);
     if (isListWindow(window)) return onListCommand(id);
+    if (isPlacesWindow(window)) return onPlacesCommand(id);
+    if (isScansWindow(window)) return onScansCommand(id);
+    if (isProfileWindow(window)) return onProfileCommand(id);
     ToolState* tool = stateOf(window);
     if (!tool) return;
     if (id == idSweepStart && !processUnderWay() && canSweep())
@@ -181,23 +187,49 @@ bool toolTakesKeys(WindowHandle window) {
 }
 
 std::string onToolTable(WindowHandle window, int row, int column) {
+    if (isPlacesWindow(window)) return placesCell(row, column);
+    if (isScansWindow(window)) return scansCell(row, column);
     return isListWindow(window) ? listCell(row, column) : std::string();
 }
 
 void onToolSelection(WindowHandle window) {
     if (isListWindow(window)) onListSelection();
+    if (isPlacesWindow(window)) onPlacesSelection();
+    if (isScansWindow(window)) onScansSelection();
+}
+
+std::vector<uint32_t> onToolPicture(WindowHandle window, int row) {
+    return isScansWindow(window) ? scansPicture(row) : std::vector<uint32_t>();
+}
+
+void onToolHeading(WindowHandle window, int column) {
+    if (isScansWindow(window)) onScansHeading(column);
+}
+
+void onToolRowOpened(WindowHandle window) {
+    if (isScansWindow(window)) onScansRowOpened();
+}
+
+bool toolClosesByEscape(WindowHandle window) {
+    return isScansWindow(window);
 }
 
 void onToolPaint(WindowHandle window) {
     if (isContinueWindow(window)) paintContinueWindow();
+    if (isPlacesWindow(window)) paintPlacesWindow();
+    if (isProfileWindow(window)) paintProfile();
 }
 
 bool isToolWindow(WindowHandle window) {
-    return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window);
+    return stateOf(window) != nullptr || isContinueWindow(window) || isListWindow(window) ||
+           isPlacesWindow(window) || isScansWindow(window) || isProfileWindow(window);
 }
 
 void forgetTool(WindowHandle window) {
     if (isContinueWindow(window)) forgetContinueWindow();
     if (isListWindow(window)) forgetListWindow();
+    if (isPlacesWindow(window)) forgetPlacesWindow();
+    if (isScansWindow(window)) forgetScansWindow();
+    if (isProfileWindow(window)) forgetProfile();
     if (ToolState* tool = stateOf(window)) *tool = {};
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 enum class Tool { IvCurve, TimeEvolution };
 
@@ -30,6 +31,16 @@ void onToolPaint(WindowHandle window);
 // What stands in a cell of a table, and that another row is selected.
 std::string onToolTable(WindowHandle window, int row, int column);
 void onToolSelection(WindowHandle window);
+
+// Of a PictureTable: the picture at the beginning of a row, 0x00RRGGBB, square, the top row first,
+// empty where there is none; a heading that was pressed; a row that was opened by a double click or
+// Enter, which is the selected one.
+std::vector<uint32_t> onToolPicture(WindowHandle window, int row);
+void onToolHeading(WindowHandle window, int column);
+void onToolRowOpened(WindowHandle window);
+
+// Whether Escape closes it.
+bool toolClosesByEscape(WindowHandle window);
 
 bool isToolWindow(WindowHandle window);
 

@@ -100,6 +100,10 @@ static void chooseRows() {
     }
 }
 
+bool labRowIsShown(int rawRow) {
+    return isSeen[static_cast<size_t>(labRawHeight - 1 - rawRow) / 2];
+}
+
 // scale: grey levels per reflectance step of 1/255, in 1/256. 16-bit arithmetic throughout, so that
 // the compiler makes vectors of it. A sanitizer's check at every byte would undo that, and so would
 // a call of std::min, which has one.
@@ -159,7 +163,8 @@ static void drawSharp(uint8_t* raw, uint16_t scale, int left, int bottom) {
 static void drawTurned(uint8_t* raw, uint16_t scale) {
     const LabPoint origin = fromCentre(-labCentreColumn, -labCentreRow);
     const LabPoint perColumn = fromCentre(1, 0), perRow = fromCentre(0, 1);
-    const double x0 = labStageUm(labX) + origin.x, y0 = labStageUm(labY) + origin.y;
+    const LabPoint centre = sampleAtCentre();
+    const double x0 = centre.x + origin.x, y0 = centre.y + origin.y;
     uint8_t lines[2][labRawWidth];
     for (int row = 0; row < pictureHeight; ++row) {
         if (!isSeen[static_cast<size_t>(row)]) continue;
@@ -197,7 +202,8 @@ static void drawDefocused(uint8_t* raw, uint16_t scale, int left, int bottom, do
 
 // How far the sample's picture is blurred, picture pixels: by what the spot is wider than in focus.
 static double illuminatedSigma() {
-    double defocus = labStageUm(labZ) - surfaceHeightAt(labStageUm(labX), labStageUm(labY));
+    const LabPoint centre = sampleAtCentre();
+    double defocus = labStageUm(labZ) - surfaceHeightAt(centre.x, centre.y);
     return spotSigmaInFocus * (spotWidening(defocus) - 1);
 }
 
@@ -205,8 +211,9 @@ static void drawIlluminated(uint8_t* raw, double brightness) {
     auto scale =
         static_cast<uint16_t>(std::clamp(illuminationLevel * brightness / 255 * 256, 0.0, 65535.0));
     if (!lab.faults.setUp.isStraight()) return drawTurned(raw, scale);
-    int left = static_cast<int>(std::lround(labStageUm(labX) / labUmPerPixel)) - labCentreColumn;
-    int bottom = static_cast<int>(std::lround(labStageUm(labY) / labUmPerPixel)) - labCentreRow;
+    const LabPoint centre = sampleAtCentre();
+    int left = static_cast<int>(std::lround(centre.x / labUmPerPixel)) - labCentreColumn;
+    int bottom = static_cast<int>(std::lround(centre.y / labUmPerPixel)) - labCentreRow;
     double sigma = illuminatedSigma();
     if (sigma >= 1)
         drawDefocused(raw, scale, left, bottom, sigma);
@@ -236,7 +243,7 @@ __attribute__((LAB_VECTORS)) static void addLight(uint8_t* __restrict out,
 }
 
 static void addSpot(uint8_t* raw, double brightness) {
-    LabPoint place = labLaserSpotSample();
+    LabPoint place = labSampleAt(labSpotPixel().column, labSpotPixel().row);
     double widening = spotWidening(labStageUm(labZ) - surfaceHeightAt(place.x, place.y));
     double sigma = spotSigmaInFocus * widening;
     double peak = laserLevelAtReference * lab.board.laserPwm / referencePwm * brightness /
@@ -313,7 +320,8 @@ void setLabRowsAroundSpot(int rows) {
 void renderLabFrame(uint8_t* raw) {
     LabLock lock;
     double brightness = cameraSensitivity();
-    const Scene scene = {brightness,       labStageUm(labX),   labStageUm(labY),
+    const LabPoint centre = sampleAtCentre();
+    const Scene scene = {brightness,       centre.x,           centre.y,
                          labStageUm(labZ), lab.board.laserPwm, lab.board.illuminated,
                          automaticTop()};
     const bool nobodyLooks = lab.rowsAroundSpot >= 0;

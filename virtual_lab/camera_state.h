@@ -84,6 +84,7 @@ double cameraFrameMs(); // exposure and read-out
 
 // The automatic functions look at every 24th mosaic cell each way, from this raw row on.
 int automaticTop();
+bool labRowIsShown(int rawRow);   // in the last frame; see setLabRowsAroundSpot
 constexpr int automaticStep = 48; // pixels
 
 // Steps of the automatic functions after a frame of that mean brightness (0..255).

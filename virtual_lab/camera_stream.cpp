@@ -98,9 +98,14 @@ static void takeFrameOfOtherSensor(uint8_t* memory, int width, int height, bool 
     const int top =
         static_cast<int>(featureValue("OffsetY")) - (setUp.sensorHeight - labRawHeight) / 4 * 2;
     const std::array<int, 4> order = orderOf(cameraPixelFormat());
-    uint64_t sum = 0;
+    uint64_t sum = 0, count = 1;
     for (int row = 0; row < height; ++row) {
         const int y = top + row;
+        if (y >= 0 && y < labRawHeight && !labRowIsShown(y)) {
+            memory += twelveBits ? 2 * width : width;
+            continue;
+        }
+        count += static_cast<uint64_t>(width);
         for (int column = 0; column < width; ++column) {
             const int x = left + column;
             uint8_t value = 0;
@@ -122,8 +127,7 @@ static void takeFrameOfOtherSensor(uint8_t* memory, int width, int height, bool 
             }
         }
     }
-    if (lab.board.illuminated)
-        adaptExposure(static_cast<double>(sum) / (static_cast<double>(width) * height));
+    if (lab.board.illuminated) adaptExposure(static_cast<double>(sum) / static_cast<double>(count));
 }
 
 // Renders into the buffer what the camera is set to send: a part of the sensor, 8 or 12 bits.

@@ -99,11 +99,12 @@ void noteError(LabInstrument who, const std::string& what, const std::string& co
     ++lab.counters.instrumentErrors;
 }
 
-void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged) {
+void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged, double x,
+                     double y) {
     LabPoint spot = labLaserSpotSample();
     logEntry(lab.instruments.measurements,
              {who, labNowMs(), spot.x, spot.y, biasVolts, value, lab.board.laserPwm > 0,
-              lab.board.illuminated, flagged});
+              lab.board.illuminated, flagged, x, y});
 }
 
 // Handles are never given twice: what a program still holds is worthless.

@@ -143,7 +143,8 @@ void switchOffSr860(LabInstrument who);
 // Puts a reply into the output, as the faults let it.
 void reply(LabInstrument who, std::string text, const char* terminator, double takesMs);
 void noteError(LabInstrument who, const std::string& what, const std::string& command);
-void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged = false);
+void noteMeasurement(LabInstrument who, double biasVolts, double value, bool flagged = false,
+                     double lockInX = 0, double lockInY = 0);
 
 // A current with the noise of the range, in whole steps.
 double digitizeCurrent(double amps, double range, double step);

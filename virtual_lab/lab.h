@@ -58,16 +58,26 @@ struct LabSetUp {
     double umPerPixel = labUmPerPixel;
     double degrees = 0;
     bool mirrored = false;
-    LabPixel spot = {640, 500}; // where the picture shows the laser spot, and its light acts
+    LabPixel spot = {640, 500}; // where the picture shows the laser spot
+    LabPoint spotActsUm;        // from there to where its light acts
     double umPerTurn[3] = {250, 250, 250};
     bool reversed[3] = {}; // its controller counts down where the carriage goes up
-    // Before the board's analog input a transimpedance amplifier, V/A; 0: the photovoltage itself.
-    double boardVoltsPerAmpere = 0;
-    double boardOffsetVolts = 0; // of the amplifier without a current
+    // Before the board's analog input a transimpedance amplifier, V/A, negative where it inverts;
+    // 0: the photovoltage itself. The same before the oscilloscope.
+    double boardVoltsPerAmpere = 0, scopeVoltsPerAmpere = 0;
+    double boardOffsetVolts = 0, scopeOffsetVolts = 0; // of the amplifier without a current
+    // The board: its analog input and converter, its pins, what level its lamp is switched on by,
+    // and the laser's drive level at 255.
+    double inputVolts = 5;
+    int inputBits = 10;
+    int laserPin = 5, lampPin = 6, lampOnLevel = 5;
+    double laserFullScaleVolts = 5;
     // The camera's sensor and what its colours are called; Mono8 where it has none.
     int sensorWidth = 2464, sensorHeight = 2056;
     std::string pixelFormat = "BayerRG8";
     bool centred = false; // a stored user set keeps its region of interest in the middle
+    // How far the sample is tilted: it rises so much along x and along y, degrees.
+    double tiltX = 0, tiltY = 0;
 
     bool isStraight() const { return umPerPixel == labUmPerPixel && degrees == 0 && !mirrored; }
 };
@@ -75,6 +85,10 @@ LabSetUp labSetUp();
 
 // The sample point that a picture pixel shows now.
 LabPoint labSampleAt(double column, double rowFromBottom);
+
+// How far the sample has drifted on the stage since resetLab, um along the stage's axes: what lay
+// under the picture's centre is there again when the stage has moved by that.
+LabPoint labDriftUm();
 
 // The controllers lose their supply: they are gone until they are opened again, count 0 where they
 // stand, and give the windings no current.
@@ -88,11 +102,13 @@ enum LabAxis : int { labX = 0, labY = 1, labZ = 2 };
 // resetLab.
 double labStageUm(int axis);
 bool labStageMoves(int axis); // its motor is under way
+// What its controller counts, um, with the carriage's sign: without asking it.
+double labCountedUm(int axis);
 
 LabPixel labSpotPixel();       // place of the laser spot in the picture
 LabPoint labLaserSpotSample(); // sample point under the laser spot
 bool labIlluminated();
-int labLaserPwm(); // 0..255, pin 5
+int labLaserPwm(); // 0..255, the laser's pin
 
 // Photovoltage and photocurrent are what the light gives in the end (expectedVolts,
 // expectedCurrent), times the population of the carriers that it makes, 0..1. While the laser is on
@@ -174,9 +190,10 @@ struct LabMeasurement {
     double timeMs;
     double sampleX, sampleY; // um, under the laser spot
     double biasVolts;
-    double value;     // as answered, with noise: A or V
-    bool laser, lamp; // shone then
-    bool flagged;     // a lock-in amplifier's: overloaded, or without its reference
+    double value;            // as answered, with noise: A or V
+    bool laser, lamp;        // shone then
+    bool flagged;            // a lock-in amplifier's: overloaded, or without its reference
+    double lockInX, lockInY; // beside it, of the same moment: its value is R
 };
 const std::vector<LabMeasurement>& labMeasurements();
 
@@ -278,6 +295,8 @@ const std::vector<LabRead>& labReads();
 // --- What is broken -----------------------------------------------------------------------------
 
 // Replaces all faults; one on each line, blank lines and lines that begin with '#' are skipped:
+//   sample drifts <x> <y>               on the stage, um an hour; mended, it stays where it is
+//   sample shifted <x> <y>              on the stage, um, at once; mended, it is back
 //   camera absent | camera lost | camera sfnc 1
 //   camera lacks <feature name>         it has no such feature; several lines, several features
 //   camera unsettled                    an automatic function that works once never ends
@@ -308,12 +327,17 @@ const std::vector<LabRead>& labReads();
 //   backlash x|y|z <um>                 2, 2 and 0.8 when nothing is said
 //   optics <um a pixel> <degrees> [mirrored]   of the camera against the stage
 //   spot at <column> <row>              of the laser on the picture, from the bottom
+//   spot acts <x um> <y um>             its light, so far from where it is seen
 //   axis x|y|z pitch <um>               its screw's, a turn; 250 when nothing is said
 //   axis x|y|z reversed                 its controller counts the other way
-//   amplifier board <V/A> <offset V>    before the board's input
+//   amplifier board|scope <V/A> <offset V>   before its input; negative where it inverts
+//   board input <V> <bits>              full scale of its analog input, and its converter's
+//   board laser <pin> <V>               and the drive level at 255
+//   board lamp <pin> <level>            and what switches it on
 //   sensor <width> <height> BayerRG8|BayerGR8|BayerGB8|BayerBG8|Mono8|Mono12   of the camera
 //   camera centred                      a user set keeps its region of interest in the middle
 //   camera second                       there is another one, found before it
+//   sample tilted <degrees> <degrees>   rises so along x and along y
 //   second set-up                       another laboratory's: see secondSetUp, lab_state.cpp
 //   gpib absent                         no GPIB board; for devices opened before, pulled out
 //   gpib error                          every call that uses the bus fails

@@ -44,6 +44,7 @@ void resetLab(uint64_t seed) {
     lab.board = {};
     lab.carriers = {};
     lab.counters = {};
+    lab.drift = {.sinceMs = labNowMs()};
     lab.boardCommands.clear();
     lab.reads.clear();
     resetMotors();
@@ -120,9 +121,23 @@ static bool parseSetUp(std::istringstream& words, const std::string& device,
                std::find(std::begin(formats), std::end(formats), setUp.pixelFormat) !=
                    std::end(formats);
     }
+    if (device == "sample")
+        return what == "tilted" && words >> setUp.tiltX >> setUp.tiltY &&
+               std::abs(setUp.tiltX) <= 45 && std::abs(setUp.tiltY) <= 45;
+    if (device == "spot" && what == "acts")
+        return !!(words >> setUp.spotActsUm.x >> setUp.spotActsUm.y);
     if (device == "spot") return what == "at" && words >> setUp.spot.column >> setUp.spot.row;
-    return device == "amplifier" && what == "board" &&
-           words >> setUp.boardVoltsPerAmpere >> setUp.boardOffsetVolts;
+    if (device == "board" && what == "input")
+        return words >> setUp.inputVolts >> setUp.inputBits && setUp.inputVolts > 0 &&
+               setUp.inputBits >= 8 && setUp.inputBits <= 24;
+    if (device == "board" && what == "laser")
+        return words >> setUp.laserPin >> setUp.laserFullScaleVolts &&
+               setUp.laserFullScaleVolts > 0;
+    if (device == "board") return what == "lamp" && words >> setUp.lampPin >> setUp.lampOnLevel;
+    const bool scope = what == "scope";
+    return device == "amplifier" && (scope || what == "board") &&
+           words >> (scope ? setUp.scopeVoltsPerAmpere : setUp.boardVoltsPerAmpere) >>
+               (scope ? setUp.scopeOffsetVolts : setUp.boardOffsetVolts);
 }
 
 static bool parseAxisFault(std::istringstream& words, int axis, LabFaults& faults) {
@@ -164,7 +179,12 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
     int axis = axisNamed(what);
     double number = 0;
 
-    if (device == "camera" && what == "absent") {
+    if (device == "sample" && what == "drifts") {
+        LabPoint& rate = faults.driftUmPerHour;
+        if (!(words >> rate.x >> rate.y)) return false;
+    } else if (device == "sample" && what == "shifted") {
+        if (!(words >> faults.shiftUm.x >> faults.shiftUm.y)) return false;
+    } else if (device == "camera" && what == "absent") {
         faults.cameraAbsent = true;
     } else if (device == "camera" && what == "lost") {
         faults.cameraLost = true;
@@ -222,7 +242,8 @@ static bool parseFault(const std::string& line, LabFaults& faults) {
         faults.crashAside = detail == "aside";
         faults.crashAgain = detail == "again";
     } else if (device == "optics" || device == "spot" || device == "sensor" ||
-               device == "amplifier" || device == "second") {
+               device == "amplifier" || device == "second" || device == "sample" ||
+               (device == "board" && (what == "input" || what == "laser" || what == "lamp"))) {
         words.clear();
         if (!parseSetUp(words, device, what, faults)) return false;
         words.clear();
@@ -249,6 +270,9 @@ bool applyLabFaults(const std::string& text) {
         return std::tuple(s.sensorWidth, s.sensorHeight, s.pixelFormat, s.centred);
     };
     const bool otherSensor = sensorOf(faults.setUp) != sensorOf(lab.faults.setUp);
+    const double nowMs = labNowMs();
+    const LabPoint drifted = driftAtTime(nowMs), shift = lab.faults.shiftUm;
+    lab.drift = {{drifted.x - shift.x, drifted.y - shift.y}, nowMs};
     lab.faults = faults;
     if (otherSensor) resetCamera();
     for (LabMotor& motor : lab.motors) motor.calls = 0;

@@ -11,7 +11,8 @@
 
 struct LabFaults {
     LabSetUp setUp;
-    int controllers = 3; // found on the bus, 0..3
+    LabPoint driftUmPerHour, shiftUm; // of the sample on the stage
+    int controllers = 3;              // found on the bus, 0..3
     bool noController[3] = {};
     std::string busOrder = "yxz"; // the controllers' axes as a search finds them
     bool stranger = false;        // another set-up's controller is found first
@@ -77,6 +78,12 @@ struct LabMotor {
     double restsMs = 0;      // when its last move ended
 };
 
+// How far the sample had drifted when its rate last changed.
+struct LabDrift {
+    LabPoint um;
+    double sinceMs = 0;
+};
+
 struct LabBoard {
     std::string input; // bytes of a command not yet ended
     std::string reply;
@@ -96,6 +103,7 @@ struct LabCarriers {
 struct Lab {
     LabFaults faults;
     LabMotor motors[3]; // by LabAxis
+    LabDrift drift;
     LabBoard board;
     LabCarriers carriers;
     LabCamera camera;
@@ -147,9 +155,18 @@ void dropLostCamera();
 
 void switchLaser(int pwm); // 0..255, 0 is off
 
+// What an amplifier before an input makes of the photocurrent, V; without one (0 V/A) the
+// photovoltage.
+double behindAmplifier(double voltsPerAmpere, double offsetVolts);
+
 // The photovoltage at a time, where the carriages now stand, and the current that it makes.
 double photoVoltsAtTime(double ms);
 double photoCurrent(double photoVolts, double biasVolts);
+
+// Where the sample lies on the stage against where it lay at resetLab, um along the stage's axes;
+// and the sample point under the picture's centre now.
+LabPoint driftAtTime(double ms);
+LabPoint sampleAtCentre();
 
 // From the picture's centre to a pixel, um on the sample. Under the lock.
 LabPoint fromCentre(double columns, double rows);

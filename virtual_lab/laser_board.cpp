@@ -5,31 +5,28 @@
 #include <cmath>
 #include <cstdio>
 
-constexpr int laserPin = 5;
-constexpr int illuminationPin = 6;
 constexpr int photocurrentPin = 0;
-constexpr double inputEndVolts = 5; // all that lies higher is converted to 1023
 constexpr size_t longestCommand = 31;
 
+// All that lies higher than the input's full scale is converted to the highest count.
 static int convertPhotocurrent() {
     const LabSetUp& setUp = lab.faults.setUp;
-    double volts = setUp.boardVoltsPerAmpere > 0
-                       ? setUp.boardOffsetVolts + labPhotoCurrent(0) * setUp.boardVoltsPerAmpere
-                       : labPhotoVoltage();
-    if (lab.faults.boardOverload) volts = 2 * inputEndVolts;
-    if (!lab.faults.boardQuiet)
-        volts += std::normal_distribution<double>(0, labAdcNoiseVolts)(lab.noise);
-    return static_cast<int>(std::clamp(std::floor(volts / labAdcStepVolts), 0.0, 1023.0));
+    const double end = std::exp2(setUp.inputBits), step = setUp.inputVolts / end;
+    double volts = behindAmplifier(setUp.boardVoltsPerAmpere, setUp.boardOffsetVolts);
+    if (lab.faults.boardOverload) volts = 2 * setUp.inputVolts;
+    if (!lab.faults.boardQuiet) volts += std::normal_distribution<double>(0, step / 2)(lab.noise);
+    return static_cast<int>(std::clamp(std::floor(volts / step), 0.0, end - 1));
 }
 
 static bool analogRead(int pin, int samples) {
     if (pin < 0 || pin > 5 || samples < 1 || samples > 100) return false;
+    const double step = lab.faults.setUp.inputVolts / std::exp2(lab.faults.setUp.inputBits);
     int sum = 0;
     for (int i = 0; i < samples && pin == photocurrentPin; ++i) { // the others are not connected
         int counts = convertPhotocurrent();
         LabPoint spot = labLaserSpotSample();
         ++lab.counters.analogReads;
-        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * labAdcStepVolts, labRestedMs(),
+        logEntry(lab.reads, {labNowMs(), spot.x, spot.y, counts * step, labRestedMs(),
                              lab.board.laserPwm > 0, lab.board.illuminated});
         sum += counts;
     }
@@ -38,13 +35,14 @@ static bool analogRead(int pin, int samples) {
 }
 
 static bool digitalWrite(int pin, int level) {
-    if (pin != illuminationPin || (level != 0 && level != 5)) return false;
-    lab.board.illuminated = level == 5;
+    const LabSetUp& setUp = lab.faults.setUp;
+    if (pin != setUp.lampPin || (level != 0 && level != setUp.lampOnLevel)) return false;
+    lab.board.illuminated = level != 0;
     return true;
 }
 
 static bool analogWrite(int pin, int level) {
-    if (pin != laserPin || level < 0 || level > 255) return false;
+    if (pin != lab.faults.setUp.laserPin || level < 0 || level > 255) return false;
     switchLaser(level);
     return true;
 }
@@ -77,7 +75,7 @@ static bool scanAfterLetter(const std::string& command, int& number) {
 static bool tellLights() {
     char text[20];
     std::snprintf(text, sizeof text, "%02d %02d 00", lab.board.laserPwm,
-                  lab.board.illuminated ? 5 : 0);
+                  lab.board.illuminated ? lab.faults.setUp.lampOnLevel : 0);
     lab.board.reply += text;
     return true;
 }

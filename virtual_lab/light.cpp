@@ -36,20 +36,40 @@ LabPoint fromCentre(double columns, double rows) {
             (columns * std::sin(turn) + rows * std::cos(turn)) * setUp.umPerPixel};
 }
 
-static LabPoint spotOfStage(double xUm, double yUm) {
+LabPoint driftAtTime(double ms) {
+    const double hours = std::max(0.0, ms - lab.drift.sinceMs) / 3.6e6;
+    return {lab.drift.um.x + lab.faults.driftUmPerHour.x * hours + lab.faults.shiftUm.x,
+            lab.drift.um.y + lab.faults.driftUmPerHour.y * hours + lab.faults.shiftUm.y};
+}
+
+LabPoint labDriftUm() {
+    LabLock lock;
+    return driftAtTime(labNowMs());
+}
+
+LabPoint sampleAtCentre() {
+    const LabPoint drift = driftAtTime(labNowMs());
+    return {labStageUm(labX) - drift.x, labStageUm(labY) - drift.y};
+}
+
+// Where the light acts when the sample at the picture's centre is this.
+static LabPoint spotFrom(LabPoint centre) {
     const LabPixel spot = lab.faults.setUp.spot;
     const LabPoint way = fromCentre(spot.column - labCentreColumn, spot.row - labCentreRow);
-    return {xUm + way.x, yUm + way.y};
+    const LabPoint acts = lab.faults.setUp.spotActsUm;
+    return {centre.x + way.x + acts.x, centre.y + way.y + acts.y};
 }
 
 LabPoint labSampleAt(double column, double rowFromBottom) {
     LabLock lock;
     const LabPoint way = fromCentre(column - labCentreColumn, rowFromBottom - labCentreRow);
-    return {labStageUm(labX) + way.x, labStageUm(labY) + way.y};
+    const LabPoint centre = sampleAtCentre();
+    return {centre.x + way.x, centre.y + way.y};
 }
 
 LabPoint labLaserSpotSample() {
-    return spotOfStage(labStageUm(labX), labStageUm(labY));
+    LabLock lock;
+    return spotFrom(sampleAtCentre());
 }
 
 static double responseAtTime(double ms) {
@@ -73,8 +93,9 @@ void switchLaser(int pwm) {
 
 double photoVoltsAtTime(double ms) {
     const LabMotor* motors = lab.motors;
+    const LabPoint drift = driftAtTime(ms);
     return responseAtTime(ms) *
-           voltsAt(spotOfStage(motors[labX].carriageUm, motors[labY].carriageUm),
+           voltsAt(spotFrom({motors[labX].carriageUm - drift.x, motors[labY].carriageUm - drift.y}),
                    lab.carriers.lastLitPwm, motors[labZ].carriageUm);
 }
 
@@ -85,5 +106,11 @@ double labPhotoVoltage() {
 }
 
 double expectedVolts(double xUm, double yUm, double laserLevelVolts, double zUm) {
-    return voltsAt({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0), zUm);
+    return voltsAt({xUm, yUm},
+                   std::trunc(laserLevelVolts / lab.faults.setUp.laserFullScaleVolts * 255.0), zUm);
+}
+
+double behindAmplifier(double voltsPerAmpere, double offsetVolts) {
+    return voltsPerAmpere == 0 ? labPhotoVoltage()
+                               : offsetVolts + labPhotoCurrent(0) * voltsPerAmpere;
 }

@@ -296,7 +296,7 @@ LockInOutputs lockInOutputs(LabInstrument who) {
 }
 
 void noteLockInMeasurement(LabInstrument who, const LockInOutputs& outputs) {
-    noteMeasurement(who, 0, outputs.r, lockInNow(who) != 0);
+    noteMeasurement(who, 0, outputs.r, lockInNow(who) != 0, outputs.x, outputs.y);
 }
 
 unsigned lockInNow(LabInstrument who) {
@@ -397,7 +397,8 @@ static double reflectionVolts(LabPoint spot, double pwm) {
 }
 
 double expectedReflectionVolts(double xUm, double yUm, double laserLevelVolts) {
-    return reflectionVolts({xUm, yUm}, std::trunc(laserLevelVolts / 5.0 * 255.0));
+    return reflectionVolts(
+        {xUm, yUm}, std::trunc(laserLevelVolts / lab.faults.setUp.laserFullScaleVolts * 255.0));
 }
 
 double photodiodeVolts() {

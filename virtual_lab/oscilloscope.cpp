@@ -20,7 +20,8 @@ static Scope& scopeOf(LabInstrument who) {
 static double measure(LabInstrument who) {
     double value = notMeasurable;
     if (scopeOf(who).measuresMean && !lab.faults.instruments[who].overload) {
-        value = labPhotoVoltage();
+        value = behindAmplifier(lab.faults.setUp.scopeVoltsPerAmpere,
+                                lab.faults.setUp.scopeOffsetVolts);
         value += std::normal_distribution<double>(0, labScopeNoiseVolts)(lab.noise);
     }
     noteMeasurement(who, labBiasVolts(), value);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <numbers>
 
 enum class Material { Substrate, Flake, DeadSpot, ContactEdge, ContactOnFlake, Gold };
 
@@ -118,5 +119,8 @@ Rgb textureAt(double xUm, double yUm) {
 }
 
 double surfaceHeightAt(double xUm, double yUm) {
-    return 0.25 * std::sin(xUm / 45) + 0.15 * std::cos(yUm / 35) - 0.15;
+    const LabSetUp setUp = labSetUp();
+    const auto slope = [](double degrees) { return std::tan(degrees * std::numbers::pi / 180); };
+    return 0.25 * std::sin(xUm / 45) + 0.15 * std::cos(yUm / 35) - 0.15 + slope(setUp.tiltX) * xUm +
+           slope(setUp.tiltY) * yUm;
 }

@@ -146,6 +146,14 @@ double labStageUm(int axis) {
     return lab.motors[axis].carriageUm;
 }
 
+double labCountedUm(int axis) {
+    LabLock lock;
+    if (axis < labX || axis > labZ) return 0;
+    advanceMotor(axis);
+    const LabMotor& motor = lab.motors[axis];
+    return (motor.steps + signOf(axis) * motor.originSteps) * umPerStep(axis);
+}
+
 double labRestedMs() {
     advanceMotors();
     return labNowMs() - std::max(lab.motors[labX].restsMs, lab.motors[labY].restsMs);

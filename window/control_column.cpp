@@ -7,9 +7,12 @@
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "ui/commands.h"
+#include "window/fit_window.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 
 enum class Kind {
     Button,
@@ -104,6 +107,9 @@ static const Control controls[] = {
 constexpr size_t fieldCount = static_cast<size_t>(Field::PauseButton) + 1;
 static std::array<HWND, fieldCount> fieldWindows; // null while there is no column
 
+static HWND controlWindows[std::size(controls)]; // in their order
+static HFONT madeFont = nullptr;                 // null: the system's
+
 struct KeyedEdit {
     Field field;
     void (*enter)();
@@ -179,21 +185,41 @@ static bool isEdit(HWND control) {
     return lstrcmpiW(className, L"EDIT") == 0;
 }
 
-void createControlColumn(HWND window) {
+static void setFont(HWND control, HFONT font) {
     const LPARAM margins = MAKELPARAM(1, 1); // pixels; the longest texts just fit
-    const auto font = reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT));
+    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
+    if (isEdit(control))
+        SendMessageW(control, EM_SETMARGINS, EC_LEFTMARGIN | EC_RIGHTMARGIN, margins);
+}
+
+void createControlColumn(HWND window) {
+    const auto font = static_cast<HFONT>(GetStockObject(DEFAULT_GUI_FONT));
+    HWND* place = controlWindows;
     for (const Control& control : controls) {
         WindowKind kind = windowKind(control);
         HWND made = CreateWindowExW(kind.extendedStyle, kind.className, control.caption, kind.style,
                                     control.x, control.y, control.width, control.height, window,
                                     reinterpret_cast<HMENU>(static_cast<INT_PTR>(control.id)),
                                     GetModuleHandleW(nullptr), nullptr);
-        SendMessageW(made, WM_SETFONT, font, FALSE);
-        if (isEdit(made))
-            SendMessageW(made, EM_SETMARGINS, EC_LEFTMARGIN | EC_RIGHTMARGIN, margins);
+        *place++ = made;
+        setFont(made, font);
         if (control.field != noField) fieldWindows[static_cast<size_t>(control.field)] = made;
     }
     for (KeyedEdit& edit : keyedEdits) answerKeys(edit);
+}
+
+void layOutControlColumn(const Fit& fit) {
+    HFONT made = makeFont(fit.column);
+    HFONT font = made ? made : static_cast<HFONT>(GetStockObject(DEFAULT_GUI_FONT));
+    for (size_t i = 0; i < std::size(controls); ++i) {
+        const Control& control = controls[i];
+        const ScreenArea at = fit.place({control.x, control.y, control.width, control.height});
+        SetWindowPos(controlWindows[i], nullptr, at.left, at.top, at.width, at.height,
+                     SWP_NOZORDER | SWP_NOACTIVATE);
+        setFont(controlWindows[i], font);
+    }
+    if (madeFont) DeleteObject(madeFont); // nobody has it any more
+    madeFont = made;
 }
 
 HBRUSH labelBackground(HWND control, HDC context) {
@@ -204,6 +230,7 @@ HBRUSH labelBackground(HWND control, HDC context) {
 
 void forgetControlColumn() {
     fieldWindows.fill(nullptr);
+    std::fill(std::begin(controlWindows), std::end(controlWindows), nullptr);
 }
 
 std::string windowText(WindowHandle window, int capacity) {

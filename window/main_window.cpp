@@ -1,15 +1,20 @@
 // The main window: its class, its procedure, and what the core asks of it as a whole.
+#include "window/main_window.h"
+
 #include "ui/tool_windows.h"
 #include "window/control_column.h"
+#include "window/fit_window.h"
 #include "window/picture_windows.h"
 #include "window/tool_window_class.h"
 
 #include "platform/messages.h"
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
 #include "session/set_up.h"
 #include "ui/commands.h"
+#include "ui/fit_option.h"
 #include "ui/objective.h"
 
 #include <shobjidl.h>
@@ -46,11 +51,21 @@ static void fillObjectiveMenu(HMENU menu) {
     CheckMenuRadioItem(menu, idObjective, static_cast<UINT>(id) - 1, inUse, MF_BYCOMMAND);
 }
 
+static void checkFitItem(HMENU menu) {
+    CheckMenuItem(menu, idFitToScreen, fitIsOn() ? MF_CHECKED : MF_UNCHECKED);
+}
+
 static void paint(HWND window) {
+    if (isScaled(window)) return paintScaled(window);
     PAINTSTRUCT painting;
     BeginPaint(window, &painting);
     EndPaint(window, &painting);
     onPaint();
+}
+
+// Where the mouse is, in the picture's pixels.
+static PixelPoint picturePoint(LPARAM position) {
+    return mainFit().toPicture({GET_X_LPARAM(position), GET_Y_LPARAM(position)});
 }
 
 static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wParam,
@@ -66,6 +81,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         return 0;
     case WM_INITMENUPOPUP:
         fillObjectiveMenu(reinterpret_cast<HMENU>(wParam));
+        checkFitItem(reinterpret_cast<HMENU>(wParam));
         return 0;
     case WM_TIMER:
         onTimer(static_cast<Timer>(wParam));
@@ -77,19 +93,33 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         onKeyUp();
         return 0;
     case WM_MOUSEMOVE:
-        onMouseMove(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam), (wParam & MK_LBUTTON) != 0);
+        onMouseMove(picturePoint(lParam).x, picturePoint(lParam).y, (wParam & MK_LBUTTON) != 0);
         return 0;
     case WM_LBUTTONDOWN:
         focusMainWindow();
         captureHeldMouse(window);
-        onLeftButtonDown(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        onLeftButtonDown(picturePoint(lParam).x, picturePoint(lParam).y);
         return 0;
     case WM_LBUTTONUP:
         ReleaseCapture();
-        onLeftButtonUp(GET_X_LPARAM(lParam), GET_Y_LPARAM(lParam));
+        onLeftButtonUp(picturePoint(lParam).x, picturePoint(lParam).y);
         return 0;
     case WM_PAINT:
         paint(window);
+        return 0;
+    case WM_ERASEBKGND:
+        sparePicture(window, reinterpret_cast<HDC>(wParam));
+        return DefWindowProcW(window, message, wParam, lParam);
+    case WM_SIZE:
+        refit(window);
+        return 0;
+    case WM_EXITSIZEMOVE:
+    case WM_DISPLAYCHANGE:
+    case WM_SETTINGCHANGE:
+        refitToScreen(window);
+        return DefWindowProcW(window, message, wParam, lParam);
+    case WM_DPICHANGED:
+        refitToDpi(window, wParam, lParam);
         return 0;
     case WM_CTLCOLORSTATIC:
         if (HBRUSH background =
@@ -112,6 +142,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         return TRUE;
     case WM_DESTROY:
         windows.main = nullptr;
+        drawUnscaled(window);
         forgetControlColumn();
         PostQuitMessage(0);
         return 0;
@@ -120,11 +151,12 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
     }
 }
 
-static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wchar_t* menu) {
+static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wchar_t* menu,
+                               UINT style = 0) {
     HINSTANCE program = GetModuleHandleW(nullptr);
     WNDCLASSEXW windowClass{};
     windowClass.cbSize = sizeof windowClass;
-    windowClass.style = CS_HREDRAW | CS_VREDRAW;
+    windowClass.style = CS_HREDRAW | CS_VREDRAW | style;
     windowClass.lpfnWndProc = procedure;
     windowClass.hInstance = program;
     windowClass.hIcon = LoadIconW(program, MAKEINTRESOURCEW(idIcon));
@@ -138,16 +170,18 @@ static int registerWindowClass(const wchar_t* name, WNDPROC procedure, const wch
 
 int registerWindowClasses() {
     registerWindowClass(L"LUMA", mainWindowProcedure, MAKEINTRESOURCEW(idMenu));
-    registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr);
-    registerWindowClass(L"CFI", pictureWindowProcedure, nullptr);
+    registerWindowClass(L"Kestrel", pictureWindowProcedure, nullptr, CS_DBLCLKS);
+    registerWindowClass(L"CFI", pictureWindowProcedure, nullptr, CS_DBLCLKS);
     return registerWindowClass(L"IV", toolWindowProcedure, nullptr);
 }
 
 int createMainWindow(int showCommand) {
-    constexpr int width = 1462, height = 1108; // pixels, frame and menu included
-    HWND window = CreateWindowExW(0, L"LUMA", L"Lumascan", WS_OVERLAPPEDWINDOW, 0, 0, width, height,
-                                  nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+    restoreFit();
+    HWND window = CreateWindowExW(0, L"LUMA", L"Lumascan", WS_OVERLAPPEDWINDOW, 0, 0,
+                                  mainWindowSize.width, mainWindowSize.height, nullptr, nullptr,
+                                  GetModuleHandleW(nullptr), nullptr);
     if (!window) return 0;
+    if (windowsAreScaled()) fitMainWindow(window);
     ShowWindow(window, showCommand);
     UpdateWindow(window);
     return 1;
@@ -182,6 +216,16 @@ bool toggleCheckMark(int id) {
 void focusMainWindow() {
     // Whoever types into a tool window goes on typing there, whatever its measurement switches.
     if (windows.main && !isToolWindow(opaque(GetActiveWindow()))) SetFocus(native(windows.main));
+}
+
+bool mainWindowIsHeld() {
+    if (!windows.main) return true;
+    GUITHREADINFO state{};
+    state.cbSize = sizeof state;
+    constexpr DWORD modes =
+        GUI_INMENUMODE | GUI_INMOVESIZE | GUI_POPUPMENUMODE | GUI_SYSTEMMENUMODE;
+    const bool inMode = GetGUIThreadInfo(GetCurrentThreadId(), &state) && (state.flags & modes);
+    return inMode || !IsWindowEnabled(native(windows.main));
 }
 
 void setMainTitle(const char* text) {

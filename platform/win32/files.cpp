@@ -65,3 +65,40 @@ bool flushToDisk(FILE* file) {
 void removeFile(const std::wstring& path) {
     succeedsSoon([&] { return DeleteFileW(path.c_str()) != 0; });
 }
+
+uint64_t lengthOfFile(FILE* file) {
+    const bool atEnd = _fseeki64(file, 0, SEEK_END) == 0;
+    const int64_t length = atEnd ? _ftelli64(file) : -1;
+    const bool atBegin = _fseeki64(file, 0, SEEK_SET) == 0;
+    return atBegin && length > 0 ? static_cast<uint64_t>(length) : 0;
+}
+
+bool seekInFile(FILE* file, uint64_t at) {
+    return _fseeki64(file, static_cast<int64_t>(at), SEEK_SET) == 0;
+}
+
+static uint64_t joined(DWORD high, DWORD low) {
+    return static_cast<uint64_t>(high) << 32 | low;
+}
+
+std::vector<FolderEntry> entriesOf(const std::wstring& folder) {
+    std::vector<FolderEntry> entries;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &found,
+                                           FindExSearchNameMatch, nullptr, 0);
+    if (search == INVALID_HANDLE_VALUE) return entries;
+    do {
+        const std::wstring name = found.cFileName;
+        if (name == L"." || name == L"..") continue;
+        const DWORD kind = found.dwFileAttributes;
+        const bool isFolder = (kind & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        const DWORD tag = (kind & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ? found.dwReserved0 : 0;
+        if (isFolder && (tag == IO_REPARSE_TAG_SYMLINK || tag == IO_REPARSE_TAG_MOUNT_POINT))
+            continue; // a folder in the cloud is one all the same
+        entries.push_back(
+            {name, isFolder, joined(found.nFileSizeHigh, found.nFileSizeLow),
+             joined(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime)});
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return entries;
+}

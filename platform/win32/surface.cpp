@@ -2,6 +2,7 @@
 #include "platform/surface.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/scaled_view.h"
 
 #include <algorithm>
 #include <memory>
@@ -24,6 +25,7 @@ void stopImaging() {
 }
 
 Extent clientExtent(WindowHandle window) {
+    if (const Extent* drawn = scaledExtent(native(window))) return *drawn;
     RECT client{};
     GetClientRect(native(window), &client);
     return {client.right, client.bottom};
@@ -31,11 +33,12 @@ Extent clientExtent(WindowHandle window) {
 
 ContextHandle windowContext(WindowHandle window) {
     if (!window) return nullptr; // the system would hand out the whole screen
+    if (HDC picture = scaledContext(native(window))) return opaque(picture);
     return opaque(GetDC(native(window)));
 }
 
 void releaseWindowContext(WindowHandle window, ContextHandle context) {
-    ReleaseDC(native(window), native(context));
+    if (!finishScaled(native(window), native(context))) ReleaseDC(native(window), native(context));
 }
 
 BitmapHandle makeBitmap(ContextHandle like, int width, int height) {
@@ -178,6 +181,12 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom) {
     int previousMode = SetROP2(native(context), R2_NOT);
     drawRectangle(context, left, top, right, bottom, 0);
+    SetROP2(native(context), previousMode);
+}
+
+void invertLine(ContextHandle context, int x1, int y1, int x2, int y2) {
+    int previousMode = SetROP2(native(context), R2_NOT);
+    drawLine(context, x1, y1, x2, y2, 0);
     SetROP2(native(context), previousMode);
 }
 

@@ -8,6 +8,7 @@
 #include "tests/doubles/memory_screen.h"
 #include "tests/doubles/memory_surface.h"
 #include "tests/doubles/script.h"
+#include "tests/doubles/scripted_client.h"
 #include "tests/doubles/temp_files.h"
 #include "tests/doubles/virtual_clock.h"
 #include "virtual_lab/lab.h"

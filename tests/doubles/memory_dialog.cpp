@@ -35,6 +35,10 @@ void enableInDialog(int id, bool enabled) {
     disabled[id] = !enabled;
 }
 
+bool dialogIsOpen() {
+    return dialogOpen;
+}
+
 bool isEnabledInDialog(int id) {
     return !disabled[id];
 }

@@ -17,6 +17,7 @@ std::vector<std::wstring>& dialogListItems(int id);
 std::string dialogTextIn(int id);
 
 extern std::string dialogTitle;
+bool dialogIsOpen();
 bool isEnabledInDialog(int id);
 void pressInDialog(int id);
 void paintDialog(); // its picture, onto the main window

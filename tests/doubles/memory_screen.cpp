@@ -5,6 +5,7 @@
 #include "platform/start_program.h"
 #include "platform/viewer.h"
 #include "screen/control_ids.h"
+#include "tests/doubles/memory_dialog.h"
 #include "tests/doubles/script.h"
 #include "ui/commands.h"
 #include "ui/tool_windows.h"
@@ -22,6 +23,8 @@ constexpr Extent toolFrame{6, 29};
 
 Windows windows;
 bool mainWindowRefused = false;
+bool fittedToScreen = false;
+bool textIsSharp = true;
 int focusCount = 0;
 int taskbarProgress = -1;
 std::string shownPage;
@@ -37,6 +40,8 @@ static std::set<int> checkMarks;
 void resetScreen() {
     windows.main = windows.map = windows.confocal = nullptr;
     mainWindowRefused = false;
+    fittedToScreen = false;
+    textIsSharp = true;
     focusCount = 0;
     taskbarProgress = -1;
     shownPage.clear();
@@ -107,8 +112,17 @@ void focusMainWindow() {
     focusCount++;
 }
 
+bool fitToScreen(bool fitted) {
+    fittedToScreen = fitted;
+    return textIsSharp;
+}
+
 void setMainTitle(const char* text) {
     if (windows.main) windows.main->text = text;
+}
+
+bool mainWindowIsHeld() {
+    return !windows.main || boxIsOpen() || dialogIsOpen();
 }
 
 void showTaskbarProgress(int percent) {
@@ -160,6 +174,10 @@ std::string startProgram(const std::wstring& path, const std::wstring& argument)
 }
 
 bool openInViewer(const std::wstring& path) {
+    return fileExists(path);
+}
+
+bool showInFolder(const std::wstring& path) {
     return fileExists(path);
 }
 

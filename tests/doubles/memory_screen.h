@@ -19,6 +19,8 @@ void typeInto(Field field, const std::string& text);
 int checkedRadio(int first);
 
 extern bool mainWindowRefused; // createMainWindow fails
+extern bool fittedToScreen;    // the last fitToScreen
+extern bool textIsSharp;       // what it answers
 extern int focusCount;         // calls of focusMainWindow
 
 extern std::string shownPage;                     // of the devices

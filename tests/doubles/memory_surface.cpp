@@ -27,10 +27,6 @@ NativeBitmap blankBitmap(int width, int height, uint32_t pixel) {
     return {width, height, std::vector<uint32_t>(count, pixel)};
 }
 
-static uint32_t pixelOf(Colour colour) {
-    return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
-}
-
 static uint32_t* pixelAt(NativeBitmap& bitmap, int x, int y) {
     if (x < 0 || y < 0 || x >= bitmap.width || y >= bitmap.height) return nullptr;
     return &bitmap.pixels[static_cast<size_t>(y) * static_cast<size_t>(bitmap.width) +
@@ -189,12 +185,12 @@ void fillArea(ContextHandle context, int width, int height, Colour colour) {
 }
 
 // Bresenham's line; the last point stays out, as the window system has it.
-void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colour) {
+template <class Visit> static void walkLine(int x1, int y1, int x2, int y2, Visit visit) {
     const int dx = std::abs(x2 - x1), dy = -std::abs(y2 - y1);
     const int stepX = x1 < x2 ? 1 : -1, stepY = y1 < y2 ? 1 : -1;
     int error = dx + dy;
     while (x1 != x2 || y1 != y2) {
-        setPixel(context, x1, y1, colour);
+        visit(x1, y1);
         const int doubled = 2 * error;
         if (doubled >= dy) {
             error += dy;
@@ -205,6 +201,10 @@ void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colo
             y1 += stepY;
         }
     }
+}
+
+void drawLine(ContextHandle context, int x1, int y1, int x2, int y2, Colour colour) {
+    walkLine(x1, y1, x2, y2, [&](int x, int y) { setPixel(context, x, y, colour); });
 }
 
 void drawLines(ContextHandle context, const PixelPoint* points, int count, Colour colour) {
@@ -249,11 +249,17 @@ void drawEllipse(ContextHandle context, int left, int top, int right, int bottom
     }
 }
 
+static void invertPixel(ContextHandle context, int x, int y) {
+    if (!context) return;
+    if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
+}
+
 void invertRectangle(ContextHandle context, int left, int top, int right, int bottom) {
-    walkOutline(left, top, right, bottom, [&](int x, int y) {
-        if (!context) return;
-        if (uint32_t* at = pixelAt(*context->target, x, y)) *at ^= 0xFFFFFF;
-    });
+    walkOutline(left, top, right, bottom, [&](int x, int y) { invertPixel(context, x, y); });
+}
+
+void invertLine(ContextHandle context, int x1, int y1, int x2, int y2) {
+    walkLine(x1, y1, x2, y2, [&](int x, int y) { invertPixel(context, x, y); });
 }
 
 void drawText(ContextHandle context, int x, int y, const char* text, Colour colour,

@@ -1,21 +1,25 @@
 // The program's records as its static initialisation leaves them, whatever a test did before.
 #include "tests/doubles/doubles.h"
 
+#include "actions/measurements.h"
 #include "app/program.h"
 #include "camera/autofocus.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/wide_view.h"
+#include "door/door.h"
 #include "instruments/ammeter.h"
 #include "instruments/analyzer.h"
 #include "instruments/gpib.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "instruments/tektronics.h"
+#include "mapping/map_look.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "motion/focus_plane.h"
 #include "motion/stage.h"
 #include "session/data_folders.h"
 #include "session/device_report.h"
@@ -28,6 +32,7 @@
 #include "session/stopwatch.h"
 #include "spectroscopy/sweep_record.h"
 #include "ui/commands.h"
+#include "ui/map_window.h"
 
 #include <cstring>
 
@@ -56,20 +61,26 @@ static void forgetLights() {
 
 void resetProgram() {
     dataFolders = {}; // what is let go of here belongs into no log
+    closeDoor();
+    doorSettings = {};
+    resetClient();
+    lastOutcomes = {};
     releaseDevices();
     forgetLights();
     session = {};
     handState = {};
+    leaveMap();
     liveViewState = {};
     connectFloors();
     liveViewTimerOff();
     elapsedMs(true);
-    for (auto* title : {titleLoss, titleBias, titleProgress}) title("");
+    for (auto* title : {titleLoss, titleBias, titleScript, titleProgress}) title("");
     scanSettings = {};
     setUp = {};
     prepareOffCommands();
     stageX = stageY = stageZ = {};
     controllers = {};
+    planeInUse = {};
     laserLink = {};
     instrumentLink = {};
     cameraState = CameraState();
@@ -78,7 +89,9 @@ void resetProgram() {
     display = {};
     releaseWideView();
     scanArea = {};
+    mapLook = {};
     scanMap = {};
+    forgetFileMap();
     sweepRecord = {};
     forgetAllRefusals();
     forgetDeviceReports();

@@ -51,6 +51,7 @@ struct ScriptTimer {
 };
 static std::map<Timer, ScriptTimer> timers;
 static bool quitPending = false;
+static int openBoxes = 0;
 static double lastPollMs = 0;
 static int pollsAtThisInstant = 0;
 
@@ -64,6 +65,7 @@ void resetScript() {
     onlooker = {};
     timers.clear();
     quitPending = false;
+    openBoxes = 0;
     pollsAtThisInstant = 0;
 }
 
@@ -113,9 +115,13 @@ void post(uint32_t id, uintptr_t wParam, intptr_t lParam) {
     queue.push_back({windows.main, id, wParam, lParam});
 }
 
-void postCall(Action call) {
+void postCallTo(WindowHandle window, Action call, uintptr_t wParam) {
     calls.push_back(std::move(call));
-    post(messageCall, 0, static_cast<intptr_t>(calls.size()) - 1);
+    queue.push_back({window, messageCall, wParam, static_cast<intptr_t>(calls.size()) - 1});
+}
+
+void postCall(Action call) {
+    postCallTo(windows.main, std::move(call), 0);
 }
 
 void postCommand(int id) {
@@ -199,7 +205,10 @@ void dispatchMessage(const Message& message) {
     const int y = static_cast<int16_t>(message.lParam >> 16);
     const uint32_t id = message.id;
     if (onlooker.dispatches) onlooker.dispatches(message);
-    if (id == messageCall) calls.at(static_cast<size_t>(message.lParam))();
+    if (id == messageCall) { // may post others meanwhile
+        const Action call = calls.at(static_cast<size_t>(message.lParam));
+        call();
+    }
     if (id == messageCommand) onCommand(static_cast<int>(message.wParam & 0xFFFF));
     if (id == messageTimer) onTimer(static_cast<Timer>(message.wParam));
     if (id == messageKeyDown) onKeyDown(message.wParam);
@@ -248,8 +257,17 @@ int runMessageLoop() {
     return 0;
 }
 
+bool boxIsOpen() {
+    return openBoxes > 0;
+}
+
 BoxAnswer runMessageBox(WindowHandle owner, const char* text, const char* caption,
                         BoxButtons buttons) {
+    struct Open {
+        Open() { ++openBoxes; }
+        ~Open() { --openBoxes; }
+    };
+    const Open open;
     shownBoxes.push_back({text, caption, buttons, owner, testTimeMs()});
     if (onlooker.waits) onlooker.waits();
     const auto plan = std::find_if(answers.begin(), answers.end(), [&](const PlannedAnswer& each) {

@@ -27,6 +27,7 @@ void when(std::function<bool()> condition, Action action);
 // Into the queue of the main window, to be taken and dispatched by whoever pumps.
 void post(uint32_t id, uintptr_t wParam = 0, intptr_t lParam = 0);
 void postCall(Action call); // a message whose dispatch calls `call`, as for Enter in an edit
+void postCallTo(WindowHandle window, Action call, uintptr_t wParam); // not for the main window
 void postCommand(int id);
 void postKey(uintptr_t virtualKey);
 void postClick(int x, int y);
@@ -50,6 +51,7 @@ struct ShownBox {
     bool expected = true;
 };
 extern std::vector<ShownBox> shownBoxes;
+bool boxIsOpen();
 
 // Answers the boxes that nothing was planned for; while it is set none of them is unexpected.
 extern std::function<BoxAnswer(const ShownBox&)> answerOthers;

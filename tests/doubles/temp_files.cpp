@@ -145,3 +145,27 @@ void writeDesktopFile(const std::string& name, const std::string& content) {
     fs::create_directories((desktop / name).parent_path());
     std::ofstream(desktop / name, std::ios::binary) << content;
 }
+
+uint64_t lengthOfFile(FILE* file) {
+    const bool atEnd = fseeko(file, 0, SEEK_END) == 0;
+    const off_t length = atEnd ? ftello(file) : -1;
+    std::rewind(file);
+    return length > 0 ? static_cast<uint64_t>(length) : 0;
+}
+
+bool seekInFile(FILE* file, uint64_t at) {
+    return fseeko(file, static_cast<off_t>(at), SEEK_SET) == 0;
+}
+
+std::vector<FolderEntry> entriesOf(const std::wstring& folder) {
+    std::vector<FolderEntry> entries;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(nativePath(folder), error)) {
+        if (entry.is_symlink()) continue;
+        const bool isFolder = entry.is_directory(error);
+        entries.push_back(
+            {entry.path().filename().wstring(), isFolder, isFolder ? 0 : entry.file_size(error),
+             static_cast<uint64_t>(entry.last_write_time(error).time_since_epoch().count())});
+    }
+    return entries;
+}

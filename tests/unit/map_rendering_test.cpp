@@ -1,17 +1,23 @@
 // Colours, rows, whole maps, the scale beside them and the marker on the picture.
 #include "instruments/ammeter.h"
+#include "mapping/map_look.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
+#include "screen/control_ids.h"
+#include "session/options.h"
 #include "session/set_up.h"
 #include "tests/doubles/doubles.h"
+#include "ui/colours_dialog.h"
+#include "ui/commands.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace {
 
-constexpr uint32_t grey = 0xC8C8C8;
+constexpr uint32_t grey = 0xC8C8C8, hatchLine = 0x808080;
+constexpr uint32_t hatched = 1; // no pixel has that colour here
 
 class MapRenderingTest : public WindowTest {
 protected:
@@ -24,17 +30,29 @@ protected:
         scanArea.mapWidthPx = 12;
         scanArea.mapHeightPx = 100;
         allocateMaps();
+        measureAll();
+    }
+    static void measureAll() {
+        for (auto& column : scanMap.marks)
+            std::fill(column.begin(), column.end(), PointMark::Measured);
     }
     void setRow(MapPlane plane, size_t row, std::initializer_list<float> values) {
         size_t column = 0;
         for (const float value : values) scanMap.maps[plane][column++][row] = value;
     }
-    // The colours of a drawn row of cells, each cell checked to be of one colour.
+    // The colours of a drawn row of cells, each cell checked to be of one colour, or `hatched`.
     std::vector<uint32_t> cells(int row) {
         std::vector<uint32_t> found;
         for (int column = 0; column < 4; column++) {
-            found.push_back(at(column * 3, row * 3));
-            for (int i = 1; i < 9; i++)
+            const auto isLine = [&](int i) {
+                return at(column * 3 + i % 3, row * 3 + i / 3) == hatchLine;
+            };
+            int lines = 0;
+            for (int i = 0; i < 9; i++) lines += isLine(i);
+            found.push_back(lines > 0 ? hatched : at(column * 3, row * 3));
+            for (int i = 0; i < 9 && lines > 0; i++)
+                EXPECT_EQ(at(column * 3 + i % 3, row * 3 + i / 3), isLine(i) ? hatchLine : grey);
+            for (int i = 1; i < 9 && lines == 0; i++)
                 EXPECT_EQ(at(column * 3 + i % 3, row * 3 + i / 3), found.back()) << column << i;
         }
         return found;
@@ -76,24 +94,29 @@ TEST_F(MapRenderingTest, LiveRowsScaleToThemselvesWholeMapsToAll) {
 }
 
 // One of them would otherwise be all that the scale shows, or make no number of it.
-TEST_F(MapRenderingTest, OverloadsAreGreyAndLeaveTheScaleToTheOthers) {
+TEST_F(MapRenderingTest, MaskedCellsAreHatchedAndOverloadsLeaveTheScaleToTheOthers) {
     const float huge[] = {9.9e37f, INFINITY, NAN, 1e16f};
     for (const float value : huge) {
         scanMap.marks[0][0] = value == 1e16f ? PointMark::Overloaded : PointMark::Measured;
         setRow(planePhotocurrent, 0, {value, 1, 2, 4});
         setRow(planePhotocurrent, 1, {1, 1, 1, 5});
         drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
-        EXPECT_EQ(cells(0), (Cells{grey, 0, 0x550000, 0xFFFFFF}));
+        EXPECT_EQ(cells(0), (Cells{hatched, 0, 0x550000, 0xFFFFFF}));
         drawMap(windows.map, channelPhotocurrent);
         EXPECT_EQ(scanMap.mapMax, 5.0f);
         EXPECT_EQ(scanMap.mapMin, 1.0f);
-        EXPECT_EQ(cells(0)[0], grey);
+        EXPECT_EQ(cells(0)[0], hatched);
     }
     for (auto& column : scanMap.marks) column.assign(2, PointMark::Overloaded);
     drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
     drawMap(windows.map, channelPhotocurrent);
-    EXPECT_EQ(cells(1), Cells(4, grey));
+    EXPECT_EQ(cells(1), Cells(4, hatched));
     EXPECT_EQ(scanMap.mapMax, 1.0f);
+    scanMap.marks[0][1] = PointMark::NoColour; // of the camera alone
+    drawMap(windows.map, channelPhotocurrent);
+    EXPECT_NE(cells(1)[0], hatched);
+    drawMap(windows.map, channelConfocal);
+    EXPECT_EQ(cells(1)[0], hatched);
 }
 
 TEST_F(MapRenderingTest, ConfocalChannels) {
@@ -125,6 +148,7 @@ TEST_F(MapRenderingTest, MorePointsThanPixelsAreOnePixelEach) {
     computeScanArea(scanArea); // 2 x 439
     placePictureWindows();
     allocateMaps();
+    measureAll();
     const int right = scanArea.cols, bottom = scanArea.rows;
     const auto last = static_cast<size_t>(bottom - 1);
     EXPECT_EQ(windows.map->client.height, bottom + 55 - 39);
@@ -156,6 +180,113 @@ TEST_F(MapRenderingTest, AScanShowsNoRowOfTheMapBefore) {
     EXPECT_EQ(at(0, 2), grey);
     EXPECT_EQ(at(0, 3), 0x7F0000u);
     setLiveRows(-1);
+}
+
+// What the operator has chosen holds for the window and for the saved image.
+TEST_F(MapRenderingTest, PaletteAndRangeAreThoseOfTheLook) {
+    setRow(planePhotocurrent, 0, {-5, 5, 0, 100});
+    setRow(planePhotocurrent, 1, {0, 0, 0, 0});
+    mapLook.palette = 1;
+    drawMap(windows.map, channelPhotocurrent);
+    EXPECT_EQ(cells(0)[0], 0x440154u); // of the public table
+    EXPECT_EQ(cells(0)[3], 0xFDE725u);
+    mapLook.palette = 2;
+    mapLook.range = RangeWay::ByHand;
+    mapLook.from = -5;
+    mapLook.to = 5;
+    mapLook.unit = "V"; // that of the board
+    drawMap(windows.map, channelPhotocurrent);
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F7F7F, 0xFFFFFF}));
+    EXPECT_EQ(scanMap.mapMax, 5.0f);
+    ASSERT_TRUE(saveMapImage(windows.map, channelPhotocurrent, "KST"));
+    EXPECT_EQ(savedImages.back().pixels[4], 0xFFFFFFu);
+    mapLook.unit = "A"; // of another instrument: not of this one
+    drawMap(windows.map, channelPhotocurrent);
+    EXPECT_EQ(scanMap.mapMax, 100.0f);
+    mapLook.range = RangeWay::Percentiles; // of eight cells these are the extremes but for masks
+    scanMap.marks[3][0] = PointMark::NotReached;
+    drawMap(windows.map, channelPhotocurrent);
+    EXPECT_EQ(scanMap.mapMax, 5.0f);
+    EXPECT_EQ(scanMap.mapMin, -5.0f);
+}
+
+TEST_F(MapRenderingTest, OneScaleWhileScanningFollowsAllRowsSoFar) {
+    mapLook.oneScale = true;
+    setRow(planePhotocurrent, 1, {0, 1, 2, 4});
+    setRow(planePhotocurrent, 0, {0, 0, 0, 8});
+    startLiveRows();
+    setLiveRows(1);
+    drawLiveRow(1);
+    EXPECT_EQ(cells(1)[3], 0xFFFFFFu);
+    EXPECT_EQ(cells(0), Cells(4, grey));
+    setLiveRows(0);
+    drawLiveRow(0);
+    EXPECT_EQ(cells(1)[3], 0x7F0000u) << "half of the larger one";
+    EXPECT_EQ(cells(0)[3], 0xFFFFFFu);
+    EXPECT_EQ(drawnTexts.back().text, "0.0uA");
+    windows.map->client = blankBitmap(200, 200, 0);
+    repaintMapWindow();
+    EXPECT_EQ(cells(1)[3], 0x7F0000u);
+    setLiveRows(-1);
+}
+
+TEST_F(MapRenderingTest, ALegendStandsInTheSavedImageWhereItIsWanted) {
+    scanArea.mapHeightPx = 200;
+    scanArea.scanStep = 10;
+    beginMap(conditionsOf(presentPlan()));
+    saveMapImage(windows.map, channelPhotocurrent, "KST");
+    const SavedImage plain = savedImages.back();
+    const size_t texts = drawnTexts.size();
+    mapLook.legend = true;
+    saveMapImage(windows.map, channelPhotocurrent, "KST");
+    EXPECT_GT(savedImages.back().height, plain.height);
+    std::string all;
+    for (size_t i = texts; i < drawnTexts.size(); ++i) all += drawnTexts[i].text + "\n";
+    for (const char* part :
+         {"Photovoltage, Arduino\n", "laser 16 uA\n", "step 10 um\n", "200 um\n", "40 x\n20\num\n"})
+        EXPECT_NE(all.find(part), std::string::npos) << part << "in\n" << all;
+    // 200 um at 3 pixels a step of 10 um.
+    int bar = 0;
+    const auto width = static_cast<size_t>(savedImages.back().width);
+    for (size_t y = 0; y < 200; ++y) bar += savedImages.back().pixels[y * width + 12 + 34 + 2] == 0;
+    EXPECT_EQ(bar, 60);
+}
+
+TEST_F(MapRenderingTest, TheLookIsKeptAndTheDialogTakesAllOrNothing) {
+    drawMapWithScale(channelPhotocurrent);
+    setRow(planePhotocurrent, 0, {0, 0.002f, 0.004f, 0.02f});
+    const auto fill = [](const char* to) {
+        selectInDialogList(idPaletteList, 1);
+        selectInDialogList(idRangeList, 2);
+        onColoursCommand(idRangeList);
+        EXPECT_EQ(dialogTextIn(idRangeTo), "20");
+        EXPECT_EQ(dialogTextIn(idRangeUnit), "mV");
+        setDialogText(idRangeTo, to);
+        checkInDialog(idLegendCheck, true);
+    };
+    whileDialogOpen = [&] { fill("5"); };
+    onCommand(idColours); // and "Cancel"
+    EXPECT_EQ(mapLook, MapLook());
+    answer("Range by hand: two numbers, the lower one first", BoxAnswer::Ok);
+    whileDialogOpen = [&] {
+        fill("-1");
+        onColoursCommand(idSet);
+        setDialogText(idRangeTo, "3.9"); // less than there is
+        onColoursCommand(idSet);
+    };
+    onCommand(idColours);
+    EXPECT_EQ(cells(0)[2], 0xFDE725u);
+    const MapLook chosen = mapLook;
+    EXPECT_NEAR(chosen.to, 0.0039, 1e-9);
+    EXPECT_EQ(chosen.unit, "V");
+    readMapLook(); // as the next start finds it
+    EXPECT_EQ(mapLook, chosen);
+    ASSERT_TRUE(writeOptions({{"map palette", "Pink"}, {"map range to", "4 V"}}));
+    testing::internal::CaptureStdout();
+    readMapLook();
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("Pink"), std::string::npos);
+    EXPECT_EQ(mapLook.palette, 0);
+    EXPECT_TRUE(mapLook.legend);
 }
 
 TEST_F(MapRenderingTest, DrawingThatFailsIsSaidAndEnds) {
@@ -196,16 +327,18 @@ TEST_F(MapRenderingTest, BehindAnInvertingAmplifierTheScaleHasItsAmperes) {
     setUp.scopeAmplifier = {.voltsPerAmpere = 1e7, .inverts = true, .offsetVolts = 1.0};
     beginMap(conditionsOf(presentPlan()));
     setRow(planePhotocurrent, 0, {1, -1, 0, 1});
-    for (size_t column : {0u, 1u, 2u}) scanMap.marks[column][0] = PointMark::Measured;
+    measureAll();
+    scanMap.marks[3][0] = PointMark::NotMeasured;
     drawMapRow(windows.map, scanMap.maps[planePhotocurrent], 0);
-    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, grey}));
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, hatched}));
     drawMapWithScale(channelPhotocurrent);
-    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, grey}));
+    EXPECT_EQ(cells(0), (Cells{0, 0xFFFFFF, 0x7F0000, hatched}));
     ASSERT_EQ(drawnTexts.size(), 2u);
     EXPECT_EQ(drawnTexts[0].text, "200.0nA");
     EXPECT_EQ(drawnTexts[1].text, "0.0nA");
     EXPECT_STREQ(unitLabel(), "I_ph (nA)");
     setRow(planePhotocurrent, 0, {1, 1, 1, 1});
+    setRow(planePhotocurrent, 1, {1, 1, 1, 1});
     drawMapWithScale(channelPhotocurrent);
     EXPECT_EQ(drawnTexts[2].text, "100.0nA") << "only the maximum moves";
 }

@@ -2,7 +2,7 @@
 # Runs a Windows program under Wine on a screen, a desktop folder and a serial line of its own.
 #
 #   run_under_wine.sh [--build FOLDER] [--cable | --firmware] [--documents] [--show]
-#                     [--keep FOLDER] PROGRAM [ARGUMENT...]
+#                     [--screen WIDTHxHEIGHT] [--dpi N] [--keep FOLDER] PROGRAM [ARGUMENT...]
 #
 #   --build FOLDER  the Windows build tree (build/windows); its prefix is made here once and copied
 #   --cable         lay the null-modem cable: COM10 on one end, COM11 on the other
@@ -10,7 +10,11 @@
 #                   resets, and COM11 is what lies at its pins; both come from the native build
 #   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
 #                   and make a picture of
+#   --night         docs/examples/night.py is the program's script, at the port of $LUMASCAN_PORT;
+#                   what it makes lies in the folder of $LUMASCAN_NIGHT
 #   --show          use the display of $DISPLAY where there is one
+#   --screen WxH    the screen's size in pixels (2600x1400)
+#   --dpi N         its resolution, where Windows scales the text (96)
 #   --keep FOLDER   run in this folder and keep it; the default is a new one that goes when the
 #                   program has ended well
 #
@@ -24,7 +28,10 @@ build=$root/build/windows
 cable=no
 firmware=no
 documents=no
+night=no
 show=no
+screen=2600x1400
+dpi=96
 folder=
 while [[ ${1:-} == --* ]]; do
     case $1 in
@@ -32,7 +39,10 @@ while [[ ${1:-} == --* ]]; do
     --cable) cable=yes && shift ;;
     --firmware) firmware=yes && shift ;;
     --documents) documents=yes && shift ;;
+    --night) night=yes && shift ;;
     --show) show=yes && shift ;;
+    --screen) screen=$2 && shift 2 ;;
+    --dpi) dpi=$2 && shift 2 ;;
     --keep) mkdir -p "$2" && folder=$(cd "$2" && pwd) && shift 2 ;;
     *) echo "unknown option $1" >&2 && exit 2 ;;
     esac
@@ -124,7 +134,7 @@ await_file() {
 
 if [[ $show == no || -z ${DISPLAY:-} ]]; then
     rm -f "$folder/display"
-    Xvfb -displayfd 3 -screen 0 2600x1400x24 -dpi 96 -nolisten tcp \
+    Xvfb -displayfd 3 -screen 0 "${screen}x24" -dpi 96 -nolisten tcp \
         3>"$folder/display" >"$folder/xvfb.log" 2>&1 &
     own+=($!)
     await_file "$folder/display"
@@ -134,6 +144,10 @@ else
     managed=Y # a person's windows get frames and a place in the task bar
 fi
 echo "$DISPLAY" >"$folder/display"
+if [[ $dpi != 96 ]]; then
+    wine reg add 'HKCU\Control Panel\Desktop' /v LogPixels /t REG_DWORD /d "$dpi" /f \
+        >"$folder/dpi.log" 2>&1
+fi
 if [[ $temporary == no ]]; then
     wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d "$managed" /f \
         >"$folder/managed.log" 2>&1
@@ -160,6 +174,18 @@ if [[ ${#line[@]} -gt 0 ]]; then
         done
         ln -s "$folder/$end" "$WINEPREFIX/dosdevices/$end"
     done
+fi
+
+# A program of this computer, no Windows: it begins when the port is open.
+if [[ $night == yes ]]; then
+    LUMASCAN_PORT=$((20000 + RANDOM % 10000))
+    export LUMASCAN_PORT LUMASCAN_NIGHT="Z:$folder/night"
+    (
+        until (exec 3<>"/dev/tcp/127.0.0.1/$LUMASCAN_PORT"); do sleep 0.2; done
+        python3 "$root/docs/examples/night.py" --out "$folder/night" --area 10,-20,32,20 --step 4 \
+            --powers 8,16 --resource "TCPIP::127.0.0.1::$LUMASCAN_PORT::SOCKET"
+    ) >"$folder/night.log" 2>&1 &
+    own+=($!)
 fi
 
 : >"$folder/program.log" # there before it is followed

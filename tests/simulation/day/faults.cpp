@@ -74,7 +74,7 @@ std::string breakDevices(Dice& dice, const Swarm& swarm, Judge& judge) {
     if (breaks) lines = faultLines[swarm.faults.draw(dice)];
     if (breaks && dice.percent(swarm.pairPercent))
         lines += std::string("\n") + faultLines[swarm.faults.draw(dice)];
-    if (!applyLabFaults(lines)) judge.find(Rule::End, "no such fault: " + lines);
+    if (!judge.laboratory.apply(lines)) judge.find(Rule::End, "no such fault: " + lines);
     std::istringstream each(lines);
     for (std::string line; std::getline(each, line);)
         if (!line.empty()) judge.count("fault: " + line);

@@ -203,7 +203,7 @@ std::string ListAfterCut::wrongMap(const std::string& name, const ListRow& row, 
     if (!current && kind != kindArduino) return "";
     const double bias = kind == kindGpibMultimeter ? 0.0 : row.biasVolts;
     const double level = row.laserUa / 4.0; // 4 uA a volt
-    const double z = labStageUm(labZ); // as the list began
+    const double z = labStageUm(labZ);      // as the list began
 
     const std::vector<double>& values = file.arrays["/0/data data"];
     const std::vector<double>& mask = file.arrays["/0/mask data"];

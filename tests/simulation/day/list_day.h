@@ -1,5 +1,5 @@
-// A day on which the operator lets a list of scans run instead of single ones: one in five, drawn
-// apart from all else, so that the other days stay as they are.
+// A day on which the operator lets a list of scans run instead of single ones: one in five, and in
+// the laboratory as built, drawn apart from all else, so that the other days stay as they are.
 #pragma once
 
 #include "tests/doubles/script.h"
@@ -17,7 +17,8 @@ struct Swarm;
 
 class ListDay {
 public:
-    explicit ListDay(uint32_t seed) : dice(seed ^ 0x4c697374), happens(dice.percent(20)) {}
+    ListDay(uint32_t seed, bool asBuilt)
+        : dice(seed ^ 0x4c697374), happens(dice.percent(30) && asBuilt) {}
 
     // The list begins at the first moment, and again where it ended early; pauses and stops come
     // until the last.

@@ -7,12 +7,17 @@
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "session/process.h"
+#include "session/responsive_wait.h"
+#include "session/set_up.h"
 #include "tests/simulation/day/faults.h"
 #include "ui/commands.h"
 #include "ui/configuration.h"
+#include "ui/set_up_change.h"
+#include "ui/set_up_draft.h"
 #include "ui/tool_windows.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -86,11 +91,13 @@ void Operator::acts() {
 
 // For a scan of about as many points as the day wants, somewhere in the picture.
 void Operator::selectsArea() {
-    constexpr int width = 1232, height = 1028;
-    const double stepPx = scanArea.scanStep / labUmPerPixel / (display.wideView ? 3 : 1);
+    const auto [left, bottom, width, height] = judge.laboratory.seen();
+    const double stepPx =
+        scanArea.scanStep / judge.laboratory.inUse().umPerPixel / (display.wideView ? 3 : 1);
     const int dx = std::clamp(static_cast<int>((swarm.cols - 0.5) * stepPx), 12, width - 2);
     const int dy = std::clamp(static_cast<int>((swarm.rows - 0.5) * stepPx), 1, height - 2);
-    const int x = dice.below(width - dx), y = dice.below(height - dy);
+    const int x = left + dice.below(width - dx);
+    const int y = 1028 - bottom - height + dice.below(height - dy);
     judge.note(formatted("selects %d x %d points at %d %d", swarm.cols, swarm.rows, x, y));
     postDrag(x, y, x + dx, y + dy);
 }
@@ -104,8 +111,96 @@ BoxAnswer Operator::answers(const ShownBox& box) {
         reply = drivesAxesRight(box.text) ? BoxAnswer::Yes : BoxAnswer::No;
     else if (dice.percent(swarm.contraryPercent))
         reply = dice.oneOf(replies);
+    judge.answers(box, reply);
     judge.note("box '" + box.text + formatted("', answer %d", static_cast<int>(reply)));
     return reply;
+}
+
+void Operator::changesSetUp() {
+    if (inDialog) return;
+    switch (judge.laboratory.dice.below(6)) {
+    case 0:
+        return choosesLens();
+    case 1:
+        return commands(idSetHighestZ);
+    case 2:
+        return cutsStagePower();
+    case 3:
+        return does({"types the amplifiers"}, [this] { typesAmplifiers(); });
+    default:
+        return does({"types limits"}, [this] { typesLimits(); });
+    }
+}
+
+// He turns the revolver where the program has taken the other one.
+void Operator::choosesLens() {
+    const auto next =
+        static_cast<int>((judge.laboratory.lens + 1) % judge.laboratory.lenses.size());
+    does({formatted("chooses lens %d", next + 1), axisZ}, [this, next] {
+        Laboratory& laboratory = judge.laboratory;
+        onCommand(idObjective + next);
+        const bool taken = setUp.objectiveInUse == next + 1;
+        if (!taken || laboratory.lens == static_cast<size_t>(next)) return;
+        laboratory.lens = static_cast<size_t>(next);
+        laboratory.apply();
+        judge.count("lenses changed");
+    });
+}
+
+// As the set-up's window does; whether it was taken.
+bool Operator::typesInSetUp(const std::map<std::string, std::string>& typed) {
+    if (!windows.main || processUnderWay() || stageIsMoving()) return false;
+    SetUpDraft draft(setUp);
+    const std::vector<SetUpField> fields = setUpFieldsOf(0, setUp);
+    for (size_t i = 0; i < fields.size(); ++i)
+        if (const auto found = typed.find(fields[i].name); found != typed.end())
+            draft.textsOf(0)[i] = found->second;
+    SetUp changed = setUp;
+    if (!draft.takeInto(changed).words.empty()) return false;
+    takeSetUp(changed);
+    judge.count("set-ups typed");
+    return true;
+}
+
+void Operator::typesAmplifiers() {
+    judge.laboratory.amplifiersAreTold |= typesInSetUp(judge.laboratory.amplifierFields());
+}
+
+void Operator::typesLimits() {
+    Dice& drawn = judge.laboratory.dice;
+    const int axis = drawn.oneOf({labX, labY, labZ, labZ});
+    constexpr double ways[] = {1, 6, 30, 200};
+    const double lowest = labCountedUm(axis) - drawn.oneOf(ways);
+    const double highest = labCountedUm(axis) + drawn.oneOf(ways);
+    const bool none = drawn.percent(20);
+    const std::string name = std::string(" ") + "XYZ"[axis] + " (um)";
+    if (!typesInSetUp({{"lowest" + name, none ? "" : formatted("%.3f", lowest)},
+                       {"highest" + name, none ? "" : formatted("%.3f", highest)}}))
+        return;
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    // He tries them.
+    constexpr int tries[][2] = {
+        {idMoveXMinus, idMoveXPlus}, {idMoveYMinus, idMoveYPlus}, {idFocusDownFast, idFocusUpFast}};
+    const int id = tries[axis][drawn.below(2)];
+    for (const double ms : {300, 900, 1500})
+        in(ms, [this, id] {
+            if (!inDialog) commands(id);
+        });
+    judge.axes[axis].lowestUm = none ? -infinite : lowest;
+    judge.axes[axis].highestUm = none ? infinite : highest;
+}
+
+// Of all controllers; then he connects them anew.
+void Operator::cutsStagePower() {
+    judge.note("the stage's power is cut");
+    judge.count("fault: stage's power cut");
+    judge.cutsStagePower(!swarm.filesBreak);
+    const int reconnectsMs = 200 + judge.laboratory.dice.below(3000);
+    for (const auto& [ms, id] : {std::pair(reconnectsMs, int{idReconnectStages}),
+                                 std::pair(reconnectsMs + 2000, int{idFocusUp})})
+        in(ms, [this, id = id] {
+            if (!inDialog) commands(id);
+        });
 }
 
 void Operator::configures() {

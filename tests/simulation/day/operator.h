@@ -6,6 +6,9 @@
 #include "tests/simulation/day/swarm.h"
 #include "tests/simulation/judge/judge.h"
 
+#include <map>
+#include <string>
+
 class Operator {
 public:
     Operator(Dice& drawn, const Swarm& drawnDay, Judge& onlooking)
@@ -14,10 +17,16 @@ public:
     void selectsArea();
     void acts(); // anything, unless the dialog is open: the main window takes nothing then
     BoxAnswer answers(const ShownBox& box);
-    void configures(); // in the Configuration dialog, until he closes it
+    void changesSetUp(); // of another laboratory, or what its controllers know
+    void configures();   // in the Configuration dialog, until he closes it
 
 private:
     void commands(int id);
+    void choosesLens();
+    bool typesInSetUp(const std::map<std::string, std::string>& typed);
+    void typesAmplifiers();
+    void typesLimits();
+    void cutsStagePower();
     void clicks(int x, int y);
     void pressesKey();
     void does(const Cause& cause, const Action& call);

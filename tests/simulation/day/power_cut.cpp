@@ -114,8 +114,10 @@ void PowerCut::cut() {
     fs::resize_file(file, flushedSize + luck % (unflushed + 1));
 }
 
-std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& counts) {
+std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& counts,
+                                              Laboratory& laboratory) {
     prepareWorld();
+    laboratory.apply("");
     useAsDesktop(folder);
     folder.clear();
     wallTime.day += 1;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "mapping/scan_map.h"
+#include "tests/simulation/day/laboratory.h"
 #include "tests/simulation/day/list_day.h"
 
 #include <cstdint>
@@ -24,7 +25,8 @@ public:
 
     // The next start, on that disk and in a world in order (prepareWorld): the scan that was cut
     // off is recovered. What is wrong then; adds to the day's counts.
-    std::vector<std::string> startAgain(std::map<std::string, uint64_t>& counts);
+    std::vector<std::string> startAgain(std::map<std::string, uint64_t>& counts,
+                                        Laboratory& laboratory);
 
     // Whether that went on with a list.
     const ListAfterCut* listGoneOn() const { return listGoesOn ? &list : nullptr; }

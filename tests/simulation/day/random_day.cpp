@@ -31,9 +31,11 @@ void leaveBias(int kind) {
     resetProgram();
 }
 
-void prepareDesktop(const Swarm& swarm) {
+void prepareDesktop(const Swarm& swarm, const Laboratory& laboratory) {
+    if (laboratory.isOther) writeDesktopFile("KST_Data/Setup.ini", laboratory.setUpFile());
     writeDesktopFile("KST_Data/Config.txt", swarm.settingsLine());
-    writeDesktopFile("KST_Data/Options.ini", swarm.options());
+    writeDesktopFile("KST_Data/Options.ini",
+                     swarm.options() + (laboratory.isOther ? "write .gwy = yes\n" : ""));
     if (swarm.biasLeft && instrumentKind(swarm.kind).applyBias) leaveBias(swarm.kind);
     instrumentLink.biasVoltage = static_cast<float>(swarm.biasVolts);
     instrumentLink.currentLimit = static_cast<float>(swarm.limitAmperes);
@@ -56,12 +58,19 @@ void planDay(Dice& dice, const Swarm& swarm, Operator& hand, ListDay& listDay, J
     at(time, [] { post(messageClose); });
 }
 
+// Beside all else, in another laboratory.
+void planSetUpChanges(Dice& dice, Operator& hand) {
+    for (double ms = 3000; (ms += 500 + dice.below(12000)) < 34000;)
+        at(ms, [&hand] { hand.changesSetUp(); });
+}
+
 } // namespace
 
 RandomDay liveRandomDay(uint32_t seed) {
     RandomDay day;
     day.seed = seed;
     prepareWorld();
+    Laboratory laboratory(seed);
     nobodyLooks = true;
     libraries.callsMayFail = true;
     setLabRowsAroundSpot(rowsLookedAt);
@@ -69,9 +78,10 @@ RandomDay liveRandomDay(uint32_t seed) {
     resetIdle();
     Dice dice(seed);
     const Swarm swarm(dice);
-    prepareDesktop(swarm);
-    Judge judge(day);
-    ListDay listDay(seed);
+    prepareDesktop(swarm, laboratory);
+    laboratory.apply();
+    Judge judge(day, laboratory);
+    ListDay listDay(seed, !laboratory.isOther);
     PowerCut powerCut(seed, listDay.happens);
     onlooker.waits = [&, judges = onlooker.waits] {
         const auto seconds = static_cast<int>(testTimeMs() / 1000);
@@ -92,13 +102,16 @@ RandomDay liveRandomDay(uint32_t seed) {
     whileDialogOpen = [&] { hand.configures(); };
     if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
     planDay(dice, swarm, hand, listDay, judge);
+    if (laboratory.isOther) planSetUpChanges(laboratory.dice, hand);
+    judge.count(laboratory.isOther ? "days in another laboratory" : "days in that as built");
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");
     judge.lookAtEnd();
     libraries.callFaults.clear();
     resetProgram(); // lets go of what the program holds
     judge.lookAtLeaks();
     if (!powerCut.hasHappened()) return day;
-    for (const std::string& wrong : powerCut.startAgain(day.counts)) judge.find(Rule::Kept, wrong);
+    for (const std::string& wrong : powerCut.startAgain(day.counts, laboratory))
+        judge.find(Rule::Kept, wrong);
     if (const ListAfterCut* list = powerCut.listGoneOn(); list && !swarm.filesBreak && judge.list)
         for (const std::string& wrong :
              list->wrong(*judge.list, swarm.kind, swarm.takesUpPlay(), day.counts))

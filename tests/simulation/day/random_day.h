@@ -28,6 +28,9 @@ enum class Rule {
     Kept,    // what was on the disk when the power was cut is recovered, and nothing else
     Box,     // no box holds a process that has not asked it; none asks after a stop
     List,    // each row of a list has its own place, settings and folder, and is done once
+    Limit,   // no axis goes beyond its limits in the set-up
+    Asked,   // Z, whose controller has lost its place, goes nowhere before the operator was asked
+    Picture, // a map lies where the picture showed it, which knows the true part of the sensor
     End,     // the program ends, light and bias off and nothing leaked
 };
 

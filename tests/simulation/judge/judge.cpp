@@ -13,9 +13,10 @@
 
 namespace {
 
-constexpr const char* ruleNames[] = {
-    "lights", "bias",  "place", "watch", "cause", "one move", "cell", "light", "sound", "lost",
-    "view",   "alive", "focus", "named", "files", "kept",     "box",  "list",  "end"};
+constexpr const char* ruleNames[] = {"lights", "bias",  "place",   "watch", "cause", "one move",
+                                     "cell",   "light", "sound",   "lost",  "view",  "alive",
+                                     "focus",  "named", "files",   "kept",  "box",   "list",
+                                     "limit",  "asked", "picture", "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -38,12 +39,13 @@ Cause causeOfKey(uintptr_t key) {
 
 Judge* Judge::current = nullptr;
 
-Judge::Judge(RandomDay& record) : day(record) {
+Judge::Judge(RandomDay& record, Laboratory& place) : day(record), laboratory(place) {
     current = this;
     // The lights are looked at last: whether the laser was asked for is of the time since then.
-    for (const auto check : {checkLists, checkFiles, checkBox, checkBias, checkPlace, checkWatch,
-                             checkCause, checkOneMove, checkCell, checkLight, checkSound, checkLost,
-                             checkView, checkAlive, checkFocus, checkNamed, checkEnd, checkLights})
+    for (const auto check :
+         {checkLists,   checkFiles, checkBox,   checkBias,  checkPlace,   checkWatch, checkCause,
+          checkOneMove, checkCell,  checkLight, checkSound, checkLost,    checkView,  checkAlive,
+          checkFocus,   checkNamed, checkLimit, checkAsked, checkPicture, checkEnd,   checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -105,6 +107,20 @@ void Judge::calledZero(unsigned which) {
             isZero(axes[axis], axis);
 }
 
+// The program knows of it if it has kept a place of Z, which it does with Z's first move.
+void Judge::cutsStagePower(bool placesAreKept) {
+    cycleLabStagePower();
+    devicesBroke = true;
+    for (AxisView& each : axes) each.powerCut = each.placeLost = each.doubtful = true;
+    zPlaceWasKept |= placesAreKept && zHasMoved;
+}
+
+void Judge::answers(const ShownBox& box, BoxAnswer answer) {
+    if (box.text.find("Z has lost its place") == std::string::npos) return;
+    count("asked for the lost place of Z");
+    if (answer == BoxAnswer::Yes) zMustAsk = zPlaceWasKept = false;
+}
+
 void Judge::doubtAxes() {
     for (AxisView& each : axes) {
         each.placeLost |= losesPlace(each);
@@ -158,7 +174,12 @@ double Judge::playUm(int axis) const {
     const std::string wider = formatted("backlash %s ", axes[axis].name);
     const size_t at = faults.find(wider);
     if (at != std::string::npos) return std::atof(faults.c_str() + at + wider.size());
-    return axis == labZ ? 0.8 : 2.0;
+    return laboratory.drives[static_cast<size_t>(axis)].playUm;
+}
+
+double Judge::placeToleranceUm(int axis) const {
+    const Laboratory::Drive& drive = laboratory.drives[static_cast<size_t>(axis)];
+    return 3.0 + drive.stepUm() + std::max(drive.playUm, 2.0) + 0.2;
 }
 
 bool Judge::blamesBus() const {
@@ -184,6 +205,9 @@ int Judge::opens(const char* name) {
     for (int axis : {labX, labY, labZ}) {
         if (id < 0 || std::string(name).back() != axes[axis].controller) continue;
         axes[axis].id = id;
+        axes[axis].powerCut = false;
+        // What it counts is told wrong, perhaps.
+        if (axis == labZ) zMustAsk = zPlaceWasKept && !blames("axis z") && !blames("stage call");
         isZero(axes[axis], axis);
     }
     return id;
@@ -193,12 +217,18 @@ int Judge::moves(int id, int position, int microsteps) {
     // One whose answer was disturbed is sent once more.
     const std::array<double, 4> move = {testTimeMs(), 1.0 * id, 1.0 * position, 1.0 * microsteps};
     const bool repeated = move == disturbedMove;
-    for (int axis : {labX, labY, labZ})
-        if (id >= 0 && axes[axis].id == id && !repeated) isSent(axis);
+    for (int axis : {labX, labY, labZ}) {
+        if (id < 0 || axes[axis].id != id || repeated) continue;
+        const Laboratory::Drive& drive = laboratory.drives[static_cast<size_t>(axis)];
+        axes[axis].sentToUm = (drive.reversed ? -1 : 1) *
+                              (position * drive.stepUm() + microsteps * drive.microstepUm());
+        isSent(axis);
+    }
     const uint64_t before = labCounters().moves;
     const int result = real.move(id, position, microsteps);
     const uint64_t taken = labCounters().moves - before;
     movesSeen += taken;
+    zHasMoved |= taken != 0 && axes[labZ].id == id;
     for (AxisView& each : axes) each.ignored += id >= 0 && each.id == id && result == 0 && !taken;
     disturbedMove = move;
     disturbedMove[0] = result == -1 && !repeated ? testTimeMs() : -1.0;

@@ -4,11 +4,13 @@
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "tests/doubles/doubles.h"
+#include "tests/simulation/day/laboratory.h"
 #include "tests/simulation/day/random_day.h"
 #include "tests/simulation/judge/lists.h"
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <set>
@@ -47,11 +49,12 @@ struct AxisView {
     bool doubtful = false;  // a fault of this axis may have misled the program
     int ignored = 0;        // moves that its controller acknowledged and did not begin
     bool placeLost = false; // until the program calls a place 0 again
+    bool powerCut = false;  // of its controller, until that is opened again
+    double sentToUm = 0;    // by the controller's count, as labCountedUm
+    // What somebody has set for it, by the same count.
+    double lowestUm = -std::numeric_limits<double>::infinity();
+    double highestUm = std::numeric_limits<double>::infinity();
 };
-
-// Two axes count as arrived within 3 um, a zero drops its microsteps (1.25 um), and the carriage
-// may lag behind its motor by the play (2 um), at the zero as well.
-constexpr double placeToleranceUm = 3.0 + 1.25 + 2.0 + 0.2;
 
 // A reading as the laboratory knows it.
 struct Taken {
@@ -60,6 +63,7 @@ struct Taken {
     double biasVolts;
     bool laser, lamp; // shone
     bool overloaded;
+    double lockInX = 0, lockInY = 0; // of a lock-in amplifier, whose value is R
 };
 
 // A rule; what it does not look at stays empty.
@@ -88,7 +92,7 @@ public:
 
 class Judge {
 public:
-    explicit Judge(RandomDay& record);
+    Judge(RandomDay& record, Laboratory& place);
     ~Judge();
     Judge(const Judge&) = delete;
     Judge& operator=(const Judge&) = delete;
@@ -102,6 +106,8 @@ public:
     void calledZero(unsigned axes);
     void choseInstrument() { instrumentChosen = setUpChanged = true; }
     void changedSetUp() { setUpChanged = true; }
+    void cutsStagePower(bool placesAreKept);
+    void answers(const ShownBox& box, BoxAnswer answer);
     void opensDialog();
     // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
     void pressedPageKey() { ++pageKeys; }
@@ -116,6 +122,9 @@ public:
     bool mayMislead(const AxisView& each) const;
     bool losesPlace(const AxisView& each) const;
     double playUm(int axis) const;
+    // Two axes count as arrived within 3 um, a zero drops its microsteps, and the carriage may lag
+    // behind its motor by the play, at the zero as well.
+    double placeToleranceUm(int axis) const;
     bool blamesBus() const;
     bool inScan() const;
     // The list that runs, which may wait with everything as idle, and the row that it is at.
@@ -126,6 +135,7 @@ public:
     bool saidAtEnd() const;                            // that something may be on, in a box
 
     RandomDay& day;
+    Laboratory& laboratory;
     std::vector<Cause> causes; // what came in the middle of what, the latest last
     AxisView axes[3] = {{"x", '2', stageX}, {"y", '1', stageY}, {"z", '3', stageZ}};
     bool boardSaidLost = false, biasSaidLost = false; // in the title
@@ -133,8 +143,9 @@ public:
     bool setUpChanged = false;                        // there: the instrument or the board's port
     bool devicesBroke = false;                        // since the day began
     bool boardDoubtful = false;                       // it may do nothing of what it takes
-    uint64_t movesSeen = 0;                           // that the program's library sent
-    std::optional<ListAtWork> list;                   // the latest that began
+    bool zMustAsk = false;  // its controller has lost its place, and nobody has said Yes to that
+    uint64_t movesSeen = 0; // that the program's library sent
+    std::optional<ListAtWork> list; // the latest that began
 
 private:
     int opens(const char* name);
@@ -153,7 +164,8 @@ private:
     std::set<std::string> found; // each up to its first number
     std::string faults;
     int pageKeys = 0;
-    std::array<double, 4> disturbedMove = {-1.0}; // when it came back, and what was sent to whom
+    bool zHasMoved = false, zPlaceWasKept = false; // before its controller's power was cut
+    std::array<double, 4> disturbedMove = {-1.0};  // when it came back, and what was sent to whom
     size_t boxesSeen = 0;
     bool processSeen = false;
     std::string rowSeen; // of a list
@@ -181,4 +193,7 @@ std::unique_ptr<Checker> checkNamed(Judge& judge);
 std::unique_ptr<Checker> checkFiles(Judge& judge);
 std::unique_ptr<Checker> checkBox(Judge& judge);
 std::unique_ptr<Checker> checkLists(Judge& judge);
+std::unique_ptr<Checker> checkLimit(Judge& judge);
+std::unique_ptr<Checker> checkAsked(Judge& judge);
+std::unique_ptr<Checker> checkPicture(Judge& judge);
 std::unique_ptr<Checker> checkEnd(Judge& judge);

@@ -20,6 +20,11 @@ public:
             if (!taken[i].laser && laserDriveOf(laserLink.laserLevel) != 0)
                 judge.find(Rule::Light, "counts without the laser");
         }
+        if (const int pwm = labLaserPwm(); pwm != 0 && !judge.boardDoubtful) {
+            const double part = laserLink.laserLevel / judge.laboratory.laserFullScaleVolts;
+            if (std::fabs(pwm - std::min(part, 1.0) * 255) > 1.01)
+                judge.find(Rule::Light, formatted("the laser's level is %d of 255", pwm));
+        }
     }
 
 private:

@@ -37,6 +37,7 @@ private:
     }
 
     bool takenAway(const AxisView& each) const {
+        if (each.powerCut) return true;
         for (const char* what : {"lost", "mute", "absent", "replaced"})
             if (judge.blames(formatted("axis %s %s", each.name, what).c_str())) return true;
         for (const char* what : {"stage absent", "stage count", "stage call"})

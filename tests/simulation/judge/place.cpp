@@ -18,7 +18,7 @@ private:
     void lookAt(AxisView& each, int axis) {
         if (each.axis.axisNumber == 0 || labStageMoves(axis)) return;
         const double said = each.axis.positionUm, is = labStageUm(axis) - each.zeroUm;
-        if (std::fabs(said - is) <= placeToleranceUm)
+        if (std::fabs(said - is) <= judge.placeToleranceUm(axis))
             each.doubtful = judge.mayMislead(each);
         else if (!each.doubtful)
             judge.find(Rule::Place,

@@ -27,7 +27,8 @@ public:
             return;
         for (int axis : {labX, labY}) {
             const double away = labStageUm(axis) - takenAt[axis];
-            if (judge.axes[axis].doubtful || std::fabs(away) <= placeToleranceUm) continue;
+            if (judge.axes[axis].doubtful || std::fabs(away) <= judge.placeToleranceUm(axis))
+                continue;
             judge.find(Rule::View, formatted("%s is %.1f um from where the wide view was taken",
                                              judge.axes[axis].name, away));
         }

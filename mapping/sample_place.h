@@ -1,0 +1,30 @@
+// A point of the sample that stays the same one whatever is done to the program's zero, the set-up
+// and the objective: by where the stage stands when the light acts on it.
+#pragma once
+
+#include "camera/picture.h"
+#include "motion/axis.h"
+#include "session/picture_scale.h"
+
+// How the optics lie over the sample, um along the stage's axes from what the picture's middle
+// shows to where the light acts.
+StageVector lightPlace(const PictureScale& picture, double correctionXUm, double correctionYUm,
+                       PicturePoint laserSpot);
+StageVector presentLightPlace(); // of the objective in use
+
+struct SamplePlace {
+    AxisCount x, y;    // of the stage, with the light ...
+    StageVector light; // ... that acted there then
+
+    bool isKnown() const { return x.isKnown() && y.isKnown(); }
+    SamplePlace by(StageVector um) const { return {x.by(um.x), y.by(um.y), light}; }
+};
+
+// Where the stage is to stand, um from the program's zero, so that the light of today acts there.
+StageVector stageFor(const SamplePlace& place);
+
+// Where the picture that is shown now has it: window pixels, also beside the picture.
+struct PicturePlace {
+    double x = 0.0, y = 0.0;
+};
+PicturePlace onPicture(const SamplePlace& place);

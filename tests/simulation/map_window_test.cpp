@@ -1,0 +1,248 @@
+// What an operator does on a map: reads it, goes to its points, and scans a part of it again. The
+// truth is where the laboratory's laser was at each reading.
+#include "camera/camera.h"
+#include "camera/display.h"
+#include "camera/live_view.h"
+#include "instruments/ammeter.h"
+#include "instruments/laser_link.h"
+#include "instruments/lights.h"
+#include "mapping/map_place.h"
+#include "mapping/scan_map.h"
+#include "motion/stage.h"
+#include "platform/text_format.h"
+#include "screen/control_ids.h"
+#include "session/process.h"
+#include "session/set_up.h"
+#include "tests/doubles/doubles.h"
+#include "ui/commands.h"
+#include "ui/map_window.h"
+#include "ui/tool_windows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace {
+
+class MapWindowTest : public LabTest {
+protected:
+    void SetUp() override {
+        LabTest::SetUp();
+        createMainWindow(1);
+        onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
+        ASSERT_TRUE(openStages(2, motorSpeed));
+        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
+        cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
+        Objective& objective = setUp.objective();
+        objective.correctionXUm = objective.correctionYUm = 0.0; // the light acts where it is seen
+        scanSettings.confocalEnabled = 0;
+        scanSettings.options.looksEarly = true;
+        setLaserOutput(1);
+        switchLiveView(LiveView::On);
+    }
+
+    static void pump() {
+        for (Message message; takeMessage(message);) dispatchMessage(message);
+    }
+
+    // The camera is turned, and the set-up knows it.
+    static void turnCamera(double degrees, bool mirrored) {
+        ASSERT_TRUE(
+            applyLabFaults(formatted("optics 0.16 %g%s\n", degrees, mirrored ? " mirrored" : "")));
+        const double turn = degrees * std::numbers::pi / 180.0, um = 0.16;
+        Objective& objective = setUp.objective();
+        const double side = mirrored ? -1 : 1;
+        objective.xPerColumn = um * std::cos(turn) * side;
+        objective.xPerRow = -um * std::sin(turn);
+        objective.yPerColumn = um * std::sin(turn) * side;
+        objective.yPerRow = um * std::cos(turn);
+        for (const double column : {700.0, 500.0}) { // as the laboratory has it
+            const StageVector v = objective.umOf({column - 616, 80});
+            const LabPoint seen = labSampleAt(column, 594);
+            ASSERT_NEAR(seen.x - labStageUm(labX), v.x, 0.01);
+            ASSERT_NEAR(seen.y - labStageUm(labY), v.y, 0.01);
+        }
+    }
+
+    void scan() {
+        readsBefore = labReads().size();
+        answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
+        onCommand(idStart);
+        ASSERT_EQ(textIn(Field::Information), "Mapping finished");
+    }
+
+    // Where the last scan has measured a cell of the map.
+    LabPoint measuredAt(MapCell cell) const {
+        const auto cols = static_cast<size_t>(scanArea.cols);
+        const size_t row = static_cast<size_t>(scanArea.rows) - 1 - cell.row;
+        const LabRead& read = labReads()[readsBefore + row * (cols + 1) + 1 + cell.column];
+        return {read.sampleX, read.sampleY};
+    }
+
+    static void type(double step) {
+        typeInto(Field::ScanStep, formatted("%.1f", step));
+        enterScanStep();
+    }
+
+    // A drag over the square of that side around a point of the map.
+    static void dragOnMap(MapPoint middle, double sideUm) {
+        const double cell = shownArea().cellPx, half = sideUm / shownArea().scanStep / 2;
+        const auto pixel = [cell](double at) {
+            return static_cast<int>(std::lround((at + 0.5) * cell));
+        };
+        answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+        onMapButtonDown(windows.map, MapButton::Left, pixel(middle.column - half),
+                        pixel(middle.row - half));
+        onMapMouseMove(windows.map, pixel(middle.column), pixel(middle.row), true, false);
+        onMapButtonUp(windows.map, MapButton::Left, pixel(middle.column + half),
+                      pixel(middle.row + half));
+        EXPECT_EQ(textIn(Field::Progress), "New scan area was selected.");
+    }
+
+    // A tenth of a millimetre around the picture's middle, from the picture.
+    void scanOverview(double step) {
+        type(step);
+        answer("Do you want to set it for next scan area", BoxAnswer::Yes);
+        postDrag(616 - 300, 514 - 300, 616 + 300, 514 + 300);
+        pump();
+        scan();
+    }
+
+    static PixelPoint pixelOf(MapCell cell) {
+        const int px = shownArea().cellPx;
+        return {static_cast<int>(cell.column) * px + px / 2,
+                static_cast<int>(cell.row) * px + px / 2};
+    }
+
+    size_t readsBefore = 0;
+};
+
+// 100, 30 and 10 um: what lies in the middle stays there, whatever happens between the scans.
+TEST_F(MapWindowTest, ZoomsOntoTheSameFeature) {
+    const struct {
+        double degrees;
+        bool mirrored;
+    } cameras[] = {{0, false}, {30, false}, {-100, true}};
+    for (const auto& camera : cameras) {
+        instrumentLink.biasVoltage += 1; // each has its own file names
+        if (camera.degrees != 0) turnCamera(camera.degrees, camera.mirrored);
+        moveXYTo(0, 0, motorSpeed);
+        scanOverview(5.0);
+        const MapCell feature{static_cast<size_t>(scanArea.cols) / 2 - 3,
+                              static_cast<size_t>(scanArea.rows) / 2 + 2};
+        const LabPoint wanted = measuredAt(feature);
+        MapPoint middle{static_cast<double>(feature.column), static_cast<double>(feature.row)};
+        for (const auto& [side, step] : {std::pair(30.0, 1.5), {10.0, 0.5}}) {
+            type(step); // empties the maps, and the last one is still shown
+            dragOnMap(middle, side);
+            EXPECT_NEAR(scanArea.cols * step, side + step / 2, 0.75 * step + 0.2);
+            EXPECT_NEAR(scanArea.rows * step, side + step / 2, 0.75 * step + 0.2);
+            // Neither a way in between nor another zero shifts it.
+            moveXYBy(17, -9, motorSpeed);
+            setPosition(stageX, 123);
+            setPosition(stageY, -45);
+            scan();
+            // The cell that lies in its middle.
+            middle = {(side / 2) / step, scanArea.rows - 1 - (side / 2) / step};
+            const LabPoint came = measuredAt(cellAt(middle));
+            EXPECT_NEAR(came.x, wanted.x, step + 1) << side << " um at " << camera.degrees;
+            EXPECT_NEAR(came.y, wanted.y, step + 1) << side << " um at " << camera.degrees;
+        }
+    }
+}
+
+TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
+    const std::string exactStage = "backlash x 0\nbacklash y 0\n";
+    ASSERT_TRUE(applyLabFaults(exactStage));
+    scanOverview(8.0);
+    const MapCell cell{3, 5};
+    const LabPoint there = measuredAt(cell);
+    const PixelPoint at = pixelOf(cell);
+    const StageVector place = stageFor(placeOf({3, 5}));
+    onMapMouseMove(windows.map, at.x, at.y, false, false);
+    const double volts = static_cast<double>(scanMap.maps[planePhotocurrent][3][5]);
+    const std::string title = windowText(windows.map, 200);
+    EXPECT_EQ(title, formatted(volts < 0.99995 ? "%.4g mV" : "%.4g V",
+                               volts < 0.99995 ? volts * 1e3 : volts) +
+                         formatted(", column 4, row %d, X %.1f, Y %.1f um", scanArea.rows - 5,
+                                   place.x, place.y));
+    // The cross lies on the picture where the picture shows that point.
+    const PicturePlace cross = onPicture(placeOf(*mapPointAt(at.x, at.y)));
+    const LabPoint seen = labSampleAt(cross.x, 1028 - cross.y);
+    EXPECT_NEAR(seen.x, there.x, 1.0);
+    EXPECT_NEAR(seen.y, there.y, 1.0);
+    onPaint();
+    const int x = static_cast<int>(cross.x), y = static_cast<int>(cross.y);
+    EXPECT_EQ(windows.main->client.at(x + 5, y), 0x00FF00u);
+    onMapLeave(windows.map);
+    EXPECT_EQ(windowText(windows.map, 200).find("column"), std::string::npos);
+    EXPECT_EQ(display.pointer, nullptr);
+
+    // Another objective sees less, and its spot lies elsewhere.
+    setUp.objectives.push_back(setUp.objective());
+    setUp.objectiveInUse = 2;
+    Objective& second = setUp.objective();
+    second.xPerColumn = second.yPerRow = 0.05;
+    ASSERT_TRUE(applyLabFaults(exactStage + "optics 0.05 0\n"));
+    setPosition(stageX, -200);
+    answer("Do you want to move this point under the laser spot?", BoxAnswer::Yes);
+    onMapDoubleClick(windows.map, at.x, at.y);
+    EXPECT_NEAR(labLaserSpotSample().x, there.x, 2.0);
+    EXPECT_NEAR(labLaserSpotSample().y, there.y, 2.0);
+    EXPECT_TRUE(timerRuns());
+
+    const double stood = labStageUm(labX);
+    const auto staysBecause = [&](const std::string& why) {
+        onMapDoubleClick(windows.map, pixelOf({9, 9}).x, pixelOf({9, 9}).y);
+        EXPECT_NE(textIn(Field::Information).find(why), std::string::npos)
+            << textIn(Field::Information);
+        EXPECT_EQ(labStageUm(labX), stood);
+    };
+    setUp.ranges[0].highest = ofController(stageX, stageX.positionUm + 5);
+    staysBecause("is beyond its highest place");
+    setUp.ranges[0] = {};
+    {
+        const MoveUnderWay moves;
+        staysBecause("Not while the stage moves");
+    }
+    stageY.countsAnew += 1;
+    staysBecause("has lost its place");
+    EXPECT_NE(cellText({0, 0}, channelPhotocurrent).find("place not known"), std::string::npos);
+}
+
+// In a process the map is only looked at.
+TEST_F(MapWindowTest, DoesNothingInAProcess) {
+    scanOverview(20.0);
+    const std::string title = windowText(windows.map, 200);
+    const RunningProcess running;
+    onMapMouseMove(windows.map, 30, 30, false, false);
+    onMapButtonDown(windows.map, MapButton::Left, 30, 30);
+    onMapButtonUp(windows.map, MapButton::Left, 200, 200);
+    onMapDoubleClick(windows.map, 30, 30);
+    EXPECT_EQ(windowText(windows.map, 200), title);
+    EXPECT_EQ(display.pointer, nullptr);
+}
+
+TEST_F(MapWindowTest, AProfileIsSavedWithItsPlacesAndItsScan) {
+    scanOverview(10.0);
+    scanMap.marks[2][4] = PointMark::NotReached;
+    const PixelPoint from = pixelOf({0, 4}), to = pixelOf({6, 4});
+    onMapButtonDown(windows.map, MapButton::Right, from.x, from.y);
+    onMapMouseMove(windows.map, to.x, to.y, false, true);
+    onMapButtonUp(windows.map, MapButton::Right, to.x, to.y);
+    ASSERT_EQ(toolWindows.size(), 1u);
+    EXPECT_NE(toolWindows[0]->texts[idProfileText].find("1 points masked"), std::string::npos);
+    onToolCommand(toolWindows[0], idProfileSave);
+    std::string saved;
+    for (const std::string& name : filesOnDesktop())
+        if (name.ends_with("profile(0).txt")) saved = contentOf(name);
+    EXPECT_EQ(saved.find("Scan: Kestrel("), 0u) << saved;
+    EXPECT_NE(saved.find("\nPlace(um),X(um),Y(um),Photovoltage("), std::string::npos) << saved;
+    EXPECT_NE(saved.find(",not reached\n"), std::string::npos);
+    const double x = stageFor(placeOf({6, 4})).x;
+    EXPECT_NE(saved.find(formatted("\n60.000,%.3f,", x)), std::string::npos) << saved;
+    EXPECT_EQ(std::count(saved.begin(), saved.end(), '\n'), 9);
+    destroyToolWindow(toolWindows[0]);
+}
+
+} // namespace
