@@ -1,6 +1,7 @@
 // Writes and reads what is on disk of a list.
 #include "lists/list_record.h"
 
+#include "mapping/map_document.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/start_program.h"
@@ -10,8 +11,11 @@
 #include "session/day_log.h"
 #include "session/document.h"
 #include "session/options.h"
+#include "session/outcome.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <sstream>
 
 namespace {
@@ -19,7 +23,7 @@ namespace {
 constexpr char endProgramName[] = "at the end run";
 constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
-               nameMark[] = "#name ", followedMark[] = "#followed ";
+               nameMark[] = "#name ", begunMark[] = "#begun ", followedMark[] = "#followed ";
 
 std::wstring scanListFolder() {
     return dataFolders.dataRoot + L"\\Scan lists";
@@ -49,6 +53,27 @@ bool takeDone(ListPlace& place, const std::string& text) {
     if (error != std::errc() || *end != '.' || row >= place.done.size()) return false;
     ++place.done[row];
     return true;
+}
+
+// A row of which the record says its end is done, though the power went before that was kept: it
+// would be measured twice.
+void takeRecorded(ListPlace& place) {
+    std::istringstream lines(contentOfFile(pathOf(widened(place.record))).value_or(""));
+    for (std::string line; std::getline(lines, line);) {
+        unsigned row = 0;
+        int32_t repeat = 0;
+        char how[64] = ""; // and what was wrong
+        if (std::sscanf(line.c_str(), "%u\t%d\t%*[^\t]\t%*[^\t]\t%*[^\t]\t%63[^\t]", &row, &repeat,
+                        how) != 3 ||
+            row == 0 || row > place.done.size())
+            continue;
+        const std::string end = how;
+        const auto isOf = [&end](ProcessEnd one) { return end.starts_with(nameOf(one)); };
+        const bool stopped = isOf(ProcessEnd::Stopped) && !isOf(ProcessEnd::Asleep);
+        const bool failed = end.starts_with("declined,"); // not by a No
+        if (isOf(ProcessEnd::Finished) || stopped || failed)
+            place.done[row - 1] = std::max(place.done[row - 1], repeat);
+    }
 }
 
 // A tab or a line end in the words would break the table.
@@ -103,6 +128,7 @@ int32_t ListPlace::measured() const {
 bool beginListRecord(ListPlace& place) {
     makeFolder(scanListFolder());
     const LocalTime now = localTime();
+    place.begun = timeText(now);
     const std::string stem = place.list.name + formatted("-%02d%02d%02d_%02d-%02d", now.year - 2000,
                                                          now.month, now.day, now.hour, now.minute);
     place.record = stem + ".txt";
@@ -114,7 +140,8 @@ bool beginListRecord(ListPlace& place) {
                              "\nrow\trepeat\twhat\tstarted\tended\thow\tfolder\n";
     const std::string left =
         textOf(place.list) + nameMark + place.list.name + "\n" + recordMark + place.record + "\n" +
-        placeMark + formatted("%.17g %.17g %.17g\n", place.homeX, place.homeY, place.homeZ);
+        begunMark + place.begun + "\n" + placeMark +
+        formatted("%.17g %.17g %.17g\n", place.homeX, place.homeY, place.homeZ);
     return writeDocument(pathOf(widened(place.record)), head, L"w") &&
            writeDocument(pathOf(unfinishedName), left, L"w");
 }
@@ -185,6 +212,7 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
     for (std::string line; std::getline(lines, line);) {
         if (const auto name = behind(line, nameMark)) place.list.name = *name;
         if (const auto record = behind(line, recordMark)) place.record = *record;
+        if (const auto begun = behind(line, begunMark)) place.begun = *begun;
         if (const auto home = behind(line, placeMark))
             whole = std::sscanf(home->c_str(), "%lf %lf %lf", &place.homeX, &place.homeY,
                                 &place.homeZ) == 3;
@@ -196,7 +224,7 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
         }
         if (const auto done = behind(line, doneMark); done && !takeDone(place, *done)) break;
     }
-    if (whole && !place.record.empty()) return place;
+    if (whole && !place.record.empty()) return takeRecorded(place), place;
     fault = "it does not say where the list stood";
     return {};
 }

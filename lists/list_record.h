@@ -21,6 +21,7 @@ struct ListPlace {
     ScanList list;
     std::vector<int32_t> done;                    // by row
     std::string record;                           // the record's file name
+    std::string begun;                            // when, "2026-11-27 09:00:00"
     double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
     StageVector followed; // by how much the stage has followed the sample's drift, um
 

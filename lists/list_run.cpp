@@ -216,6 +216,8 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
     for (const LeftJournal& left : leftJournals()) {
         std::optional<JournaledScan> scan = readScanJournal(left);
         if (!scan || scan->plan().occasion.list != where) continue;
+        // Of the same row when the list ran before: another sample's, perhaps.
+        if (timeText(scan->map.conditions->started) < place.begun) continue;
         if (firstMissingRow(scan->map) == scan->plan().area.rows) continue;
         const RunningProcess running;
         setField(Field::StartButton, "Stop");
@@ -240,6 +242,7 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
 }
 
 Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
+    const XyOfScan xy; // a key would take the curve to another place
     {
         const RunningProcess running;
         if (const std::string why = goTo(row); !why.empty()) return declined(why);
@@ -256,11 +259,12 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
         const auto points = static_cast<int32_t>(row.quarterPoints);
         const auto range = static_cast<float>(row.rangeVolts);
         outcome = runSweep({range, range / static_cast<float>(points), points});
-        if (!saveIvCurve(false)) outcome.notWritten.emplace_back("the curve");
+        // No box holds the list up: its record says what is not written.
+        if (!saveIvCurve(true)) outcome.notWritten.emplace_back("the curve");
     } else {
         outcome = runSeries({static_cast<float>(row.onSeconds), static_cast<float>(row.offSeconds),
                              static_cast<int32_t>(row.lightCycles)});
-        if (outcome.end != ProcessEnd::Declined && !saveTimeEvolution(false))
+        if (outcome.end != ProcessEnd::Declined && !saveTimeEvolution(true))
             outcome.notWritten.emplace_back("the series");
     }
     occasion = own.plan.occasion;
@@ -442,6 +446,8 @@ Outcome ListRun::run() {
         show(*row, "runs");
         const Outcome outcome = measure(*row, repeat);
         const std::string trouble = troubleLine(outcome);
+        logEvent(formatted("List: row %d %s, \"", numberOf(*row), nameOf(outcome.end)) +
+                 outcome.words() + "\"");
         say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
                       std::string(nameOf(outcome.end)) +
                           (trouble == "none" ? "" : ", " + trouble)));

@@ -15,6 +15,7 @@
 #include "session/data_folders.h"
 #include "session/document.h"
 #include "session/message_box.h"
+#include "session/process.h"
 
 #include <algorithm>
 #include <charconv>
@@ -237,7 +238,10 @@ bool writeMapFile(const std::wstring& path, const Map& map, bool digits) {
 }
 
 SavedFiles saveMapFiles() {
-    return saveWith(writeMapFile);
+    // No box holds a list up: its record says what is not written.
+    const bool ofList =
+        scanMap.conditions && !scanMap.conditions->occasion.list.empty() && processUnderWay();
+    return saveWith(ofList ? writeMap : writeMapFile);
 }
 
 SavedFiles saveMapFilesQuietly() {

@@ -18,7 +18,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char journalFolder[] = "KST_Data/Journal/";
-constexpr double firstRecoveryMs = 1500, longestScanMs = 60000, endOfRestartMs = 80000;
+constexpr double firstRecoveryMs = 1500, longestScanMs = 60000, longestListMs = 300000,
+                 lastTriesMs = 18500;
 
 size_t pointsOf(const std::vector<std::vector<PointMark>>& marks) {
     size_t count = 0;
@@ -67,14 +68,15 @@ bool isSameCell(const ScanMap& one, const ScanMap& other, size_t c, size_t m) {
 
 } // namespace
 
-PowerCut::PowerCut(uint32_t seed) {
+PowerCut::PowerCut(uint32_t seed, bool dayOfList) {
     std::minstd_rand random(seed + 1);
     luck = static_cast<uint32_t>(random());
     const bool happens = random() % 3 == 0;
-    cutMs = happens ? 2500.0 + static_cast<double>(random() % 30000) : 1e18;
+    cutMs = happens ? 2500.0 + static_cast<double>(random() % (dayOfList ? 70000 : 30000)) : 1e18;
     inFiles = random() % 2 == 0;
+    if (dayOfList) filesLeft = static_cast<int>(random() % 60);
     diskWatch.before = [this] {
-        if (inFiles && virtualNowMs() >= cutMs) cut();
+        if (inFiles && virtualNowMs() >= cutMs && filesLeft-- == 0) cut();
     };
     diskWatch.flushed = [this](const std::string& name) {
         if (!name.starts_with(journalFolder)) return;
@@ -125,11 +127,21 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
     std::string notice;
     answerOthers = [](const ShownBox&) { return BoxAnswer::Yes; };
     when([] { return timerRuns(); }, [&] { notice = textIn(Field::Information); });
-    const bool goesOn = points > 0 && luck % 4 == 0;
+    listGoesOn = list.isLeft();
+    ScanMap recovered; // of the scan that was cut
+    const auto takeRecovered = [&] {
+        if (haveOneSize(scanMap, flushed) && beganAtOnce(scanMap, flushed)) recovered = scanMap;
+    };
+    if (listGoesOn) {
+        list.goOn(firstRecoveryMs, [] { postCommand(idExit); });
+        onlooker.waits = takeRecovered;
+    }
+    const bool goesOn = points > 0 && luck % 4 == 0 && !listGoesOn;
     if (goesOn) goOnWithScan();
+    const double goneOnMs = listGoesOn ? longestListMs : goesOn ? longestScanMs : 0.0;
+    const double endOfRestartMs = firstRecoveryMs + goneOnMs + lastTriesMs;
     // A curve may have been cut off or not been saved since: the latest comes first.
-    for (double ms = firstRecoveryMs + (goesOn ? longestScanMs : 0.0); ms < endOfRestartMs;
-         ms += 1000)
+    for (double ms = firstRecoveryMs + goneOnMs; ms < endOfRestartMs; ms += 1000)
         at(ms, [&] {
             postCommand(points == 0 || contentOf(journal).empty() ? idExit : idRecoverScan);
         });
@@ -140,14 +152,15 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
     if (runProgram(1) != 0) wrong.emplace_back("the next start ends with another code than 0");
     ++counts["power cuts"];
     if (points == 0) return wrong;
-    const bool wentOn = scanMap.conditions && !scanMap.conditions->continued.empty();
+    if (!listGoesOn) recovered = scanMap;
+    const bool wentOn = recovered.conditions && !recovered.conditions->continued.empty();
     ++counts[wentOn ? "scans continued" : "scans recovered"];
     counts[wentOn ? "points kept in them" : "points recovered"] += points;
     if (notice.find(" was cut off") == std::string::npos) wrong.push_back("not noticed: " + notice);
     const std::string said = ": " + historyOf(Field::Information).back();
     if (!contentOf(journal).empty()) wrong.push_back("the journal is still there" + said);
     if (textsOf(filesOnDesktop()) <= textsBefore) wrong.push_back("no text was written" + said);
-    if (!haveOneSize(scanMap, flushed)) {
+    if (!haveOneSize(recovered, flushed)) {
         wrong.emplace_back("a map of another size");
         return wrong;
     }
@@ -157,10 +170,10 @@ std::vector<std::string> PowerCut::startAgain(std::map<std::string, uint64_t>& c
         for (size_t m = 0; m < flushed.marks[c].size(); ++m) {
             if (wentOn && !isWholeRow(flushed, m)) continue; // measured anew
             const bool wasFlushed = flushed.marks[c][m] != PointMark::NotMeasured;
-            if (wasFlushed && !isSameCell(scanMap, flushed, c, m))
+            if (wasFlushed && !isSameCell(recovered, flushed, c, m))
                 wrong.push_back(formatted("lost: cell %zu, %zu", c, m));
-            if (!wasFlushed && scanMap.marks[c][m] != PointMark::NotMeasured &&
-                !(sameScan && isSameCell(scanMap, scanThen, c, m)))
+            if (!wasFlushed && recovered.marks[c][m] != PointMark::NotMeasured &&
+                !(sameScan && isSameCell(recovered, scanThen, c, m)))
                 wrong.push_back(formatted("wrong: cell %zu, %zu", c, m));
         }
     }

@@ -4,6 +4,7 @@
 
 #include "mapping/scan_map.h"
 #include "tests/simulation/day/laboratory.h"
+#include "tests/simulation/day/list_day.h"
 
 #include <cstdint>
 #include <map>
@@ -13,7 +14,8 @@
 class PowerCut {
 public:
     // Cuts while the program waits or in the middle of its files. Watches the disk (diskWatch).
-    explicit PowerCut(uint32_t seed);
+    // A list is cut off later, and at any of the files that end a row.
+    PowerCut(uint32_t seed, bool dayOfList);
     ~PowerCut();
     PowerCut(const PowerCut&) = delete;
     PowerCut& operator=(const PowerCut&) = delete;
@@ -25,6 +27,9 @@ public:
     // off is recovered. What is wrong then; adds to the day's counts.
     std::vector<std::string> startAgain(std::map<std::string, uint64_t>& counts,
                                         Laboratory& laboratory);
+
+    // Whether that went on with a list.
+    const ListAfterCut* listGoneOn() const { return listGoesOn ? &list : nullptr; }
 
 private:
     void cut();
@@ -38,4 +43,7 @@ private:
     ScanMap flushed;
     ScanMap scanThen; // at the cut
     uint32_t luck;
+    int filesLeft = 0; // until the cut, once it is due
+    ListAfterCut list;
+    bool listGoesOn = false;
 };

@@ -11,6 +11,7 @@
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/day/dice.h"
 #include "tests/simulation/day/faults.h"
+#include "tests/simulation/day/list_day.h"
 #include "tests/simulation/day/operator.h"
 #include "tests/simulation/day/power_cut.h"
 #include "tests/simulation/day/swarm.h"
@@ -41,14 +42,18 @@ void prepareDesktop(const Swarm& swarm, const Laboratory& laboratory) {
 }
 
 // What the operator does, each at its time; the last he does is to close the window.
-void planDay(Dice& dice, const Swarm& swarm, Operator& hand) {
-    constexpr double beginsMs = 2000, endsMs = 34000;
+void planDay(Dice& dice, const Swarm& swarm, Operator& hand, ListDay& listDay, Judge& judge) {
+    constexpr double beginsMs = 2000;
+    const double endsMs = listDay.happens ? 80000 : 34000;
     if (swarm.kind == kindAnalyzerGpib) at(beginsMs - 500, [] { postCommand(idConfiguration); });
     double time = beginsMs;
-    at(time, [&] {
-        hand.selectsArea();
-        postCommand(idStart);
-    });
+    if (listDay.happens)
+        listDay.plan(time, endsMs, swarm, judge);
+    else
+        at(time, [&] {
+            hand.selectsArea();
+            postCommand(idStart);
+        });
     while ((time += dice.below(swarm.longestPauseMs)) < endsMs) at(time, [&] { hand.acts(); });
     at(time, [] { post(messageClose); });
 }
@@ -76,7 +81,8 @@ RandomDay liveRandomDay(uint32_t seed) {
     prepareDesktop(swarm, laboratory);
     laboratory.apply();
     Judge judge(day, laboratory);
-    PowerCut powerCut(seed);
+    ListDay listDay(seed, !laboratory.isOther);
+    PowerCut powerCut(seed, listDay.happens);
     onlooker.waits = [&, judges = onlooker.waits] {
         const auto seconds = static_cast<int>(testTimeMs() / 1000);
         wallTime.minute = 5 + seconds / 60 % 55;
@@ -87,10 +93,15 @@ RandomDay liveRandomDay(uint32_t seed) {
     swarm.count(day.counts);
     day.kind = swarm.kind;
     Operator hand(dice, swarm, judge);
-    answerOthers = [&](const ShownBox& box) { return hand.answers(box); };
+    answerOthers = [&](const ShownBox& box) {
+        const std::optional<BoxAnswer> ofList = listDay.answers(box);
+        if (ofList)
+            judge.note("box '" + box.text + (*ofList == BoxAnswer::Yes ? "', Yes" : "', No"));
+        return ofList ? *ofList : hand.answers(box);
+    };
     whileDialogOpen = [&] { hand.configures(); };
     if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
-    planDay(dice, swarm, hand);
+    planDay(dice, swarm, hand, listDay, judge);
     if (laboratory.isOther) planSetUpChanges(laboratory.dice, hand);
     judge.count(laboratory.isOther ? "days in another laboratory" : "days in that as built");
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");
@@ -101,6 +112,10 @@ RandomDay liveRandomDay(uint32_t seed) {
     if (!powerCut.hasHappened()) return day;
     for (const std::string& wrong : powerCut.startAgain(day.counts, laboratory))
         judge.find(Rule::Kept, wrong);
+    if (const ListAfterCut* list = powerCut.listGoneOn(); list && !swarm.filesBreak && judge.list)
+        for (const std::string& wrong :
+             list->wrong(*judge.list, swarm.kind, swarm.takesUpPlay(), day.counts))
+            judge.find(Rule::List, "after the cut: " + wrong);
     resetProgram();
     return day;
 }

@@ -27,6 +27,7 @@ enum class Rule {
     Files,   // no file is overwritten, and none stays that is not whole
     Kept,    // what was on the disk when the power was cut is recovered, and nothing else
     Box,     // no box holds a process that has not asked it; none asks after a stop
+    List,    // each row of a list has its own place, settings and folder, and is done once
     Limit,   // no axis goes beyond its limits in the set-up
     Asked,   // Z, whose controller has lost its place, goes nowhere before the operator was asked
     Picture, // a map lies where the picture showed it, which knows the true part of the sensor

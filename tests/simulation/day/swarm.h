@@ -54,6 +54,9 @@ struct Swarm {
     int mendPercent, pairPercent;
     int callPercent, boardPercent;
 
+    // The run-in of any row of a map takes up the play of a stage in order, 2 um.
+    bool takesUpPlay() const { return runInUm >= 5; }
+
     // "days with ...", for the campaign's table.
     void count(std::map<std::string, uint64_t>& counts) const;
 

@@ -30,8 +30,8 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
-        if ((cause.what == scanName || cause.axes == noAxis) && labBiasVolts() != 0.0 &&
-            !judge.biasSaidLost)
+        if ((cause.what == scanName || cause.what == listName || cause.axes == noAxis) &&
+            labBiasVolts() != 0.0 && !judge.biasSaidLost)
             judge.find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));
     }
 

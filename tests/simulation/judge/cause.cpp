@@ -14,7 +14,9 @@ public:
     void moveIsSent(int axis, bool nudged) override {
         unsigned allowed = judge.causes.empty() ? noAxis : judge.causes.back().axes;
         // While a scan runs X and Y are the scan's.
-        if (judge.inScan() && judge.causes.back().what != scanName) allowed &= axisZ;
+        if (judge.inScan() && judge.causes.back().what != scanName &&
+            judge.causes.back().what != listName)
+            allowed &= axisZ;
         if ((allowed & 1u << axis) == 0 && !nudged)
             judge.find(Rule::Cause, formatted("%s was sent", judge.axes[axis].name));
     }

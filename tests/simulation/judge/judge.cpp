@@ -1,8 +1,10 @@
 // Hears what comes to the program, sees what comes of it, and tells the rules.
 #include "tests/simulation/judge/judge.h"
 
+#include "lists/list_run.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/pause.h"
 #include "session/process.h"
 
 #include <algorithm>
@@ -11,10 +13,10 @@
 
 namespace {
 
-constexpr const char* ruleNames[] = {"lights", "bias",    "place", "watch", "cause", "one move",
-                                     "cell",   "light",   "sound", "lost",  "view",  "alive",
-                                     "focus",  "named",   "files", "kept",  "box",   "limit",
-                                     "asked",  "picture", "end"};
+constexpr const char* ruleNames[] = {"lights", "bias",  "place",   "watch", "cause", "one move",
+                                     "cell",   "light", "sound",   "lost",  "view",  "alive",
+                                     "focus",  "named", "files",   "kept",  "box",   "list",
+                                     "limit",  "asked", "picture", "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -41,9 +43,9 @@ Judge::Judge(RandomDay& record, Laboratory& place) : day(record), laboratory(pla
     current = this;
     // The lights are looked at last: whether the laser was asked for is of the time since then.
     for (const auto check :
-         {checkFiles, checkBox,   checkBias,  checkPlace,   checkWatch, checkCause, checkOneMove,
-          checkCell,  checkLight, checkSound, checkLost,    checkView,  checkAlive, checkFocus,
-          checkNamed, checkLimit, checkAsked, checkPicture, checkEnd,   checkLights})
+         {checkLists,   checkFiles, checkBox,   checkBias,  checkPlace,   checkWatch, checkCause,
+          checkOneMove, checkCell,  checkLight, checkSound, checkLost,    checkView,  checkAlive,
+          checkFocus,   checkNamed, checkLimit, checkAsked, checkPicture, checkEnd,   checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -294,6 +296,15 @@ void Judge::lookAtProcess() {
         for (const auto& each : checkers) each->processBegins();
     }
     processSeen = runs;
+    Cause* const itsList = runningList();
+    const std::string row = itsList ? listUnderWay() : "";
+    const bool anotherRow = std::exchange(rowSeen, row) != row;
+    if (!itsList || row.empty() || !anotherRow) return;
+    // Each row is a process of its own for the rules.
+    const std::optional<size_t> index = rowOfList();
+    itsList->sweep = index && list->list.rows[*index].kind == ListKind::IvCurve;
+    count("rows of lists begun");
+    for (const auto& each : checkers) each->processBegins();
 }
 
 void Judge::lookAtProcessEnd(const Cause& cause) {
@@ -309,8 +320,28 @@ void Judge::lookAtProcessEnd(const Cause& cause) {
 }
 
 bool Judge::inScan() const {
-    return std::any_of(causes.begin(), causes.end(),
-                       [](const Cause& cause) { return cause.what == scanName && cause.began; });
+    return std::any_of(causes.begin(), causes.end(), [this](const Cause& cause) {
+        return (cause.what == scanName || (cause.what == listName && !listWaits())) && cause.began;
+    });
+}
+
+Cause* Judge::runningList() {
+    for (Cause& cause : causes)
+        if (cause.what == listName && cause.began) return &cause;
+    return nullptr;
+}
+
+bool Judge::listWaits() const {
+    const std::string said = textIn(Field::Progress);
+    return isPaused() || said.starts_with("Next repeat") || said.starts_with("Scan list paused");
+}
+
+std::optional<size_t> Judge::rowOfList() {
+    int row = 0;
+    if (!list || !runningList() ||
+        std::sscanf(listUnderWay().c_str(), "night, row %d of", &row) != 1)
+        return {};
+    return static_cast<size_t>(row - 1);
 }
 
 void Judge::cellCounts(const Taken* taken, size_t count) {

@@ -6,11 +6,13 @@
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/day/laboratory.h"
 #include "tests/simulation/day/random_day.h"
+#include "tests/simulation/judge/lists.h"
 
 #include <array>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,7 +33,8 @@ struct Cause {
     size_t saidBefore = 0; // information texts
 };
 
-constexpr const char *scanName = "scan", *wideViewName = "wide view", *autofocusName = "autofocus";
+constexpr const char *scanName = "scan", *listName = "list", *wideViewName = "wide view",
+                     *autofocusName = "autofocus";
 
 // Words of the title.
 constexpr const char* boardLostWords = "laser board lost";
@@ -124,6 +127,10 @@ public:
     double placeToleranceUm(int axis) const;
     bool blamesBus() const;
     bool inScan() const;
+    // The list that runs, which may wait with everything as idle, and the row that it is at.
+    Cause* runningList();
+    bool listWaits() const;
+    std::optional<size_t> rowOfList();
     void cellCounts(const Taken* taken, size_t count); // as measured
     bool saidAtEnd() const;                            // that something may be on, in a box
 
@@ -138,6 +145,7 @@ public:
     bool boardDoubtful = false;                       // it may do nothing of what it takes
     bool zMustAsk = false;  // its controller has lost its place, and nobody has said Yes to that
     uint64_t movesSeen = 0; // that the program's library sent
+    std::optional<ListAtWork> list; // the latest that began
 
 private:
     int opens(const char* name);
@@ -160,6 +168,7 @@ private:
     std::array<double, 4> disturbedMove = {-1.0};  // when it came back, and what was sent to whom
     size_t boxesSeen = 0;
     bool processSeen = false;
+    std::string rowSeen; // of a list
     std::vector<std::vector<PointMark>> marksSeen;
     struct {
         int (*open)(const char* name);
@@ -183,6 +192,7 @@ std::unique_ptr<Checker> checkFocus(Judge& judge);
 std::unique_ptr<Checker> checkNamed(Judge& judge);
 std::unique_ptr<Checker> checkFiles(Judge& judge);
 std::unique_ptr<Checker> checkBox(Judge& judge);
+std::unique_ptr<Checker> checkLists(Judge& judge);
 std::unique_ptr<Checker> checkLimit(Judge& judge);
 std::unique_ptr<Checker> checkAsked(Judge& judge);
 std::unique_ptr<Checker> checkPicture(Judge& judge);

@@ -29,8 +29,8 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
-        if (cause.what == scanName && labLaserPwm() != 0 && !judge.boardSaidLost &&
-            !judge.boardDoubtful && !askedForLaser)
+        if ((cause.what == scanName || cause.what == listName) && labLaserPwm() != 0 &&
+            !judge.boardSaidLost && !judge.boardDoubtful && !askedForLaser)
             judge.find(Rule::Lights, "the laser is on after a scan");
     }
 

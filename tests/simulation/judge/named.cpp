@@ -26,7 +26,7 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string& said) override {
-        if (cause.what != scanName) return;
+        if (cause.what != scanName && cause.what != listName) return;
         for (auto [mark, words] : {std::pair(PointMark::Silent, ". No "),
                                    std::pair(PointMark::NotReached, ". Not reached"),
                                    std::pair(PointMark::Overloaded, ". Overload"),
