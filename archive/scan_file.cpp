@@ -66,6 +66,10 @@ private:
     std::vector<double> values, masks;
 };
 
+size_t at(int row, int column, int columns) {
+    return static_cast<size_t>(row) * static_cast<size_t>(columns) + static_cast<size_t>(column);
+}
+
 // The first channel, made as small as the picture, with its sides as they are.
 bool drawPicture(const GwySource& source, const GwyChannelThere& channel, ScanPicture& picture) {
     picture.fill(noLevel);
@@ -88,7 +92,7 @@ bool drawPicture(const GwySource& source, const GwyChannelThere& channel, ScanPi
                 static_cast<size_t>((int64_t{2} * x + 1) * frame.columns / (2 * width));
             if (!rows.counts(column)) continue;
             const double value = rows.value(column);
-            cells[static_cast<size_t>(y * width + x)] = value;
+            cells[at(y, x, width)] = value;
             lowest = std::min(lowest, value);
             highest = std::max(highest, value);
         }
@@ -97,10 +101,10 @@ bool drawPicture(const GwySource& source, const GwyChannelThere& channel, ScanPi
     const double range = highest > lowest ? highest - lowest : 1.0;
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
-            const double value = cells[static_cast<size_t>(y * width + x)];
+            const double value = cells[at(y, x, width)];
             if (std::isnan(value)) continue;
             const double part = std::clamp((value - lowest) / range, 0.0, 1.0);
-            picture[static_cast<size_t>((top + y) * scanPicturePx + left + x)] =
+            picture[at(top + y, left + x, scanPicturePx)] =
                 static_cast<uint8_t>(part * (noLevel - 1));
         }
     return true;

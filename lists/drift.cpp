@@ -65,12 +65,10 @@ PictureShift shiftOf(const FirstPicture& first, const GreyPicture& now, PixelVec
     // What stands still in the picture is not near there.
     const double within =
         0.6 * std::min(std::hypot(expected.columns, expected.rows), asidePx * 1.4);
-    const PictureShift near =
-        shiftBetween(first.picture, now, {.expected = expected, .within = within});
+    PictureShift near = shiftBetween(first.picture, now, {.expected = expected, .within = within});
     const double least = worst * first.quality;
     if (near.isFound() && near.quality >= least) return near;
-    const PictureShift far =
-        shiftBetween(first.picture, now, {.expected = expected, .hasMoved = true});
+    PictureShift far = shiftBetween(first.picture, now, {.expected = expected, .hasMoved = true});
     if (!far.isFound()) return far;
     PictureShift sure = shiftBetween(first.picture, now, {.expected = far.px, .within = 8.0});
     if (sure.isFound() && sure.quality < least)

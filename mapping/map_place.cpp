@@ -97,7 +97,7 @@ std::optional<Unit> unitOfPlane(const ScanMap& map, size_t plane) {
 std::string valueText(MapCell cell, int channel) {
     const ScanMap& map = shownMap();
     const PointMark mark = map.marks[cell.column][cell.row];
-    const std::string words = wordsOf(mark);
+    std::string words = wordsOf(mark);
     if (mark == PointMark::NotMeasured) return words;
     const size_t plane = planeShown(map, channel);
     const auto numberIn = [&](size_t of) {

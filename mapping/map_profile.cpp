@@ -16,7 +16,7 @@ namespace {
 
 double meanOfColours(const ScanMap& map, MapCell cell) {
     double sum = 0.0;
-    for (const size_t plane : {planeRed, planeGreen, planeBlue})
+    for (size_t plane = planeRed; plane <= planeBlue; ++plane)
         sum += static_cast<double>(map.maps[plane][cell.column][cell.row]);
     return sum / 3.0;
 }
@@ -79,8 +79,7 @@ std::string textOf(const MapProfile& profile) {
 std::string saveProfile(const MapProfile& profile) {
     ensureSessionFolder(dataFolders);
     int32_t number = 0;
-    const std::string name =
-        nextFreeName(dataFolders.sessionFolder, "profile", number, L".txt") + ".txt";
+    std::string name = nextFreeName(dataFolders.sessionFolder, "profile", number, L".txt") + ".txt";
     const std::wstring path = dataFolders.sessionFolder + L"\\" + widened(name);
     if (logFile(path, writeDocument(path, textOf(profile), L"w"))) return name;
     reportUnwritten(path, "the profile");

@@ -87,8 +87,9 @@ TEST_F(MapWindow, ZoomsAndGoesWhereTheMapShowsIt) {
             const double sampleY =
                 bottom + 5.0 * (9 - row) - 7.5 + 1.5 * static_cast<double>(10 - r);
             double lowest = 9e9, highest = -9e9;
-            for (double dx : {-0.3, 0.0, 0.3})
-                for (double dy : {-0.3, 0.0, 0.3})
+            // Within a step, as a drag by whole pixels and the stage's arrival allow.
+            for (double dx : {-1.0, -0.5, 0.0, 0.5, 1.0})
+                for (double dy : {-1.0, -0.5, 0.0, 0.5, 1.0})
                     for (double z : {0.0, 0.4, 0.8}) {
                         const double current =
                             1e6 * expectedCurrent(sampleX + dx, sampleY + dy, 4.0, z, 0.0);

@@ -2,6 +2,7 @@
 #include "tests/window/program_run.h"
 #include "virtual_lab/lab.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace fs = std::filesystem;
@@ -21,6 +22,11 @@ protected:
     }
     void type(int id, const char* text) const {
         SendMessageA(item(id), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text));
+    }
+    // The scan's own, beside the old one.
+    static fs::path session() {
+        const std::vector<fs::path> folders = sessionFolders();
+        return folders.empty() ? fs::path() : *std::max_element(folders.begin(), folders.end());
     }
     std::string mapTitle() const { return textOf(topWindow(program, "Kestrel")); }
 };
@@ -85,6 +91,9 @@ TEST_F(ScansWindow, ShowsMarksAndReusesAScan) {
     // The scan's own map is back before the next one begins.
     ASSERT_NO_FATAL_FAILURE(startScan());
     EXPECT_TRUE(await([&] { return mapTitle() == "Photocurrent map"; }, patiently)) << mapTitle();
+    // The same names in the same folder.
+    ASSERT_NO_FATAL_FAILURE(
+        answer("Image save Process", "File saving error. New folder will be made.", "OK", IDOK));
     ASSERT_NO_FATAL_FAILURE(awaitScanEnd());
     PostMessageW(item(idScansFilter), WM_KEYDOWN, VK_ESCAPE, 0);
     EXPECT_TRUE(await([&] { return topWindow(program, "IV") == nullptr; }, quickly));

@@ -101,7 +101,7 @@ TEST_F(SetUpSheet, RefusesAtTheFieldAndTakesWithEnter) {
     press(VK_RETURN);
     ASSERT_TRUE(awaitClosed());
     EXPECT_EQ(contentOf(file), "X um per turn = 500\r\nlowest X (um) = -300\r\n");
-    EXPECT_TRUE(awaitText(information(), "\"Reconnect Stages\" is necessary", quickly));
+    EXPECT_TRUE(awaitText(information(), "Set-up taken: the scan area is taken away", quickly));
 
     ASSERT_NO_FATAL_FAILURE(open());
     EXPECT_EQ(textOf(ofLabel("um per turn")), "500");
