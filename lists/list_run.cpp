@@ -292,6 +292,7 @@ std::string ListRun::endOfList() const {
 }
 
 Outcome ListRun::measure(size_t row, int32_t repeat) {
+    const XyOfScan xy; // a key would send it beside the row
     const ListRow& of = place.list.rows[row];
     const int number = numberOf(row), all = static_cast<int>(place.list.rows.size());
     const std::string where = place.list.name + formatted(", row %d of %d, repeat %d of %.0f",
