@@ -109,6 +109,7 @@ private:
     }
     std::string endOfList() const;
     std::wstring folderOfRow(size_t row) const {
+        if (!hasFolder) return {};
         const bool map = place.list.rows[row].kind == ListKind::Map && scanMap.conditions;
         return map && scanMap.conditions->occasion.list == underWay ? foldersOfMap().sessionFolder
                                                                     : dataFolders.sessionFolder;
@@ -117,6 +118,7 @@ private:
     ListPlace place;
     DriftWatch drift{place};
     std::string driftWords; // of the present row
+    bool hasFolder = false; // the present row
     int notFollowed = 0;    // rows
     bool goesOnWithCutScan;
     bool consented; // the operator was asked what "Start" asks
@@ -293,6 +295,7 @@ std::string ListRun::endOfList() const {
 
 Outcome ListRun::measure(size_t row, int32_t repeat) {
     const XyOfScan xy; // a key would send it beside the row
+    hasFolder = false;
     const ListRow& of = place.list.rows[row];
     const int number = numberOf(row), all = static_cast<int>(place.list.rows.size());
     const std::string where = place.list.name + formatted(", row %d of %d, repeat %d of %.0f",
@@ -344,9 +347,11 @@ Outcome ListRun::measureAtPlace(const ListRow& of, const std::string& where) {
         kind = of.kind;
         const std::optional<Outcome> outcome = continueMap(of, where);
         kind.reset();
+        hasFolder = outcome.has_value();
         if (outcome) return *outcome;
     }
     makeNewSessionFolder(dataFolders);
+    hasFolder = true;
     if (const std::string why = whyNotMeasured(of); !why.empty()) return declined(why);
     kind = of.kind;
     Outcome outcome = of.kind == ListKind::Map ? measureMap(of, where) : measureCurve(of, where);
