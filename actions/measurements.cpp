@@ -140,8 +140,7 @@ std::string moveStage(const StageTarget& to) {
     std::string missed;
     if (lowers || raises) setSpeed(stageZ, setUp.focusSpeed);
     if (lowers && !moveTo(stageZ, *to.z)) missed = missedText(stageZ);
-    if (missed.empty() && !moveXYTo(to.x, to.y, motorSpeed))
-        missed = missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+    if (missed.empty() && !moveXYTo(to.x, to.y, motorSpeed)) missed = missedXyText();
     // A move of both axes ends up to 3 um before its target.
     for (const auto& [axis, um] : {std::pair{&stageX, to.x}, std::pair{&stageY, to.y}})
         if (missed.empty() && !moveTo(*axis, um)) missed = missedText(*axis);

@@ -280,31 +280,19 @@ constexpr TcpServerFace face{.connected = connected,
                              .writable = pump,
                              .called = called};
 
-void takeSwitch(const char* name, bool& value) {
-    const std::string text = readOption(name);
-    if (text == yes || text == no)
-        value = text == yes;
-    else if (!text.empty())
-        announce(Severity::Trouble, formatted("Options.ini: \"%s = %s\" is not known, the default "
-                                              "holds",
-                                              name, text.c_str()));
-}
-
 } // namespace
 
 void readDoorSettings() {
     doorSettings = {};
-    takeSwitch(openName, doorSettings.isOpen);
-    takeSwitch(switchName, doorSettings.maySwitch);
+    takeOption(openName, doorSettings.isOpen);
+    takeOption(switchName, doorSettings.maySwitch);
     const std::string text = readOption(portName);
     constexpr int32_t lowestPort = 1024, highestPort = 65535;
     const std::optional<int> port = typedInteger(text);
     if (port && *port >= lowestPort && *port <= highestPort)
         doorSettings.port = *port;
     else if (!text.empty())
-        announce(Severity::Trouble,
-                 formatted("Options.ini: \"%s = %s\" is not known, the default holds", portName,
-                           text.c_str()));
+        tellUnknownOption(portName, text);
 }
 
 bool writeDoorSettings() {

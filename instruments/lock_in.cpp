@@ -5,12 +5,12 @@
 #include "instruments/kinds.h"
 #include "instruments/visa.h"
 #include "platform/text_format.h"
+#include "platform/typed_number.h"
 #include "session/device_report.h"
 #include "session/refusals.h"
 #include "session/set_up.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <initializer_list>
 #include <numbers>
@@ -60,11 +60,7 @@ std::vector<std::string_view> partsOf(std::string_view text, char separator) {
 std::optional<double> numberIn(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '+')) text.remove_prefix(1);
     while (!text.empty() && text.back() <= ' ') text.remove_suffix(1);
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value))
-        return {};
-    return value;
+    return exactNumber(text);
 }
 
 // Nothing unless there are just so many, each a number.

@@ -44,8 +44,7 @@ std::string goToHeight(const ListPlace& place, StageVector home) {
     constexpr double sameUm = 0.5;
     const double z = byProgram(stageZ, place.homeZ);
     if (stageZ.axisNumber == 0 || std::fabs(z - stageZ.positionUm) <= sameUm) return {};
-    if (z > stageZ.positionUm && !moveXYTo(home.x, home.y, motorSpeed))
-        return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+    if (z > stageZ.positionUm && !moveXYTo(home.x, home.y, motorSpeed)) return missedXyText();
     return moveTo(stageZ, z) ? "" : missedText(stageZ);
 }
 
@@ -160,8 +159,7 @@ std::string DriftWatch::whyNotCompared(const ListPlace& place, Outcome& outcome)
     if (!take(aside, picture)) return whyNone();
     // The swing of a scan starts from there, and the limits were looked at with that in mind.
     if (!moveXYTo(home.x, home.y, motorSpeed))
-        return session.stopRequested ? "Stopped"
-                                     : missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+        return session.stopRequested ? "Stopped" : missedXyText();
     if (before.picture.width != picture.picture.width ||
         before.picture.height != picture.picture.height)
         return "The camera's picture has another size than at the list's begin";

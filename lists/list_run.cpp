@@ -184,7 +184,7 @@ std::string ListRun::goToCutMap(const ListRow& row, const ScanArea& area) {
                                byProgram(stageY, row.yUm) - area.offsetYUm, motorSpeed);
     waitResponsive(restsMs);
     for (StageAxis* axis : {&stageX, &stageY}) readPosition(*axis);
-    return came ? "" : missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+    return came ? "" : missedXyText();
 }
 
 Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
@@ -244,7 +244,6 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
 }
 
 Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
-    const XyOfScan xy; // a key would take the curve to another place
     {
         const RunningProcess running;
         if (const std::string why = goTo(row); !why.empty()) return declined(why);
@@ -294,7 +293,7 @@ std::string ListRun::endOfList() const {
 }
 
 Outcome ListRun::measure(size_t row, int32_t repeat) {
-    const XyOfScan xy; // a key would send it beside the row
+    const XyOfScan xy; // a key would send the stage beside the row
     hasFolder = false;
     const ListRow& of = place.list.rows[row];
     const int number = numberOf(row), all = static_cast<int>(place.list.rows.size());

@@ -4,11 +4,10 @@
 #include "mapping/scan_area.h"
 #include "platform/decimal_point.h"
 #include "platform/text_format.h"
+#include "platform/typed_number.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <iterator>
 #include <sstream>
 
 namespace {
@@ -42,28 +41,13 @@ std::string trimmed(const std::string& text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-std::optional<double> numberIn(const std::string& text) {
-    double number = 0.0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || !std::isfinite(number)) return {};
-    return number;
-}
-
-std::string textOf(double number) {
-    char text[40];
-    const bool plain = number == 0.0 || (std::fabs(number) >= 1e-4 && std::fabs(number) < 1e9);
-    const auto format = plain ? std::chars_format::fixed : std::chars_format::general;
-    return {text, std::to_chars(text, std::end(text), number, format).ptr};
-}
-
 bool allows(const ListNumber& of, double value) {
     return value >= of.lowest && value <= of.highest && (!of.isWhole || value == std::floor(value));
 }
 
 std::string allowedFor(const ListNumber& of) {
     return std::string(of.name) + " is " + (of.isWhole ? "a whole number, " : "") +
-           textOf(of.lowest) + " to " + textOf(of.highest);
+           shortestText(of.lowest) + " to " + shortestText(of.highest);
 }
 
 // Takes "name value"; says why not.
@@ -72,12 +56,12 @@ std::string takeWord(ListRow& row, const std::string& word) {
     const std::string name = word.substr(0, blank);
     const std::string value = trimmed(word.substr(blank));
     if (name == "z") {
-        row.zUm = numberIn(value);
+        row.zUm = exactNumber(value);
         return row.zUm ? "" : "z is a number";
     }
     for (const ListNumber& number : numbers) {
         if (name != number.name || !number.isOf(row.kind)) continue;
-        const std::optional<double> taken = numberIn(value);
+        const std::optional<double> taken = exactNumber(value);
         if (!taken || !allows(number, *taken)) return allowedFor(number);
         row.*number.value = *taken;
         return {};
@@ -125,13 +109,6 @@ std::string takeLine(ScanList& list, const std::string& name, const std::string&
     return "\"" + name + "\" is not known";
 }
 
-// Of one line, whatever somebody has typed.
-std::string oneLine(std::string text) {
-    for (char& letter : text)
-        if (letter == '\n' || letter == '\r') letter = ' ';
-    return text;
-}
-
 } // namespace
 
 const char* nameOf(ListKind kind) {
@@ -157,7 +134,7 @@ std::string lineOf(const ListRow& row) {
         line += ", ";
         line += name;
         line += ' ';
-        line += textOf(value);
+        line += shortestText(value);
     };
     for (const ListNumber& number : numbers)
         if (number.isOf(row.kind)) add(number.name, row.*number.value);

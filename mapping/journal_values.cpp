@@ -3,19 +3,12 @@
 
 #include "platform/decimal_point.h"
 #include "platform/text_format.h"
-
-#include <charconv>
+#include "platform/typed_number.h"
 
 namespace {
 
 constexpr char equals[] = " = ";
 constexpr char pointsBegin[] = "points";
-
-// False when the text is no such value, or more than one.
-template <class Number> bool takeNumber(const std::string& text, Number& value) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
 
 } // namespace
 
@@ -62,16 +55,16 @@ JournalValues::JournalValues(const NextLine& next) {
 }
 
 bool JournalValues::take(const std::string& text, int32_t& value) {
-    return takeNumber(text, value);
+    return takeExact(text, value);
 }
 bool JournalValues::take(const std::string& text, uint32_t& value) {
-    return takeNumber(text, value);
+    return takeExact(text, value);
 }
 bool JournalValues::take(const std::string& text, double& value) {
-    return takeNumber(text, value);
+    return takeExact(text, value);
 }
 bool JournalValues::take(const std::string& text, float& value) {
-    return takeNumber(text, value);
+    return takeExact(text, value);
 }
 bool JournalValues::take(const std::string& text, bool& value) {
     value = text == "1";

@@ -2,10 +2,8 @@
 #include "mapping/map_look.h"
 
 #include "mapping/map_place.h"
-#include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "platform/widen.h"
-#include "session/announce.h"
 #include "session/options.h"
 
 #include <algorithm>
@@ -26,17 +24,9 @@ constexpr char paletteName[] = "map palette", rangeName[] = "map range",
                legendName[] = "map image with legend";
 
 // Takes the value of that name, where there is one, by `take`, which says whether it could.
-template <class Take> void takeOption(const char* name, Take take) {
+template <class Take> void takeBy(const char* name, Take take) {
     const std::string text = readOption(name);
-    if (text.empty() || take(text)) return;
-    announce(
-        Severity::Trouble,
-        formatted("Options.ini: \"%s = %s\" is not known, the default holds", name, text.c_str()));
-}
-
-bool takeYesNo(const std::string& text, bool& value) {
-    value = text == "yes";
-    return value || text == "no";
+    if (!text.empty() && !take(text)) tellUnknownOption(name, text);
 }
 
 bool takeNumber(const std::string& text, double& value) {
@@ -72,7 +62,7 @@ std::optional<Extremes> percentilesOf(const ScanMap& map, size_t plane, size_t f
 
 void readMapLook() {
     mapLook = {};
-    takeOption(paletteName, [](const std::string& text) {
+    takeBy(paletteName, [](const std::string& text) {
         const auto all = palettes();
         const auto found = std::find_if(all.begin(), all.end(),
                                         [&](const Palette& each) { return text == each.name; });
@@ -80,17 +70,16 @@ void readMapLook() {
         mapLook.palette = static_cast<int32_t>(found - all.begin());
         return true;
     });
-    takeOption(rangeName, [](const std::string& text) {
+    takeBy(rangeName, [](const std::string& text) {
         for (size_t i = 0; i < std::size(rangeWays); ++i)
             if (narrowed(rangeWays[i]) == text) return mapLook.range = RangeWay(i), true;
         return false;
     });
-    takeOption(fromName, [](const std::string& text) { return takeNumber(text, mapLook.from); });
-    takeOption(toName, [](const std::string& text) { return takeNumber(text, mapLook.to); });
-    takeOption(unitName, [](const std::string& text) { return mapLook.unit = text, true; });
-    takeOption(oneScaleName,
-               [](const std::string& text) { return takeYesNo(text, mapLook.oneScale); });
-    takeOption(legendName, [](const std::string& text) { return takeYesNo(text, mapLook.legend); });
+    takeBy(fromName, [](const std::string& text) { return takeNumber(text, mapLook.from); });
+    takeBy(toName, [](const std::string& text) { return takeNumber(text, mapLook.to); });
+    takeBy(unitName, [](const std::string& text) { return mapLook.unit = text, true; });
+    takeOption(oneScaleName, mapLook.oneScale);
+    takeOption(legendName, mapLook.legend);
     if (mapLook.from == mapLook.to && mapLook.range == RangeWay::ByHand)
         mapLook.range = RangeWay::Whole;
 }

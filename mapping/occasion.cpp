@@ -1,10 +1,10 @@
 // Keeps what the operator measures.
 #include "mapping/occasion.h"
 
+#include "platform/text_format.h"
 #include "session/day_log.h"
 #include "session/options.h"
 
-#include <algorithm>
 #include <utility>
 
 Occasion occasion;
@@ -12,13 +12,6 @@ Occasion occasion;
 namespace {
 
 constexpr char sampleName[] = "sample", noteName[] = "note";
-
-std::string oneLine(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char letter) { return letter == '\n' || letter == '\r'; },
-        ' ');
-    return text;
-}
 
 } // namespace
 

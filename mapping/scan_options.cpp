@@ -3,7 +3,6 @@
 
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
-#include "session/announce.h"
 #include "session/options.h"
 
 #include <algorithm>
@@ -27,20 +26,6 @@ constexpr char pauseBiasName[] = "bias in a pause", stays[] = "stays", zero[] = 
 constexpr char yes[] = "yes";
 constexpr char no[] = "no";
 
-void refuse(const char* name, const std::string& value) {
-    announce(
-        Severity::Trouble,
-        formatted("Options.ini: \"%s = %s\" is not known, the default holds", name, value.c_str()));
-}
-
-void take(const char* name, bool& value, const char* whenTrue, const char* whenFalse) {
-    const std::string text = readOption(name);
-    if (text == whenTrue || text == whenFalse)
-        value = text == whenTrue;
-    else if (!text.empty())
-        refuse(name, text);
-}
-
 void take(const ScanNumber& of) {
     const std::string text = readOption(of.option);
     if (text.empty()) return;
@@ -48,14 +33,14 @@ void take(const ScanNumber& of) {
     if (number && of.textOf(*number) == text)
         scanSettings.options.*of.value = *number;
     else
-        refuse(of.option, text);
+        tellUnknownOption(of.option, text);
 }
 
 void takeMainChannel() {
     const std::string text = readOption(mainChannelName);
     if (text.empty()) return;
     const auto* const found = std::find(std::begin(mainChannels), std::end(mainChannels), text);
-    if (found == std::end(mainChannels)) return refuse(mainChannelName, text);
+    if (found == std::end(mainChannels)) return tellUnknownOption(mainChannelName, text);
     scanSettings.options.mainChannel = static_cast<int32_t>(found - std::begin(mainChannels));
 }
 
@@ -81,12 +66,12 @@ double runInOf(const ScanOptions& options, double stepUm) {
 
 void readScanOptions() {
     scanSettings.options = {};
-    take(arrivalName, scanSettings.options.looksEarly, early, every50Ms);
+    takeOption(arrivalName, scanSettings.options.looksEarly, early, every50Ms);
     for (const ScanNumber& number : scanNumbers) take(number);
-    take(unitFileName, scanSettings.options.writesUnitFile, yes, no);
+    takeOption(unitFileName, scanSettings.options.writesUnitFile, yes, no);
     takeMainChannel();
-    take(auxChannelName, scanSettings.options.auxChannel, yes, no);
-    take(pauseBiasName, scanSettings.options.keepsBiasInAPause, stays, zero);
+    takeOption(auxChannelName, scanSettings.options.auxChannel, yes, no);
+    takeOption(pauseBiasName, scanSettings.options.keepsBiasInAPause, stays, zero);
 }
 
 bool writeScanOptions() {

@@ -4,13 +4,13 @@
 #include "platform/decimal_point.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
+#include "platform/typed_number.h"
 #include "session/announce.h"
 #include "session/data_folders.h"
 #include "session/options.h"
 #include "session/set_up.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <set>
@@ -40,14 +40,7 @@ int32_t numberOf(const OptionLine& line) {
     const std::string_view name = line.name;
     int32_t number = 0;
     if (!name.starts_with(placeWord)) return 0;
-    const auto [end, error] =
-        std::from_chars(name.data() + placeWord.size(), name.data() + name.size(), number);
-    return error == std::errc() && end == name.data() + name.size() && number > 0 ? number : 0;
-}
-
-bool takeNumber(const std::string& text, auto& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size();
+    return takeExact(name.substr(placeWord.size()), number) && number > 0 ? number : 0;
 }
 
 std::string takeWord(Place& place, const std::string& word) {
@@ -56,7 +49,7 @@ std::string takeWord(Place& place, const std::string& word) {
     const std::string value = word.substr(std::min(blank + 1, word.size()));
     if (name.size() == 1 && name[0] >= 'x' && name[0] <= 'z') {
         double steps = 0.0;
-        if (!takeNumber(value, steps) || !(std::fabs(steps) <= farthestSteps))
+        if (!takeExact(value, steps) || !(std::fabs(steps) <= farthestSteps))
             return name + " is a number of full steps";
         place.steps[static_cast<size_t>(name[0] - 'x')] = steps;
         return {};
@@ -126,7 +119,7 @@ struct Zero {
 std::optional<Zero> zeroOf(const OptionLine& line) {
     Zero zero;
     const size_t blank = std::min(line.value.find(' '), line.value.size());
-    if (!takeNumber(line.value.substr(0, blank), zero.count)) return {};
+    if (!takeExact(line.value.substr(0, blank), zero.count)) return {};
     zero.controller = line.value.substr(std::min(blank + 1, line.value.size()));
     return zero;
 }

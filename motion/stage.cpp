@@ -537,6 +537,10 @@ bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int
     return moveTwoAxesTo(a, b, a.positionUm + deltaA, b.positionUm + deltaB, speed, timing);
 }
 
+std::string missedXyText() {
+    return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+}
+
 bool moveXYTo(double x, double y, int32_t speed, const ArrivalTiming& timing) {
     return moveTwoAxesTo(stageX, stageY, x, y, speed, timing);
 }

@@ -54,5 +54,8 @@ bool moveTwoAxesBy(StageAxis& a, StageAxis& b, double deltaA, double deltaB, int
 bool moveXYTo(double x, double y, int32_t speed, const ArrivalTiming& timing = {});
 bool moveXYBy(double dx, double dy, int32_t speed, const ArrivalTiming& timing = {});
 
+// missedText of X or Y, whichever such a move has missed.
+std::string missedXyText();
+
 // Writes the cached positions of the three axes into their read-outs.
 void refreshPositions();

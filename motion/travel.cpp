@@ -10,7 +10,6 @@ std::string travelTo(const StagePlace& to) {
         if (std::string why = beyondLimit(axis, um); !why.empty()) return why;
     if (to.zUm < stageZ.positionUm && !moveTo(stageZ, to.zUm)) return missedText(stageZ);
     const bool stays = to.xUm == stageX.positionUm && to.yUm == stageY.positionUm;
-    if (!stays && !moveXYTo(to.xUm, to.yUm, motorSpeed))
-        return missedText(stageX.missed != Miss::Nothing ? stageX : stageY);
+    if (!stays && !moveXYTo(to.xUm, to.yUm, motorSpeed)) return missedXyText();
     return moveTo(stageZ, to.zUm) ? "" : missedText(stageZ);
 }

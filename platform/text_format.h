@@ -34,3 +34,10 @@ template <size_t capacity>
     va_end(arguments);
     return text;
 }
+
+// Its line ends become blanks.
+inline std::string oneLine(std::string text) {
+    for (char& letter : text)
+        if (letter == '\n' || letter == '\r') letter = ' ';
+    return text;
+}

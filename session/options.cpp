@@ -108,3 +108,16 @@ bool writeOptions(const std::vector<Option>& options) {
     announce(Severity::Failure, "Options.ini could not be written");
     return false;
 }
+
+void takeOption(const std::string& name, bool& value, const char* whenTrue, const char* whenFalse) {
+    const std::string text = readOption(name);
+    if (text == whenTrue || text == whenFalse)
+        value = text == whenTrue;
+    else if (!text.empty())
+        tellUnknownOption(name, text);
+}
+
+void tellUnknownOption(const std::string& name, const std::string& value) {
+    announce(Severity::Trouble,
+             "Options.ini: \"" + name + " = " + value + "\" is not known, the default holds");
+}

@@ -31,6 +31,14 @@ bool optionsCanBeRead();
 // The value of the first line with that name; empty without the file or such a line.
 std::string readOption(const std::string& name);
 
+// Takes the one of two values that stands under the name; says when it is none of them, and leaves
+// `value` as it is then and where there is no such line.
+void takeOption(const std::string& name, bool& value, const char* whenTrue = "yes",
+                const char* whenFalse = "no");
+
+// Says that the value that stands under the name is none of its own, so that the default holds.
+void tellUnknownOption(const std::string& name, const std::string& value);
+
 // Puts the values into the lines with their names, or behind the last line. The file is written
 // whole beside the old one and then takes its name, so that there is never a half of it. False, and
 // said on standard output, when that failed: the old file is then as it was.

@@ -1,11 +1,10 @@
 // The fields of a set-up.
 #include "session/set_up.h"
 
-#include "platform/decimal_point.h"
 #include "platform/text_format.h"
+#include "platform/typed_number.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <numbers>
 #include <sstream>
@@ -17,22 +16,10 @@ namespace {
 constexpr double farthestUm = 1e6;
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
-// The whole text, in whatever way numbers are written here.
-std::optional<double> numberIn(const std::string& text) {
-    keepDecimalPoint();
-    const char* from = text.c_str() + (text.starts_with('+') ? 1 : 0);
-    const char* end = text.c_str() + text.size();
-    double number = 0.0;
-    const auto [stop, error] = std::from_chars(from, end, number);
-    if (error != std::errc() || stop != end || !std::isfinite(number)) return {};
-    return number;
-}
-
-std::string textOf(double number) {
-    char text[40];
-    const bool plain = number == 0.0 || (std::fabs(number) >= 1e-4 && std::fabs(number) < 1e9);
-    const auto format = plain ? std::chars_format::fixed : std::chars_format::general;
-    return {text, std::to_chars(text, std::end(text), number, format).ptr};
+// Also with a sign before it, as somebody may write it.
+std::optional<double> numberIn(std::string_view text) {
+    if (text.starts_with('+')) text.remove_prefix(1);
+    return exactNumber(text);
 }
 
 // "0:0 4:11.5 16:46": pairs that ascend in their first number, none of them negative.
@@ -303,12 +290,12 @@ std::string textOf(const SetUpField& field, const SetUp& set) {
     if (const auto table = std::get_if<PowerTable*>(&of)) {
         std::string words;
         for (const auto& [level, power] : **table)
-            words += (words.empty() ? "" : " ") + textOf(level) + ":" + textOf(power);
+            words += (words.empty() ? "" : " ") + shortestText(level) + ":" + shortestText(power);
         return words;
     }
     const auto whole = std::get_if<int32_t*>(&of);
     const double number = whole ? **whole : *std::get<double*>(of);
-    return number == field.none ? "" : textOf(number);
+    return number == field.none ? "" : shortestText(number);
 }
 
 std::string allowedFor(const SetUpField& field) {
@@ -320,8 +307,8 @@ std::string allowedFor(const SetUpField& field) {
         return formatted("%s or %s", field.choices.first, field.choices.second);
     if (std::holds_alternative<PowerTable*>(of)) return "pairs that ascend, as 0:0 4:11.5 16:46";
     const bool whole = std::holds_alternative<int32_t*>(of);
-    return (whole ? "a whole number, " : "") + textOf(field.lowest) + " to " +
-           textOf(field.highest) + (field.none ? ", or empty" : "");
+    return (whole ? "a whole number, " : "") + shortestText(field.lowest) + " to " +
+           shortestText(field.highest) + (field.none ? ", or empty" : "");
 }
 
 SetUpFault faultIn(const SetUp& of) {

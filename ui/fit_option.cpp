@@ -1,9 +1,7 @@
 // Keeps whether the windows are scaled.
 #include "ui/fit_option.h"
 
-#include "platform/text_format.h"
 #include "screen/screen.h"
-#include "session/announce.h"
 #include "session/options.h"
 
 namespace {
@@ -15,12 +13,8 @@ bool on = false;
 } // namespace
 
 void restoreFit() {
-    const std::string text = readOption(optionName);
-    on = text == "yes";
-    if (!on && !text.empty() && text != "no")
-        announce(Severity::Trouble,
-                 formatted("Options.ini: \"%s = %s\" is not known, the default holds", optionName,
-                           text.c_str()));
+    on = false;
+    takeOption(optionName, on);
     if (on) fitToScreen(true);
 }
 

@@ -16,6 +16,7 @@
 #include "motion/stage.h"
 #include "motion/stage_connection.h"
 #include "platform/text_format.h"
+#include "platform/typed_number.h"
 #include "platform/widen.h"
 #include "screen/control_ids.h"
 #include "screen/screen.h"
@@ -27,7 +28,6 @@
 #include "ui/commands.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iterator>
 
@@ -187,14 +187,6 @@ bool takeHead() {
     return true;
 }
 
-std::optional<double> numberIn(const std::string& typed) {
-    double number = 0.0;
-    const char* end = typed.data() + typed.size();
-    const auto [stop, error] = std::from_chars(typed.data(), end, number);
-    if (error != std::errc() || stop != end || !std::isfinite(number)) return {};
-    return number;
-}
-
 // Into the selected row; says the first field that cannot be taken, and takes none then.
 bool takeFields() {
     ListRow* row = selectedRow();
@@ -203,7 +195,7 @@ bool takeFields() {
     const std::vector<const ListNumber*> fields = fieldsOf(row->kind);
     for (size_t i = 0; i < fields.size(); ++i) {
         const std::string typed = text(editFields + i);
-        std::optional<double> number = numberIn(typed);
+        std::optional<double> number = exactNumber(typed);
         if (number) *number += zeroOf(fields[i]);
         if (!number && !(typed.empty() && !fields[i])) {
             tell(labelOf(fields[i]) + ": \"" + typed + "\" is no number");
@@ -283,8 +275,8 @@ void makeSeries() {
         if (field && name == field->name) series.number = field;
     if (!series.number && name != "z")
         return tell("\"" + name + "\" is no field of the row: laser, bias, step, z, x, y ...");
-    const auto from = numberIn(text(editFrom)), to = numberIn(text(editTo)),
-               steps = numberIn(text(editSteps));
+    const auto from = exactNumber(text(editFrom)), to = exactNumber(text(editTo)),
+               steps = exactNumber(text(editSteps));
     if (!from || !to || !steps || *steps < 2 || *steps > 1000)
         return tell("A series goes from a number to a number in 2 to 1000 steps");
     series.from = *from;

@@ -2,6 +2,7 @@
 #include "platform/win32/scaled_view.h"
 
 #include "platform/area_scaler.h"
+#include "platform/win32/picture_format.h"
 
 #include <map>
 #include <optional>
@@ -24,17 +25,6 @@ View* viewOf(HWND window) {
     return found == views.end() ? nullptr : &found->second;
 }
 
-BITMAPINFO formatOf(int width, int height) {
-    BITMAPINFO info{};
-    info.bmiHeader.biSize = sizeof info.bmiHeader;
-    info.bmiHeader.biWidth = width;
-    info.bmiHeader.biHeight = height; // negative: the top row first
-    info.bmiHeader.biPlanes = 1;
-    info.bmiHeader.biBitCount = 32;
-    info.bmiHeader.biCompression = BI_RGB;
-    return info;
-}
-
 void paintPart(HDC target, View& view, const RECT& asked) {
     const RECT all{0, 0, view.shown.width, view.shown.height};
     RECT part{};
@@ -42,7 +32,7 @@ void paintPart(HDC target, View& view, const RECT& asked) {
     const Extent size{part.right - part.left, part.bottom - part.top};
     GdiFlush(); // what is drawn is in the bitmap from then on
     const auto& pixels = view.scaler->scale(view.pixels, part.left, part.top, size);
-    const BITMAPINFO format = formatOf(size.width, -size.height);
+    const BITMAPINFO format = pictureFormat(size.width, -size.height);
     SetDIBitsToDevice(target, part.left, part.top, static_cast<DWORD>(size.width),
                       static_cast<DWORD>(size.height), 0, 0, 0, static_cast<UINT>(size.height),
                       pixels.data(), &format, DIB_RGB_COLORS);
@@ -64,7 +54,7 @@ bool make(HWND window, View& view, Extent drawn) {
     HDC screen = GetDC(window);
     view.context = CreateCompatibleDC(screen);
     ReleaseDC(window, screen);
-    const BITMAPINFO format = formatOf(drawn.width, drawn.height);
+    const BITMAPINFO format = pictureFormat(drawn.width, drawn.height);
     void* pixels = nullptr;
     view.bitmap = CreateDIBSection(nullptr, &format, DIB_RGB_COLORS, &pixels, nullptr, 0);
     view.pixels = static_cast<uint8_t*>(pixels);

@@ -2,6 +2,7 @@
 #include "platform/surface.h"
 
 #include "platform/win32/handles.h"
+#include "platform/win32/picture_format.h"
 #include "platform/win32/scaled_view.h"
 
 #include <algorithm>
@@ -60,17 +61,6 @@ void deleteMemoryContext(ContextHandle context) {
 BitmapHandle selectBitmap(ContextHandle memory, BitmapHandle bitmap) {
     HGDIOBJ previous = SelectObject(native(memory), native(bitmap));
     return opaque(static_cast<HBITMAP>(previous));
-}
-
-static BITMAPINFO pictureFormat(int width, int height) {
-    BITMAPINFO info{};
-    info.bmiHeader.biSize = sizeof info.bmiHeader;
-    info.bmiHeader.biWidth = width;
-    info.bmiHeader.biHeight = height; // negative: the top row first
-    info.bmiHeader.biPlanes = 1;
-    info.bmiHeader.biBitCount = 32;
-    info.bmiHeader.biCompression = BI_RGB;
-    return info;
 }
 
 bool setPicture(ContextHandle context, BitmapHandle bitmap, const uint8_t* pixels, int width,
