@@ -14,6 +14,7 @@
 #include "session/process.h"
 #include "tests/doubles/doubles.h"
 #include "tests/simulation/saved_map.h"
+#include "tests/simulation/whole_run.h"
 
 #include <algorithm>
 #include <cmath>
@@ -137,14 +138,7 @@ void watchScan() {
 // --- Lists ---------------------------------------------------------------------------------------
 
 ListRow mapAt(double dx, double dy, double biasVolts) {
-    ListRow row;
-    row.xUm = ofController(stageX, dx);
-    row.yUm = ofController(stageY, dy);
-    row.columns = 6;
-    row.rows = 4;
-    row.stepUm = 3.0;
-    row.biasVolts = biasVolts;
-    row.limitAmperes = 1e-3;
+    ListRow row = mapRowAt(dx, dy, biasVolts);
     row.repeats = 8;
     row.everyMinutes = 40;
     return row;

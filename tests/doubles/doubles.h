@@ -29,6 +29,12 @@ protected:
     void TearDown() override;
 };
 
+// The same with the main window and the connected stage and laser board, as after a start.
+class ConnectedTest : public LabTest {
+protected:
+    void SetUp() override;
+};
+
 // The same with an empty main window open.
 class WindowTest : public LabTest {
 protected:

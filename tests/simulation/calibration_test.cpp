@@ -16,14 +16,10 @@
 
 namespace {
 
-class CalibrationRunTest : public LabTest {
+class CalibrationRunTest : public ConnectedTest {
 protected:
     void SetUp() override {
-        LabTest::SetUp();
-        createMainWindow(1);
-        onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
-        ASSERT_TRUE(openStages(2, motorSpeed));
-        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
+        ASSERT_NO_FATAL_FAILURE(ConnectedTest::SetUp());
         setLaserOutput(1);
         switchLiveView(LiveView::On);
         for (int i = 0; i < 15; ++i) grabFrames(cameraState, 1);

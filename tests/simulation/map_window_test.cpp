@@ -24,14 +24,10 @@
 
 namespace {
 
-class MapWindowTest : public LabTest {
+class MapWindowTest : public ConnectedTest {
 protected:
     void SetUp() override {
-        LabTest::SetUp();
-        createMainWindow(1);
-        onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
-        ASSERT_TRUE(openStages(2, motorSpeed));
-        ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
+        ASSERT_NO_FATAL_FAILURE(ConnectedTest::SetUp());
         cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
         Objective& objective = setUp.objective();
         objective.correctionXUm = objective.correctionYUm = 0.0; // the light acts where it is seen

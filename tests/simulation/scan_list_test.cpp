@@ -23,21 +23,8 @@ namespace {
 
 class ScanListTest : public WholeRunTest {
 protected:
-    // A map whose first point lies so far from where the stage stands, um.
-    static ListRow mapAt(double dx, double dy, double biasVolts) {
-        ListRow row;
-        row.xUm = ofController(stageX, dx);
-        row.yUm = ofController(stageY, dy);
-        row.columns = 6;
-        row.rows = 4;
-        row.stepUm = 3.0;
-        row.biasVolts = biasVolts;
-        row.limitAmperes = 1e-3;
-        return row;
-    }
-
     static ListRow curveAt(double dx, double dy) {
-        ListRow row = mapAt(dx, dy, 0.0);
+        ListRow row = mapRowAt(dx, dy, 0.0);
         row.kind = ListKind::IvCurve;
         row.quarterPoints = 5;
         return row;
@@ -99,8 +86,8 @@ protected:
     static ScanList fiveRows() {
         return {.name = "night",
                 .sample = "MoS2 no. 7",
-                .rows = {mapAt(20, 10, 0.0), mapAt(20, 10, 0.4), mapAt(-30, 25, 0.0),
-                         mapAt(-30, 25, 0.4), curveAt(20, 10)}};
+                .rows = {mapRowAt(20, 10, 0.0), mapRowAt(20, 10, 0.4), mapRowAt(-30, 25, 0.0),
+                         mapRowAt(-30, 25, 0.4), curveAt(20, 10)}};
     }
 };
 

@@ -51,6 +51,18 @@ void WholeRunTest::afterReadings(size_t readings, std::function<void()> action) 
     when([readings] { return labCounters().analogReads >= readings; }, std::move(action));
 }
 
+ListRow mapRowAt(double dx, double dy, double biasVolts) {
+    ListRow row;
+    row.xUm = ofController(stageX, dx);
+    row.yUm = ofController(stageY, dy);
+    row.columns = 6;
+    row.rows = 4;
+    row.stepUm = 3.0;
+    row.biasVolts = biasVolts;
+    row.limitAmperes = 1e-3;
+    return row;
+}
+
 LabPoint placeOfCell(int column, int mapRow) {
     const int scannedRow = scanArea.rows - 1 - mapRow;
     return {scanArea.offsetXUm + column * scanArea.scanStep +

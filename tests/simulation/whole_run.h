@@ -2,6 +2,7 @@
 // truth that its maps are measured against.
 #pragma once
 
+#include "lists/scan_list.h"
 #include "tests/doubles/doubles.h"
 
 #include <functional>
@@ -24,6 +25,9 @@ protected:
 
     static int readingsIn(int cols, int rows) { return cols * rows + rows; }
 };
+
+// A row of a scan list: 6 x 4 points of 3 um, the first one so far from where the stage stands, um.
+ListRow mapRowAt(double dx, double dy, double biasVolts);
 
 // Sample point of a map cell, um; row 0 is the top of the map.
 LabPoint placeOfCell(int column, int mapRow);

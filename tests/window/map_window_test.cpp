@@ -10,13 +10,7 @@ namespace fs = std::filesystem;
 class MapWindow : public ProgramRun {
 protected:
     void start() {
-        const LabPixel spot = labSpotPixel();
-        char line[200];
-        std::snprintf(line, sizeof line,
-                      "step:5.0, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
-                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
-                      spot.column, spot.row);
-        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+        ASSERT_NO_FATAL_FAILURE(writeLabSettings(5.0));
         program = startProgram(layDesk(true));
         ASSERT_TRUE(awaitMainWindow(program, patiently));
         ASSERT_TRUE(awaitPicture());

@@ -3,6 +3,7 @@
 
 #include "screen/control_ids.h"
 #include "tools/operator.h"
+#include "virtual_lab/lab.h"
 
 #include <gtest/gtest.h>
 
@@ -34,6 +35,17 @@ protected:
         ASSERT_TRUE(file);
         std::fwrite(line.data(), 1, line.size(), file);
         std::fclose(file);
+    }
+
+    // The laboratory's devices with the 2450, the laser spot where it is, no confocal imaging.
+    static void writeLabSettings(double stepUm) {
+        const LabPixel spot = labSpotPixel();
+        char line[200];
+        std::snprintf(line, sizeof line,
+                      "step:%.1f, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
+                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
+                      stepUm, spot.column, spot.row);
+        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
     }
 
     void answer(const std::string& caption, const std::string& text, const std::string& buttons,

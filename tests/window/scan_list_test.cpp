@@ -12,13 +12,7 @@ namespace fs = std::filesystem;
 class ScanListWindow : public ProgramRun {
 protected:
     void start() {
-        const LabPixel spot = labSpotPixel();
-        char line[200];
-        std::snprintf(line, sizeof line,
-                      "step:4.0, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
-                      "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
-                      spot.column, spot.row);
-        ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+        ASSERT_NO_FATAL_FAILURE(writeLabSettings(4.0));
         const fs::path desk = layDesk(true);
         program = startProgram(desk);
         ASSERT_TRUE(awaitMainWindow(program, patiently));

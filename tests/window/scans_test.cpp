@@ -32,13 +32,7 @@ protected:
 };
 
 TEST_F(ScansWindow, ShowsMarksAndReusesAScan) {
-    const LabPixel spot = labSpotPixel();
-    char line[200];
-    std::snprintf(line, sizeof line,
-                  "step:4.0, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
-                  "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
-                  spot.column, spot.row);
-    ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+    ASSERT_NO_FATAL_FAILURE(writeLabSettings(4.0));
     fs::create_directories(dataRoot() / "250101_00-00");
     std::ofstream(dataRoot() / "250101_00-00" / "old.gwy", std::ios::binary) << "GWYPGwyCont";
     program = startProgram(layDesk(true));

@@ -49,13 +49,7 @@ protected:
 };
 
 TEST_F(Script, RunsTheNightOfTheGuide) {
-    const LabPixel spot = labSpotPixel();
-    char line[200];
-    std::snprintf(line, sizeof line,
-                  "step:4.0, laser:4.00, laser correct:(%d,%d), Ammeter:4, GPIB:18, "
-                  "IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0",
-                  spot.column, spot.row);
-    ASSERT_NO_FATAL_FAILURE(writeSettings(line));
+    ASSERT_NO_FATAL_FAILURE(writeLabSettings(4.0));
     ASSERT_NO_FATAL_FAILURE(writeOptions());
     program = startProgram(layDesk(true));
     ASSERT_TRUE(awaitMainWindow(program, patiently));
