@@ -124,9 +124,10 @@ private:
         const double red = part(planeRed), blue = part(planeBlue);
         if (!spotIsTrue() || cameraState.blueOnly != 0) return;
         const bool grey = judge.laboratory.pixelFormat == "Mono8";
-        if (grey ? red != blue
-                 : (is.red > 1.3 * is.blue && red + 3 < blue) ||
-                       (is.blue > 1.3 * is.red && blue + 3 < red))
+        const bool saturated = std::max(red, blue) >= 255;
+        const double ratio = is.blue / is.red;
+        // Each part is a whole number, of a mean of a few pixels.
+        if (grey ? red != blue : !saturated && std::fabs(blue - ratio * red) > 1.5 * (1 + ratio))
             judge.find(Rule::Picture, formatted("red %g, blue %g where the sample has %g, %g", red,
                                                 blue, is.red, is.blue));
         judge.count("colours judged");
