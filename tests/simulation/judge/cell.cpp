@@ -101,10 +101,13 @@ private:
         if (amperes != (amplifiersWereTold && amplifier().voltsPerAmpere != 0))
             judge.find(Rule::Cell, "a file has another unit");
         const std::vector<double>& values = file.arrays["/0/data data"];
+        const std::vector<double>& masked = file.arrays["/0/mask data"]; // empty: none is
         const size_t columns = scanMap.marks.size();
         for (const auto& [cell, volts] : readings) {
             const auto [c, m] = cell;
             if (scanMap.marks[c][m] != PointMark::Measured) continue;
+            // Saved on the operator's word before this cell came.
+            if (!masked.empty() && masked.at(m * columns + c) != 0) continue;
             const auto [gain, offset] = amplifier();
             const double is = amperes ? (volts - offset) / gain : volts;
             const double hair = 1e-4 / (amperes ? std::fabs(gain) : 1) + 1e-4 * std::fabs(is);
