@@ -16,8 +16,8 @@
 namespace {
 
 constexpr int tilesAcross = 3;
-// From one field to the next, in fields' widths: the whole width, and about the height.
-constexpr double columnStep = 1.0, rowStep = 150.0 / 180.0;
+// From one field to the next above it, in the picture's widths: about its height.
+constexpr double rowStep = 150.0 / 180.0;
 constexpr Colour unseen = 0;
 
 struct Centre {
@@ -38,12 +38,14 @@ int edge(int tile, int size, int factor) {
 
 bool shrinkIntoTile(ContextHandle target, const MemoryBitmap& picture, int column, int row,
                     int factor) {
-    const int left = edge(column, imageWidth, factor);
-    const int top = imageHeight - edge(row + 1, imageHeight, factor);
-    const int width = edge(column + 1, imageWidth, factor) - left;
-    const int height = imageHeight - edge(row, imageHeight, factor) - top;
+    const PictureArea& seen = cameraImage.seen;
+    const int left = seen.left + edge(column, seen.width, factor);
+    const int bottom = seen.bottom + edge(row, seen.height, factor);
+    const int right = seen.left + edge(column + 1, seen.width, factor);
+    const int top = seen.bottom + edge(row + 1, seen.height, factor);
     return target &&
-           shrinkArea(target, left, top, width, height, picture.context, imageWidth, imageHeight);
+           shrinkArea(target, left, imageHeight - top, right - left, top - bottom, picture.context,
+                      seen.left, imageHeight - seen.bottom - seen.height, seen.width, seen.height);
 }
 
 void clearMosaic() {
@@ -62,12 +64,14 @@ std::string notBack() {
 
 bool goToField(Centre centre, int column, int row) {
     const Objective& objective = setUp.objective();
+    const PictureArea& seen = cameraImage.seen;
     StageVector way;
-    if (objective.isStraight()) { // without the rounding of a way through the matrix
+    if (objective.isStraight() && seen == PictureArea()) { // without a matrix's rounding
         const double fieldUm = objective.xPerColumn * imageWidth;
-        way = {fieldUm * columnStep * column, -(fieldUm * 150.0 / 180.0 * row)};
+        way = {fieldUm * column, -(fieldUm * 150.0 / 180.0 * row)};
     } else {
-        way = objective.umOf({imageWidth * columnStep * column, -imageWidth * rowStep * row});
+        const double up = seen.height == imageHeight ? imageWidth * rowStep : seen.height;
+        way = objective.umOf({double{1} * seen.width * column, -up * row});
     }
     return moveXYTo(centre.x + way.x, centre.y + way.y, motorSpeed);
 }

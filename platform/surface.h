@@ -56,9 +56,10 @@ bool copyArea(ContextHandle to, int width, int height, ContextHandle from);
 bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
                  int fromHeight);
 
-// The same into a rectangle at (x, y), with the mean of the pixels that fall together.
+// The same of a rectangle at (fromX, fromY) into one at (x, y), with the mean of the pixels that
+// fall together.
 bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,
-                int fromWidth, int fromHeight);
+                int fromX, int fromY, int fromWidth, int fromHeight);
 
 void setPixel(ContextHandle context, int x, int y, Colour colour);
 void fillArea(ContextHandle context, int width, int height, Colour colour);

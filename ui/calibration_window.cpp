@@ -57,8 +57,8 @@ void paint(WindowHandle picture) {
     MemoryBitmap whole;
     if (!plot && whole.make(window.context, smallPictureWidth, smallPictureHeight)) {
         putPixels(whole.context, 0, 0, smallPictureWidth, smallPictureHeight, shown.picture.data());
-        shrinkArea(window.context, at.left, 0, width, height, whole.context, smallPictureWidth,
-                   smallPictureHeight);
+        shrinkArea(window.context, at.left, 0, width, height, whole.context, 0, 0,
+                   smallPictureWidth, smallPictureHeight);
     }
     for (const CalibrationMark& mark : shown.marks)
         drawMark(window.context, at, mark, plot ? black : markGreen);

@@ -81,11 +81,11 @@ bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
 }
 
 static bool stretch(int mode, ContextHandle to, int x, int y, int toWidth, int toHeight,
-                    ContextHandle from, int fromWidth, int fromHeight) {
+                    ContextHandle from, int fromX, int fromY, int fromWidth, int fromHeight) {
     int previousMode = SetStretchBltMode(native(to), mode);
     SetBrushOrgEx(native(to), 0, 0, nullptr); // which halftones start from
-    BOOL copied = StretchBlt(native(to), x, y, toWidth, toHeight, native(from), 0, 0, fromWidth,
-                             fromHeight, SRCCOPY);
+    BOOL copied = StretchBlt(native(to), x, y, toWidth, toHeight, native(from), fromX, fromY,
+                             fromWidth, fromHeight, SRCCOPY);
     SetStretchBltMode(native(to), previousMode);
     return copied != 0;
 }
@@ -93,12 +93,13 @@ static bool stretch(int mode, ContextHandle to, int x, int y, int toWidth, int t
 bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
                  int fromHeight) {
     // Cells keep sharp edges.
-    return stretch(COLORONCOLOR, to, 0, 0, toWidth, toHeight, from, fromWidth, fromHeight);
+    return stretch(COLORONCOLOR, to, 0, 0, toWidth, toHeight, from, 0, 0, fromWidth, fromHeight);
 }
 
 bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,
-                int fromWidth, int fromHeight) {
-    return stretch(HALFTONE, to, x, y, toWidth, toHeight, from, fromWidth, fromHeight);
+                int fromX, int fromY, int fromWidth, int fromHeight) {
+    return stretch(HALFTONE, to, x, y, toWidth, toHeight, from, fromX, fromY, fromWidth,
+                   fromHeight);
 }
 
 // Selects the system's own pen and brush in the wanted colours, which nobody has to delete, and

@@ -153,18 +153,18 @@ bool copyArea(ContextHandle to, int width, int height, ContextHandle from) {
 
 bool stretchArea(ContextHandle to, int toWidth, int toHeight, ContextHandle from, int fromWidth,
                  int fromHeight) {
-    return shrinkArea(to, 0, 0, toWidth, toHeight, from, fromWidth, fromHeight);
+    return shrinkArea(to, 0, 0, toWidth, toHeight, from, 0, 0, fromWidth, fromHeight);
 }
 
 bool shrinkArea(ContextHandle to, int x, int y, int toWidth, int toHeight, ContextHandle from,
-                int fromWidth, int fromHeight) {
+                int fromX, int fromY, int fromWidth, int fromHeight) {
     if (!to || !from || failsNow(Drawing::StretchArea)) return false;
     if (nobodyLooks) return true;
     for (int row = 0; row < toHeight; row++) {
         for (int column = 0; column < toWidth; column++) {
-            const int fromX = (2 * column + 1) * fromWidth / (2 * toWidth); // the middle one
-            const int fromY = (2 * row + 1) * fromHeight / (2 * toHeight);
-            if (const uint32_t* source = pixelAt(*from->target, fromX, fromY))
+            const int inX = (2 * column + 1) * fromWidth / (2 * toWidth); // the middle one
+            const int inY = (2 * row + 1) * fromHeight / (2 * toHeight);
+            if (const uint32_t* source = pixelAt(*from->target, fromX + inX, fromY + inY))
                 plot(to, x + column, y + row, *source);
         }
     }

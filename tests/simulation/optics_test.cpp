@@ -31,7 +31,7 @@ protected:
         LabTest::SetUp();
         createMainWindow(1);
         onLeftButtonDown(5000, 5000); // outside the picture: only frees the keys
-        ASSERT_TRUE(applyLabFaults(exactStage));
+        ASSERT_TRUE(applyLabFaults(laboratory));
         ASSERT_TRUE(openStages(2, motorSpeed));
         ASSERT_EQ(openLaserLink(laserLink, windows.main), 1);
         cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
@@ -41,6 +41,7 @@ protected:
     }
 
     static constexpr const char* exactStage = "backlash x 0\nbacklash y 0\n";
+    std::string laboratory = exactStage;
 
     static void pump() {
         for (Message message; takeMessage(message);) dispatchMessage(message);
@@ -244,9 +245,12 @@ protected:
     // Of the pixels of one ninth that show gold, or should: how many do both, 0..1, when the
     // picture is shifted.
     double agreement(int column, int row, int dx, int dy) {
+        const PictureArea& seen = cameraImage.seen;
+        const int width = seen.width / 3, height = seen.height / 3;
+        const int left = seen.left + column * width, top = topOfMosaic() + row * height;
         int both = 0, either = 0;
-        for (int y = row * 342 + 5; y < row * 342 + 335; ++y)
-            for (int x = column * 410 + 5; x < column * 410 + 405; ++x) {
+        for (int y = top + 5; y < top + height - 5; ++y)
+            for (int x = left + 5; x < left + width - 5; ++x) {
                 const uint32_t pixel = windows.main->client.at(x + dx, y + dy);
                 const bool shown = isGold(pixel >> 16 & 255, pixel >> 8 & 255, pixel & 255);
                 const LabPoint place = sampleAt(x + 0.5, 1028 - (y + 0.5), 3);
@@ -257,7 +261,40 @@ protected:
             }
         return double{1} * both / either;
     }
+
+    static int topOfMosaic() {
+        return imageHeight - cameraImage.seen.bottom - cameraImage.seen.height;
+    }
+
+    // Of those that it has made, without the scale bar's.
+    int blackPixels() const {
+        const PictureArea& seen = cameraImage.seen;
+        int black = 0;
+        for (int y = topOfMosaic(); y < std::min(topOfMosaic() + seen.height, 900); ++y)
+            for (int x = seen.left; x < seen.left + seen.width; ++x)
+                black += windows.main->client.at(x, y) == 0;
+        return black;
+    }
 };
+
+class SmallWideViewTest : public WideViewTest {
+protected:
+    SmallWideViewTest() { laboratory += "sensor 1920 1200 BayerBG8\n"; }
+};
+
+TEST_F(SmallWideViewTest, ItsFieldsMeetInTheMiddle) {
+    ASSERT_EQ(cameraImage.seen, (PictureArea{136, 214, 960, 600}));
+    onCommand(idWideView);
+    for (const auto& [column, row] : {std::pair(1, 1), {0, 1}, {2, 1}, {1, 0}, {1, 2}}) {
+        const double inPlace = agreement(column, row, 0, 0);
+        EXPECT_GT(inPlace, 0.6) << column << " " << row;
+        for (const int off : {-2, 2}) {
+            EXPECT_GT(inPlace, agreement(column, row, off, 0)) << column << " " << row;
+            EXPECT_GT(inPlace, agreement(column, row, 0, off)) << column << " " << row;
+        }
+    }
+    EXPECT_EQ(blackPixels(), 0);
+}
 
 TEST_F(WideViewTest, ShowsNineFieldsInPlace) {
     onCommand(idWideView);
@@ -283,10 +320,7 @@ TEST_F(WideViewTest, ShowsNineFieldsInPlace) {
             EXPECT_NEAR(green(column * 410 + 30, row * 342 + 20), green(30, 20), 3);
     EXPECT_TRUE(cameraState.device->ExposureAuto.Is(Auto_Continuous));
     // And no gap between them.
-    int black = 0;
-    for (int y = 0; y < 900; ++y)
-        for (int x = 0; x < 1232; ++x) black += windows.main->client.at(x, y) == 0;
-    EXPECT_EQ(black, 0);
+    EXPECT_EQ(blackPixels(), 0);
 
     const NativeBitmap shown = windows.main->client;
     std::fill(windows.main->client.pixels.begin(), windows.main->client.pixels.end(), 0u);
