@@ -10,7 +10,7 @@ cmake/install_missing.sh cmake ninja-build g++ g++-mingw-w64-x86-64-posix google
 
 mkdir -p build
 for preset in firmware native windows; do
-    echo "Building $preset"
+    echo "Building $preset, from $SECONDS s on"
     { cmake --preset "$preset" && cmake --build --preset "$preset"; } >"build/$preset.log" 2>&1 ||
         { tail -n 50 "build/$preset.log" && exit 1; }
 done
