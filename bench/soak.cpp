@@ -59,10 +59,13 @@ void forgetWhatDoublesKeep() {
     std::vector<std::string>().swap(serial.writes);
 }
 
+// As the allocator counts them: in steps of 16, each with its length before it.
 double bytesOf(const std::vector<std::string>& texts) {
     double bytes = static_cast<double>(texts.capacity() * sizeof(std::string));
     for (const std::string& text : texts)
-        if (text.capacity() > 15) bytes += static_cast<double>(text.capacity() + 1); // not in place
+        if (text.capacity() > 15) // not in place
+            bytes += static_cast<double>(malloc_usable_size(const_cast<char*>(text.data())) +
+                                         sizeof(size_t));
     return bytes;
 }
 
@@ -249,7 +252,9 @@ int main(int argc, char** argv) {
     const int code = runProgram(1);
     std::fprintf(stderr, "%.1f days, %zu scans, %zu points measured\n", testTimeMs() / msPerDay,
                  scans, points);
-    std::fprintf(stderr, "shortest way from a reading to the next point's: %.1f ms\n", shortestMs);
+    if (!lists)
+        std::fprintf(stderr, "shortest way from a reading to the next point's: %.1f ms\n",
+                     shortestMs);
     for (const Held* each : {&afterFirstDay, &atEnd})
         std::fprintf(stderr,
                      "%-15s heap %.0f kB, %ld open files, %d contexts, %d bitmaps, %zu journals\n",

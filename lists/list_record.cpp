@@ -118,10 +118,11 @@ int32_t ListPlace::toMeasure() const {
     return count;
 }
 
-int32_t ListPlace::measured() const {
+int32_t ListPlace::measured(const std::set<size_t>& failed) const {
     int32_t count = 0;
     for (size_t row = 0; row < list.rows.size(); ++row)
-        count += list.rows[row].on && done[row] >= static_cast<int32_t>(list.rows[row].repeats);
+        count += list.rows[row].on && !failed.contains(row) &&
+                 done[row] >= static_cast<int32_t>(list.rows[row].repeats);
     return count;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,8 @@ struct ListPlace {
 
     // The next one that is to be measured; nothing at the end.
     std::optional<size_t> next() const;
-    int32_t measured() const; // rows that are switched on and done with all their repeats
+    // Rows that are switched on and done with all their repeats, without those that failed.
+    int32_t measured(const std::set<size_t>& failed = {}) const;
     int32_t toMeasure() const;
 };
 

@@ -100,6 +100,7 @@ private:
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
     void endRow(size_t row);
+    void darken(Outcome& told);
     void goHome(Outcome& told);
     void say(bool written) { unwritten |= !written; }
     void show(size_t row, const std::string& how) const {
@@ -423,12 +424,17 @@ void ListRun::endRow(size_t row) {
     while (place.done[row] < repeats) say(keepDone(place, row));
 }
 
-void ListRun::goHome(Outcome& told) {
-    applyBias(0.0, static_cast<double>(own.plan.currentLimit));
-    const bool asleep = end == ProcessEnd::Asleep;
-    setLaserOutput(asleep ? 0 : 1);
+// Laser off and bias 0, with the lamp on unless the computer goes to sleep.
+void ListRun::darken(Outcome& told) {
+    setLaserOutput(end == ProcessEnd::Asleep ? 0 : 1);
     setLaserLevel(0);
-    if (asleep) return;
+    if (!applyBias(0.0, static_cast<double>(own.plan.currentLimit)).accepted())
+        told.troubles.emplace_back("The bias may still be on");
+}
+
+void ListRun::goHome(Outcome& told) {
+    darken(told);
+    if (end == ProcessEnd::Asleep) return;
     const RunningProcess running;
     if (!travelTo({homeX, homeY, homeZ}).empty())
         told.troubles.emplace_back("The stage did not come back");
@@ -439,6 +445,8 @@ Outcome ListRun::run() {
     listProgress.hows.assign(place.list.rows.size(), "");
     for (size_t row = 0; row < place.done.size(); ++row)
         if (place.done[row] > 0) show(row, "measured before");
+    Outcome told;
+    darken(told); // a row that cannot begin would leave what the operator had on, for hours
     while (const std::optional<size_t> row = place.next()) {
         const int32_t repeat = place.done[*row] + 1;
         if (!waitFor(*row, repeat)) {
@@ -464,18 +472,18 @@ Outcome ListRun::run() {
         if (askedByOperator(outcome)) endRow(*row);
         if (ends) break;
     }
-    Outcome told{.end = end};
+    told.end = end;
     told.endedBy = endedBy;
     goHome(told);
     const auto lost = static_cast<int32_t>(failed.size());
-    told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured() - lost,
+    told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured(failed),
                                place.toMeasure());
     if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
     if (notFollowed > 0) told.troubles.push_back(formatted("Drift not followed: %d", notFollowed));
     say(recordEvent(place, told.words()));
     if (unwritten) told.notWritten.emplace_back("the list's record");
     // What the computer's sleep or a closed window has cut off is offered again.
-    if (end == ProcessEnd::Finished || end == ProcessEnd::Stopped) forgetUnfinishedList();
+    if (end != ProcessEnd::WindowClosed && end != ProcessEnd::Asleep) forgetUnfinishedList();
     if (end != ProcessEnd::Declined && end != ProcessEnd::Asleep) startProgramAtEnd(place);
     titleList("");
     underWay.clear();

@@ -78,6 +78,7 @@ void ListDay::begins(const Swarm& swarm, Judge& judge) {
         takeSetUp(limited);
     }
     judge.list = next;
+    judge.lists.push_back(next);
     std::string rows;
     for (const ListRow& row : next.list.rows) rows += "\n              " + lineOf(row);
     judge.note("starts a list" + rows);
@@ -139,13 +140,24 @@ std::optional<BoxAnswer> ListDay::answers(const ShownBox& box) {
     return {};
 }
 
+namespace {
+
+// As its file has them, all of them.
+std::string rowsOf(const ScanList& list) {
+    std::string text;
+    for (const ListRow& row : list.rows) text += "\n" + lineOf(row);
+    return text + "\n#";
+}
+
+} // namespace
+
 bool ListAfterCut::isLeft() const {
     return contentOf(std::string(listFolder) + "Unfinished.txt").find("\n#place ") !=
            std::string::npos;
 }
 
 void ListAfterCut::goOn(double atMs, const Action& ended) {
-    const std::string left = contentOf(std::string(listFolder) + "Unfinished.txt");
+    left = contentOf(std::string(listFolder) + "Unfinished.txt");
     const size_t begin = left.find("#record ") + std::string("#record ").size();
     record = listFolder + left.substr(begin, left.find('\n', begin) - begin);
     at(atMs, [this] {
@@ -163,10 +175,18 @@ void ListAfterCut::goOn(double atMs, const Action& ended) {
         ended);
 }
 
-std::vector<std::string> ListAfterCut::wrong(const ListAtWork& list, int kind, bool takesUpPlay,
+std::vector<std::string> ListAfterCut::wrong(const std::vector<ListAtWork>& begun, int kind,
+                                             bool takesUpPlay,
                                              std::map<std::string, uint64_t>& counts) const {
     const std::string text = contentOf(record);
+    // Another may have begun since the cut: the day went on without it.
+    const auto found = std::find_if(begun.rbegin(), begun.rend(), [this](const ListAtWork& each) {
+        return left.find(rowsOf(each.list)) != std::string::npos;
+    });
+    if (found == begun.rend()) return {"it is none of those that began: " + left};
+    const ListAtWork& list = *found;
     std::vector<std::string> wrong = wrongIn(text, list, false);
+    for (std::string& each : wrong) each += ": " + text;
     const size_t goesOn = text.find("continued after it was cut off");
     if (goesOn == std::string::npos) return {"the list did not go on: " + text};
     if (text.find("\tScan list finished", goesOn) == std::string::npos &&

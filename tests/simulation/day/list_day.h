@@ -50,13 +50,15 @@ public:
     // has.
     void goOn(double atMs, const Action& ended);
 
-    // The record, and the maps of rows that were measured since, against the truth.
-    std::vector<std::string> wrong(const ListAtWork& list, int kind, bool takesUpPlay,
+    // The record, and the maps of rows that were measured since, against the truth. Of one of the
+    // lists that have begun, by its rows.
+    std::vector<std::string> wrong(const std::vector<ListAtWork>& begun, int kind, bool takesUpPlay,
                                    std::map<std::string, uint64_t>& counts) const;
 
 private:
     std::string wrongMap(const std::string& name, const ListRow& row, int kind) const;
 
+    std::string left;       // what the next start goes on by
     std::string record;     // its name
     double counted[2] = {}; // by X's and Y's controllers at the laboratory's zero, um
 };

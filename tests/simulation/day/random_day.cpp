@@ -112,9 +112,9 @@ RandomDay liveRandomDay(uint32_t seed) {
     if (!powerCut.hasHappened()) return day;
     for (const std::string& wrong : powerCut.startAgain(day.counts, laboratory))
         judge.find(Rule::Kept, wrong);
-    if (const ListAfterCut* list = powerCut.listGoneOn(); list && !swarm.filesBreak && judge.list)
+    if (const ListAfterCut* list = powerCut.listGoneOn(); list && !swarm.filesBreak)
         for (const std::string& wrong :
-             list->wrong(*judge.list, swarm.kind, swarm.takesUpPlay(), day.counts))
+             list->wrong(judge.lists, swarm.kind, swarm.takesUpPlay(), day.counts))
             judge.find(Rule::List, "after the cut: " + wrong);
     resetProgram();
     return day;

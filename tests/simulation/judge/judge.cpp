@@ -84,6 +84,7 @@ void Judge::find(Rule rule, const std::string& what) {
 
 void Judge::begin(Cause cause) {
     cause.inMove = stageIsMoving();
+    cause.process &= !processUnderWay(); // one at a time: it is refused
     causes.push_back(std::move(cause));
 }
 

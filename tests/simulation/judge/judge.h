@@ -146,6 +146,7 @@ public:
     bool zMustAsk = false;  // its controller has lost its place, and nobody has said Yes to that
     uint64_t movesSeen = 0; // that the program's library sent
     std::optional<ListAtWork> list; // the latest that began
+    std::vector<ListAtWork> lists;  // that have begun
 
 private:
     int opens(const char* name);

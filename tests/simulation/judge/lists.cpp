@@ -203,7 +203,7 @@ private:
 bool RecordedRow::isDone() const {
     for (const char* cut : {"window closed", "stopped, the computer", "forced end"})
         if (how.starts_with(cut)) return false;
-    return true;
+    return how != "declined"; // the operator said No, and may go on with the list later
 }
 
 std::vector<RecordedRow> rowsIn(const std::string& record) {
