@@ -45,13 +45,6 @@ private:
 
     void takeStep();
     void takeArea();
-    // What the set-up has otherwise than the scan.
-    std::string otherSetUp() const {
-        const std::string was = text("Set-up");
-        return was.empty() ? "" : setUpDifference(was, setUpWords(setUp));
-    }
-    bool countsOtherwise() const; // the stage by it
-    std::string whyNotThere(const AreaPlace& place) const;
     void takeLaser();
     void takeBias();
     void takeOptions();
@@ -74,54 +67,31 @@ void Taking::takeStep() {
     taken(formatted("step %g um", *step));
 }
 
-// A drive's fields begin with its axis' letter.
-bool Taking::countsOtherwise() const {
-    const std::string other = "; " + otherSetUp();
-    return other.find("; X ") != std::string::npos || other.find("; Y ") != std::string::npos;
-}
-
-std::string Taking::whyNotThere(const AreaPlace& place) const {
-    if (std::string why = whyPlaceIsLost(place); !why.empty()) return why;
-    const double x = place.firstXUm - ofController(stageX, 0.0);
-    const double y = place.firstYUm - ofController(stageY, 0.0);
-    for (const double to : {x, x + place.acrossUm})
-        if (std::string why = beyondLimit(stageX, to); !why.empty()) return why;
-    for (const double to : {y, y + place.upwardsUm})
-        if (std::string why = beyondLimit(stageY, to); !why.empty()) return why;
+std::string whyNotThere(const SamplePart& part) {
+    if (!part.from.isKnown()) return "the file does not say where its stage counted from";
+    if (std::string why = whyLost(part.from); !why.empty()) return why;
+    const StageVector first = stageFor(part.from);
+    for (const double across : {0.0, part.widthUm})
+        if (std::string why = beyondLimit(stageX, first.x + across); !why.empty()) return why;
+    for (const double up : {0.0, part.heightUm})
+        if (std::string why = beyondLimit(stageY, first.y + up); !why.empty()) return why;
     return {};
 }
 
 void Taking::takeArea() {
-    const GwyFrame& frame = all.channels.front().data.frame;
-    const std::optional<double> step = number("Step"), x = number("First point X"),
-                                y = number("First point Y");
-    const std::optional<double> zeroX = number("Controller's count at X 0"),
-                                zeroY = number("Controller's count at Y 0");
-    const std::string started = text("Started"), order = text("Axis order");
-    std::string why;
-    AreaPlace place;
-    if (!step || !x || !y || !zeroX || !zeroY || started.empty()) {
-        why = "the file does not say where the stage's controllers counted from";
-    } else {
-        constexpr const char* orders[] = {"XYZ", "XZY", "YXZ", "YZX", "ZXY", "ZYX"};
-        const auto* const found = std::find(std::begin(orders), std::end(orders), order);
-        place = {.firstXUm = *x + *zeroX,
-                 .firstYUm = *y + *zeroY,
-                 .acrossUm = (frame.columns - 1) * *step,
-                 .upwardsUm = (frame.rows - 1) * *step,
-                 .axisOrder = static_cast<int32_t>(found - std::begin(orders)),
-                 .since = started};
-        why = countsOtherwise() ? "the stage is driven otherwise than then (set-up)"
-                                : whyNotThere(place);
-    }
+    const ScanConditions scan = gridOf(all);
+    const ScanArea& area = scan.area;
+    const SamplePart part{scan.home.by({area.offsetXUm, area.offsetYUm}),
+                          (area.cols - 1) * area.scanStep, (area.rows - 1) * area.scanStep};
+    const std::string why = whyNotThere(part);
     if (why.empty()) {
         scanArea = {.scanStep = scanArea.scanStep,
                     .placed = true,
-                    .place = place,
+                    .part = part,
                     .mapMaxPx = scanArea.mapMaxPx};
-        taken(formatted("area %d x %d points from X %.1f, Y %.1f um", frame.columns, frame.rows,
-                        place.firstXUm - ofController(stageX, 0.0),
-                        place.firstYUm - ofController(stageY, 0.0)));
+        const StageVector first = stageFor(part.from);
+        taken(formatted("area %d x %d points from X %.1f, Y %.1f um", area.cols, area.rows, first.x,
+                        first.y));
     } else {
         notTaken("area", why);
     }
@@ -215,7 +185,9 @@ void Taking::sayWhatElseDiffers() {
     const std::string instrument = text("Instrument");
     if (instrument != narrowed(selectedInstrument().name))
         notTaken("instrument", (instrument.empty() ? notSaid : instrument + " is not selected"));
-    if (const std::string other = otherSetUp(); !other.empty()) notTaken("set-up", other);
+    if (const std::string was = text("Set-up"); !was.empty())
+        if (const std::string other = setUpDifference(was, setUpWords(setUp)); !other.empty())
+            notTaken("set-up", other);
 }
 
 } // namespace

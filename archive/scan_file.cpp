@@ -110,7 +110,8 @@ bool drawPicture(const GwySource& source, const GwyChannelThere& channel, ScanPi
     return true;
 }
 
-// Its grid and place; of what else a scan has nothing is claimed.
+} // namespace
+
 ScanConditions gridOf(const GwyContents& contents) {
     const GwyFrame& frame = contents.channels.front().data.frame;
     const Conditions& texts = contents.channels.front().conditions;
@@ -122,18 +123,29 @@ ScanConditions gridOf(const GwyContents& contents) {
     area.scanStep = numberAt(valueIn(texts, "Step")).value_or(stepUmOf(frame));
     const double left = frame.left * umPerMetre + area.scanStep / 2;
     const double bottom = -(frame.top + frame.height) * umPerMetre + area.scanStep / 2;
-    area.offsetXUm = numberAt(valueIn(texts, "First point X")).value_or(left);
-    area.offsetYUm = numberAt(valueIn(texts, "First point Y")).value_or(bottom);
+    scan.homeXUm = numberAt(valueIn(texts, "Stage X at the start")).value_or(0.0);
+    scan.homeYUm = numberAt(valueIn(texts, "Stage Y at the start")).value_or(0.0);
+    area.offsetXUm = numberAt(valueIn(texts, "First point X")).value_or(left) - scan.homeXUm;
+    area.offsetYUm = numberAt(valueIn(texts, "First point Y")).value_or(bottom) - scan.homeYUm;
     computeScanArea(area, {}, false);
     const std::optional<double> zeroX = numberAt(valueIn(texts, "Controller's count at X 0"));
     const std::optional<double> zeroY = numberAt(valueIn(texts, "Controller's count at Y 0"));
     scan.zeroKnown = zeroX && zeroY;
     scan.zeroXUm = zeroX.value_or(0.0);
     scan.zeroYUm = zeroY.value_or(0.0);
+    // The stage goes there: where the file says it twice, it says the same.
+    const SamplePlace home = placeIn(texts);
+    const auto isAlike = [](double a, double b) { return std::fabs(a - b) < 0.01; }; // um
+    if (isAlike(home.x.steps / home.x.perUm, scan.homeXUm + scan.zeroXUm) &&
+        isAlike(home.y.steps / home.y.perUm, scan.homeYUm + scan.zeroYUm) &&
+        isAlike(scan.firstXUm(), left) && isAlike(scan.firstYUm(), bottom))
+        scan.home = home;
     scan.setUpInForce = valueIn(texts, "Set-up");
     scan.occasion = {valueIn(texts, "Sample"), valueIn(texts, "Note"), valueIn(texts, "Scan list")};
     return scan;
 }
+
+namespace {
 
 // Where a channel lies among the maps: colours at their places, the others behind them.
 size_t placeAmongMaps(const std::string& title, size_t number, size_t& further) {

@@ -17,6 +17,10 @@ void describeScan(const std::wstring& path, ScanRow& row);
 // why, of a damaged file and of one that memory does not hold.
 std::optional<ScanMap> mapOfFile(const std::wstring& path, std::string& fault);
 
+// A sound file's grid and its place on the stage, which is known where the file says it; of what
+// else a scan has nothing is claimed.
+ScanConditions gridOf(const GwyContents& contents);
+
 // All that stands in the file but its numbers.
 GwyContents contentsOfFile(const std::wstring& path);
 

@@ -138,6 +138,7 @@ Conditions conditionsOf(const ScanMap& map, const std::vector<std::wstring>& tex
         add("Controller's count at X 0", placeUm(scan.zeroXUm));
         add("Controller's count at Y 0", placeUm(scan.zeroYUm));
     }
+    addPlace(lines, scan.home);
     add("Order", "rows from the lowest Y upwards, each from left to right");
     add("Laser spot", formatted("%d, %d px from the picture's lower left corner", scan.laserSpot.x,
                                 scan.laserSpot.y));

@@ -60,24 +60,19 @@ MapCell cellAt(MapPoint point) {
 std::string whyNoPlace() {
     const ScanMap& map = shownMap();
     if (!map.conditions) return "No scan has made this map";
-    const ScanConditions& scan = *map.conditions;
-    if (!scan.homeX.isKnown() || !scan.homeY.isKnown())
-        return "Where this map was taken is not known";
-    if (scan.axisOrder != controllers.axisOrder)
-        return "The axis order is not that of the map (Configuration)";
-    if (scan.countsAnew != stageX.countsAnew + stageY.countsAnew)
-        return "A controller of the stage has lost its place since the map was taken";
-    return {};
+    const SamplePlace& home = map.conditions->home;
+    if (!home.isKnown())
+        return map.file.empty() ? "Where this map was taken is not known"
+                                : "The map's file does not say where on the stage it was taken";
+    const std::string why = whyLost(home);
+    return why.empty() ? why : "The map's place: " + why;
 }
 
 SamplePlace placeOf(MapPoint point) {
     const ScanConditions& scan = *shownMap().conditions;
     const ScanArea& area = scan.area;
-    const SamplePlace home{
-        scan.homeX, scan.homeY,
-        lightPlace(area.picture, area.correctionXUm, area.correctionYUm, scan.laserSpot)};
-    return home.by({area.offsetXUm + point.column * area.scanStep,
-                    area.offsetYUm + (area.rows - 1 - point.row) * area.scanStep});
+    return scan.home.by({area.offsetXUm + point.column * area.scanStep,
+                         area.offsetYUm + (area.rows - 1 - point.row) * area.scanStep});
 }
 
 size_t planeShown(const ScanMap& map, int channel) {
@@ -123,13 +118,15 @@ std::string cellText(MapCell cell, int channel) {
     const int row = rowsOf(shownMap()) - static_cast<int>(cell.row);
     std::string text = valueText(cell, channel) +
                        formatted(", column %d, row %d", static_cast<int>(cell.column) + 1, row);
-    if (!whyNoPlace().empty()) return text + ", place not known";
+    const char* const ending = shownMap().file.empty() ? "" : " - file";
+    if (!whyNoPlace().empty()) return text + ", place not known" + ending;
     const StageVector at = stageFor(placeOf(middleOf(cell)));
-    return text + formatted(", X %.1f, Y %.1f um", at.x, at.y);
+    return text + formatted(", X %.1f, Y %.1f um", at.x, at.y) + ending;
 }
 
 std::string nameOfScan() {
     if (!shownMap().conditions) return "no scan";
+    if (!shownMap().file.empty()) return shownMap().file;
     const ScanConditions& scan = *shownMap().conditions;
     const std::string file = fileNameOf(mapPath(scan, "Kestrel", "", "", "txt"));
     return file.substr(0, file.rfind('.')) + " of " + startOf(scan);

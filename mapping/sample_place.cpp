@@ -3,11 +3,20 @@
 
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "mapping/gwy_reading.h"
+#include "platform/text_format.h"
 #include "session/set_up.h"
+
+#include <cmath>
+#include <cstdio>
 
 namespace {
 
 constexpr double middleColumn = imageWidth / 2.0, middleRow = imageHeight / 2.0;
+
+constexpr char countOfX[] = "Stage X by its controller", countOfY[] = "Stage Y by its controller",
+               lightOfThen[] = "Light from the picture's middle";
+constexpr char lightWords[] = "X %.6f, Y %.6f um";
 
 } // namespace
 
@@ -21,6 +30,25 @@ StageVector presentLightPlace() {
     const Objective& objective = setUp.objective();
     return lightPlace(objective, objective.correctionXUm, objective.correctionYUm,
                       cameraState.laserOffset);
+}
+
+std::string whyLost(const SamplePlace& place) {
+    std::string why = whyLost(stageX, place.x);
+    return why.empty() ? whyLost(stageY, place.y) : why;
+}
+
+void addPlace(Conditions& lines, const SamplePlace& home) {
+    if (!home.isKnown()) return;
+    lines.emplace_back(countOfX, textOf(home.x));
+    lines.emplace_back(countOfY, textOf(home.y));
+    lines.emplace_back(lightOfThen, formatted(lightWords, home.light.x, home.light.y));
+}
+
+SamplePlace placeIn(const Conditions& lines) {
+    SamplePlace home{axisCountIn(valueIn(lines, countOfX)), axisCountIn(valueIn(lines, countOfY))};
+    const std::string light = valueIn(lines, lightOfThen);
+    const int taken = std::sscanf(light.c_str(), "X %lf, Y %lf", &home.light.x, &home.light.y);
+    return taken == 2 && std::isfinite(home.light.x + home.light.y) ? home : SamplePlace();
 }
 
 StageVector stageFor(const SamplePlace& place) {

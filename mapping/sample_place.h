@@ -4,7 +4,10 @@
 
 #include "camera/picture.h"
 #include "motion/axis.h"
+#include "session/document.h"
 #include "session/picture_scale.h"
+
+#include <string>
 
 // How the optics lie over the sample, um along the stage's axes from what the picture's middle
 // shows to where the light acts.
@@ -19,6 +22,14 @@ struct SamplePlace {
     bool isKnown() const { return x.isKnown() && y.isKnown(); }
     SamplePlace by(StageVector um) const { return {x.by(um.x), y.by(um.y), light}; }
 };
+
+// Why nobody can go to a place that is known any more; empty when one can.
+std::string whyLost(const SamplePlace& place);
+
+// What a measurement's conditions say of the place at which the stage stood, and back: not known
+// where they do not say it.
+void addPlace(Conditions& lines, const SamplePlace& home);
+SamplePlace placeIn(const Conditions& lines);
 
 // Where the stage is to stand, um from the program's zero, so that the light of today acts there.
 StageVector stageFor(const SamplePlace& place);

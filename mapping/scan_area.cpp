@@ -74,28 +74,19 @@ void layStraight(ScanArea& area, PicturePoint laserSpot) {
                      static_cast<float>(area.correctionYUm);
 }
 
+// A part that ends at a point holds it, however the corners were rounded.
 int32_t pointsOver(double um, double step) {
-    constexpr double hair = 1e-6; // 59 steps of 0.7 are 41.3
-    return truncated(um / step + hair) + 1;
+    constexpr double rounding = 1e-3; // 59 steps of 0.7 are 41.3
+    return truncated(um / step + rounding) + 1;
 }
 
 void layPlaced(ScanArea& area, PicturePoint laserSpot) {
-    if (area.place) {
-        area.cols = pointsOver(area.place->acrossUm, area.scanStep);
-        area.rows = pointsOver(area.place->upwardsUm, area.scanStep);
-        area.offsetXUm = area.place->firstXUm - ofController(stageX, stageX.positionUm);
-        area.offsetYUm = area.place->firstYUm - ofController(stageY, stageY.positionUm);
-    }
     const double umPerColumn = area.picture.umPerColumn();
     area.viewScale = 1;
     if (area.part) {
         const double step = std::max(area.scanStep, scanStepLowest);
-        // A part that ends at a point holds it, however the corners were rounded.
-        const double rounding = step * 1e-3;
-        area.cols = pointsAlong(static_cast<float>(area.part->widthUm + rounding),
-                                static_cast<float>(step));
-        area.rows = pointsAlong(static_cast<float>(area.part->heightUm + rounding),
-                                static_cast<float>(step));
+        area.cols = pointsOver(area.part->widthUm, step);
+        area.rows = pointsOver(area.part->heightUm, step);
     }
     area.stepPx = static_cast<float>(area.scanStep / umPerColumn);
     area.scanWidthUm = area.cols * umPerColumn;
@@ -200,16 +191,6 @@ PixelPoint spotOnPresentView(double dxUm, double dyUm) {
 
 ScanArea presentArea() {
     ScanArea area = scanArea;
-    if (area.place || area.part) computeScanArea(area);
+    if (area.part) computeScanArea(area);
     return area;
-}
-
-std::string whyPlaceIsLost(const AreaPlace& place) {
-    if (place.axisOrder != controllers.axisOrder) return "the axis order is another one";
-    for (const StageAxis* axis : {&stageX, &stageY}) {
-        if (axis->axisNumber == 0) return "the stage has no controllers that tell it";
-        if (axis->placeLost || lastLossOfPlace(indexOf(*axis)) >= place.since)
-            return "the stage has lost its place since";
-    }
-    return {};
 }

@@ -17,18 +17,11 @@ constexpr double scanStepHighest = 40.0;
 // What a map may have: a wide view as built at the smallest step has 24 million.
 constexpr int64_t mostScanPoints = 36'000'000;
 
-// Where an area lies by the controllers' own count, wherever the stage stands.
-struct AreaPlace {
-    double firstXUm = 0.0, firstYUm = 0.0;  // its first point
-    double acrossUm = 0.0, upwardsUm = 0.0; // to its last column and row; the step may change
-    int32_t axisOrder = 0;                  // of the controllers that count so
-    std::string since;                      // when they did, "2026-11-27 07:45:00"
-};
-
-// A part of the sample that was chosen on a map, along the stage's axes.
+// A part of the sample that was chosen on a map, or is that of an earlier scan, along the stage's
+// axes.
 struct SamplePart {
-    SamplePlace from; // its lower left corner, the first point
-    double widthUm = 0.0, heightUm = 0.0;
+    SamplePlace from;                     // its lower left corner, the first point
+    double widthUm = 0.0, heightUm = 0.0; // the step may change
 };
 
 struct ScanArea {
@@ -40,9 +33,9 @@ struct ScanArea {
     // Of a scan list: `cols`, `rows` and the offsets are given, wherever the stage stands, and
     // there is no rectangle.
     bool placed = false;
-    std::optional<AreaPlace> place; // of a placed one that stays there when the stage moves
-    // Of a part of a map, which is placed, too: columns and rows follow from the step, and the
-    // offsets from where the stage stands. A journal keeps what came of it.
+    // Of a part of the sample, which is placed, too, and stays there when the stage moves: columns
+    // and rows follow from the step, and the offsets from where the stage stands. A journal keeps
+    // what came of it.
     std::optional<SamplePart> part;
     int32_t rectX1 = 0, rectY1 = 0, rectX2 = 0, rectY2 = 0; // corners, picture pixels from the top
     int32_t cols = 1, rows = 1;                             // points across and down
@@ -88,6 +81,3 @@ int32_t computeScanArea(ScanArea& area);
 // The scan area as a scan would take it from where the stage stands now: one that stays at its
 // place lies elsewhere then.
 ScanArea presentArea();
-
-// Why the stage cannot come to that place again; empty when it can.
-std::string whyPlaceIsLost(const AreaPlace& place);

@@ -48,10 +48,12 @@ void eachValue(Scan& scan, Folder& folder, Visit& visit) {
     visit.added("focus plane from y um", scan.focus.fromYUm);
     visit.added("continued", scan.continued);
     visit.added("paused", scan.paused);
-    visit.added("home x steps", scan.homeX.steps);
-    visit.added("x steps per um", scan.homeX.perUm);
-    visit.added("home y steps", scan.homeY.steps);
-    visit.added("y steps per um", scan.homeY.perUm);
+    visit.added("home x steps", scan.home.x.steps);
+    visit.added("x steps per um", scan.home.x.perUm);
+    visit.added("home y steps", scan.home.y.steps);
+    visit.added("y steps per um", scan.home.y.perUm);
+    visit.added("zero of x", scan.home.x.zero);
+    visit.added("zero of y", scan.home.y.zero);
 }
 
 // What no scan can have is not computed: it might have no end.
@@ -194,6 +196,7 @@ std::optional<JournaledScan> readHead(const NextLine& next, int version) {
         !isPossible(conditions.area, conditions.options) || !isPossible(conditions) ||
         !complete(conditions))
         return {};
+    conditions.home.light = lightOf(conditions);
     // The first version has room for a deviation also where there is none.
     scan.valuesPerPoint = version == 1 ? firstFurtherMap + 1 : mapCountOf(conditions);
     return scan;

@@ -66,7 +66,8 @@ struct ScanMap {
     std::optional<ScanConditions> conditions; // as the map's scan started; none before a scan
     ScanOutcome outcome;
     std::optional<DataFolders> folders; // where its files go; none: into the session's
-    std::vector<Plane> planes;  // of one that was read from a file; empty: by its conditions
+    std::string file;           // that it was read from, as the operator finds it; empty: from none
+    std::vector<Plane> planes;  // of that; empty: by its conditions
     bool lacksFiles = false;    // of its numbers, as they were last saved
     bool onlyInJournal = false; // its scan is over, and not all of its files were written
     MapViews views;

@@ -80,13 +80,14 @@ void putInForce(const ScanPlan& plan) {
     scanArea = plan.area;
 }
 
+StageVector lightOf(const ScanPlan& plan) {
+    const ScanArea& area = plan.area;
+    return lightPlace(area.picture, area.correctionXUm, area.correctionYUm, plan.laserSpot);
+}
+
 void noteHome(ScanConditions& conditions) {
-    const auto count = [](const StageAxis& axis) {
-        return axis.axisNumber == 0 ? AxisCount() : countOf(axis, axis.positionUm);
-    };
-    conditions.homeX = count(stageX);
-    conditions.homeY = count(stageY);
-    conditions.countsAnew = stageX.countsAnew + stageY.countsAnew;
+    conditions.home = {countOf(stageX, stageX.positionUm), countOf(stageY, stageY.positionUm),
+                       lightOf(conditions)};
 }
 
 ScanConditions conditionsOf(const ScanPlan& plan) {

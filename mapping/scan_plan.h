@@ -77,10 +77,11 @@ struct ScanConditions : ScanPlan {
     bool blueOnly = false;                         // of the camera's picture
     std::string continued; // when, and behind which row, it went on; empty of a scan in one go
     std::string paused;    // when, how long and behind which point; empty without a pause
-    // Where X and Y stood, as homeXUm and homeYUm; and how often their counts had begun anew.
-    AxisCount homeX, homeY;
-    int32_t countsAnew = 0;
+    SamplePlace home;      // where the stage stood, as homeXUm and homeYUm
 };
+
+// How the light lies over the sample in it.
+StageVector lightOf(const ScanPlan& plan);
 
 // Where the stage stands in a scan that starts or goes on now; not known of an axis that nothing
 // but the program counts.

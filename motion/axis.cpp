@@ -3,13 +3,14 @@
 
 #include "motion/controller_names.h"
 #include "motion/kept_places.h"
-#include "motion/places.h"
 #include "platform/clock.h"
+#include "platform/decimal_point.h"
 #include "platform/text_format.h"
 #include "platform/truncate.h"
 #include "screen/screen.h"
 #include "session/announce.h"
 #include "session/device_report.h"
+#include "session/document.h"
 #include "session/forced_end.h"
 #include "session/message_box.h"
 #include "session/process.h"
@@ -244,12 +245,12 @@ void openAxis(size_t i, const std::string& name) {
     axis.rightLimitOn = axis.leftLimitOn = 0;
     axis.status = axis.powerTold = {};
     axis.told.clear();
+    axis.zero.clear();
     axis.missed = Miss::Nothing;
     axis.placeLost = axis.hasMoved = false;
     closedBecause[i] = "no controller";
     forgetRefusal(nameOf(axis).c_str());
     if (name.empty()) return noteRefusal(nameOf(axis).c_str(), "no controller");
-    axis.countsAnew += axes[i].name[0] != '\0' && name != axes[i].name ? 1 : 0; // another one
     std::snprintf(axes[i].name, sizeof axes[i].name, "%s", name.c_str());
     axis.deviceId = ximc.open_device(axes[i].name);
     if (axis.deviceId >= 0) {
@@ -345,9 +346,14 @@ void lookWhetherPlaceIsLost(size_t i) {
     StageAxis& axis = axes[i].axis;
     if (!canBeAsked(axis)) return;
     axis.placeLost = axis.status.uCurPosition == 0 && placeIsLost(i, axis.status.CurPosition);
+    std::string since = axis.placeLost ? timeText(localTime()) : lastLossOfPlace(i);
+    axis.zero = axes[i].name + (since.empty() ? since : " since " + since);
+    for (char& letter : axis.zero)
+        if (letter < ' ' || letter > '~' || letter == ',') letter = '?';
     if (!axis.placeLost) return;
-    noteLossOfPlace(i);
-    ++axis.countsAnew;
+    if (!noteLossOfPlace(i, since))
+        announce(Severity::Trouble, nameOf(axis) + ": that its place was lost was not kept "
+                                                   "(Options.ini), the next start does not see it");
     announce(Severity::Trouble, nameOf(axis) +
                                     " has lost its place (its controller counts 0): the limits of "
                                     "Setup.ini are elsewhere now");
@@ -421,7 +427,6 @@ bool openStages(int32_t order, int32_t speed) {
     for (size_t i = 0; i < axisCount; ++i) configureAxis(i, speed);
     for (const AxisSlot& slot : axes) setPosition(slot.axis, 0.0);
     for (size_t i = 0; i < axisCount; ++i) lookWhetherPlaceIsLost(i);
-    followZeros();
     return std::any_of(std::begin(axes), std::end(axes),
                        [](const AxisSlot& slot) { return slot.axis.axisNumber != 0; });
 }
@@ -451,6 +456,15 @@ void closeStage(StageAxis& axis) {
     if (axis.axisNumber != 0) ximc.close_device(&axis.deviceId);
 }
 
+namespace {
+
+// Where its controller counts so many full steps, um as the program has them.
+double umOfSteps(const StageAxis& axis, double steps) {
+    return signOf(axis) * (steps - axis.zeroOffsetSteps) * umPerStepOf(axis);
+}
+
+} // namespace
+
 double readPosition(StageAxis& axis) {
     // The first reading after a move may be old.
     if (canBeAsked(axis) && !readStatus(axis)) return axis.positionUm;
@@ -466,10 +480,6 @@ double readRestingPosition(StageAxis& axis) {
                                           axis.status.uCurPosition /
                                               static_cast<double>(driveOf(axis).microsteps));
     return axis.positionUm;
-}
-
-double umOfSteps(const StageAxis& axis, double steps) {
-    return signOf(axis) * (steps - axis.zeroOffsetSteps) * umPerStepOf(axis);
 }
 
 double currentPositionUm(const StageAxis& axis) {
@@ -512,11 +522,39 @@ double byProgram(const StageAxis& axis, double controllersUm) {
 }
 
 AxisCount countOf(const StageAxis& axis, double um) {
-    return {axis.zeroOffsetSteps + fullStepsOf(axis, um), fullStepsOf(axis, 1.0)};
+    if (axis.axisNumber == 0) return {};
+    return {axis.zeroOffsetSteps + fullStepsOf(axis, um), fullStepsOf(axis, 1.0), axis.zero};
 }
 
 double umOf(const StageAxis& axis, const AxisCount& count) {
     return umOfSteps(axis, count.steps);
+}
+
+std::string whyLost(const StageAxis& axis, const AxisCount& count) {
+    const std::string name = std::string("stage ") + letterOf(axis);
+    const auto controllerOf = [](const std::string& zero) {
+        return zero.substr(0, zero.find(" since "));
+    };
+    if (axis.axisNumber == 0) return name + " has no controller";
+    if (axis.zero == count.zero) return {};
+    return name + (controllerOf(axis.zero) == controllerOf(count.zero) ? " has lost its place since"
+                                                                       : " has another controller");
+}
+
+std::string textOf(const AxisCount& count) {
+    return formatted("%.9g steps at %.9g a um of ", count.steps, count.perUm) + count.zero;
+}
+
+AxisCount axisCountIn(const std::string& text) {
+    constexpr double farthestSteps = 1e9;
+    AxisCount count;
+    int zeroAt = 0;
+    keepDecimalPoint();
+    std::sscanf(text.c_str(), "%lf steps at %lf a um of %n", &count.steps, &count.perUm, &zeroAt);
+    if (zeroAt == 0 || !(std::fabs(count.steps) <= farthestSteps) || !(count.perUm != 0.0))
+        return {};
+    count.zero = text.substr(static_cast<size_t>(zeroAt));
+    return count;
 }
 
 std::string beyondLimit(const StageAxis& axis, double um) {

@@ -35,8 +35,9 @@ struct StageAxis {
     Miss missed = Miss::Nothing; // why the last move or look did not find it at its target
     bool placeLost = false;      // its controller counts 0 and did not when it was last seen
     bool hasMoved = false;       // since it was opened
-    // How often in this run its count was found to begin anew: places by it are others since.
-    int32_t countsAnew = 0;
+    // Whose count it has and since when, "xi-com:COM3 since 2026-11-27 07:45:00": places by a count
+    // with another zero are not to be found again.
+    std::string zero;
 };
 
 extern StageAxis stageX, stageY, stageZ;
@@ -53,9 +54,6 @@ struct StageControllers {
     int32_t axisOrder = 2;
     char deviceX_name[256] = {}, deviceY_name[256] = {}, deviceZ_name[256] = {};
     char ximc_version_str[33] = {};
-    // How often each axis' count has begun anew since places of the stage are remembered, as
-    // Places.ini has it.
-    int32_t zeros[axisCount] = {};
     const char* nameOf(size_t axis) const {
         return axis == 0 ? deviceX_name : axis == 1 ? deviceY_name : deviceZ_name;
     }
@@ -111,21 +109,27 @@ void setSpeed(StageAxis& axis, int32_t speed);
 double ofController(const StageAxis& axis, double um);
 double byProgram(const StageAxis& axis, double controllersUm); // the way back
 
-// Where its controller counts so many full steps, um as the program has them.
-double umOfSteps(const StageAxis& axis, double steps);
-
-// A place by the controller's own count: full steps, and how many of them a micrometre is, with the
-// sign of the count. It stands for the same place behind "Set Zero", a restart of the program and
-// another pitch in the set-up. Not a number: not known.
+// A place that lasts, by the controller's own count: full steps, and how many of them a micrometre
+// is, with the sign of the count. It stands for the same place behind "Set Zero", a restart of the
+// program and another pitch in the set-up. Not a number: not known.
 struct AxisCount {
     double steps = std::numeric_limits<double>::quiet_NaN();
     double perUm = std::numeric_limits<double>::quiet_NaN();
+    std::string zero; // StageAxis::zero of then
 
-    bool isKnown() const { return std::isfinite(steps) && std::isfinite(perUm); }
-    AxisCount by(double um) const { return {steps + perUm * um, perUm}; }
+    bool isKnown() const { return std::isfinite(steps) && std::isfinite(perUm) && !zero.empty(); }
+    AxisCount by(double um) const { return {steps + perUm * um, perUm, zero}; }
 };
-AxisCount countOf(const StageAxis& axis, double um);
+AxisCount countOf(const StageAxis& axis, double um);        // not known without a controller
 double umOf(const StageAxis& axis, const AxisCount& count); // from the program's zero now
+
+// "stage Z has lost its place since": why a place that is known is not to be found again; empty
+// when it is.
+std::string whyLost(const StageAxis& axis, const AxisCount& count);
+
+// As files have it, without commas, and back: not known where the text is none.
+std::string textOf(const AxisCount& count);
+AxisCount axisCountIn(const std::string& text);
 
 // Why the set-up (Setup.ini) does not let the axis go there; empty when it does. A way back is open
 // to one that stands beyond a limit.

@@ -1,8 +1,6 @@
 // Keeps the controllers' counts.
 #include "motion/kept_places.h"
 
-#include "platform/clock.h"
-#include "session/document.h"
 #include "session/options.h"
 
 namespace {
@@ -36,6 +34,6 @@ std::string lastLossOfPlace(size_t axis) {
     return readOption(lossOf(axis));
 }
 
-bool noteLossOfPlace(size_t axis) {
-    return writeOptions({{lossOf(axis), timeText(localTime())}});
+bool noteLossOfPlace(size_t axis, const std::string& when) {
+    return writeOptions({{lossOf(axis), when}});
 }

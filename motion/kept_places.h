@@ -13,8 +13,7 @@ bool placeIsLost(size_t axis, int32_t steps);
 // False when Options.ini was not written.
 bool keepPlace(size_t axis, const std::string& controller, int32_t steps);
 
-// When that was last seen of the axis, "2026-11-27 07:45:00"; empty where it never was. Places by
-// the controller's count that are older lie elsewhere now. Noting: false when Options.ini was not
-// written.
+// When that was last seen of the axis, "2026-11-27 07:45:00"; empty where it never was. Noting:
+// false when Options.ini was not written.
 std::string lastLossOfPlace(size_t axis);
-bool noteLossOfPlace(size_t axis);
+bool noteLossOfPlace(size_t axis, const std::string& when);

@@ -1,7 +1,7 @@
 // Remembered places of the stage: KST_Data/Places.ini, one a line, beside their small pictures in
 // KST_Data/Places. They are kept by the controllers' own counts, so that neither "Set Zero" nor a
-// restart moves them; that an axis has begun to count anew, or has another controller, is kept
-// beside them: its part of the places of before is lost then.
+// restart moves them; where an axis has begun to count anew, or has another controller, they are
+// lost.
 #pragma once
 
 #include "motion/axis.h"
@@ -15,17 +15,15 @@
 struct Place {
     int32_t number = 0; // in the file, from 1, and of its picture; 0: not in the file yet
     std::string name;   // one line
-    // Full steps of each axis' controller; none of an axis that had no controller.
-    std::array<std::optional<double>, axisCount> steps;
-    std::array<int32_t, axisCount> zeros{}; // controllers.zeros of then
-    std::string objective;                  // that was in use
-    bool isFocus = false;                   // the sample was in focus there
+    std::array<AxisCount, axisCount> counts; // not known of an axis that had no controller
+    std::string objective;                   // that was in use
+    bool isFocus = false;                    // the sample was in focus there
 };
 
 // Of the axis, um as the program has them now; nothing where the place has none.
 std::optional<double> umOf(const Place& place, const StageAxis& axis);
 
-// "stage Z has lost its place since": why nobody can go there any more; empty when one can.
+// Why nobody can go there any more; empty when one can.
 std::string whyLost(const Place& place);
 
 // Whether it was remembered with the objective in use: another one has its focus elsewhere, and may
@@ -49,7 +47,3 @@ bool removePlace(const Place& place);
 
 // Its small picture in the folder Places, which writePlace makes.
 std::wstring picturePath(const Place& place);
-
-// Takes over how often the axes have begun to count anew, and counts those that have since: after
-// the controllers were opened. What cannot be written is said.
-void followZeros();

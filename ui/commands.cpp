@@ -353,7 +353,6 @@ void takeDrawnArea() {
     ScanArea area = scanArea;
     area.placed = false;
     area.part.reset();
-    area.place.reset();
     area.viewScale = drag.viewScale;
     area.rectX1 = drag.x1;
     area.rectY1 = drag.y1;

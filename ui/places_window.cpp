@@ -138,7 +138,7 @@ void keepHere(const Place& before) {
     if (!place) return tell("Not remembered: " + fault);
     place->number = before.number;
     place->name = before.name;
-    place->isFocus = before.isFocus && place->steps[2];
+    place->isFocus = before.isFocus && place->counts[2].isKnown();
     if (!written(writePlace(*place))) return;
     keepPicture(*place);
     state.residualUm.clear();
@@ -183,7 +183,7 @@ void rename(Place place) {
 }
 
 void switchFocus(Place place) {
-    if (!place.steps[2]) return tell("This place has no Z");
+    if (!place.counts[2].isKnown()) return tell("This place has no Z");
     place.isFocus = !place.isFocus;
     state.residualUm.clear();
     keepChanged(place);

@@ -137,6 +137,7 @@ void showPlane(const ScanRow& row, size_t number) {
     state.plane = number % map->planes.size();
     const Plane& plane = map->planes[state.plane];
     map->views.mapChannel = channelOf(plane);
+    map->file = narrowed(row.path);
     const std::string title = titleOf(row, plane);
     state.inMapWindow = row.path;
     showFileMap(std::move(*map), title);

@@ -137,8 +137,8 @@ TEST_F(EarlierScansTest, ScansAgainAtItsPlaceWithItsSettings) {
 TEST_F(EarlierScansTest, TakesNoAreaWhosePlaceIsLost) {
     findTheScan([] {
         const ScanArea area = scanArea;
-        stageX.placeLost = true;
-        answer("Not taken:\n- area: the stage has lost its place since", BoxAnswer::Ok);
+        stageX.zero += " since 2026-11-27 12:00:00";
+        answer("Not taken:\n- area: stage X has lost its place since", BoxAnswer::Ok);
         press(idScansUse);
         EXPECT_FALSE(scanArea.placed);
         EXPECT_EQ(scanArea.rectX1, area.rectX1);

@@ -43,9 +43,9 @@ protected:
                                    {0.0, 0.0}}) {
             std::string fault;
             Place place = presentPlace(fault).value_or(Place());
-            place.steps = {fullStepsOf(stageX, ofController(stageX, x)),
-                           fullStepsOf(stageY, ofController(stageY, y)),
-                           fullStepsOf(stageZ, ofController(stageZ, heightAt(x, y)))};
+            place.counts = {countOf(stageX, ofController(stageX, x)),
+                            countOf(stageY, ofController(stageY, y)),
+                            countOf(stageZ, ofController(stageZ, heightAt(x, y)))};
             place.isFocus = true;
             EXPECT_TRUE(writePlace(place));
         }

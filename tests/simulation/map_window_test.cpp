@@ -1,5 +1,6 @@
 // What an operator does on a map: reads it, goes to its points, and scans a part of it again. The
 // truth is where the laboratory's laser was at each reading.
+#include "archive/scan_file.h"
 #include "camera/camera.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
@@ -7,10 +8,13 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/map_place.h"
+#include "mapping/map_rendering.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
+#include "platform/widen.h"
 #include "screen/control_ids.h"
+#include "session/data_folders.h"
 #include "session/process.h"
 #include "session/set_up.h"
 #include "tests/doubles/doubles.h"
@@ -147,6 +151,75 @@ TEST_F(MapWindowTest, ZoomsOntoTheSameFeature) {
     }
 }
 
+// Another day: the map comes from its file, another objective looks, the zero is another one.
+TEST_F(MapWindowTest, ZoomsFromAFilesMapWhereItsPlaceIsKnown) {
+    ASSERT_TRUE(applyLabFaults("backlash x 0\nbacklash y 0\n"));
+    scanOverview(5.0);
+    const MapCell feature{7, 11};
+    const LabPoint wanted = measuredAt(feature);
+    std::string file;
+    for (const std::string& name : filesOnDesktop())
+        if (name.ends_with(".gwy")) file = name;
+    const auto show = [&] {
+        std::string fault;
+        const std::wstring path =
+            dataFolders.dataRoot + L"\\" + widened(file.substr(sizeof "KST_Data"));
+        std::optional<ScanMap> map = mapOfFile(path, fault);
+        ASSERT_TRUE(map) << fault;
+        map->file = "a day\\a map.gwy";
+        showFileMap(std::move(*map), "file");
+    };
+    moveXYBy(20, -15, motorSpeed);
+    closeAllStages();
+    ASSERT_TRUE(openStages(controllers.axisOrder, motorSpeed));
+    turnCamera(30, false);
+    cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
+    show();
+    const PixelPoint at = pixelOf(feature);
+    onMapMouseMove(windows.map, at.x, at.y, false, false);
+    EXPECT_TRUE(windowText(windows.map, 200).ends_with(" um - file"));
+    EXPECT_TRUE(display.pointer);
+    answer("Do you want to move this point under the laser spot?", BoxAnswer::Yes);
+    onMapDoubleClick(windows.map, at.x, at.y);
+    EXPECT_NEAR(labLaserSpotSample().x, wanted.x, 2.0);
+    EXPECT_NEAR(labLaserSpotSample().y, wanted.y, 2.0);
+    type(1.0);
+    dragOnMap({7, 11}, 20.0);
+    instrumentLink.biasVoltage += 1; // its own file names
+    scan();
+    const LabPoint came = measuredAt({10, static_cast<size_t>(scanArea.rows) - 1 - 10});
+    EXPECT_NEAR(came.x, wanted.x, 2.0);
+    EXPECT_NEAR(came.y, wanted.y, 2.0);
+
+    // Nothing moves by a file that does not say its place, contradicts itself, or is of a zero that
+    // was lost.
+    const auto staysBecause = [&](const char* why) {
+        show();
+        const double stood = labStageUm(labX);
+        onMapMouseMove(windows.map, at.x, at.y, false, false);
+        EXPECT_FALSE(display.pointer);
+        onMapDoubleClick(windows.map, at.x, at.y);
+        EXPECT_NE(textIn(Field::Information).find(why), std::string::npos)
+            << textIn(Field::Information);
+        EXPECT_EQ(labStageUm(labX), stood);
+    };
+    const std::string sound = contentOf(file);
+    for (const char* part : {"Stage X by its controller", "First point X"}) {
+        std::string bytes = sound;
+        char& letter = bytes[bytes.find(part)];
+        letter = letter == 'S' ? 's' : 'f';
+        writeDesktopFile(file, bytes);
+        if (letter == 's') staysBecause("does not say where on the stage");
+        bytes = sound;
+        bytes.at(bytes.find('.', bytes.find(part)) - 1) ^= 1; // another micrometre or step
+        writeDesktopFile(file, bytes);
+        staysBecause("does not say where on the stage");
+    }
+    writeDesktopFile(file, sound);
+    stageY.zero += " since 2026-11-27 12:00:00";
+    staysBecause("stage Y has lost its place since");
+}
+
 TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
     const std::string exactStage = "backlash x 0\nbacklash y 0\n";
     ASSERT_TRUE(applyLabFaults(exactStage));
@@ -201,7 +274,7 @@ TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
         const MoveUnderWay moves;
         staysBecause("Not while the stage moves");
     }
-    stageY.countsAnew += 1;
+    stageY.zero += " since 2026-11-27 12:00:00";
     staysBecause("has lost its place");
     EXPECT_NE(cellText({0, 0}, channelPhotocurrent).find("place not known"), std::string::npos);
 }

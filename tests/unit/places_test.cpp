@@ -53,9 +53,9 @@ TEST_F(PlacesTest, AreGoneToAfterAnotherZeroAndARestart) {
     setUp.ranges[1].lowest = ofController(stageY, -20.0);
     answer("Not gone: ", BoxAnswer::Ok); // no axis moves where one of them may not
     setUp.ranges[1].lowest = -1e9;
-    controllers.zeros[2]++;
+    const std::string zero = std::exchange(stageZ.zero, "another");
     press(idPlacesGo);
-    controllers.zeros[2]--;
+    stageZ.zero = zero;
     EXPECT_EQ(labCounters().moves, moves);
     setUp.ranges[1].lowest = ofController(stageY, -20.0);
     press(idPlacesGo);
@@ -100,16 +100,16 @@ TEST_F(PlacesTest, OfAControllerThatCountsAnewAreLost) {
 TEST_F(PlacesTest, ABrokenLineIsSaidAndStays) {
     remember("a, b");
     const std::string whole = contentOf("KST_Data/Places.ini");
-    const std::string broken = "place 7 = x 12.5.1, name odd\nrubbish\n";
+    const std::string broken = "place 7 = x 12.5.1 steps at 1 a um of COM3, name odd\nrubbish\n";
     writeDesktopFile("KST_Data/Places.ini", whole + broken);
     std::vector<std::string> refused;
     std::vector<Place> places = readPlaces(refused);
     ASSERT_EQ(places.size(), 1u);
     EXPECT_EQ(places[0].name, "a, b");
     ASSERT_EQ(refused.size(), 2u);
-    EXPECT_TRUE(refused[0].starts_with("Places.ini, line 6: x is a number of full steps"))
+    EXPECT_TRUE(refused[0].starts_with("Places.ini, line 2: x is no count of a controller"))
         << refused[0];
-    EXPECT_TRUE(refused[1].starts_with("Places.ini, line 7: \"rubbish\" is not")) << refused[1];
+    EXPECT_TRUE(refused[1].starts_with("Places.ini, line 3: \"rubbish\" is not")) << refused[1];
     EXPECT_EQ(remember("next").number, 8);
     EXPECT_TRUE(removePlace(places[0]));
     EXPECT_NE(contentOf("KST_Data/Places.ini").find(broken), std::string::npos);
