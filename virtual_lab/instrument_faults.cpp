@@ -59,14 +59,16 @@ static bool parseLockInFault(const std::string& line, LabFaults& faults) {
         if (device == "chopper") its.chopperStopped = known;
         if (device == "chopper" || device == "instrument" || !isMeant(device, who)) continue;
         std::istringstream number(detail.empty() ? "3000" : detail);
-        if (what == "unlocked" && detail.empty())
+        if (what == "unlocked" && detail.empty()) {
             known = its.unlocked = true;
-        else if (what == "overload" && detail == "filter")
-            known = its.filterOverload = true;
-        else if (what == "overload" && detail == "output")
+        } else if (what == "overload" && detail == "filter") {
+            known = true;
+            its.filterOverload = who == labSr830; // the SR860 has no bit for it
+        } else if (what == "overload" && detail == "output") {
             known = its.outputOverload = true;
-        else if (what == "slow")
+        } else if (what == "slow") {
             known = number >> its.slowMs && number.eof() && its.slowMs > 0;
+        }
     }
     return known && !(words >> extra);
 }

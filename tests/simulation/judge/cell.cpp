@@ -129,8 +129,10 @@ private:
         const bool grey = judge.laboratory.pixelFormat == "Mono8";
         const bool saturated = std::max(red, blue) >= 255;
         const double ratio = is.blue / is.red;
-        // Each part is a whole number, of a mean of a few pixels.
-        if (grey ? red != blue : !saturated && std::fabs(blue - ratio * red) > 1.5 * (1 + ratio))
+        // Each part is a whole number; light from noise that is cut off at 255 is missing.
+        if (grey ? red != blue
+                 : !saturated && std::fabs(blue - ratio * red) >
+                                     1.5 * (1 + ratio) + 0.04 * std::max(red, blue))
             judge.find(Rule::Picture, formatted("red %g, blue %g where the sample has %g, %g", red,
                                                 blue, is.red, is.blue));
         judge.count("colours judged");
@@ -293,7 +295,8 @@ private:
         if (!originKnown[static_cast<size_t>(axis)]) origin[static_cast<size_t>(axis)] = originUm;
         originKnown[static_cast<size_t>(axis)] = true;
         const double beside = originUm - origin[static_cast<size_t>(axis)];
-        if (std::fabs(beside) > scanMap.conditions->area.scanStep / 4)
+        const double ofMotorUm = judge.laboratory.drives[static_cast<size_t>(axis)].microstepUm();
+        if (std::fabs(beside) > scanMap.conditions->area.scanStep / 4 + ofMotorUm)
             judge.find(Rule::Cell, formatted("%s stood %.2f um from where cell %zu, %zu lies by "
                                              "the others of its scan",
                                              name, beside, c, m));
