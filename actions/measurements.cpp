@@ -20,15 +20,7 @@
 
 #include <cmath>
 
-LastOutcomes lastOutcomes;
-
 namespace {
-
-// Keeps it where it was measured: a process that could not begin leaves the one before.
-std::optional<Outcome> kept(std::optional<Outcome>& last, const std::optional<Outcome>& outcome) {
-    if (outcome) last = outcome;
-    return outcome;
-}
 
 Outcome focusLaser() {
     connectMissingCamera();
@@ -41,6 +33,7 @@ Outcome focusLaser() {
     if (!autoFocus(search) && !laserWasOn) setLaserLevel(0);
     Outcome outcome{.end = processEnd(), .lastWords = search.lastWords};
     if (!search.trouble.empty()) outcome.troubles.push_back(search.trouble);
+    if (outcome.isSound() && !search.completed) outcome.troubles.emplace_back("No focus found");
     return outcome;
 }
 
@@ -50,7 +43,6 @@ Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outc
     session.stopRequested = 0; // before the question: the window may be closed while it is asked
     Outcome outcome{.end = ProcessEnd::Declined};
     const XyOfScan xy; // another place than the one that the area was drawn at would be scanned
-    lastOutcomes.scan.reset();
     if (partialStageAccepted() && !session.stopRequested && prepare() && !session.stopRequested) {
         const RunningProcess running;
         setField(Field::StartButton, "Stop");
@@ -60,12 +52,10 @@ Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outc
         showMapWindow(channelPhotocurrent);
         outcome = scan();
     } else {
-        lastOutcomes.scan = outcome;
         return outcome;
     }
     setField(Field::StartButton, "Start");
     refreshPositions();
-    lastOutcomes.scan = outcome;
     return outcome;
 }
 
@@ -84,7 +74,7 @@ std::optional<Outcome> startMapping(Consent consent) {
 }
 
 std::optional<Outcome> startFocus() {
-    return kept(lastOutcomes.focus, runProcess("Focus", focusLaser));
+    return runProcess("Focus", focusLaser);
 }
 
 std::optional<Outcome> startSweep(const SweepPlan& plan) {
@@ -93,7 +83,7 @@ std::optional<Outcome> startSweep(const SweepPlan& plan) {
         saveIvCurve(false);
         return sweepRecord.outcome;
     };
-    return kept(lastOutcomes.sweep, runProcess("I-V curve", work, [] { saveIvCurve(true); }));
+    return runProcess("I-V curve", work, [] { saveIvCurve(true); });
 }
 
 std::optional<Outcome> startSeries(const SeriesPlan& plan) {
@@ -101,8 +91,7 @@ std::optional<Outcome> startSeries(const SeriesPlan& plan) {
         if (runSeries(plan).end != ProcessEnd::Declined) saveTimeEvolution(false);
         return sweepRecord.outcome;
     };
-    return kept(lastOutcomes.series,
-                runProcess("Time evolution", work, [] { saveTimeEvolution(true); }));
+    return runProcess("Time evolution", work, [] { saveTimeEvolution(true); });
 }
 
 std::optional<Outcome> startListRun(const std::function<Outcome()>& run) {
@@ -110,7 +99,7 @@ std::optional<Outcome> startListRun(const std::function<Outcome()>& run) {
         if (!partialStageAccepted()) return {.end = ProcessEnd::Declined};
         return run();
     };
-    return kept(lastOutcomes.list, runProcess("Scan list", work, saveRowAtForcedEnd));
+    return runProcess("Scan list", work, saveRowAtForcedEnd);
 }
 
 std::string farFocusQuestion(double targetUm) {
@@ -138,13 +127,18 @@ std::string moveStage(const StageTarget& to) {
     const bool lowers = to.z && *to.z < stageZ.positionUm;
     const bool raises = to.z && *to.z > stageZ.positionUm;
     std::string missed;
+    // A stop may come when a move has just ended.
+    const auto goesOn = [&missed, stops = session.moveStops] {
+        if (missed.empty() && session.moveStops != stops) missed = "stopped";
+        return missed.empty();
+    };
     if (lowers || raises) setSpeed(stageZ, setUp.focusSpeed);
     if (lowers && !moveTo(stageZ, *to.z)) missed = missedText(stageZ);
-    if (missed.empty() && !moveXYTo(to.x, to.y, motorSpeed)) missed = missedXyText();
+    if (goesOn() && !moveXYTo(to.x, to.y, motorSpeed)) missed = missedXyText();
     // A move of both axes ends up to 3 um before its target.
     for (const auto& [axis, um] : {std::pair{&stageX, to.x}, std::pair{&stageY, to.y}})
-        if (missed.empty() && !moveTo(*axis, um)) missed = missedText(*axis);
-    if (missed.empty() && raises && !moveTo(stageZ, *to.z)) missed = missedText(stageZ);
+        if (goesOn() && !moveTo(*axis, um)) missed = missedText(*axis);
+    if (goesOn() && raises && !moveTo(stageZ, *to.z)) missed = missedText(stageZ);
     if (windows.main) refreshPositions();
     return missed;
 }

@@ -11,12 +11,6 @@
 #include <optional>
 #include <string>
 
-// How the last of each kind has ended, whoever began it; nothing before.
-struct LastOutcomes {
-    std::optional<Outcome> scan, list, sweep, series, focus;
-};
-extern LastOutcomes lastOutcomes;
-
 // The work of a scan's process, from the questions before it to the start button after it: `scan`
 // when `prepare` has returned true.
 Outcome mapSample(const std::function<bool()>& prepare, const std::function<Outcome()>& scan);

@@ -29,12 +29,6 @@ struct {
     ScanArea area;
 } placed;
 
-bool isInForce() {
-    return scanArea.placed && placed.area.placed && scanArea.cols == placed.area.cols &&
-           scanArea.rows == placed.area.rows && scanArea.offsetXUm == placed.area.offsetXUm &&
-           scanArea.offsetYUm == placed.area.offsetYUm;
-}
-
 int32_t pointsAlong(double um, double step) {
     constexpr double rounding = 1e-6; // 0.3 um are three steps of 0.1 um
     return truncated(um / step + rounding) + 1;
@@ -52,10 +46,16 @@ ScanArea areaOf(const StageRectangle& of, double step) {
 
 } // namespace
 
+bool scanRectangleIsInForce() {
+    return scanArea.placed && placed.area.placed && scanArea.cols == placed.area.cols &&
+           scanArea.rows == placed.area.rows && scanArea.offsetXUm == placed.area.offsetXUm &&
+           scanArea.offsetYUm == placed.area.offsetYUm;
+}
+
 std::string setScanStep(double um) {
     if (!(um >= scanStepLowest && um <= scanStepHighest))
         return notWithin("step", scanStepLowest, scanStepHighest, "um");
-    if (isInForce()) {
+    if (scanRectangleIsInForce()) {
         const ScanArea area = areaOf(placed.rectangle, um);
         if (area.isTooLarge) return "more than 36 million points, take a larger step";
         scanArea = placed.area = area;
@@ -64,7 +64,7 @@ std::string setScanStep(double um) {
         computeScanArea(scanArea);
     }
     showScanSettings();
-    logEvent(formatted("Scan step %.1f um", scanArea.scanStep));
+    logEvent(formatted("Scan step %g um", scanArea.scanStep));
     allocateMaps();
     return {};
 }
@@ -75,20 +75,20 @@ std::string setScanRectangle(const StageRectangle& rectangle) {
     placed = {rectangle, area};
     scanArea = area;
     logEvent(
-        formatted("Scan area: %d x %d points, step %.1f um", area.cols, area.rows, area.scanStep));
+        formatted("Scan area: %d x %d points, step %g um", area.cols, area.rows, area.scanStep));
     allocateMaps();
     showInformation(formatted("%d min. expected", area.estimatedMinutes).c_str());
     return {};
 }
 
 StageRectangle scanRectangle() {
-    if (isInForce()) return placed.rectangle;
+    if (scanRectangleIsInForce()) return placed.rectangle;
     return {stageX.positionUm + scanArea.offsetXUm, stageY.positionUm + scanArea.offsetYUm,
             (scanArea.cols - 1) * scanArea.scanStep, (scanArea.rows - 1) * scanArea.scanStep};
 }
 
 void placeScanRectangle() {
-    if (!isInForce()) return;
+    if (!scanRectangleIsInForce()) return;
     scanArea = placed.area = areaOf(placed.rectangle, scanArea.scanStep);
 }
 
@@ -107,19 +107,20 @@ std::string setLaserIntensity(double uA) {
 }
 
 std::string setBias(float volts, float limitAmperes) {
-    if (!(std::fabs(volts) <= largestBias))
-        return notWithin("bias", static_cast<double>(-largestBias),
-                         static_cast<double>(largestBias), "V");
-    if (!(limitAmperes >= smallestLimit && limitAmperes <= largestLimit))
-        return notWithin("limit", static_cast<double>(smallestLimit),
-                         static_cast<double>(largestLimit), "A");
-    instrumentLink.biasVoltage = volts;
-    instrumentLink.currentLimit = limitAmperes;
+    if (!(std::fabs(static_cast<double>(volts)) <= largestBias))
+        return notWithin("bias", -largestBias, largestBias, "V");
+    if (!(limitAmperes >= static_cast<float>(smallestLimit) &&
+          limitAmperes <= static_cast<float>(largestLimit)))
+        return notWithin("limit", smallestLimit, largestLimit, "A");
     const SourceAnswer answer =
         applyBias(static_cast<double>(volts), static_cast<double>(limitAmperes));
-    if (answer.accepted()) return {};
-    showInformation(wordsOf(answer).c_str());
-    return wordsOf(answer);
+    if (!answer.accepted()) {
+        showInformation(wordsOf(answer).c_str());
+        return wordsOf(answer);
+    }
+    instrumentLink.biasVoltage = volts;
+    instrumentLink.currentLimit = limitAmperes;
+    return {};
 }
 
 namespace {

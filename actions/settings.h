@@ -8,9 +8,9 @@
 #include <string>
 
 // What the Keithley 2450 can source, and its limits of compliance.
-constexpr float largestBias = 210.0f;  // V
-constexpr float smallestLimit = 1e-9f; // A
-constexpr float largestLimit = 1.05f;
+constexpr double largestBias = 210.0;  // V
+constexpr double smallestLimit = 1e-9; // A
+constexpr double largestLimit = 1.05;
 
 // Where the operator may send the stage, to either side of zero, um.
 constexpr int32_t xyLimitUm = 10000;
@@ -36,11 +36,14 @@ StageRectangle scanRectangle();
 // been moved since.
 void placeScanRectangle();
 
+// Nobody has chosen another area since setScanRectangle.
+bool scanRectangleIsInForce();
+
 // As the window shows it, uA; at once where the laser is on.
 std::string setLaserIntensity(double uA);
 double highestLaserUa();
 
-// On the sample at once.
+// On the sample at once, and of scans once the source has taken it.
 std::string setBias(float volts, float limitAmperes);
 
 // Of the camera, which no longer adjusts them by itself then.

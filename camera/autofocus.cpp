@@ -276,6 +276,7 @@ int autoFocus(FocusState& state) {
     const bool reached = focusFactor(state) >= focusedFactor;
     // However bright the spot is: where Z did not go nobody has searched.
     const bool completed = reached && state.trouble.empty();
+    state.completed = completed;
     state.lastWords = completed ? "Focusing Completed!" : "Focusing incompleted!";
     if (!state.trouble.empty()) state.lastWords += " " + state.trouble;
     showInformation(state.lastWords.c_str());

@@ -10,6 +10,7 @@
 struct FocusState {
     char text[100] = {};                             // the status line of the sweep
     int32_t level = 0;                               // of the sweep, 0 (coarsest) to 6
+    bool completed = false;                          // the search has found the focus
     int32_t found = 0;                               // 1 when the last sweep found a peak
     PicturePoint blueCentre, redCentre, greenCentre; // of the three measuring squares
     int32_t pixelCount = 0;                          // summed for one channel

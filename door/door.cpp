@@ -25,6 +25,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -43,23 +44,37 @@ constexpr uint32_t pauseMs = 10;
 constexpr uint32_t soonMs = 1;
 constexpr unsigned darkPeriodMs = 200;
 
+constexpr unsigned settlingBit = 2, measuringBit = 16; // of the operation's register: SCPI-99
+
+struct Source {
+    float volts = 0.0f, limitAmperes = 0.0f;
+    bool operator==(const Source&) const = default;
+};
+
+Source presentSource() {
+    return {instrumentLink.biasVoltage, instrumentLink.currentLimit};
+}
+
 struct {
     bool listens = false;
     int32_t port = 0; // that it listens at
     std::unique_ptr<ScpiSession> client;
-    bool stepping = false; // the client's next commands wait
-    bool goesOn = false;   // there is more to do, a little later
-    bool leaving = false;  // it sends nothing more
-    bool closing = false;  // the connection ends when the present command has ended
+    int clientNumber = 0;    // counts them
+    size_t sentOfOutput = 0; // its first bytes
+    bool stepping = false;   // the client's next commands wait
+    bool goesOn = false;     // there is more to do, a little later
+    bool leaving = false;    // it sends nothing more
+    bool closing = false;    // the connection ends when the present command has ended
     // What it has begun.
     const char* name = "";
     std::function<std::optional<Outcome>()> pending;
     bool running = false;
-    bool paused = false; // by itself
     // What it has switched on outside of that.
     bool laser = false, bias = false;
     bool darkWanted = false; // whoever did it is gone
-    int logBudget = 0;       // lines of this minute
+    // The bias of scans and its limit before the client set them, and as it has set them.
+    std::optional<Source> sourceBefore, sourceSet;
+    int logBudget = 0; // lines of this minute
     uint64_t logMinute = 0;
     int leftOut = 0;
 } door;
@@ -84,15 +99,30 @@ void logCommand(const std::string& line) {
     logEvent("Script: " + printable);
 }
 
+void tellClient(int code, const std::string& words) {
+    logEvent("Script: error: " + words);
+    if (door.client) door.client->status.error(code, words);
+}
+
+// A reading behind it would look sound.
+void tellOfLaserThatWentOff() {
+    const std::string why = whyLaserIsDark();
+    tellClient(-200, "the laser has gone off: " +
+                         (why.empty() ? "switched off, or 50 s without a command" : why));
+}
+
 void showWhoHasCommand() {
+    const bool wentOff = door.laser && !laserIsOn();
     door.laser = door.laser && laserIsOn();
-    door.bias = door.bias && instrumentLink.bias.volts != 0.0f;
+    door.bias = door.bias && instrumentLink.bias.state != BiasState::Off;
+    if (wentOff && !door.running) tellOfLaserThatWentOff();
     const bool commands = door.running || door.pending || door.laser || door.bias;
     titleScript(commands ? "script in command" : door.client ? "script connected" : "");
 }
 
 std::string whatIsUnderWay() {
     if (!windows.main || forcedEnd.begun) return "the program ends";
+    if (session.goesToSleep) return "the computer goes to sleep";
     if (clientIsAtWork()) return std::string("not while ") + door.name + " runs";
     if (processUnderWay()) return "not while the operator's process runs";
     if (stageIsMoving()) return "not while the operator moves the stage";
@@ -108,21 +138,20 @@ void countAsInput() {
     liveViewState.noticeStands = stands;
 }
 
-ScpiFault mayHappen(const Verb& verb) {
-    if ((verb.needs & needsPermission) != 0 && !doorSettings.maySwitch)
+void darkenBehindClient();
+
+ScpiFault mayHappen(const Verb& verb, const Call& call) {
+    const bool switchesOff = call.given > 0 && call.numbers[0] == 0.0; // which is always allowed
+    if ((verb.needs & needsPermission) != 0 && !doorSettings.maySwitch && !switchesOff)
         return {-203, "\"Scan options\" do not let scripts switch laser and bias"};
     if ((verb.needs & needsIdle) == 0) return {};
     if (const std::string why = whatIsUnderWay(); !why.empty()) return {-221, why};
+    if (door.darkWanted) darkenBehindClient(); // not over what comes now
     countAsInput();
     return {};
 }
 
 // --- What the client has begun -------------------------------------------------------------------
-
-void tellClient(int code, const std::string& words) {
-    logEvent("Script: error: " + words);
-    if (door.client) door.client->status.error(code, words);
-}
 
 void tellEnd(const std::optional<Outcome>& outcome, const std::vector<std::string>& boxes) {
     for (const std::string& text : boxes) tellClient(-200, text);
@@ -130,6 +159,10 @@ void tellEnd(const std::optional<Outcome>& outcome, const std::vector<std::strin
     const bool declined = outcome->end == ProcessEnd::Declined && boxes.empty();
     if (declined || !outcome->endedBy.empty()) tellClient(-200, outcome->words());
     if (!outcome->notWritten.empty()) tellClient(-250, outcome->words());
+    // A map has its mask and its report, and a few doubtful points do not spoil it.
+    const bool told = declined || !outcome->endedBy.empty() || !outcome->notWritten.empty();
+    if (!told && !outcome->isSound() && std::string_view(door.name) != "a mapping")
+        tellClient(-230, outcome->words());
 }
 
 void pump();
@@ -137,22 +170,29 @@ void pump();
 void carryOutPending() {
     if (!door.pending) return;
     if (door.stepping) return callBehindInput(pauseMs);
-    const bool another = processUnderWay() || mainWindowIsHeld() || !windows.main;
-    // A wait of the operator's that is no process is over soon.
-    if (!another && (waitIsUnderWay() || stageIsMoving())) return callBehindInput(pauseMs);
+    const bool another =
+        stageIsBusy() || mainWindowIsHeld() || !windows.main || session.goesToSleep;
+    // A wait of the operator's that is neither a process nor a move is over soon.
+    if (!another && waitIsUnderWay()) return callBehindInput(pauseMs);
     const auto run = std::exchange(door.pending, nullptr);
     std::vector<std::string> boxes;
     std::optional<Outcome> outcome;
-    const ScpiSession* const whose = door.client.get();
+    const int whose = door.clientNumber;
     door.running = true;
-    door.paused = false;
     showWhoHasCommand();
     if (!another) {
+        // Short ones would not be seen between two commands.
+        if (door.client)
+            door.client->status.operation.follow(
+                settlingBit | (std::string_view(door.name) == "a move" ? 0u : measuringBit));
         const NobodyToAsk nobody(boxes);
         outcome = run();
     }
+    showWhoHasCommand(); // a laser that the process has switched off is no news
     door.running = false;
-    if (whose == door.client.get()) tellEnd(outcome, boxes); // the next client began nothing
+    if (whose == door.clientNumber) tellEnd(outcome, boxes); // the next client began nothing
+    if (!door.client) door.darkWanted = true;                // it went meanwhile
+    if (door.darkWanted) darkenBehindClient();
     showWhoHasCommand();
     pump();
 }
@@ -165,8 +205,7 @@ void darkenBehindClient() {
     if (lit && (programIsBusy() || door.pending)) return startTimer(Timer::Door, darkPeriodMs);
     stopTimer(Timer::Door);
     door.darkWanted = false;
-    if (!lit) return;
-    logEvent("Script: what it had switched on goes off behind it");
+    if (lit) logEvent("Script: what it had switched on goes off behind it");
     forgetClientsDoings();
 }
 
@@ -187,15 +226,16 @@ void hangUp(const char* why) {
 // False when the client is gone.
 bool sendAnswers() {
     std::string& output = door.client->output;
-    size_t sent = 0;
+    size_t& sent = door.sentOfOutput;
     while (sent < output.size()) {
         const int count = sendToClient(output.data() + sent, output.size() - sent);
         if (count < 0) return false;
-        if (count == 0) break;
+        if (count == 0) return true;
         sent += static_cast<size_t>(count);
     }
-    output.erase(0, sent);
-    if (output.empty()) output.shrink_to_fit(); // of a map
+    output.clear();
+    output.shrink_to_fit(); // of a map
+    sent = 0;
     return true;
 }
 
@@ -214,6 +254,7 @@ Came takeInput() {
 bool stepClient() {
     std::vector<std::string> boxes;
     const NobodyToAsk nobody(boxes);
+    showWhoHasCommand();
     followConditions(door.client->status);
     const bool stepped = door.client->step();
     for (const std::string& text : boxes) door.client->status.error(-200, text);
@@ -230,9 +271,9 @@ const char* pumpForAWhile() {
         const bool stepped = stepClient();
         if (door.client->wantsClosing()) return "closed, it was a browser's page";
         if (!stepped) {
-            if (!door.client->takesMore()) return nullptr;
+            if (door.leaving || !door.client->takesMore()) return nullptr;
             const Came came = takeInput();
-            if (came == Came::Gone) return "is gone";
+            if (came == Came::Gone) door.leaving = true; // its last answers still go out
             if (came == Came::Nothing) return sendAnswers() ? nullptr : "is gone";
         }
         if (tickCountMs() - began < longestStepMs) continue;
@@ -249,13 +290,16 @@ void pump() {
     const char* ended = pumpForAWhile();
     door.stepping = false;
     // Nobody waits for an answer that cannot be given now.
-    if (!ended && door.leaving && !door.goesOn) ended = "is gone";
+    if (!ended && door.leaving && !door.goesOn && door.client->output.empty()) ended = "is gone";
     if (ended) return hangUp(ended);
     showWhoHasCommand();
 }
 
 void connected() {
     logEvent("Script: connected");
+    ++door.clientNumber;
+    door.sentOfOutput = 0;
+    forgetChoices();
     door.client = std::make_unique<ScpiSession>(ScpiSession::World{.verbs = verbTable(),
                                                                    .mayHappen = mayHappen,
                                                                    .isUnderWay = clientIsAtWork,
@@ -263,9 +307,15 @@ void connected() {
     showWhoHasCommand();
 }
 
+// While there is more to do, only `called` goes on: each read would post the news of the next
+// bytes, and a client that sends without end would leave the window no share.
+void hasNews() {
+    if (!door.goesOn) pump();
+}
+
 void isLeaving() {
     door.leaving = true;
-    pump();
+    hasNews();
 }
 
 void called() {
@@ -275,9 +325,9 @@ void called() {
 
 constexpr TcpServerFace face{.connected = connected,
                              .refused = [] { logEvent("Script: a second one was closed"); },
-                             .readable = pump,
+                             .readable = hasNews,
                              .leaving = isLeaving,
-                             .writable = pump,
+                             .writable = hasNews,
                              .called = called};
 
 } // namespace
@@ -301,6 +351,7 @@ bool writeDoorSettings() {
 }
 
 void followDoorSettings() {
+    if (!doorSettings.maySwitch) forgetClientsDoings();
     if (door.listens && (!doorSettings.isOpen || door.port != doorSettings.port)) closeDoor();
     if (door.listens || !doorSettings.isOpen) return;
     const char* why = "";
@@ -352,10 +403,8 @@ std::string stopForClient() {
 
 std::string pauseForClient(bool pause) {
     if (!door.running || !processUnderWay()) return "nothing that the script has begun runs";
-    if (!pause && isPaused() && !door.paused) return "the operator has paused it";
-    door.paused = pause;
-    askForPause(pause ? PauseBehind::Point : PauseBehind::Nothing);
-    return {};
+    if (pauseIsOperators()) return pause ? "" : "the operator has paused it";
+    return askForPause(pause ? PauseBehind::Point : PauseBehind::Nothing, PauseBy::Script);
 }
 
 bool clientIsAtWork() {
@@ -374,12 +423,28 @@ void noteBiasOfClient(bool on) {
     door.bias = on;
 }
 
+void noteSourceBeforeClient() {
+    if (!door.sourceBefore) door.sourceBefore = presentSource();
+}
+
+void noteSourceOfClient() {
+    door.sourceSet = presentSource();
+}
+
 void forgetClientsDoings() {
     std::vector<std::string> boxes;
     const NobodyToAsk nobody(boxes);
     if (std::exchange(door.laser, false)) setLaserLevel(0);
     if (std::exchange(door.bias, false))
         applyBias(0.0, static_cast<double>(instrumentLink.currentLimit));
+    // The operator's next scan has his own bias, unless he has typed another since.
+    if (door.sourceBefore && door.sourceSet == presentSource()) {
+        instrumentLink.biasVoltage = door.sourceBefore->volts;
+        instrumentLink.currentLimit = door.sourceBefore->limitAmperes;
+        logEvent(formatted("Script: the bias of scans is %g V again",
+                           static_cast<double>(instrumentLink.biasVoltage)));
+    }
+    door.sourceBefore = door.sourceSet = {};
     showWhoHasCommand();
 }
 
@@ -388,10 +453,9 @@ bool programIsBusy() {
 }
 
 void followConditions(ScpiStatus& status) {
-    constexpr unsigned settling = 2, measuring = 16;           // SCPI-99
     constexpr unsigned voltage = 1, power = 8, doubtful = 512; // the last one is ours
-    status.operation.follow((stageIsMoving() || clientIsAtWork() ? settling : 0u) |
-                            (processUnderWay() ? measuring : 0u));
+    status.operation.follow((stageIsMoving() || clientIsAtWork() ? settlingBit : 0u) |
+                            (processUnderWay() ? measuringBit : 0u));
     status.questionable.follow((biasLeftOn().empty() ? 0u : voltage) |
                                (lightLeftOn().empty() ? 0u : power) |
                                (scanMap.outcome.trouble == troubleLine({}) ? 0u : doubtful));

@@ -56,7 +56,12 @@ bool clientBegins(const std::string& name); // it is that, and will be
 void noteLaserOfClient(bool on);
 void noteBiasOfClient(bool on);
 
-// *RST: what the client has switched on is off again.
+// Around each of its changes of the bias of scans or its limit: those of before come back when it
+// is gone.
+void noteSourceBeforeClient();
+void noteSourceOfClient();
+
+// *RST: what the client has switched on is off again, and the source as it was before it.
 void forgetClientsDoings();
 
 // Whether the program is in a process or a move: a reading would be in its way.

@@ -1,9 +1,9 @@
 // Answers with what has been measured.
 #include "door/measured.h"
 
-#include "actions/measurements.h"
 #include "camera/camera.h"
 #include "camera/display.h"
+#include "camera/live_view.h"
 #include "door/door.h"
 #include "instruments/ammeter.h"
 #include "lists/list_run.h"
@@ -52,10 +52,14 @@ const Plane* planeFor(const std::vector<Plane>& planes, const std::string& text)
     return nullptr;
 }
 
-std::string endOf(const std::optional<Outcome>& last) {
+std::string endOf(const char* process) {
+    const std::optional<Outcome> last = lastOutcomeOf(process);
     if (!last) return "IDLE";
-    const bool failed = last->end == ProcessEnd::Declined || last->end == ProcessEnd::Forced ||
-                        !last->endedBy.empty() || !last->notWritten.empty();
+    // A search that has met any trouble has not found the focus.
+    const bool lost = std::strcmp(process, focusProcess) == 0 && !last->isSound();
+    const bool failed = lost || last->end == ProcessEnd::Declined ||
+                        last->end == ProcessEnd::Forced || !last->endedBy.empty() ||
+                        !last->notWritten.empty();
     return failed ? "FAILED" : last->end == ProcessEnd::Finished ? "DONE" : "STOPPED";
 }
 
@@ -81,28 +85,30 @@ Reply sayUnits(const Call&) {
     return said(text);
 }
 
-std::string stateOf(const char* process, const std::optional<Outcome>& last) {
+std::string stateOf(const char* process, const char* begun) {
     const char* const runs = processUnderWayName();
-    if (runs && std::strcmp(runs, process) == 0) return "RUN";
-    return endOf(last);
+    if ((runs && std::strcmp(runs, process) == 0) || clientBegins(begun)) return "RUN";
+    return endOf(process);
 }
 
 Reply sayScanState(const Call&) {
     if (const std::optional<ScanProgress> now = scanProgress())
         return said(formatted("%s,%d,%d", isPaused() ? "PAUSED" : "RUN", now->done, now->of));
-    const bool begins = stateOf("Mapping", {}) == "RUN";
-    if (begins || clientBegins("a mapping"))
-        return said(formatted("RUN,0,%d", scanArea.totalPoints));
-    return said(endOf(lastOutcomes.scan));
+    const std::string state = stateOf(scanProcess, "a mapping");
+    return said(state == "RUN" ? formatted("RUN,0,%d", scanArea.totalPoints) : state);
 }
 
-Reply sayScanReport(const Call&) {
-    if (scanProgress()) return said(quoted("Mapping runs"));
-    return said(quoted(lastOutcomes.scan ? lastOutcomes.scan->words() : ""));
+Reply reportOf(const char* process) {
+    const char* const runs = processUnderWayName();
+    const bool isNow = runs && std::strcmp(runs, process) == 0;
+    if (isNow || (scanProgress() && std::strcmp(process, scanProcess) == 0))
+        return said(quoted(std::string(process) + " runs"));
+    const std::optional<Outcome> last = lastOutcomeOf(process);
+    return said(quoted(last ? last->words() : ""));
 }
 
 Reply sayListState(const Call&) {
-    std::string text = stateOf("Scan list", lastOutcomes.list);
+    std::string text = stateOf(listProcess, "a list");
     for (const std::string& how : listProgress.hows) text += "," + quoted(how);
     return said(text);
 }
@@ -170,7 +176,10 @@ Reply sayCurve(bool ofSeries) {
 }
 
 Reply sendPicture(const Call&) {
-    if (!programIsBusy()) grabFrames(cameraState, 1);
+    const bool busy = programIsBusy();
+    if (!busy) connectMissingCamera(); // let go when nobody has done anything for long
+    if (!busy) grabFrames(cameraState, 1);
+    if (!cameraState.connected || (!busy && !cameraState.fresh)) return refusal(-241, "no camera");
     const WindowContext window(windows.main);
     MemoryBitmap memory;
     const std::wstring path = dataFolders.dataRoot + L"\\picture for a script.tmp";

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <new>
 
 namespace {
 
@@ -25,6 +26,21 @@ bool isOfBrowser(std::string_view message, bool first) {
             return wanted == (c >= 'A' && c <= 'Z' ? c + 32 : c);
         });
     return (first && method) || hasHost;
+}
+
+// A browser's first bytes of an encrypted connection are none.
+bool isText(std::string_view message) {
+    return std::all_of(message.begin(), message.end(),
+                       [](char c) { return (c >= ' ' && c <= '~') || c == '\t' || c == '\r'; });
+}
+
+// A big answer must not end the program.
+Reply carriedOut(const Verb& verb, const Call& call) {
+    try {
+        return verb.carryOut(call);
+    } catch (const std::bad_alloc&) {
+        return refusal(-310, "not enough memory");
+    }
 }
 
 std::string listed(std::string_view words, std::string_view between) {
@@ -176,13 +192,13 @@ bool ScpiSession::isStop(const std::string& message) const {
     std::vector<std::string> from;
     return !fault && !all.empty() && std::all_of(all.begin(), all.end(), [&](const ScpiUnit& unit) {
         const Verb* verb = find(unit, fault, from);
-        return verb && (verb->needs & passesWaits) != 0;
+        return verb && (verb->needs & passesWaits) != 0 && unit.parameters.empty();
     });
 }
 
 void ScpiSession::begin(const MessageReader::Message& message) {
     const bool first = std::exchange(heardNothing, false);
-    if (isOfBrowser(message.text, first) || (first && message.tooLong)) {
+    if (isOfBrowser(message.text, first) || (first && (message.tooLong || !isText(message.text)))) {
         closes = true;
         return;
     }
@@ -263,10 +279,10 @@ void ScpiSession::carryOut(const Verb& verb, const ScpiUnit& unit) {
         status.error(fault.code, fault.words);
         return dropRest();
     }
-    if (!fault) fault = world.mayHappen(verb);
+    if (!fault) fault = world.mayHappen(verb, call);
     Reply reply;
     if (!fault) {
-        reply = verb.carryOut(call);
+        reply = carriedOut(verb, call);
         fault = reply.fault;
     }
     if (!unit.isQuery && verb.needs != needsNothing) {
@@ -282,5 +298,12 @@ void ScpiSession::carryOut(const Verb& verb, const ScpiUnit& unit) {
         heldAnswer = reply.answer;
         return;
     }
-    if (reply.answer) answer(*reply.answer);
+    if (!reply.answer) return;
+    const size_t before = output.size();
+    try {
+        answer(*reply.answer);
+    } catch (const std::bad_alloc&) {
+        output.resize(before);
+        status.error(-310, "not enough memory");
+    }
 }

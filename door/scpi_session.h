@@ -81,7 +81,8 @@ class ScpiSession {
 public:
     struct World {
         std::span<const Verb> verbs;
-        std::function<ScpiFault(const Verb&)> mayHappen = [](const Verb&) { return ScpiFault(); };
+        std::function<ScpiFault(const Verb&, const Call&)> mayHappen =
+            [](const Verb&, const Call&) { return ScpiFault(); };
         std::function<bool()> isUnderWay = [] { return false; }; // what the client has started
         std::function<void(const std::string&)> tell = [](const std::string&) {}; // the log
     };
@@ -93,7 +94,7 @@ public:
     bool step();
 
     // Whether more input can be taken: what has come is bounded.
-    bool takesMore() const { return reader.waitingBytes() < longestMessage; }
+    bool takesMore() const { return reader.waitingBytes() <= longestMessage; }
 
     // The other end is no client but a browser: nothing more is carried out.
     bool wantsClosing() const { return closes; }

@@ -65,10 +65,12 @@ const char* standardText(int code) {
 
 void ScpiStatus::error(int code, const std::string& words) {
     events |= bitOf(code);
-    if (errors.size() < mostErrors)
+    if (errors.size() < mostErrors) {
         errors.push_back(lineOf(code, words));
-    else
-        errors.back() = lineOf(-350, "");
+        return;
+    }
+    errors.back() = lineOf(-350, "");
+    events |= eventDeviceError;
 }
 
 std::string ScpiStatus::nextError() {

@@ -35,6 +35,11 @@ Reply saidNumber(double number) {
     return said(formatted("%.9g", number == 0.0 ? 0.0 : number));
 }
 
+// As short as it can be typed.
+Reply saidFloat(float number) {
+    return said(formatted("%.7g", static_cast<double>(number == 0.0f ? 0.0f : number)));
+}
+
 Reply saidSwitch(bool on) {
     return said(on ? "1" : "0");
 }
@@ -69,7 +74,9 @@ Reply goTo(const Call& call) {
     if (const std::string why = whyNotMoved(to, farFocus); !why.empty()) return refusal(-222, why);
     if (!farFocus.empty()) return refusal(-222, farFocus);
     beginForClient("a move", [to]() -> std::optional<Outcome> {
-        const std::string missed = moveStage(to);
+        std::string farOff; // another move may have come before
+        std::string missed = whyNotMoved(to, farOff);
+        if (missed.empty()) missed = farOff.empty() ? moveStage(to) : farOff;
         if (missed.empty()) return Outcome{};
         return Outcome{.end = ProcessEnd::Declined, .lastWords = "Not there", .troubles = {missed}};
     });
@@ -128,25 +135,63 @@ Reply putBias(const Call& call) {
     const auto volts = static_cast<float>(call.numbers[0]);
     if (volts != 0.0f && !selectedInstrument().applyBias)
         return refusal(-241, "the instrument is no source");
-    noteBiasOfClient(volts != 0.0f);
-    return unless(-240, setBias(volts, instrumentLink.currentLimit));
+    noteSourceBeforeClient();
+    if (volts != 0.0f) noteBiasOfClient(true);
+    const std::string refused = setBias(volts, instrumentLink.currentLimit);
+    noteSourceOfClient();
+    if (refused.empty() && volts == 0.0f) noteBiasOfClient(false);
+    return unless(-240, refused);
 }
 
 Reply limitCurrent(const Call& call) {
-    instrumentLink.currentLimit = static_cast<float>(call.numbers[0]);
-    // At once where a bias is on.
-    if (instrumentLink.bias.volts == 0.0f) return done();
-    return unless(-240, setBias(instrumentLink.bias.volts, instrumentLink.currentLimit));
+    noteSourceBeforeClient();
+    const auto limit = static_cast<float>(call.numbers[0]);
+    std::string refused;
+    if (instrumentLink.bias.volts == 0.0f)
+        instrumentLink.currentLimit = limit;
+    else // at once
+        refused = setBias(instrumentLink.bias.volts, limit);
+    noteSourceOfClient();
+    return unless(-240, refused);
 }
 
 // --- Scans ---------------------------------------------------------------------------------------
 
+struct {
+    bool area = false;
+    std::optional<ScanList> list;
+    double rangeVolts = 0.5;
+    int32_t quarterPoints = 50;
+    SeriesPlan series{5.0f, 2.0f, 3};
+} chosen;
+
+Reply chooseArea(const Call& call) {
+    const std::string refused =
+        setScanRectangle({call.numbers[0], call.numbers[1], call.numbers[2], call.numbers[3]});
+    chosen.area |= refused.empty();
+    return unless(-222, refused);
+}
+
+// The operator may have drawn another area since, and would be asked about that.
+std::string whyNotThisArea() {
+    const bool another = chosen.area && !scanRectangleIsInForce();
+    return another ? "the scan area is no longer the script's" : "";
+}
+
+Outcome notBegun(const char* process, const std::string& why) {
+    Outcome outcome{.end = ProcessEnd::Declined, .lastWords = why};
+    keepOutcome(process, outcome);
+    return outcome;
+}
+
 Reply beginScan(const Call&) {
+    if (const std::string why = whyNotThisArea(); !why.empty()) return refusal(-221, why);
     placeScanRectangle();
-    ScanPlan plan = presentPlan();
-    if (const std::string why = whyNotScanned(plan); !why.empty()) return refusal(-222, why);
-    lastOutcomes.scan.reset();
-    beginForClient("a mapping", [] {
+    if (const std::string why = whyNotScanned(presentPlan()); !why.empty())
+        return refusal(-222, why);
+    forgetOutcome("Mapping");
+    beginForClient("a mapping", []() -> std::optional<Outcome> {
+        if (const std::string why = whyNotThisArea(); !why.empty()) return notBegun("Mapping", why);
         placeScanRectangle();
         return startMapping(Consent::GivenBefore);
     });
@@ -167,13 +212,6 @@ template <int32_t ScanOptions::*value, size_t number> Reply takeOption(const Cal
 
 // --- Lists and curves ----------------------------------------------------------------------------
 
-struct {
-    std::optional<ScanList> list;
-    double rangeVolts = 0.5;
-    int32_t quarterPoints = 50;
-    SeriesPlan series{5.0f, 2.0f, 3};
-} chosen;
-
 Reply loadList(const Call& call) {
     const std::string& name = call.texts[0];
     if (name.empty() || name.find_first_of("\\/:*?\"<>|") != std::string::npos)
@@ -185,18 +223,28 @@ Reply loadList(const Call& call) {
     return done();
 }
 
+std::string whyNotListed(const ScanList& list) {
+    if (std::none_of(list.rows.begin(), list.rows.end(), [](const ListRow& row) { return row.on; }))
+        return "no row of the list is switched on";
+    const std::string other = otherSetUpOf(list);
+    return other.empty() ? "" : "the list was made under another set-up: " + other;
+}
+
 Reply beginList(const Call&) {
     if (!chosen.list) return refusal(-221, "LIST:LOAD comes first");
-    lastOutcomes.list.reset();
-    beginForClient("a list", [list = *chosen.list] {
-        return startListRun([&list] { return startScanList(list); });
+    if (const std::string why = whyNotListed(*chosen.list); !why.empty()) return refusal(-221, why);
+    forgetOutcome("Scan list");
+    beginForClient("a list", [list = *chosen.list]() -> std::optional<Outcome> {
+        if (const std::string why = whyNotListed(list); !why.empty())
+            return notBegun("Scan list", why);
+        return startListRun([&list] { return startScanList(list, Consent::GivenBefore); });
     });
     return done();
 }
 
 Reply beginSweep(const Call&) {
     if (!selectedInstrument().canSweep) return refusal(-241, "the instrument is no source");
-    lastOutcomes.sweep.reset();
+    forgetOutcome("I-V curve");
     const auto range = static_cast<float>(chosen.rangeVolts);
     const SweepPlan plan{range, range / static_cast<float>(chosen.quarterPoints),
                          chosen.quarterPoints};
@@ -205,14 +253,19 @@ Reply beginSweep(const Call&) {
 }
 
 Reply beginSeries(const Call&) {
-    lastOutcomes.series.reset();
+    forgetOutcome("Time evolution");
     beginForClient("a time evolution", [plan = chosen.series] { return startSeries(plan); });
     return done();
 }
 
 Reply beginFocus(const Call&) {
-    lastOutcomes.focus.reset();
-    beginForClient("a focus search", [] { return startFocus(); });
+    forgetOutcome("Focus");
+    beginForClient("a focus search", [] {
+        const bool wasOn = laserIsOn();
+        std::optional<Outcome> outcome = startFocus();
+        if (!wasOn && laserIsOn()) noteLaserOfClient(true); // it leaves it on
+        return outcome;
+    });
     return done();
 }
 
@@ -300,13 +353,13 @@ const std::vector<Verb> verbs = {
      "the number of the present one"},
     {"INSTrument:CATalog?", {}, needsNothing, listInstruments,
      "the names of all"},
-    {"SOURce:VOLTage", {{"bias", Number, "V", static_cast<double>(-largestBias), static_cast<double>(largestBias)}}, needsIdle | needsPermission, putBias,
+    {"SOURce:VOLTage", {{"bias", Number, "V", -largestBias, largestBias}}, needsIdle | needsPermission, putBias,
      "the bias, at once and of scans; a script that is gone leaves it at 0 V"},
-    {"SOURce:VOLTage?", {}, needsNothing, [](const Call&) { return saidNumber(static_cast<double>(instrumentLink.biasVoltage)); },
+    {"SOURce:VOLTage?", {}, needsNothing, [](const Call&) { return saidFloat(instrumentLink.biasVoltage); },
      "the bias of scans in V"},
-    {"SOURce:VOLTage:ILIMit", {{"limit", Number, "A", static_cast<double>(smallestLimit), static_cast<double>(largestLimit)}}, needsIdle | needsPermission, limitCurrent,
+    {"SOURce:VOLTage:ILIMit", {{"limit", Number, "A", smallestLimit, largestLimit}}, needsIdle | needsPermission, limitCurrent,
      "the source's current limit"},
-    {"SOURce:VOLTage:ILIMit?", {}, needsNothing, [](const Call&) { return saidNumber(static_cast<double>(instrumentLink.currentLimit)); },
+    {"SOURce:VOLTage:ILIMit?", {}, needsNothing, [](const Call&) { return saidFloat(instrumentLink.currentLimit); },
      "the same in A"},
     {"READ?", {}, needsIdle, readAllChannels,
      "a reading: the values of all channels in units of the SI; 9.91E37 stands for none"},
@@ -314,7 +367,7 @@ const std::vector<Verb> verbs = {
      "the units of READ?, one for each channel"},
 
     {"SCAN:AREA", {{"left", Number, "um", -xyLimitUm, xyLimitUm}, {"bottom", Number, "um", -xyLimitUm, xyLimitUm}, {"width", Number, "um", 0, 2 * xyLimitUm}, {"height", Number, "um", 0, 2 * xyLimitUm}}, needsIdle,
-     [](const Call& call) { return unless(-222, setScanRectangle({call.numbers[0], call.numbers[1], call.numbers[2], call.numbers[3]})); },
+     chooseArea,
      "the scan area on the stage: where the stage stands at the first point, and how far the points reach"},
     {"SCAN:AREA?", {}, needsNothing, [](const Call&) { const StageRectangle of = scanRectangle(); return said(formatted("%.9g,%.9g,%.9g,%.9g", of.left, of.bottom, of.width, of.height)); },
      "the same in um, whoever chose it"},
@@ -352,8 +405,8 @@ const std::vector<Verb> verbs = {
      "which channel of a lock-in amplifier the map shows"},
     {"SCAN:OPTions:CHANnel?", {}, needsNothing, [](const Call&) { return said(mainChannels[scanSettings.options.mainChannel]); },
      "the same"},
-    {"SCAN:STARt", {}, needsIdle, beginScan,
-     "begins the scan; whoever starts it vouches for its area, and nobody is asked"},
+    {"SCAN:STARt", {}, needsIdle | needsPermission, beginScan,
+     "begins the scan, laser on, with the bias of scans; whoever starts it vouches for its area, and nobody is asked"},
     {"SCAN:PAUSe", {}, passesWaits, [](const Call&) { return unless(-221, pauseForClient(true)); },
      "pauses it behind its present point, laser off"},
     {"SCAN:RESume", {}, passesWaits, [](const Call&) { return unless(-221, pauseForClient(false)); },
@@ -362,7 +415,7 @@ const std::vector<Verb> verbs = {
      "stops what the script has started; what is measured is saved"},
     {"SCAN:STATe?", {}, needsNothing, sayScanState,
      "IDLE, RUN,n,N of points, PAUSED,n,N, DONE, STOPPED or FAILED, whoever started it"},
-    {"SCAN:REPort?", {}, needsNothing, sayScanReport,
+    {"SCAN:REPort?", {}, needsNothing, sayReport<scanProcess>,
      "what the operator is told of the last scan"},
     {"SCAN:FILE?", {}, needsNothing, [](const Call&) { return said(quoted(scanMap.conditions ? narrowed(foldersOfMap().sessionFolder) : "")); },
      "the folder of the last scan's files"},
@@ -389,17 +442,19 @@ const std::vector<Verb> verbs = {
      "the same"},
     {"SWEep:STARt", {}, needsIdle | needsPermission, beginSweep,
      "begins the curve where the stage stands"},
-    {"SWEep:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("I-V curve", lastOutcomes.sweep)); },
+    {"SWEep:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("I-V curve", "an I-V curve")); },
      "IDLE, RUN, DONE, STOPPED or FAILED"},
+    {"SWEep:REPort?", {}, needsNothing, sayReport<sweepProcess>,
+     "what the operator is told of the last one"},
     {"SWEep:DATA?", {}, needsNothing, [](const Call&) { return sayCurve(false); },
      "the curve as a block of 32-bit numbers: V, A, V, A, ..."},
     {"TIME:ON", {{"time", Number, "s", 0, 10000}}, needsIdle, [](const Call& call) { chosen.series.onSeconds = static_cast<float>(call.numbers[0]); return done(); },
      "how long the laser is on in a light cycle"},
-    {"TIME:ON?", {}, needsNothing, [](const Call&) { return saidNumber(static_cast<double>(chosen.series.onSeconds)); },
+    {"TIME:ON?", {}, needsNothing, [](const Call&) { return saidFloat(chosen.series.onSeconds); },
      "the same in s"},
     {"TIME:OFF", {{"time", Number, "s", 0, 10000}}, needsIdle, [](const Call& call) { chosen.series.offSeconds = static_cast<float>(call.numbers[0]); return done(); },
      "how long it is off"},
-    {"TIME:OFF?", {}, needsNothing, [](const Call&) { return saidNumber(static_cast<double>(chosen.series.offSeconds)); },
+    {"TIME:OFF?", {}, needsNothing, [](const Call&) { return saidFloat(chosen.series.offSeconds); },
      "the same in s"},
     {"TIME:CYCLes", {{"count", Number, "", 1, 200, true}}, needsIdle, [](const Call& call) { chosen.series.repeats = static_cast<int32_t>(call.numbers[0]); return done(); },
      "light cycles"},
@@ -407,13 +462,15 @@ const std::vector<Verb> verbs = {
      "the same"},
     {"TIME:STARt", {}, needsIdle | needsPermission, beginSeries,
      "begins the time evolution where the stage stands"},
-    {"TIME:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("Time evolution", lastOutcomes.series)); },
+    {"TIME:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("Time evolution", "a time evolution")); },
      "IDLE, RUN, DONE, STOPPED or FAILED"},
+    {"TIME:REPort?", {}, needsNothing, sayReport<seriesProcess>,
+     "what the operator is told of the last one"},
     {"TIME:DATA?", {}, needsNothing, [](const Call&) { return sayCurve(true); },
-     "its samples as a block of 32-bit numbers: s, value, s, value, ... in units of the SI"},
+     "its samples as a block of 32-bit numbers: s, value, s, value, ... in the first unit of UNIT?"},
 
     {"CAMera:PICTure?", {}, needsNothing, sendPicture,
-     "the camera's picture as a block, a PNG file; during a scan the last one"},
+     "the camera's picture as a block, a PNG file; while something is under way the last one"},
     {"CAMera:GAIN", {{"gain", Number, "dB", gainLowest, gainHighest, true}}, needsIdle, [](const Call& call) { return unless(-240, setGain(static_cast<int>(call.numbers[0]))); },
      "the camera's gain; it no longer adjusts itself then"},
     {"CAMera:GAIN?", {}, needsNothing, [](const Call&) { return saidNumber(cameraState.gain); },
@@ -424,8 +481,10 @@ const std::vector<Verb> verbs = {
      "the same in us"},
     {"FOCus:STARt", {}, needsIdle | needsPermission, beginFocus,
      "begins the autofocus, which switches the laser on"},
-    {"FOCus:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("Focus", lastOutcomes.focus)); },
+    {"FOCus:STATe?", {}, needsNothing, [](const Call&) { return said(stateOf("Focus", "a focus search")); },
      "IDLE, RUN, DONE, STOPPED or FAILED"},
+    {"FOCus:REPort?", {}, needsNothing, sayReport<focusProcess>,
+     "what the operator is told of the last one"},
     {"SETup?", {}, needsNothing, [](const Call&) { return said(quoted(setUpWords(setUp))); },
      "what of the set-up is otherwise than as built"},
     {"LOG?", {{"lines", Number, "", 1, 1000, true, true}}, needsNothing, sendLog,
@@ -434,6 +493,10 @@ const std::vector<Verb> verbs = {
 // clang-format on
 
 } // namespace
+
+void forgetChoices() {
+    chosen = {};
+}
 
 std::span<const Verb> verbTable() {
     return verbs;

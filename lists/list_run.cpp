@@ -81,8 +81,9 @@ public:
 
 class ListRun {
 public:
-    explicit ListRun(ListPlace toRun, bool wasCutOff = false)
-        : place(std::move(toRun)), goesOnWithCutScan(wasCutOff), consented(wasCutOff) {}
+    ListRun(ListPlace toRun, bool wasCutOff, Consent consent)
+        : place(std::move(toRun)), goesOnWithCutScan(wasCutOff),
+          consented(consent == Consent::GivenBefore) {}
 
     Outcome run();
 
@@ -205,6 +206,7 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
         if (plan.confocal) connectMissingCamera();
         showMapWindow(channelPhotocurrent);
         outcome = runScan(plan);
+        keepOutcome("Mapping", outcome);
         if (!consented && outcome.end == ProcessEnd::Declined && outcome.troubles.empty())
             end = ProcessEnd::Declined;
         consented = true;
@@ -234,6 +236,7 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
             if (scanSettings.confocalEnabled) connectMissingCamera();
             showMapWindow(channelPhotocurrent);
             outcome = continueScan(left);
+            keepOutcome("Mapping", outcome);
         } else {
             outcome.troubles.push_back(fieldText(Field::Information, 200));
         }
@@ -519,8 +522,8 @@ std::string listUnderWay() {
     return underWay;
 }
 
-Outcome runScanList(ListPlace place) {
-    return ListRun(std::move(place)).run();
+Outcome runScanList(ListPlace place, Consent consent) {
+    return ListRun(std::move(place), false, consent).run();
 }
 
 Outcome continueScanList(ListPlace place) {
@@ -547,12 +550,12 @@ Outcome continueScanList(ListPlace place) {
         return told;
     }
     const bool written = recordEvent(place, "continued after it was cut off");
-    Outcome told = ListRun(std::move(place), true).run();
+    Outcome told = ListRun(std::move(place), true, Consent::GivenBefore).run();
     if (!written) told.notWritten.emplace_back("the list's record");
     return told;
 }
 
-Outcome startScanList(const ScanList& list) {
+Outcome startScanList(const ScanList& list, Consent consent) {
     session.stopRequested = 0;
     for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
     ScanList ofNow = list;
@@ -568,7 +571,7 @@ Outcome startScanList(const ScanList& list) {
         showInformation(told.lastWords.c_str());
         return told;
     }
-    return runScanList(std::move(place));
+    return runScanList(std::move(place), consent);
 }
 
 void saveRowAtForcedEnd() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "lists/list_record.h"
+#include "mapping/scan_plan.h"
 #include "session/outcome.h"
 
 // Measures what of the list is not done yet, row by row, in the block of runProcess: each row in a
@@ -9,10 +10,11 @@
 // are back afterwards, the stage where it stood, laser off, bias 0. A row that fails is recorded
 // with its cause, and the list goes on or ends as it says. A stop asks whether the row or the whole
 // list ends.
-Outcome runScanList(ListPlace place);
+// Its first map asks what "Start" asks, unless somebody has answered for it.
+Outcome runScanList(ListPlace place, Consent consent);
 
 // The same of a new list, from where the stage stands.
-Outcome startScanList(const ScanList& list);
+Outcome startScanList(const ScanList& list, Consent consent = Consent::OfTheOperator);
 
 // The same of one that was cut off, which under another set-up is refused before anything moves:
 // the stage goes to where it stood at the list's start, and the scan that was cut goes on in its

@@ -21,7 +21,8 @@ struct TcpServerFace {
 bool listenAt(uint16_t port, const TcpServerFace& face, const char*& why);
 void stopListening(); // closes the client, too; nothing happens without a port
 
-// What it has sent, at most `capacity` bytes. 0: nothing by now; -1: it is gone, and closed.
+// What it has sent, at most `capacity` bytes. 0: nothing by now; -1: it sends nothing more, and is
+// to be closed once it has its answers.
 int readFromClient(char* bytes, size_t capacity);
 
 // How much of it was taken; the rest is to be sent when `writable` is called. -1: it is gone.

@@ -15,6 +15,7 @@ namespace {
 struct {
     int holders = 0; // a list and the scan of its row
     PauseBehind wanted = PauseBehind::Nothing;
+    PauseBy by = PauseBy::Operator;
     bool paused = false;
 } pauseState;
 
@@ -36,14 +37,24 @@ CanPause::~CanPause() {
     showButton();
 }
 
-void askForPause(PauseBehind behind) {
-    if (pauseState.holders == 0) return showInformation("Only a mapping and a scan list can pause");
+std::string askForPause(PauseBehind behind, PauseBy by) {
+    if (pauseState.holders == 0) {
+        const std::string why = "Only a mapping and a scan list can pause";
+        showInformation(why.c_str());
+        return why;
+    }
     pauseState.wanted = behind;
+    pauseState.by = by;
     showButton();
     constexpr const char* words[] = {"No pause", "Pause behind the present point",
                                      "Pause behind the present row"};
     logEvent(words[static_cast<size_t>(behind)]);
     showInformation(words[static_cast<size_t>(behind)]);
+    return {};
+}
+
+bool pauseIsOperators() {
+    return pauseState.wanted != PauseBehind::Nothing && pauseState.by == PauseBy::Operator;
 }
 
 void switchPause() {

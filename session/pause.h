@@ -15,9 +15,14 @@ public:
     CanPause& operator=(const CanPause&) = delete;
 };
 
-// What the operator asks for; takes a pause that is asked for or has begun back with Nothing. Said
-// in the information text where no process that can pause is under way.
-void askForPause(PauseBehind behind);
+enum class PauseBy { Operator, Script };
+
+// What somebody asks for; takes a pause that is asked for or has begun back with Nothing. Empty, or
+// why not, which also stands in the information text: no process that can pause is under way.
+std::string askForPause(PauseBehind behind, PauseBy by = PauseBy::Operator);
+
+// A pause that is asked for or has begun is the operator's: nobody else may end it.
+bool pauseIsOperators();
 
 // "Pause", and "Resume" of one that is asked for or has begun.
 void switchPause();

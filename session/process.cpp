@@ -9,6 +9,7 @@
 #include "session/stay_awake.h"
 
 #include <cassert>
+#include <map>
 #include <utility>
 
 SessionState session;
@@ -23,6 +24,8 @@ struct {
     int moves = 0; // of the stage, one inside another
     ProcessEnd stopReason = ProcessEnd::Stopped;
 } process;
+
+std::map<std::string, Outcome> ended; // by name
 
 void logEnd(const char* name, const Outcome& outcome, uint64_t tookMs) {
     const char* how = outcome.end == ProcessEnd::Finished ? "ended" : nameOf(outcome.end);
@@ -41,10 +44,12 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     process.name = name;
     process.stopReason = ProcessEnd::Stopped;
     process.saveQuietly = std::move(saveQuietly);
+    forgetOutcome(name);
     stayAwakeFor(AwakeFor::Process, true);
     const Outcome outcome = work();
     assert(session.processRunning == 0 && process.moves == 0); // it ends as it began
     logEnd(name, outcome, tickCountMs() - start);
+    keepOutcome(name, outcome);
     stayAwakeFor(AwakeFor::Process, false);
     process.saveQuietly = {};
     process.underWay = false;
@@ -52,6 +57,24 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     if (process.closeWanted) destroyMainWindow();
     process.closeWanted = false;
     return outcome;
+}
+
+std::optional<Outcome> lastOutcomeOf(const std::string& name) {
+    const auto found = ended.find(name);
+    if (found == ended.end()) return {};
+    return found->second;
+}
+
+void keepOutcome(const std::string& name, const Outcome& outcome) {
+    ended[name] = outcome;
+}
+
+void forgetOutcome(const std::string& name) {
+    ended.erase(name);
+}
+
+void forgetOutcomes() {
+    ended.clear();
 }
 
 bool processUnderWay() {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 // The process holds the program in this object's block.
 class RunningProcess {
@@ -36,6 +37,13 @@ bool stageIsMoving();
 // be empty.
 std::optional<Outcome> runProcess(const char* name, const std::function<Outcome()>& work,
                                   std::function<void()> saveQuietly = {});
+
+// How the last process of that name has ended, whoever began it; nothing before, and from its begin
+// on. Likewise for what runs inside another one: a list's map.
+std::optional<Outcome> lastOutcomeOf(const std::string& name);
+void keepOutcome(const std::string& name, const Outcome& outcome);
+void forgetOutcome(const std::string& name);
+void forgetOutcomes();
 
 // From the first step of a process to its last, also where it does not hold `processRunning`.
 bool processUnderWay();

@@ -29,7 +29,8 @@ bool stopConfirmed() {
 }
 
 // What one message makes of a wait, or that the wait goes on; behind a key that has moved the focus
-// it looks at the time, so that one that is held down does not hold the wait.
+// and one of a script's connection it looks at the time: a key that is held down, or a script that
+// sends without end, does not hold the wait.
 constexpr int goOn = -1, lookAtTime = -2;
 
 // A key held down repeats inside the wait of its own move: those repeats are dropped.
@@ -45,14 +46,18 @@ void nudgeFocus(double um) {
 int handleWhileIdle(const Message& message) {
     if (message.id == messageLeftButtonDown) {
         session.stageHooks.stopAll();
+        ++session.moveStops;
         return waitInterrupted;
     }
     const bool open = windows.main != nullptr;
     session.moveStopRequested = 0;
     dispatchMessage(message);
-    if (std::exchange(session.moveStopRequested, 0) != 0) return waitInterrupted;
-    return open && !windows.main ? int{waitInterrupted}
-                                 : goOn; // closed: nobody is there to wait for
+    if (std::exchange(session.moveStopRequested, 0) != 0) {
+        ++session.moveStops;
+        return waitInterrupted;
+    }
+    if (open && !windows.main) return waitInterrupted; // closed: nobody is there to wait for
+    return isOfTcpServer(message) ? lookAtTime : goOn;
 }
 
 // The click that the question has held back. Its end went to the question, and is made up for.
@@ -79,7 +84,7 @@ int handleWhileProcessRuns(const Message& message) {
         dispatchMessage(message);
     // Closing the window stops the process too; what was asked for earlier has been seen already.
     if (session.stopRequested && !stopBefore) return waitStopped;
-    return nudge ? lookAtTime : goOn;
+    return nudge || isOfTcpServer(message) ? lookAtTime : goOn;
 }
 
 int waits = 0; // one inside another

@@ -20,6 +20,12 @@ struct SessionState {
     // 1 once a script has stopped a move of the stage outside of a process: the wait of the move
     // ends as at a click.
     int32_t moveStopRequested = 0;
+    // How often somebody has stopped a move outside of a process: what goes in several moves looks
+    // whether it is more than at its begin.
+    int32_t moveStops = 0;
+    // From the news that the computer goes to sleep or Windows ends the session on, until it is
+    // awake again: nobody lights up or moves any more.
+    bool goesToSleep = false;
     StageHooks stageHooks;
 };
 

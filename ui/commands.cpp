@@ -527,6 +527,7 @@ void onClose() {
 
 void onSessionEnd() {
     session.stopRequested = 1;
+    session.goesToSleep = true;
     // Before any file: a desktop that lies elsewhere may not answer any more.
     darkenAtOnce();
     stopAllStages();
@@ -539,6 +540,7 @@ void onSessionEnd() {
 }
 
 void onSuspend() {
+    session.goesToSleep = true;
     const bool dark = darkenAtOnce();
     stopAllStages();
     flushJournal();
@@ -549,6 +551,7 @@ void onSuspend() {
 }
 
 void onResume() {
+    session.goesToSleep = false;
     logEvent("The computer is awake again");
     renewLaserBoard();
     const std::string lit = lightLeftOn();

@@ -97,7 +97,6 @@ def main():
     print(scope.ask("*IDN?"))
     before = scope.ask("LAS:LEV?")
     home = [float(each) for each in scope.ask("STAG:POS?").split(",")]
-    unit = scope.ask("UNIT?").split(",")[0].strip('"')
     scope.tell(f"SCAN:AREA {chosen.area};STEP {chosen.step}")
     results = []
     for power in (float(each) for each in chosen.powers.split(",")):
@@ -105,6 +104,7 @@ def main():
         scope.tell("SCAN:STAR")
         scope.await_end("SCAN:STAT?")
         values, mask = scope.map()
+        unit = scope.ask("SCAN:CHAN?").split(",")[1].strip('"')
         report = scope.ask("SCAN:REP?")
         print(f"{power} uA: {np.nanmin(values):.4g} to {np.nanmax(values):.4g} {unit}, {report}")
         name = f"map_{power:g}uA"

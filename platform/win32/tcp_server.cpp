@@ -37,8 +37,18 @@ void takeClient() {
     const BOOL atOnce = TRUE; // an answer is not held back until the next one
     setsockopt(came, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&atOnce),
                sizeof atOnce);
-    WSAAsyncSelect(came, server.window, messageSocket, FD_READ | FD_WRITE | FD_CLOSE);
+    if (WSAAsyncSelect(came, server.window, messageSocket, FD_READ | FD_WRITE | FD_CLOSE) != 0)
+        return closeSocket(server.client); // nobody would hear it
     server.face.connected();
+}
+
+// The news of a close may be of a socket that had the same number before; and what was sent before
+// it is to be read first.
+void hearOfClose() {
+    char next;
+    const int count = recv(server.client, &next, 1, MSG_PEEK);
+    if (count > 0) return server.face.readable();
+    if (count == 0 || WSAGetLastError() != WSAEWOULDBLOCK) server.face.leaving();
 }
 
 LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -49,7 +59,7 @@ LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lPar
         // News of a client that was closed meanwhile may still be waiting.
         if (socket != server.client) return 0;
         if (event == FD_READ) server.face.readable();
-        if (event == FD_CLOSE) server.face.leaving();
+        if (event == FD_CLOSE) hearOfClose();
         if (event == FD_WRITE) server.face.writable();
         return 0;
     }
@@ -118,15 +128,12 @@ void stopListening() {
     WSACleanup();
 }
 
-// What the far end has sent before it closed is read first.
 int readFromClient(char* bytes, size_t capacity) {
     if (server.client == INVALID_SOCKET) return -1;
     const int count =
         recv(server.client, bytes, static_cast<int>(std::min<size_t>(capacity, INT_MAX)), 0);
     if (count > 0) return count;
-    if (count == SOCKET_ERROR && WSAGetLastError() == WSAEWOULDBLOCK) return 0;
-    closeSocket(server.client);
-    return -1;
+    return count == SOCKET_ERROR && WSAGetLastError() == WSAEWOULDBLOCK ? 0 : -1;
 }
 
 int sendToClient(const char* bytes, size_t count) {

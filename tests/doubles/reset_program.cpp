@@ -64,7 +64,7 @@ void resetProgram() {
     closeDoor();
     doorSettings = {};
     resetClient();
-    lastOutcomes = {};
+    forgetOutcomes();
     releaseDevices();
     forgetLights();
     session = {};

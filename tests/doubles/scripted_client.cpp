@@ -127,10 +127,7 @@ void stopListening() {
 int readFromClient(char* bytes, size_t capacity) {
     if (!server.connected) return -1;
     const size_t count = std::min(capacity, server.toProgram.size());
-    if (count == 0 && server.left) {
-        server.connected = false;
-        return -1;
-    }
+    if (count == 0 && server.left) return -1;
     std::memcpy(bytes, server.toProgram.data(), count);
     server.toProgram.erase(0, count);
     return static_cast<int>(count);

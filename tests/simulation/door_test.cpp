@@ -2,12 +2,14 @@
 #include "app/program.h"
 #include "door/door.h"
 #include "door/verbs.h"
+#include "instruments/ammeter.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/session_state.h"
 #include "tests/simulation/whole_run.h"
@@ -266,4 +268,79 @@ TEST_F(Door, DarkensBehindAScriptThatIsGone) {
          });
     run();
     EXPECT_TRUE(lit);
+}
+
+// Taken away or gone: its laser and its bias go off, and the operator's next scan has his own.
+TEST_F(Door, GivesBackWhatItHasSwitchedAndSet) {
+    closesAtEnd = false;
+    converse({"INST 4;:SOUR:VOLT 0.1;VOLT:ILIM 1e-6;:LAS ON;:SOUR:VOLT?;VOLT:ILIM?", "LAS OFF",
+              "SOUR:VOLT 0;:SYST:ERR?", "SOUR:VOLT 1;:SYST:ERR?", "SCAN:STAR;:SYST:ERR?"});
+    float before = 0.0f;
+    when([] { return portIsOpen(); }, [&] { before = instrumentLink.biasVoltage; });
+    when([this] { return answers.size() == 1; },
+         [&] {
+             EXPECT_NEAR(labBiasVolts(), 0.1, 1e-6);
+             whileDialogOpen = [&] {
+                 checkInDialog(idScriptsSwitchCheck, false);
+                 pressInDialog(idSet);
+                 EXPECT_EQ(labBiasVolts(), 0.0);
+                 EXPECT_FALSE(laserIsOn());
+                 EXPECT_EQ(instrumentLink.biasVoltage, before);
+             };
+             postCommand(idScanOptions);
+         });
+    when([this] { return answers.size() == 4; }, [] { post(messageClose); });
+    run();
+    ASSERT_EQ(answers.size(), 4u);
+    EXPECT_EQ(answers[0], "0.1;1e-06");
+    EXPECT_EQ(answers[1], "0,\"No error\""); // off is always allowed
+    EXPECT_EQ(answers[2].substr(0, 5), "-203,");
+    EXPECT_EQ(answers[3].substr(0, 5), "-203,");
+}
+
+// The operator's pause is his to end, and an area that he has drawn since his to scan.
+TEST_F(Door, TakesNothingOutOfTheOperatorsHands) {
+    closesAtEnd = false;
+    converse({"INST 4;:SWE:STAR;STAT?", "~500", "SCAN:PAUS;:SYST:ERR?", "STAG:STOP;*OPC?",
+              "SWE:STAT?", "INST 0;*CLS;:SCAN:AREA 0,0,10,6;:SCAN:STAR;STAT?"});
+    when([this] { return answers.size() == 5 && labCounters().analogReads > 5; },
+         [this] {
+             postCommand(idPause);
+             when([] { return isPaused(); },
+                  [this] {
+                      clientSends("SCAN:RES;:SYST:ERR?;:SCAN:STAT?\n");
+                      when([this] { return (heard += clientHears()).ends_with('\n'); },
+                           [] {
+                               EXPECT_TRUE(isPaused());
+                               postCommand(idPause);
+                               when([] { return !processUnderWay(); },
+                                    [] {
+                                        answer("Do you want to set it for next scan area",
+                                               BoxAnswer::Yes);
+                                        postDrag(300, 300, 400, 380);
+                                        in(1000, [] { clientSends("SCAN:STAR;:SYST:ERR?\n"); });
+                                        in(3000, [] { post(messageClose); });
+                                    });
+                           });
+                  });
+         });
+    run();
+    heard += clientHears();
+    ASSERT_EQ(answers.size(), 5u);
+    EXPECT_EQ(answers[0], "RUN"); // from its command on
+    EXPECT_EQ(answers[1], "-221,\"Settings conflict;Only a mapping and a scan list can pause\"");
+    EXPECT_EQ(answers[3], "STOPPED");
+    EXPECT_EQ(answers[4], "RUN,0,24");
+    EXPECT_NE(heard.find("the operator has paused it"), std::string::npos) << heard;
+    EXPECT_NE(heard.find("PAUSED,"), std::string::npos) << heard;
+    EXPECT_NE(heard.find("no longer the script's"), std::string::npos) << heard;
+}
+
+// A megabyte in a line is one error, and what comes behind it is heard.
+TEST_F(Door, HearsWhatComesBehindALineThatIsTooLong) {
+    converse({"*CLS", std::string(65535, 'x'), std::string(65536, 'x'), std::string(1 << 20, 'x'),
+              "SYST:ERR:COUN?;NEXT?"});
+    run();
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0].substr(0, 2), "3;");
 }
