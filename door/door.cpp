@@ -269,7 +269,7 @@ const char* pumpForAWhile() {
         if (!sendAnswers()) return "is gone";
         if (door.closing) return "closed, scripts are no longer let in";
         const bool stepped = stepClient();
-        if (door.client->wantsClosing()) return "closed, it was a browser's page";
+        if (const char* why = door.client->wantsClosing()) return why;
         if (!stepped) {
             if (door.leaving || !door.client->takesMore()) return nullptr;
             const Came came = takeInput();

@@ -96,8 +96,13 @@ public:
     // Whether more input can be taken: what has come is bounded.
     bool takesMore() const { return reader.waitingBytes() <= longestMessage; }
 
-    // The other end is no client but a browser: nothing more is carried out.
-    bool wantsClosing() const { return closes; }
+    // Why nothing more is carried out: the other end is no client but a browser, or lost its place.
+    // Null while all is well.
+    const char* wantsClosing() const {
+        return closes            ? "closed, it was a browser's page"
+               : reader.isLost() ? "closed, it announced a block of more than 64 KB"
+                                 : nullptr;
+    }
 
     bool isWaiting() const { return held != Held::No; }
 

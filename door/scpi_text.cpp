@@ -43,7 +43,7 @@ void MessageReader::take(std::string_view bytes) {
 }
 
 std::optional<MessageReader::Message> MessageReader::next() {
-    while (!ready && begin < waiting.size()) takeByte(waiting[begin++]);
+    while (!ready && !isLost() && begin < waiting.size()) takeByte(waiting[begin++]);
     return std::exchange(ready, std::nullopt);
 }
 
@@ -94,10 +94,15 @@ void MessageReader::takeByte(char byte) {
             break;
         }
         blockLeft = blockLeft * 10 + static_cast<size_t>(byte - '0');
-        if (--lengthDigits == 0) state = blockLeft > 0 ? State::Block : State::Parameter;
+        if (--lengthDigits > 0) break;
+        state = blockLeft > longestMessage ? State::Lost
+                : blockLeft > 0            ? State::Block
+                                           : State::Parameter;
         break;
     case State::Block:
         if (--blockLeft == 0) state = State::Parameter;
+        break;
+    case State::Lost:
         break;
     }
 }

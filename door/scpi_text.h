@@ -13,7 +13,8 @@
 constexpr size_t longestMessage = 65536;
 
 // Cuts what comes into messages at their line feeds. A line feed inside a block of bytes ("#14...")
-// ends none.
+// ends none; of a block longer than any message nobody knows where it ends, and what follows might
+// be taken for commands: no message comes any more then.
 class MessageReader {
 public:
     void take(std::string_view bytes);
@@ -28,11 +29,13 @@ public:
 
     size_t waitingBytes() const { return waiting.size() - begin + text.size(); }
 
+    bool isLost() const { return state == State::Lost; }
+
 private:
     void takeByte(char byte);
     void endMessage();
 
-    enum class State { Header, Blank, Parameter, Quoted, Hash, Length, Block };
+    enum class State { Header, Blank, Parameter, Quoted, Hash, Length, Block, Lost };
     std::string waiting; // not looked at before `begin`
     size_t begin = 0;
     std::string text; // of the message that has begun

@@ -286,6 +286,8 @@ const std::vector<Verb> verbs = {
      "sets bit 0 of *ESR? when what the script has started has ended"},
     {"*OPC?", {}, needsNothing, [](const Call&) { Reply reply = said("1"); reply.waits = true; return reply; },
      "answers 1 when what the script has started has ended; another message gives the answer up (-410)"},
+    {"*OPT?", {}, needsNothing, [](const Call&) { return said("0"); },
+     "the options that are built in: none"},
     {"*RST", {}, needsIdle, [](const Call& call) { forgetClientsDoings(); call.session.completeWanted = false; return done(); },
      "laser and bias that the script has switched on go off; the operator's settings stay"},
     {"*SRE", {{"mask", Number, "", 0, 255, true}}, needsNothing, [](const Call& call) { call.session.status.serviceEnabled = masked(call, 191); return done(); },

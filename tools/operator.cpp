@@ -298,7 +298,10 @@ std::vector<std::vector<double>> readMap(const fs::path& file) {
         std::istringstream values(line);
         double value = 0;
         char comma = 0;
-        while (values >> value >> comma) row.push_back(value);
+        while (values >> value) {
+            row.push_back(value);
+            values >> comma; // none behind the last one of a script's file
+        }
         map.push_back(row);
     }
     return map;

@@ -212,6 +212,17 @@ TEST_F(Scpi, BoundsWhatAClientCanMakeItKeep) {
     EXPECT_EQ(send("").back(), '\n');
 }
 
+TEST_F(Scpi, HangsUpWhereABlockNeverEnds) {
+    EXPECT_EQ(error().substr(0, 2), "0,");
+    EXPECT_EQ(send("SCAN:STEP #565536" + std::string(65536, '\n') + "\n"), "");
+    EXPECT_FALSE(session.wantsClosing());
+    EXPECT_EQ(error().substr(0, 4), "-363");
+    EXPECT_EQ(send("SCAN:STEP?\nSCAN:STEP #9999999999\nSCAN:AREA 1\nSCAN:STEP?\n"), "0.000000\n");
+    EXPECT_EQ(send(std::string(1 << 20, '\n') + "SCAN:AREA 1\n"), "");
+    EXPECT_TRUE(session.wantsClosing());
+    EXPECT_EQ(done_, "");
+}
+
 TEST_F(Scpi, HangsUpOnABrowser) {
     for (const char* text : {"POST / HTTP/1.1\r\n", "GET /SCAN:STEP HTTP/1.1\n", "HOST: a\n"}) {
         ScpiSession other{{.verbs = table}};

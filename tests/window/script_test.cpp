@@ -26,7 +26,7 @@ protected:
         ASSERT_EQ(map.size(), 6u) << path;
         const LabPixel spot = labSpotPixel();
         for (size_t r = 0; r < map.size(); ++r) {
-            ASSERT_GE(map[r].size(), 8u); // the area is laid by whole pixels of the picture
+            ASSERT_EQ(map[r].size(), 9u);
             for (size_t column = 0; column < map[r].size(); ++column) {
                 const double x = left + 4.0 * static_cast<double>(column) +
                                  (spot.column - labCentreColumn) * labUmPerPixel;
