@@ -6,7 +6,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 
 cmake/install_missing.sh cmake ninja-build g++ g++-mingw-w64-x86-64-posix googletest libgtest-dev \
     wine wine64 xvfb socat gwyddion gcc-avr avr-libc libsimavr-dev \
-    python3-pyvisa python3-pyvisa-py python3-numpy python3-matplotlib
+    python3-pyvisa python3-pyvisa-py python3-numpy python3-matplotlib \
+    python3-xarray python3-netcdf4
 
 mkdir -p build
 for preset in firmware native windows; do

@@ -11,7 +11,8 @@
 #   --documents     fail when the program has left no .gwy file, or one that Gwyddion cannot open
 #                   and make a picture of
 #   --night         docs/examples/night.py is the program's script, at the port of $LUMASCAN_PORT;
-#                   what it makes lies in the folder of $LUMASCAN_NIGHT
+#                   what it makes lies in the folder of $LUMASCAN_NIGHT. Then its scans must be the
+#                   same in the netCDF file that docs/examples/gwy_to_netcdf.py makes of them
 #   --show          use the display of $DISPLAY where there is one
 #   --screen WxH    the screen's size in pixels (2600x1400)
 #   --dpi N         its resolution, where Windows scales the text (96)
@@ -209,5 +210,9 @@ if [[ $documents == yes && $code == 0 ]]; then
         fi 3>&1 >>"$folder/gwyddion.log" 2>&1
     done < <(find "$WINEPREFIX/drive_c/users" -name '*.gwy' -print0)
     ((opened)) || { echo "no .gwy file to open" && code=1; }
+fi
+if [[ $night == yes && $code == 0 ]]; then
+    data=$(find "$WINEPREFIX/drive_c/users" -type d -name KST_Data)
+    /usr/bin/python3 "$root/tests/window/netcdf_check.py" "$data" "$folder/night" 2>&1 || code=1
 fi
 exit "$code"
