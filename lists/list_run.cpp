@@ -94,6 +94,7 @@ private:
     Outcome measureMap(const ListRow& row, const std::string& where);
     std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
     Outcome measureCurve(const ListRow& row, const std::string& where);
+    double heightOf(const ListRow& row) const;
     std::string goTo(const ListRow& row);
     std::string goToCutMap(const ListRow& row, const ScanArea& area);
     void placeFocus(const ListRow& row, ScanPlan& plan) const;
@@ -165,10 +166,15 @@ Outcome declined(const std::string& why) {
     return {.end = ProcessEnd::Declined, .lastWords = "Not measured", .troubles = {why}};
 }
 
-// A map finds its own way in X and Y.
+double ListRun::heightOf(const ListRow& row) const {
+    return row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
+}
+
+// A map finds its own way in X and Y, but does not come nearer to the objective over another place.
 std::string ListRun::goTo(const ListRow& row) {
-    const double z = row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
-    if (row.kind == ListKind::Map) return travelTo({stageX.positionUm, stageY.positionUm, z});
+    const double z = heightOf(row);
+    if (row.kind == ListKind::Map && z <= stageZ.positionUm)
+        return travelTo({stageX.positionUm, stageY.positionUm, z});
     return travelTo({byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z});
 }
 
@@ -180,13 +186,12 @@ void ListRun::placeFocus(const ListRow& row, ScanPlan& plan) const {
 
 // To where the points that a scan counts from there are those of the row.
 std::string ListRun::goToCutMap(const ListRow& row, const ScanArea& area) {
-    if (std::string missed = goTo(row); !missed.empty()) return missed;
     constexpr uint32_t restsMs = 200; // two axes arrive up to 3 um before it
-    const bool came = moveXYTo(byProgram(stageX, row.xUm) - area.offsetXUm,
-                               byProgram(stageY, row.yUm) - area.offsetYUm, motorSpeed);
+    std::string missed = travelTo({byProgram(stageX, row.xUm) - area.offsetXUm,
+                                   byProgram(stageY, row.yUm) - area.offsetYUm, heightOf(row)});
     waitResponsive(restsMs);
     for (StageAxis* axis : {&stageX, &stageY}) readPosition(*axis);
-    return came ? "" : missedXyText();
+    return missed;
 }
 
 Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {

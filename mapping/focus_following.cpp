@@ -23,6 +23,11 @@ double riseOf(const FocusSlopes& slopes, double dx, double dy) {
     return slopes.perX * dx + slopes.perY * dy;
 }
 
+// From the start, um, on the way to a place so far above it.
+double farthestOnWay(double rise) {
+    return std::max(std::fabs(rise), rise + aboveUm);
+}
+
 } // namespace
 
 std::string whyNotFollowed(const ScanPlan& plan) {
@@ -38,7 +43,7 @@ std::string whyNotFollowed(const ScanPlan& plan) {
         for (const double y : {0.0, height}) {
             const double rise = riseOf(slopes, area.offsetXUm + x - slopes.fromXUm,
                                        area.offsetYUm + y - slopes.fromYUm);
-            if (std::fabs(rise) > farthestFocusUm)
+            if (farthestOnWay(rise) > farthestFocusUm)
                 return formatted("the focus plane leads Z %.1f um from the start, %.0f are allowed",
                                  rise, farthestFocusUm);
             for (const double above : {0.0, aboveUm})
@@ -88,7 +93,7 @@ void FocusFollower::goTo(double x, double y) {
     takeOperatorsMoves();
     const double target = targetAt(x, y);
     if (standsAtUm && std::fabs(target - *standsAtUm) <= outOfFocusUm) return;
-    const bool tooFar = std::fabs(target - startZ) > farthestFocusUm;
+    const bool tooFar = farthestOnWay(target - startZ) > farthestFocusUm;
     if (!tooFar && !stageZ.placeLost && stageZ.axisNumber != 0 && moveZ(target)) {
         standsAtUm = target;
         return takeOperatorsMoves(); // of the move's own time

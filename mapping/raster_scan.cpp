@@ -220,8 +220,10 @@ RowStart Scan::goToRow(double y) {
     RowStart row;
     const double runIn = plan.runInUm();
     const double runInX = startX - runIn;
+    const double lastX = startX + (area.cols - 1) * area.scanStep;
+    if (!session.stopRequested) focus.withdrawForRow(startX, lastX, y);
     if (!moveXYTo(runInX, y, motorSpeed, timing)) showProgress("Motor range limited");
-    if (!session.stopRequested) focus.goToRow(startX, startX + (area.cols - 1) * area.scanStep, y);
+    if (!session.stopRequested) focus.goToRow(startX, lastX, y);
     biasWatch.read(
         readPhotocurrent()); // discarded: the instrument may still hold the value of the last row
     // A move of both axes ends up to 3 um before its target.

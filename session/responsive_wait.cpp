@@ -70,7 +70,7 @@ void dispatchClick(const Message& message) {
 int handleWhileProcessRuns(const Message& message) {
     const bool pauses = isMainControl(message.window, idPause); // its click is no wish to stop
     if (!pauses && asksForStop(message) && stopConfirmed()) {
-        session.stopRequested = 1;
+        stopAsAsked(); // whatever was asked for before
         return waitStopped;
     }
     const int32_t stopBefore = session.stopRequested;

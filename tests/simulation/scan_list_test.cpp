@@ -107,6 +107,23 @@ TEST_F(ScanListTest, EachRowIsMeasuredAtItsPlaceWithItsSettings) {
     EXPECT_FALSE(unfinishedList(fault));
 }
 
+TEST_F(ScanListTest, ComesNearerToTheObjectiveOnlyOverTheRowsOwnPlace) {
+    const LabPoint home{labStageUm(labX), labStageUm(labY)};
+    const double z = labStageUm(labZ);
+    LabPoint under{};
+    when([z] { return labStageUm(labZ) > z + 5.0; },
+         [&] { under = {labStageUm(labX) - home.x, labStageUm(labY) - home.y}; });
+    runOver([] {
+        ScanList list = fiveRows();
+        list.rows = {list.rows[2]};
+        list.rows[0].zUm = ofController(stageZ, stageZ.positionUm) + 10.0;
+        return list;
+    });
+    EXPECT_NEAR(under.x, -30.0, 5.0);
+    EXPECT_NEAR(under.y, 25.0, 5.0);
+    EXPECT_EQ(recordOf(1)[5], "finished");
+}
+
 TEST_F(ScanListTest, ARowThatFailsIsRecordedAndTheNextBegins) {
     runOver([] {
         ScanList list = fiveRows();
