@@ -96,7 +96,9 @@ std::optional<Outcome> startSeries(const SeriesPlan& plan) {
 
 std::optional<Outcome> startListRun(const std::function<Outcome()>& run) {
     const auto work = [&run]() -> Outcome {
-        if (!partialStageAccepted()) return {.end = ProcessEnd::Declined};
+        session.stopRequested =
+            0; // before the question: the window may be closed while it is asked
+        if (!partialStageAccepted() || session.stopRequested) return {.end = ProcessEnd::Declined};
         return run();
     };
     return runProcess("Scan list", work, saveRowAtForcedEnd);

@@ -3,6 +3,7 @@
 
 #include "camera/camera.h"
 #include "instruments/ammeter.h"
+#include "instruments/bias.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "mapping/scan_area_view.h"
@@ -107,11 +108,11 @@ std::string setLaserIntensity(double uA) {
 }
 
 std::string setBias(float volts, float limitAmperes) {
-    if (!(std::fabs(static_cast<double>(volts)) <= largestBias))
-        return notWithin("bias", -largestBias, largestBias, "V");
-    if (!(limitAmperes >= static_cast<float>(smallestLimit) &&
-          limitAmperes <= static_cast<float>(largestLimit)))
-        return notWithin("limit", smallestLimit, largestLimit, "A");
+    if (!(std::fabs(static_cast<double>(volts)) <= largestBiasTyped))
+        return notWithin("bias", -largestBiasTyped, largestBiasTyped, "V");
+    if (!(limitAmperes >= static_cast<float>(smallestLimitTyped) &&
+          limitAmperes <= static_cast<float>(largestLimitTyped)))
+        return notWithin("limit", smallestLimitTyped, largestLimitTyped, "A");
     const SourceAnswer answer =
         applyBias(static_cast<double>(volts), static_cast<double>(limitAmperes));
     if (!answer.accepted()) {

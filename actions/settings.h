@@ -7,15 +7,6 @@
 #include <cstdint>
 #include <string>
 
-// What the Keithley 2450 can source, and its limits of compliance.
-constexpr double largestBias = 210.0;  // V
-constexpr double smallestLimit = 1e-9; // A
-constexpr double largestLimit = 1.05;
-
-// Where the operator may send the stage, to either side of zero, um.
-constexpr int32_t xyLimitUm = 10000;
-constexpr int32_t zLimitUm = 5000;
-
 constexpr int gainLowest = 1, gainHighest = 36; // dB
 constexpr double exposureLowestUs = 100.0, exposureHighestUs = 500000.0;
 

@@ -7,6 +7,7 @@
 #include "door/door.h"
 #include "door/measured.h"
 #include "instruments/ammeter.h"
+#include "instruments/bias.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "lists/list_record.h"
@@ -355,11 +356,11 @@ const std::vector<Verb> verbs = {
      "the number of the present one"},
     {"INSTrument:CATalog?", {}, needsNothing, listInstruments,
      "the names of all"},
-    {"SOURce:VOLTage", {{"bias", Number, "V", -largestBias, largestBias}}, needsIdle | needsPermission, putBias,
+    {"SOURce:VOLTage", {{"bias", Number, "V", -largestBiasTyped, largestBiasTyped}}, needsIdle | needsPermission, putBias,
      "the bias, at once and of scans; a script that is gone leaves it at 0 V"},
     {"SOURce:VOLTage?", {}, needsNothing, [](const Call&) { return saidFloat(instrumentLink.biasVoltage); },
      "the bias of scans in V"},
-    {"SOURce:VOLTage:ILIMit", {{"limit", Number, "A", smallestLimit, largestLimit}}, needsIdle | needsPermission, limitCurrent,
+    {"SOURce:VOLTage:ILIMit", {{"limit", Number, "A", smallestLimitTyped, largestLimitTyped}}, needsIdle | needsPermission, limitCurrent,
      "the source's current limit"},
     {"SOURce:VOLTage:ILIMit?", {}, needsNothing, [](const Call&) { return saidFloat(instrumentLink.currentLimit); },
      "the same in A"},

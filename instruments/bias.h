@@ -42,9 +42,9 @@ private:
 std::string limitText(double amperes);
 
 // What the operator may set: what the Keithley 2450 can source, and its limits of compliance.
-constexpr float largestBiasTyped = 210.0f;  // V, to either side
-constexpr float smallestLimitTyped = 1e-9f; // A
-constexpr float largestLimitTyped = 1.05f;
+constexpr double largestBiasTyped = 210.0;  // V, to either side
+constexpr double smallestLimitTyped = 1e-9; // A
+constexpr double largestLimitTyped = 1.05;
 
 // Takes over which sources an earlier run may have left with a bias. Before they are opened.
 void readBiasLeftOn();

@@ -39,6 +39,9 @@ ListProgress listProgress;
 
 namespace {
 
+// A row higher above the list's begin is a slip of the hand; by hand it is asked about.
+constexpr double farthestUpUm = 2000.0;
+
 std::string underWay;         // listUnderWay
 std::optional<ListKind> kind; // of what is measured now
 
@@ -51,12 +54,23 @@ std::string nowText() {
     return timeText(localTime());
 }
 
+// Measured under another bias than the row's, or from another place; or it left one on.
+bool isGrave(const std::string& trouble) {
+    constexpr const char* beginnings[] = {"Bias not heard", "Bias refused",
+                                          "The bias may still be on", "The stage did not come back",
+                                          "Hysteresis not compensated"};
+    return std::any_of(std::begin(beginnings), std::end(beginnings),
+                       [&](const char* beginning) { return trouble.starts_with(beginning); });
+}
+
 // Whether somebody has to look at it: it did not end as it should, or most of it is in doubt.
 bool hasFailed(const Outcome& outcome, double points) {
     if (outcome.end != ProcessEnd::Finished || !outcome.endedBy.empty()) return true;
     if (!outcome.notWritten.empty()) return true;
-    return std::any_of(outcome.doubts.begin(), outcome.doubts.end(),
-                       [&](const Doubt& doubt) { return 2.0 * doubt.count >= points; });
+    if (std::any_of(outcome.troubles.begin(), outcome.troubles.end(), isGrave)) return true;
+    return std::any_of(outcome.doubts.begin(), outcome.doubts.end(), [&](const Doubt& doubt) {
+        return doubt.count > 0 && 2.0 * doubt.count >= (doubt.of > 0 ? doubt.of : points);
+    });
 }
 
 bool askedByOperator(const Outcome& outcome) {
@@ -96,6 +110,7 @@ private:
     Outcome measureCurve(const ListRow& row, const std::string& where);
     double heightOf(const ListRow& row) const;
     std::string goTo(const ListRow& row);
+    bool isConsented();
     std::string goToCutMap(const ListRow& row, const ScanArea& area);
     void placeFocus(const ListRow& row, ScanPlan& plan) const;
     bool waitFor(size_t row, int32_t repeat);
@@ -128,9 +143,9 @@ private:
     const OwnSettings own;
     const CanPause canPause;
     const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
-    uint64_t startedMs = 0;  // of the last repeat
-    std::set<size_t> failed; // rows
-    bool unwritten = false;  // a part of the record
+    std::optional<uint64_t> startedMs; // of the last repeat
+    std::set<size_t> failed;           // rows
+    bool unwritten = false;            // a part of the record
     ProcessEnd end = ProcessEnd::Finished;
     std::string endedBy;
 };
@@ -173,6 +188,9 @@ double ListRun::heightOf(const ListRow& row) const {
 // A map finds its own way in X and Y, but does not come nearer to the objective over another place.
 std::string ListRun::goTo(const ListRow& row) {
     const double z = heightOf(row);
+    if (z - homeZ >= farthestUpUm)
+        return formatted("Z would rise %.0f um from where the list began, go there by hand first",
+                         z - homeZ);
     if (row.kind == ListKind::Map && z <= stageZ.positionUm)
         return travelTo({stageX.positionUm, stageY.positionUm, z});
     return travelTo({byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z});
@@ -212,9 +230,8 @@ Outcome ListRun::measureMap(const ListRow& row, const std::string& where) {
         showMapWindow(channelPhotocurrent);
         outcome = runScan(plan);
         keepOutcome("Mapping", outcome);
-        if (!consented && outcome.end == ProcessEnd::Declined && outcome.troubles.empty())
-            end = ProcessEnd::Declined;
-        consented = true;
+        if (outcome.isRefused) end = ProcessEnd::Declined;
+        consented |= outcome.end != ProcessEnd::Declined;
     }
     setField(Field::StartButton, "Start");
     refreshPositions();
@@ -252,11 +269,25 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
     return {};
 }
 
+// A map asks for itself; who begins with a curve must not be asked when nobody is there any more.
+bool ListRun::isConsented() {
+    if (!consented)
+        consented =
+            showMessageBox(windows.main, "The stage goes from row to row by itself. Is it okay?",
+                           "Scan list", BoxButtons::YesNo) == BoxAnswer::Yes;
+    return consented;
+}
+
 Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
+    if (!isConsented()) {
+        end = ProcessEnd::Declined;
+        return {.end = end, .lastWords = "Not measured", .isRefused = true};
+    }
     {
         const RunningProcess running;
-        if (const std::string why = goTo(row); !why.empty()) return declined(why);
+        const std::string why = goTo(row);
         if (session.stopRequested) return {.end = processEnd(), .lastWords = "Not measured"};
+        if (!why.empty()) return declined(why);
     }
     ScanPlan plan = planOf(row, place.list, own.plan);
     plan.area = own.plan.area;
@@ -264,6 +295,7 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     if (row.kind == ListKind::IvCurve && !selectedInstrument().canSweep)
         return declined("the instrument is no source");
     occasion = {place.list.sample, place.list.note, where, driftWords};
+    setLaserOutput(0); // as in the maps: the lamp's light would be measured, too
     Outcome outcome;
     if (row.kind == ListKind::IvCurve) {
         const auto points = static_cast<int32_t>(row.quarterPoints);
@@ -277,6 +309,7 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
         if (outcome.end != ProcessEnd::Declined && !saveTimeEvolution(true))
             outcome.notWritten.emplace_back("the series");
     }
+    setLaserOutput(1);
     occasion = own.plan.occasion;
     return outcome;
 }
@@ -372,8 +405,8 @@ bool ListRun::waitFor(size_t row, int32_t repeat) {
     const ListRow& of = place.list.rows[row];
     const RunningProcess running;
     setField(Field::StartButton, "Stop");
-    const bool waits = repeat > 1 && of.everyMinutes > 0.0;
-    const double dueMs = waits ? static_cast<double>(startedMs) + of.everyMinutes * 60000.0 : 0.0;
+    const bool waits = repeat > 1 && of.everyMinutes > 0.0 && startedMs;
+    const double dueMs = waits ? static_cast<double>(*startedMs) + of.everyMinutes * 60000.0 : 0.0;
     pauseIfAsked();
     while (static_cast<double>(tickCountMs()) < dueMs && !session.stopRequested) {
         const double leftMs = dueMs - static_cast<double>(tickCountMs());
@@ -408,6 +441,10 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
                            "Does the whole list end?\n\nNo: only this row, the next one begins.",
                            "Scan list", BoxButtons::YesNo) != BoxAnswer::No;
         if (whole) end = ProcessEnd::Stopped;
+        if (processEnd() != ProcessEnd::Stopped) { // it was closed, or sleeps, meanwhile
+            end = processEnd();
+            return false;
+        }
         session.stopRequested = 0;
         return !whole;
     }
@@ -438,6 +475,7 @@ void ListRun::darken(Outcome& told) {
     setLaserLevel(0);
     if (!applyBias(0.0, static_cast<double>(own.plan.currentLimit)).accepted())
         told.troubles.emplace_back("The bias may still be on");
+    if (const std::string lit = lightLeftOn(); !lit.empty()) told.troubles.push_back(lit);
 }
 
 void ListRun::goHome(Outcome& told) {
@@ -510,11 +548,19 @@ std::string whyNotMeasured(const ListRow& row) {
     const double mostUa = setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
     if (row.kind != ListKind::IvCurve && row.laserUa > mostUa * (1.0 + 1e-6))
         return formatted("the laser gives at most %.4g uA", mostUa);
+    if (row.kind != ListKind::IvCurve && row.laserUa > 0.0 &&
+        row.laserUa < mostUa / 20.0 * (1.0 - 1e-6)) // as by hand; 0 is dark
+        return formatted("the laser gives at least %.4g uA", mostUa / 20.0);
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
     const double left = map ? x - runInOf(scanSettings.options, row.stepUm) : x;
     const double right = map ? x + (row.columns - 1) * row.stepUm : x;
     const double top = map ? y + (row.rows - 1) * row.stepUm : y;
+    for (const double to : {left, right, y, top})
+        if (std::fabs(to) > xyLimitUm)
+            return formatted("X and Y are within %d um of zero", xyLimitUm);
+    if (row.zUm && std::fabs(byProgram(stageZ, *row.zUm)) > zLimitUm)
+        return formatted("Z is within %d um of zero", zLimitUm);
     for (const double to : {left, right})
         if (std::string why = beyondLimit(stageX, to); !why.empty()) return why;
     for (const double to : {y, top})
@@ -562,6 +608,12 @@ Outcome continueScanList(ListPlace place) {
 
 Outcome startScanList(const ScanList& list, Consent consent) {
     session.stopRequested = 0;
+    if (stageZ.placeLost) { // it asks before its first move, when nobody may be there
+        Outcome told{.end = ProcessEnd::Declined,
+                     .lastWords = "Not started: stage Z has lost its place, move it once"};
+        showInformation(told.lastWords.c_str());
+        return told;
+    }
     for (StageAxis* axis : {&stageX, &stageY, &stageZ}) readPosition(*axis);
     ScanList ofNow = list;
     ofNow.setUpInForce = setUpWords(setUp);

@@ -1,10 +1,13 @@
 // Reads and writes lists.
 #include "lists/scan_list.h"
 
+#include "instruments/bias.h"
 #include "mapping/scan_area.h"
 #include "platform/decimal_point.h"
 #include "platform/text_format.h"
 #include "platform/typed_number.h"
+#include "spectroscopy/iv_sweep.h"
+#include "spectroscopy/time_evolution.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,16 +25,16 @@ constexpr ListNumber numbers[] = {
     {"rows", &ListRow::rows, 1, 100000, true, maps},
     {"step", &ListRow::stepUm, scanStepLowest, scanStepHighest, false, maps},
     {"laser", &ListRow::laserUa, 0, 1000, false, maps | series},
-    {"bias", &ListRow::biasVolts, -1000, 1000, false, maps | series},
-    {"limit", &ListRow::limitAmperes, 0, 10, false, all},
+    {"bias", &ListRow::biasVolts, -largestBiasTyped, largestBiasTyped, false, maps | series},
+    {"limit", &ListRow::limitAmperes, smallestLimitTyped, largestLimitTyped, false, all},
     {"channel", &ListRow::channel, 0, 3, true, maps | series},
     {"repeats", &ListRow::repeats, 1, 10000, true, all},
     {"every", &ListRow::everyMinutes, 0, 100000, false, all},
-    {"range", &ListRow::rangeVolts, 0.001, 1000, false, curves},
+    {"range", &ListRow::rangeVolts, sweepRangeLowest, sweepRangeHighest, false, curves},
     {"points", &ListRow::quarterPoints, 1, 10000, true, curves},
-    {"on", &ListRow::onSeconds, 0, 100000, false, series},
-    {"off", &ListRow::offSeconds, 0, 100000, false, series},
-    {"cycles", &ListRow::lightCycles, 1, 100000, true, series},
+    {"on", &ListRow::onSeconds, 0, longestPhaseSeconds, false, series},
+    {"off", &ListRow::offSeconds, 0, longestPhaseSeconds, false, series},
+    {"cycles", &ListRow::lightCycles, 1, mostLightCycles, true, series},
 };
 
 std::string trimmed(const std::string& text) {

@@ -677,6 +677,7 @@ Outcome Scan::run(const LeftJournal* left) {
     leaveJournal(); // what is only there is offered again
     Outcome told = outcome();
     told.notWritten = saved.notWritten;
+    told.isRefused = declined;
     if (!told.isSound()) showInformation(told.words().c_str()); // over what the saving had to say
     return told;
 }

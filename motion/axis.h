@@ -19,6 +19,10 @@ constexpr double microstepsPerFullStep = 256.0;
 // speed is asked for in. speedOf makes the axis' own of it.
 constexpr int32_t motorSpeed = 500;
 
+// Where the operator may send the stage, to either side of the program's zero, um.
+constexpr int32_t xyLimitUm = 10000;
+constexpr int32_t zLimitUm = 5000;
+
 struct StageAxis {
     uint32_t axisNumber = 0; // 0 no controller, 1 X, 2 Y, 3 Z
     engine_settings_t engine{};

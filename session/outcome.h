@@ -34,6 +34,7 @@ struct Outcome {
     std::vector<Doubt> doubts;           // in the order in which they are told
     std::vector<std::string> troubles;   // the rest that went wrong, without full stops
     std::vector<std::string> notWritten; // of its files: "a picture"
+    bool isRefused = false;              // the operator was asked, and said no
 
     bool isSound() const;
 

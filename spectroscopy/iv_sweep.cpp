@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr float rangeLowest = 0.01f; // V
-constexpr float rangeHighest = 10.0f;
+constexpr auto rangeLowest = static_cast<float>(sweepRangeLowest);
+constexpr auto rangeHighest = static_cast<float>(sweepRangeHighest);
 constexpr float stepWithoutRange = 0.01f; // V, when the typed range is no number
 constexpr uint32_t settleMs = 10;         // between bias and reading
 

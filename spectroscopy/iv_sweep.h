@@ -3,6 +3,9 @@
 
 #include "spectroscopy/sweep_record.h"
 
+// Of the range, V.
+constexpr double sweepRangeLowest = 0.01, sweepRangeHighest = 10.0;
+
 struct SweepPlan {
     float rangeVolts;         // to either side of 0
     float stepVolts;          // between two points

@@ -55,7 +55,8 @@ void endMeasurement(SweepRecord& record, const char* lastWords, const Missed& mi
         outcome.troubles.emplace_back("The computer went to sleep");
     const std::vector<std::string> ofBias = missed.bias.troubles(); // before it goes
     outcome.troubles.insert(outcome.troubles.end(), ofBias.begin(), ofBias.end());
-    applyBias(0.0, static_cast<double>(record.setUp.currentLimit));
+    if (!applyBias(0.0, static_cast<double>(record.setUp.currentLimit)).accepted())
+        outcome.troubles.emplace_back("The bias may still be on");
     if (!outcome.isSound()) showInformation(outcome.words().c_str());
 }
 

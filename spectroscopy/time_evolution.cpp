@@ -25,8 +25,6 @@
 
 namespace {
 
-constexpr int longestPhaseSeconds = 10000;
-constexpr int mostRepeats = 200;
 constexpr double samplesPerSecond = 20; // what the arrays are made for
 constexpr int samplesPerPlot = 10;
 constexpr uint32_t settleMs = 10; // after each sample
@@ -45,7 +43,7 @@ SeriesPlan planFromEdits(const SweepRecord& record) {
                     secondsIn(record.offTimeEdit, record.offTime), record.repeatCount};
     const std::optional<int> typed = typedInteger(windowText(record.repeatEdit, editCapacity));
     if (!typed) return plan;
-    plan.repeats = std::clamp(*typed, 0, mostRepeats);
+    plan.repeats = std::clamp(*typed, 0, mostLightCycles);
     setWindowText(record.repeatEdit, formatted("%d", plan.repeats).c_str());
     return plan;
 }

@@ -3,6 +3,8 @@
 
 #include "spectroscopy/sweep_record.h"
 
+constexpr int longestPhaseSeconds = 10000, mostLightCycles = 200;
+
 struct SeriesPlan {
     float onSeconds, offSeconds; // of one light cycle
     int32_t repeats;

@@ -68,7 +68,9 @@ void takeInteger(int id, int32_t& value, int32_t lowest, int32_t highest) {
     showInteger(id, value);
 }
 
-void takeNumber(int id, float& value, float lowest, float highest) {
+void takeNumber(int id, float& value, double lowestTyped, double highestTyped) {
+    const auto lowest = static_cast<float>(lowestTyped);
+    const auto highest = static_cast<float>(highestTyped);
     const std::string text = typedText(id);
     // Six decimals may be less than the value has: only what was typed changes it.
     if (text == numberText(value).substr(0, dialogEditCapacity - 1)) return;

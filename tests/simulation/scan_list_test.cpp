@@ -31,11 +31,13 @@ protected:
     }
 
     // Runs the program over what `list` gives once the stage is connected, and closes it.
-    static void runOver(const std::function<ScanList()>& list) {
+    static constexpr const char* areaQuestion = "Hysteresis compensated. Is it okay?";
+    static void runOver(const std::function<ScanList()>& list, const char* asked = areaQuestion,
+                        int instrument = kindUsbSourcemeter) {
         writeDesktopFile("KST_Data/Config.txt",
                          formatted("step:2.5, laser:4.00, laser correct:(%d,%d), Ammeter:%d, "
                                    "GPIB:24, IP:192,168,0,10,1225, Standa:2, arduino_LD:10, 0\n",
-                                   labSpotPixel().column, labSpotPixel().row, kindUsbSourcemeter));
+                                   labSpotPixel().column, labSpotPixel().row, instrument));
         when([] { return timerRuns(); },
              [=] {
                  postCall([=] {
@@ -44,7 +46,7 @@ protected:
                      post(messageClose);
                  });
              });
-        answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
+        answer(asked, BoxAnswer::Yes);
         EXPECT_EQ(runProgram(1), 0);
     }
 
@@ -112,7 +114,9 @@ TEST_F(ScanListTest, ComesNearerToTheObjectiveOnlyOverTheRowsOwnPlace) {
     const double z = labStageUm(labZ);
     LabPoint under{};
     when([z] { return labStageUm(labZ) > z + 5.0; },
-         [&] { under = {labStageUm(labX) - home.x, labStageUm(labY) - home.y}; });
+         [&] {
+             under = {labStageUm(labX) - home.x, labStageUm(labY) - home.y};
+         });
     runOver([] {
         ScanList list = fiveRows();
         list.rows = {list.rows[2]};
@@ -122,6 +126,35 @@ TEST_F(ScanListTest, ComesNearerToTheObjectiveOnlyOverTheRowsOwnPlace) {
     EXPECT_NEAR(under.x, -30.0, 5.0);
     EXPECT_NEAR(under.y, 25.0, 5.0);
     EXPECT_EQ(recordOf(1)[5], "finished");
+}
+
+// Nobody is there any more when the map behind it begins; the lamp would be measured, too.
+TEST_F(ScanListTest, ACurveAtItsBeginAsksForAllAndIsMeasuredInTheDark) {
+    bool litByLamp = true;
+    when([] { return labMeasurements().size() > 3; }, [&] { litByLamp = labIlluminated(); });
+    const auto curveFirst = [] {
+        ScanList list = fiveRows();
+        list.rows = {list.rows[4], list.rows[1]};
+        return list;
+    };
+    runOver(curveFirst, "The stage goes from row to row by itself. Is it okay?");
+    EXPECT_FALSE(litByLamp);
+    EXPECT_EQ(shownBoxes.size(), 1u);
+    EXPECT_EQ(recordOf(2)[5], "finished");
+}
+
+// A map at another bias than its name says is no sound row.
+TEST_F(ScanListTest, ARefusedBiasIsAFailedRow) {
+    const auto tooHigh = [] {
+        ScanList list = fiveRows();
+        list.rows = {list.rows[1], list.rows[0]};
+        list.rows[0].biasVolts = 5.0; // more than its fixed range
+        return list;
+    };
+    runOver(tooHigh, areaQuestion, kindGpibSourcemeter);
+    EXPECT_NE(recordOf(1)[5].find("Bias refused"), std::string::npos) << record();
+    EXPECT_EQ(recordOf(2)[5], "finished") << record();
+    EXPECT_NE(record().find("Failed: 1"), std::string::npos) << record();
 }
 
 TEST_F(ScanListTest, ARowThatFailsIsRecordedAndTheNextBegins) {

@@ -1,5 +1,6 @@
 // Draws a list, lets it run, and looks at what became of it after a power cut.
 #include "tests/simulation/day/list_day.h"
+#include "actions/measurements.h"
 
 #include "instruments/kinds.h"
 #include "lists/list_run.h"
@@ -83,13 +84,7 @@ void ListDay::begins(const Swarm& swarm, Judge& judge) {
     for (const ListRow& row : next.list.rows) rows += "\n              " + lineOf(row);
     judge.note("starts a list" + rows);
     judge.begin({listName, allAxes, true});
-    runProcess(
-        "Scan list",
-        [&]() -> Outcome {
-            if (!partialStageAccepted()) return {.end = ProcessEnd::Declined};
-            return startScanList(next.list);
-        },
-        saveRowAtForcedEnd);
+    startListRun([&] { return startScanList(next.list); });
     judge.end();
 }
 
