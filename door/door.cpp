@@ -223,8 +223,17 @@ void hangUp(const char* why) {
     leave(why);
 }
 
+bool isLong(uint64_t stepBegan) {
+    return tickCountMs() - stepBegan >= longestStepMs;
+}
+
+void goOnLater() {
+    door.goesOn = true;
+    callBehindInput(door.pending ? soonMs : pauseMs);
+}
+
 // False when the client is gone.
-bool sendAnswers() {
+bool sendAnswers(uint64_t stepBegan) {
     std::string& output = door.client->output;
     size_t& sent = door.sentOfOutput;
     while (sent < output.size()) {
@@ -232,6 +241,10 @@ bool sendAnswers() {
         if (count < 0) return false;
         if (count == 0) return true;
         sent += static_cast<size_t>(count);
+        if (sent < output.size() && isLong(stepBegan)) {
+            goOnLater();
+            return true;
+        }
     }
     output.clear();
     output.shrink_to_fit(); // of a map
@@ -266,7 +279,7 @@ const char* pumpForAWhile() {
     const uint64_t began = tickCountMs();
     door.goesOn = false;
     for (;;) {
-        if (!sendAnswers()) return "is gone";
+        if (!sendAnswers(began)) return "is gone";
         if (door.closing) return "closed, scripts are no longer let in";
         const bool stepped = stepClient();
         if (const char* why = door.client->wantsClosing()) return why;
@@ -274,12 +287,11 @@ const char* pumpForAWhile() {
             if (door.leaving || !door.client->takesMore()) return nullptr;
             const Came came = takeInput();
             if (came == Came::Gone) door.leaving = true; // its last answers still go out
-            if (came == Came::Nothing) return sendAnswers() ? nullptr : "is gone";
+            if (came == Came::Nothing) return sendAnswers(began) ? nullptr : "is gone";
         }
-        if (tickCountMs() - began < longestStepMs) continue;
-        door.goesOn = true;
-        callBehindInput(door.pending ? soonMs : pauseMs);
-        return sendAnswers() ? nullptr : "is gone";
+        if (!isLong(began)) continue;
+        goOnLater();
+        return sendAnswers(began) ? nullptr : "is gone";
     }
 }
 

@@ -20,11 +20,13 @@
 #include "session/process.h"
 #include "spectroscopy/sweep_record.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -134,26 +136,32 @@ Reply sayMap(const Call& call) {
     if (!mask && !plane) return refusal(-224, "channel " + call.texts[0] + ", see SCAN:CHANnels?");
     const size_t columns = scanMap.marks.size();
     const size_t rows = columns == 0 ? 0 : scanMap.marks.front().size();
-    std::vector<float> numbers;
+    // The answer as it goes out, line feed included: a map of millions of points is there once.
+    std::string block = blockHeaderOf(columns * rows * sizeof(float));
+    const size_t header = block.size();
     try {
-        numbers.resize(columns * rows);
+        block.reserve(header + columns * rows * sizeof(float) + 1);
+        block.resize(header + columns * rows * sizeof(float));
     } catch (const std::bad_alloc&) {
         return refusal(-310, "not enough memory");
     }
     const bool colour = plane && plane->ofCamera();
-    for (size_t c = 0; c < columns; ++c)
-        for (size_t r = 0; r < rows; ++r) {
-            const PointMark mark = scanMap.marks[c][r];
-            float& number = numbers[r * columns + c];
-            if (mask)
-                number = static_cast<float>(mark);
-            else if (mark == PointMark::NotMeasured || (colour && mark == PointMark::NoColour))
-                number = std::numeric_limits<float>::quiet_NaN();
-            else
-                number = static_cast<float>(
-                    inSi(*plane, static_cast<double>(scanMap.maps[plane->map][c][r])));
-        }
-    return said(blockOfNumbers(numbers));
+    // The map lies by columns, the block by rows: a few rows at once, for the processor's cache.
+    constexpr size_t together = 16;
+    for (size_t top = 0; top < rows; top += together)
+        for (size_t c = 0; c < columns; ++c)
+            for (size_t r = top; r < std::min(top + together, rows); ++r) {
+                const PointMark mark = scanMap.marks[c][r];
+                float number = std::numeric_limits<float>::quiet_NaN();
+                if (mask)
+                    number = static_cast<float>(mark);
+                else if (mark != PointMark::NotMeasured && !(colour && mark == PointMark::NoColour))
+                    number = static_cast<float>(
+                        inSi(*plane, static_cast<double>(scanMap.maps[plane->map][c][r])));
+                std::memcpy(&block[header + (r * columns + c) * sizeof number], &number,
+                            sizeof number);
+            }
+    return said(std::move(block));
 }
 
 Reply sayCurve(bool ofSeries) {

@@ -224,9 +224,13 @@ void ScpiSession::dropRest() {
     if (std::exchange(answered, false)) output += '\n';
 }
 
-void ScpiSession::answer(const std::string& text) {
+// A map is not copied where nothing else waits to be sent.
+void ScpiSession::answer(std::string text) {
     if (answered) output += ';';
-    output += text;
+    if (output.empty())
+        output = std::move(text);
+    else
+        output += text;
     answered = true;
 }
 
@@ -301,7 +305,7 @@ void ScpiSession::carryOut(const Verb& verb, const ScpiUnit& unit) {
     if (!reply.answer) return;
     const size_t before = output.size();
     try {
-        answer(*reply.answer);
+        answer(std::move(*reply.answer));
     } catch (const std::bad_alloc&) {
         output.resize(before);
         status.error(-310, "not enough memory");

@@ -117,7 +117,7 @@ private:
     void begin(const MessageReader::Message& message);
     void carryOut(const ScpiUnit& unit);
     void carryOut(const Verb& verb, const ScpiUnit& unit);
-    void answer(const std::string& text);
+    void answer(std::string text);
     void dropRest();
     void endMessage();
     const Verb* find(const ScpiUnit& unit, ScpiFault& fault, std::vector<std::string>& path) const;

@@ -393,8 +393,11 @@ std::string quoted(std::string_view text) {
     return answer + '"';
 }
 
+std::string blockHeaderOf(size_t bytes) {
+    const std::string length = std::to_string(bytes);
+    return "#" + std::to_string(length.size()) + length;
+}
+
 std::string blockOf(std::string_view bytes) {
-    const std::string length = std::to_string(bytes.size());
-    std::string block = "#" + std::to_string(length.size()) + length;
-    return block.append(bytes);
+    return blockHeaderOf(bytes.size()).append(bytes);
 }

@@ -106,3 +106,4 @@ std::string quoted(std::string_view text);
 
 // "#", the number of digits, the length, the bytes.
 std::string blockOf(std::string_view bytes);
+std::string blockHeaderOf(size_t bytes);

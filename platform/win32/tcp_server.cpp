@@ -83,6 +83,14 @@ HWND makeWindow() {
                            program, nullptr);
 }
 
+bool hasRoomSoon(SOCKET socket) {
+    fd_set sockets;
+    FD_ZERO(&sockets);
+    FD_SET(socket, &sockets);
+    timeval soon{0, 2000};
+    return select(0, nullptr, &sockets, nullptr, &soon) > 0;
+}
+
 bool listenOnThisComputer(uint16_t port) {
     server.listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (server.listener == INVALID_SOCKET) return false;
@@ -136,10 +144,13 @@ int readFromClient(char* bytes, size_t capacity) {
     return count == SOCKET_ERROR && WSAGetLastError() == WSAEWOULDBLOCK ? 0 : -1;
 }
 
+// A client that reads makes room in less time than a message of it takes to come.
 int sendToClient(const char* bytes, size_t count) {
     if (server.client == INVALID_SOCKET) return -1;
-    const int sent =
-        send(server.client, bytes, static_cast<int>(std::min<size_t>(count, INT_MAX)), 0);
+    const int size = static_cast<int>(std::min<size_t>(count, INT_MAX));
+    int sent = send(server.client, bytes, size, 0);
+    if (sent < 0 && WSAGetLastError() == WSAEWOULDBLOCK && hasRoomSoon(server.client))
+        sent = send(server.client, bytes, size, 0);
     if (sent >= 0) return sent;
     if (WSAGetLastError() == WSAEWOULDBLOCK) return 0;
     closeSocket(server.client);
