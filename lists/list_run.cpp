@@ -73,6 +73,13 @@ bool hasFailed(const Outcome& outcome, double points) {
     });
 }
 
+// For the record's column and the window's: "finished", "declined, Not started: ...".
+std::string howOf(const Outcome& outcome) {
+    const std::string end = nameOf(outcome.end);
+    if (!outcome.isSound()) return end + ", " + troubleLine(outcome);
+    return outcome.end == ProcessEnd::Declined ? end + ", " + outcome.lastWords : end;
+}
+
 bool askedByOperator(const Outcome& outcome) {
     return outcome.end == ProcessEnd::Stopped && outcome.endedBy.empty();
 }
@@ -83,7 +90,7 @@ public:
     OwnSettings() : plan(presentPlan()) {}
     ~OwnSettings() {
         putInForce(plan);
-        occasion = plan.occasion;
+        useOperatorsOccasion();
         dataFolders = folders;
     }
     OwnSettings(const OwnSettings&) = delete;
@@ -310,7 +317,7 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
             outcome.notWritten.emplace_back("the series");
     }
     setLaserOutput(1);
-    occasion = own.plan.occasion;
+    useOperatorsOccasion();
     return outcome;
 }
 
@@ -504,14 +511,11 @@ Outcome ListRun::run() {
         const std::string started = nowText();
         show(*row, "runs");
         const Outcome outcome = measure(*row, repeat);
-        const std::string trouble = troubleLine(outcome);
         logEvent(formatted("List: row %d %s, \"", numberOf(*row), nameOf(outcome.end)) +
                  outcome.words() + "\"");
-        say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)),
-                      std::string(nameOf(outcome.end)) +
-                          (trouble == "none" ? "" : ", " + trouble)));
-        show(*row, std::string(nameOf(outcome.end)) + (trouble == "none" ? "" : ", " + trouble) +
-                       "; drift " + driftWords);
+        const std::string how = howOf(outcome);
+        say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)), how));
+        show(*row, how + "; drift " + driftWords);
         const bool ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
         if (!cutOff) say(keepDone(place, *row));

@@ -11,21 +11,28 @@ Occasion occasion;
 
 namespace {
 
+Occasion ofOperator;
+
 constexpr char sampleName[] = "sample", noteName[] = "note";
 
 } // namespace
 
 void readOccasion() {
-    occasion = {.sample = readOption(sampleName), .note = readOption(noteName)};
+    ofOperator = {.sample = readOption(sampleName), .note = readOption(noteName)};
+    useOperatorsOccasion();
 }
 
 bool keepOccasion(std::string sample, std::string note) {
     sample = oneLine(std::move(sample));
     note = oneLine(std::move(note));
-    const bool same = sample == occasion.sample && note == occasion.note;
-    occasion.sample = sample;
-    occasion.note = note;
+    const bool same = sample == ofOperator.sample && note == ofOperator.note;
+    ofOperator = {.sample = sample, .note = note};
+    if (occasion.list.empty()) useOperatorsOccasion();
     return same || writeOptions({{sampleName, sample}, {noteName, note}});
+}
+
+void useOperatorsOccasion() {
+    occasion = ofOperator;
 }
 
 void logOccasion(const Occasion& of) {

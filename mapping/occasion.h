@@ -14,9 +14,12 @@ extern Occasion occasion; // of the next measurement
 // Sample and note, from Options.ini.
 void readOccasion();
 
-// Takes them for the next measurements, line ends as blanks, and keeps them in Options.ini. False
-// when they were not written: they hold for this run then.
+// Takes them for the next measurements but a list's that runs, line ends as blanks, and keeps them
+// in Options.ini. False when they were not written: they hold for this run then.
 bool keepOccasion(std::string sample, std::string note);
+
+// The operator's own again, as he has kept them last: behind a list, whose rows have the list's.
+void useOperatorsOccasion();
 
 // A line of the log, where there is a word.
 void logOccasion(const Occasion& of);

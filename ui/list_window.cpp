@@ -75,6 +75,7 @@ void setText(size_t edit, const std::string& to) {
 }
 
 void tell(const std::string& words) {
+    if (processUnderWay()) return showInformation(words.c_str()); // a box would hold a point up
     showMessageBox(windows.main, words.c_str(), "Scan list", BoxButtons::Ok);
 }
 
