@@ -279,9 +279,10 @@ std::optional<Outcome> ListRun::continueMap(const ListRow& row, const std::strin
 // A map asks for itself; who begins with a curve must not be asked when nobody is there any more.
 bool ListRun::isConsented() {
     if (!consented)
-        consented =
-            showMessageBox(windows.main, "The stage goes from row to row by itself. Is it okay?",
-                           "Scan list", BoxButtons::YesNo) == BoxAnswer::Yes;
+        consented = showMessageBox(
+                        windows.main,
+                        "Do you want to start the list? The stage goes from row to row by itself.",
+                        "Scan list", BoxButtons::YesNo) == BoxAnswer::Yes;
     return consented;
 }
 

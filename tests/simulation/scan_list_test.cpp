@@ -137,7 +137,7 @@ TEST_F(ScanListTest, ACurveAtItsBeginAsksForAllAndIsMeasuredInTheDark) {
         list.rows = {list.rows[4], list.rows[1]};
         return list;
     };
-    runOver(curveFirst, "The stage goes from row to row by itself. Is it okay?");
+    runOver(curveFirst, "Do you want to start the list? The stage goes from row to row by itself.");
     EXPECT_FALSE(litByLamp);
     EXPECT_EQ(shownBoxes.size(), 1u);
     EXPECT_EQ(recordOf(2)[5], "finished");

@@ -1,5 +1,6 @@
 // At rest the stage is where the program takes it to be.
 #include "platform/text_format.h"
+#include "screen/control_ids.h"
 #include "session/process.h"
 #include "tests/simulation/judge/judge.h"
 
@@ -10,11 +11,17 @@ public:
     explicit Place(Judge& all) : judge(all) {}
 
     void look() override {
-        if (stageIsMoving()) return;
+        if (stageIsMoving() || zeroIsSetNow()) return;
         for (int axis : {labX, labY, labZ}) lookAt(judge.axes[axis], axis);
     }
 
 private:
+    // The program already counts from there, and the judge learns it behind the command.
+    bool zeroIsSetNow() const {
+        static const std::string setsZero = formatted("button %d", idSetZero);
+        return !judge.causes.empty() && judge.causes.back().what == setsZero;
+    }
+
     void lookAt(AxisView& each, int axis) {
         if (each.axis.axisNumber == 0 || labStageMoves(axis)) return;
         const double said = each.axis.positionUm, is = labStageUm(axis) - each.zeroUm;
