@@ -333,6 +333,21 @@ void startList() {
     if (state.window) showRows(state.selected);
 }
 
+// "2", "1, 2", "1 ... 20": of all rows that begin where this one does; empty of one that is not the
+// first of them.
+std::string numbersAt(size_t row) {
+    std::vector<size_t> all;
+    for (size_t i = 0; i < state.list.rows.size(); ++i)
+        if (state.list.rows[i].xUm == state.list.rows[row].xUm &&
+            state.list.rows[i].yUm == state.list.rows[row].yUm)
+            all.push_back(i + 1);
+    if (all.front() != row + 1) return {};
+    std::string text = std::to_string(all.front());
+    if (all.size() > 3) return text + " ... " + std::to_string(all.back());
+    for (size_t i = 1; i < all.size(); ++i) text += ", " + std::to_string(all[i]);
+    return text;
+}
+
 // Numbered, where they lie now.
 void drawRows(ContextHandle picture) {
     constexpr size_t mostDrawn = 200;
@@ -353,8 +368,7 @@ void drawRows(ContextHandle picture) {
         if (!map)
             drawEllipse(picture, corners[0].x - 3, corners[0].y - 3, corners[0].x + 3,
                         corners[0].y + 3, colour);
-        drawText(picture, corners[3].x + 2, corners[3].y + 1, std::to_string(i + 1).c_str(), colour,
-                 true);
+        drawText(picture, corners[3].x + 2, corners[3].y + 1, numbersAt(i).c_str(), colour, true);
     }
 }
 
