@@ -10,7 +10,7 @@
 // What is called when such a message is dispatched; also inside a wait or while a box is open.
 struct TcpServerFace {
     void (*connected)(); // a client has come
-    void (*refused)();   // a second one was closed without a word
+    void (*refused)();   // a second one was closed without a word; it had a moment to be the next
     void (*readable)();  // it has sent something
     void (*leaving)();   // it sends nothing more than what is there to be read
     void (*writable)();  // more can be sent to it

@@ -7,17 +7,22 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace {
 
-constexpr UINT messageSocket = WM_APP;
-constexpr UINT_PTR timerOfCalls = 1;
+constexpr UINT messageSocket = WM_APP, messageClosed = WM_APP + 1;
+constexpr UINT_PTR timerOfCalls = 1, timerOfNext = 2;
+
+// The end of a client may be heard behind the coming of the next one, which waits so long for it.
+constexpr UINT patienceMs = 300;
 
 struct {
     TcpServerFace face{};
     HWND window = nullptr; // message-only
     SOCKET listener = INVALID_SOCKET;
     SOCKET client = INVALID_SOCKET;
+    SOCKET next = INVALID_SOCKET; // has come, and is not heard yet
 } server;
 
 void closeSocket(SOCKET& socket) {
@@ -26,13 +31,7 @@ void closeSocket(SOCKET& socket) {
     socket = INVALID_SOCKET;
 }
 
-void takeClient() {
-    const SOCKET came = accept(server.listener, nullptr, nullptr);
-    if (came == INVALID_SOCKET) return;
-    if (server.client != INVALID_SOCKET) {
-        closesocket(came);
-        return server.face.refused();
-    }
+void serve(SOCKET came) {
     server.client = came;
     const BOOL atOnce = TRUE; // an answer is not held back until the next one
     setsockopt(came, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&atOnce),
@@ -40,6 +39,28 @@ void takeClient() {
     if (WSAAsyncSelect(came, server.window, messageSocket, FD_READ | FD_WRITE | FD_CLOSE) != 0)
         return closeSocket(server.client); // nobody would hear it
     server.face.connected();
+}
+
+// The client is closed, or it was waited for long enough.
+void decideOnNext() {
+    KillTimer(server.window, timerOfNext);
+    const SOCKET next = std::exchange(server.next, INVALID_SOCKET);
+    if (next == INVALID_SOCKET) return;
+    if (server.client == INVALID_SOCKET) return serve(next);
+    closesocket(next);
+    server.face.refused();
+}
+
+void takeClient() {
+    const SOCKET came = accept(server.listener, nullptr, nullptr);
+    if (came == INVALID_SOCKET) return;
+    if (server.next != INVALID_SOCKET) {
+        closesocket(came);
+        return server.face.refused();
+    }
+    server.next = came;
+    if (server.client == INVALID_SOCKET) return decideOnNext();
+    SetTimer(server.window, timerOfNext, patienceMs, nullptr);
 }
 
 // The news of a close may be of a socket that had the same number before; and what was sent before
@@ -61,6 +82,10 @@ LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lPar
         if (event == FD_READ) server.face.readable();
         if (event == FD_CLOSE) hearOfClose();
         if (event == FD_WRITE) server.face.writable();
+        return 0;
+    }
+    if (message == messageClosed || (message == WM_TIMER && wParam == timerOfNext)) {
+        decideOnNext();
         return 0;
     }
     if (message == WM_TIMER && wParam == timerOfCalls) {
@@ -130,6 +155,7 @@ bool listenAt(uint16_t port, const TcpServerFace& face, const char*& why) {
 void stopListening() {
     if (!server.window) return;
     closeSocket(server.client);
+    closeSocket(server.next);
     closeSocket(server.listener);
     DestroyWindow(server.window);
     server.window = nullptr;
@@ -159,6 +185,7 @@ int sendToClient(const char* bytes, size_t count) {
 
 void closeClient() {
     closeSocket(server.client);
+    if (server.next != INVALID_SOCKET) PostMessageW(server.window, messageClosed, 0, 0);
 }
 
 void callBehindInput(uint32_t ms) {

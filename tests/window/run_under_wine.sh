@@ -183,6 +183,7 @@ if [[ $night == yes ]]; then
     export LUMASCAN_PORT LUMASCAN_NIGHT="Z:$folder/night"
     (
         until (exec 3<>"/dev/tcp/127.0.0.1/$LUMASCAN_PORT"); do sleep 0.2; done
+        /usr/bin/python3 "$root/tests/window/reconnect_check.py" "$LUMASCAN_PORT" || exit
         /usr/bin/python3 "$root/docs/examples/night.py" --out "$folder/night" --area 10,-20,32,20 --step 4 \
             --powers 8,16 --resource "TCPIP::127.0.0.1::$LUMASCAN_PORT::SOCKET"
     ) >"$folder/night.log" 2>&1 &
