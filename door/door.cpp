@@ -311,6 +311,7 @@ void connected() {
     logEvent("Script: connected");
     ++door.clientNumber;
     door.sentOfOutput = 0;
+    door.goesOn = false;
     forgetChoices();
     door.client = std::make_unique<ScpiSession>(ScpiSession::World{.verbs = verbTable(),
                                                                    .mayHappen = mayHappen,
@@ -330,9 +331,11 @@ void isLeaving() {
     hasNews();
 }
 
+// First the turn that was cut short: the news of what came meanwhile were left to it, and none
+// would come while a scan runs.
 void called() {
-    carryOutPending();
     pump();
+    carryOutPending();
 }
 
 constexpr TcpServerFace face{.connected = connected,
