@@ -4,6 +4,7 @@
 #include "actions/measurements.h"
 #include "actions/settings.h"
 #include "camera/camera.h"
+#include "camera/live_view.h"
 #include "door/door.h"
 #include "door/measured.h"
 #include "instruments/ammeter.h"
@@ -78,6 +79,7 @@ Reply goTo(const Call& call) {
         std::string farOff; // another move may have come before
         std::string missed = whyNotMoved(to, farOff);
         if (missed.empty()) missed = farOff.empty() ? moveStage(to) : farOff;
+        if (windows.main) leaveStaleWideView(); // a click would mean another place
         if (missed.empty()) return Outcome{};
         return Outcome{.end = ProcessEnd::Declined, .lastWords = "Not there", .troubles = {missed}};
     });

@@ -14,6 +14,7 @@
 #include "tests/simulation/day/list_day.h"
 #include "tests/simulation/day/operator.h"
 #include "tests/simulation/day/power_cut.h"
+#include "tests/simulation/day/script_client.h"
 #include "tests/simulation/day/swarm.h"
 #include "tests/simulation/judge/judge.h"
 #include "ui/commands.h"
@@ -31,11 +32,12 @@ void leaveBias(int kind) {
     resetProgram();
 }
 
-void prepareDesktop(const Swarm& swarm, const Laboratory& laboratory) {
+void prepareDesktop(const Swarm& swarm, const Laboratory& laboratory, const ScriptClient& script) {
     if (laboratory.isOther) writeDesktopFile("KST_Data/Setup.ini", laboratory.setUpFile());
     writeDesktopFile("KST_Data/Config.txt", swarm.settingsLine());
-    writeDesktopFile("KST_Data/Options.ini",
-                     swarm.options() + (laboratory.isOther ? "write .gwy = yes\n" : ""));
+    writeDesktopFile("KST_Data/Options.ini", swarm.options() +
+                                                 (laboratory.isOther ? "write .gwy = yes\n" : "") +
+                                                 script.options());
     if (swarm.biasLeft && instrumentKind(swarm.kind).applyBias) leaveBias(swarm.kind);
     instrumentLink.biasVoltage = static_cast<float>(swarm.biasVolts);
     instrumentLink.currentLimit = static_cast<float>(swarm.limitAmperes);
@@ -78,7 +80,8 @@ RandomDay liveRandomDay(uint32_t seed) {
     resetIdle();
     Dice dice(seed);
     const Swarm swarm(dice);
-    prepareDesktop(swarm, laboratory);
+    ScriptClient script(seed);
+    prepareDesktop(swarm, laboratory, script);
     laboratory.apply();
     Judge judge(day, laboratory);
     ListDay listDay(seed, !laboratory.isOther);
@@ -102,6 +105,7 @@ RandomDay liveRandomDay(uint32_t seed) {
     whileDialogOpen = [&] { hand.configures(); };
     if (swarm.brokenAtStart) breakOrMend(dice, swarm, judge);
     planDay(dice, swarm, hand, listDay, judge);
+    script.plan(2500, listDay.happens ? 80000 : 34000, judge);
     if (laboratory.isOther) planSetUpChanges(laboratory.dice, hand);
     judge.count(laboratory.isOther ? "days in another laboratory" : "days in that as built");
     if (runProgram(1) != 0) judge.find(Rule::End, "another exit code than 0");

@@ -31,6 +31,7 @@ enum class Rule {
     Limit,   // no axis goes beyond its limits in the set-up
     Asked,   // Z, whose controller has lost its place, goes nowhere before the operator was asked
     Picture, // a map lies where the picture showed it, which knows the true part of the sensor
+    Gone,    // what a script had switched on goes off behind it
     End,     // the program ends, light and bias off and nothing leaked
 };
 

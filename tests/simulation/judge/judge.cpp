@@ -2,6 +2,7 @@
 #include "tests/simulation/judge/judge.h"
 
 #include "lists/list_run.h"
+#include "platform/tcp_server.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "session/pause.h"
@@ -16,7 +17,7 @@ namespace {
 constexpr const char* ruleNames[] = {"lights", "bias",  "place",   "watch", "cause", "one move",
                                      "cell",   "light", "sound",   "lost",  "view",  "alive",
                                      "focus",  "named", "files",   "kept",  "box",   "list",
-                                     "limit",  "asked", "picture", "end"};
+                                     "limit",  "asked", "picture", "gone",  "end"};
 
 template <class Function> Function stageFunction(const char* name) {
     return reinterpret_cast<Function>(findFunction(loadLibrary("libximc.dll"), name, 0));
@@ -43,9 +44,10 @@ Judge::Judge(RandomDay& record, Laboratory& place) : day(record), laboratory(pla
     current = this;
     // The lights are looked at last: whether the laser was asked for is of the time since then.
     for (const auto check :
-         {checkLists,   checkFiles, checkBox,   checkBias,  checkPlace,   checkWatch, checkCause,
-          checkOneMove, checkCell,  checkLight, checkSound, checkLost,    checkView,  checkAlive,
-          checkFocus,   checkNamed, checkLimit, checkAsked, checkPicture, checkEnd,   checkLights})
+         {checkLists,   checkFiles,   checkBox,   checkBias,  checkPlace, checkWatch,
+          checkCause,   checkOneMove, checkCell,  checkLight, checkSound, checkLost,
+          checkView,    checkAlive,   checkFocus, checkNamed, checkLimit, checkAsked,
+          checkPicture, checkGone,    checkEnd,   checkLights})
         checkers.push_back(check(*this));
     real.open = stageFunction<decltype(real.open)>("open_device");
     real.move = stageFunction<decltype(real.move)>("command_move");
@@ -243,7 +245,13 @@ void Judge::isSent(int axis) {
     if (nudged && (allowed & 1u << axis) == 0) --pageKeys;
 }
 
+void Judge::lightAsked(int id) {
+    for (const auto& each : checkers) each->commandComes(id);
+}
+
 Cause Judge::causeOf(const Message& message) {
+    // What begins, begins where nothing is under way.
+    if (isOfTcpServer(message)) return processUnderWay() ? Cause{"script"} : script.begins;
     switch (message.id) {
     case messageCommand:
         return causeOfCommand(static_cast<int>(message.wParam));

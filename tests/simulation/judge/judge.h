@@ -107,6 +107,7 @@ public:
     void choseInstrument() { instrumentChosen = setUpChanged = true; }
     void changedSetUp() { setUpChanged = true; }
     void cutsStagePower(bool placesAreKept);
+    void lightAsked(int id); // by the number of the operator's button, which does the same
     void answers(const ShownBox& box, BoxAnswer answer);
     void opensDialog();
     // A key that nudges the focus while a process runs is not dispatched: the wait takes it.
@@ -147,6 +148,11 @@ public:
     uint64_t movesSeen = 0; // that the program's library sent
     std::optional<ListAtWork> list; // the latest that began
     std::vector<ListAtWork> lists;  // that have begun
+    struct {
+        Cause begins = {"script"}; // what it has asked for last, which may begin
+        bool litLaser = false;     // it has switched it on, and nobody has since
+        bool isGone = false;       // it has vanished then
+    } script;
 
 private:
     int opens(const char* name);
@@ -197,4 +203,5 @@ std::unique_ptr<Checker> checkLists(Judge& judge);
 std::unique_ptr<Checker> checkLimit(Judge& judge);
 std::unique_ptr<Checker> checkAsked(Judge& judge);
 std::unique_ptr<Checker> checkPicture(Judge& judge);
+std::unique_ptr<Checker> checkGone(Judge& judge);
 std::unique_ptr<Checker> checkEnd(Judge& judge);
