@@ -29,8 +29,8 @@ public:
             refusalSaid |= textIn(Field::Information).starts_with("Bias refused");
     }
 
-    void processEnds(const Cause& cause, const std::string& said) override {
-        if (said.find("Not started") != std::string::npos) return; // it is as it was
+    void processEnds(const Cause& cause, const std::string&) override {
+        if (Judge::isUnbegunList(cause)) return;
         if ((cause.what == scanName || cause.what == listName || cause.axes == noAxis) &&
             labBiasVolts() != 0.0 && !judge.biasSaidLost)
             judge.find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));

@@ -127,7 +127,7 @@ private:
         const double red = part(planeRed), blue = part(planeBlue);
         if (!spotIsTrue() || cameraState.blueOnly != 0) return;
         const bool grey = judge.laboratory.pixelFormat == "Mono8";
-        const bool saturated = std::max(red, blue) >= 255;
+        const bool saturated = std::max(red, blue) >= 230; // some of the pixels of the mean
         const double ratio = is.blue / is.red;
         // Each part is a whole number; light from noise that is cut off at 255 is missing.
         if (grey ? red != blue

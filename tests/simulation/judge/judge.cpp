@@ -198,6 +198,12 @@ bool Judge::saidAtEnd() const {
     return std::any_of(shownBoxes.begin(), shownBoxes.end(), says);
 }
 
+bool Judge::isUnbegunList(const Cause& cause) {
+    const std::optional<Outcome> ended = lastOutcomeOf("Scan list");
+    return cause.what == listName && ended && ended->end == ProcessEnd::Declined &&
+           !ended->lastWords.starts_with("Scan list");
+}
+
 void Judge::isZero(AxisView& each, int axis) {
     each.zeroUm = labStageUm(axis);
     each.placeLost = false;

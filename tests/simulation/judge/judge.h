@@ -154,6 +154,9 @@ public:
         bool isGone = false;       // it has vanished then
     } script;
 
+    // A list that was declined before its first row left all as it was.
+    static bool isUnbegunList(const Cause& cause);
+
 private:
     int opens(const char* name);
     int moves(int id, int position, int microsteps);

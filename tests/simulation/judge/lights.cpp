@@ -28,8 +28,8 @@ public:
         askedSinceLook = false;
     }
 
-    void processEnds(const Cause& cause, const std::string& said) override {
-        if (said.find("Not started") != std::string::npos) return; // it is as it was
+    void processEnds(const Cause& cause, const std::string&) override {
+        if (Judge::isUnbegunList(cause)) return;
         if ((cause.what == scanName || cause.what == listName) && labLaserPwm() != 0 &&
             !judge.boardSaidLost && !judge.boardDoubtful && !askedForLaser)
             judge.find(Rule::Lights, "the laser is on after a scan");
