@@ -61,7 +61,7 @@ std::string setScanStep(double um) {
         if (area.isTooLarge) return "more than 36 million points, take a larger step";
         scanArea = placed.area = area;
     } else {
-        scanArea.scanStep = um;
+        takeStep(scanArea, um);
         computeScanArea(scanArea);
     }
     showScanSettings();
@@ -84,6 +84,10 @@ std::string setScanRectangle(const StageRectangle& rectangle) {
 
 StageRectangle scanRectangle() {
     if (scanRectangleIsInForce()) return placed.rectangle;
+    if (scanArea.part) {
+        const StageVector first = stageFor(scanArea.part->from);
+        return {first.x, first.y, scanArea.part->widthUm, scanArea.part->heightUm};
+    }
     return {stageX.positionUm + scanArea.offsetXUm, stageY.positionUm + scanArea.offsetYUm,
             (scanArea.cols - 1) * scanArea.scanStep, (scanArea.rows - 1) * scanArea.scanStep};
 }

@@ -63,13 +63,13 @@ void Taking::takeStep() {
     if (*step < scanStepLowest || *step > scanStepHighest)
         return notTaken("step", formatted("%g um is not within %g to %g um", *step, scanStepLowest,
                                           scanStepHighest));
-    scanArea.scanStep = *step;
+    ::takeStep(scanArea, *step);
     taken(formatted("step %g um", *step));
 }
 
 std::string whyNotThere(const SamplePart& part) {
     if (!part.from.isKnown()) return "the file does not say where its stage counted from";
-    if (std::string why = whyLost(part.from); !why.empty()) return why;
+    if (std::string why = whyLost(part); !why.empty()) return why;
     const StageVector first = stageFor(part.from);
     for (const double across : {0.0, part.widthUm})
         if (std::string why = beyondLimit(stageX, first.x + across); !why.empty()) return why;

@@ -125,6 +125,7 @@ template <class Conditions, class Visit> void eachCondition(Conditions& c, Visit
     visit.added("list", c.occasion.list);
     visit.added("keeps bias in a pause", c.options.keepsBiasInAPause);
     visit.added("drift", c.occasion.drift);
+    visit.added("objective", c.home.objective);
     visit.added("zero known", c.zeroKnown);
     visit.added("zero x um", c.zeroXUm);
     visit.added("zero y um", c.zeroYUm);

@@ -755,7 +755,7 @@ std::string whyNotStarted(ScanPlan& plan) {
 std::string whyNotScanned(const ScanPlan& plan) {
     if (plan.area.isTooLarge) return "more than 36 million points, take a larger step";
     if (plan.area.part)
-        if (std::string why = whyLost(plan.area.part->from); !why.empty()) return why;
+        if (std::string why = whyLost(*plan.area.part); !why.empty()) return why;
     if (std::string why = beyondLimit(plan); !why.empty()) return why;
     return whyNotFollowed(plan);
 }

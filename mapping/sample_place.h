@@ -16,14 +16,16 @@ StageVector lightPlace(const PictureScale& picture, double correctionXUm, double
 StageVector presentLightPlace(); // of the objective in use
 
 struct SamplePlace {
-    AxisCount x, y;    // of the stage, with the light ...
-    StageVector light; // ... that acted there then
+    AxisCount x, y;        // of the stage, with the light ...
+    StageVector light;     // ... that acted there then, as far as one knew
+    std::string objective; // of then: presentObjective; empty: not known
 
     bool isKnown() const { return x.isKnown() && y.isKnown(); }
-    SamplePlace by(StageVector um) const { return {x.by(um.x), y.by(um.y), light}; }
+    SamplePlace by(StageVector um) const { return {x.by(um.x), y.by(um.y), light, objective}; }
 };
 
-// Why nobody can go to a place that is known any more; empty when one can.
+// Why nobody can go to a place that is known any more; empty when one can. Another objective needs
+// a laser spot of its own.
 std::string whyLost(const SamplePlace& place);
 
 // What a measurement's conditions say of the place at which the stage stood, and back: not known
@@ -32,6 +34,8 @@ void addPlace(Conditions& lines, const SamplePlace& home);
 SamplePlace placeIn(const Conditions& lines);
 
 // Where the stage is to stand, um from the program's zero, so that the light of today acts there.
+// Through the same objective that is where it stood then: a laser spot that was set anew since is
+// known better, and the light fell where it did.
 StageVector stageFor(const SamplePlace& place);
 
 // Where the picture that is shown now has it: window pixels, also beside the picture.

@@ -118,6 +118,24 @@ void layTurned(ScanArea& area, PicturePoint laserSpot) {
 
 } // namespace
 
+void takeStep(ScanArea& area, double um) {
+    const double wide = (area.cols - 1) * area.scanStep, high = (area.rows - 1) * area.scanStep;
+    area.scanStep = um;
+    if (!area.placed || area.part) return; // its columns follow from the step
+    area.cols = pointsOver(wide, um);
+    area.rows = pointsOver(high, um);
+}
+
+std::string whyLost(const SamplePart& part) {
+    if (std::string why = whyLost(part.from); !why.empty()) return why;
+    for (const auto& [axis, count] :
+         {std::pair<const StageAxis&, const AxisCount&>(stageX, part.from.x),
+          {stageY, part.from.y}})
+        if (std::fabs(count.perUm - fullStepsOf(axis, 1.0)) > 1e-9 * std::fabs(count.perUm))
+            return "the stage is driven otherwise than then (Set-up)";
+    return {};
+}
+
 PixelPoint onPresentView(const ScanArea& area, double x, double y) {
     const double scale = double{1} * area.viewScale / (display.wideView ? display.wideFactor : 1);
     return {truncated(area.imageRefX + (x - area.imageRefX) * scale),

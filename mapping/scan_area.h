@@ -24,6 +24,10 @@ struct SamplePart {
     double widthUm = 0.0, heightUm = 0.0; // the step may change
 };
 
+// Why it does not lie where it did any more; empty when it does. With another pitch or direction of
+// a drive it would reach elsewhere from its corner.
+std::string whyLost(const SamplePart& part);
+
 struct ScanArea {
     double scanStep = 1.0; // um between neighbouring points
     PictureScale picture;  // of the objective that the rectangle was drawn with
@@ -56,6 +60,9 @@ struct ScanArea {
 };
 
 extern ScanArea scanArea;
+
+// Another step, um: the area reaches as far as before, once it is computed.
+void takeStep(ScanArea& area, double um);
 
 // A pixel of the view that the rectangle was drawn on, as a pixel of the view that is shown now.
 PixelPoint onPresentView(const ScanArea& area, double x, double y);

@@ -66,6 +66,11 @@ bool recoverScan(const LeftJournal& left) {
     showScan(std::move(*scan));
     scanMap.outcome.end = ProcessEnd::CutOff;
     scanArea = scanMap.conditions->area;
+    const SamplePlace& home = scanMap.conditions->home;
+    if (scanArea.placed && home.isKnown()) // it stays there, whatever has become of the stage
+        scanArea.part = {home.by({scanArea.offsetXUm, scanArea.offsetYUm}),
+                         (scanArea.cols - 1) * scanArea.scanStep,
+                         (scanArea.rows - 1) * scanArea.scanStep};
     const bool saved = saveScan(Asking::Quietly).numbers;
     if (saved) removeLeftJournal(left);
     showInformation(

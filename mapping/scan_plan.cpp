@@ -87,7 +87,7 @@ StageVector lightOf(const ScanPlan& plan) {
 
 void noteHome(ScanConditions& conditions) {
     conditions.home = {countOf(stageX, stageX.positionUm), countOf(stageY, stageY.positionUm),
-                       lightOf(conditions)};
+                       lightOf(conditions), presentObjective()};
 }
 
 ScanConditions conditionsOf(const ScanPlan& plan) {

@@ -84,9 +84,8 @@ std::string textOf(const Place& place) {
     return text + ", name " + inOneLine(place.name, true);
 }
 
-std::string presentObjective() {
-    const std::string& name = setUp.objective().name;
-    return name.empty() ? std::to_string(setUp.objectiveInUse) : inOneLine(name, false);
+std::string presentObjectiveInPlace() {
+    return inOneLine(presentObjective(), false);
 }
 
 } // namespace
@@ -106,7 +105,7 @@ std::string whyLost(const Place& place) {
 }
 
 bool isOfPresentObjective(const Place& place) {
-    return place.objective == presentObjective();
+    return place.objective == presentObjectiveInPlace();
 }
 
 std::vector<Place> readPlaces(std::vector<std::string>& refused) {
@@ -142,7 +141,7 @@ std::optional<Place> presentPlace(std::string& fault) {
         place.counts[indexOf(*axis)] = countOf(*axis, axis->positionUm);
         any = true;
     }
-    place.objective = presentObjective();
+    place.objective = presentObjectiveInPlace();
     if (any) return place;
     fault = "no controller answers";
     return {};

@@ -11,6 +11,11 @@
 
 SetUp setUp;
 
+std::string presentObjective() {
+    const std::string& name = setUp.objective().name;
+    return name.empty() ? std::to_string(setUp.objectiveInUse) : oneLine(name);
+}
+
 namespace {
 
 constexpr double farthestUm = 1e6;

@@ -109,6 +109,9 @@ constexpr size_t mostObjectives = 8;
 
 extern SetUp setUp;
 
+// The objective in use, for what was measured with it: its name, or its number from 1 without one.
+std::string presentObjective();
+
 enum class SetUpPage { Optics, Stage, LaserAndAmplifier, Camera };
 
 // One of the file's lines, and of the dialog's fields.

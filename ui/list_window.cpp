@@ -245,6 +245,8 @@ ListRow presentRow(ListKind kind) {
 void addArea() {
     const ScanArea area = presentArea();
     if (area.totalPoints < 2) return tell("Draw a scan area first");
+    if (const std::string why = area.part ? whyLost(*area.part) : ""; !why.empty())
+        return tell("The area's place: " + why);
     ListRow row = presentRow(ListKind::Map);
     row.xUm += area.offsetXUm;
     row.yUm += area.offsetYUm;

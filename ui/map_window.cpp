@@ -116,6 +116,8 @@ void askForPart(MapPoint a, MapPoint b) {
     const MapPoint lowerLeft{std::min(a.column, b.column), std::max(a.row, b.row)};
     const SamplePart part{placeOf(lowerLeft), std::fabs(a.column - b.column) * step,
                           std::fabs(a.row - b.row) * step};
+    if (const std::string lost = whyLost(part); !lost.empty())
+        return showInformation(("The map's place: " + lost).c_str());
     if (!areaConfirmed(part.widthUm, part.heightUm) || !windows.main) return;
     if (processUnderWay()) return refuseForProcess();
     switchLiveView(LiveView::Off); // what is shown of the area stays

@@ -172,8 +172,12 @@ TEST_F(MapWindowTest, ZoomsFromAFilesMapWhereItsPlaceIsKnown) {
     moveXYBy(20, -15, motorSpeed);
     closeAllStages();
     ASSERT_TRUE(openStages(controllers.axisOrder, motorSpeed));
+    setUp.objectives.push_back(setUp.objective());
+    setUp.objectiveInUse = 2;
     turnCamera(30, false);
     cameraState.laserOffset = {labSpotPixel().column, labSpotPixel().row};
+    setUp.objective().spotColumn = labSpotPixel().column;
+    setUp.objective().spotRow = labSpotPixel().row;
     show();
     const PixelPoint at = pixelOf(feature);
     onMapMouseMove(windows.map, at.x, at.y, false, false);
@@ -247,11 +251,18 @@ TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
     EXPECT_EQ(windowText(windows.map, 200).find("column"), std::string::npos);
     EXPECT_EQ(display.pointer, nullptr);
 
+    // A spot that is marked better has not moved the light.
+    cameraState.laserOffset.x += 40;
+    EXPECT_NEAR(stageFor(placeOf({3, 5})).x, place.x, 1e-6);
+    cameraState.laserOffset.x -= 40;
+
     // Another objective sees less, and its spot lies elsewhere.
     setUp.objectives.push_back(setUp.objective());
     setUp.objectiveInUse = 2;
     Objective& second = setUp.objective();
     second.xPerColumn = second.yPerRow = 0.05;
+    second.spotColumn = labSpotPixel().column;
+    second.spotRow = labSpotPixel().row;
     ASSERT_TRUE(applyLabFaults(exactStage + "optics 0.05 0\n"));
     setPosition(stageX, -200);
     answer("Do you want to move this point under the laser spot?", BoxAnswer::Yes);
