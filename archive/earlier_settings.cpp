@@ -4,6 +4,7 @@
 #include "archive/scan_file.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
+#include "instruments/lights.h"
 #include "mapping/scan_area.h"
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
@@ -108,7 +109,7 @@ void Taking::takeLaser() {
         return notTaken("laser",
                         formatted("%g uA is not within %g to %g uA", *uA, highest / 20.0, highest));
     laserLink.laserLevel = *uA / setUp.laserUaPerVolt;
-    taken(formatted("laser %g uA", *uA));
+    taken(formatted("laser %g uA", *uA) + (laserIsOn() ? " from the next start on" : ""));
 }
 
 void Taking::takeBias() {

@@ -211,8 +211,6 @@ bool fillMap(ScanMap& map, const GwySource& source, const GwyContents& contents)
     return true;
 }
 
-constexpr char unreadable[] = "it cannot be read";
-
 } // namespace
 
 std::optional<double> numberAt(const std::string& text) {
@@ -229,7 +227,7 @@ std::optional<double> biasOf(const Conditions& conditions) {
 
 GwyContents contentsOfFile(const std::wstring& path) {
     const File file = openFile(path, L"rb");
-    if (!file) return {{}, unreadable};
+    if (!file) return {{}, cannotBeRead};
     return contentsOf(sourceOf(file.get()));
 }
 
@@ -239,12 +237,12 @@ void describeScan(const std::wstring& path, ScanRow& row) {
     row.picture.fill(noLevel);
     const File file = openFile(path, L"rb");
     const GwySource source = file ? sourceOf(file.get()) : GwySource{};
-    const GwyContents contents = file ? contentsOf(source) : GwyContents{{}, unreadable};
+    const GwyContents contents = file ? contentsOf(source) : GwyContents{{}, cannotBeRead};
     row.fault = contents.fault;
     if (!row.fault.empty()) return;
     const GwyChannelThere& first = contents.channels.front();
     if (!drawPicture(source, first, row.picture)) {
-        row.fault = unreadable;
+        row.fault = cannotBeRead;
         return;
     }
     const Conditions& texts = first.conditions;
@@ -264,14 +262,14 @@ void describeScan(const std::wstring& path, ScanRow& row) {
 std::optional<ScanMap> mapOfFile(const std::wstring& path, std::string& fault) {
     const File file = openFile(path, L"rb");
     const GwySource source = file ? sourceOf(file.get()) : GwySource{};
-    const GwyContents contents = file ? contentsOf(source) : GwyContents{{}, unreadable};
+    const GwyContents contents = file ? contentsOf(source) : GwyContents{{}, cannotBeRead};
     fault = contents.fault;
     if (!fault.empty()) return {};
     try {
         ScanMap map;
         map.conditions = gridOf(contents);
         if (fillMap(map, source, contents)) return map;
-        fault = unreadable;
+        fault = cannotBeRead;
     } catch (const std::exception&) {
         fault = "it is too large for this computer's memory";
     }

@@ -206,7 +206,7 @@ void ScanIndex::list(const Folder& folder) {
 void ScanIndex::takeListed() {
     Rows known;
     for (ScanRow& row : all)
-        if (row.isRead) known[row.path] = std::move(row);
+        if (row.isRead && !row.isUnreadable()) known[row.path] = std::move(row);
     const size_t knownBefore = known.size();
     all.clear();
     size_t stillThere = 0;
@@ -224,6 +224,7 @@ void ScanIndex::takeListed() {
         row.markFile = markFile;
         row.verdict =
             markFile == FileStamp() ? ScanVerdict() : readVerdict(rootPath() + verdictPath(path));
+        if (row.verdict.mark == ScanVerdict::Mark::Unreadable) row.markFile = noFileStamp;
         changed = true;
     }
     changed |= stillThere != knownBefore;
@@ -261,7 +262,7 @@ bool ScanIndex::say(size_t row, const ScanVerdict& verdict) {
     ScanRow& of = all[row];
     if (!writeVerdict(rootPath() + verdictPath(of.path), verdict)) return false;
     of.verdict = verdict;
-    of.markFile = {}; // the next listing finds it changed, and reads it
+    of.markFile = noFileStamp; // the next listing finds it changed, and reads it
     changed = true;
     return true;
 }

@@ -28,11 +28,17 @@ struct FileStamp {
     bool operator==(const FileStamp&) const = default;
 };
 
+constexpr FileStamp noFileStamp{~uint64_t{0}, ~uint64_t{0}}; // of no file: what is listed differs
+
+// Of a file that another program held, or whose disk did not answer: it may be sound.
+inline constexpr char cannotBeRead[] = "it cannot be read";
+
 struct ScanRow {
     std::wstring path; // of the .gwy file, below KST_Data
     FileStamp file, markFile;
     bool isRead = false; // otherwise only what follows from the path is known
     std::string fault;   // what is damaged; empty of a sound file
+    bool isUnreadable() const { return fault == cannotBeRead; }
     std::string started; // "2026-11-27 07:45:00", of a damaged file no seconds; empty: not known
     int32_t columns = 0, rows = 0;
     std::optional<double> stepUm, biasVolts, laserUa; // nothing where it is not known or was none

@@ -49,6 +49,7 @@ bool isInRange(const ScanMap& map, size_t column, size_t row, size_t plane) {
 }
 
 bool isInScale(const ScanMap& map, size_t column, size_t row, size_t plane) {
+    if (!map.file.empty()) return !isMasked(map, column, row, plane); // why it is, the file keeps
     const PointMark mark = map.marks[column][row];
     // The 0 of a cell that has no reading may be any current of an amplifier with an offset.
     const bool behindAmplifier = map.conditions && map.conditions->amplifier.isKnown();

@@ -49,7 +49,8 @@ bool isReadable(WindowHandle window) {
 constexpr int longestTitle = 300;
 
 void drawCross(ContextHandle picture) {
-    constexpr int arm = 8, gap = 2; // pixels; what it is about stays free
+    if (!whyNoPlace().empty()) return; // the map that it was on may be gone
+    constexpr int arm = 8, gap = 2;    // pixels; what it is about stays free
     const PicturePlace at = onPicture(placeOf(hand.at));
     const int x = truncated(at.x), y = truncated(at.y);
     if (!(std::fabs(at.x) < 1e6 && std::fabs(at.y) < 1e6) || !inPicture(x, y)) return;

@@ -8,7 +8,6 @@
 #include "archive/scan_verdict.h"
 #include "camera/live_view.h"
 #include "instruments/laser_link.h"
-#include "instruments/lights.h"
 #include "mapping/map_rendering.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
@@ -168,7 +167,6 @@ void useSettings() {
     const GwyContents contents = contentsOfFile(fullPath(*row));
     if (!contents.fault.empty()) return tell("The file of this scan is damaged: " + contents.fault);
     const EarlierSettings settings = takeEarlierSettings(contents);
-    if (laserIsOn()) setLaserLevel(1); // at the new level
     showScanSettings();
     logEvent("Settings of " + name + ": " + joined(settings.taken, ", "));
     if (!settings.notTaken.empty()) logEvent("Not taken: " + joined(settings.notTaken, "; "));

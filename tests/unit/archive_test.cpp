@@ -134,6 +134,19 @@ TEST_F(ArchiveTest, IndexIsOnlyACache) {
     EXPECT_EQ(now.size(), 2u);
     EXPECT_EQ(named(now, one.path).note, "another note");
 
+    // One that another program holds is not damaged for ever.
+    const std::wstring three = L"261127_07-45\\three.gwy";
+    writeDesktopFile(folder + "three.gwy", smallFile("third"));
+    unreadableFile = "three.gwy";
+    ScanIndex held;
+    EXPECT_TRUE(cellOf(named(listed(held), three), ScanColumn::Note).starts_with("DAMAGED"));
+    unreadableFile.clear();
+    ScanIndex free;
+    EXPECT_EQ(named(listed(free), three).note, "third");
+    std::filesystem::remove(pathOnDesktop(folder + "three.gwy"));
+    ScanIndex without;
+    EXPECT_EQ(listed(without).size(), 2u);
+
     // A damaged cache counts as none: each byte of its beginning, and any in the middle.
     const std::string cache = contentOf("KST_Data/Scans.index");
     ASSERT_EQ(rowsOfIndex(cache).size(), 2u);
