@@ -198,13 +198,14 @@ void DriftWatch::look(const ListPlace& place, Outcome& outcome) {
     const bool wasLive = liveViewIsOn();
     switchLiveView(LiveView::Off);
     {
-        const RunningProcess running;
-        setField(Field::StartButton, "Stop");
+        std::optional<RunningProcess> running; // unless a map holds the program
+        if (session.processRunning == 0) running.emplace();
+        if (running) setField(Field::StartButton, "Stop");
         connectMissingCamera();
         why = !whyNoFirst.empty()          ? whyNoFirst
               : cameraState.connected == 0 ? "No camera"
                                            : whyNotSeen(place, outcome);
-        setField(Field::StartButton, "Start");
+        if (running) setField(Field::StartButton, "Start");
         refreshPositions();
     }
     if (windows.main && wasLive) switchLiveView(LiveView::On);

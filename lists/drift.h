@@ -29,9 +29,9 @@ public:
     // Takes a picture and compares it: always of the place where the list began, with its Z, in
     // the lamp's light, with X and Y coming from below. The stage is left there; lights and
     // exposure are given back. The first picture that can be followed becomes the list's first one
-    // and goes to the disk. To be called between rows, in the process of the list; takes some
-    // seconds, and moves nothing without a camera. What could not be given back or written is added
-    // to the outcome's troubles.
+    // and goes to the disk. To be called between rows or in a map's pause, in the process of the
+    // list; takes some seconds, and moves nothing without a camera. What could not be given back or
+    // written is added to the outcome's troubles.
     void look(const ListPlace& place, Outcome& outcome);
 
     // Of the last look, um along the stage's axes: a row's place lies there now. Nothing where it

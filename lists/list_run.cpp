@@ -110,7 +110,8 @@ public:
 
 private:
     Outcome measure(size_t row, int32_t repeat);
-    ListRow lookAtDrift(size_t row, int32_t repeat, Outcome& outcome);
+    ListRow lookAtDrift(size_t row, const std::string& when, const ListRow& otherwise,
+                        Outcome& outcome);
     Outcome measureAtPlace(const ListRow& of, const std::string& where);
     Outcome measureMap(const ListRow& row, const std::string& where);
     std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
@@ -355,38 +356,46 @@ Outcome ListRun::measure(size_t row, int32_t repeat) {
     startedMs = tickCountMs();
     session.stopRequested = 0;
     Outcome looked{.lastWords = "Not measured"};
-    const ListRow followed = lookAtDrift(row, repeat, looked);
+    const std::string which = formatted("row %d, repeat %d", number, repeat);
+    ListRow followed = lookAtDrift(row, which, of, looked);
     looked.end = processEnd();
     if (session.stopRequested) return looked;
+    lookBehindPause = [&] {
+        const ListRow before = followed;
+        followed = lookAtDrift(row, which + " behind a pause", before, looked);
+        return SampleMoved{{followed.xUm - before.xUm, followed.yUm - before.yUm},
+                           "drift " + driftWords};
+    };
     Outcome outcome = measureAtPlace(followed, where);
+    lookBehindPause = {};
     outcome.troubles.insert(outcome.troubles.end(), looked.troubles.begin(), looked.troubles.end());
     return outcome;
 }
 
-// The row where it lies now, as far as the stage follows.
-ListRow ListRun::lookAtDrift(size_t row, int32_t repeat, Outcome& outcome) {
+// The row where it lies now, as far as the stage follows; `otherwise` where it cannot.
+ListRow ListRun::lookAtDrift(size_t row, const std::string& when, const ListRow& otherwise,
+                             Outcome& outcome) {
     const ListRow& of = place.list.rows[row];
     drift.look(place, outcome);
     driftWords = drift.words();
-    ListRow followed = of;
+    ListRow followed = otherwise;
     if (place.list.followsDrift && !session.stopRequested) {
         std::string why = drift.follow(place);
         if (why.empty()) say(keepFollowed(place));
-        followed.xUm += place.followed.x;
-        followed.yUm += place.followed.y;
+        followed.xUm = of.xUm + place.followed.x;
+        followed.yUm = of.yUm + place.followed.y;
         const std::string beyond = whyNotMeasured(followed);
         if (!beyond.empty() && whyNotMeasured(of).empty()) {
             why = "Drift not followed: " + beyond;
-            followed = of;
+            followed = otherwise;
         }
         if (!why.empty()) outcome.troubles.push_back(why);
         notFollowed += !why.empty();
-        driftWords += formatted("; followed by X %+.2f, Y %+.2f um", followed.xUm - of.xUm,
+        driftWords += formatted(", followed by X %+.2f, Y %+.2f um", followed.xUm - of.xUm,
                                 followed.yUm - of.yUm);
     }
     logEvent("Drift: " + driftWords);
-    say(recordEvent(place,
-                    formatted("row %d, repeat %d: drift ", numberOf(row), repeat) + driftWords));
+    say(recordEvent(place, when + ": drift " + driftWords));
     show(row, "runs, drift " + driftWords);
     return followed;
 }

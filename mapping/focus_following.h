@@ -3,6 +3,7 @@
 
 #include "mapping/scan_plan.h"
 #include "motion/stage.h"
+#include "session/picture_scale.h"
 
 #include <optional>
 #include <string>
@@ -36,6 +37,12 @@ public:
     // Why Z does not stand where this row needs it.
     Miss missed() const { return why; }
 
+    // The sample, and the plane with it, lies elsewhere by so much.
+    void moveWith(StageVector um) {
+        fromX += um.x;
+        fromY += um.y;
+    }
+
     // Where Z stands at the scan's end: as at its start but for what the operator has moved it.
     // Nothing where it was not moved along the plane.
     std::optional<double> homeUm();
@@ -48,9 +55,10 @@ private:
 
     const FocusSlopes slopes;
     ArrivalTiming timing;
-    const double fromX, fromY, startZ; // um
-    double byOperatorUm = 0.0;         // moved by hand meanwhile
-    std::optional<double> standsAtUm;  // where it was sent last; nothing where it did not come
+    double fromX, fromY;              // um
+    const double startZ;              // um
+    double byOperatorUm = 0.0;        // moved by hand meanwhile
+    std::optional<double> standsAtUm; // where it was sent last; nothing where it did not come
     bool hasMoved = false;
     bool eachPoint = false;
     Miss why = Miss::Nothing;

@@ -40,6 +40,9 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
+
+std::function<SampleMoved()> lookBehindPause;
 
 namespace {
 
@@ -104,7 +107,8 @@ private:
     bool consentGiven(bool compensated);
     void scanAllRows();
     bool scanRow(int row);
-    bool pauseIfAsked(PauseBehind justDone, const std::string& behind);
+    bool pauseIfAsked(PauseBehind justDone, int row, const std::string& behind);
+    void comeBackTo(int row, double z);
     void lightUp() const;
     const StageAxis* axisThatIsOut() const;
     RowStart goToRow(double y);
@@ -124,6 +128,9 @@ private:
     void takeSettings();
     void endIfAxisIsOut();
     bool canGoOn() const;
+    bool isOver() const {
+        return session.stopRequested || axisThatIsOut() || !report.endedBy.empty();
+    }
     void endBy(const std::string& cause);
     void returnHome();
     int percentOf(int points) const {
@@ -142,12 +149,13 @@ private:
     FocusFollower focus;
     ScanPace pace;
     const double homeX, homeY;         // where the stage stood, um
-    double startX = 0.0, startY = 0.0; // the first point
+    double startX = 0.0, startY = 0.0; // the first point, where the sample lies now
     int firstRow = 0;                  // not 0 of a scan that goes on
     InstrumentSettings known;          // as the instrument is set by now
     int knownFrom = 0;                 // the first row since that was last asked for
     bool otherUnit = false;            // its values are no longer in the map's
     bool yPlayLeft = false;            // the last swing failed
+    bool yAstray = false;              // behind a look Y stands where that need not count
     int swungAtRow = 0;                // before which that was
     uint64_t refusedMs = 0;            // when the operator last wanted to move X or Y; 0 never
     ProcessEnd end = ProcessEnd::Running;
@@ -389,7 +397,7 @@ void Scan::lightUp() const {
 // Where a pause is due: laser off, and the bias unless it is to stay, until the operator resumes
 // it; then the play is shaken out again, and the row must be begun anew. False when nothing was
 // held up, or the scan stops instead.
-bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
+bool Scan::pauseIfAsked(PauseBehind justDone, int row, const std::string& behind) {
     if (!pauseIsDue(justDone) || report.pointsDone == area.totalPoints) return false;
     const uint64_t sinceMs = tickCountMs();
     const std::string since = timeText(localTime());
@@ -401,10 +409,19 @@ bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
         report.bias.emplace_back("The bias may have been on in the pause");
     const bool goesOn = waitWhilePaused("Mapping");
     const auto tookMs = static_cast<double>(tickCountMs() - sinceMs);
-    const std::string words = since + behind + formatted(", %.1f min", tookMs / 60000.0);
+    std::string words = since + behind + formatted(", %.1f min", tookMs / 60000.0);
+    const double z = stageZ.positionUm;
+    SampleMoved moved;
+    if (goesOn && lookBehindPause) moved = lookBehindPause();
+    if (!moved.words.empty()) words += ", " + moved.words;
     notePause(*scanMap.conditions, words);
     journalPause(words);
-    if (!goesOn) return false;
+    if (!goesOn || session.stopRequested) return false;
+    startX += moved.byUm.x;
+    startY += moved.byUm.y;
+    focus.moveWith(moved.byUm);
+    if (lookBehindPause) comeBackTo(row, z);
+    if (isOver()) return false;
     if (!keepsBias) {
         const auto volts = static_cast<double>(plan.biasVoltage);
         biasWatch.told(volts, applyBias(volts, limit));
@@ -414,16 +431,31 @@ bool Scan::pauseIfAsked(PauseBehind justDone, const std::string& behind) {
         grabFrames(cameraState, 1);
     }
     lightUp();
-    yPlayLeft = !swingXY(timing) || !swingZ(timing);
-    report.swingFailed |= yPlayLeft;
+    const bool swung = swingXY(timing) && swingZ(timing);
+    report.swingFailed |= !swung;
+    yPlayLeft = !swung || std::exchange(yAstray, false);
     waitResponsive(500);
     return true;
+}
+
+// From wherever a look has left the stage, by the road on which a scan begins: to the row's first
+// point, where the swing then shakes the play out. From elsewhere the row itself might be come to
+// from above.
+void Scan::comeBackTo(int row, double z) {
+    const double y = startY + row * area.scanStep;
+    const std::string missed = travelTo({startX, y, z});
+    // All that is left would be measured out of focus.
+    const bool zIsThere = stageZ.axisNumber == 0 || std::fabs(stageZ.positionUm - z) <= 0.5;
+    if (!zIsThere && !session.stopRequested)
+        endBy("Z did not come back behind the pause: " + missed);
+    if (!missed.empty()) showProgress("Motor range limited");
+    yAstray = std::fabs(stageY.positionUm - y) > 3.0; // as a move of both axes ends before it
 }
 
 // One row from left to right; false when a stop was asked for or an axis is out.
 bool Scan::scanRow(int row) {
     const int mapRow = area.rows - 1 - row;
-    const double y = startY + row * area.scanStep;
+    double y = startY + row * area.scanStep;
     pace.rowBegins(tickCountMs());
     RowStart start = goToRow(y);
     pace.rowReached(tickCountMs());
@@ -449,13 +481,14 @@ bool Scan::scanRow(int row) {
         pace.pointDone(tickCountMs());
         showRemaining();
         if (column + 1 == area.cols) continue; // behind the row
-        if (pauseIfAsked(PauseBehind::Point,
+        if (pauseIfAsked(PauseBehind::Point, row,
                          formatted(" behind row %d, point %d", row + 1, column + 1))) {
             swungAtRow = row;
+            y = startY + row * area.scanStep;
             start = goToRow(y);
             pace.goesOn(tickCountMs());
         }
-        if (session.stopRequested || axisThatIsOut()) return false;
+        if (isOver()) return false;
     }
     lookAtFocus(formatted(" in row %d", row + 1));
     lookAtSettings(row, row == area.rows - 1);
@@ -464,7 +497,8 @@ bool Scan::scanRow(int row) {
     setLiveRows(mapRow);
     drawLiveRow(mapRow);
     if (plan.confocal) drawConfocalRow(windows.confocal, mapRow);
-    if (pauseIfAsked(PauseBehind::Row, formatted(" behind row %d", row + 1))) swungAtRow = row + 1;
+    if (pauseIfAsked(PauseBehind::Row, row, formatted(" behind row %d", row + 1)))
+        swungAtRow = row + 1;
     return true;
 }
 
@@ -509,7 +543,7 @@ void Scan::scanAllRows() {
 
     pace = ScanPace(area.cols, area.rows - firstRow,
                     rowUm / (speedOf(stageX, motorSpeed) * umPerStepOf(stageX)) * 1000.0);
-    for (int row = firstRow; row < area.rows && !session.stopRequested && !axisThatIsOut(); ++row)
+    for (int row = firstRow; row < area.rows && !isOver(); ++row)
         if (!scanRow(row)) {
             if (knownFrom <= row) lookAtSettings(row, true);
             break;

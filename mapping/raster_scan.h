@@ -5,7 +5,9 @@
 #include "motion/stage.h"
 #include "session/journal.h"
 #include "session/outcome.h"
+#include "session/picture_scale.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -25,6 +27,16 @@ int runMapping();
 // on, as if the scan had started where the stage stands. `left`, its journal, becomes that of this
 // scan; when this one is declined the journal stays, so that it can go on another time.
 Outcome continueScan(const LeftJournal& left);
+
+// What somebody has found before a scan goes on behind a pause.
+struct SampleMoved {
+    StageVector byUm;  // the points that are left move with it
+    std::string words; // of it, for what is written of the pause; empty without any
+};
+
+// Asked then, with the laser off; may send the whole stage elsewhere, which the scan brings back
+// to the row's begin. Empty: nobody looks.
+extern std::function<SampleMoved()> lookBehindPause;
 
 // In this object's block X and Y are a scan's: from the command to its last move.
 class XyOfScan {

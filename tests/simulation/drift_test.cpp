@@ -12,6 +12,7 @@
 #include "motion/stage.h"
 #include "platform/files.h"
 #include "platform/text_format.h"
+#include "session/pause.h"
 #include "session/process.h"
 #include "session/set_up.h"
 #include "tests/doubles/doubles.h"
@@ -78,7 +79,7 @@ protected:
         row.repeats = 4;
         row.everyMinutes = 60;
         if (!knock.empty()) in(100 * 60000.0, [=] { ASSERT_TRUE(applyLabFaults(drifts + knock)); });
-        deadlineMs *= 2;
+        deadlineMs *= 3;
         answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
         runProcess("Scan list", [&] { return startScanList(list); });
         EXPECT_NE(record().find("Scan list finished: 1 of 1 rows"), std::string::npos) << record();
@@ -100,12 +101,24 @@ protected:
         return all;
     }
 
+    // Behind a point of the first map.
+    static void pauseOnce(const char* at, double minutes) {
+        when([=] { return textIn(Field::Progress).starts_with(at); },
+             [=] {
+                 askForPause(PauseBehind::Point);
+                 in(minutes * 60000.0, [] { askForPause(PauseBehind::Nothing); });
+             });
+    }
+
     // Cells that are not what the sample has within 0.3 um of where they lay in the first map,
-    // moved by `by`.
-    static int wrongCells(const SavedMap& map, const SavedMap& first, LabPoint by = {}) {
+    // moved by `by`; of those from one to another in the order of the scan.
+    static int wrongCells(const SavedMap& map, const SavedMap& first, LabPoint by = {},
+                          int from = 0, int to = 24) {
         int wrong = 0;
         for (int row = 0; row < map.rows; ++row)
             for (int column = 0; column < map.columns; ++column) {
+                const int order = (map.rows - 1 - row) * map.columns + column;
+                if (order < from || order >= to) continue;
                 const LabPoint at = first.placeOf(column, row);
                 double lowest = 1e9, highest = -1e9;
                 for (const double dx : {-0.3, 0.0, 0.3})
@@ -149,11 +162,35 @@ TEST_F(DriftTest, WithFollowingEachMapIsOfTheSamePlaceUntilSomebodyKnocksTheSamp
     EXPECT_NEAR(all[1].placeOf(0, 0).x - all[0].placeOf(0, 0).x, 1.5, 0.25);
     for (const size_t hour : {2, 3}) {
         const std::string drift = all[hour].condition("Drift");
-        EXPECT_NE(drift.find("; followed by X +1."), std::string::npos) << drift;
+        EXPECT_NE(drift.find(", followed by X +1."), std::string::npos) << drift;
         EXPECT_GT(wrongCells(all[hour], all[0]), 12) << "it stays where it had followed to";
     }
     EXPECT_NE(record().find("Drift of 16."), std::string::npos) << record();
     EXPECT_NE(record().find("Drift not followed: 2"), std::string::npos);
+}
+
+// For two hours in the middle of a row: the look goes to where the list began, from which the row
+// is come to from above, and back without a trace of the play.
+TEST_F(DriftTest, TheRestOfAMapBehindAPauseIsOfWhereTheSampleLiesThen) {
+    for (const bool follows : {true, false}) {
+        pauseOnce("Mapping: 37%", 120);
+        runNight(follows);
+        const std::vector<SavedMap> all = maps();
+        const std::string paused = all[0].condition("Paused");
+        EXPECT_NE(paused.find("behind row 2, point 3, 120."), std::string::npos) << paused;
+        EXPECT_NE(paused.find(" min, drift X +3."), std::string::npos) << paused;
+        if (follows) {
+            EXPECT_NE(paused.find(", followed by X +3."), std::string::npos) << paused;
+            EXPECT_EQ(wrongCells(all[0], all[0]), 0) << paused;
+            EXPECT_EQ(wrongCells(all[1], all[0]), 0) << all[1].condition("Drift");
+        } else {
+            EXPECT_EQ(wrongCells(all[0], all[0], {}, 0, 9), 0);
+            EXPECT_EQ(wrongCells(all[0], all[0], {-3.0, 1.4}, 12, 24), 0) << paused;
+            EXPECT_GT(wrongCells(all[0], all[0], {}, 9, 24), 3);
+        }
+        ASSERT_NO_FATAL_FAILURE(TearDown());
+        ASSERT_NO_FATAL_FAILURE(SetUp());
+    }
 }
 
 TEST_F(DriftTest, WithoutStructureItIsUnknownAndNothingFollows) {
