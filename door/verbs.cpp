@@ -229,6 +229,8 @@ Reply loadList(const Call& call) {
 std::string whyNotListed(const ScanList& list) {
     if (std::none_of(list.rows.begin(), list.rows.end(), [](const ListRow& row) { return row.on; }))
         return "no row of the list is switched on";
+    if (const std::string left = listThatWasCutOff(); !left.empty())
+        return left + "; the operator decides over it";
     const std::string other = otherSetUpOf(list);
     return other.empty() ? "" : "the list was made under another set-up: " + other;
 }

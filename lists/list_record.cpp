@@ -23,7 +23,8 @@ namespace {
 constexpr char endProgramName[] = "at the end run";
 constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
-               nameMark[] = "#name ", begunMark[] = "#begun ", followedMark[] = "#followed ";
+               nameMark[] = "#name ", begunMark[] = "#begun ", followedMark[] = "#followed ",
+               withMark[] = "#measured with ";
 
 std::wstring scanListFolder() {
     return dataFolders.dataRoot + L"\\Scan lists";
@@ -141,7 +142,7 @@ bool beginListRecord(ListPlace& place) {
                              "\nrow\trepeat\twhat\tstarted\tended\thow\tfolder\n";
     const std::string left =
         textOf(place.list) + nameMark + place.list.name + "\n" + recordMark + place.record + "\n" +
-        begunMark + place.begun + "\n" + placeMark +
+        begunMark + place.begun + "\n" + withMark + place.measuredWith + "\n" + placeMark +
         formatted("%.17g %.17g %.17g\n", place.homeX, place.homeY, place.homeZ);
     return writeDocument(pathOf(widened(place.record)), head, L"w") &&
            writeDocument(pathOf(unfinishedName), left, L"w");
@@ -214,6 +215,7 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
         if (const auto name = behind(line, nameMark)) place.list.name = *name;
         if (const auto record = behind(line, recordMark)) place.record = *record;
         if (const auto begun = behind(line, begunMark)) place.begun = *begun;
+        if (const auto with = behind(line, withMark)) place.measuredWith = *with;
         if (const auto home = behind(line, placeMark))
             whole = std::sscanf(home->c_str(), "%lf %lf %lf", &place.homeX, &place.homeY,
                                 &place.homeZ) == 3;

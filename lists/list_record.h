@@ -24,6 +24,7 @@ struct ListPlace {
     std::string record;                           // the record's file name
     std::string begun;                            // when, "2026-11-27 09:00:00"
     double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
+    std::string measuredWith;                     // what no row says of itself; empty: not known
     StageVector followed; // by how much the stage has followed the sample's drift, um
 
     // The next one that is to be measured; nothing at the end.

@@ -17,6 +17,7 @@
 #include "motion/travel.h"
 #include "platform/clock.h"
 #include "platform/text_format.h"
+#include "platform/widen.h"
 #include "screen/screen.h"
 #include "session/announce.h"
 #include "session/day_log.h"
@@ -78,6 +79,14 @@ std::string howOf(const Outcome& outcome) {
     const std::string end = nameOf(outcome.end);
     if (!outcome.isSound()) return end + ", " + troubleLine(outcome);
     return outcome.end == ProcessEnd::Declined ? end + ", " + outcome.lastWords : end;
+}
+
+// What rows do not say of themselves, and another run of the program may have otherwise.
+std::string measuredWith() {
+    const ScanPlan plan = presentPlan();
+    return formatted(
+        "%s, confocal %s, focus plane %s", narrowed(instrumentKind(plan.ammeterKind).name).c_str(),
+        plan.confocal ? "on" : "off", plan.focus.follows ? "followed" : "not followed");
 }
 
 bool askedByOperator(const Outcome& outcome) {
@@ -557,6 +566,15 @@ std::string otherSetUpOf(const ScanList& list) {
     return list.setUpInForce.empty() ? "" : setUpDifference(list.setUpInForce, setUpWords(setUp));
 }
 
+std::string listThatWasCutOff() {
+    std::string fault;
+    const std::optional<ListPlace> place = unfinishedList(fault);
+    if (!fault.empty()) return "a list was cut off, whose file is damaged: " + fault;
+    if (!place) return {};
+    return formatted("a list of %d rows was cut off, %d are measured", place->toMeasure(),
+                     place->measured());
+}
+
 std::string whyNotMeasured(const ListRow& row) {
     if (std::string why = faultIn(row); !why.empty()) return why;
     const double mostUa = setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
@@ -599,6 +617,14 @@ Outcome continueScanList(ListPlace place) {
         showInformation(told.lastWords.c_str());
         return told;
     }
+    if (const std::string now = measuredWith();
+        !place.measuredWith.empty() && place.measuredWith != now) {
+        Outcome told{.end = ProcessEnd::Declined,
+                     .lastWords = "Not continued: the list was measured with " +
+                                  place.measuredWith + ", set is " + now};
+        showInformation(told.lastWords.c_str());
+        return told;
+    }
     bool there = false;
     {
         const RunningProcess running;
@@ -635,7 +661,8 @@ Outcome startScanList(const ScanList& list, Consent consent) {
                     .done = std::vector<int32_t>(list.rows.size()),
                     .homeX = ofController(stageX, stageX.positionUm),
                     .homeY = ofController(stageY, stageY.positionUm),
-                    .homeZ = ofController(stageZ, stageZ.positionUm)};
+                    .homeZ = ofController(stageZ, stageZ.positionUm),
+                    .measuredWith = measuredWith()};
     if (!beginListRecord(place)) {
         Outcome told{.end = ProcessEnd::Declined,
                      .lastWords = "Not started: the list's record cannot be written"};

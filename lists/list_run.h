@@ -40,5 +40,9 @@ void saveRowAtForcedEnd();
 // 500"): its places and heights would be elsewhere. Empty when nothing is, or nobody knows.
 std::string otherSetUpOf(const ScanList& list);
 
+// "a list of 40 rows was cut off, 3 are measured": what another list's begin would throw away.
+// Empty when there is none.
+std::string listThatWasCutOff();
+
 // Why a row cannot be measured as the set-up and the stage are; empty when it can.
 std::string whyNotMeasured(const ListRow& row);

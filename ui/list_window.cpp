@@ -329,6 +329,15 @@ void startList() {
         if (stageIsBusy()) return;
         state.list.setUpInForce = setUpWords(setUp);
     }
+    if (const std::string left = listThatWasCutOff(); !left.empty()) {
+        if (showMessageBox(windows.main,
+                           ("Do you want to give up what was cut off? There is " + left +
+                            "; it cannot go on when this one begins.")
+                               .c_str(),
+                           "Scan list", BoxButtons::YesNo) != BoxAnswer::Yes)
+            return;
+        if (stageIsBusy()) return;
+    }
     if (!writeScanList(state.list)) return tell("The list could not be written");
     showRows(state.selected);
     startListRun([list = state.list] { return startScanList(list); });

@@ -275,6 +275,16 @@ TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
          [] {
              EXPECT_EQ(textIn(Field::Information), "A list was cut off: 1 of 5 rows. \"File\", "
                                                    "\"Continue last list\"");
+             std::string fault; // the rows that are left would be another kind of map
+             scanSettings.confocalEnabled = 1;
+             continueScanList(*unfinishedList(fault));
+             EXPECT_NE(textIn(Field::Information)
+                           .find("confocal off, focus plane not followed, set "
+                                 "is"),
+                       std::string::npos)
+                 << textIn(Field::Information);
+             scanSettings.confocalEnabled = 0;
+             EXPECT_NE(listThatWasCutOff(), "");
              writeDesktopFile("tell.exe", "");
              EXPECT_TRUE(keepProgramAtEnd(narrowed(desktopFolder()) + "\\tell.exe"));
              postCommand(idContinueList);
