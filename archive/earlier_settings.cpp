@@ -9,6 +9,7 @@
 #include "mapping/scan_map.h"
 #include "mapping/scan_options.h"
 #include "motion/axis.h"
+#include "motion/focus_plane.h"
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "session/set_up.h"
@@ -186,6 +187,13 @@ void Taking::sayWhatElseDiffers() {
     const std::string instrument = text("Instrument");
     if (instrument != narrowed(selectedInstrument().name))
         notTaken("instrument", (instrument.empty() ? notSaid : instrument + " is not selected"));
+    const FocusSlopes now = slopesToFollow();
+    const std::string plane = text("Focus plane");
+    if (plane.empty() && now.follows)
+        notTaken("focus plane", "the scan followed none, the next one follows one");
+    else if (!plane.empty() && !(now.follows && plane.starts_with(wordsOf(now))))
+        notTaken("focus plane", "the scan followed one (" + plane + "), the next one follows " +
+                                    (now.follows ? "another" : "none"));
     if (const std::string was = text("Set-up"); !was.empty())
         if (const std::string other = setUpDifference(was, setUpWords(setUp)); !other.empty())
             notTaken("set-up", other);

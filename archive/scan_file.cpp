@@ -46,6 +46,12 @@ double stepUmOf(const GwyFrame& frame) {
     return frame.width / frame.columns * umPerMetre;
 }
 
+// Whether the frame's points lie a step apart, both ways: another program may have resampled it.
+bool hasStep(const GwyFrame& frame, double stepUm) {
+    const auto agrees = [stepUm](double um) { return std::fabs(um - stepUm) < 1e-3 * stepUm; };
+    return agrees(stepUmOf(frame)) && agrees(frame.height / frame.rows * umPerMetre);
+}
+
 // A value that counts: none behind a mask, and a number.
 class Rows {
 public:
@@ -120,7 +126,9 @@ ScanConditions gridOf(const GwyContents& contents) {
     area.placed = true;
     area.cols = frame.columns;
     area.rows = frame.rows;
-    area.scanStep = numberAt(valueIn(texts, "Step")).value_or(stepUmOf(frame));
+    const double stepSaid = numberAt(valueIn(texts, "Step")).value_or(stepUmOf(frame));
+    const bool stepHolds = hasStep(frame, stepSaid);
+    area.scanStep = stepHolds ? stepSaid : stepUmOf(frame);
     const double left = frame.left * umPerMetre + area.scanStep / 2;
     const double bottom = -(frame.top + frame.height) * umPerMetre + area.scanStep / 2;
     scan.homeXUm = numberAt(valueIn(texts, "Stage X at the start")).value_or(0.0);
@@ -133,11 +141,13 @@ ScanConditions gridOf(const GwyContents& contents) {
     scan.zeroKnown = zeroX && zeroY;
     scan.zeroXUm = zeroX.value_or(0.0);
     scan.zeroYUm = zeroY.value_or(0.0);
-    // The stage goes there: where the file says it twice, it says the same.
+    // The stage goes there: where the file says it twice, it says the same. A continued scan has
+    // its start in the one and where the operator brought the sample back in the other.
     const SamplePlace home = placeIn(texts);
     const auto isAlike = [](double a, double b) { return std::fabs(a - b) < 0.01; }; // um
-    if (isAlike(home.x.steps / home.x.perUm, scan.homeXUm + scan.zeroXUm) &&
-        isAlike(home.y.steps / home.y.perUm, scan.homeYUm + scan.zeroYUm) &&
+    const bool isAtStart = isAlike(home.x.steps / home.x.perUm, scan.homeXUm + scan.zeroXUm) &&
+                           isAlike(home.y.steps / home.y.perUm, scan.homeYUm + scan.zeroYUm);
+    if (stepHolds && (isAtStart || !valueIn(texts, "Continued").empty()) &&
         isAlike(scan.firstXUm(), left) && isAlike(scan.firstYUm(), bottom))
         scan.home = home;
     scan.setUpInForce = valueIn(texts, "Set-up");
@@ -174,8 +184,11 @@ bool fillPlane(ScanMap& map, const GwySource& source, const GwyChannelThere& cha
         for (int32_t column = 0; column < frame.columns; ++column) {
             const auto c = static_cast<size_t>(column), r = static_cast<size_t>(row);
             const double value = rows.value(c);
-            map.maps[plane.map][c][r] =
-                std::isfinite(value) ? static_cast<float>(value / perValue) : 0.0f;
+            const bool hasMark = plane.map == planePhotocurrent || plane.ofCamera();
+            const float none = hasMark ? 0.0f : std::numeric_limits<float>::quiet_NaN();
+            map.maps[plane.map][c][r] = std::isfinite(value) && (hasMark || rows.counts(c))
+                                            ? static_cast<float>(value / perValue)
+                                            : none;
             PointMark& mark = map.marks[c][r];
             if (plane.map == planePhotocurrent)
                 mark = rows.counts(c) ? PointMark::Measured : PointMark::NotMeasured;

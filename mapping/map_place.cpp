@@ -98,6 +98,7 @@ std::string valueText(MapCell cell, int channel) {
     const auto numberIn = [&](size_t of) {
         return static_cast<double>(map.maps[of][cell.column][cell.row]);
     };
+    if (!map.file.empty() && std::isnan(numberIn(plane))) return "no value"; // masked there
     std::string text;
     if (channel == channelConfocal) {
         text = formatted("R %.0f, G %.0f, B %.0f", numberIn(planeRed), numberIn(planeGreen),
@@ -108,7 +109,8 @@ std::string valueText(MapCell cell, int channel) {
         text = formatted("%.4g %s", number / shown.factor, shown.name.c_str());
         if (isOverload(map.maps[plane][cell.column][cell.row])) return "overloaded";
     } else {
-        text = formatted("%.0f", numberIn(plane));
+        const bool isColour = plane > planePhotocurrent && plane < firstFurtherMap;
+        text = formatted(isColour ? "%.0f" : "%.4g", numberIn(plane));
     }
     const bool toBeSaid = !words.empty() && isMasked(map, cell.column, cell.row, plane);
     return toBeSaid ? text + " (" + words + ")" : text;

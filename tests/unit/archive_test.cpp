@@ -3,9 +3,13 @@
 #include "archive/scan_index.h"
 #include "archive/scan_verdict.h"
 #include "mapping/gwy_reading.h"
+#include "mapping/map_place.h"
+#include "mapping/map_rendering.h"
+#include "mapping/sample_place.h"
 #include "session/data_folders.h"
 #include "tests/doubles/doubles.h"
 
+#include <cmath>
 #include <filesystem>
 
 namespace {
@@ -104,6 +108,52 @@ TEST_F(ArchiveTest, MapHasUnitsThatFitAndNoMaskedCell) {
     EXPECT_DOUBLE_EQ(map->conditions->firstXUm(), 11.0);
     EXPECT_DOUBLE_EQ(map->conditions->firstYUm(), 17.0);
     EXPECT_EQ(map->maps.back()[0][1], 4.0f);
+}
+
+// 3 x 2 points, 2 um apart by its texts, in a frame of that width.
+std::string placedFile(double widthUm, const Conditions& further, double homeSteps = 0.0) {
+    GwyChannel current = channelOf("Photocurrent", {0, 1, 2, 3, 4, 5});
+    current.conditions = {{"Step", "2 um"},
+                          {"Stage X at the start", "11 um"},
+                          {"Stage Y at the start", "17 um"},
+                          {"Controller's count at X 0", "0 um"},
+                          {"Controller's count at Y 0", "0 um"}};
+    current.conditions.insert(current.conditions.end(), further.begin(), further.end());
+    addPlace(current.conditions, {.x = {11 + homeSteps, 1, "COM3"},
+                                  .y = {17, 1, "COM4"},
+                                  .light = {0, 0},
+                                  .objective = "20x"});
+    GwyChannel height = channelOf("Height", {0.25, 2, 3, 4, 5, std::nan("")});
+    height.unit = "m";
+    height.unmeasured = {0, 1, 0, 0, 0, 0};
+    return gwyFile({3, 2, widthUm * 1e-6, 4e-6, 1e-5, -2e-5}, {current, height});
+}
+
+TEST_F(ArchiveTest, PlaceIsOnlyKnownWhereTheFileAgreesWithItself) {
+    const auto grid = [](const std::string& file) { return gridOf(contentsOf(sourceOf(file))); };
+    EXPECT_TRUE(grid(placedFile(6, {})).home.isKnown());
+    // Resampled by another program, one way: its texts do not tell where a point lies.
+    const ScanConditions resampled = grid(placedFile(12, {}));
+    EXPECT_FALSE(resampled.home.isKnown());
+    EXPECT_DOUBLE_EQ(resampled.area.scanStep, 4.0);
+    // Behind a restart the sample was brought to another count than that of the start.
+    EXPECT_FALSE(grid(placedFile(6, {}, 3.0)).home.isKnown());
+    const ScanConditions continued =
+        grid(placedFile(6, {{"Continued", "2026-11-27 08:00:00 after row 1"}}, 3.0));
+    EXPECT_TRUE(continued.home.isKnown());
+    EXPECT_DOUBLE_EQ(continued.home.x.steps, 14.0);
+
+    writeDesktopFile("KST_Data/b.gwy", placedFile(6, {}));
+    std::string fault;
+    std::optional<ScanMap> map = mapOfFile(dataFolders.dataRoot + L"\\b.gwy", fault);
+    ASSERT_TRUE(map) << fault;
+    map->file = "b.gwy";
+    EXPECT_FALSE(isInScale(*map, 1, 0, firstFurtherMap));
+    showFileMap(std::move(*map), "b");
+    EXPECT_EQ(valueText({0, 0}, channelFurther), "0.25");
+    EXPECT_EQ(valueText({1, 0}, channelFurther), "no value"); // masked
+    EXPECT_EQ(valueText({2, 1}, channelFurther), "no value"); // no number
+    forgetFileMap();
 }
 
 TEST_F(ArchiveTest, IndexIsOnlyACache) {
