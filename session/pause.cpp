@@ -39,7 +39,7 @@ CanPause::~CanPause() {
 
 std::string askForPause(PauseBehind behind, PauseBy by) {
     if (pauseState.holders == 0) {
-        const std::string why = "Only a mapping and a scan list can pause";
+        std::string why = "Only a mapping and a scan list can pause";
         showInformation(why.c_str());
         return why;
     }

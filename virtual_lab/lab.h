@@ -358,7 +358,8 @@ const std::vector<LabRead>& labReads();
 //   k2450 other                         one with another serial number, 04412345
 //   sr860 other                         it is an SR865A
 //   lock-in unlocked                    gets no reference: its phase drifts, at 18 degrees per s
-//   lock-in overload [filter|output]    of the input, when nothing is said; half the signal is lost;
+//   lock-in overload [filter|output]    of the input, when nothing is said; half the signal is
+//   lost;
 //                                       of the filter: the SR830 only
 //   lock-in slow [<ms>]                 each answer takes so much longer; 3000 when nothing is said
 //   chopper stopped                     neither a signal nor a reference

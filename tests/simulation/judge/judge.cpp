@@ -198,10 +198,11 @@ bool Judge::saidAtEnd() const {
     return std::any_of(shownBoxes.begin(), shownBoxes.end(), says);
 }
 
-bool Judge::isUnbegunList(const Cause& cause) {
-    const std::optional<Outcome> ended = lastOutcomeOf("Scan list");
-    return cause.what == listName && ended && ended->end == ProcessEnd::Declined &&
-           !ended->lastWords.starts_with("Scan list");
+bool Judge::isUnbegun(const Cause& cause) {
+    if (cause.what != scanName && cause.what != listName) return false;
+    const char* const name = cause.what == scanName ? "Mapping" : "Scan list";
+    const std::optional<Outcome> ended = lastOutcomeOf(name);
+    return ended && ended->end == ProcessEnd::Declined && !ended->lastWords.starts_with(name);
 }
 
 void Judge::isZero(AxisView& each, int axis) {

@@ -154,8 +154,8 @@ public:
         bool isGone = false;       // it has vanished then
     } script;
 
-    // A list that was declined before its first row left all as it was.
-    static bool isUnbegunList(const Cause& cause);
+    // A scan or a list that was declined before its first move left all as it was.
+    static bool isUnbegun(const Cause& cause);
 
 private:
     int opens(const char* name);
