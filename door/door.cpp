@@ -202,7 +202,9 @@ void carryOutPending() {
 void darkenBehindClient() {
     showWhoHasCommand();
     const bool lit = door.laser || door.bias;
-    if (lit && (programIsBusy() || door.pending)) return startTimer(Timer::Door, darkPeriodMs);
+    const bool busy = programIsBusy() || door.pending;
+    // What it has begun keeps its bias to the end.
+    if (busy && (lit || door.sourceBefore)) return startTimer(Timer::Door, darkPeriodMs);
     stopTimer(Timer::Door);
     door.darkWanted = false;
     if (lit) logEvent("Script: what it had switched on goes off behind it");

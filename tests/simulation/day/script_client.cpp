@@ -107,6 +107,7 @@ void ScriptClient::switches() {
         return sends(dice.oneOf({"ILL ON", "ILL OFF"}));
     case 2:
         judge->script.begins = {"script's bias", noAxis, false, false, true};
+        judge->script.switchedMs = testTimeMs();
         return sends(dice.oneOf({"SOUR:VOLT 0.5", "SOUR:VOLT -0.5", "SOUR:VOLT 0"}));
     case 3:
         return sends("*RST");
@@ -114,6 +115,7 @@ void ScriptClient::switches() {
         if (labLaserPwm() != 0) return sends("LAS?");
         judge->lightAsked(idLaserOn);
         judge->script.litLaser = true;
+        judge->script.switchedMs = testTimeMs();
         judge->script.isGone = false;
         sends("LAS ON");
     }

@@ -30,7 +30,7 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
-        if (Judge::isUnbegun(cause)) return;
+        if (Judge::isUnbegun(cause) || judge.scriptSwitchesBehind()) return;
         if ((cause.what == scanName || cause.what == listName || cause.axes == noAxis) &&
             labBiasVolts() != 0.0 && !judge.biasSaidLost)
             judge.find(Rule::Bias, formatted("%g V after a process", labBiasVolts()));

@@ -309,6 +309,7 @@ void Judge::lookAtProcess() {
         its->began = true;
         its->saidBefore = historyOf(Field::Information).size();
         count("process: " + its->what);
+        processBeganMs = testTimeMs();
         for (const auto& each : checkers) each->processBegins();
     }
     processSeen = runs;
@@ -320,6 +321,7 @@ void Judge::lookAtProcess() {
     const std::optional<size_t> index = rowOfList();
     itsList->sweep = index && list->list.rows[*index].kind == ListKind::IvCurve;
     count("rows of lists begun");
+    processBeganMs = testTimeMs();
     for (const auto& each : checkers) each->processBegins();
 }
 

@@ -152,12 +152,17 @@ public:
         Cause begins = {"script"}; // what it has asked for last, which may begin
         bool litLaser = false;     // it has switched it on, and nobody has since
         bool isGone = false;       // it has vanished then
+        double switchedMs = -1;    // when it last asked for light or bias
     } script;
+
+    // What a script asked for in a process is carried out as soon as that has ended.
+    bool scriptSwitchesBehind() const { return script.switchedMs >= processBeganMs; }
 
     // A scan or a list that was declined before its first move left all as it was.
     static bool isUnbegun(const Cause& cause);
 
 private:
+    double processBeganMs = 0;
     int opens(const char* name);
     int moves(int id, int position, int microsteps);
     void isSent(int axis);

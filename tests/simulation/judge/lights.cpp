@@ -29,7 +29,7 @@ public:
     }
 
     void processEnds(const Cause& cause, const std::string&) override {
-        if (Judge::isUnbegun(cause)) return;
+        if (Judge::isUnbegun(cause) || judge.scriptSwitchesBehind()) return;
         if ((cause.what == scanName || cause.what == listName) && labLaserPwm() != 0 &&
             !judge.boardSaidLost && !judge.boardDoubtful && !askedForLaser)
             judge.find(Rule::Lights, "the laser is on after a scan");
