@@ -207,17 +207,17 @@ void darkenBehindClient() {
     if (busy && (lit || door.sourceBefore)) return startTimer(Timer::Door, darkPeriodMs);
     stopTimer(Timer::Door);
     door.darkWanted = false;
+    forgetClientsDoings(); // before any file: a disk may not answer
     if (lit) logEvent("Script: what it had switched on goes off behind it");
-    forgetClientsDoings();
 }
 
 void leave(const char* how) {
     if (!door.client) return;
-    logEvent(std::string("Script: ") + how);
     door.client.reset();
     door.closing = door.leaving = false;
     door.darkWanted = true;
     darkenBehindClient();
+    logEvent(std::string("Script: ") + how);
 }
 
 void hangUp(const char* why) {
