@@ -23,6 +23,7 @@ std::string leftNotice() {
     if (const std::optional<ListPlace> list = unfinishedList(fault))
         return formatted("A list was cut off: %d of %d rows. \"File\", \"Continue last list\"",
                          list->measured(), list->toMeasure());
+    if (!fault.empty()) return "A list was cut off, whose Unfinished.txt is damaged: " + fault;
     for (const LeftJournal& left : leftJournals()) {
         notice = holdsCurve(left) ? sweepNotice(left) : scanNotice(left);
         if (!notice.empty()) return notice;

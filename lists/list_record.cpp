@@ -24,7 +24,7 @@ constexpr char endProgramName[] = "at the end run";
 constexpr wchar_t unfinishedName[] = L"Unfinished.txt";
 constexpr char placeMark[] = "#place ", recordMark[] = "#record ", doneMark[] = "#done ",
                nameMark[] = "#name ", begunMark[] = "#begun ", followedMark[] = "#followed ",
-               withMark[] = "#measured with ";
+               withMark[] = "#measured with ", failedMark[] = "#failed ";
 
 std::wstring scanListFolder() {
     return dataFolders.dataRoot + L"\\Scan lists";
@@ -47,13 +47,12 @@ std::optional<std::string> behind(const std::string& line, const char* mark) {
     return rest;
 }
 
-// False when the last line was cut.
-bool takeDone(ListPlace& place, const std::string& text) {
+// "3.": a row of the list; nothing when the last line was cut.
+std::optional<size_t> rowIn(const ListPlace& place, const std::string& text) {
     size_t row = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), row);
-    if (error != std::errc() || *end != '.' || row >= place.done.size()) return false;
-    ++place.done[row];
-    return true;
+    if (error != std::errc() || *end != '.' || row >= place.done.size()) return {};
+    return row;
 }
 
 // A row of which the record says its end is done, though the power went before that was kept: it
@@ -119,7 +118,7 @@ int32_t ListPlace::toMeasure() const {
     return count;
 }
 
-int32_t ListPlace::measured(const std::set<size_t>& failed) const {
+int32_t ListPlace::measured() const {
     int32_t count = 0;
     for (size_t row = 0; row < list.rows.size(); ++row)
         count += list.rows[row].on && !failed.contains(row) &&
@@ -174,6 +173,11 @@ bool keepDone(ListPlace& place, size_t row) {
     return append(pathOf(unfinishedName), formatted("%s%d.\n", doneMark, static_cast<int>(row)));
 }
 
+bool keepFailed(ListPlace& place, size_t row) {
+    if (!place.failed.insert(row).second) return true;
+    return append(pathOf(unfinishedName), formatted("%s%d.\n", failedMark, static_cast<int>(row)));
+}
+
 bool keepFollowed(const ListPlace& place) {
     const StageVector& um = place.followed;
     return append(pathOf(unfinishedName), followedMark + formatted("%.17g %.17g;\n", um.x, um.y));
@@ -205,6 +209,7 @@ void startProgramAtEnd(const ListPlace& place) {
 
 std::optional<ListPlace> unfinishedList(std::string& fault) {
     const auto text = contentOfFile(pathOf(unfinishedName));
+    if (!text && fileExists(pathOf(unfinishedName))) fault = "it cannot be read";
     if (!text) return {};
     const std::optional<ScanList> list = listOf(*text, fault);
     if (!list) return {};
@@ -225,7 +230,13 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
                                  std::sscanf(followed->c_str(), "%lf %lf", &um.x, &um.y) == 2;
             if (isWhole) place.followed = um;
         }
-        if (const auto done = behind(line, doneMark); done && !takeDone(place, *done)) break;
+        if (const auto failed = behind(line, failedMark))
+            if (const auto row = rowIn(place, *failed)) place.failed.insert(*row);
+        if (const auto done = behind(line, doneMark)) {
+            const auto row = rowIn(place, *done);
+            if (!row) break;
+            ++place.done[*row];
+        }
     }
     if (whole && !place.record.empty()) return takeRecorded(place), place;
     fault = "it does not say where the list stood";

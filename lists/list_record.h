@@ -21,6 +21,7 @@ std::optional<ScanList> readScanList(const std::string& name, std::string& fault
 struct ListPlace {
     ScanList list;
     std::vector<int32_t> done;                    // by row
+    std::set<size_t> failed;                      // rows of which a repeat failed
     std::string record;                           // the record's file name
     std::string begun;                            // when, "2026-11-27 09:00:00"
     double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
@@ -30,7 +31,7 @@ struct ListPlace {
     // The next one that is to be measured; nothing at the end.
     std::optional<size_t> next() const;
     // Rows that are switched on and done with all their repeats, without those that failed.
-    int32_t measured(const std::set<size_t>& failed = {}) const;
+    int32_t measured() const;
     int32_t toMeasure() const;
 };
 
@@ -48,6 +49,9 @@ bool recordEvent(const ListPlace& place, const std::string& words);
 
 // `row` has one repeat more; goes to the disk at once.
 bool keepDone(ListPlace& place, size_t row);
+
+// A repeat of `row` has failed; goes to the disk at once.
+bool keepFailed(ListPlace& place, size_t row);
 
 // The same of `place.followed`.
 bool keepFollowed(const ListPlace& place);

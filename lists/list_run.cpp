@@ -158,10 +158,9 @@ private:
     bool goesOnWithCutScan;
     bool consented; // the operator was asked what "Start" asks
     const OwnSettings own;
-    const CanPause canPause;
+    const CanPause canPause{PauseBehind::Row}; // its curves; its maps behind a point
     const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
     std::optional<uint64_t> startedMs; // of the last repeat
-    std::set<size_t> failed;           // rows
     bool unwritten = false;            // a part of the record
     ProcessEnd end = ProcessEnd::Finished;
     std::string endedBy;
@@ -476,7 +475,7 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
     }
     const ListRow& of = place.list.rows[row];
     if (!hasFailed(outcome, of.kind == ListKind::Map ? of.columns * of.rows : 1e9)) return true;
-    failed.insert(row);
+    say(keepFailed(place, row));
     announce(Severity::Trouble,
              formatted("List: row %d failed, ", numberOf(row)) + outcome.words());
     if (place.list.goesOnAfterFailure) return true;
@@ -487,7 +486,7 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
 
 // As the operator wishes, with the repeats that are left.
 void ListRun::endRow(size_t row) {
-    failed.insert(row);
+    say(keepFailed(place, row));
     const auto repeats = static_cast<int32_t>(place.list.rows[row].repeats);
     if (place.done[row] < repeats)
         say(recordEvent(place, formatted("row %d ended by the operator, %d repeats not measured",
@@ -516,7 +515,8 @@ void ListRun::goHome(Outcome& told) {
 Outcome ListRun::run() {
     listProgress.hows.assign(place.list.rows.size(), "");
     for (size_t row = 0; row < place.done.size(); ++row)
-        if (place.done[row] > 0) show(row, "measured before");
+        if (place.done[row] > 0)
+            show(row, place.failed.contains(row) ? "failed before" : "measured before");
     Outcome told;
     darken(told); // a row that cannot begin would leave what the operator had on, for hours
     while (const std::optional<size_t> row = place.next()) {
@@ -544,9 +544,9 @@ Outcome ListRun::run() {
     told.end = end;
     told.endedBy = endedBy;
     goHome(told);
-    const auto lost = static_cast<int32_t>(failed.size());
-    told.lastWords = formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured(failed),
-                               place.toMeasure());
+    const auto lost = static_cast<int32_t>(place.failed.size());
+    told.lastWords =
+        formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured(), place.toMeasure());
     if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
     if (notFollowed > 0) told.troubles.push_back(formatted("Drift not followed: %d", notFollowed));
     say(recordEvent(place, told.words()));

@@ -537,7 +537,7 @@ void Scan::scanAllRows() {
     report.swingFailed = !swung || !swingZ(timing);
     yPlayLeft = !yIsThere || !swung; // the first row may then be come to from above
     swungAtRow = firstRow;
-    const CanPause canPause;
+    const CanPause canPause(PauseBehind::Point);
     elapsedMs(true);
     waitResponsive(500);
 

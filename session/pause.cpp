@@ -10,10 +10,13 @@
 #include "session/responsive_wait.h"
 #include "session/session_state.h"
 
+#include <utility>
+
 namespace {
 
 struct {
     int holders = 0; // a list and the scan of its row
+    PauseBehind finest = PauseBehind::Point;
     PauseBehind wanted = PauseBehind::Nothing;
     PauseBy by = PauseBy::Operator;
     bool paused = false;
@@ -27,13 +30,14 @@ void showButton() {
 
 } // namespace
 
-CanPause::CanPause() {
+CanPause::CanPause(PauseBehind finest) : before(std::exchange(pauseState.finest, finest)) {
     if (pauseState.holders++ == 0) pauseState.wanted = PauseBehind::Nothing;
     showButton();
 }
 
 CanPause::~CanPause() {
     --pauseState.holders;
+    pauseState.finest = before;
     showButton();
 }
 
@@ -43,6 +47,7 @@ std::string askForPause(PauseBehind behind, PauseBy by) {
         showInformation(why.c_str());
         return why;
     }
+    if (behind == PauseBehind::Point) behind = pauseState.finest;
     pauseState.wanted = behind;
     pauseState.by = by;
     showButton();

@@ -6,13 +6,17 @@
 
 enum class PauseBehind { Nothing, Point, Row };
 
-// In this object's block the process can pause, and the button "Pause" is there.
+// In this object's block the process can pause behind its points, or only behind its rows, and the
+// button "Pause" is there.
 class CanPause {
 public:
-    CanPause();
+    explicit CanPause(PauseBehind finest);
     ~CanPause();
     CanPause(const CanPause&) = delete;
     CanPause& operator=(const CanPause&) = delete;
+
+private:
+    const PauseBehind before;
 };
 
 enum class PauseBy { Operator, Script };

@@ -13,6 +13,7 @@
 #include "platform/text_format.h"
 #include "platform/widen.h"
 #include "screen/control_ids.h"
+#include "session/data_folders.h"
 #include "session/pause.h"
 #include "session/process.h"
 #include "session/set_up.h"
@@ -252,6 +253,19 @@ TEST_F(ScanListTest, AStopEndsAPause) {
 
 // The disk as it was in the middle of the second row, behind a pause: that one goes on in its own
 // folder.
+TEST_F(ScanListTest, AFailedRowIsNoMeasuredOneAfterACut) {
+    prepareDataFolders(dataFolders);
+    ListPlace place{.list = fiveRows(), .done = std::vector<int32_t>(5)};
+    ASSERT_TRUE(beginListRecord(place));
+    ASSERT_TRUE(keepFailed(place, 1) && keepDone(place, 1) && keepDone(place, 0));
+    std::string fault;
+    const std::optional<ListPlace> left = unfinishedList(fault);
+    ASSERT_TRUE(left) << fault;
+    EXPECT_EQ(left->measured(), 1);
+    EXPECT_EQ(left->failed, std::set<size_t>{1});
+    EXPECT_EQ(left->next(), 2u);
+}
+
 TEST_F(ScanListTest, GoesOnAfterAPowerCut) {
     std::string disk;
     when(
