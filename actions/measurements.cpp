@@ -96,8 +96,8 @@ std::optional<Outcome> startSeries(const SeriesPlan& plan) {
 
 std::optional<Outcome> startListRun(const std::function<Outcome()>& run) {
     const auto work = [&run]() -> Outcome {
-        session.stopRequested =
-            0; // before the question: the window may be closed while it is asked
+        // Before the question: the window may be closed while it is asked.
+        session.stopRequested = 0;
         if (!partialStageAccepted() || session.stopRequested) return {.end = ProcessEnd::Declined};
         return run();
     };

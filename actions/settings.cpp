@@ -97,12 +97,8 @@ void placeScanRectangle() {
     scanArea = placed.area = areaOf(placed.rectangle, scanArea.scanStep);
 }
 
-double highestLaserUa() {
-    return setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
-}
-
 std::string setLaserIntensity(double uA) {
-    const double highest = highestLaserUa(), lowest = highest / 20.0;
+    const double highest = setUp.highestLaserUa(), lowest = setUp.lowestLaserUa();
     if (!(uA >= lowest && uA <= highest)) return notWithin("laser", lowest, highest, "uA");
     laserLink.laserLevel = uA / setUp.laserUaPerVolt;
     showScanSettings();

@@ -32,7 +32,6 @@ bool scanRectangleIsInForce();
 
 // As the window shows it, uA; at once where the laser is on.
 std::string setLaserIntensity(double uA);
-double highestLaserUa();
 
 // On the sample at once, and of scans once the source has taken it.
 std::string setBias(float volts, float limitAmperes);

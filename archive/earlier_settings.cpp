@@ -104,11 +104,11 @@ void Taking::takeArea() {
 void Taking::takeLaser() {
     const std::optional<double> uA = number("Laser intensity");
     if (!uA) return notTaken("laser", notSaid);
-    const double highest = setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
+    const double highest = setUp.highestLaserUa(), lowest = setUp.lowestLaserUa();
     constexpr double hair = 1e-6;
-    if (*uA < highest / 20.0 - hair || *uA > highest + hair)
+    if (*uA < lowest - hair || *uA > highest + hair)
         return notTaken("laser",
-                        formatted("%g uA is not within %g to %g uA", *uA, highest / 20.0, highest));
+                        formatted("%g uA is not within %g to %g uA", *uA, lowest, highest));
     laserLink.laserLevel = *uA / setUp.laserUaPerVolt;
     taken(formatted("laser %g uA", *uA) + (laserIsOn() ? " from the next start on" : ""));
 }

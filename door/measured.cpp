@@ -185,8 +185,10 @@ Reply sayCurve(bool ofSeries) {
 
 Reply sendPicture(const Call&) {
     const bool busy = programIsBusy();
-    if (!busy) connectMissingCamera(); // let go when nobody has done anything for long
-    if (!busy) grabFrames(cameraState, 1);
+    if (!busy) {
+        connectMissingCamera(); // let go when nobody has done anything for long
+        grabFrames(cameraState, 1);
+    }
     if (!cameraState.connected || (!busy && !cameraState.fresh)) return refusal(-241, "no camera");
     const WindowContext window(windows.main);
     MemoryBitmap memory;

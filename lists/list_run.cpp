@@ -577,12 +577,12 @@ std::string listThatWasCutOff() {
 
 std::string whyNotMeasured(const ListRow& row) {
     if (std::string why = faultIn(row); !why.empty()) return why;
-    const double mostUa = setUp.laserUaPerVolt * setUp.laserFullScaleVolts;
+    const double mostUa = setUp.highestLaserUa(), leastUa = setUp.lowestLaserUa();
     if (row.kind != ListKind::IvCurve && row.laserUa > mostUa * (1.0 + 1e-6))
         return formatted("the laser gives at most %.4g uA", mostUa);
     if (row.kind != ListKind::IvCurve && row.laserUa > 0.0 &&
-        row.laserUa < mostUa / 20.0 * (1.0 - 1e-6)) // as by hand; 0 is dark
-        return formatted("the laser gives at least %.4g uA", mostUa / 20.0);
+        row.laserUa < leastUa * (1.0 - 1e-6)) // as by hand; 0 is dark
+        return formatted("the laser gives at least %.4g uA", leastUa);
     const bool map = row.kind == ListKind::Map;
     const double x = byProgram(stageX, row.xUm), y = byProgram(stageY, row.yUm);
     const double left = map ? x - runInOf(scanSettings.options, row.stepUm) : x;

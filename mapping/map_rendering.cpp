@@ -382,6 +382,10 @@ const ScanMap* shownFileMap() {
     return fileMap.get();
 }
 
+int32_t shownMapChannel() {
+    return viewsOf(windows.map).mapChannel;
+}
+
 void forgetFileMap() {
     fileMapShown = nullptr;
     fileMap.reset();

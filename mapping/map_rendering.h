@@ -54,6 +54,7 @@ void showMapWindow(int channel);
 // and startLiveRows, so at the latest when a scan begins.
 void showFileMap(ScanMap map, const std::string& title);
 const ScanMap* shownFileMap(); // null while the window shows the map in memory
+int32_t shownMapChannel();     // of the map that the map window shows; negative without one
 void forgetFileMap();          // without a word to the window
 
 // A scan begins to draw its rows: the windows of its maps show none yet.

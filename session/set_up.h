@@ -99,6 +99,9 @@ struct SetUp {
 
     std::string cameraSerial; // empty: the first camera that is found
 
+    // What the operator may set of the laser, uA.
+    double highestLaserUa() const { return laserUaPerVolt * laserFullScaleVolts; }
+    double lowestLaserUa() const { return highestLaserUa() / 20.0; }
     bool asksTheBoard() const { return boardHasInterlock || boardKeepAliveS > 0; }
     const Objective& objective() const {
         return objectives[static_cast<size_t>(objectiveInUse - 1)];

@@ -38,8 +38,7 @@ struct {
 // The ends by hand where the map has that unit, otherwise all that it has.
 void findRange() {
     const ScanMap& map = shownMap();
-    const int32_t channel = (shownFileMap() ? *shownFileMap() : scanMap).views.mapChannel;
-    const size_t plane = planeShown(map, std::max(channel, 0));
+    const size_t plane = planeShown(map, std::max(shownMapChannel(), 0));
     const std::optional<Unit> unit =
         unitOfPlane(map, plane) ? unitOfPlane(map, plane) : unitOfPlane(map, planePhotocurrent);
     range.si = unit ? unit->si : mapLook.unit;

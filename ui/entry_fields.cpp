@@ -103,9 +103,10 @@ bool farFocusMoveAccepted(double targetUm) {
 
 void enterLaserIntensity() {
     // 1 to 20 uA where a volt makes 4.
-    const double highest = highestLaserUa();
     const std::optional<float> typed = typedNumber(Field::LaserIntensity);
-    if (typed) setLaserIntensity(std::clamp(static_cast<double>(*typed), highest / 20.0, highest));
+    if (typed)
+        setLaserIntensity(
+            std::clamp(static_cast<double>(*typed), setUp.lowestLaserUa(), setUp.highestLaserUa()));
     showScanSettings();
     focusMainWindow();
 }

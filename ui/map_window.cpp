@@ -38,7 +38,7 @@ MapHand hand;
 
 int channelIn(WindowHandle window) {
     if (window != windows.map) return scanMap.views.confocalChannel;
-    return (shownFileMap() ? *shownFileMap() : scanMap).views.mapChannel;
+    return shownMapChannel();
 }
 
 // While a file's map is shown, the other window shows another one: nothing is read or chosen there.

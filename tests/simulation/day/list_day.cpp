@@ -5,7 +5,6 @@
 #include "instruments/kinds.h"
 #include "lists/list_run.h"
 #include "motion/stage.h"
-#include "motion/stage_connection.h"
 #include "platform/text_format.h"
 #include "screen/control_ids.h"
 #include "session/pause.h"
