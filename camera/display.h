@@ -23,7 +23,9 @@ struct Display {
     void (*overlay)(ContextHandle picture) = nullptr;
     void (*marks)(ContextHandle picture) = nullptr;   // the same, below it
     void (*pointer)(ContextHandle picture) = nullptr; // above it: where the cursor is on a map
+    bool isPlain = false; // without these three: the window is being saved
     void drawOver(ContextHandle picture) const {
+        if (isPlain) return;
         if (marks) marks(picture);
         if (overlay) overlay(picture);
         if (pointer) pointer(picture);

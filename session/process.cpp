@@ -45,6 +45,7 @@ std::optional<Outcome> runProcess(const char* name, const std::function<Outcome(
     process.stopReason = ProcessEnd::Stopped;
     process.saveQuietly = std::move(saveQuietly);
     forgetOutcome(name);
+    session.atProcessBegin();
     stayAwakeFor(AwakeFor::Process, true);
     const Outcome outcome = work();
     assert(session.processRunning == 0 && process.moves == 0); // it ends as it began

@@ -27,6 +27,7 @@ struct SessionState {
     // awake again: nobody lights up or moves any more.
     bool goesToSleep = false;
     StageHooks stageHooks;
+    void (*atProcessBegin)() = [] {}; // what the mouse is in the middle of on a map ends
 };
 
 extern SessionState session;

@@ -1,14 +1,13 @@
 // Asks about a scan area and takes it.
 #include "ui/area_choice.h"
 
-#include "camera/display.h"
 #include "mapping/scan_area_view.h"
 #include "mapping/scan_map.h"
 #include "platform/text_format.h"
 #include "screen/screen.h"
-#include "session/data_folders.h"
 #include "session/day_log.h"
 #include "session/message_box.h"
+#include "ui/commands.h"
 
 bool areaConfirmed(double widthUm, double heightUm) {
     const std::string caption = formatted("Area: %.1f um x %.1f um", widthUm, heightUm);
@@ -25,6 +24,5 @@ void takeScanArea(const ScanArea& area) {
     showInformation(formatted("%d min. expected", minutes).c_str());
     showProgress("New scan area was selected.");
     showScanArea();
-    ensureSessionFolder(dataFolders);
-    saveWindowImage(dataFolders, windows.main, 1, "optics");
+    saveShownPicture("optics");
 }

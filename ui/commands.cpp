@@ -49,7 +49,6 @@
 #include "ui/devices_page.h"
 #include "ui/fit_option.h"
 #include "ui/list_window.h"
-#include "ui/map_window.h"
 #include "ui/objective.h"
 #include "ui/places_window.h"
 #include "ui/scan_options_dialog.h"
@@ -126,14 +125,13 @@ void setCameraAutomatic() {
 }
 
 void saveOptics() {
-    leaveMap(); // its cross is no part of the picture
-    saveWindowImage(dataFolders, windows.main, 1, "optics");
+    saveShownPicture("optics");
 }
 
 void saveCameraImage() {
     ensureSessionFolder(dataFolders);
     if (display.wideView)
-        saveWindowImage(dataFolders, windows.main, 1, "wide");
+        saveShownPicture("wide");
     else
         drawCameraFrame(cameraImage.pixels.get(), 1);
 }
@@ -506,6 +504,17 @@ void onPaint() {
     redrawPicture();
     repaintScanArea();
     if (handState.dragging) invertDrag();
+}
+
+void saveShownPicture(const char* label) {
+    const bool isDrawnOver = display.marks || display.overlay || display.pointer;
+    const auto show = [&](bool plain) {
+        display.isPlain = plain;
+        if (isDrawnOver) onPaint();
+    };
+    show(true);
+    saveWindowImage(dataFolders, windows.main, 1, label);
+    show(false);
 }
 
 void onTimer(Timer timer) {

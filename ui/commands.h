@@ -40,6 +40,10 @@ void onMouseMove(int x, int y, bool leftButtonHeld);
 void onLeftButtonDown(int x, int y);
 void onLeftButtonUp(int x, int y);
 void onPaint();
+
+// The main window's picture as saveWindowImage has it, without what is drawn over each picture.
+void saveShownPicture(const char* label);
+
 void onTimer(Timer timer);
 
 // The operator closes the main window. While a process runs the process is asked to stop and the

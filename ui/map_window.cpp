@@ -78,7 +78,9 @@ void read(WindowHandle window, int x, int y) {
     if (window != hand.over) {
         leaveMap();
         hand.over = window;
+        session.atProcessBegin = leaveMap; // a key or a script may begin it
         hand.title.clear();
+        hand.plainTitle.clear();
     }
     // Another map may be shown there by now.
     if (const std::string title = windowText(window, longestTitle); title != hand.title)

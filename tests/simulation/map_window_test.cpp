@@ -247,6 +247,9 @@ TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
     onPaint();
     const int x = static_cast<int>(cross.x), y = static_cast<int>(cross.y);
     EXPECT_EQ(windows.main->client.at(x + 5, y), 0x00FF00u);
+    onCommand(idSaveWindowImage);
+    EXPECT_NE(savedImages.back().pixels[static_cast<size_t>(y * 1232 + x + 5)], 0x00FF00u);
+    EXPECT_EQ(windows.main->client.at(x + 5, y), 0x00FF00u);
     onMapLeave(windows.map);
     EXPECT_EQ(windowText(windows.map, 200).find("column"), std::string::npos);
     EXPECT_EQ(display.pointer, nullptr);
@@ -294,6 +297,14 @@ TEST_F(MapWindowTest, TellsWhatLiesUnderTheCursorAndGoesThere) {
 TEST_F(MapWindowTest, DoesNothingInAProcess) {
     scanOverview(20.0);
     const std::string title = windowText(windows.map, 200);
+    const PixelPoint at = pixelOf({1, 1});
+    onMapMouseMove(windows.map, at.x, at.y, false, false);
+    ASSERT_NE(windowText(windows.map, 200), title);
+    runProcess("A script's", [&] {
+        EXPECT_EQ(windowText(windows.map, 200), title);
+        EXPECT_EQ(display.pointer, nullptr);
+        return Outcome();
+    });
     const RunningProcess running;
     onMapMouseMove(windows.map, 30, 30, false, false);
     onMapButtonDown(windows.map, MapButton::Left, 30, 30);
