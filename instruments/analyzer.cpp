@@ -13,6 +13,7 @@
 #include "session/refusals.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -108,8 +109,21 @@ namespace {
 // "DV").
 constexpr float mostVolts = 21.0f, largestLimit = 0.105f; // A
 
-std::string refusalByAnalyzer(float voltage, float limit, const std::string& reply) {
-    if (reply.starts_with("ERROR")) return inOneLine(reply);
+// Another instrument at the same address answers whatever it is told with one of its own readings,
+// a multimeter "NDCV+0.0012E+0".
+bool isReading(const char (&reply)[analyzerReplySize]) {
+    return std::isalpha(static_cast<unsigned char>(reply[0])) != 0 &&
+           extractNumber(reply, replyCount, ReplyKind::Analyzer).answered;
+}
+
+// Status, channel and quantity stand before the number: "NAI-1.2345E-06" is a current.
+bool isOfAnotherQuantity(const char (&reply)[analyzerReplySize]) {
+    return isReading(reply) && reply[2] != 'I';
+}
+
+std::string refusalByAnalyzer(float voltage, float limit, const char (&reply)[analyzerReplySize]) {
+    if (std::string(reply).starts_with("ERROR")) return inOneLine(reply);
+    if (isReading(reply)) return "answered with a reading, " + inOneLine(reply);
     if (std::fabs(voltage) > mostVolts)
         return formatted("%g V, more than the 21 V of its range", static_cast<double>(voltage));
     if (limit > largestLimit)
@@ -142,7 +156,7 @@ Reading paRead(int mode) {
     showInformation(reply);
     Reading reading = extractNumber(reply, replyCount, ReplyKind::Analyzer);
     const bool whole = std::strlen(reply) < replyCount - 1; // an exponent may be cut off
-    reading.answered = reading.answered && sent && whole;
+    reading.answered = reading.answered && sent && whole && !isOfAnotherQuantity(reply);
     reading.limited = reading.answered && reply[0] == 'C';
     reading.overloaded = reading.answered && reply[0] == 'V'; // its converter is saturated
     if (reading.answered) forgetRefusal(deviceName);

@@ -13,6 +13,7 @@
 #include "session/set_up.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -221,7 +222,9 @@ Reading ask(const char* query) {
         std::fflush(stdout);
     }
     Reading reading = extractNumber(reply, replyCount, ReplyKind::Sourcemeter);
-    reading.answered = reading.answered && asked && read;
+    // A multimeter at its address answers whatever it is told: "NDCV+1.52185E-01".
+    const bool isOfMultimeter = std::isalpha(static_cast<unsigned char>(reply[0])) != 0;
+    reading.answered = reading.answered && asked && read && !isOfMultimeter;
     if (reading.answered) forgetRefusal(deviceName);
     return reading;
 }

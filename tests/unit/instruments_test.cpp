@@ -325,6 +325,19 @@ TEST_F(InstrumentsTest, AnalyzerSpeaksTheSameOverBothLinks) {
     }
 }
 
+// It answers whatever it is told with a reading: no bias is on, and its volts are no current.
+TEST_F(InstrumentsTest, AMultimeterAtTheAddressOfASourceIsNotTakenForIt) {
+    openBareWindow();
+    paOpen(analyzerGpib, 18, 0, 0, 0, 0, 0);
+    const SourceAnswer answer = paApplyBias(analyzerGpib, 0.3f, 0.0001f);
+    EXPECT_NE(answer.refusal.find("answered with a reading, NDCV"), std::string::npos)
+        << answer.refusal;
+    EXPECT_FALSE(answer.accepted());
+    EXPECT_FALSE(paRead(analyzerGpib).answered);
+    gpibSourcemeterOpen(18);
+    EXPECT_FALSE(gpibSourcemeterRead().answered);
+}
+
 int statusGiven;
 
 TEST_F(InstrumentsTest, AnalyzerIsConnectedByTheStatusOneAlone) {
