@@ -34,9 +34,28 @@ std::wstring pathOf(const std::wstring& name) {
     return scanListFolder() + L"\\" + name;
 }
 
-bool append(const std::wstring& path, const std::string& line) {
+// With what was not taken before: a virus scanner may have held the file.
+bool append(const std::wstring& path, std::string& waiting, const std::string& line) {
+    waiting += line;
     const File file = openFile(path, L"a");
-    return file && std::fputs(line.c_str(), file.get()) >= 0 && flushToDisk(file.get());
+    if (!file || std::fputs(waiting.c_str(), file.get()) < 0 || !flushToDisk(file.get()))
+        return false;
+    waiting.clear();
+    return true;
+}
+
+bool appendToRecord(ListPlace& place, const std::string& line) {
+    return append(pathOf(widened(place.record)), place.waitingForRecord, line);
+}
+
+bool appendToUnfinished(ListPlace& place, const std::string& line) {
+    return append(pathOf(unfinishedName), place.waitingForUnfinished, line);
+}
+
+// A line that a power cut has left without its end must not take the next one into it.
+std::string endOfCutLine(const std::wstring& path) {
+    const std::string content = contentOfFile(path).value_or("");
+    return content.empty() || content.ends_with('\n') ? "" : "\n";
 }
 
 // The rest of a line behind its mark.
@@ -47,7 +66,7 @@ std::optional<std::string> behind(const std::string& line, const char* mark) {
     return rest;
 }
 
-// "3.": a row of the list; nothing when the last line was cut.
+// "3.": a row of the list; nothing when the line was cut.
 std::optional<size_t> rowIn(const ListPlace& place, const std::string& text) {
     size_t row = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), row);
@@ -147,7 +166,7 @@ bool beginListRecord(ListPlace& place) {
            writeDocument(pathOf(unfinishedName), left, L"w");
 }
 
-bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::string& started,
+bool recordRow(ListPlace& place, size_t row, int32_t repeat, const std::string& started,
                const std::string& ended, const std::string& folder, const std::string& how) {
     const ListRow& of = place.list.rows[row];
     std::string line =
@@ -157,30 +176,37 @@ bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::st
         line += '\t';
     }
     line += inOneCell(folder) + "\n";
-    return append(pathOf(widened(place.record)), line);
+    return appendToRecord(place, line);
 }
 
-bool recordEvent(const ListPlace& place, const std::string& words) {
+bool recordEvent(ListPlace& place, const std::string& words) {
     const LocalTime now = localTime();
-    return append(pathOf(widened(place.record)),
-                  formatted("%04d-%02d-%02d %02d:%02d:%02d\t", now.year, now.month, now.day,
-                            now.hour, now.minute, now.second) +
-                      inOneCell(words) + "\n");
+    return appendToRecord(place, formatted("%04d-%02d-%02d %02d:%02d:%02d\t", now.year, now.month,
+                                           now.day, now.hour, now.minute, now.second) +
+                                     inOneCell(words) + "\n");
 }
 
+bool recordContinuation(ListPlace& place) {
+    place.waitingForRecord = endOfCutLine(pathOf(widened(place.record)));
+    place.waitingForUnfinished = endOfCutLine(pathOf(unfinishedName));
+    return recordEvent(place, "continued after it was cut off");
+}
+
+// With the count: a line of which only the disk's word is missing is written once more.
 bool keepDone(ListPlace& place, size_t row) {
     ++place.done[row];
-    return append(pathOf(unfinishedName), formatted("%s%d.\n", doneMark, static_cast<int>(row)));
+    return appendToUnfinished(
+        place, formatted("%s%d.%d;\n", doneMark, static_cast<int>(row), place.done[row]));
 }
 
 bool keepFailed(ListPlace& place, size_t row) {
     if (!place.failed.insert(row).second) return true;
-    return append(pathOf(unfinishedName), formatted("%s%d.\n", failedMark, static_cast<int>(row)));
+    return appendToUnfinished(place, formatted("%s%d.\n", failedMark, static_cast<int>(row)));
 }
 
-bool keepFollowed(const ListPlace& place) {
+bool keepFollowed(ListPlace& place) {
     const StageVector& um = place.followed;
-    return append(pathOf(unfinishedName), followedMark + formatted("%.17g %.17g;\n", um.x, um.y));
+    return appendToUnfinished(place, followedMark + formatted("%.17g %.17g;\n", um.x, um.y));
 }
 
 std::wstring firstPicturePath(const ListPlace& place) {
@@ -188,8 +214,9 @@ std::wstring firstPicturePath(const ListPlace& place) {
     return pathOf(L"First of " + widened(stem) + L".pgm");
 }
 
-void forgetUnfinishedList() {
+bool forgetUnfinishedList() {
     removeFile(pathOf(unfinishedName));
+    return !fileExists(pathOf(unfinishedName));
 }
 
 std::string programAtEnd() {
@@ -233,9 +260,14 @@ std::optional<ListPlace> unfinishedList(std::string& fault) {
         if (const auto failed = behind(line, failedMark))
             if (const auto row = rowIn(place, *failed)) place.failed.insert(*row);
         if (const auto done = behind(line, doneMark)) {
-            const auto row = rowIn(place, *done);
-            if (!row) break;
-            ++place.done[*row];
+            int32_t row = 0, repeats = 0;
+            char end = 0; // without it the line was cut
+            const bool isWhole =
+                std::sscanf(done->c_str(), "%d.%d%c", &row, &repeats, &end) == 3 && end == ';';
+            if (isWhole && row >= 0 && static_cast<size_t>(row) < place.done.size()) {
+                int32_t& counted = place.done[static_cast<size_t>(row)];
+                counted = std::max(counted, repeats);
+            }
         }
     }
     if (whole && !place.record.empty()) return takeRecorded(place), place;

@@ -27,6 +27,8 @@ struct ListPlace {
     double homeX = 0.0, homeY = 0.0, homeZ = 0.0; // um by the controllers' own count
     std::string measuredWith;                     // what no row says of itself; empty: not known
     StageVector followed; // by how much the stage has followed the sample's drift, um
+    // Lines that their file has not taken yet: they go out with its next one.
+    std::string waitingForRecord, waitingForUnfinished;
 
     // The next one that is to be measured; nothing at the end.
     std::optional<size_t> next() const;
@@ -40,12 +42,15 @@ struct ListPlace {
 bool beginListRecord(ListPlace& place);
 
 // One line of the record: a row and repeat that has ended. It goes to the disk at once; false when
-// it did not.
-bool recordRow(const ListPlace& place, size_t row, int32_t repeat, const std::string& started,
+// it did not, and then it waits for the next one.
+bool recordRow(ListPlace& place, size_t row, int32_t repeat, const std::string& started,
                const std::string& ended, const std::string& folder, const std::string& how);
 
 // A line of the record that is about no row: a pause, a continuation, the end.
-bool recordEvent(const ListPlace& place, const std::string& words);
+bool recordEvent(ListPlace& place, const std::string& words);
+
+// That a list that was cut off goes on; both its files may have been cut in the middle of a line.
+bool recordContinuation(ListPlace& place);
 
 // `row` has one repeat more; goes to the disk at once.
 bool keepDone(ListPlace& place, size_t row);
@@ -54,13 +59,14 @@ bool keepDone(ListPlace& place, size_t row);
 bool keepFailed(ListPlace& place, size_t row);
 
 // The same of `place.followed`.
-bool keepFollowed(const ListPlace& place);
+bool keepFollowed(ListPlace& place);
 
 // Of the list's first picture, beside its record.
 std::wstring firstPicturePath(const ListPlace& place);
 
-// The list has ended, as its record says: nothing is left to go on with.
-void forgetUnfinishedList();
+// The list has ended, as its record says: nothing is left to go on with. False when what it has
+// left is still there: another program holds it.
+bool forgetUnfinishedList();
 
 // The program of the operator's that a list's end starts, with the record's path as its argument:
 // its path, kept in Options.ini; empty: none. Keeping: false when that was not written.

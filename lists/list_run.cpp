@@ -7,6 +7,7 @@
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
 #include "lists/drift.h"
+#include "mapping/focus_following.h"
 #include "mapping/map_document.h"
 #include "mapping/map_rendering.h"
 #include "mapping/raster_scan.h"
@@ -93,6 +94,12 @@ bool askedByOperator(const Outcome& outcome) {
     return outcome.end == ProcessEnd::Stopped && outcome.endedBy.empty();
 }
 
+// Also behind the last point, while the stage drove home.
+bool isStopAsked(const Outcome& outcome) {
+    return askedByOperator(outcome) ||
+           (session.stopRequested && processEnd() == ProcessEnd::Stopped);
+}
+
 // The program's own settings come back when it goes.
 class OwnSettings {
 public:
@@ -126,6 +133,7 @@ private:
     std::optional<Outcome> continueMap(const ListRow& row, const std::string& where);
     Outcome measureCurve(const ListRow& row, const std::string& where);
     double heightOf(const ListRow& row) const;
+    std::string whyOutOfFocus(const ListRow& row) const;
     std::string goTo(const ListRow& row);
     bool isConsented();
     std::string goToCutMap(const ListRow& row, const ScanArea& area);
@@ -133,10 +141,10 @@ private:
     bool waitFor(size_t row, int32_t repeat);
     bool pauseIfAsked();
     bool goesOn(size_t row, const Outcome& outcome);
-    void endRow(size_t row);
+    void endRow(size_t row, const Outcome& outcome);
     void darken(Outcome& told);
     void goHome(Outcome& told);
-    void say(bool written) { unwritten |= !written; }
+    void heed(bool written);
     void show(size_t row, const std::string& how) const {
         listProgress.hows.resize(place.list.rows.size());
         listProgress.hows[row] = how;
@@ -161,7 +169,7 @@ private:
     const CanPause canPause{PauseBehind::Row}; // its curves; its maps behind a point
     const double homeX = stageX.positionUm, homeY = stageY.positionUm, homeZ = stageZ.positionUm;
     std::optional<uint64_t> startedMs; // of the last repeat
-    bool unwritten = false;            // a part of the record
+    bool toldOfRecord = false;
     ProcessEnd end = ProcessEnd::Finished;
     std::string endedBy;
 };
@@ -197,8 +205,32 @@ Outcome declined(const std::string& why) {
     return {.end = ProcessEnd::Declined, .lastWords = "Not measured", .troubles = {why}};
 }
 
+// A part of the record, or of what a restart needs, that is not on the disk: once for all.
+void ListRun::heed(bool written) {
+    if (written || std::exchange(toldOfRecord, true)) return;
+    announce(Severity::Trouble,
+             "List: its record cannot be written; what is missing comes with its next line");
+}
+
+// A map follows a focus plane by itself.
 double ListRun::heightOf(const ListRow& row) const {
-    return row.zUm ? byProgram(stageZ, *row.zUm) : homeZ;
+    if (row.zUm) return byProgram(stageZ, *row.zUm);
+    const FocusSlopes& slopes = own.plan.focus;
+    if (row.kind == ListKind::Map || !slopes.follows) return homeZ;
+    return homeZ +
+           slopes.riseUm(byProgram(stageX, row.xUm) - homeX, byProgram(stageY, row.yUm) - homeY);
+}
+
+// Of a curve; empty when it can, and where its row has a Z of its own.
+std::string ListRun::whyOutOfFocus(const ListRow& row) const {
+    if (row.zUm) return {};
+    ListRow point = row;
+    point.rows = point.columns = 1.0;
+    ScanPlan plan = planOf(point, place.list, own.plan);
+    plan.homeZUm = homeZ;
+    placeArea(point, plan);
+    placeFocus(point, plan);
+    return whyNotFollowed(plan);
 }
 
 // A map finds its own way in X and Y, but does not come nearer to the objective over another place.
@@ -302,7 +334,8 @@ Outcome ListRun::measureCurve(const ListRow& row, const std::string& where) {
     }
     {
         const RunningProcess running;
-        const std::string why = goTo(row);
+        std::string why = whyOutOfFocus(row);
+        if (why.empty()) why = goTo(row);
         if (session.stopRequested) return {.end = processEnd(), .lastWords = "Not measured"};
         if (!why.empty()) return declined(why);
     }
@@ -389,11 +422,12 @@ ListRow ListRun::lookAtDrift(size_t row, const std::string& when, const ListRow&
     ListRow followed = otherwise;
     if (place.list.followsDrift && !session.stopRequested) {
         std::string why = drift.follow(place);
-        if (why.empty()) say(keepFollowed(place));
+        if (why.empty()) heed(keepFollowed(place));
         followed.xUm = of.xUm + place.followed.x;
         followed.yUm = of.yUm + place.followed.y;
-        const std::string beyond = whyNotMeasured(followed);
-        if (!beyond.empty() && whyNotMeasured(of).empty()) {
+        // A map that has begun stays where it is. A row that has not is declined: its part of the
+        // sample lies where the stage must not go.
+        if (const std::string beyond = kind ? whyNotMeasured(followed) : ""; !beyond.empty()) {
             why = "Drift not followed: " + beyond;
             followed = otherwise;
         }
@@ -403,7 +437,7 @@ ListRow ListRun::lookAtDrift(size_t row, const std::string& when, const ListRow&
                                 followed.yUm - of.yUm);
     }
     logEvent("Drift: " + driftWords);
-    say(recordEvent(place, when + ": drift " + driftWords));
+    heed(recordEvent(place, when + ": drift " + driftWords));
     show(row, "runs, drift " + driftWords);
     return followed;
 }
@@ -439,6 +473,7 @@ bool ListRun::waitFor(size_t row, int32_t repeat) {
         if (!pauseIfAsked()) break;
         waitResponsive(static_cast<uint32_t>(std::clamp(leftMs, 1.0, 1000.0)));
     }
+    showProgress(""); // it waits no more
     setField(Field::StartButton, "Start");
     return !session.stopRequested;
 }
@@ -446,10 +481,10 @@ bool ListRun::waitFor(size_t row, int32_t repeat) {
 // Between two rows, where all is as idle; false when the operator stops instead of resuming.
 bool ListRun::pauseIfAsked() {
     if (!pauseIsDue(PauseBehind::Row)) return true;
-    const std::string since = nowText();
-    if (!waitWhilePaused("Scan list")) return false;
-    say(recordEvent(place, "paused since " + since));
-    return true;
+    heed(recordEvent(place, "paused"));
+    const bool resumed = waitWhilePaused("Scan list");
+    heed(recordEvent(place, resumed ? "resumed" : "stopped in the pause"));
+    return resumed;
 }
 
 // What becomes of the list behind a row.
@@ -459,7 +494,15 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
         end = outcome.end;
         return false;
     }
-    if (askedByOperator(outcome)) {
+    const ListRow& of = place.list.rows[row];
+    const bool failed = !askedByOperator(outcome) &&
+                        hasFailed(outcome, of.kind == ListKind::Map ? of.columns * of.rows : 1e9);
+    if (failed) {
+        heed(keepFailed(place, row));
+        announce(Severity::Trouble,
+                 formatted("List: row %d failed, ", numberOf(row)) + outcome.words());
+    }
+    if (isStopAsked(outcome)) {
         // Laser off and the stage back: nothing is held up by the question.
         const bool whole =
             showMessageBox(windows.main,
@@ -473,25 +516,21 @@ bool ListRun::goesOn(size_t row, const Outcome& outcome) {
         session.stopRequested = 0;
         return !whole;
     }
-    const ListRow& of = place.list.rows[row];
-    if (!hasFailed(outcome, of.kind == ListKind::Map ? of.columns * of.rows : 1e9)) return true;
-    say(keepFailed(place, row));
-    announce(Severity::Trouble,
-             formatted("List: row %d failed, ", numberOf(row)) + outcome.words());
-    if (place.list.goesOnAfterFailure) return true;
+    if (!failed || place.list.goesOnAfterFailure) return true;
     endedBy = formatted("Row %d failed", numberOf(row));
     end = ProcessEnd::Stopped;
     return false;
 }
 
 // As the operator wishes, with the repeats that are left.
-void ListRun::endRow(size_t row) {
-    say(keepFailed(place, row));
+void ListRun::endRow(size_t row, const Outcome& outcome) {
     const auto repeats = static_cast<int32_t>(place.list.rows[row].repeats);
+    if (outcome.end != ProcessEnd::Finished || place.done[row] < repeats)
+        heed(keepFailed(place, row));
     if (place.done[row] < repeats)
-        say(recordEvent(place, formatted("row %d ended by the operator, %d repeats not measured",
-                                         numberOf(row), repeats - place.done[row])));
-    while (place.done[row] < repeats) say(keepDone(place, row));
+        heed(recordEvent(place, formatted("row %d ended by the operator, %d repeats not measured",
+                                          numberOf(row), repeats - place.done[row])));
+    while (place.done[row] < repeats) heed(keepDone(place, row));
 }
 
 // Laser off and bias 0, with the lamp on unless the computer goes to sleep.
@@ -524,7 +563,7 @@ Outcome ListRun::run() {
         if (!waitFor(*row, repeat)) {
             const Outcome stopped{.end = processEnd()};
             if (!goesOn(*row, stopped)) break;
-            endRow(*row);
+            endRow(*row, stopped);
             continue;
         }
         const std::string started = nowText();
@@ -533,12 +572,13 @@ Outcome ListRun::run() {
         logEvent(formatted("List: row %d %s, \"", numberOf(*row), nameOf(outcome.end)) +
                  outcome.words() + "\"");
         const std::string how = howOf(outcome);
-        say(recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)), how));
+        heed(
+            recordRow(place, *row, repeat, started, nowText(), fileNameOf(folderOfRow(*row)), how));
         show(*row, how + "; drift " + driftWords);
-        const bool ends = !goesOn(*row, outcome);
+        const bool stopped = isStopAsked(outcome), ends = !goesOn(*row, outcome);
         const bool cutOff = ends && outcome.end != ProcessEnd::Finished;
-        if (!cutOff) say(keepDone(place, *row));
-        if (askedByOperator(outcome)) endRow(*row);
+        if (!cutOff) heed(keepDone(place, *row));
+        if (stopped) endRow(*row, outcome);
         if (ends) break;
     }
     told.end = end;
@@ -549,10 +589,12 @@ Outcome ListRun::run() {
         formatted("Scan list %s: %d of %d rows", nameOf(end), place.measured(), place.toMeasure());
     if (lost > 0) told.troubles.push_back(formatted("Failed: %d, see the list's record", lost));
     if (notFollowed > 0) told.troubles.push_back(formatted("Drift not followed: %d", notFollowed));
-    say(recordEvent(place, told.words()));
-    if (unwritten) told.notWritten.emplace_back("the list's record");
+    heed(recordEvent(place, told.words()));
+    if (!place.waitingForRecord.empty()) told.notWritten.emplace_back("the list's record");
     // What the computer's sleep or a closed window has cut off is offered again.
-    if (end != ProcessEnd::WindowClosed && end != ProcessEnd::Asleep) forgetUnfinishedList();
+    const bool isCutOff = end == ProcessEnd::WindowClosed || end == ProcessEnd::Asleep;
+    if (isCutOff ? !place.waitingForUnfinished.empty() : !forgetUnfinishedList())
+        told.notWritten.emplace_back("in Unfinished.txt where the list stands");
     if (end != ProcessEnd::Declined && end != ProcessEnd::Asleep) startProgramAtEnd(place);
     titleList("");
     underWay.clear();
@@ -640,10 +682,8 @@ Outcome continueScanList(ListPlace place) {
         showInformation(told.lastWords.c_str());
         return told;
     }
-    const bool written = recordEvent(place, "continued after it was cut off");
-    Outcome told = ListRun(std::move(place), true, Consent::GivenBefore).run();
-    if (!written) told.notWritten.emplace_back("the list's record");
-    return told;
+    recordContinuation(place); // what is not written waits for the next line
+    return ListRun(std::move(place), true, Consent::GivenBefore).run();
 }
 
 Outcome startScanList(const ScanList& list, Consent consent) {

@@ -19,10 +19,6 @@ constexpr double aboveUm = 2.0;
 // What Z stands beside the place that it was sent to is a hand's work from here on.
 constexpr double leastByHandUm = 0.5;
 
-double riseOf(const FocusSlopes& slopes, double dx, double dy) {
-    return slopes.perX * dx + slopes.perY * dy;
-}
-
 // From the start, um, on the way to a place so far above it.
 double farthestOnWay(double rise) {
     return std::max(std::fabs(rise), rise + aboveUm);
@@ -41,8 +37,8 @@ std::string whyNotFollowed(const ScanPlan& plan) {
     const double width = (area.cols - 1) * area.scanStep, height = (area.rows - 1) * area.scanStep;
     for (const double x : {0.0, width})
         for (const double y : {0.0, height}) {
-            const double rise = riseOf(slopes, area.offsetXUm + x - slopes.fromXUm,
-                                       area.offsetYUm + y - slopes.fromYUm);
+            const double rise = slopes.riseUm(area.offsetXUm + x - slopes.fromXUm,
+                                              area.offsetYUm + y - slopes.fromYUm);
             if (farthestOnWay(rise) > farthestFocusUm)
                 return formatted("the focus plane leads Z %.1f um from the start, %.0f are allowed",
                                  rise, farthestFocusUm);
@@ -62,7 +58,7 @@ FocusFollower::FocusFollower(const FocusSlopes& toFollow, const ArrivalTiming& a
 
 void FocusFollower::goToRow(double firstX, double lastX, double y) {
     if (!follows()) return;
-    eachPoint = std::fabs(riseOf(slopes, lastX - firstX, 0.0)) > mostAlongRowUm;
+    eachPoint = std::fabs(slopes.riseUm(lastX - firstX, 0.0)) > mostAlongRowUm;
     why = Miss::Nothing;
     goTo(eachPoint ? firstX : (firstX + lastX) / 2.0, y);
 }
@@ -86,7 +82,7 @@ void FocusFollower::takeOperatorsMoves() {
 }
 
 double FocusFollower::targetAt(double x, double y) const {
-    return startZ + riseOf(slopes, x - fromX, y - fromY) + byOperatorUm;
+    return startZ + slopes.riseUm(x - fromX, y - fromY) + byOperatorUm;
 }
 
 void FocusFollower::goTo(double x, double y) {

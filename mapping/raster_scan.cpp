@@ -630,9 +630,11 @@ void Scan::continueFrom(const LeftJournal& left) {
     logEvent("Continued: " + conditions.continued);
 }
 
-// Whether a scan that its stage has ended may be continued.
+// Whether a scan may be continued that its stage has ended, or the closed window in the middle of a
+// list, which goes on as a whole.
 bool Scan::canGoOn() const {
-    return !report.endedBy.empty() && report.pointsDone > 0 && !report.journalLost;
+    const bool inList = end == ProcessEnd::WindowClosed && !plan.occasion.list.empty();
+    return (inList || !report.endedBy.empty()) && report.pointsDone > 0 && !report.journalLost;
 }
 
 void Scan::endBy(const std::string& cause) {

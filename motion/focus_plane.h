@@ -38,6 +38,8 @@ struct FocusSlopes {
     double perX = 0.0, perY = 0.0; // um of Z to a um of X and of Y
     // Where the Z of the start is right: so far from where the stage stands then, um.
     double fromXUm = 0.0, fromYUm = 0.0;
+    // So much higher is the plane so far beside a place, um.
+    double riseUm(double dx, double dy) const { return perX * dx + perY * dy; }
 };
 constexpr double steepestSlope = 1.0;
 

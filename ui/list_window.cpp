@@ -63,7 +63,10 @@ struct {
     WindowHandle window = nullptr;
     WindowHandle edits[editCount] = {};
     ScanList list;
+    std::string onDisk;            // the text of its file
+    std::string shown[fieldCount]; // what the fields held before anything was typed
     int selected = -1;
+    bool fills = false; // the table; what it selects then is no wish
 } state;
 
 std::string text(size_t edit) {
@@ -139,10 +142,10 @@ void showFields() {
         showToolControl(state.window, idListEdit + id, used);
         if (!used) continue;
         setToolText(state.window, idListLabel + id, labelOf(fields[i]).c_str());
-        if (fields[i])
-            setText(editFields + i, shortText(row->*fields[i]->value - zeroOf(fields[i])));
-        else
-            setText(editFields + i, row->zUm ? shortText(*row->zUm - zeroOf(nullptr)) : "");
+        const bool isEmpty = !fields[i] && !row->zUm;
+        const double value = fields[i] ? row->*fields[i]->value : row->zUm.value_or(0.0);
+        state.shown[i] = isEmpty ? "" : shortText(value - zeroOf(fields[i]));
+        setText(editFields + i, state.shown[i]);
     }
 }
 
@@ -151,10 +154,16 @@ void redraw() {
     if (display.wideView) drawWideView();
 }
 
+void fillTable() {
+    state.fills = true;
+    fillToolTable(state.window, idListTable, static_cast<int>(state.list.rows.size()),
+                  state.selected);
+    state.fills = false;
+}
+
 void showRows(int selected) {
-    const auto count = static_cast<int>(state.list.rows.size());
-    state.selected = std::min(selected, count - 1);
-    fillToolTable(state.window, idListTable, count, state.selected);
+    state.selected = std::min(selected, static_cast<int>(state.list.rows.size()) - 1);
+    fillTable();
     showFields();
     redraw();
 }
@@ -188,7 +197,8 @@ bool takeHead() {
     return true;
 }
 
-// Into the selected row; says the first field that cannot be taken, and takes none then.
+// What was typed, into the selected row; says the first field that cannot be taken, and takes none
+// then.
 bool takeFields() {
     ListRow* row = selectedRow();
     if (!row) return true;
@@ -196,10 +206,12 @@ bool takeFields() {
     const std::vector<const ListNumber*> fields = fieldsOf(row->kind);
     for (size_t i = 0; i < fields.size(); ++i) {
         const std::string typed = text(editFields + i);
+        if (typed == state.shown[i]) continue;
         std::optional<double> number = exactNumber(typed);
         if (number) *number += zeroOf(fields[i]);
         if (!number && !(typed.empty() && !fields[i])) {
-            tell(labelOf(fields[i]) + ": \"" + typed + "\" is no number");
+            tell(formatted("Row %d, ", state.selected + 1) + labelOf(fields[i]) + ": \"" + typed +
+                 "\" is no number");
             return false;
         }
         if (fields[i])
@@ -212,6 +224,16 @@ bool takeFields() {
         return false;
     }
     *row = changed;
+    return true;
+}
+
+bool isUnsaved() {
+    return !state.list.rows.empty() && textOf(state.list) != state.onDisk;
+}
+
+bool writeList() {
+    if (!writeScanList(state.list)) return false;
+    state.onDisk = textOf(state.list);
     return true;
 }
 
@@ -297,19 +319,37 @@ void makeSeries() {
     showRows(state.selected);
 }
 
+// Rows that nobody has saved, before others take their place or the program ends.
+void keepUnsaved() {
+    if (!isUnsaved()) return;
+    ScanList list = state.list;
+    list.name += " (unsaved)";
+    const std::string file = "KST_Data\\Scan lists\\" + list.name + ".ini";
+    const bool written = writeScanList(list);
+    logEvent(written ? "List: kept as " + file : "List: its rows are lost, not written: " + file);
+}
+
 void openList() {
     const std::string name = text(editName);
     std::string fault;
     const std::optional<ScanList> list = readScanList(name, fault);
     if (!list) return tell("KST_Data\\Scan lists\\" + name + ".ini: " + fault);
+    if (isUnsaved() &&
+        showMessageBox(windows.main,
+                       "The rows that are shown have not been saved. Open the other list all the "
+                       "same?",
+                       "Scan list", BoxButtons::YesNo) != BoxAnswer::Yes)
+        return;
+    if (processUnderWay()) return refuseForProcess(); // since the question
     state.list = *list;
+    state.onDisk = textOf(state.list);
     showList();
 }
 
 void saveList() {
     if (!takeHead() || !takeFields()) return;
     showRows(state.selected);
-    if (!writeScanList(state.list)) return tell("The list could not be written");
+    if (!writeList()) return tell("The list could not be written");
     showInformation(("Saved: KST_Data\\Scan lists\\" + state.list.name + ".ini").c_str());
 }
 
@@ -338,7 +378,7 @@ void startList() {
             return;
         if (stageIsBusy()) return;
     }
-    if (!writeScanList(state.list)) return tell("The list could not be written");
+    if (!writeList()) return tell("The list could not be written");
     showRows(state.selected);
     startListRun([list = state.list] { return startScanList(list); });
     if (state.window) showRows(state.selected);
@@ -452,7 +492,7 @@ void openListWindow() {
     if (!state.window) return;
     display.overlay = drawRows;
     listProgress.changed = [] {
-        if (state.window) showRows(state.selected);
+        if (state.window) fillTable();
     };
     if (state.list.rows.empty()) {
         state.list.sample = occasion.sample;
@@ -472,6 +512,7 @@ void onListCommand(int id) {
     resetIdle();
     const bool changesList = id >= idListAddArea && id <= idListOpen;
     if (changesList && processUnderWay()) return refuseForProcess();
+    if (changesList && id != idListRemove && !takeFields()) return;
     if (id == idListAddArea) addArea();
     if (id == idListAddSweep) insertRow(presentRow(ListKind::IvCurve));
     if (id == idListAddSeries) insertRow(presentRow(ListKind::Series));
@@ -483,7 +524,7 @@ void onListCommand(int id) {
         selectedRow()->on = !selectedRow()->on;
         showRows(state.selected);
     }
-    if (id == idListTake && takeFields()) showRows(state.selected);
+    if (id == idListTake) showRows(state.selected);
     if (id == idListMakeSeries) makeSeries();
     if (id == idListOpen) openList();
     if (id == idListSave) saveList();
@@ -491,9 +532,11 @@ void onListCommand(int id) {
 }
 
 void onListSelection() {
-    state.selected = selectedInToolTable(state.window, idListTable);
-    showFields();
-    redraw();
+    if (state.fills) return;
+    const int selected = selectedInToolTable(state.window, idListTable);
+    // What was typed is of the row that was selected before, unless a list runs.
+    if (selected != state.selected && !processUnderWay()) takeFields();
+    showRows(selected);
 }
 
 std::string listCell(int row, int column) {
@@ -548,7 +591,9 @@ void continueLastList() {
         BoxAnswer::Yes)
         return;
     if (stageIsBusy()) return;
+    keepUnsaved();
     state.list = left->list;
+    state.onDisk = textOf(state.list);
     openListWindow();
     if (state.window) showList();
     startListRun([&] { return continueScanList(*left); });
@@ -556,6 +601,7 @@ void continueLastList() {
 }
 
 void forgetListWindow() {
+    keepUnsaved();
     state.window = nullptr;
     std::fill(std::begin(state.edits), std::end(state.edits), nullptr);
     display.overlay = nullptr;

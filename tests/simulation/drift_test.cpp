@@ -64,12 +64,12 @@ protected:
     }
 
     // Four repeats of a map over three hours, in which the sample drifts by some um.
-    static void runNight(bool follows, const std::string& knock = "") {
+    static void runNight(bool follows, const std::string& knock = "", double besideUm = -8.0) {
         const std::string drifts = "sample drifts 1.5 -0.7\n";
         ASSERT_TRUE(applyLabFaults(drifts));
         ScanList list{.name = "night", .followsDrift = follows};
         ListRow& row = list.rows.emplace_back();
-        row.xUm = ofController(stageX, stageX.positionUm - 8);
+        row.xUm = ofController(stageX, stageX.positionUm + besideUm);
         row.yUm = ofController(stageY, stageY.positionUm - 6);
         row.columns = 6;
         row.rows = 4;
@@ -82,7 +82,7 @@ protected:
         deadlineMs *= 3;
         answer("Hysteresis compensated. Is it okay?", BoxAnswer::Yes);
         runProcess("Scan list", [&] { return startScanList(list); });
-        EXPECT_NE(record().find("Scan list finished: 1 of 1 rows"), std::string::npos) << record();
+        EXPECT_NE(record().find("Scan list finished"), std::string::npos) << record();
     }
 
     static std::string record() {
@@ -183,6 +183,11 @@ TEST_F(DriftTest, TheRestOfAMapBehindAPauseIsOfWhereTheSampleLiesThen) {
             EXPECT_NE(paused.find(", followed by X +3."), std::string::npos) << paused;
             EXPECT_EQ(wrongCells(all[0], all[0]), 0) << paused;
             EXPECT_EQ(wrongCells(all[1], all[0]), 0) << all[1].condition("Drift");
+            // All of it, before and behind: three steps of the sample.
+            const auto [least, most] = std::minmax_element(
+                labMeasurements().begin(), labMeasurements().end(),
+                [](const auto& a, const auto& b) { return a.sampleY < b.sampleY; });
+            EXPECT_NEAR(most->sampleY - least->sampleY, 9.0, 0.5);
         } else {
             EXPECT_EQ(wrongCells(all[0], all[0], {}, 0, 9), 0);
             EXPECT_EQ(wrongCells(all[0], all[0], {-3.0, 1.4}, 12, 24), 0) << paused;
@@ -203,6 +208,20 @@ TEST_F(DriftTest, WithoutStructureItIsUnknownAndNothingFollows) {
             << map.condition("Drift");
     }
     EXPECT_NE(record().find("Drift not followed: 4"), std::string::npos) << record();
+}
+
+// It is not measured where the sample lay at the begin.
+TEST_F(DriftTest, ARowThatHasDriftedBeyondALimitIsDeclined) {
+    setUp.ranges[0].highest = ofController(stageX, stageX.positionUm + 47.0);
+    runNight(true, "", 30.0); // to 45 um
+    std::vector<std::string> hows;
+    std::istringstream lines(record());
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("1\t")) hows.push_back(line);
+    ASSERT_EQ(hows.size(), 4u) << record();
+    EXPECT_NE(hows[1].find("\tfinished, "), std::string::npos) << "with a swing beyond it";
+    for (const size_t hour : {2, 3})
+        EXPECT_NE(hows[hour].find("\tdeclined, Stage X: "), std::string::npos) << hows[hour];
 }
 
 // Turned and mirrored, from either side, in the laser's light too, and after a restart.

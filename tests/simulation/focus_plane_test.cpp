@@ -3,6 +3,7 @@
 #include "tests/simulation/whole_run.h"
 
 #include "app/program.h"
+#include "lists/list_run.h"
 #include "mapping/raster_scan.h"
 #include "mapping/scan_continuation.h"
 #include "mapping/scan_map.h"
@@ -170,6 +171,29 @@ TEST_F(FocusPlaneTest, AContinuedScanFollowsThePlaneOfItsJournal) {
         EXPECT_NE(SavedMap().condition("Focus plane").find("Z +0.007"), std::string::npos)
             << SavedMap().condition("Focus plane");
     });
+}
+
+TEST_F(FocusPlaneTest, ACurveOfAListIsMeasuredOnIt) {
+    const auto outOfFocus = [] {
+        const LabPoint at = labLaserSpotSample();
+        return labStageUm(labZ) - surfaceHeightAt(at.x, at.y);
+    };
+    double atHome = 9, onFlake = 9;
+    when([] { return labCounters().analogReads > 3; }, [&] { onFlake = outOfFocus(); });
+    run(acrossRows, [&] {
+        followPlane(acrossRows);
+        planOf(acrossRows); // the operator brings the stage there
+        atHome = outOfFocus();
+        ListRow row{.kind = ListKind::Series};
+        row.xUm = ofController(stageX, 0.0);
+        row.yUm = ofController(stageY, 0.0); // where the plane is 2.6 um higher
+        ScanList list{.rows = {row, row}};
+        list.rows[1].yUm += 3000.0;
+        runProcess("Scan list", [&] { return startScanList(list, Consent::GivenBefore); });
+    });
+    EXPECT_NEAR(onFlake, atHome, 0.8);
+    EXPECT_NE(listProgress.howOf(1).find("the focus plane leads Z 59."), std::string::npos)
+        << listProgress.howOf(1);
 }
 
 TEST_F(FocusPlaneTest, GoesNowhereBeyondALimit) {
