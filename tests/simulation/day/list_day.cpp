@@ -6,6 +6,7 @@
 #include "lists/list_run.h"
 #include "motion/stage.h"
 #include "platform/text_format.h"
+#include "platform/widen.h"
 #include "screen/control_ids.h"
 #include "session/pause.h"
 #include "session/process.h"
@@ -182,6 +183,9 @@ std::vector<std::string> ListAfterCut::wrong(const std::vector<ListAtWork>& begu
     std::vector<std::string> wrong = wrongIn(text, list, false);
     for (std::string& each : wrong) each += ": " + text;
     const size_t goesOn = text.find("continued after it was cut off");
+    // The instrument of the start, and not the one that was chosen later: it is refused, and said.
+    const std::string with = "#measured with " + narrowed(instrumentKind(kind).name);
+    if (goesOn == std::string::npos && left.find(with) == std::string::npos) return wrong;
     if (goesOn == std::string::npos) return {"the list did not go on: " + text};
     if (text.find("\tScan list finished", goesOn) == std::string::npos &&
         list.list.goesOnAfterFailure)
