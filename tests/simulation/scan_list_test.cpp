@@ -18,6 +18,9 @@
 #include "session/pause.h"
 #include "session/process.h"
 #include "session/set_up.h"
+#include "tests/doubles/doubles.h"
+#include "ui/commands.h"
+#include "ui/tool_windows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -387,6 +390,40 @@ TEST_F(ScanListTest, ALineThatTheRecordDoesNotTakeComesWithTheNextOne) {
     EXPECT_EQ(record().find("Not written"), std::string::npos);
     EXPECT_NE(contentOf("KST_Data/Log/2026-03-07.txt").find("its record cannot be written"),
               std::string::npos);
+}
+
+TEST_F(ConnectedTest, TheListWindowKeepsWhatWasTypedAndRowsThatNobodySaved) {
+    onCommand(idScanList);
+    NativeWindow& tool = *toolWindows.back();
+    const auto press = [&](int id) { onToolCommand(&tool, id); };
+    press(idListAddSweep);
+    press(idListCopy); // which is selected then
+    NativeWindow* range = nullptr;
+    for (int i = 0; i < 14; ++i)
+        if (tool.texts[idListLabel + i] == "Range (+/- V)")
+            range = tool.edits[static_cast<size_t>(3 + i)]; // behind name, sample and note
+    ASSERT_NE(range, nullptr);
+    const auto typeAndSelect = [&](const char* typed, int row) {
+        range->text = typed;
+        tool.selectedRow = row;
+        onToolSelection(&tool);
+    };
+    typeAndSelect("0.25", 0);
+    answer("Row 1, Range (+/- V): \"x\" is no number", BoxAnswer::Ok);
+    typeAndSelect("x", 1);
+    EXPECT_EQ(onToolTable(&tool, 0, 9), "+/- 0.5");
+    EXPECT_EQ(onToolTable(&tool, 1, 9), "+/- 0.25");
+    ASSERT_TRUE(writeScanList({.name = "other", .rows = {ListRow()}}));
+    tool.edits[0]->text = "other";
+    answer("The rows that are shown have not been saved. Open the other list all the same?",
+           BoxAnswer::No);
+    press(idListOpen);
+    EXPECT_EQ(tool.tableRows, 2);
+    destroyToolWindow(&tool);
+    std::string fault;
+    const std::optional<ScanList> kept = readScanList("list (unsaved)", fault);
+    ASSERT_TRUE(kept) << fault;
+    EXPECT_EQ(kept->rows.at(1).rangeVolts, 0.25);
 }
 
 TEST(ScanListFile, KeepsEveryRowAndSaysTheLineThatItCannotTake) {
