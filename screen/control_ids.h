@@ -122,6 +122,7 @@ enum ListId : int {
     idListLabel = 1230, // fourteen of them, of the fields of a row
     idListEdit = 1250,  // likewise
     idListFollowsDrift = 1270,
+    idListHow = 1271,
 };
 
 // Of the window "Places".

@@ -4,7 +4,6 @@
 #include "actions/measurements.h"
 #include "camera/display.h"
 #include "camera/live_view.h"
-#include "camera/wide_view.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "lists/list_record.h"
@@ -43,8 +42,9 @@ constexpr int fieldsTop = buttonsTop + 34;
 constexpr int seriesTop = fieldsTop + 2 * 46;
 constexpr int bottomTop = seriesTop + 34;
 constexpr int endTop = bottomTop + 30;
-constexpr int innerWidth = 2 * margin + fieldsAcross * (fieldWidth + 6) + 70;
-constexpr int outerWidth = innerWidth + 6, outerHeight = endTop + height + margin + 29;
+constexpr int howTop = endTop + 30;
+constexpr int innerWidth = 2 * margin + fieldsAcross * (fieldWidth + 6) + 180;
+constexpr int outerWidth = innerWidth + 6, outerHeight = howTop + 36 + margin + 29;
 
 enum Edits : size_t {
     editName,
@@ -149,9 +149,12 @@ void showFields() {
     }
 }
 
-// The camera's picture comes by itself.
-void redraw() {
-    if (display.wideView) drawWideView();
+// Of the selected row, which the table has no room for: why it failed, say.
+void showHow() {
+    const auto row = static_cast<size_t>(state.selected);
+    const std::string how = selectedRow() ? listProgress.howOf(row) : "";
+    const std::string words = formatted("Row %d: ", state.selected + 1) + how;
+    setToolText(state.window, idListHow, how.empty() ? "" : words.c_str());
 }
 
 void fillTable() {
@@ -159,13 +162,14 @@ void fillTable() {
     fillToolTable(state.window, idListTable, static_cast<int>(state.list.rows.size()),
                   state.selected);
     state.fills = false;
+    showHow();
 }
 
 void showRows(int selected) {
     state.selected = std::min(selected, static_cast<int>(state.list.rows.size()) - 1);
     fillTable();
     showFields();
-    redraw();
+    onPaint(); // no frame may come by itself
 }
 
 void showList() {
@@ -434,8 +438,8 @@ std::vector<ToolControl> controls() {
         {Label, "Note", 270, 36, 40, height},
         {Edit, "", 312, 36, innerWidth - 312 - margin, height, idListNote},
         {Table,
-         "No.:40 On:36 What:50 X:85 Y:85 Z:65 Size:80 Step:50 Laser:55 Bias:55 Repeats:60 "
-         "Every:50 How:150",
+         "No.:40 On:36 What:50 X:70 Y:70 Z:65 Size:80 Step:50 Laser:55 Bias:60 Repeats:60 "
+         "Every:60 How:205",
          margin, tableTop, innerWidth - 2 * margin, tableHeight, idListTable}};
     int x = margin;
     const auto button = [&](const char* name, int id, int width) {
@@ -479,6 +483,7 @@ std::vector<ToolControl> controls() {
         {Label, "a program, with the list's record; empty: none", 518, endTop, 280, height});
     all.push_back({Check, "Follow drift", 520, bottomTop, 110, height, idListFollowsDrift});
     all.push_back({Button, "Start", right - 40, bottomTop, 104, height + 2, idListStart});
+    all.push_back({Label, "", margin, howTop, innerWidth - 2 * margin, 36, idListHow});
     return all;
 }
 

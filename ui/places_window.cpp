@@ -5,7 +5,6 @@
 #include "camera/display.h"
 #include "camera/live_view.h"
 #include "camera/picture_file.h"
-#include "camera/wide_view.h"
 #include "mapping/scan_area.h"
 #include "motion/focus_plane.h"
 #include "motion/places.h"
@@ -69,17 +68,12 @@ void showSelected() {
     paintPlacesWindow();
 }
 
-// The camera's picture comes by itself.
-void redraw() {
-    if (display.wideView) drawWideView();
-}
-
 void showRows(int selected) {
     const auto count = static_cast<int>(state.places.size());
     state.selected = std::min(selected, count - 1);
     fillToolTable(state.window, idPlacesTable, count, state.selected);
     showSelected();
-    redraw();
+    onPaint(); // no frame may come by itself
 }
 
 // From the file, which somebody may have changed.
@@ -267,7 +261,7 @@ void drawPlaces(ContextHandle picture) {
 
 std::vector<ToolControl> controls() {
     std::vector<ToolControl> all = {
-        {Table, "No.:36 Name:170 X:75 Y:75 Z:70 Focus:46 Residual:64 State:160", margin, tableTop,
+        {Table, "No.:36 Name:130 X:65 Y:65 Z:60 Focus:46 Residual:64 State:150", margin, tableTop,
          tableWidth, tableHeight, idPlacesTable},
         {Label, "Name", margin, nameTop, 40, height},
         {Edit, "", 56, nameTop, 260, height, idPlacesName},
@@ -329,7 +323,7 @@ void onPlacesCommand(int id) {
 void onPlacesSelection() {
     state.selected = selectedInToolTable(state.window, idPlacesTable);
     showSelected();
-    redraw();
+    onPaint();
 }
 
 std::string placesCell(int row, int column) {

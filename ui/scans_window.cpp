@@ -211,8 +211,8 @@ constexpr ToolControl controls[] = {
     {Label, "", 366, 8, 560, height, idScansCount},
     {Button, "List anew", innerWidth - margin - 90, 7, 90, height + 2, idScansList},
     {PictureTable,
-     "Picture:56 Time:120 Size:75 Step/um:58 Instrument:140 Bias/V:52 Laser/uA:62 Sample:120 "
-     "Note:180 Mark:120 File:400",
+     "Picture:56 Time:140 Size:70 Step/um:68 Instrument:125 Bias/V:54 Laser/uA:68 Sample:100 "
+     "Note:140 Mark:140 File:400",
      margin, tableTop, innerWidth - 2 * margin, tableHeight, idScansTable},
     {Button, "Show map", margin, buttonsTop, 90, height + 2, idScansShow},
     {Button, "Next plane", 105, buttonsTop, 90, height + 2, idScansPlane},
