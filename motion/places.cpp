@@ -69,23 +69,19 @@ std::string takeText(Place& place, std::string text) {
     return any ? "" : "it has none of x, y and z";
 }
 
-std::string inOneLine(std::string text, bool withCommas) {
-    for (char& letter : text)
-        if ((letter >= 0 && letter < ' ') || (letter == ',' && !withCommas)) letter = ' ';
-    return text;
-}
-
 std::string textOf(const Place& place) {
     std::string text;
     for (size_t i = 0; i < axisCount; ++i)
         if (place.counts[i].isKnown())
             text += formatted("%c ", "xyz"[i]) + textOf(place.counts[i]) + ", ";
     text += "objective " + place.objective + ", focus " + (place.isFocus ? "yes" : "no");
-    return text + ", name " + inOneLine(place.name, true);
+    return text + ", name " + oneLine(place.name);
 }
 
 std::string presentObjectiveInPlace() {
-    return inOneLine(presentObjective(), false);
+    std::string name = presentObjective();
+    std::replace(name.begin(), name.end(), ',', ' ');
+    return name;
 }
 
 } // namespace

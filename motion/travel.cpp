@@ -18,3 +18,16 @@ std::string travelTo(const StagePlace& to) {
     if (isStopped()) return "stopped";
     return moveTo(stageZ, to.zUm) ? "" : missedText(stageZ);
 }
+
+std::string travelToFocus(const StagePlace& to, bool& fromBelow) {
+    constexpr double aboveUm = 2.0;
+    StagePlace above = to;
+    const bool rises = to.zUm > stageZ.positionUm;
+    fromBelow = rises && !beyondLimit(stageZ, to.zUm + aboveUm).empty();
+    if (rises && !fromBelow) above.zUm += aboveUm;
+    const int32_t stops = session.moveStops;
+    std::string why = travelTo(above);
+    if (!why.empty() || above.zUm == to.zUm) return why;
+    if (session.moveStops != stops) return "stopped";
+    return moveTo(stageZ, to.zUm) ? "" : missedText(stageZ);
+}

@@ -194,12 +194,14 @@ void goThere(const Place& place) {
                         zStays ? stageZ.positionUm
                                : umOf(place, stageZ).value_or(stageZ.positionUm)};
     if (!farFocusMoveAccepted(to.zUm) || !stageIsFree()) return;
-    const std::string why = travelTo(to);
+    bool fromBelow = false;
+    const std::string why = travelToFocus(to, fromBelow);
     if (!windows.main) return; // closed meanwhile
     refreshPositions();
     leaveStaleWideView();
     if (!display.wideView) grabAndDraw();
     std::string words = why.empty() ? "At " + placeWords(place) : "Not at the place: " + why;
+    if (fromBelow) words += "; Z came from below, too near to its highest place: mind its play";
     if (zStays) words += "; Z stays: it was remembered with another objective, " + place.objective;
     logEvent(words);
     showInformation(words.c_str());
