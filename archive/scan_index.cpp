@@ -187,13 +187,16 @@ void ScanIndex::begin() {
     if (!std::exchange(cacheWasRead, true)) all = cachedRows();
     listed = false;
     unread.clear();
+    unlisted.clear();
     scansThere.clear();
     verdictsThere.clear();
     folders = {{}};
 }
 
 void ScanIndex::list(const Folder& folder) {
-    for (const FolderEntry& entry : entriesOf(rootPath() + folder.path)) {
+    const auto entries = entriesOf(rootPath() + folder.path);
+    if (!entries) return unlisted.push_back(folder.path);
+    for (const FolderEntry& entry : *entries) {
         const std::wstring path = folder.path + entry.name;
         if (entry.isFolder && folder.floor < deepestFloor)
             folders.push_back({path + L"\\", folder.floor + 1});
@@ -207,18 +210,16 @@ void ScanIndex::takeListed() {
     Rows known;
     for (ScanRow& row : all)
         if (row.isRead && !row.isUnreadable()) known[row.path] = std::move(row);
-    const size_t knownBefore = known.size();
     all.clear();
-    size_t stillThere = 0;
     for (const auto& [path, stamp] : scansThere) {
         const auto verdict = verdictsThere.find(verdictPath(path));
         const FileStamp markFile = verdict == verdictsThere.end() ? FileStamp() : verdict->second;
         const auto found = known.find(path);
         const bool isKnown = found != known.end() && found->second.file == stamp;
-        stillThere += isKnown;
         all.push_back(isKnown
                           ? std::move(found->second)
                           : ScanRow{.path = path, .file = stamp, .started = timeOfFolder(path)});
+        if (isKnown) known.erase(found);
         ScanRow& row = all.back();
         if (row.markFile == markFile) continue;
         row.markFile = markFile;
@@ -227,7 +228,12 @@ void ScanIndex::takeListed() {
         if (row.verdict.mark == ScanVerdict::Mark::Unreadable) row.markFile = noFileStamp;
         changed = true;
     }
-    changed |= stillThere != knownBefore;
+    for (auto& [path, row] : known) {
+        const bool stays = std::any_of(unlisted.begin(), unlisted.end(),
+                                       [&](const auto& of) { return path.starts_with(of); });
+        if (stays) all.push_back(std::move(row));
+        changed |= !stays;
+    }
     for (size_t i = 0; i < all.size(); ++i)
         if (!all[i].isRead) unread.push_back(i);
     listed = true;

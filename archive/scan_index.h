@@ -21,6 +21,10 @@ public:
     // left. At the end the cache is written where something has changed.
     bool goOn(uint64_t forMs);
 
+    // Folders below the root that could not be listed, each empty or with a backslash at its end:
+    // what was read in them before stays.
+    const std::vector<std::wstring>& notListed() const { return unlisted; }
+
     // All folders are listed: the rows are those that are there. Some may have to be read yet.
     bool isListed() const { return listed; }
     size_t toRead() const { return unread.size(); }
@@ -46,6 +50,7 @@ private:
     std::vector<ScanRow> all;
     std::vector<size_t> unread; // of `all`, the next one last
     std::vector<Folder> folders;
+    std::vector<std::wstring> unlisted;
     std::map<std::wstring, FileStamp> scansThere, verdictsThere;
     bool listed = false, cacheWasRead = false, changed = false;
 };

@@ -26,7 +26,7 @@ using File = std::unique_ptr<FILE, CloseFile>;
 // `mode` is that of fopen ("r" and "w" are text modes).
 File openFile(const std::wstring& path, const wchar_t* mode);
 
-// The file's bytes; nothing when it does not open.
+// The file's bytes; nothing when it does not open, or cannot be read to its end.
 inline std::optional<std::string> contentOfFile(const std::wstring& path) {
     // Not as text, which would end at a stray control character.
     const File file = openFile(path, L"rb");
@@ -35,6 +35,7 @@ inline std::optional<std::string> contentOfFile(const std::wstring& path) {
     char part[4096];
     while (const size_t count = std::fread(part, 1, sizeof part, file.get()))
         content.append(part, count);
+    if (std::ferror(file.get())) return {};
     return content;
 }
 
@@ -63,5 +64,5 @@ struct FolderEntry {
     uint64_t changed = 0; // when it was last written: another number after another time
 };
 
-// In no order; empty also where the folder cannot be listed.
-std::vector<FolderEntry> entriesOf(const std::wstring& folder);
+// In no order; nothing where the folder cannot be listed, or not to its end.
+std::optional<std::vector<FolderEntry>> entriesOf(const std::wstring& folder);

@@ -82,6 +82,10 @@ void showCount() {
         if (const size_t left = state.index.toRead(); left > 0)
             words += formatted(", %u to be read%s", static_cast<unsigned>(left),
                                processUnderWay() ? " after this process" : "");
+        if (const auto& folders = state.index.notListed(); !folders.empty())
+            words += formatted("; CANNOT BE LISTED (%u): KST_Data\\",
+                               static_cast<unsigned>(folders.size())) +
+                     narrowed(folders.front());
     }
     setToolText(state.window, idScansCount, words.c_str());
 }
@@ -131,16 +135,17 @@ std::string titleOf(const ScanRow& row, const Plane& plane) {
 
 void showPlane(const ScanRow& row, size_t number) {
     std::string fault;
+    const std::string name = narrowed(row.path);
     std::optional<ScanMap> map = mapOfFile(fullPath(row), fault);
     if (!map) return tell("The map is not shown: " + fault);
     state.plane = number % map->planes.size();
     const Plane& plane = map->planes[state.plane];
     map->views.mapChannel = channelOf(plane);
-    map->file = narrowed(row.path);
+    map->file = name;
     const std::string title = titleOf(row, plane);
     state.inMapWindow = row.path;
     showFileMap(std::move(*map), title);
-    showInformation(("Shown from a file: " + narrowed(row.path)).c_str());
+    showInformation(("Shown from a file: " + name).c_str()); // the rows may be others by now
 }
 
 void showMap() {

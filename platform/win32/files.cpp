@@ -81,12 +81,12 @@ static uint64_t joined(DWORD high, DWORD low) {
     return static_cast<uint64_t>(high) << 32 | low;
 }
 
-std::vector<FolderEntry> entriesOf(const std::wstring& folder) {
+std::optional<std::vector<FolderEntry>> entriesOf(const std::wstring& folder) {
     std::vector<FolderEntry> entries;
     WIN32_FIND_DATAW found;
     const HANDLE search = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &found,
                                            FindExSearchNameMatch, nullptr, 0);
-    if (search == INVALID_HANDLE_VALUE) return entries;
+    if (search == INVALID_HANDLE_VALUE) return {};
     do {
         const std::wstring name = found.cFileName;
         if (name == L"." || name == L"..") continue;
@@ -99,6 +99,7 @@ std::vector<FolderEntry> entriesOf(const std::wstring& folder) {
             {name, isFolder, joined(found.nFileSizeHigh, found.nFileSizeLow),
              joined(found.ftLastWriteTime.dwHighDateTime, found.ftLastWriteTime.dwLowDateTime)});
     } while (FindNextFileW(search, &found));
+    const bool isWhole = GetLastError() == ERROR_NO_MORE_FILES;
     FindClose(search);
-    return entries;
+    return isWhole ? std::optional(entries) : std::nullopt;
 }

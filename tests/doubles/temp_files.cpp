@@ -157,10 +157,14 @@ bool seekInFile(FILE* file, uint64_t at) {
     return fseeko(file, static_cast<off_t>(at), SEEK_SET) == 0;
 }
 
-std::vector<FolderEntry> entriesOf(const std::wstring& folder) {
+std::optional<std::vector<FolderEntry>> entriesOf(const std::wstring& folder) {
     std::vector<FolderEntry> entries;
     std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(nativePath(folder), error)) {
+    const fs::directory_iterator listed(nativePath(folder), error);
+    if (error || (!unreadableFile.empty() &&
+                  nativePath(folder).string().find(unreadableFile) != std::string::npos))
+        return {};
+    for (const fs::directory_entry& entry : listed) {
         if (entry.is_symlink()) continue;
         const bool isFolder = entry.is_directory(error);
         entries.push_back(

@@ -12,6 +12,8 @@
 #include "ui/commands.h"
 #include "ui/scan_options_dialog.h"
 
+#include <filesystem>
+
 namespace {
 
 using OptionsTest = LabTest;
@@ -121,6 +123,11 @@ TEST_F(OptionsTest, FailedWriteLeavesTheFileAsItWas) {
     EXPECT_FALSE(writeOptions({{"a", "2"}}));
     EXPECT_NE(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(contentOf(file), "a = 1\n");
+    refusedFile.clear();
+    // A file whose disk does not answer is none that is empty.
+    std::filesystem::remove(pathOnDesktop(file));
+    std::filesystem::create_symlink("/proc/self/mem", pathOnDesktop(file));
+    EXPECT_FALSE(writeOptions({{"a", "2"}}));
 }
 
 TEST_F(OptionsTest, DialogTakesAllOrNothing) {
