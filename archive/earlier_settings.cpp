@@ -2,6 +2,7 @@
 #include "archive/earlier_settings.h"
 
 #include "archive/scan_file.h"
+#include "camera/camera.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "instruments/lights.h"
@@ -34,6 +35,7 @@ public:
         takeBias();
         takeOptions();
         sayWhatElseDiffers();
+        sayWhatStays();
         return std::move(result);
     }
 
@@ -53,6 +55,7 @@ private:
     void takeNumber(ScanOptions& options, const ScanNumber& of, std::optional<double> value);
     void takeWaitOfFilter(ScanOptions& options);
     void sayWhatElseDiffers();
+    void sayWhatStays();
 
     const GwyContents& all;
     const Conditions& texts;
@@ -85,19 +88,22 @@ void Taking::takeArea() {
     const ScanArea& area = scan.area;
     const SamplePart part{scan.home.by({area.offsetXUm, area.offsetYUm}),
                           (area.cols - 1) * area.scanStep, (area.rows - 1) * area.scanStep};
-    const std::string why = whyNotThere(part);
+    ScanArea there{
+        .scanStep = scanArea.scanStep, .placed = true, .part = part, .mapMaxPx = scanArea.mapMaxPx};
+    std::string why = whyNotThere(part);
     if (why.empty()) {
-        scanArea = {.scanStep = scanArea.scanStep,
-                    .placed = true,
-                    .part = part,
-                    .mapMaxPx = scanArea.mapMaxPx};
+        computeScanArea(there);
+        if (there.isTooLarge) why = "more than 36 million points with the step as it is";
+    }
+    if (why.empty()) {
+        scanArea = there;
         const StageVector first = stageFor(part.from);
-        taken(formatted("area %d x %d points from X %.1f, Y %.1f um", area.cols, area.rows, first.x,
-                        first.y));
+        taken(formatted("area %d x %d points from X %.1f, Y %.1f um", there.cols, there.rows,
+                        first.x, first.y));
     } else {
         notTaken("area", why);
+        computeScanArea(scanArea);
     }
-    computeScanArea(scanArea);
     allocateMaps();
 }
 
@@ -197,6 +203,30 @@ void Taking::sayWhatElseDiffers() {
     if (const std::string was = text("Set-up"); !was.empty())
         if (const std::string other = setUpDifference(was, setUpWords(setUp)); !other.empty())
             notTaken("set-up", other);
+}
+
+void Taking::sayWhatStays() {
+    const std::string instrument = text("Instrument's settings");
+    if (!instrument.empty() && instrument != instrumentLink.settings.words)
+        notTaken("instrument's settings", "they are set at the instrument; then: " + instrument);
+    constexpr double standsUm = 0.5;
+    const std::optional<double> z = number("Stage Z at the start");
+    if (z && std::fabs(*z - stageZ.positionUm) > standsUm)
+        notTaken("Z", formatted("it stays at %.1f um; then, from the zero of then: %.1f um",
+                                stageZ.positionUm, *z));
+    const auto camera = [](double gain, double exposureUs, bool blue, int aperture) {
+        return formatted("gain %g, exposure %.0f us, %saperture %d px", gain, exposureUs,
+                         blue ? "blue only, " : "", aperture);
+    };
+    const std::optional<double> gain = number("Camera gain"), us = number("Camera exposure");
+    if (!gain || !us) return; // no colours
+    const std::string then = camera(*gain, *us, text("Blue only") == "yes",
+                                    static_cast<int>(number("Camera aperture").value_or(0.0)));
+    const bool known = cameraState.takenExposureUs > 0.0; // as the camera has taken them
+    const std::string now = camera(known ? cameraState.takenGain : cameraState.gain,
+                                   known ? cameraState.takenExposureUs : cameraState.exposureUs,
+                                   cameraState.blueOnly != 0, cameraState.cameraAperture);
+    if (now != then) notTaken("camera", "it stays at " + now + "; then: " + then);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "app/program.h"
 #include "archive/scan_file.h"
+#include "camera/camera.h"
 #include "instruments/ammeter.h"
 #include "instruments/laser_link.h"
 #include "mapping/map_rendering.h"
@@ -138,8 +139,13 @@ TEST_F(EarlierScansTest, TakesNoAreaWhosePlaceIsLost) {
     findTheScan([] {
         const ScanArea area = scanArea;
         stageX.zero += " since 2026-11-27 12:00:00";
+        stageZ.positionUm += 7.0;
+        cameraState.cameraAperture = 9;
         answer("Not taken:\n- area: stage X has lost its place since", BoxAnswer::Ok);
         press(idScansUse);
+        for (const char* words : {"\n- Z: it stays at 7.0 um; then", "aperture 9 px; then: gain "})
+            EXPECT_NE(shownBoxes.back().text.find(words), std::string::npos)
+                << shownBoxes.back().text;
         EXPECT_FALSE(scanArea.placed);
         EXPECT_EQ(scanArea.rectX1, area.rectX1);
         post(messageClose);
