@@ -3,6 +3,7 @@
 
 #include "mapping/map_rendering.h"
 #include "platform/files.h"
+#include "platform/si_prefix.h"
 
 #include <algorithm>
 #include <charconv>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <set>
 #include <span>
 
 namespace {
@@ -25,6 +27,16 @@ constexpr Unit volts[] = {{"V", 1.0, "V", "", "V", 2},
                           {"mV", 1e-3, "V", "", "mV", 1},
                           {"uV", 1e-6, "V", "", "uV", 1},
                           {"nV", 1e-9, "V", "", "nV", 1}};
+// In any other unit, with its prefix; the names stay for as long as the program runs.
+std::optional<Unit> otherUnit(const std::string& si, double largest) {
+    constexpr size_t longestUnit = 16;
+    if (si.empty() || si.size() > longestUnit) return {};
+    static std::set<std::string> names;
+    const PrefixedUnit with = prefixedUnit(largest, si);
+    const char* const name = names.insert(with.name).first->c_str();
+    return Unit{name, with.factor, names.insert(si).first->c_str(), "", name, 1};
+}
+
 constexpr Unit degrees{"deg", 1.0, "deg", "", "", 0, true};
 
 // The one of the text file, or the largest in which the largest number has a digit before the
@@ -34,7 +46,7 @@ std::optional<Unit> unitFor(const std::string& si, const std::string& inTextFile
     const std::span<const Unit> units = si == "A"   ? std::span<const Unit>(amperes)
                                         : si == "V" ? std::span<const Unit>(volts)
                                                     : std::span<const Unit>();
-    if (units.empty()) return {};
+    if (units.empty()) return otherUnit(si, largest);
     for (const Unit& unit : units)
         if (inTextFile == unit.name && inTextFile != "A") return unit;
     for (const Unit& unit : units)

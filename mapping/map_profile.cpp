@@ -48,7 +48,11 @@ MapProfile profileAlong(MapPoint from, MapPoint to, int channel) {
         if (!masked) largest = std::max(largest, std::fabs(numbers.back()));
         profile.placesUm.push_back(static_cast<float>(part * cells * step));
         const char* const words = wordsOf(map.marks[cell.column][cell.row]);
-        profile.notes.emplace_back(!masked ? "" : *words ? words : "overloaded");
+        const bool isNone = !map.file.empty() && std::isnan(number); // masked there
+        profile.notes.emplace_back(!masked  ? ""
+                                   : *words ? words
+                                   : isNone ? "no value"
+                                            : "overloaded");
         if (placed) profile.stageUm.push_back(stageFor(placeOf(at)));
     }
     const PrefixedUnit shown = prefixedUnit(largest, unit ? unit->si : "");

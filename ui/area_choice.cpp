@@ -21,7 +21,8 @@ void takeScanArea(const ScanArea& area) {
     logEvent(formatted("Scan area: %d x %d points, step %.1f um", scanArea.cols, scanArea.rows,
                        scanArea.scanStep));
     allocateMaps();
-    showInformation(formatted("%d min. expected", minutes).c_str());
+    showInformation(scanArea.isTooLarge ? "More than 36 million points: take a larger step"
+                                        : formatted("%d min. expected", minutes).c_str());
     showProgress("New scan area was selected.");
     showScanArea();
     saveShownPicture("optics");

@@ -38,9 +38,9 @@ struct {
 // The ends by hand where the map has that unit, otherwise all that it has.
 void findRange() {
     const ScanMap& map = shownMap();
-    const size_t plane = planeShown(map, std::max(shownMapChannel(), 0));
-    const std::optional<Unit> unit =
-        unitOfPlane(map, plane) ? unitOfPlane(map, plane) : unitOfPlane(map, planePhotocurrent);
+    size_t plane = planeShown(map, std::max(shownMapChannel(), 0));
+    if (!unitOfPlane(map, plane)) plane = planePhotocurrent; // a colour has none
+    const std::optional<Unit> unit = unitOfPlane(map, plane);
     range.si = unit ? unit->si : mapLook.unit;
     range.from = mapLook.from;
     range.to = mapLook.to;

@@ -4,6 +4,7 @@
 #include "archive/scan_verdict.h"
 #include "mapping/gwy_reading.h"
 #include "mapping/map_place.h"
+#include "mapping/map_profile.h"
 #include "mapping/map_rendering.h"
 #include "mapping/sample_place.h"
 #include "session/data_folders.h"
@@ -150,9 +151,10 @@ TEST_F(ArchiveTest, PlaceIsOnlyKnownWhereTheFileAgreesWithItself) {
     map->file = "b.gwy";
     EXPECT_FALSE(isInScale(*map, 1, 0, firstFurtherMap));
     showFileMap(std::move(*map), "b");
-    EXPECT_EQ(valueText({0, 0}, channelFurther), "0.25");
+    EXPECT_EQ(valueText({0, 0}, channelFurther), "250 mm");
     EXPECT_EQ(valueText({1, 0}, channelFurther), "no value"); // masked
     EXPECT_EQ(valueText({2, 1}, channelFurther), "no value"); // no number
+    EXPECT_EQ(profileAlong({1, 0}, {2, 0}, channelFurther).notes[0], "no value");
     forgetFileMap();
 }
 
@@ -183,6 +185,16 @@ TEST_F(ArchiveTest, IndexIsOnlyACache) {
     const std::vector<ScanRow> now = listed(changed);
     EXPECT_EQ(now.size(), 2u);
     EXPECT_EQ(named(now, one.path).note, "another note");
+
+    // A folder that cannot be listed is said, and what was read in it before stays.
+    unreadableFile = "261127_07-45";
+    ScanIndex unlisted;
+    EXPECT_EQ(listed(unlisted).size(), 2u);
+    EXPECT_EQ(unlisted.notListed(), std::vector<std::wstring>{L"261127_07-45\\"});
+    unreadableFile = ".gwy";
+    ScanIndex back;
+    EXPECT_EQ(named(listed(back), one.path).note, "another note");
+    EXPECT_TRUE(back.notListed().empty());
 
     // One that another program holds is not damaged for ever.
     const std::wstring three = L"261127_07-45\\three.gwy";
