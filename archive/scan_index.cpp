@@ -228,10 +228,11 @@ void ScanIndex::takeListed() {
         if (row.verdict.mark == ScanVerdict::Mark::Unreadable) row.markFile = noFileStamp;
         changed = true;
     }
-    for (auto& [path, row] : known) {
-        const bool stays = std::any_of(unlisted.begin(), unlisted.end(),
-                                       [&](const auto& of) { return path.starts_with(of); });
-        if (stays) all.push_back(std::move(row));
+    for (auto& each : known) {
+        const bool stays = std::any_of(unlisted.begin(), unlisted.end(), [&](const auto& folder) {
+            return each.first.starts_with(folder);
+        });
+        if (stays) all.push_back(std::move(each.second));
         changed |= !stays;
     }
     for (size_t i = 0; i < all.size(); ++i)
