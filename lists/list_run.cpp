@@ -241,7 +241,12 @@ std::string ListRun::goTo(const ListRow& row) {
                          z - homeZ);
     if (row.kind == ListKind::Map && z <= stageZ.positionUm)
         return travelTo({stageX.positionUm, stageY.positionUm, z});
-    return travelTo({byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z});
+    const StagePlace place{byProgram(stageX, row.xUm), byProgram(stageY, row.yUm), z};
+    if (row.kind == ListKind::Map) return travelTo(place); // its swing takes up Z's play
+    bool fromBelow = false;
+    std::string why = travelToFocus(place, fromBelow);
+    if (fromBelow) logEvent("List: Z comes from below, its highest place leaves no room above");
+    return why;
 }
 
 // The row's own Z is right at its first point, that of the program where the list began.

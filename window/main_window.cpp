@@ -63,6 +63,16 @@ static void paint(HWND window) {
     onPaint();
 }
 
+// Leaves the picture. The context is the one that it is painted with next.
+static LRESULT eraseBeside(HWND window, HDC context) {
+    const int before = SaveDC(context);
+    sparePicture(window, context);
+    const LRESULT done =
+        DefWindowProcW(window, WM_ERASEBKGND, reinterpret_cast<WPARAM>(context), 0);
+    RestoreDC(context, before);
+    return done;
+}
+
 // Where the mouse is, in the picture's pixels.
 static PixelPoint picturePoint(LPARAM position) {
     return mainFit().toPicture({GET_X_LPARAM(position), GET_Y_LPARAM(position)});
@@ -108,8 +118,7 @@ static LRESULT CALLBACK mainWindowProcedure(HWND window, UINT message, WPARAM wP
         paint(window);
         return 0;
     case WM_ERASEBKGND:
-        sparePicture(window, reinterpret_cast<HDC>(wParam));
-        return DefWindowProcW(window, message, wParam, lParam);
+        return eraseBeside(window, reinterpret_cast<HDC>(wParam));
     case WM_SIZE:
         refit(window);
         return 0;

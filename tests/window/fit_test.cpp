@@ -102,8 +102,12 @@ TEST_F(Fit, ASmallScreenHoldsEverythingAndTheMouseMeansTheSame) {
     const RECT unscaled{0, 0, 1462, 1108};
     EXPECT_TRUE(EqualRect(&at, &unscaled));
 
+    click(controlById(program, idLiveOff)); // no frame comes and paints over what is missing
     command(program, idFitToScreen);
     ASSERT_TRUE(awaitStartWidth(50, 69));
+    HDC view = GetDC(program.window);
+    EXPECT_TRUE(await([&] { return GetPixel(view, 300, 300) != RGB(255, 255, 255); }, quickly));
+    ReleaseDC(program.window, view);
     GetWindowRect(program.window, &at);
     EXPECT_GE(at.left, 0);
     EXPECT_GE(at.top, 0);
